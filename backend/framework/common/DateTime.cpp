@@ -1,0 +1,76 @@
+#include "DateTime.h"
+
+#include <ctime>
+
+#include "EncodableStream.h"
+
+namespace {
+
+constexpr std::uint32_t sNanosecondsPerSecond = 1000000000;
+
+[[noreturn]] void throwNotATime() {
+    throw ZTCInvalidEx("Not a time of the form 2026-11-21T02:46:01.5Z", 6);
+}
+
+// The fraction behind the seconds, ".5" say, in nanoseconds. Moves the text behind it.
+std::uint32_t parseFraction(const char*& arpText) {
+    if (*arpText != '.') {
+        return 0;
+    }
+    ++arpText;
+    std::uint32_t lNanoseconds = 0;
+    std::uint32_t lUnit = sNanosecondsPerSecond;
+    for (; *arpText >= '0' && *arpText <= '9' && lUnit > 1; ++arpText) {
+        lUnit /= 10;
+        lNanoseconds += static_cast<std::uint32_t>(*arpText - '0') * lUnit;
+    }
+    if (lUnit == sNanosecondsPerSecond) {
+        throwNotATime();
+    }
+    return lNanoseconds;
+}
+
+}  // namespace
+
+void ZTCDateTime::__set(const char* apText) {
+    if (ClibStrcmp(apText, ".") == 0) {
+        timespec lNow;
+        clock_gettime(CLOCK_REALTIME, &lNow);
+        mSeconds = static_cast<std::uint64_t>(lNow.tv_sec);
+        mNanoseconds = static_cast<std::uint32_t>(lNow.tv_nsec);
+        return;
+    }
+    tm lParts{};
+    const char* lpRest = strptime(apText, "%Y-%m-%dT%H:%M:%S", &lParts);
+    if (lpRest == nullptr) {
+        throwNotATime();
+    }
+    const std::uint32_t lNanoseconds = parseFraction(lpRest);
+    const time_t lSeconds = timegm(&lParts);
+    if (ClibStrcmp(lpRest, "Z") != 0 || lSeconds < 0) {
+        throwNotATime();
+    }
+    mSeconds = static_cast<std::uint64_t>(lSeconds);
+    mNanoseconds = lNanoseconds;
+}
+
+void ZTCDateTime::encode(ZTCEncodableOutStream& arStream) const {
+    encode(arStream.extend(EncodedSize));
+}
+
+unsigned char* ZTCDateTime::encode(unsigned char* apTo) const {
+    unsigned char* lpAt = ztwire::put(apTo, static_cast<std::uint32_t>(mSeconds >> 32));
+    lpAt = ztwire::put(lpAt, static_cast<std::uint32_t>(mSeconds));
+    return ztwire::put(lpAt, mNanoseconds);
+}
+
+void ZTCDateTime::decode(ZTCEncodableInStream& arStream) {
+    const unsigned char* const lpBytes = arStream.take(EncodedSize);
+    const auto lNanoseconds = ztwire::get<std::uint32_t>(lpBytes + 8);
+    if (lNanoseconds >= sNanosecondsPerSecond) {
+        throw ZTCInvalidEx("A time has a second's worth of nanoseconds or more", 6);
+    }
+    mSeconds = static_cast<std::uint64_t>(ztwire::get<std::uint32_t>(lpBytes)) << 32 |
+               ztwire::get<std::uint32_t>(lpBytes + 4);
+    mNanoseconds = lNanoseconds;
+}

@@ -1,0 +1,14 @@
+#include "Version.h"
+
+namespace {
+
+ZTCString textOf(unsigned int aMajor, unsigned int aMinor, unsigned int aRelease, unsigned int aBuild) {
+    char lText[4 * sizeof "4294967295."];
+    ClibSprintf(lText, "%u.%u.%u.%u", aMajor, aMinor, aRelease, aBuild);
+    return ZTCString(lText);
+}
+
+}  // namespace
+
+ZTCVersion::ZTCVersion(unsigned int aMajor, unsigned int aMinor, unsigned int aRelease, unsigned int aBuild)
+    : mText(textOf(aMajor, aMinor, aRelease, aBuild)) {}

@@ -1,0 +1,34 @@
+// A point in time, to the nanosecond, by the system's clock.
+#pragma once
+
+#include <cstdint>
+
+class ZTCEncodableOutStream;
+class ZTCEncodableInStream;
+
+class ZTCDateTime {
+  public:
+    static constexpr unsigned int EncodedSize = 12;
+
+    /// 1970-01-01T00:00:00Z.
+    ZTCDateTime() = default;
+
+    /// "." is now; else UTC as "2026-11-21T02:46:01Z", with up to nine digits of fraction behind the seconds
+    /// if wanted. Other text is ZTCInvalidEx, the value unchanged.
+    void __set(const char* apText);
+
+    /// Seconds since 1970-01-01T00:00:00Z, and the nanoseconds on top.
+    std::uint64_t getSeconds() const { return mSeconds; }
+    std::uint32_t getNanoseconds() const { return mNanoseconds; }
+
+    /// Seconds as two 32-bit words, high first, then nanoseconds: 12 bytes.
+    void encode(ZTCEncodableOutStream& arStream) const;
+    /// The same into 12 bytes of room; returns the address behind them.
+    unsigned char* encode(unsigned char* apTo) const;
+    /// Throws ZTCInvalidEx, the value unchanged, when there are fewer bytes or 10^9 nanoseconds or more.
+    void decode(ZTCEncodableInStream& arStream);
+
+  private:
+    std::uint64_t mSeconds = 0;
+    std::uint32_t mNanoseconds = 0;
+};

@@ -1,0 +1,95 @@
+#include "Daemon.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstdlib>
+
+#include "Exception.h"
+
+namespace {
+
+constexpr char sReady = 'R';
+
+// In the process that was started: waits for the child's word or its end.
+[[noreturn]] void awaitChild(pid_t aChild, int aReport) {
+    sigset_t lNone;
+    sigemptyset(&lNone);
+    pthread_sigmask(SIG_SETMASK, &lNone, nullptr);  // who waits here may give up
+    char lWord = 0;
+    ssize_t lRead = 0;
+    do {
+        lRead = read(aReport, &lWord, 1);
+    } while (lRead < 0 && errno == EINTR);
+    if (lRead == 1 && lWord == sReady) {
+        _exit(0);
+    }
+    int lStatus = 0;
+    while (waitpid(aChild, &lStatus, 0) < 0 && errno == EINTR) {
+    }
+    _exit(WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : 1);
+}
+
+void reopen(int aDescriptor, const ZTCString& acrPath, int aMode) {
+    const ZTCDescriptor lOpened(open(acrPath.get(), aMode | O_CLOEXEC | O_NOCTTY));
+    if (!lOpened.isOpen() || dup2(lOpened.get(), aDescriptor) < 0) {
+        throwErrno<ZTCOsException>("open", acrPath.get(), errno);
+    }
+}
+
+}  // namespace
+
+void ZTCDaemon::detach(const ZTCString& acrDirectory) {
+    int lPipe[2];
+    if (pipe2(lPipe, O_CLOEXEC) != 0) {
+        throwErrno<ZTCOsException>("pipe2", nullptr, errno);
+    }
+    ZTCDescriptor lRead(lPipe[0]);
+    ZTCDescriptor lWrite(lPipe[1]);
+    const pid_t lChild = fork();
+    if (lChild < 0) {
+        throwErrno<ZTCOsException>("fork", nullptr, errno);
+    }
+    if (lChild > 0) {
+        lWrite = ZTCDescriptor();
+        awaitChild(lChild, lRead.get());
+    }
+    mReport = std::move(lWrite);
+    setsid();
+    if (chdir(acrDirectory.get()) != 0) {
+        throwErrno<ZTCOsException>("chdir", acrDirectory.get(), errno);
+    }
+}
+
+void ZTCDaemon::ready(const ZTCString& acrInput, const ZTCString& acrOutput, const ZTCString& acrError) {
+    reopen(STDIN_FILENO, acrInput, O_RDONLY);
+    reopen(STDOUT_FILENO, acrOutput, O_WRONLY);
+    reopen(STDERR_FILENO, acrError, O_WRONLY);
+    // Who started us may be gone: then nobody waits for the word.
+    static_cast<void>(write(mReport.get(), &sReady, 1) == 1);
+    mReport = ZTCDescriptor();
+}
+
+void OsNotifyServiceManager(const char* apState) {
+    const char* const lpPath = getenv("NOTIFY_SOCKET");
+    sockaddr_un lAddress{};
+    lAddress.sun_family = AF_UNIX;
+    const std::size_t lLength = lpPath != nullptr ? strlen(lpPath) : 0;
+    if (lLength < 2 || lLength >= sizeof lAddress.sun_path || (lpPath[0] != '/' && lpPath[0] != '@')) {
+        return;
+    }
+    memcpy(lAddress.sun_path, lpPath, lLength);
+    if (lpPath[0] == '@') {
+        lAddress.sun_path[0] = '\0';  // an abstract socket
+    }
+    const ZTCDescriptor lSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const auto lSize = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + lLength);
+    static_cast<void>(sendto(lSocket.get(), apState, strlen(apState), MSG_NOSIGNAL,
+                             reinterpret_cast<const sockaddr*>(&lAddress), lSize));
+}

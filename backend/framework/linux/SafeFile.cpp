@@ -1,0 +1,50 @@
+#include "SafeFile.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "Exception.h"
+
+namespace {
+
+[[noreturn]] void refuse(const char* apPath, const char* apReason, int aErrno) {
+    char lText[ZTCException::MaxText + 1];
+    snprintf(lText, sizeof lText, "%s is refused: %s", apPath, apReason);
+    throw ZTCOsException(lText, static_cast<unsigned int>(aErrno));
+}
+
+}  // namespace
+
+void OsCheckDirectory(const char* apPath) {
+    struct stat lStatus {};
+    if (stat(apPath, &lStatus) != 0) {
+        throwErrno<ZTCOsException>("stat", apPath, errno);
+    }
+    if (!S_ISDIR(lStatus.st_mode)) {
+        refuse(apPath, "it is not a directory", ENOTDIR);
+    }
+    if (lStatus.st_uid != geteuid() && lStatus.st_uid != 0) {
+        refuse(apPath, "it belongs to another user", EPERM);
+    }
+    if ((lStatus.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (lStatus.st_mode & S_ISVTX) == 0) {
+        refuse(apPath, "others may write in it (chmod go-w, or set the sticky bit)", EPERM);
+    }
+}
+
+void OsCheckFile(int aDescriptor, const char* apPath, mode_t aType) {
+    struct stat lStatus {};
+    if (fstat(aDescriptor, &lStatus) != 0) {
+        throwErrno<ZTCOsException>("fstat", apPath, errno);
+    }
+    if ((lStatus.st_mode & S_IFMT) != aType) {
+        refuse(apPath, aType == S_IFIFO ? "it is not a pipe" : "it is not a regular file", EINVAL);
+    }
+    if (lStatus.st_uid != geteuid()) {
+        refuse(apPath, "it belongs to another user", EPERM);
+    }
+    if (lStatus.st_nlink != 1) {
+        refuse(apPath, "it has more than one name (hard link)", EMLINK);
+    }
+}

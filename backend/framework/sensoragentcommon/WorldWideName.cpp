@@ -1,0 +1,82 @@
+#include "WorldWideName.h"
+
+#include "EncodableStream.h"
+#include "Mutex.h"
+
+namespace {
+
+constexpr unsigned int sNotHex = 16;
+
+unsigned int hexValueOf(char aDigit) {
+    if (aDigit >= '0' && aDigit <= '9') {
+        return static_cast<unsigned int>(aDigit - '0');
+    }
+    const char lLower = static_cast<char>(aDigit | 0x20);
+    return lLower >= 'a' && lLower <= 'f' ? static_cast<unsigned int>(lLower - 'a') + 10 : sNotHex;
+}
+
+// Reads the digits that one of the two forms consists of. The separator is ':' or, for none, NUL.
+bool parse(const char* apText, char aSeparator, unsigned char* apBinary) {
+    for (unsigned int lAt = 0; lAt < ZTCWorldWideName::Size; ++lAt) {
+        if (lAt != 0 && aSeparator != '\0' && *apText++ != aSeparator) {
+            return false;
+        }
+        const unsigned int lHigh = hexValueOf(apText[0]);
+        const unsigned int lLow = lHigh != sNotHex ? hexValueOf(apText[1]) : sNotHex;
+        if (lLow == sNotHex) {
+            return false;
+        }
+        apBinary[lAt] = static_cast<unsigned char>(lHigh << 4 | lLow);
+        apText += 2;
+    }
+    return *apText == '\0';
+}
+
+// One lock for all names: a name is printed once in its life.
+ZTCMutex& printLock() {
+    static ZTCMutex& srLock = *new ZTCMutex;
+    return srLock;
+}
+
+}  // namespace
+
+const ZTCString& ZTCWorldWideName::getStringForm() const {
+    if (!mIsPrinted.load(std::memory_order_acquire)) {
+        char lText[3 * Size] = "";
+        for (unsigned int lAt = 0; mIsSet && lAt < Size; ++lAt) {
+            ClibSprintf(lText + (lAt == 0 ? 0 : 3 * lAt - 1), lAt == 0 ? "%02x" : ":%02x", mBinaryForm[lAt]);
+        }
+        const ZTCScopedLock lLock(printLock());
+        if (!mIsPrinted.load(std::memory_order_relaxed)) {
+            mStringForm.emplace(lText);
+            mIsPrinted.store(true, std::memory_order_release);
+        }
+    }
+    return *mStringForm;
+}
+
+void ZTCWorldWideName::_init(const unsigned char* apBinary) {
+    ClibMemcpy(mBinaryForm, apBinary, Size);
+    mIsSet = true;
+    mIsPrinted.store(false, std::memory_order_relaxed);
+}
+
+void ZTCWorldWideName::_init(const ZTCString& acrString) {
+    const char* const lpText = acrString.get();
+    const bool lHasPrefix = lpText[0] == '0' && (lpText[1] == 'x' || lpText[1] == 'X');
+    unsigned char lBinary[Size];
+    if (!parse(lHasPrefix ? lpText + 2 : lpText, '\0', lBinary) && !parse(lpText, ':', lBinary)) {
+        throw ZTCInvalidEx("Not a world wide name of the form 20:00:00:25:b5:01:00:0a", 6);
+    }
+    _init(lBinary);
+}
+
+void ZTCWorldWideName::copy(const ZTCWorldWideName& acrCopy) {
+    ClibMemcpy(mBinaryForm, acrCopy.mBinaryForm, Size);
+    mIsSet = acrCopy.mIsSet;
+    mIsPrinted.store(false, std::memory_order_relaxed);
+}
+
+void ZTCWorldWideName::decode(ZTCEncodableInStream& arStream) {
+    _init(arStream.take(Size));
+}

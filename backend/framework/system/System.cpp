@@ -1,0 +1,207 @@
+#include "System.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+#include "SignalSource.h"
+
+namespace {
+constexpr char sFile[] = "System";
+}
+
+ZTCSystem::ZTCSystem(const ZTCString& acrName)
+    : mName(acrName), mProtocolHelper(makePointer<ZTCProtocolHelper>()) {
+    const ZTCTraceScope lTrace(sFile);
+    orNoMemory([this] { mArgDescs.reserve(MaxArgDescs); });
+}
+
+ZTCSystem::~ZTCSystem() = default;
+
+void ZTCSystem::generateNumericId(unsigned int& arId) {
+    const ZTCScopedLock lLock(mMutex);
+    unsigned int lFree = 0;
+    for (const unsigned int lUsed : mIds) {
+        if (lUsed != lFree) {
+            break;
+        }
+        ++lFree;
+    }
+    try {
+        mIds.insert(lFree);
+    } catch (const std::bad_alloc&) {
+        throwNoMemory();
+    }
+    arId = lFree;
+}
+
+void ZTCSystem::returnNumericId(const unsigned int& acrId) {
+    const ZTCScopedLock lLock(mMutex);
+    if (mIds.erase(acrId) == 0) {
+        throwInvalidValue();
+    }
+}
+
+// ---- Life ----
+
+void ZTCSystem::preInit() {
+    const ZTCTraceScope lTrace(sFile);
+}
+
+void ZTCSystem::init() {
+    const ZTCTraceScope lTrace(sFile);
+}
+
+void ZTCSystem::destroy() {
+    const ZTCTraceScope lTrace(sFile);
+}
+
+void ZTCSystem::postDestroy() {
+    const ZTCTraceScope lTrace(sFile);
+    if (mInstanceManager != 0) {
+        exitInstanceManagement();
+    }
+}
+
+void ZTCSystem::systemDaemonize(ZTCString aDirectory, ZTCString aInput, ZTCString aOutput, ZTCString aError) {
+    orNoMemory([&] { mDaemonStreams = {aInput, aOutput, aError}; });
+    mDaemon.detach(aDirectory);
+}
+
+void ZTCSystem::reportReady() {
+    if (mDaemon.isDetached()) {
+        setLogEcho(false);
+        mDaemon.ready(mDaemonStreams[0], mDaemonStreams[1], mDaemonStreams[2]);
+    } else {
+        OsNotifyServiceManager("READY=1");
+    }
+    createStartUpEvent();
+}
+
+// ---- Threads ----
+
+void ZTCSystem::createThreads() {
+    const ZTCTraceScope lTrace(sFile);
+    for (ZTCPointer<ZTCThreadComponent>& lrThread : mThreadComponents) {
+        lrThread->create(mThreadEnded);
+    }
+}
+
+void ZTCSystem::startThreads() {
+    const ZTCTraceScope lTrace(sFile);
+    for (unsigned int lThread = 0; lThread < mThreadComponents.numberOfElements(); ++lThread) {
+        startThread(lThread);
+    }
+}
+
+void ZTCSystem::startThread(unsigned int aThreadId) {
+    mThreadComponents[aThreadId]->start();
+}
+
+bool ZTCSystem::isInited(unsigned int aThreadId) const {
+    return mThreadComponents[aThreadId]->isStarted();
+}
+
+void ZTCSystem::waitForThreads() {
+    const ZTCTraceScope lTrace(sFile);
+    pollfd lPolls[2] = {{mThreadEnded.getDescriptor(), POLLIN, 0},
+                        {mpSignals != nullptr ? mpSignals->getDescriptor() : -1, POLLIN, 0}};
+    const auto lHaveEnded = [this] {
+        mThreadEnded.clear();
+        return std::all_of(
+            mThreadComponents.begin(), mThreadComponents.end(),
+            [](const ZTCPointer<ZTCThreadComponent>& acrThread) { return acrThread->hasEnded(); });
+    };
+    while (!lHaveEnded()) {
+        if (poll(lPolls, std::size(lPolls), -1) < 0 && errno != EINTR) {
+            throwErrno<ZTCOsException>("poll", nullptr, errno);
+        }
+        takeSignals();
+    }
+    for (ZTCPointer<ZTCThreadComponent>& lrThread : mThreadComponents) {
+        lrThread->join();
+    }
+}
+
+void ZTCSystem::takeSignals() {
+    while (const int lSignal = mpSignals != nullptr ? mpSignals->take() : 0) {
+        if (lSignal == SIGHUP) {
+            reopenLog();
+        } else if (!isSetForExit()) {
+            Log(ZTLL_Notice, sFile, "Ending on signal %d", lSignal);
+            makeThreadsToExit();
+        }
+    }
+}
+
+void ZTCSystem::makeThreadsToExit() {
+    const ZTCTraceScope lTrace(sFile);
+    setForExit();
+    for (ZTCPointer<ZTCThreadComponent>& lrThread : mThreadComponents) {
+        lrThread->finish();
+    }
+    for (ZTCPointer<ZTCReader>& lrReader : mReaders) {
+        lrReader->cancel();
+    }
+    for (ZTCPointer<ZTCWriter>& lrWriter : mWriters) {
+        lrWriter->cancel();
+    }
+    for (ZTCPointer<ZTCConditional>& lrConditional : mConditionals) {
+        lrConditional->signal();
+    }
+    mQueues.wake();
+    mLists.wake();
+}
+
+void ZTCSystem::destroyThreads() {
+    mThreadComponents.clear();
+}
+
+// ---- Conditionals ----
+
+void ZTCSystem::signal(unsigned int aConditionalId) {
+    mConditionals[aConditionalId]->signal();
+}
+
+void ZTCSystem::wait(unsigned int aConditionalId) {
+    waitForSignal(aConditionalId, nullptr);
+}
+
+void ZTCSystem::timedWait(unsigned int aConditionalId, unsigned int aSeconds) {
+    const timespec lDeadline = OsDeadlineIn(aSeconds);
+    waitForSignal(aConditionalId, &lDeadline);
+}
+
+void ZTCSystem::waitForSignal(unsigned int aConditionalId, const timespec* apDeadline) {
+    ZTCConditional& lrConditional = *mConditionals[aConditionalId];
+    const ZTCScopedLock lLock(lrConditional.getMutex());
+    const unsigned long lBefore = lrConditional.getSignals();
+    // makeThreadsToExit sets its mark before it signals, and signalling takes the lock that is held here.
+    while (lrConditional.getSignals() == lBefore && !isSetForExit()) {
+        if (apDeadline != nullptr) {
+            lrConditional.waitUntil(*apDeadline);
+        } else {
+            lrConditional.wait();
+        }
+    }
+}
+
+// ---- Readers and writers ----
+
+void ZTCSystem::send(unsigned int aWriterId, const ZTCPointer<ZTCBuffer>& acrBuffer, unsigned int& arSent) {
+    getWriter(aWriterId)->write(acrBuffer->getBytes(), acrBuffer->getLength());
+    arSent = acrBuffer->getLength();
+}
+
+void ZTCSystem::receive(unsigned int aReaderId, ZTCPointer<ZTCBuffer>& arBuffer, unsigned int& arReceived) {
+    getReader(aReaderId)->read(arBuffer->getBytes(), arBuffer->getLength());
+    arReceived = arBuffer->getLength();
+}
+
+void ZTCSystem::waitForActivity(unsigned int aReaderId, unsigned int aSeconds) {
+    if (!isSetForExit()) {
+        getReader(aReaderId)->waitForActivity(aSeconds);
+    }
+}

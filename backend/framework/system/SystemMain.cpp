@@ -1,0 +1,90 @@
+#include "SystemMain.h"
+
+#include "SafeFile.h"
+#include "SignalSource.h"
+#include "System.h"
+
+namespace {
+
+constexpr char sFile[] = "SystemMain";
+constexpr char sNull[] = "/dev/null";
+
+constinit ZTCSystem* spSystem = nullptr;
+
+// A log file without a directory in its name lies in the runtime directory.
+void openLogIn(const ZTCString& acrRuntimeDir) {
+    const ZTCString lName(getLogFilePath());
+    if (strchr(lName.get(), '/') == nullptr) {
+        setLogFilePath((acrRuntimeDir + "/" + lName.get()).get());
+    }
+    openLog();
+}
+
+void start(ZTCSystem& arSystem, int argc, char** argv) {
+    arSystem.preInit();
+    arSystem.processCommandLine(argc, argv);
+    const char* const lpRuntimeDir = arSystem.getRuntimeDirStr().get();
+    OsCheckDirectory(lpRuntimeDir);
+    openLogIn(arSystem.getRuntimeDirStr());
+    setLogEcho(true);
+    arSystem.processCommandLineArguments();
+    if (arSystem.isDaemonWanted()) {
+        // A runtime directory without a leading slash means the one below where the process was started.
+        arSystem.systemDaemonize(lpRuntimeDir[0] == '/' ? "/" : ".", sNull, sNull, sNull);
+    }
+    startLogWriter();
+    arSystem.markAsRunning();
+    arSystem.init();
+    arSystem.createThreads();
+    arSystem.startThreads();
+    arSystem.postThreadsInit();
+    arSystem.reportReady();
+}
+
+void end(ZTCSystem& arSystem) {
+    arSystem.createShutDownEvent();
+    arSystem.destroyThreads();
+    arSystem.destroy();
+    arSystem.postDestroy();
+}
+
+// Takes down what a start that failed had set up. What fails here has been told by the first failure.
+void abandon(ZTCSystem& arSystem) {
+    const auto lTry = [](auto&& arStep) {
+        try {
+            arStep();
+        } catch (const ZTCException& lrException) {
+            Log(ZTLL_Warning, sFile, "Going on with the end: %s", lrException.what());
+        }
+    };
+    lTry([&] { arSystem.makeThreadsToExit(); });
+    lTry([&] { arSystem.waitForThreads(); });
+    lTry([&] { arSystem.destroyThreads(); });
+    lTry([&] { arSystem.destroy(); });
+    lTry([&] { arSystem.postDestroy(); });
+}
+
+}  // namespace
+
+void setSystemObject(ZTCSystem* apSystem) {
+    spSystem = apSystem;
+}
+
+int SystemMain(int argc, char** argv) {
+    const ZTCTraceScope lTrace(sFile);
+    ZT_ASSERT(0 != spSystem, __LINE__, sFile);
+    ZTCSignalSource lSignals;
+    spSystem->setSignalSource(&lSignals);
+    try {
+        orNoMemory([&] { start(*spSystem, argc, argv); });
+        spSystem->waitForThreads();
+    } catch (const ZTCException& lrException) {
+        Log(ZTLL_Error, sFile, "%s", lrException.what());
+        abandon(*spSystem);
+        spSystem->setSignalSource(nullptr);
+        throw;
+    }
+    end(*spSystem);
+    spSystem->setSignalSource(nullptr);
+    return 0;
+}

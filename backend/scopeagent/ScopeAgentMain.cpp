@@ -1,0 +1,33 @@
+// The entry point. Every path that returns ends with status 0: who needs to know why the agent ended reads
+// the log.
+#include <new>
+
+#include "Log.h"
+#include "ScopeAgentSystem.h"
+#include "SystemMain.h"
+
+namespace {
+constexpr char sFile[] = "ScopeAgentMain";
+constinit const char* spAgentName = "vrx-sca";
+}  // namespace
+
+int main(int argc, char** argv) {
+    const ZTCTraceScope lTrace(sFile);
+    Log(ZTLL_Notice, sFile, "Starting the ScopeAgent");
+    setLogFilePath("vrx-sca.log");
+    try {
+        {
+            const ZTCString lName(spAgentName);
+            setSystemObject(new (std::nothrow) ZTCScopeAgentSystem(lName));
+        }
+        SystemMain(argc, argv);
+    } catch (const ZTCExitConditionEx&) {
+        Log(ZTLL_Information, sFile, "Exit condition");
+        return 0;
+    } catch (const ZTCException& lrException) {
+        Log(ZTLL_Information, sFile, "Failed with error - %s, exiting abruptly", lrException.what());
+        return 0;
+    }
+    Log(ZTLL_Highest, sFile, "ScopeAgent System exiting");
+    return 0;
+}
