@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <bit>
 #include <charconv>
 #include <cstdio>
@@ -26,11 +27,26 @@ bool isControl(char aCharacter) {
     return lCode < 0x20 || lCode == 0x7f;
 }
 
-// Appends text with control characters as \xNN, up to a limit.
+// The text of a record, up to a limit.
 class Text {
   public:
     Text(char* apOut, std::size_t aMost) : mpAt(apOut), mpLimit(apOut + aMost - sizeof sCut) {}
 
+    // Text that has been checked and may be read some bytes beyond its end.
+    void appendLiteral(const char* apText, std::size_t aLength) {
+        constexpr std::size_t lBlock = 32;
+        if (static_cast<std::size_t>(mpLimit - mpAt) < aLength) {
+            mCut = true;
+            return;
+        }
+        for (std::size_t lAt = 0; lAt < aLength; lAt += lBlock) {
+            memcpy(mpAt + lAt, apText + lAt, lBlock);
+        }
+        mpAt += aLength;
+        mEndsLine = mEndsLine && aLength == 0;
+    }
+
+    // Text from outside: control characters become \xNN.
     void append(const char* apText, std::size_t aLength) {
         const char* const lpEnd = apText + aLength;
         while (lpEnd - apText >= 8 && mpLimit - mpAt >= 8) {
@@ -51,9 +67,10 @@ class Text {
 
     template <class Integer>
     void appendNumber(Integer aValue, int aBase = 10) {
-        char lDigits[32];
-        const auto lEnd = std::to_chars(lDigits, lDigits + sizeof lDigits, aValue, aBase);
-        append(lDigits, static_cast<std::size_t>(lEnd.ptr - lDigits));
+        const auto lEnd = std::to_chars(mpAt, mpLimit, aValue, aBase);
+        mCut = mCut || lEnd.ec != std::errc();
+        mpAt = lEnd.ec == std::errc() ? lEnd.ptr : mpAt;
+        mEndsLine = false;
     }
 
     void markCut() { mCut = true; }
@@ -168,10 +185,6 @@ void appendByLibrary(Text& arText, const ztlog::Conversion& acrConversion, const
 
 void appendConversion(Text& arText, const ztlog::Conversion& acrConversion, const char* apConversion,
                       Arguments& arArguments) {
-    if (acrConversion.mLetter == '%') {
-        arText.append("%", 1);
-        return;
-    }
     if (!acrConversion.mPlain) {
         appendByLibrary(arText, acrConversion, apConversion, arArguments);
         return;
@@ -211,8 +224,9 @@ void appendConversion(Text& arText, const ztlog::Conversion& acrConversion, cons
 }
 
 bool isSamePlace(const ztlog::Site& acrOne, const ztlog::Site& acrOther) {
-    return acrOne.mpFile == acrOther.mpFile && acrOne.mLine == acrOther.mLine &&
-           acrOne.mpFunction == acrOther.mpFunction && acrOne.mpTag == acrOther.mpTag;
+    return acrOne.mpFormat == acrOther.mpFormat && acrOne.mLine == acrOther.mLine &&
+           acrOne.mpFunction == acrOther.mpFunction && acrOne.mpFile == acrOther.mpFile &&
+           acrOne.mpTag == acrOther.mpTag;
 }
 
 void putTwoDigits(char* apOut, unsigned int aValue) {
@@ -220,34 +234,27 @@ void putTwoDigits(char* apOut, unsigned int aValue) {
     apOut[1] = static_cast<char>('0' + aValue % 10);
 }
 
-char* appendCopy(char* apOut, const char* apText, std::size_t aLength) {
-    memcpy(apOut, apText, aLength);
-    return apOut + aLength;
-}
-
 }  // namespace
 
 char* ZTCLogLine::format(const ZTCLogRecord& acrRecord, char* apOut) {
-    char* lpOut = appendTime(acrRecord.mStamp, apOut);
-    lpOut = appendThread(acrRecord.mThread, lpOut);
-    lpOut = appendPlace(acrRecord.mSite, lpOut);
+    char* const lpTime = appendTime(acrRecord.mStamp, apOut);
+    char* const lpPlace = appendThread(acrRecord.mThread, lpTime);
+    const Place& lrPlace = placeOf(acrRecord.mSite);
 
-    Text lText(lpOut, MaxText);
+    Text lText(lpPlace, MaxText);
     Arguments lArguments(acrRecord);
-    const char* lpFormat = acrRecord.mSite.mpFormat;
-    for (;;) {
-        const char* const lpConversion = strchrnul(lpFormat, '%');
-        lText.append(lpFormat, static_cast<std::size_t>(lpConversion - lpFormat));
-        if (*lpConversion == '\0') {
-            break;
+    const char* lpLiteral = lrPlace.mText;
+    for (std::size_t lAt = 0; lAt < lrPlace.mPieceCount; ++lAt) {
+        const Piece& lrPiece = lrPlace.mPieces[lAt];
+        lText.appendLiteral(lpLiteral, lrPiece.mLength);
+        lpLiteral += lrPiece.mLength;
+        if (lrPiece.mpConversion != nullptr) {
+            appendConversion(lText, lrPiece.mConversion, lrPiece.mpConversion, lArguments);
         }
-        const ztlog::Conversion lConversion = ztlog::parseConversion(lpConversion);
-        appendConversion(lText, lConversion, lpConversion, lArguments);
-        lpFormat = lpConversion + lConversion.mLength;
     }
-    lpOut = lText.finish();
-    *lpOut++ = '\n';
-    return lpOut;
+    char* const lpEnd = lText.finish();
+    *lpEnd = '\n';
+    return lpEnd + 1;
 }
 
 char* ZTCLogLine::appendTime(std::uint64_t aStamp, char* apOut) {
@@ -260,36 +267,64 @@ char* ZTCLogLine::appendTime(std::uint64_t aStamp, char* apOut) {
         strftime(mSecondText, sizeof mSecondText, "%Y-%m-%dT%H:%M:%S.", &lParts);
         mSecond = lSecond;
     }
-    char* const lpOut = appendCopy(apOut, mSecondText, lLength);
+    memcpy(apOut, mSecondText, sizeof mSecondText);
+    char* const lpMicros = apOut + lLength;
     const auto lMicros = static_cast<unsigned int>(aStamp % 1000000000 / 1000);
-    putTwoDigits(lpOut, lMicros / 10000);
-    putTwoDigits(lpOut + 2, lMicros / 100 % 100);
-    putTwoDigits(lpOut + 4, lMicros % 100);
-    lpOut[6] = 'Z';
-    lpOut[7] = ' ';
-    return lpOut + 8;
+    putTwoDigits(lpMicros, lMicros / 10000);
+    putTwoDigits(lpMicros + 2, lMicros / 100 % 100);
+    putTwoDigits(lpMicros + 4, lMicros % 100);
+    lpMicros[6] = 'Z';
+    lpMicros[7] = ' ';
+    return lpMicros + 8;
 }
 
 char* ZTCLogLine::appendThread(std::uint32_t aThread, char* apOut) {
-    if (mProcessLength == 0) {
-        const auto lEnd = std::to_chars(mProcessText, mProcessText + sizeof mProcessText - 1, getpid());
-        *lEnd.ptr = '.';
-        mProcessLength = static_cast<std::size_t>(lEnd.ptr + 1 - mProcessText);
+    if (aThread != mThread) {
+        mThreadLength =
+            static_cast<std::size_t>(snprintf(mThreadText, sizeof mThreadText, "%d.%u", getpid(), aThread));
+        mThread = aThread;
     }
-    char* const lpOut = appendCopy(apOut, mProcessText, mProcessLength);
-    return std::to_chars(lpOut, lpOut + 10, aThread).ptr;
+    memcpy(apOut, mThreadText, sizeof mThreadText);
+    return apOut + mThreadLength;
 }
 
-char* ZTCLogLine::appendPlace(const ztlog::Site& acrSite, char* apOut) {
-    const auto lKey = std::bit_cast<std::uintptr_t>(acrSite.mpFile) / 8 + acrSite.mLine * 7;
+const ZTCLogLine::Place& ZTCLogLine::placeOf(const ztlog::Site& acrSite) {
+    const auto lKey = std::bit_cast<std::uintptr_t>(acrSite.mpFormat) + acrSite.mLine * std::size_t{7};
     Place& lrPlace = mPlaces[lKey % std::size(mPlaces)];
     if (!isSamePlace(lrPlace.mSite, acrSite)) {
-        const int lLength = snprintf(lrPlace.mText, sizeof lrPlace.mText, " %s %s:%u %s: ", acrSite.mpTag,
-                                     acrSite.mpFile, acrSite.mLine, acrSite.mpFunction);
-        lrPlace.mLength = static_cast<std::size_t>(lLength) < sizeof lrPlace.mText
-                              ? static_cast<std::size_t>(lLength)
-                              : sizeof lrPlace.mText - 1;
-        lrPlace.mSite = acrSite;
+        fill(lrPlace, acrSite);
     }
-    return appendCopy(apOut, lrPlace.mText, lrPlace.mLength);
+    return lrPlace;
+}
+
+void ZTCLogLine::fill(Place& arPlace, const ztlog::Site& acrSite) {
+    arPlace.mSite = acrSite;
+    arPlace.mPieceCount = 0;
+    char* lpText = arPlace.mText;
+    const int lPrefix = snprintf(lpText, MaxPrefix, " %s %s:%u %s: ", acrSite.mpTag, acrSite.mpFile,
+                                 acrSite.mLine, acrSite.mpFunction);
+    lpText += std::min(static_cast<std::size_t>(lPrefix), MaxPrefix - 1);
+    const char* lpPiece = arPlace.mText;
+    const char* lpFormat = acrSite.mpFormat;
+    for (;;) {
+        const char* const lpConversion = strchrnul(lpFormat, '%');
+        lpText =
+            static_cast<char*>(mempcpy(lpText, lpFormat, static_cast<std::size_t>(lpConversion - lpFormat)));
+        if (*lpConversion == '\0') {
+            // The format's own line end is dropped; it has no other control characters.
+            lpText -= lpText != lpPiece && lpText[-1] == '\n' ? 1 : 0;
+            arPlace.mPieces[arPlace.mPieceCount++] = {
+                static_cast<std::size_t>(lpText - lpPiece), nullptr, {}};
+            break;
+        }
+        const ztlog::Conversion lConversion = ztlog::parseConversion(lpConversion);
+        lpFormat = lpConversion + lConversion.mLength;
+        if (lConversion.mLetter == '%') {
+            *lpText++ = '%';
+            continue;
+        }
+        arPlace.mPieces[arPlace.mPieceCount++] = {static_cast<std::size_t>(lpText - lpPiece), lpConversion,
+                                                  lConversion};
+        lpPiece = lpText;
+    }
 }

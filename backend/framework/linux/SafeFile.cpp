@@ -44,7 +44,7 @@ void OsCheckFile(int aDescriptor, const char* apPath, mode_t aType) {
     if (lStatus.st_uid != geteuid()) {
         refuse(apPath, "it belongs to another user", EPERM);
     }
-    if (lStatus.st_nlink != 1) {
+    if (lStatus.st_nlink > 1) {  // 0: removed since it was opened
         refuse(apPath, "it has more than one name (hard link)", EMLINK);
     }
 }

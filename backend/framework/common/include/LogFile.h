@@ -31,7 +31,7 @@ class ZTCLogFile {
     /// Lines that could not be written and have not been told yet; the errno of the last failure.
     std::uint64_t lost() const { return mLost; }
     int lastError() const { return mLastError; }
-    void forgetLost() { mLost = 0; }
+    void setLost(std::uint64_t aLost) { mLost = aLost; }
 
     /// Completes the line that went out in part, if there is one. False: the file takes nothing now.
     bool completeLine();

@@ -67,12 +67,20 @@ constexpr ArgumentKind takenBy(const Conversion& acrConversion) {
     return acrConversion.mLong ? ArgumentKind::Integer64 : ArgumentKind::Integer32;
 }
 
+inline constexpr size_t MaxFormat = 512;  ///< characters of a format
+
+/// Whether a format's conversions are those of the arguments, and it has no control characters but, if
+/// wanted, a line end at its end.
 template <class... Arguments>
 constexpr bool fits(const char* apFormat) {
     constexpr size_t lCount = sizeof...(Arguments);
     constexpr ArgumentKind lKinds[lCount + 1] = {kindOf<Arguments>()..., ArgumentKind::Integer32};
     size_t lUsed = 0;
     for (const char* lpAt = apFormat; *lpAt != '\0'; ++lpAt) {
+        if (static_cast<size_t>(lpAt - apFormat) >= MaxFormat ||
+            (static_cast<unsigned char>(*lpAt) < ' ' && !(*lpAt == '\n' && lpAt[1] == '\0'))) {
+            return false;
+        }
         if (*lpAt != '%') {
             continue;
         }

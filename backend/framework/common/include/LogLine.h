@@ -1,7 +1,8 @@
 // Turns a record of a ring into its line. See Log.h for the line's form.
 //
-// Used by one thread at a time, under the log's drain lock: it keeps the text of the last second, of the
-// process id and of the places that logged lately, because most of a line is the same as in an earlier one.
+// Used by one thread at a time, under the log's drain lock. Most of a line stood in an earlier one already,
+// so it is kept: the text of the second, of process and thread, and, of the places that logged lately, all
+// that does not depend on the arguments.
 #pragma once
 
 #include <cstddef>
@@ -18,23 +19,37 @@ class ZTCLogLine {
     /// Control characters in the text become \xNN; one line end at the end of the text is dropped.
     char* format(const ZTCLogRecord& acrRecord, char* apOut);
 
-    /// The process's id is looked up anew: after a fork.
-    void forgetProcess() { mProcessLength = 0; }
+    /// Process and thread are looked up anew: after a fork.
+    void forgetProcess() { mThread = 0; }
 
   private:
+    static constexpr std::size_t Slack =
+        64;  // texts are copied in blocks, so they may be read a little beyond
+    static constexpr std::size_t MaxPrefix = 192;
+    static constexpr std::size_t MaxPieces = ztlog::MaxArguments + 1;
+
+    // Text, and the conversion behind it (none behind the last).
+    struct Piece {
+        std::size_t mLength;
+        const char* mpConversion;
+        ztlog::Conversion mConversion;
+    };
     struct Place {
         ztlog::Site mSite{};
-        std::size_t mLength = 0;
-        char mText[160]{};
+        std::size_t mPieceCount = 0;
+        Piece mPieces[MaxPieces]{};  // the first begins with tag, file, line and function
+        char mText[MaxPrefix + ztlog::MaxFormat + Slack]{};
     };
 
     char* appendTime(std::uint64_t aStamp, char* apOut);
     char* appendThread(std::uint32_t aThread, char* apOut);
-    char* appendPlace(const ztlog::Site& acrSite, char* apOut);
+    const Place& placeOf(const ztlog::Site& acrSite);
+    static void fill(Place& arPlace, const ztlog::Site& acrSite);
 
     std::uint64_t mSecond = ~std::uint64_t{0};
     char mSecondText[32]{};
-    std::size_t mProcessLength = 0;
-    char mProcessText[16]{};
+    std::uint32_t mThread = 0;
+    std::size_t mThreadLength = 0;
+    char mThreadText[32]{};
     Place mPlaces[64]{};
 };
