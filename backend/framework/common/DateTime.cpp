@@ -40,14 +40,19 @@ void ZTCDateTime::__set(const char* apText) {
         mNanoseconds = static_cast<std::uint32_t>(lNow.tv_nsec);
         return;
     }
+    constexpr char lFormat[] = "%Y-%m-%dT%H:%M:%S";
     tm lParts{};
-    const char* lpRest = strptime(apText, "%Y-%m-%dT%H:%M:%S", &lParts);
+    const char* lpRest = strptime(apText, lFormat, &lParts);
     if (lpRest == nullptr) {
         throwNotATime();
     }
+    const auto lLength = static_cast<std::size_t>(lpRest - apText);
     const std::uint32_t lNanoseconds = parseFraction(lpRest);
     const time_t lSeconds = timegm(&lParts);
-    if (ClibStrcmp(lpRest, "Z") != 0 || lSeconds < 0) {
+    // A day that does not exist, a leap second or a field of another width is printed otherwise than read.
+    char lPrinted[sizeof "9999-12-31T23:59:59"];
+    if (strftime(lPrinted, sizeof lPrinted, lFormat, &lParts) != lLength ||
+        memcmp(lPrinted, apText, lLength) != 0 || ClibStrcmp(lpRest, "Z") != 0 || lSeconds < 0) {
         throwNotATime();
     }
     mSeconds = static_cast<std::uint64_t>(lSeconds);

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <bit>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -289,7 +288,7 @@ char* ZTCLogLine::appendThread(std::uint32_t aThread, char* apOut) {
 }
 
 const ZTCLogLine::Place& ZTCLogLine::placeOf(const ztlog::Site& acrSite) {
-    const auto lKey = std::bit_cast<std::uintptr_t>(acrSite.mpFormat) + acrSite.mLine * std::size_t{7};
+    const auto lKey = reinterpret_cast<std::uintptr_t>(acrSite.mpFormat) + acrSite.mLine * std::size_t{7};
     Place& lrPlace = mPlaces[lKey % std::size(mPlaces)];
     if (!isSamePlace(lrPlace.mSite, acrSite)) {
         fill(lrPlace, acrSite);

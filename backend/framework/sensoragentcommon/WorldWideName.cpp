@@ -32,9 +32,10 @@ bool parse(const char* apText, char aSeparator, unsigned char* apBinary) {
     return *apText == '\0';
 }
 
-// One lock for all names: a name is printed once in its life.
+// One lock for all names: a name is printed once in its life. Never destroyed; needs no memory.
 ZTCMutex& printLock() {
-    static ZTCMutex& srLock = *new ZTCMutex;
+    alignas(ZTCMutex) static unsigned char sRoom[sizeof(ZTCMutex)];
+    static ZTCMutex& srLock = *new (sRoom) ZTCMutex;
     return srLock;
 }
 

@@ -26,7 +26,9 @@ class ZTCWorldWideName {
     }
     ZTCWorldWideName(const ZTCWorldWideName& acrCopy) : ZTCWorldWideName() { copy(acrCopy); }
     ZTCWorldWideName& operator=(const ZTCWorldWideName& acrCopy) {
-        copy(acrCopy);
+        if (this != &acrCopy) {
+            copy(acrCopy);
+        }
         return *this;
     }
     virtual ~ZTCWorldWideName() = default;
