@@ -16,10 +16,8 @@ void failAssertion(const char* apText, unsigned int aLine, const char* apFunctio
         }
     }
     if ((ztlog::gCode.load(std::memory_order_relaxed) & ZTLL_Highest.mBit) != 0) {
-        const ztlog::Argument lText = ztlog::argument(apText);
-        ztlog::publish(
-            {ZTLL_Highest.mpTag, apFunction, apFile, "Assertion [ %s ] failed\n", ZTLL_Highest.mBit, aLine},
-            &lText, 1);
+        ztlog::put(ZTLL_Highest.mBit, ZTLL_Highest.mpTag, aLine, apFunction, apFile,
+                   "Assertion [ %s ] failed\n", apText);
     }
     ztlog::finish();
     quick_exit(1);

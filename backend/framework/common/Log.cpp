@@ -120,15 +120,6 @@ void makeRoom(ZTCLogRing& arRing, std::size_t aSize) {
     }
 }
 
-void putInto(ZTCLogRing& arRing, const ztlog::Site& acrSite, const ztlog::Argument* apArguments,
-             unsigned int aCount) {
-    const std::size_t lSize = ZTCLogRing::sizeOf(apArguments, aCount);
-    if (!arRing.hasRoom(lSize)) [[unlikely]] {
-        makeRoom(arRing, lSize);
-    }
-    arRing.put(lSize, tState.mThread, acrSite, apArguments, aCount);
-}
-
 // ---- The writer ----
 
 // Makes every store that another thread of this process has made visible here, and the other way round,
@@ -190,26 +181,31 @@ void* writerThread(void*) {
 
 // ---- What others call ----
 
-void ztlog::publish(const Site& acrSite, const Argument* apArguments, unsigned int aCount) {
+// A thread without a ring of its own holds the shared ring's lock from begin to publish.
+ZTCLogRecord& ztlog::begin(std::size_t aSize) ZT_NO_THREAD_SAFETY_ANALYSIS {
     if (tState.mpRing == nullptr) [[unlikely]] {
         attach();
+        if (tState.mpRing == nullptr) {
+            sSharedLock.lock();
+        }
     }
+    ZTCLogRing& lrRing = tState.mpRing != nullptr ? *tState.mpRing : sRings.shared();
+    if (!lrRing.hasRoom(aSize)) [[unlikely]] {
+        makeRoom(lrRing, aSize);
+    }
+    return lrRing.begin(aSize, tState.mThread);
+}
+
+void ztlog::publish() ZT_NO_THREAD_SAFETY_ANALYSIS {
     if (tState.mpRing != nullptr) [[likely]] {
-        putInto(*tState.mpRing, acrSite, apArguments, aCount);
+        tState.mpRing->publish();
     } else {
-        const ZTCLogGuard lGuard(sSharedLock);
-        putInto(sRings.shared(), acrSite, apArguments, aCount);
+        sRings.shared().publish();
+        sSharedLock.unlock();
     }
     std::atomic_signal_fence(std::memory_order_seq_cst);  // with fenceAllThreads: published, then looked
     if (sWriterIsIdle.load(std::memory_order_relaxed)) [[unlikely]] {
         wakeWriter();
-    }
-}
-
-void ztlog::write(const Site& acrSite, const Argument* apArguments, unsigned int aCount) {
-    publish(acrSite, apArguments, aCount);
-    if ((acrSite.mLevel & ZTLL_WrittenAtOnce) != 0) [[unlikely]] {
-        flushLog();
     }
 }
 

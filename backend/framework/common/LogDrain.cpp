@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "Log.h"
+
 namespace {
 
 constexpr char sFile[] = "LogDrain";
@@ -134,12 +136,13 @@ void ZTCLogDrain::tellLost() {
         return;
     }
     static constinit ZTCLogRing sOwn;  // the drainer's own: it cannot wait for itself
-    const ztlog::Argument lArguments[] = {ztlog::argument(lLost),
-                                          ztlog::argument(strerrordesc_np(mFile.lastError()))};
-    sOwn.put(
-        ZTCLogRing::sizeOf(lArguments, 2), static_cast<std::uint32_t>(gettid()),
-        {ZTLL_Warning.mpTag, __func__, sFile, "%lu log records were lost: %s", ZTLL_Warning.mBit, __LINE__},
-        lArguments, 2);
+    const auto lCount = ztlog::argument(lLost);
+    const auto lReason = ztlog::argument(strerrordesc_np(mFile.lastError()));
+    sOwn.begin(ZTCLogRecord::sizeWith(lCount, lReason), static_cast<std::uint32_t>(gettid()))
+        .fill({ZTLL_Warning.mpTag, __func__, sFile, "%lu log records were lost: %s", ZTLL_Warning.mBit,
+               __LINE__},
+              lCount, lReason);
+    sOwn.publish();
     std::uint64_t lAt = sOwn.tail();
     addLine(*sOwn.at(lAt));
     put();

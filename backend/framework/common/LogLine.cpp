@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 
 namespace {
 
@@ -157,7 +158,7 @@ void appendByLibrary(Text& arText, const ztlog::Conversion& acrConversion, const
     if (acrConversion.mLetter == 's') {
         std::size_t lTextLength = 0;
         const char* const lpText = arArguments.text(lTextLength);
-        char lText[ZTCLogRing::MaxText + 2];
+        char lText[ztlog::MaxArgumentText + 2];
         memcpy(lText, lpText, lTextLength);
         lText[lTextLength] = '\0';
         lLength = snprintf(lResult, sizeof lResult, lFormat, lText);
@@ -193,8 +194,8 @@ void appendConversion(Text& arText, const ztlog::Conversion& acrConversion, cons
         case 's': {
             std::size_t lLength = 0;
             const char* const lpText = arArguments.text(lLength);
-            if (lLength > ZTCLogRing::MaxText) {
-                lLength = ZTCLogRing::MaxText;
+            if (lLength > ztlog::MaxArgumentText) {
+                lLength = ztlog::MaxArgumentText;
                 arText.markCut();
             }
             arText.append(lpText, lLength);

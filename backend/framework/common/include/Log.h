@@ -15,7 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "LogFormat.h"
+#include "LogRecord.h"
 
 /// A level: its bit in the log code and its tag.
 struct ZTCLogLevel {
@@ -76,50 +76,24 @@ namespace ztlog {
 
 extern std::atomic<unsigned int> gCode;
 
-/// One argument of a record on its way into the ring.
-struct Argument {
-    ArgumentKind mKind;
-    std::uint32_t mLength;  ///< of text
-    union {
-        std::uint64_t mNumber;  ///< integers (sign-extended) and addresses
-        const char* mpText;
-    };
-};
+/// Makes room for a record of so many bytes in the calling thread's ring, waiting if there is none, and reads
+/// the clock. What it returns is to be filled in, and then published, by the same thread.
+ZTCLogRecord& begin(std::size_t aSize);
+void publish();
 
-std::uint32_t textLength(const char* apText);
-
-template <class Value>
-Argument argument(const Value& acrValue) {
-    Argument lArgument;
-    lArgument.mKind = kindOf<Value>();
-    lArgument.mLength = 0;
-    if constexpr (kindOf<Value>() == ArgumentKind::Text) {
-        lArgument.mpText = acrValue != nullptr ? static_cast<const char*>(acrValue) : "(null)";
-        lArgument.mLength = textLength(lArgument.mpText);
-    } else if constexpr (kindOf<Value>() == ArgumentKind::Address) {
-        lArgument.mNumber = reinterpret_cast<std::uintptr_t>(static_cast<const void*>(acrValue));
-    } else {
-        lArgument.mNumber = static_cast<std::uint64_t>(acrValue);
-    }
-    return lArgument;
+template <class... Arguments>
+void putArguments(const Site& acrSite, const Arguments&... acrArguments) {
+    begin(ZTCLogRecord::sizeWith(acrArguments...)).fill(acrSite, acrArguments...);
+    publish();
 }
 
-/// Where a record comes from. All pointers are to text that lives as long as the process.
-struct Site {
-    const char* mpTag;
-    const char* mpFunction;
-    const char* mpFile;
-    const char* mpFormat;
-    unsigned int mLevel;
-    unsigned int mLine;
-};
-
-inline constexpr std::size_t MaxArguments = 8;
-
-void write(const Site& acrSite, const Argument* apArguments, unsigned int aCount);
-
-/// Leaves the record in the ring, whatever its level.
-void publish(const Site& acrSite, const Argument* apArguments, unsigned int aCount);
+/// Puts one record, whatever its level. Not inline: one function serves all calls with arguments of the same
+/// types.
+template <class... Arguments>
+[[gnu::noinline]] void put(unsigned int aLevel, const char* apTag, unsigned int aLine, const char* apFunction,
+                           const char* apFile, const char* apFormat, Arguments... aArguments) {
+    putArguments({apTag, apFunction, apFile, apFormat, aLevel, aLine}, argument(aArguments)...);
+}
 
 /// Before the process ends: writes what is pending (to standard error when no file was opened), but waits at
 /// most 5 seconds for whoever is writing now, and for nobody who still logs.
@@ -136,13 +110,13 @@ void PrintLogMessageWithTimeStamp(unsigned int aLevel, const char* apTag, unsign
                                   const char* apFunction, const char* apFile,
                                   ZTCLogFormat<std::type_identity_t<Arguments>...> aFormat,
                                   Arguments... aArguments) {
-    static_assert(sizeof...(Arguments) <= ztlog::MaxArguments);
     if ((ztlog::gCode.load(std::memory_order_relaxed) & aLevel) == 0) {
         return;
     }
-    const ztlog::Argument lArguments[sizeof...(Arguments) + 1] = {ztlog::argument(aArguments)..., {}};
-    ztlog::write({apTag, apFunction, apFile, aFormat.mpText, aLevel, aLine}, lArguments,
-                 sizeof...(Arguments));
+    ztlog::put(aLevel, apTag, aLine, apFunction, apFile, aFormat.mpText, aArguments...);
+    if ((aLevel & ZTLL_WrittenAtOnce) != 0) {
+        flushLog();
+    }
 }
 
 /// The same with the line and function of the call, for records whose line is not stated.

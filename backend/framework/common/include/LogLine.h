@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "LogRing.h"
+#include "LogRecord.h"
 
 class ZTCLogLine {
   public:

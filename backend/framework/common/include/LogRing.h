@@ -11,25 +11,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "Log.h"
-
-/// A record as it stands in a ring; its arguments follow (8 bytes an integer or address; text as a 32-bit
-/// length and the bytes, filled up to a multiple of 8).
-struct ZTCLogRecord {
-    std::uint32_t mSize;    ///< bytes with the arguments, a multiple of 8
-    std::uint32_t mThread;  ///< 0 marks a filler, of which only these two members exist
-    std::uint64_t mStamp;   ///< nanoseconds since 1970
-    ztlog::Site mSite;
-    unsigned char mKinds[ztlog::MaxArguments];  ///< ztlog::ArgumentKind, 0 behind the last
-
-    const unsigned char* arguments() const { return reinterpret_cast<const unsigned char*>(this + 1); }
-};
-static_assert(sizeof(ZTCLogRecord) == 64, "a record's fixed part is one cache line");
+#include "LogRecord.h"
 
 class ZTCLogRing {
   public:
     static constexpr std::size_t Capacity = 256 * 1024;
-    static constexpr std::uint32_t MaxText = 4096;  ///< bytes kept of one text argument
 
     enum class State : unsigned int {
         Free,      ///< nobody's, and empty
@@ -37,17 +23,23 @@ class ZTCLogRing {
         Orphaned,  ///< its thread has ended; becomes Free when drained
     };
 
-    /// Bytes that the record takes, without filler.
-    static std::size_t sizeOf(const ztlog::Argument* apArguments, unsigned int aCount);
-
     // The producer.
 
     /// Whether a record of aSize bytes can be put now.
-    bool hasRoom(std::size_t aSize);
+    bool hasRoom(std::size_t aSize) {
+        const std::uint64_t lHead = mHead.load(std::memory_order_relaxed);
+        const std::size_t lNeeded = aSize + fillerBefore(lHead, aSize);
+        if (lHead + lNeeded - mKnownTail > Capacity) {
+            mKnownTail = mTail.load(std::memory_order_acquire);
+        }
+        return lHead + lNeeded - mKnownTail <= Capacity;
+    }
 
-    /// Puts a record; hasRoom(aSize) was true. Reads the clock.
-    void put(std::size_t aSize, std::uint32_t aThread, const ztlog::Site& acrSite,
-             const ztlog::Argument* apArguments, unsigned int aCount);
+    /// Begins a record, for which there is room: reads the clock. The site and the arguments are to be set.
+    ZTCLogRecord& begin(std::size_t aSize, std::uint32_t aThread);
+
+    /// Publishes the record that was begun.
+    void publish() { mHead.store(mBegun, std::memory_order_release); }
 
     // The drainer.
 
@@ -67,7 +59,14 @@ class ZTCLogRing {
     std::uint64_t mSeen = 0;  ///< drainer only: the head at its last look
 
   private:
+    /// Bytes between the head and the next record: a record does not go over the ring's end.
+    static std::size_t fillerBefore(std::uint64_t aHead, std::size_t aSize) {
+        const std::size_t lToEnd = Capacity - aHead % Capacity;
+        return aSize <= lToEnd ? 0 : lToEnd;
+    }
+
     alignas(64) std::atomic<std::uint64_t> mHead{0};
+    std::uint64_t mBegun = 0;      ///< producer only: the head once the record is published
     std::uint64_t mKnownTail = 0;  ///< producer only: the tail at its last look
     alignas(64) std::atomic<std::uint64_t> mTail{0};
     alignas(64) unsigned char mBytes[Capacity]{};
