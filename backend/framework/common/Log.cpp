@@ -74,7 +74,6 @@ void afterForkInParent() ZT_NO_THREAD_SAFETY_ANALYSIS {
 void afterForkInChild() ZT_NO_THREAD_SAFETY_ANALYSIS {
     sRings.keepOnly(tState.mpRing);
     tState.mThread = static_cast<std::uint32_t>(gettid());
-    sDrain.mLine.forgetProcess();
     sWriterRuns.store(false);
     sWriterIsIdle.store(false);
     afterForkInParent();
@@ -106,16 +105,20 @@ void attach() {
     }
 }
 
-// The ring is full: drains, or waits for the one who does.
+// The ring is full: waits for the writer, or drains when there is none or it does not get to it.
 void makeRoom(ZTCLogRing& arRing, std::size_t aSize) {
+    constexpr int lYields = 20;
+    constexpr int lNaps = 50;
+    sem_post(&sWakeWriter);
     for (int lTry = 0; !arRing.hasRoom(aSize); ++lTry) {
-        if (sDrain.mLock.tryLock()) {
+        const bool lHelps = !sWriterRuns.load(std::memory_order_relaxed) || lTry > lYields + lNaps;
+        if (lHelps && sDrain.mLock.tryLock()) {
             sDrain.drainAll();
             sDrain.mLock.unlock();
-        } else if (lTry < 20) {
+        } else if (lTry < lYields) {
             sched_yield();
         } else {
-            nap(sMillisecond / 10);
+            nap(sMillisecond / 20);
         }
     }
 }
@@ -134,7 +137,17 @@ void wakeWriter() {
     }
 }
 
-// Sleeps until somebody logs. While records wait to be told as lost, or without the fence, only a while.
+// Sleeps until somebody wakes the writer, but not for longer than that.
+void doze(long aNanoseconds) {
+    timespec lDeadline;
+    clock_gettime(CLOCK_MONOTONIC, &lDeadline);
+    lDeadline.tv_nsec += aNanoseconds;
+    lDeadline.tv_sec += lDeadline.tv_nsec / (1000 * sMillisecond);
+    lDeadline.tv_nsec %= 1000 * sMillisecond;
+    sem_clockwait(&sWakeWriter, CLOCK_MONOTONIC, &lDeadline);
+}
+
+// Sleeps until somebody logs. While lost records wait to be told, or without the fence, only a while.
 void idle(bool aLost) {
     sWriterIsIdle.store(true);
     const bool lFenced = fenceAllThreads();
@@ -145,12 +158,7 @@ void idle(bool aLost) {
     if (lFenced && !aLost) {
         sem_wait(&sWakeWriter);
     } else {
-        timespec lDeadline;
-        clock_gettime(CLOCK_MONOTONIC, &lDeadline);
-        lDeadline.tv_nsec += (lFenced ? 999 : 100) * sMillisecond;
-        lDeadline.tv_sec += lDeadline.tv_nsec / (1000 * sMillisecond);
-        lDeadline.tv_nsec %= 1000 * sMillisecond;
-        sem_clockwait(&sWakeWriter, CLOCK_MONOTONIC, &lDeadline);
+        doze((lFenced ? 1000 : 100) * sMillisecond);
     }
     sWriterIsIdle.store(false);
 }
@@ -169,7 +177,7 @@ void* writerThread(void*) {
         }
         lQuiet = lTaken == 0 && !sRings.isSomethingPending() ? lQuiet + 1 : 0;
         if (lQuiet < lQuietRounds) {
-            nap(sMillisecond);
+            doze(sMillisecond);
         } else {
             idle(lLost);
         }

@@ -28,6 +28,9 @@ ZTCScopeData::~ZTCScopeData() {
 }
 
 void ZTCScopeData::appendEventData(const unsigned char* apData, unsigned int aLength) {
+    if (aLength == 0) {
+        return;  // apData may be null
+    }
     constexpr unsigned int lMost = ZTCBuffer::MaxLength - FixedSize - NamesSize;
     if (aLength > lMost - mLength) {
         throwNoMemory();

@@ -19,9 +19,6 @@ class ZTCLogLine {
     /// Control characters in the text become \xNN; one line end at the end of the text is dropped.
     char* format(const ZTCLogRecord& acrRecord, char* apOut);
 
-    /// Process and thread are looked up anew: after a fork.
-    void forgetProcess() { mThread = 0; }
-
   private:
     static constexpr std::size_t Slack =
         64;  // texts are copied in blocks, so they may be read a little beyond
@@ -48,7 +45,7 @@ class ZTCLogLine {
 
     std::uint64_t mSecond = ~std::uint64_t{0};
     char mSecondText[32]{};
-    std::uint32_t mThread = 0;
+    std::uint32_t mThread = 0;  ///< whose text is kept; another one after a fork
     std::size_t mThreadLength = 0;
     char mThreadText[32]{};
     Place mPlaces[64]{};

@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+
+#include "BufferManager.h"
+#include "DateTime.h"
+#include "EncodableStream.h"
+#include "FailingAllocator.h"
+#include "IdTable.h"
+#include "MultiType.h"
+#include "QueueTable.h"
+#include "ScopeData.h"
+#include "Version.h"
+#include "ZTMap.h"
+
+namespace {
+
+constexpr char sLong[] = "a text that is longer than what a string holds in itself";
+constexpr unsigned char sBytes[100] = {0x20, 0, 0, 0x25, 0xb5, 1, 0, 0x0a};
+
+void require(bool aCondition, const char* apText) {
+    if (!aCondition) {
+        throw ZTCInvalidEx(apText, 0);
+    }
+}
+
+// Does the work; when memory fails it, what was there before has to be as it was.
+template <class Work, class IsAsBefore>
+void change(Work aWork, IsAsBefore aIsAsBefore) {
+    try {
+        aWork();
+    } catch (const ZTCNoMemoryEx&) {
+        require(aIsAsBefore(), "a change that failed left its mark");
+        throw;
+    }
+}
+
+void useStrings() {
+    ZTCString lOne(sLong);
+    const ZTCString lSum = lOne + sLong;
+    const ZTCString lCopy(lSum);
+    change([&] { lOne = lCopy; }, [&] { return strcmp(lOne.get(), sLong) == 0; });
+    require(lOne == lSum, "the texts differ");
+    require(strcmp(ZTCVersion(2, 3, 0, 5).getText().get(), "2.3.0.5") == 0, "not the version");
+    const ZTCMultiType lValue(lOne);
+    const auto lShared = makePointer<ZTCMultiType>(lValue);
+    require(lShared->getText() == lOne && ZTCMultiType(7U).getNumber() == 7, "not the value");
+}
+
+void useMap() {
+    ZTMap<ZTCString, ZTCString> lMap;
+    const ZTCString lKey(sLong);
+    change([&] { lMap.insert(lKey, sLong); }, [&] { return !lMap.contains(lKey); });
+    lMap.insert("other", sLong);
+    try {
+        lMap.get("absent");
+    } catch (const ZTCNotFoundEx&) {
+    }
+    require(lMap.get(lKey) == lMap.get("other"), "not the values");
+}
+
+void useBuffers() {
+    ZTCBuffer lBuffer(2);
+    memcpy(lBuffer.extend(2), "ab", 2);
+    const auto lIsAsBefore = [&] {
+        return lBuffer.getLength() == 2 && memcmp(lBuffer.getBytes(), "ab", 2) == 0;
+    };
+    change([&] { lBuffer.extend(1000); }, lIsAsBefore);
+    lBuffer.setLength(2);
+    change([&] { lBuffer.setLength(5000); }, lIsAsBefore);
+
+    ZTCBufferManager lManager;
+    ZTCPointer<ZTCBuffer> lFirst;
+    change([&] { lManager.get(10, lFirst); }, [&] { return !(lFirst != nullptr); });
+    lManager.reuse(lFirst);
+    lManager.get(5, lFirst);
+    lManager.get(1000, lFirst);
+}
+
+void useStreams() {
+    ZTCBufferExpOutStream lOut(0);
+    lOut << 1U;
+    change([&] { lOut << ZTCString(sLong); }, [&] { return lOut.getBuffer()->getLength() == 4; });
+    ZTCDateTime lTime;
+    lTime.__set(".");
+    lTime.encode(lOut);
+
+    ZTCBufferStream lStream(lOut.getBuffer());
+    ZTCEncodableInStream lIn(lStream);
+    unsigned int lNumber = 0;
+    ZTCString lText("");
+    change([&] { lIn >> lNumber >> lText; }, [&] { return *lText.get() == '\0'; });
+    lTime.decode(lIn);
+    require(lNumber == 1 && lText == sLong, "not what was written");
+}
+
+void useScopeData() {
+    const auto lName = makePointer<ZTCWorldWideName>(sBytes);
+    const ZTCWorldWideName lCopy(*lName);
+    require(lName->getStringForm() == lCopy.getStringForm(), "not the same name");
+    const auto lEvent = makePointer<ZTCScopeEvent>(sBytes[0], sBytes[1]);
+    ZTCScopeData lData(lEvent, sBytes, 20, 0, lName, lName);
+    for (unsigned int lStep = 0; lStep < 3; ++lStep) {
+        const unsigned int lLength = lData.getLength();
+        change([&] { lData.appendEventData(sBytes, 30); },
+               [&] { return lData.getLength() == lLength && memcmp(lData.getEventData(), sBytes, 8) == 0; });
+    }
+    const ZTCScopeData lLarge(lEvent, sBytes, sizeof sBytes, 0);
+    ZTCBufferExpOutStream lOut(1);
+    lData.encode(lOut);
+    lLarge.encode(lOut);
+}
+
+void useTables() {
+    ZTCQueueTable lQueues;
+    const unsigned int lId = lQueues.add();
+    lQueues.add();
+    const auto lElement = makePointer<ZTCQueueable>();
+    lQueues.put(lId, lElement, ZTCQueueTable::End::Back);
+    change([&] { lQueues.put(lId, lElement, ZTCQueueTable::End::Front); },
+           [&] { return lQueues.size(lId) == 1; });
+    lQueues.take(lId, ZTCQueueTable::End::Front);
+    ZTCIdTable<ZTCQueueable> lTable;
+    lTable.append(lElement);
+    change([&] { lTable.append(lElement); }, [&] { return lTable.numberOfElements() == 1; });
+    try {
+        throwErrno<ZTCTimeOutEx>("waiting for", sLong, 110);
+    } catch (const ZTCOsException&) {
+    }
+}
+
+void useLocks() {
+    const auto lMutex = makePointer<ZTCMutex>();
+    const auto lConditional = makePointer<ZTCConditional>();
+    const ZTCScopedLock lLock(*lMutex);
+    lConditional->signal();
+}
+
+}  // namespace
+
+TEST(OutOfMemoryTest, IsAnExceptionWhereverItComesAndLeavesNothingBehind) {
+    const std::pair<const char*, void (*)()> lScenarios[] = {
+        {"strings", useStrings}, {"map", useMap},       {"buffers", useBuffers}, {"streams", useStreams},
+        {"data", useScopeData},  {"tables", useTables}, {"locks", useLocks}};
+    for (const auto& [lpName, lpUse] : lScenarios) {
+        bool lHasFailed = true;
+        unsigned int lFailing = 0;
+        while (lHasFailed) {
+            char lOutcome[ZTCException::MaxText + 1] = "";
+            FailingAllocator lAllocator(++lFailing);
+            try {
+                lpUse();
+            } catch (const ZTCNoMemoryEx&) {
+                lHasFailed = false;
+            } catch (const ZTCException& lrException) {
+                strcpy(lOutcome, lrException.what());
+            } catch (...) {
+                strcpy(lOutcome, "an exception of another hierarchy");
+            }
+            lAllocator.stop();
+            SCOPED_TRACE(testing::Message() << lpName << ", allocation " << lFailing);
+            EXPECT_STREQ(lOutcome, "");
+            EXPECT_TRUE(lHasFailed || lAllocator.hasFailed()) << "no memory, though there was";
+            // An object whose counter could not be had stays the caller's; all else is given back.
+            EXPECT_EQ(lAllocator.getLiveBlocks() != 0, lAllocator.hasFailedForCounter());
+            EXPECT_EQ(lAllocator.getWronglyFreed(), 0U);
+            lHasFailed = lAllocator.hasFailed();
+        }
+        EXPECT_GT(lFailing, 4U) << lpName << " used hardly any memory";
+    }
+}

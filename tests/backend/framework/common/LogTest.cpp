@@ -1,0 +1,482 @@
+// The log is the process's: every case that writes one does so in a child process.
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <barrier>
+#include <climits>
+#include <map>
+#include <sstream>
+
+#include "Assert.h"
+#include "Exception.h"
+#include "Log.h"
+#include "TestSupport.h"
+
+namespace {
+
+constexpr char sFile[] = "LogTest";
+
+struct Line {
+    std::string mTime;
+    std::string mProcess;
+    std::string mThread;
+    std::string mLevel;
+    std::string mText;
+};
+
+// The lines of a log, each of which has to be whole.
+std::vector<Line> linesOf(const std::string& acrLog) {
+    std::vector<Line> lLines;
+    std::istringstream lText(acrLog);
+    for (std::string lLine; std::getline(lText, lLine);) {
+        char lTime[27]{};
+        char lProcess[11]{};
+        char lThread[11]{};
+        char lLevel[2]{};
+        int lLength = 0;
+        sscanf(lLine.c_str(), "%26[0-9T:.-]Z %10[0-9].%10[0-9] -%1[HAEWNIT]- %*[^ :]:%*[0-9] %*[^ :]:%n",
+               lTime, lProcess, lThread, lLevel, &lLength);
+        const auto lFrom = static_cast<std::size_t>(lLength);
+        if (lLength == 0 || lLine[lFrom] != ' ' || strlen(lTime) != 26 ||
+            std::any_of(lLine.begin(), lLine.end(), iscntrl) || lText.eof()) {
+            ADD_FAILURE() << "malformed: " << lLine;
+            break;
+        }
+        lLines.push_back({lTime, lProcess, lThread, lLevel, lLine.substr(lFrom + 1)});
+    }
+    return lLines;
+}
+
+// The texts of the last so many lines.
+std::vector<std::string> lastTexts(const std::string& acrLog, std::size_t aCount) {
+    const std::vector<Line> lLines = linesOf(acrLog);
+    std::vector<std::string> lTexts;
+    for (std::size_t lAt = lLines.size() - std::min(aCount, lLines.size()); lAt < lLines.size(); ++lAt) {
+        lTexts.push_back(lLines[lAt].mText);
+    }
+    return lTexts;
+}
+
+void logNumbers(unsigned int aThread, unsigned int aCount) {
+    for (unsigned int lNumber = 0; lNumber < aCount; ++lNumber) {
+        Log(ZTLL_Notice, sFile, "thread %u number %u of %s", aThread, lNumber, "many");
+    }
+}
+
+// Every thread's records are there once and in order, with times that do not go back; nor do they in the
+// whole file, but for a thread that was stopped in the middle of a record, which is waited for only so long.
+void expectNumbers(const std::string& acrLog, std::size_t aThreads, unsigned int aCount) {
+    const std::vector<Line> lLines = linesOf(acrLog);
+    std::map<unsigned int, unsigned int> lNext;
+    std::map<unsigned int, std::string> lTime;
+    std::string lLatest;
+    std::size_t lBack = 0;
+    for (const Line& lrLine : lLines) {
+        lBack += lrLine.mTime < lLatest ? 1 : 0;
+        lLatest = lrLine.mTime;
+        unsigned int lThread = 0;
+        unsigned int lNumber = 0;
+        if (sscanf(lrLine.mText.c_str(), "thread %u number %u of many", &lThread, &lNumber) != 2) {
+            continue;
+        }
+        ASSERT_EQ(lNumber, lNext[lThread]++) << "thread " << lThread;
+        ASSERT_LE(lTime[lThread], lrLine.mTime) << "thread " << lThread;
+        lTime[lThread] = lrLine.mTime;
+    }
+    EXPECT_LE(lBack, 2 + lLines.size() / 10000);
+    EXPECT_EQ(lNext.size(), aThreads);
+    for (const auto& [lThread, lCount] : lNext) {
+        EXPECT_EQ(lCount, aCount) << "thread " << lThread;
+    }
+}
+
+void openLogAt(const std::string& acrPath) {
+    setLogFilePath(acrPath.c_str());
+    openLog();
+}
+
+// Logs while the data of its thread is being destroyed.
+struct LastWords {
+    ~LastWords() { Log(ZTLL_Notice, sFile, "thread %u number %u of %s", mThread, 1U, "many"); }
+    unsigned int mThread = 0;
+};
+thread_local LastWords tLastWords;
+
+class LogTest : public ::testing::Test {
+  protected:
+    std::string log() const { return readFile(mPath); }
+    bool isLogged(const std::string& acrText) const { return contains(log(), acrText + "\n"); }
+
+    // Runs the work with the log open in a child, which has to end well.
+    void inChild(const std::function<void()>& acrWork) const {
+        const ZTSTestEnd lEnd = runChild([&] {
+            openLogAt(mPath);
+            acrWork();
+        });
+        EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut << lEnd.mErr;
+    }
+
+    const ZTCTestDirectory mDirectory;
+    const std::string mPath = mDirectory / "log";
+};
+
+}  // namespace
+
+TEST_F(LogTest, WritesEveryRecordOfManyThreadsWholeAndInOrder) {
+    constexpr unsigned int lThreads = 8;
+    constexpr unsigned int lCount = ZTIsSanitized ? 5000 : 100000;
+    inChild([] {
+        startLogWriter();
+        inThreads(lThreads, [](unsigned int aThread) { logNumbers(aThread, lCount); });
+    });
+    expectNumbers(log(), lThreads, lCount);
+}
+
+TEST_F(LogTest, LosesNothingOfMoreThreadsThanItHasRings) {
+    constexpr unsigned int lInTurn = ZTIsSanitized ? 500 : 2000;
+    constexpr unsigned int lAtOnce = 100;
+    constexpr unsigned int lCount = 200;
+    inChild([] {
+        startLogWriter();
+        for (unsigned int lThread = 0; lThread < lInTurn; ++lThread) {
+            std::thread([lThread] {
+                tLastWords.mThread = lThread;
+                logNumbers(lThread, 1);
+            }).join();
+        }
+        flushLog();
+    });
+    expectNumbers(log(), lInTurn, 2);
+
+    writeFile(mPath, "");
+    inChild([] {
+        std::barrier lAll(lAtOnce);
+        inThreads(lAtOnce, [&](unsigned int aThread) {
+            lAll.arrive_and_wait();
+            logNumbers(aThread, lCount);
+            lAll.arrive_and_wait();
+        });
+    });
+    expectNumbers(log(), lAtOnce, lCount);
+}
+
+TEST_F(LogTest, BeginsWithWhatWasLoggedBeforeItWasOpened) {
+    const ZTSTestEnd lEnd = runChild([&] {
+        Log(ZTLL_Notice, sFile, "before 1");
+        Log(ZTLL_Error, sFile, "before 2");
+        openLogAt(mPath);
+        Log(ZTLL_Notice, sFile, "after");
+    });
+    EXPECT_EQ(lEnd.mErr, "");
+    EXPECT_EQ(lastTexts(log(), 3), (std::vector<std::string>{"before 1", "before 2", "after"}));
+    struct stat lStatus {};
+    stat(mPath.c_str(), &lStatus);
+    EXPECT_EQ(lStatus.st_mode & 07777, 0640U);
+}
+
+TEST_F(LogTest, RefusesALink) {
+    symlink((mDirectory / "target").c_str(), mPath.c_str());
+    EXPECT_THROW(openLogAt(mPath), ZTCOsException);
+    EXPECT_FALSE(std::filesystem::exists(mDirectory / "target"));
+}
+
+TEST_F(LogTest, HasAnErrorInTheFileWhenTheCallReturnsAndNothingThatIsMasked) {
+    inChild([&] {
+        for (const ZTCLogLevel& lrLevel : {ZTLL_Error, ZTLL_Abnormal, ZTLL_Highest}) {
+            Log(lrLevel, sFile, "at once %s", lrLevel.mpTag);
+            EXPECT_TRUE(isLogged(std::string("at once ") + lrLevel.mpTag));
+        }
+        setLogCode(255 & ~ZTLL_Warning.mBit);
+        Log(ZTLL_Warning, sFile, "masked");
+        { const ZTCTraceScope lTrace("File", 11, 22, "function"); }
+        setLogCode(0);
+        Log(ZTLL_Highest, sFile, "masked");
+        setLogCode(ZTLogCodeDefault);
+        Log(ZTLL_Trace, sFile, "masked");
+        Log(ZTLL_Information, sFile, "masked");
+    });
+    EXPECT_FALSE(contains(log(), "masked"));
+    EXPECT_TRUE(isLogged(" -T- File:11 function: Entered"));
+    EXPECT_TRUE(isLogged(" -T- File:22 function: Left"));
+}
+
+TEST_F(LogTest, WritesANoticeWithoutAFurtherCall) {
+    inChild([&] {
+        startLogWriter();
+        for (unsigned int lNumber = 0; lNumber < 80; ++lNumber) {
+            const std::string lText = "notice " + std::to_string(lNumber);
+            Log(ZTLL_Notice, sFile, "%s", lText.c_str());
+            ASSERT_TRUE(waitUntil([&] { return isLogged(lText); })) << lText;
+            // The next one comes when the writer rests, or at any moment on its way there.
+            waitUntil([lPolls = 0U, lNumber]() mutable { return ++lPolls > lNumber; });
+        }
+        std::atomic<bool> lStops{false};
+        std::thread lOther([&] {
+            while (!lStops.load()) {
+                Log(ZTLL_Notice, sFile, "busy");
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
+        });
+        Log(ZTLL_Notice, sFile, "notice among others");
+        EXPECT_TRUE(waitUntil([&] { return isLogged("notice among others"); }));
+        lStops = true;
+        lOther.join();
+    });
+}
+
+namespace {
+
+// Logs each row when told to, and returns what the C library makes of it.
+std::vector<std::string> logFormats(bool aLogs) {
+    std::vector<std::string> lExpected;
+    char lText[512];
+#define ROW(...)                                \
+    if (aLogs) {                                \
+        Log(ZTLL_Notice, sFile, __VA_ARGS__);   \
+    }                                           \
+    snprintf(lText, sizeof lText, __VA_ARGS__); \
+    lExpected.emplace_back(lText)
+    ROW("%d %i %d %d %u %x %X %o", 0, -1, INT_MAX, INT_MIN, UINT_MAX, 0xdeadbeefU, 0xabcU, 8U);
+    ROW("%lu %lx %ld %lld %zu %c%c %%", ULONG_MAX, 0xfeedUL, LONG_MIN, LLONG_MAX, sizeof lText, 'a', 'z');
+    ROW("%p %p %20p|100%%", static_cast<const void*>(sFile), static_cast<void*>(nullptr),
+        static_cast<const void*>(sFile));
+    ROW("%5u|%-5u|%05u|%2u|%5c|%-3c|", 42U, 42U, 42U, 12345U, 'x', 'y');
+    ROW("%+d|% d|%5d|%-5d|%05d|%#x %#o %08lx", 7, 7, -7, -7, -7, 255U, 8U, 0xabcUL);
+    ROW("%8s|%-8s|%.2s|%s|%u %d", "text", "text", "text", "", static_cast<unsigned short>(65535),
+        static_cast<signed char>(-5));
+#undef ROW
+    return lExpected;
+}
+
+}  // namespace
+
+TEST_F(LogTest, FormatsAsTheCLibraryDoes) {
+    inChild([] { logFormats(true); });
+    const std::vector<std::string> lExpected = logFormats(false);
+    EXPECT_EQ(lastTexts(log(), lExpected.size()), lExpected);
+}
+
+TEST_F(LogTest, KeepsARecordOnOneLine) {
+    std::vector<std::pair<std::string, std::string>> lRows = {
+        {"tab\tbell\a", "tab\\x09bell\\x07"},
+        {"line\n", "line"},
+        {"two lines\n\n", "two lines\\x0a"},
+        {"in\nside", "in\\x0aside"},
+        {"\n", ""},
+        {"", ""},
+        {"\x7f\x1b[0m", "\\x7f\\x1b[0m"},
+        {"gr\xc3\xbc\xc3\x9f", "gr\xc3\xbc\xc3\x9f"},
+        {"ends as if escaped \\x0a", "ends as if escaped \\x0a"},
+        {"carriage return\r\n", "carriage return\\x0d"},
+        {std::string(4096, 'a'), std::string(4096, 'a')},
+        {std::string(4097, 'a'), std::string(4096, 'a') + "[cut]"},
+        {std::string(9000, 'a'), std::string(4096, 'a') + "[cut]"},
+    };
+    for (std::size_t lAt = 0; lAt < 17; ++lAt) {  // wherever it stands among words of eight
+        lRows.emplace_back(std::string(lAt, 'b') + '\x01' + std::string(17 - lAt, '~'),
+                           std::string(lAt, 'b') + "\\x01" + std::string(17 - lAt, '~'));
+    }
+    const std::string lLong(4096, '\x02');
+    inChild([&] {
+        for (const auto& lrRow : lRows) {
+            Log(ZTLL_Notice, sFile, "%s", lrRow.first.c_str());
+        }
+        Log(ZTLL_Notice, sFile, "ends in a line end\n");
+        Log(ZTLL_Notice, sFile, "%s", static_cast<const char*>(nullptr));
+        Log(ZTLL_Notice, sFile, "%s%s%s%s%s%s", lLong.c_str(), lLong.c_str(), lLong.c_str(), lLong.c_str(),
+            lLong.c_str(), lLong.c_str());
+    });
+    lRows.emplace_back("", "ends in a line end");
+    lRows.emplace_back("", "(null)");
+    const std::vector<std::string> lTexts = lastTexts(log(), lRows.size() + 1);
+    ASSERT_EQ(lTexts.size(), lRows.size() + 1);
+    for (std::size_t lAt = 0; lAt < lRows.size(); ++lAt) {
+        EXPECT_EQ(lTexts[lAt], lRows[lAt].second) << "row " << lAt;
+    }
+    const std::string& lrCut = lTexts.back();
+    EXPECT_LE(lrCut.size(), 16U * 1024);
+    EXPECT_GT(lrCut.size(), 16U * 1024 - 100);
+    EXPECT_EQ(lrCut.substr(lrCut.size() - 9), "\\x02[cut]");
+}
+
+// The limit stands where the disk ends: before, at and in the middle of a line.
+class LogFullTest : public LogTest, public ::testing::WithParamInterface<unsigned int> {};
+
+TEST_P(LogFullTest, CountsWhatAFullDiskTookAndTellsItAfterwards) {
+    constexpr unsigned int lCount = 5000;
+    inChild([&] {
+        startLogWriter();
+        signal(SIGXFSZ, SIG_IGN);
+        Log(ZTLL_Error, sFile, "before");
+        rlimit lLimit{};
+        getrlimit(RLIMIT_FSIZE, &lLimit);
+        const rlim_t lBefore = lLimit.rlim_cur;
+        lLimit.rlim_cur = log().size() + GetParam();
+        setrlimit(RLIMIT_FSIZE, &lLimit);
+        logNumbers(0, lCount / 2);
+        flushLog();
+        logNumbers(0, lCount / 2);
+        flushLog();
+        lLimit.rlim_cur = lBefore;
+        setrlimit(RLIMIT_FSIZE, &lLimit);
+        EXPECT_TRUE(waitUntil([&] { return contains(log(), " log records were lost: File too large\n"); }));
+    });
+    unsigned long lLost = 0;
+    unsigned long lWritten = 0;
+    for (const Line& lrLine : linesOf(log())) {
+        unsigned long lNumber = 0;
+        sscanf(lrLine.mText.c_str(), "%lu log records were lost", &lNumber);
+        lLost += lNumber;
+        lWritten += lrLine.mText.starts_with("thread 0 number") ? 1 : 0;
+    }
+    EXPECT_EQ(lLost + lWritten, lCount);
+    EXPECT_GE(lWritten, GetParam() / 120);
+}
+INSTANTIATE_TEST_SUITE_P(Room, LogFullTest, ::testing::Values(0U, 1U, 60U, 5000U, 5077U));
+
+TEST_F(LogTest, GoesOnWithoutAFileThatTakesAnything) {
+    for (const char* const lpPath : {"/dev/full", "/dev/null"}) {
+        const ZTSTestEnd lEnd = runChild([&] {
+            openLogAt(lpPath);
+            startLogWriter();
+            logNumbers(0, 5000);
+            Log(ZTLL_Error, sFile, "an error");
+        });
+        EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mErr;
+    }
+}
+
+TEST_F(LogTest, GoesOnInANewFileWithoutSplittingALine) {
+    constexpr unsigned int lThreads = 4;
+    constexpr unsigned int lFiles = 20;
+    constexpr unsigned int lCount = ZTIsSanitized ? 2000 : 40000;
+    inChild([&] {
+        startLogWriter();
+        std::thread lLogs(
+            [] { inThreads(lThreads, [](unsigned int aThread) { logNumbers(aThread, lCount); }); });
+        for (unsigned int lFile = 0; lFile < lFiles; ++lFile) {
+            std::filesystem::rename(mPath, mPath + std::to_string(lFile));
+            reopenLog();
+            EXPECT_TRUE(std::filesystem::exists(mPath));
+        }
+        lLogs.join();
+        // Where the new one cannot be made, the old one goes on.
+        std::filesystem::rename(mPath, mPath + std::to_string(lFiles));
+        std::filesystem::create_directory(mPath);
+        reopenLog();
+        EXPECT_TRUE(contains(readFile(mPath + std::to_string(lFiles)), "-E- "));
+    });
+    std::string lAll;
+    for (unsigned int lFile = 0; lFile <= lFiles; ++lFile) {
+        lAll += readFile(mPath + std::to_string(lFile));
+        EXPECT_TRUE(lAll.empty() || lAll.back() == '\n');
+    }
+    expectNumbers(lAll, lThreads, lCount);
+}
+
+TEST_F(LogTest, GoesOnInAForkedProcess) {
+    constexpr unsigned int lCount = ZTIsSanitized ? 5000 : 50000;
+    const std::string lGo = mDirectory / "go";
+    inChild([&] {
+        logNumbers(0, lCount);
+        std::thread lOther;
+        if (!ZTHasThreadSanitizer) {  // which wants no other thread to be there at a fork
+            startLogWriter();
+            lOther = std::thread(logNumbers, 3, lCount);
+            EXPECT_TRUE(waitUntil([&] { return isLogged("thread 3 number 0 of many"); }));
+        }
+        ZTCTestChild lChild([&] {
+            EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(lGo); }));
+            startLogWriter();
+            Log(ZTLL_Notice, sFile, "child %d", getpid());
+            EXPECT_TRUE(waitUntil([&] { return isLogged("child " + std::to_string(getpid())); }));
+            logNumbers(1, lCount);
+        });
+        if (lOther.joinable()) {
+            lOther.join();
+        }
+        flushLog();
+        writeFile(lGo, "");
+        EXPECT_EQ(lChild.waitForEnd(), 0) << lChild.getOut();
+        logNumbers(2, lCount);
+    });
+    expectNumbers(log(), ZTHasThreadSanitizer ? 3 : 4, lCount);
+    std::map<char, std::string> lWho;  // by the thread's number in the text
+    for (const Line& lrLine : linesOf(log())) {
+        const bool lIsChild = lrLine.mText.starts_with("child ");
+        lWho[lIsChild ? 'c' : lrLine.mText.substr(0, 8).back()] =
+            lIsChild ? lrLine.mText.substr(6) : lrLine.mProcess + "." + lrLine.mThread;
+    }
+    EXPECT_EQ(lWho['0'], lWho['2']);
+    EXPECT_EQ(lWho['1'], lWho['c'] + "." + lWho['c']);
+}
+
+TEST_F(LogTest, HasEverythingInTheFileHoweverTheProcessEnds) {
+    const std::pair<int, void (*)()> lRows[] = {
+        {3, [] { exit(3); }},
+        {1, [] { ZT_ASSERT_NAMED(false, "first != second", 5, "File"); }},
+        {128 + SIGSEGV,
+         [] {
+             flushLog();
+             signal(SIGSEGV, SIG_DFL);
+             raise(SIGSEGV);
+         }},
+    };
+    for (const auto& lrRow : lRows) {
+        for (const bool lHasWriter : {false, true}) {
+            writeFile(mPath, "");
+            const ZTSTestEnd lEnd = runChild([&] {
+                openLogAt(mPath);
+                if (lHasWriter) {
+                    startLogWriter();
+                }
+                logNumbers(0, 1000);
+                lrRow.second();
+            });
+            EXPECT_EQ(lEnd.mStatus, lrRow.first);
+            expectNumbers(log(), 1, 1000);
+        }
+    }
+}
+
+TEST_F(LogTest, TellsOneFailedAssertionWhileAllThreadsAreBusy) {
+    const ZTSTestEnd lEnd = runChild([&] {
+        openLogAt(mPath);
+        startLogWriter();
+        inThreads(6, [](unsigned int aThread) {
+            logNumbers(aThread, 1000);
+            if (aThread < 3) {
+                failAssertion("first != second", 5, "function", "File");
+            }
+            for (;;) {
+                Log(ZTLL_Notice, sFile, "still here");
+            }
+        });
+    });
+    EXPECT_EQ(lEnd.mStatus, 1);
+    std::size_t lTold = 0;
+    for (const Line& lrLine : linesOf(log())) {
+        if (lrLine.mLevel == "H") {
+            EXPECT_EQ(lrLine.mText, "Assertion [ first != second ] failed");
+            ++lTold;
+        }
+    }
+    EXPECT_EQ(lTold, 1U);
+}
+
+TEST_F(LogTest, GoesToStandardErrorWithoutAFileUnlessItIsDiscarded) {
+    for (const bool lIsDiscarded : {false, true}) {
+        const ZTSTestEnd lEnd = runChild([&] {
+            logNumbers(0, 5);
+            if (lIsDiscarded) {
+                discardLog();
+            }
+            logNumbers(1, 5);
+        });
+        EXPECT_EQ(lEnd.mStatus, 0);
+        EXPECT_EQ(lEnd.mErr.empty(), lIsDiscarded);
+        expectNumbers(lEnd.mErr, lIsDiscarded ? 0 : 2, 5);
+    }
+}

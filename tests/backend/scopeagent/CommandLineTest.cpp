@@ -1,0 +1,119 @@
+#include "TestSupport.h"
+
+namespace {
+
+std::string helpWith(const std::string& acrLogCode, const std::string& acrConfFile,
+                     const std::string& acrTimeout) {
+    return "vrx-sca -[hvsDldc] VALUE\n"
+           "  -h             : Shows this help\n"
+           "  -v             : Prints version\n"
+           "  -s             : Shut down running ScopeAgent\n"
+           "  -D true|false  : Run as daemon (default: true)\n"
+           "  -d {number}    : Debug level - OR of numbers from 0-7 (default: " +
+           acrLogCode +
+           ")\n"
+           "  -c {filename}  : Specify config file (default: " +
+           acrConfFile +
+           ")\n"
+           "  -S             : Run ScopeAgent in Sniffer Mode\n"
+           "  -b {number}    : Heartbeat Timeout (default: " +
+           acrTimeout + ")\n";
+}
+
+constexpr char sConfFile[] = "/etc/vrx-sca.conf";
+
+class CommandLineTest : public ::testing::Test {
+  protected:
+    ZTSTestEnd run(ZTCTestChild::Arguments aArguments) const {
+        aArguments.insert(aArguments.begin(), ZT_VRX_SCA);
+        return runChild(aArguments, ZTCTestChild::Arguments{"ZT_VRX_SENSOR_DIR=" + mDirectory.getPath()});
+    }
+
+    const ZTCTestDirectory mDirectory;
+};
+
+}  // namespace
+
+TEST_F(CommandLineTest, AnswersHelpVersionAndBadOptionsAndLeavesNothingBehind) {
+    const std::string lNumbers = "is not a number from 0 to 255";
+    const std::string lSeconds = "is not a number of seconds from 1 to 86400";
+    const struct {
+        ZTCTestChild::Arguments mArguments;
+        int mStatus;
+        std::string mOut;
+        std::string mErr;  // behind the program's name
+    } lRows[] = {
+        {{"-h"}, 0, helpWith("63", sConfFile, "240"), ""},
+        {{"-d", "5", "-h"}, 0, helpWith("5", sConfFile, "240"), ""},
+        {{"-d0", "-b", "86400", "-c", "/a/b", "-h"}, 0, helpWith("0", "/a/b", "86400"), ""},
+        {{"-d", "5", "-d", "255", "-h"}, 0, helpWith("255", sConfFile, "240"), ""},
+        {{"-h", "-d", "5"}, 0, helpWith("63", sConfFile, "240"), ""},
+        {{"-Sh", "-x"}, 0, helpWith("63", sConfFile, "240"), ""},
+        {{"-v"}, 0, "vrx-sca v2.3.0.5", ""},
+        {{"-D", "false", "-S", "-v"}, 0, "vrx-sca v2.3.0.5", ""},
+        {{"-x"}, 1, "", "unknown option -x (-h lists the options)"},
+        {{"-hx"}, 0, helpWith("63", sConfFile, "240"), ""},
+        {{"-d"}, 1, "", "option -d needs a value: a number from 0 to 255"},
+        {{"-b"}, 1, "", "option -b needs a value: a number of seconds from 1 to 86400"},
+        {{"-D"}, 1, "", "option -D needs a value: true or false"},
+        {{"-l"}, 1, "", "option -l needs a value: a file name"},
+        {{"-c"}, 1, "", "option -c needs a value: a file name"},
+        {{"-d", "256"}, 1, "", "option -d: '256' " + lNumbers},
+        {{"-d", "-1"}, 1, "", "option -d: '-1' " + lNumbers},
+        {{"-d", "+1"}, 1, "", "option -d: '+1' " + lNumbers},
+        {{"-d", "0x10"}, 1, "", "option -d: '0x10' " + lNumbers},
+        {{"-d", ""}, 1, "", "option -d: '' " + lNumbers},
+        {{"-d", " 5"}, 1, "", "option -d: ' 5' " + lNumbers},
+        {{"-d", "4294967301"}, 1, "", "option -d: '4294967301' " + lNumbers},
+        {{"-b", "0"}, 1, "", "option -b: '0' " + lSeconds},
+        {{"-b", "86401"}, 1, "", "option -b: '86401' " + lSeconds},
+        {{"-b", "5s"}, 1, "", "option -b: '5s' " + lSeconds},
+        {{"-D", "TRUE"}, 1, "", "option -D: 'TRUE' is not true or false"},
+        {{"-D", ""}, 1, "", "option -D: '' is not true or false"},
+        {{"-l", ""}, 1, "", "option -l: '' is not a file name"},
+        {{"-l", "/" + std::string(5000, 'a')},
+         1,
+         "",
+         "option -l: '/" + std::string(199, 'a') + "' is not a file name"},
+        {{"start"}, 1, "", "unexpected argument 'start' (-h lists the options)"},
+        {{"--", "-h"}, 1, "", "unexpected argument '-h' (-h lists the options)"},
+    };
+    for (const auto& lrRow : lRows) {
+        const ZTSTestEnd lEnd = run(lrRow.mArguments);
+        SCOPED_TRACE(::testing::PrintToString(lrRow.mArguments));
+        EXPECT_EQ(lEnd.mStatus, lrRow.mStatus);
+        EXPECT_EQ(lEnd.mOut, lrRow.mOut);
+        EXPECT_EQ(lEnd.mErr, lrRow.mErr.empty() ? "" : "vrx-sca: " + lrRow.mErr + "\n");
+        EXPECT_TRUE(mDirectory.isEmpty());
+    }
+}
+
+TEST_F(CommandLineTest, HasNothingToStopWhereNothingRuns) {
+    const ZTSTestEnd lEnd = run({"-s"});
+    EXPECT_EQ(lEnd.mStatus, 1);
+    EXPECT_EQ(lEnd.mOut, "");
+    EXPECT_EQ(lEnd.mErr, "vrx-sca: No instance is running\n");
+    EXPECT_FALSE(std::filesystem::exists(mDirectory / "vrx-sca.pid"));
+}
+
+TEST_F(CommandLineTest, EndsWithoutTheRuntimeDirectorysVariable) {
+    for (const char* const lpOption : {"-h", "-Dfalse"}) {
+        const ZTSTestEnd lEnd = runChild(ZTCTestChild::Arguments{ZT_VRX_SCA, lpOption},
+                                         ZTCTestChild::Arguments{"ZT_VRX_SENSOR_DIR"});
+        EXPECT_EQ(lEnd.mStatus, 1);
+        EXPECT_EQ(lEnd.mOut, "");
+        EXPECT_TRUE(contains(lEnd.mErr, " preInit: Assertion [ pVrxSensorDir!=NULL ] failed\n")) << lEnd.mErr;
+    }
+}
+
+TEST_F(CommandLineTest, RefusesAConfigurationFileAndLogsWhereItIsTold) {
+    const ZTSTestEnd lEnd =
+        run({"-D", "false", "-c", "any", "-l", mDirectory / "elsewhere.log", "-d", "255"});
+    EXPECT_EQ(lEnd.mStatus, 0);
+    EXPECT_TRUE(contains(lEnd.mErr, ": Not Implemented\n")) << lEnd.mErr;
+    const std::string lLog = readFile(mDirectory / "elsewhere.log");
+    EXPECT_TRUE(contains(lLog, " main: Failed with error - Not Implemented, exiting abruptly\n")) << lLog;
+    EXPECT_EQ(lLog.find("Starting the ScopeAgent\n"), lLog.find('\n') - 23);
+    EXPECT_FALSE(std::filesystem::exists(mDirectory / "vrx-sca.log"));
+    EXPECT_FALSE(std::filesystem::exists(mDirectory / "vrx-sca.pid"));
+}

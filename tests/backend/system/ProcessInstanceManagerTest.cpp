@@ -1,0 +1,245 @@
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <list>
+
+#include "Exception.h"
+#include "ProcessInstanceManager.h"
+#include "TestSupport.h"
+
+namespace {
+
+const ZTCTestChild::Arguments sStart{ZT_TEST_SYSTEM, "-D", "false"};
+const ZTCTestChild::Arguments sStop{ZT_TEST_SYSTEM, "-s"};
+
+class ProcessInstanceManagerTest : public ::testing::Test {
+  protected:
+    bool isRunning(const ZTCTestChild& acrInstance) const {
+        return readFile(mPidFile) == std::to_string(acrInstance.getProcess()) + "\n";
+    }
+
+    void expectNoInstance() const {
+        const ZTSTestEnd lEnd = runChild(sStop, mEnvironment);
+        EXPECT_EQ(lEnd.mStatus, 1);
+        EXPECT_EQ(lEnd.mErr, "zt-test-system: No instance is running\n");
+    }
+
+    void expectStops(ZTCTestChild& arInstance) const {
+        const ZTSTestEnd lEnd = runChild(sStop, mEnvironment);
+        EXPECT_EQ(lEnd.mStatus, 0);
+        EXPECT_EQ(lEnd.mErr, "");
+        EXPECT_EQ(arInstance.waitForEnd(), 0);
+        EXPECT_FALSE(std::filesystem::exists(mPidFile));
+    }
+
+    const ZTCTestDirectory mDirectory;
+    const std::string mPidFile = mDirectory / "zt-test.pid";
+    const ZTCTestChild::Arguments mEnvironment{"ZT_VRX_SENSOR_DIR=" + mDirectory.getPath()};
+};
+
+std::string sayRunning(pid_t aProcess) {
+    return "Another instance is running: process " + std::to_string(aProcess) + "\n";
+}
+
+}  // namespace
+
+TEST_F(ProcessInstanceManagerTest, LetsOneOfManyStartsRun) {
+    constexpr std::size_t lStarts = 32;
+    std::list<ZTCTestChild> lAll;
+    for (std::size_t lStart = 0; lStart < lStarts; ++lStart) {
+        lAll.emplace_back(sStart, mEnvironment);
+    }
+    const auto lIsAlive = [](const ZTCTestChild& acrChild) { return acrChild.isAlive(); };
+    ASSERT_TRUE(waitUntil([&] { return std::count_if(lAll.begin(), lAll.end(), lIsAlive) <= 1; }));
+    const auto lRunning = std::find_if(lAll.begin(), lAll.end(), lIsAlive);
+    ASSERT_NE(lRunning, lAll.end());
+    EXPECT_TRUE(isRunning(*lRunning));
+    for (ZTCTestChild& lrChild : lAll) {
+        if (&lrChild != &*lRunning) {
+            EXPECT_EQ(lrChild.waitForEnd(), 0);
+            EXPECT_TRUE(contains(lrChild.getErr(), sayRunning(lRunning->getProcess()))) << lrChild.getErr();
+        }
+    }
+    expectStops(*lRunning);
+    expectNoInstance();
+}
+
+TEST_F(ProcessInstanceManagerTest, BelievesTheLockAndNotTheNumber) {
+    ZTCTestChild lBystander([] { pause(); });
+    const std::string lTexts[] = {
+        "", "garbage\n", "0\n", "-1\n", "999999999\n", std::to_string(lBystander.getProcess()) + "\n",
+    };
+    for (const std::string& lrText : lTexts) {
+        SCOPED_TRACE(lrText);
+        writeFile(mPidFile, lrText);
+        expectNoInstance();
+        EXPECT_EQ(readFile(mPidFile), lrText);
+        ZTCTestChild lInstance(sStart, mEnvironment);
+        ASSERT_TRUE(waitUntil([&] { return isRunning(lInstance); })) << lInstance.getErr();
+        writeFile(mPidFile, lrText);
+        const ZTSTestEnd lSecond = runChild(sStart, mEnvironment);
+        EXPECT_EQ(lSecond.mStatus, 0);
+        EXPECT_TRUE(contains(lSecond.mErr, sayRunning(lInstance.getProcess()))) << lSecond.mErr;
+        expectStops(lInstance);
+    }
+    EXPECT_TRUE(lBystander.isAlive());
+}
+
+TEST_F(ProcessInstanceManagerTest, StartsAtOnceAfterAnInstanceThatWasKilled) {
+    for (int lTry = 0; lTry < 3; ++lTry) {
+        ZTCTestChild lInstance(sStart, mEnvironment);
+        ASSERT_TRUE(waitUntil([&] { return isRunning(lInstance); })) << lInstance.getErr();
+        kill(lInstance.getProcess(), SIGKILL);
+        EXPECT_EQ(lInstance.waitForEnd(), 128 + SIGKILL);
+        EXPECT_TRUE(std::filesystem::exists(mPidFile));
+    }
+}
+
+TEST_F(ProcessInstanceManagerTest, KeepsTheLockWhateverElseUsesTheFile) {
+    const ZTSTestEnd lEnd = runChild([&] {
+        ZTCProcessInstanceManager lManager(mPidFile.c_str());
+        EXPECT_FALSE(lManager.isAnInstanceRunning());
+        lManager.markAsRunning();
+        EXPECT_FALSE(lManager.isAnInstanceRunning());
+        lManager.markAsRunning();
+        lManager.getProcStatus(mPidFile.c_str());
+        close(open(mPidFile.c_str(), O_RDWR));
+        utimensat(AT_FDCWD, mPidFile.c_str(), nullptr, 0);
+        { EXPECT_TRUE(ZTCProcessInstanceManager(mPidFile.c_str()).isAnInstanceRunning()); }
+        EXPECT_EQ(readFile(mPidFile), std::to_string(getpid()) + "\n");
+        const ZTSTestEnd lOther = runChild(sStart, mEnvironment);
+        EXPECT_TRUE(contains(lOther.mErr, sayRunning(getpid()))) << lOther.mErr;
+        lManager.exitInstanceManagement();
+        EXPECT_FALSE(std::filesystem::exists(mPidFile));
+        expectNoInstance();
+    });
+    EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut;
+}
+
+TEST_F(ProcessInstanceManagerTest, LeavesAPidFileThatIsNotItsOwn) {
+    const ZTSTestEnd lEnd = runChild([&] {
+        ZTCProcessInstanceManager lManager(mPidFile.c_str());
+        lManager.exitInstanceManagement();
+        lManager.markAsRunning();
+        std::filesystem::remove(mPidFile);
+        writeFile(mPidFile, "somebody else's\n");
+        lManager.exitInstanceManagement();
+    });
+    EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut;
+    EXPECT_EQ(readFile(mPidFile), "somebody else's\n");
+}
+
+// Each holds it only for a moment, so that one often opens the file that another is about to remove.
+TEST_F(ProcessInstanceManagerTest, IsNeverHeldByTwo) {
+    constexpr int lTimes = 300;
+    std::list<ZTCTestChild> lAll;
+    for (int lProcess = 0; lProcess < 4; ++lProcess) {
+        lAll.emplace_back([&] {
+            for (int lHeld = 0; lHeld < lTimes;) {
+                ZTCProcessInstanceManager lManager(mPidFile.c_str());
+                try {
+                    lManager.markAsRunning();
+                } catch (const ZTCExitConditionEx&) {
+                    continue;
+                }
+                const ZTCDescriptor lAlone(open((mDirectory / "alone").c_str(), O_CREAT | O_EXCL, 0600));
+                ASSERT_TRUE(lAlone.isOpen()) << "two hold it";
+                unlink((mDirectory / "alone").c_str());
+                lManager.exitInstanceManagement();
+                ++lHeld;
+            }
+        });
+    }
+    for (ZTCTestChild& lrChild : lAll) {
+        EXPECT_EQ(lrChild.waitForEnd(), 0) << lrChild.getOut();
+    }
+}
+
+TEST_F(ProcessInstanceManagerTest, RefusesAndLeavesWhatIsNoPidFileOfOurs) {
+    const std::string lTarget = mDirectory / "target";
+    writeFile(lTarget, "untouched");
+    const struct {
+        const char* mpName;
+        std::function<void()> mMake;
+    } lRows[] = {
+        {"symbolic link", [&] { symlink(lTarget.c_str(), mPidFile.c_str()); }},
+        {"dangling link", [&] { symlink((mDirectory / "nothing").c_str(), mPidFile.c_str()); }},
+        {"hard link", [&] { link(lTarget.c_str(), mPidFile.c_str()); }},
+        {"directory", [&] { mkdir(mPidFile.c_str(), 0755); }},
+        {"pipe", [&] { mkfifo(mPidFile.c_str(), 0600); }},
+        {"another user's",
+         [&] {
+             writeFile(mPidFile, "1\n");
+             if (chown(mPidFile.c_str(), 12345, 12345) != 0) {
+                 unlink(mPidFile.c_str());
+                 symlink(lTarget.c_str(), mPidFile.c_str());  // only root can give a file away
+             }
+         }},
+    };
+    for (const auto& lrRow : lRows) {
+        SCOPED_TRACE(lrRow.mpName);
+        lrRow.mMake();
+        struct stat lBefore {};
+        lstat(mPidFile.c_str(), &lBefore);
+        for (const ZTCTestChild::Arguments& lrCommand : {sStart, sStop}) {
+            const ZTSTestEnd lEnd = runChild(lrCommand, mEnvironment);
+            EXPECT_EQ(lEnd.mStatus, lrCommand == sStart ? 0 : 1);
+            EXPECT_TRUE(contains(lEnd.mErr, mPidFile)) << lEnd.mErr;
+            EXPECT_EQ(std::count(lEnd.mErr.begin(), lEnd.mErr.end(), '\n'), 1) << lEnd.mErr;
+        }
+        struct stat lAfter {};
+        lstat(mPidFile.c_str(), &lAfter);
+        EXPECT_EQ(lAfter.st_ino, lBefore.st_ino);
+        EXPECT_EQ(lAfter.st_size, lBefore.st_size);
+        EXPECT_EQ(lAfter.st_mode, lBefore.st_mode);
+        EXPECT_EQ(readFile(lTarget), "untouched");
+        EXPECT_FALSE(std::filesystem::exists(mDirectory / "nothing"));
+        std::filesystem::remove_all(mPidFile);
+    }
+}
+
+TEST_F(ProcessInstanceManagerTest, TellsWhetherTheProcessOfAPidFileLives) {
+    ZTCTestChild lLive([] { pause(); });
+    ZTCTestChild lZombie([] {});
+    ASSERT_TRUE(waitUntil([&] { return !lZombie.isAlive(); }));
+    pid_t lGone = 0;
+    {
+        const ZTCTestChild lShort([] {});
+        lGone = lShort.getProcess();
+    }
+    const std::string lLiveText = std::to_string(lLive.getProcess());
+    const struct {
+        std::string mText;
+        bool mIsAlive;
+    } lRows[] = {
+        {lLiveText + "\n", true},
+        {lLiveText, true},
+        {std::to_string(getpid()) + "\n", true},
+        {std::to_string(lZombie.getProcess()) + "\n", false},
+        {std::to_string(lGone) + "\n", false},
+        {"", false},
+        {"\n", false},
+        {"0\n", false},
+        {"-1\n", false},
+        {"-" + lLiveText + "\n", false},
+        {lLiveText + "garbage\n", false},
+        {"garbage\n", false},
+        {"99999999999999999999\n", false},
+    };
+    ZTCProcessInstanceManager lManager((mDirectory / "own.pid").c_str());
+    const auto lIsAlive = [&](const std::string& acrPath) {
+        try {
+            lManager.getProcStatus(acrPath.c_str());
+            return true;
+        } catch (const ZTCClibGetProcStatusFailedEx& lrException) {
+            EXPECT_TRUE(contains(lrException.what(), acrPath)) << lrException.what();
+            return false;
+        }
+    };
+    for (const auto& lrRow : lRows) {
+        writeFile(mPidFile, lrRow.mText);
+        EXPECT_EQ(lIsAlive(mPidFile), lrRow.mIsAlive) << lrRow.mText;
+    }
+    EXPECT_FALSE(lIsAlive(mDirectory / "missing.pid"));
+    EXPECT_FALSE(lIsAlive(mDirectory.getPath()));
+}
