@@ -258,24 +258,25 @@ char* ZTCLogLine::format(const ZTCLogRecord& acrRecord, char* apOut) {
 }
 
 char* ZTCLogLine::appendTime(std::uint64_t aStamp, char* apOut) {
-    constexpr std::size_t lLength = 20;  // "2026-11-21T02:46:01."
-    const std::uint64_t lSecond = aStamp / 1000000000;
-    if (lSecond != mSecond) {
-        const auto lTime = static_cast<time_t>(lSecond);
-        tm lParts{};
-        gmtime_r(&lTime, &lParts);
-        strftime(mSecondText, sizeof mSecondText, "%Y-%m-%dT%H:%M:%S.", &lParts);
-        mSecond = lSecond;
+    constexpr std::size_t lSecondLength = 20;  // "2026-11-21T02:46:01."
+    constexpr std::size_t lLength = lSecondLength + sizeof "123456Z";
+    const std::uint64_t lMicrosecond = aStamp / 1000;
+    if (lMicrosecond != mMicrosecond) {
+        const std::uint64_t lSecond = lMicrosecond / 1000000;
+        if (lSecond != mMicrosecond / 1000000) {
+            const auto lTime = static_cast<time_t>(lSecond);
+            tm lParts{};
+            gmtime_r(&lTime, &lParts);
+            strftime(mTimeText, sizeof mTimeText, "%Y-%m-%dT%H:%M:%S.000000Z ", &lParts);
+        }
+        const auto lFraction = static_cast<unsigned int>(lMicrosecond % 1000000);
+        putTwoDigits(mTimeText + lSecondLength, lFraction / 10000);
+        putTwoDigits(mTimeText + lSecondLength + 2, lFraction / 100 % 100);
+        putTwoDigits(mTimeText + lSecondLength + 4, lFraction % 100);
+        mMicrosecond = lMicrosecond;
     }
-    memcpy(apOut, mSecondText, sizeof mSecondText);
-    char* const lpMicros = apOut + lLength;
-    const auto lMicros = static_cast<unsigned int>(aStamp % 1000000000 / 1000);
-    putTwoDigits(lpMicros, lMicros / 10000);
-    putTwoDigits(lpMicros + 2, lMicros / 100 % 100);
-    putTwoDigits(lpMicros + 4, lMicros % 100);
-    lpMicros[6] = 'Z';
-    lpMicros[7] = ' ';
-    return lpMicros + 8;
+    memcpy(apOut, mTimeText, sizeof mTimeText);
+    return apOut + lLength;
 }
 
 char* ZTCLogLine::appendThread(std::uint32_t aThread, char* apOut) {

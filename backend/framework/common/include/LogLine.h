@@ -1,7 +1,7 @@
 // Turns a record of a ring into its line. See Log.h for the line's form.
 //
 // Used by one thread at a time, under the log's drain lock. Most of a line stood in an earlier one already,
-// so it is kept: the text of the second, of process and thread, and, of the places that logged lately, all
+// so it is kept: the text of the time, of process and thread, and, of the places that logged lately, all
 // that does not depend on the arguments.
 #pragma once
 
@@ -43,8 +43,8 @@ class ZTCLogLine {
     const Place& placeOf(const ztlog::Site& acrSite);
     static void fill(Place& arPlace, const ztlog::Site& acrSite);
 
-    std::uint64_t mSecond = ~std::uint64_t{0};
-    char mSecondText[32]{};
+    std::uint64_t mMicrosecond = ~std::uint64_t{0};  ///< whose text is kept
+    char mTimeText[32]{};
     std::uint32_t mThread = 0;  ///< whose text is kept; another one after a fork
     std::size_t mThreadLength = 0;
     char mThreadText[32]{};
