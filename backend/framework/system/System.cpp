@@ -108,13 +108,17 @@ void ZTCSystem::waitForThreads() {
     const ZTCTraceScope lTrace(sFile);
     pollfd lPolls[2] = {{mThreadEnded.getDescriptor(), POLLIN, 0},
                         {mpSignals != nullptr ? mpSignals->getDescriptor() : -1, POLLIN, 0}};
-    const auto lHaveEnded = [this] {
+    using Thread = ZTCPointer<ZTCThreadComponent>;
+    const auto lIsRunning = [](const Thread& acrThread) { return !acrThread->hasEnded(); };
+    const auto lHasFailed = [](const Thread& acrThread) { return acrThread->hasFailed(); };
+    for (;;) {
         mThreadEnded.clear();
-        return std::all_of(
-            mThreadComponents.begin(), mThreadComponents.end(),
-            [](const ZTCPointer<ZTCThreadComponent>& acrThread) { return acrThread->hasEnded(); });
-    };
-    while (!lHaveEnded()) {
+        if (std::none_of(mThreadComponents.begin(), mThreadComponents.end(), lIsRunning)) {
+            break;
+        }
+        if (!isSetForExit() && std::any_of(mThreadComponents.begin(), mThreadComponents.end(), lHasFailed)) {
+            makeThreadsToExit();
+        }
         if (poll(lPolls, std::size(lPolls), -1) < 0 && errno != EINTR) {
             throwErrno<ZTCOsException>("poll", nullptr, errno);
         }

@@ -1,7 +1,6 @@
 #include "ThreadComponent.h"
 
 #include "Log.h"
-#include "System.h"
 
 namespace {
 
@@ -78,9 +77,7 @@ void ZTCThreadComponent::run() {
     } catch (const ZTCException& lrException) {
         // Procedures catch what they expect. What they do not must not take the process down unsaid.
         Log(ZTLL_Abnormal, sFile, "Thread %s ended abnormally: %s", mName.get(), lrException.what());
-        if (auto* const lpSystem = dynamic_cast<ZTCSystem*>(mpSystem)) {
-            lpSystem->makeThreadsToExit();
-        }
+        mHasFailed.store(true);
     }
 }
 

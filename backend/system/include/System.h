@@ -110,7 +110,7 @@ class ZTCSystem : public ZTCSystemInterface {
     /// Called once the threads run.
     virtual void postThreadsInit() {}
     /// Returns when all threads have ended. Takes the process's signals meanwhile: SIGTERM and SIGINT make
-    /// the threads exit, SIGHUP opens the log anew.
+    /// the threads exit, SIGHUP opens the log anew. An exception that ended one thread makes the others exit.
     virtual void waitForThreads();
     /// Marks the system and every thread for exit and wakes whoever waits here. Any thread, any number of
     /// times.

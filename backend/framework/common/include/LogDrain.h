@@ -1,6 +1,6 @@
 // Takes the records out of the rings, in order of time, and puts their lines into the file. Whoever holds the
-// lock is the one that drains: the writer thread, a caller whose ring is full, or one that must have its
-// record in the file. See Log.h.
+// lock is the one that drains: the writer thread, a caller that must have its record in the file, or one
+// whose ring stays full. See Log.h.
 #pragma once
 
 #include <pthread.h>

@@ -39,6 +39,8 @@ class ZTCThreadComponent {
     bool isStarted() const { return mGate.load() == Open; }
     /// Whether the thread has ended, or was never made.
     bool hasEnded() const { return !mIsCreated || mHasEnded.load(); }
+    /// Whether an exception ended the thread's procedure.
+    bool hasFailed() const { return mHasFailed.load(); }
     /// Waits for the thread's end, if it was made.
     void join();
 
@@ -62,6 +64,7 @@ class ZTCThreadComponent {
     std::atomic<unsigned int> mGate{Closed};
     std::atomic<bool> mIsSetForExit{false};
     std::atomic<bool> mHasEnded{false};
+    std::atomic<bool> mHasFailed{false};
 };
 
 /// A thread that waits on conditionals of the system.
