@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include <climits>
 #include <cstdio>
 
+#include "Descriptor.h"
 #include "Exception.h"
 #include "Log.h"
 #include "Os.h"
@@ -22,6 +24,13 @@
 namespace {
 
 constexpr char sFile[] = "NamedPipe";
+
+// The path that leads to an open file wherever it lies now.
+struct IdentityPath {
+    explicit IdentityPath(int aIdentity) { snprintf(mText, sizeof mText, "/proc/self/fd/%d", aIdentity); }
+
+    char mText[64];
+};
 
 void closeOne(int& arDescriptor) {
     if (arDescriptor >= 0) {
@@ -112,9 +121,7 @@ void ZTCNamedPipe::destroy(unsigned int /*aFlags*/) {
 
 // Opens an end of the pipe that create() made or took, wherever its path leads now.
 int ZTCNamedPipe::openAnew(int aFlags) const {
-    char lPath[64];
-    snprintf(lPath, sizeof lPath, "/proc/self/fd/%d", mIdentity);
-    const int lEnd = ::open(lPath, aFlags | O_NONBLOCK | O_CLOEXEC);
+    const int lEnd = ::open(IdentityPath(mIdentity).mText, aFlags | O_NONBLOCK | O_CLOEXEC);
     if (lEnd < 0) {
         fail("open", errno);
     }
@@ -250,7 +257,18 @@ void ZTCNamedPipe::write(const iovec* apPieces, unsigned int aCount) {
 }
 
 void ZTCNamedPipe::waitUntilWritable() {
-    pollfd lPolls[] = {{descriptor(), POLLOUT, 0}, {mCancel, POLLIN, 0}};
+    // Behind the keeper nobody sees a reader that comes, takes too little to make room, and goes: any reading
+    // ends this wait, and the keeper with it.
+    ZTCDescriptor lReadings;
+    if (mKeeper >= 0) {
+        lReadings = ZTCDescriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+        inotify_add_watch(lReadings.get(), IdentityPath(mIdentity).mText, IN_ACCESS);
+        if (isHalfRead()) {
+            setKeeper(false);
+            return;
+        }
+    }
+    pollfd lPolls[] = {{descriptor(), POLLOUT, 0}, {mCancel, POLLIN, 0}, {lReadings.get(), POLLIN, 0}};
     pollUntil(lPolls, std::size(lPolls), nullptr);
     if (lPolls[1].revents != 0) {
         throwCancelled();
