@@ -2,6 +2,7 @@
 // the log.
 #include <new>
 
+#include "Daemon.h"
 #include "Log.h"
 #include "ScopeAgentSystem.h"
 #include "SystemMain.h"
@@ -12,6 +13,7 @@ constinit const char* spAgentName = "vrx-sca";
 }  // namespace
 
 int main(int argc, char** argv) {
+    OsOpenStandardDescriptors();
     const ZTCTraceScope lTrace(sFile);
     Log(ZTLL_Notice, sFile, "Starting the ScopeAgent");
     setLogFilePath("vrx-sca.log");

@@ -4,13 +4,22 @@
 #include <iostream>
 
 #include "Clib.h"
+#include "NamedPipeReaderServer.h"
+#include "NamedPipeWriterServer.h"
+#include "ScopeAgentCommandHandler.h"
+#include "ScopeAgentHeartbeatHandler.h"
 #include "Settings.h"
 
 namespace {
 
 constexpr char sFile[] = "ScopeAgentSystem";
 constexpr char sRuntimeDirVariable[] = "ZT_VRX_SENSOR_DIR";
+constexpr char sCommandPipeName[] = "/vrxscacmd.fifo";
+constexpr char sOutputPipeName[] = "/vrxscaout.fifo";
 constexpr char sPidFileName[] = "/vrx-sca.pid";
+constexpr unsigned char sCommandPipeMode = 2;
+constexpr unsigned char sOutputPipeMode = 1;
+constexpr unsigned int sCommandWaitSeconds = 3;
 
 constexpr unsigned int sMaxRuntimeDir = PATH_MAX;
 constinit char sRuntimeDir[sMaxRuntimeDir] = "";
@@ -41,9 +50,34 @@ struct OptionRow {
 constexpr OptionRow sOptions[] = {{1, "-h"}, {1, "-v"}, {1, "-s"}, {2, "-D"}, {2, "-l"},
                                   {2, "-d"}, {2, "-c"}, {1, "-S"}, {2, "-b"}};
 
+// Closes and removes the pipe of the server in a slot; one that holds something else, or nothing, is passed
+// over.
+template <class Server, class Interface>
+void sDestroyServer(ZTCIdTable<Interface>& arTable) {
+    if (arTable.numberOfElements() == 0) {
+        return;
+    }
+    auto* const lpServer = dynamic_cast<Server*>(arTable[0].get());
+    if (lpServer == nullptr) {
+        return;
+    }
+    lpServer->close(0);
+    lpServer->destroy(0);
+}
+
+// An object adopted as one of its bases.
+template <class Base, class Derived, class... Arguments>
+ZTCPointer<Base> sMakeAs(Arguments&&... arArguments) {
+    return orNoMemory([&] {
+        return ZTCPointer<Base>(new (std::nothrow) Derived(std::forward<Arguments>(arArguments)...),
+                                ZTPST_Individual, ZTPMT_New);
+    });
+}
+
 }  // namespace
 
-ZTCScopeAgentSystem::ZTCScopeAgentSystem(const ZTCString& acrName) : ZTCSystem(acrName) {}
+ZTCScopeAgentSystem::ZTCScopeAgentSystem(const ZTCString& acrName)
+    : ZTCSystem(acrName), mScopeDataLock(makePointer<ZTCMutex>()) {}
 
 void ZTCScopeAgentSystem::preInit() {
     const ZTCTraceScope lTrace(sFile);
@@ -55,6 +89,8 @@ void ZTCScopeAgentSystem::preInit() {
     char lVrxSensorDir[sMaxRuntimeDir];
     ClibGetenv(sRuntimeDirVariable, lVrxSensorDir);
     setRuntimeDirStr(lVrxSensorDir);
+    mCommandPipePath = getRuntimeDirStr() + sCommandPipeName;
+    mOutputPipePath = getRuntimeDirStr() + sOutputPipeName;
     setPidFilePathStr(getRuntimeDirStr() + sPidFileName);
 
     ZTCSystem::preInit();
@@ -62,6 +98,135 @@ void ZTCScopeAgentSystem::preInit() {
     mInstanceManager = makePointer<ZTCProcessInstanceManager>(getPidFilePathStr());
     Log(ZTLL_Information, sFile, "Creating Version...");
     mVersion = makePointer<ZTCVersion>(2U, 3U, 0U, 5U);
+}
+
+void ZTCScopeAgentSystem::init() {
+    const ZTCTraceScope lTrace(sFile);
+    Log(ZTLL_Information, sFile, "Performing ScopeAgent system data initialization");
+    ZTCSystem::init();
+    initLibdfc();
+    initConditionals();
+    initCommandIpc();
+    initOutputIpc();
+    initScopeAgentHandlers();
+    initThreadComponents();
+}
+
+void ZTCScopeAgentSystem::initConditionals() {
+    Log(ZTLL_Information, sFile, "Creating HeartbeatHandler Conditional...");
+    mConditionals.append(makePointer<ZTCConditional>());
+    Log(ZTLL_Information, sFile, "Creating CommandHandler Conditional...");
+    mConditionals.append(makePointer<ZTCConditional>());
+}
+
+void ZTCScopeAgentSystem::initCommandIpc() {
+    Log(ZTLL_Trace, sFile, "Creating ScopeAgent Command Reader IPC...");
+    auto* const lpServer = new (std::nothrow) ZTCNamedPipeReaderServer(mCommandPipePath, sCommandPipeMode);
+    const ZTCPointer<ZTCReader> lReader(lpServer, ZTPST_Individual, ZTPMT_New);
+    lpServer->create(0);
+    Log(ZTLL_Trace, sFile, "Opening ScopeAgent Command Reader IPC...");
+    lpServer->open(0);
+    mReaders.append(lReader);
+}
+
+void ZTCScopeAgentSystem::initOutputIpc() {
+    Log(ZTLL_Information, sFile, "Creating Output IPC...");
+    auto* const lpServer = new (std::nothrow) ZTCNamedPipeWriterServer(mOutputPipePath, sOutputPipeMode);
+    const ZTCPointer<ZTCWriter> lWriter(lpServer, ZTPST_Individual, ZTPMT_New);
+    lpServer->create(0);
+    Log(ZTLL_Trace, sFile, "Opening Response Pipe Writer Server...");
+    lpServer->open(0);
+    mWriters.append(lWriter);
+}
+
+void ZTCScopeAgentSystem::initScopeAgentHandlers() {
+    Log(ZTLL_Trace, sFile, "Creating ScopeAgent Protocol Handler...");
+    mProtocolHandler = makePointer<ZTCScopeAgentProtocolHandler>(this);
+}
+
+void ZTCScopeAgentSystem::initThreadComponents() {
+    ZTCSystemInterface* const lpSystem = this;
+    ZT_ASSERT(lpSystem != __null, __LINE__, sFile);
+    initHeartbeatHandler();
+    initCommandHandler();
+}
+
+void ZTCScopeAgentSystem::initHeartbeatHandler() {
+    unsigned int lTimeout = 0;
+    getHbTimeout(lTimeout);
+    Log(ZTLL_Notice, sFile, "Creating the Heartbeat Handler Thread object...Timeout = %u", lTimeout);
+    mThreadComponents.append(sMakeAs<ZTCThreadComponent, ZTCScopeAgentHeartbeatHandler>(this, lTimeout));
+}
+
+void ZTCScopeAgentSystem::initCommandHandler() {
+    Log(ZTLL_Information, sFile, "Creating Command Handler Thread object...");
+    mThreadComponents.append(
+        sMakeAs<ZTCThreadComponent, ZTCScopeAgentCommandHandler>(this, sCommandWaitSeconds));
+}
+
+void ZTCScopeAgentSystem::destroy() {
+    const ZTCTraceScope lTrace(sFile);
+    destroyCommandIpc();
+    destroyOutputIpc();
+    Log(ZTLL_Trace, sFile, "Performing common system data destruction");
+    ZTCSystem::destroy();
+}
+
+void ZTCScopeAgentSystem::postDestroy() {
+    const ZTCTraceScope lTrace(sFile);
+    Log(ZTLL_Trace, sFile, "Performing common system destruction");
+    ZTCSystem::postDestroy();
+}
+
+void ZTCScopeAgentSystem::destroyCommandIpc() {
+    Log(ZTLL_Information, sFile, "Closing and Destroying Command Pipe...");
+    sDestroyServer<ZTCNamedPipeReaderServer>(mReaders);
+}
+
+void ZTCScopeAgentSystem::destroyOutputIpc() {
+    Log(ZTLL_Information, sFile, "Closing and Destroying Output Pipe...");
+    sDestroyServer<ZTCNamedPipeWriterServer>(mWriters);
+}
+
+// The vendor library comes in here.
+void ZTCScopeAgentSystem::initLibdfc() {
+    const ZTCTraceScope lTrace(sFile);
+}
+
+void ZTCScopeAgentSystem::closeLibdfc() {
+    const ZTCTraceScope lTrace(sFile);
+}
+
+void ZTCScopeAgentSystem::addFcTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget) {
+    const ZTCTraceScope lTrace(sFile);
+    const ZTCScopeAgentTarget& lrTarget = *acrTarget;
+    {
+        const ZTCScopedLock lLock(*mScopeDataLock);
+        if (mFcTargets.contains(lrTarget.getFcAddress())) {
+            return;
+        }
+        mFcTargets.insert(lrTarget.getFcAddress(), acrTarget);
+    }
+    Log(ZTLL_Notice, sFile, "Registered Target <%s, %s, %u>", lrTarget.getNodeName()->getStringForm().get(),
+        lrTarget.getPortName()->getStringForm().get(), lrTarget.getFcAddress());
+}
+
+void ZTCScopeAgentSystem::addWwpnTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget) {
+    const ZTCTraceScope lTrace(sFile);
+    const ZTCScopeAgentTarget& lrTarget = *acrTarget;
+    std::uint64_t lKey = 0;
+    static_assert(sizeof lKey == ZTCWorldWideName::Size);
+    ClibMemcpy(&lKey, lrTarget.getPortName()->getBinaryForm(), sizeof lKey);
+    {
+        const ZTCScopedLock lLock(*mScopeDataLock);
+        if (mWwpnTargets.contains(lKey)) {
+            return;
+        }
+        mWwpnTargets.insert(lKey, acrTarget);
+    }
+    Log(ZTLL_Notice, sFile, "Added Target <%s, %s, %u> to Wwpn Target Map",
+        lrTarget.getNodeName()->getStringForm().get(), lrTarget.getPortName()->getStringForm().get(),
+        lrTarget.getFcAddress());
 }
 
 void ZTCScopeAgentSystem::setCmdLineArgDescs() {

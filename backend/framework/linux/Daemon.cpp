@@ -76,6 +76,14 @@ void ZTCDaemon::ready(const ZTCString& acrInput, const ZTCString& acrOutput, con
     mReport = ZTCDescriptor();
 }
 
+void OsOpenStandardDescriptors() {
+    for (int lDescriptor = STDIN_FILENO; lDescriptor <= STDERR_FILENO; ++lDescriptor) {
+        if (fcntl(lDescriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {  // takes the lowest free one
+            return;
+        }
+    }
+}
+
 void OsNotifyServiceManager(const char* apState) {
     const char* const lpPath = getenv("NOTIFY_SOCKET");
     sockaddr_un lAddress{};

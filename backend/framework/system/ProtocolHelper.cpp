@@ -39,6 +39,6 @@ void ZTCProtocolHelper::write(ZTCPointer<ZTCWriter>& arWriter, const ZTCPointer<
                               unsigned int /*aFlags*/) {
     unsigned char lHeader[HeaderSize];
     ztwire::put(ztwire::put(ztwire::put(lHeader, sMagic), mTag), acrBuffer->getLength());
-    arWriter->write(lHeader, HeaderSize);
-    arWriter->write(acrBuffer->getBytes(), acrBuffer->getLength());
+    const iovec lPieces[] = {{lHeader, HeaderSize}, {acrBuffer->getBytes(), acrBuffer->getLength()}};
+    arWriter->write(lPieces, 2);
 }

@@ -195,7 +195,8 @@ void ZTCSystem::waitForSignal(unsigned int aConditionalId, const timespec* apDea
 // ---- Readers and writers ----
 
 void ZTCSystem::send(unsigned int aWriterId, const ZTCPointer<ZTCBuffer>& acrBuffer, unsigned int& arSent) {
-    getWriter(aWriterId)->write(acrBuffer->getBytes(), acrBuffer->getLength());
+    const iovec lPiece{acrBuffer->getBytes(), acrBuffer->getLength()};
+    getWriter(aWriterId)->write(&lPiece, 1);
     arSent = acrBuffer->getLength();
 }
 
@@ -205,7 +206,18 @@ void ZTCSystem::receive(unsigned int aReaderId, ZTCPointer<ZTCBuffer>& arBuffer,
 }
 
 void ZTCSystem::waitForActivity(unsigned int aReaderId, unsigned int aSeconds) {
-    if (!isSetForExit()) {
-        getReader(aReaderId)->waitForActivity(aSeconds);
+    ZTCPointer<ZTCReader>& lrReader = getReader(aReaderId);
+    const timespec lDeadline = OsDeadlineIn(aSeconds);
+    while (!isSetForExit() && !lrReader->waitForActivity({lDeadline, settleWriters()})) {
     }
+}
+
+// Returns what to watch for the next time that this is to be done. There is one writer to watch at the most.
+int ZTCSystem::settleWriters() {
+    int lWatched = -1;
+    for (ZTCPointer<ZTCWriter>& lrWriter : mWriters) {
+        lrWriter->settle();
+        lWatched = std::max(lWatched, lrWriter->getChangeDescriptor());
+    }
+    return lWatched;
 }

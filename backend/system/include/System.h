@@ -231,6 +231,7 @@ class ZTCSystem : public ZTCSystemInterface {
     [[noreturn]] void exitOnBadOption(const char* apText);
     void waitForSignal(unsigned int aConditionalId, const timespec* apDeadline);
     void takeSignals();
+    int settleWriters();
 
     const ZTCString mName;
     const ZTCString mHostName{"localhost"};

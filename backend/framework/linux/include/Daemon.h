@@ -23,6 +23,10 @@ class ZTCDaemon {
     ZTCDescriptor mReport;
 };
 
+/// Opens /dev/null in the place of each standard descriptor that is closed: else the next file that is opened
+/// would take it, and get what is written to standard error. Before any file is opened.
+void OsOpenStandardDescriptors();
+
 /// Tells the service manager, if one has set NOTIFY_SOCKET, a state such as "READY=1". Failing is not an
 /// error.
 void OsNotifyServiceManager(const char* apState);

@@ -1,0 +1,80 @@
+// The two sides of a heartbeat that is told by a file's modification time: touching one's own file, and
+// watching the other's. Each object is used by one thread.
+#pragma once
+
+#include "Clib.h"
+#include "Log.h"
+#include "System.h"
+
+inline constexpr char ZTCommonHeartbeatFile[] = "backend/sensor/agentcommon/include/CommonHeartbeat";
+
+/// Touches a file.
+class ZTCSetHeartbeat {
+  public:
+    explicit ZTCSetHeartbeat(const ZTCPointer<ZTCString>& acrFile) : mFile(acrFile) {}
+    virtual ~ZTCSetHeartbeat() = default;
+
+    /// Sets the file's modification time to now. Throws ZTCClibUtimeFailedEx.
+    void SetHeartbeat() {
+        const ZTCTraceScope lTrace(ZTCommonHeartbeatFile);
+        Log(ZTLL_Trace, ZTCommonHeartbeatFile, "Setting the mod time of %s", mFile->get());
+        ClibUtime(mFile->get());
+    }
+
+  private:
+    ZTCPointer<ZTCString> mFile;
+};
+
+/// Watches a file, and the process that it names.
+class ZTCCheckHeartbeat {
+  public:
+    ZTCCheckHeartbeat(const ZTCPointer<ZTCString>& acrFile, ZTCSystemInterface* apSystem)
+        : mFile(acrFile), mpSystem(apSystem) {}
+    virtual ~ZTCCheckHeartbeat() = default;
+
+    /// Looks at the file's modification time. One look that finds it as it was, or cannot find it, is
+    /// tolerated; from the second on, until the time changes, each throws ZTCHeartbeatFailedEx.
+    void CheckStatus() {
+        const ZTCTraceScope lTrace(ZTCommonHeartbeatFile);
+        struct stat lStatus {};
+        try {
+            ClibStat(mFile->get(), &lStatus);
+        } catch (const ZTCClibStatFailedEx&) {
+            Log(ZTLL_Warning, ZTCommonHeartbeatFile, "Failed in stat on %s file", mFile->get());
+            countFailure();
+            return;
+        }
+        const auto lModTime = static_cast<unsigned int>(lStatus.st_mtime);
+        if (mLastModTime == 0) {
+            mLastModTime = lModTime;
+        } else if (lModTime == mLastModTime) {
+            if (mUnchangedCount != 0) {
+                Log(ZTLL_Warning, ZTCommonHeartbeatFile, "Modfication time of the %s hasn't changed",
+                    mFile->get());
+            }
+            countFailure();
+        } else {
+            mLastModTime = lModTime;
+            mUnchangedCount = 0;
+        }
+    }
+
+    /// Returns when the process that the file names exists. Throws ZTCClibGetProcStatusFailedEx.
+    void checkProcess() {
+        auto* const lpSystem = dynamic_cast<ZTCSystem*>(mpSystem);
+        ZT_ASSERT(0 != lpSystem, __LINE__, ZTCommonHeartbeatFile);
+        lpSystem->getProcStatus(*mFile);
+    }
+
+  private:
+    void countFailure() {
+        if (++mUnchangedCount > 1) {
+            throw ZTCHeartbeatFailedEx("", 492);
+        }
+    }
+
+    ZTCPointer<ZTCString> mFile;
+    ZTCSystemInterface* mpSystem;
+    unsigned int mLastModTime = 0;     ///< seconds since the epoch, as seen last; 0: not seen yet
+    unsigned int mUnchangedCount = 0;  ///< looks in a row that failed
+};

@@ -1,0 +1,241 @@
+// Commands through the pipes of a running agent: what each is answered, that none is lost however it comes,
+// and what a malformed one does.
+#include <chrono>
+
+#include "AgentClient.h"
+
+namespace {
+
+constexpr char sEndOfThread[] = "-H- ScopeAgentCommandHandler";
+constexpr char sErrorText[] = "Exiting ScopeAgentCommandHandler thread with error : ";
+
+struct RoundTrip {
+    const char* mpRequest;
+    const char* mpResponse;
+};
+
+// Two targets: the node name, the port name, the address.
+#define TARGET_A "20000025b501000a 21000025b501000a 00010203"
+#define TARGET_B "20000025b501000b 21000025b501000b 00ffffff"
+// The port of the one, the address of the other.
+#define TARGET_A_ELSEWHERE "20000025b501000a 21000025b501000a 00000007"
+#define TARGET_C_AT_B "20000025b501000c 21000025b501000c 00ffffff"
+
+constexpr RoundTrip sRoundTrips[] = {
+    // StartScope, without and with something behind the ceiling.
+    {"56525831 00000000 00000005 00 00010000", "56525831 00000000 00000005 00 00000000"},
+    {"56525831 ffffffff 00000008 00 ffffffff 010203", "56525831 ffffffff 00000005 00 00000000"},
+    // GetScopeData: no adapters, no record lists.
+    {"56525831 00000002 00000001 01", "56525831 00000002 00000005 02 00000000"},
+    {"56525831 80000002 00000003 01 ffff", "56525831 80000002 00000005 02 00000000"},
+    // Stop.
+    {"56525831 00000003 00000001 02", "56525831 00000003 00000005 00 00000000"},
+    {"56525831 00000003 00000006 02 0405060708", "56525831 00000003 00000005 00 00000000"},
+    // RegisterTargets: none, one, three of which one is known, two that are half known, none with bytes
+    // behind.
+    {"56525831 00000004 00000005 03 00000000", "56525831 00000004 00000003 01 0006"},
+    {"56525831 00000005 00000019 03 00000001" TARGET_A, "56525831 00000005 00000005 00 00000000"},
+    {"56525831 00000006 00000042 03 00000003" TARGET_A TARGET_B TARGET_A "ff",
+     "56525831 00000006 00000005 00 00000000"},
+    {"56525831 00000007 0000002d 03 00000002" TARGET_A_ELSEWHERE TARGET_C_AT_B,
+     "56525831 00000007 00000005 00 00000000"},
+    {"56525831 00000008 00000019 03 00000000" TARGET_B, "56525831 00000008 00000003 01 0006"},
+    // CollectionPeriod.
+    {"56525831 00000009 00000005 05 00000000", "56525831 00000009 00000003 01 0006"},
+    {"56525831 0000000a 00000005 05 00000005", "56525831 0000000a 00000005 00 00000000"},
+    {"56525831 0000000b 00000006 05 ffffffff 00", "56525831 0000000b 00000005 00 00000000"},
+};
+
+TEST(Commands, AreAnsweredByteForByte) {
+    const ZTCTestDirectory lDirectory;
+    ZTCTestAgent lAgent(lDirectory);
+    const ZTCTestSensor lSensor(lDirectory);
+    for (const RoundTrip& lrTrip : sRoundTrips) {
+        EXPECT_EQ(lSensor.ask(bytesOf(lrTrip.mpRequest)), bytesOf(lrTrip.mpResponse)) << lrTrip.mpRequest;
+    }
+    // The longest that is taken.
+    EXPECT_EQ(lSensor.ask(messageOf(12, "\x02" + std::string(65535, 'x'))), successOf(12));
+    lAgent.stop();
+
+    // A target is told of once in each map that did not have it.
+    const std::string lLog = lAgent.getLog();
+    std::string lTargets;
+    for (const char* const lpText : {"Registered Target <", "Added Target <", "The limit set is "}) {
+        for (std::size_t lAt = 0; (lAt = lLog.find(lpText, lAt)) != std::string::npos; ++lAt) {
+            lTargets += lLog.substr(lAt, lLog.find('\n', lAt) + 1 - lAt);
+        }
+    }
+    EXPECT_EQ(lTargets,
+              "Registered Target <20:00:00:25:b5:01:00:0a, 21:00:00:25:b5:01:00:0a, 66051>\n"
+              "Registered Target <20:00:00:25:b5:01:00:0b, 21:00:00:25:b5:01:00:0b, 16777215>\n"
+              "Registered Target <20:00:00:25:b5:01:00:0a, 21:00:00:25:b5:01:00:0a, 7>\n"
+              "Added Target <20:00:00:25:b5:01:00:0a, 21:00:00:25:b5:01:00:0a, 66051> to Wwpn Target Map\n"
+              "Added Target <20:00:00:25:b5:01:00:0b, 21:00:00:25:b5:01:00:0b, 16777215> to Wwpn Target Map\n"
+              "Added Target <20:00:00:25:b5:01:00:0c, 21:00:00:25:b5:01:00:0c, 16777215> to Wwpn Target Map\n"
+              "The limit set is 262144\n"
+              "The limit set is 262144\n");
+}
+
+TEST(Commands, ShutDownIsAnsweredBeforeTheEndAndNothingBehindItIs) {
+    for (const char* const lpBody : {"04", "04 fffefdfc00"}) {
+        SCOPED_TRACE(lpBody);
+        const ZTCTestDirectory lDirectory;
+        ZTCTestAgent lAgent(lDirectory);
+        const ZTCTestSensor lSensor(lDirectory);
+        lSensor.send(stopOf(1) + messageOf(2, bytesOf(lpBody)) + stopOf(3));
+        EXPECT_EQ(lSensor.receive(), successOf(1));
+        EXPECT_EQ(lSensor.receive(), successOf(2));
+        EXPECT_EQ(lSensor.receive(), "");
+        lAgent.expectEnd(std::string(sErrorText) + "Shutting down ScopeAgent\n", ZTTestSoon);
+    }
+}
+
+TEST(Commands, NoneIsLostHoweverTheyCome) {
+    const ZTCTestDirectory lDirectory;
+    ZTCTestAgent lAgent(lDirectory, {"-d", "1"});
+    const ZTCTestSensor lSensor(lDirectory);
+    unsigned int lTag = 0;
+
+    for (; lTag < 10000; ++lTag) {
+        ASSERT_EQ(lSensor.ask(stopOf(lTag)), successOf(lTag));
+    }
+    const std::string lTargets = bytesOf("03 00000002" TARGET_A TARGET_B);
+    for (const char lByte : messageOf(++lTag, lTargets)) {
+        lSensor.sendAndSeeRead(std::string(1, lByte));
+    }
+    EXPECT_EQ(lSensor.receive(), successOf(lTag));
+    for (std::size_t lAt = 1; lAt < messageOf(0, lTargets).size(); ++lAt) {
+        const std::string lMessage = messageOf(++lTag, lTargets);
+        lSensor.sendAndSeeRead(lMessage.substr(0, lAt));
+        ASSERT_FALSE(lSensor.hasResponseWithin(0));
+        ASSERT_EQ(lSensor.ask(lMessage.substr(lAt)), successOf(lTag)) << "split at " << lAt;
+    }
+    for (unsigned int lBurst = 0; lBurst < 40; ++lBurst) {
+        std::string lCommands;
+        for (unsigned int lAt = 0; lAt < 50; ++lAt) {
+            lCommands += stopOf(lTag + lAt);
+        }
+        lSensor.send(lCommands);
+        for (unsigned int lAt = 0; lAt < 50; ++lAt) {
+            ASSERT_EQ(lSensor.receive(), successOf(lTag++));
+        }
+    }
+    lAgent.stop();
+}
+
+struct Malformed {
+    const char* mpBytes;
+    const char* mpError;
+    bool mCloses;  ///< the sensor, behind the bytes
+};
+
+constexpr Malformed sMalformed[] = {
+    {"56525830 00000001 00000001 02", "magic 0x56525830", false},
+    {"00000000 00000000 00000000", "magic 0x0", false},
+    {"56525831 00000001 00000000", "length 0x0", false},
+    {"56525831 00000001 00010001", "length 0x10001", false},
+    {"56525831 00000001 ffffffff", "length 0xffffffff", false},
+    {"56", "The writer went away", true},
+    {"56525831 00000001 00000005", "The writer went away", true},
+    {"56525831 00000001 00000005 00 000000", "The writer went away", true},
+    {"56525831 00000001 00000004 00 000000", "", false},             // half a ceiling
+    {"56525831 00000001 00000001 05", "", false},                    // no period
+    {"56525831 00000001 00000003 03 0000", "", false},               // half a count
+    {"56525831 00000001 00000019 03 00000002" TARGET_A, "", false},  // one of two targets
+    {"56525831 00000001 00000018 03 00000001 20000025b501000a 21000025b501000a 000102", "", false},
+    {"56525831 00000001 0000000a 03 ffffffff 20000025b5", "", false},  // half a name
+};
+
+TEST(Commands, AMalformedOneEndsTheAgentWithoutAnAnswer) {
+    for (const Malformed& lrMalformed : sMalformed) {
+        SCOPED_TRACE(lrMalformed.mpBytes);
+        const ZTCTestDirectory lDirectory;
+        ZTCTestAgent lAgent(lDirectory);
+        ZTCTestSensor lSensor(lDirectory);
+        lSensor.send(stopOf(7) + bytesOf(lrMalformed.mpBytes));
+        EXPECT_EQ(lSensor.receive(), successOf(7));
+        if (lrMalformed.mCloses) {
+            lSensor.closeCommands();
+        }
+        EXPECT_EQ(lSensor.receive(), "");  // before a stall could have been seen:
+        lAgent.expectEnd(sErrorText, 4);
+        EXPECT_TRUE(contains(lAgent.getLog(), lrMalformed.mpError)) << lAgent.getLog();
+        EXPECT_EQ(countIn(lAgent.getErr(), sEndOfThread), 1U) << lAgent.getErr();
+    }
+}
+
+// A writer that stops inside a message is waited for; one that goes on, however slowly, is served.
+TEST(Commands, AMessageThatStopsEndsTheAgentAfterFiveSeconds) {
+    inThreads(3, [](unsigned int aCase) {
+        const ZTCTestDirectory lDirectory;
+        ZTCTestAgent lAgent(lDirectory);
+        const ZTCTestSensor lSensor(lDirectory);
+        EXPECT_EQ(lSensor.ask(stopOf(1)), successOf(1));
+        const std::string lMessage = messageOf(2, std::string(5, '\0'));
+        if (aCase == 2) {
+            for (const std::size_t lAt : {0U, 6U, 12U}) {
+                lSensor.send(lMessage.substr(lAt, lAt == 12 ? 4 : 6));
+                EXPECT_FALSE(lSensor.hasResponseWithin(2500));
+            }
+            EXPECT_EQ(lSensor.ask(lMessage.substr(16)), successOf(2));
+            lAgent.stop();
+            return;
+        }
+        const auto lStart = std::chrono::steady_clock::now();
+        lSensor.send(lMessage.substr(0, aCase == 0 ? 1 : 16));
+        EXPECT_EQ(lSensor.receive(), "");
+        lAgent.expectEnd(std::string(sErrorText) + "The writer stopped");
+        const std::chrono::duration<double> lTook = std::chrono::steady_clock::now() - lStart;
+        EXPECT_GT(lTook.count(), 4.5);
+        EXPECT_LT(lTook.count(), 8.0);
+    });
+}
+
+TEST(Commands, AnUnknownOneEndsTheProcessAtOnce) {
+    for (const char* const lpBody : {"06", "ff 00000000"}) {
+        SCOPED_TRACE(lpBody);
+        const ZTCTestDirectory lDirectory;
+        ZTCTestAgent lAgent(lDirectory);
+        const ZTCTestSensor lSensor(lDirectory);
+        lSensor.send(messageOf(1, bytesOf(lpBody)));
+        EXPECT_EQ(lSensor.receive(), "");
+        EXPECT_EQ(lAgent.waitForEnd(), 1);
+        EXPECT_EQ(countIn(lAgent.getLog(), " -H- "), 1U);
+        EXPECT_EQ(countIn(lAgent.getLog(), "Assertion [ false ] failed"), 1U) << lAgent.getLog();
+    }
+}
+
+// How often the command thread has been given the processor.
+unsigned long turnsOf(pid_t aProcess) {
+    for (const auto& lrTask :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(aProcess) + "/task")) {
+        const std::string lStatus = readFile(lrTask.path() / "status");
+        if (contains(lStatus, "Name:\tScopeAgentComma")) {
+            constexpr char lLabel[] = "_ctxt_switches:\t";
+            const std::size_t lFirst = lStatus.find(lLabel);
+            const std::size_t lSecond = lStatus.find(lLabel, lFirst + 1);
+            return std::stoul(lStatus.substr(lFirst + sizeof lLabel - 1)) +
+                   std::stoul(lStatus.substr(lSecond + sizeof lLabel - 1));
+        }
+    }
+    ADD_FAILURE() << "no command thread";
+    return 0;
+}
+
+TEST(Commands, ASensorMayCloseThePipeBetweenThemAndNothingSpins) {
+    const ZTCTestDirectory lDirectory;
+    ZTCTestAgent lAgent(lDirectory, {"-d", "127"});
+    for (unsigned int lTag = 0; lTag < 1000; ++lTag) {
+        const ZTCTestSensor lSensor(lDirectory);
+        ASSERT_EQ(lSensor.ask(stopOf(lTag)), successOf(lTag));
+    }
+    const auto lWaits = [&] { return countIn(lAgent.getLog(), "Waiting for control availability..."); };
+    EXPECT_TRUE(waitUntil([&] { return lWaits() >= 1001; }));
+    const std::size_t lWaitsBefore = lWaits();
+    const unsigned long lTurnsBefore = turnsOf(lAgent.getProcess());
+    EXPECT_TRUE(waitUntil([&] { return lWaits() >= lWaitsBefore + 2; }));
+    EXPECT_LT(turnsOf(lAgent.getProcess()) - lTurnsBefore, 10 * (lWaits() - lWaitsBefore));
+    lAgent.stop();
+}
+
+}  // namespace

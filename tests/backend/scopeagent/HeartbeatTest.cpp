@@ -1,0 +1,188 @@
+// The heartbeat: the agent's own, and its watch over the sensor's. Every case has an agent of its own, with a
+// period of a second; all run at once.
+#include <sys/stat.h>
+
+#include <ctime>
+
+#include "AgentClient.h"
+
+namespace {
+
+constexpr char sBeat[] = "Checking the status of Sensor\n";
+constexpr char sUnchanged[] = "hasn't changed\n";
+constexpr char sMissing[] = "Failed in stat on ";
+constexpr char sAlive[] = "Sensor process still running, but not updating the heartbeat\n";
+constexpr char sGone[] = "Failed in getting the status of Sensor\n";
+
+// An agent and the sensor's file beside it.
+class Watch {
+  public:
+    explicit Watch(const std::string& acrSensorFile = "")
+        : mAgent((prepare(acrSensorFile), mDirectory), {"-b", "1", "-d", "255"}) {}
+
+    const ZTCTestDirectory& getDirectory() const { return mDirectory; }
+    ZTCTestAgent& getAgent() { return mAgent; }
+
+    void writeSensorFile(const std::string& acrText) const { writeFile(mSensorFile, acrText); }
+    void setModTime(time_t aSeconds) const { setModTime(mSensorFile, aSeconds); }
+    static void setModTime(const std::string& acrPath, time_t aSeconds) {
+        const timespec lTimes[] = {{aSeconds, 0}, {aSeconds, 0}};
+        EXPECT_EQ(utimensat(AT_FDCWD, acrPath.c_str(), lTimes, 0), 0);
+    }
+
+    void waitForBeats(std::size_t aCount) const {
+        EXPECT_TRUE(waitUntil([&] { return countIn(mAgent.getLog(), " CheckStatus: Left\n") >= aCount; }))
+            << mAgent.getLog();
+    }
+
+    /// What the log says of the heartbeat, a word a record: a period with nothing to tell is "beat".
+    std::string story() const {
+        constexpr std::pair<const char*, const char*> lRecords[] = {
+            {sBeat, " beat"},
+            {sUnchanged, " unchanged"},
+            {sMissing, " missing"},
+            {sAlive, " alive"},
+            {sGone, " gone"},
+            {"Checking the status of the actual sensor process/service\n", " check"},
+            {"Failed in updating the status\n", " untouchable"},
+        };
+        std::istringstream lLog(mAgent.getLog());
+        std::string lStory;
+        for (std::string lLine; std::getline(lLog, lLine);) {
+            for (const auto& [lpText, lpWord] : lRecords) {
+                lStory += contains(lLine + "\n", lpText) ? lpWord : "";
+            }
+        }
+        return lStory;
+    }
+
+  private:
+    void prepare(const std::string& acrSensorFile) const {
+        if (!acrSensorFile.empty()) {
+            writeSensorFile(acrSensorFile);
+            setModTime(1000000000);
+        }
+    }
+
+    const ZTCTestDirectory mDirectory;
+    const std::string mSensorFile = mDirectory / ZTTestSensorFile;
+    ZTCTestAgent mAgent;
+};
+
+std::string ownPid() {
+    return std::to_string(getpid()) + "\n";
+}
+
+constexpr char sSilentAndGone[] = " beat beat beat unchanged check gone";
+constexpr char sNoProcess[] = "4194304\n";  // the kernel's numbers end before it
+
+void expectEndWith(Watch& arWatch, const std::string& acrStory) {
+    EXPECT_EQ(arWatch.getAgent().waitForEnd(), 0);
+    EXPECT_TRUE(arWatch.story().starts_with(acrStory)) << arWatch.story() << "\ninstead of\n" << acrStory;
+    std::filesystem::remove_all(arWatch.getDirectory() / ZTTestSensorFile);
+    EXPECT_EQ(namesIn(arWatch.getDirectory()), std::set<std::string>{ZTTestLog});
+}
+
+void endsAfter(const std::string& acrSensorFile, const std::string& acrStory) {
+    Watch lWatch(acrSensorFile);
+    expectEndWith(lWatch, acrStory);
+}
+
+void stop(Watch& arWatch, const std::string& acrStory) {
+    arWatch.getAgent().sendSignal(SIGTERM);
+    expectEndWith(arWatch, acrStory);
+}
+
+// Steady, and with a clock that steps back and forth: what counts is that the time changes.
+template <class ModTime>
+void beatsAndIsLeftAlone(const ModTime& acrModTime) {
+    Watch lWatch(sNoProcess);
+    const std::string lPidFile = lWatch.getDirectory() / ZTTestPidFile;
+    for (unsigned int lBeat = 1; lBeat <= 5; ++lBeat) {
+        lWatch.waitForBeats(lBeat);
+        struct stat lStatus {};
+        EXPECT_EQ(stat(lPidFile.c_str(), &lStatus), 0);
+        EXPECT_GT(lStatus.st_mtime, 1000000000);  // touched since the last beat
+        Watch::setModTime(lPidFile, 1000000000);
+        lWatch.setModTime(acrModTime(lBeat));
+    }
+    stop(lWatch, " beat beat beat beat beat");
+    EXPECT_EQ(countIn(lWatch.story(), " "), countIn(lWatch.story(), " beat"));
+}
+
+const std::pair<const char*, void (*)()> sCases[] = {
+    {"steady", [] { beatsAndIsLeftAlone([](unsigned int aBeat) { return 1000000000 + time_t{aBeat}; }); }},
+    {"stepping",
+     [] { beatsAndIsLeftAlone([](unsigned int aBeat) { return 999999000 + aBeat % 2 * 9000; }); }},
+    {"silent but alive, then back",
+     [] {
+         Watch lWatch(ownPid());
+         lWatch.waitForBeats(5);
+         const ZTCTestSensor lSensor(lWatch.getDirectory());
+         EXPECT_EQ(lSensor.ask(stopOf(1)), successOf(1));
+         lWatch.setModTime(2);
+         lWatch.waitForBeats(8);
+         stop(lWatch, " beat beat beat unchanged check alive beat unchanged check alive beat");
+         EXPECT_TRUE(contains(lWatch.story(), " alive beat beat")) << lWatch.story();
+     }},
+    {"no process", [] { endsAfter(sNoProcess, sSilentAndGone); }},
+    {"no number", [] { endsAfter("sensor\n", sSilentAndGone); }},
+    {"a number with something behind it",
+     [] { endsAfter(std::to_string(getpid()) + "x\n", sSilentAndGone); }},
+    {"a number that stands for all processes", [] { endsAfter("-1\n", sSilentAndGone); }},
+    {"no file", [] { endsAfter("", " beat missing beat missing check gone"); }},
+    {"ended, and not yet collected",
+     [] {
+         const ZTCTestChild lSensor([] { _exit(0); });
+         EXPECT_TRUE(waitUntil([&] { return !lSensor.isAlive(); }));
+         endsAfter(std::to_string(lSensor.getProcess()), sSilentAndGone);
+     }},
+    {"a file that comes late, and does not change",
+     [] {
+         Watch lWatch;
+         lWatch.waitForBeats(1);
+         lWatch.writeSensorFile(ownPid());
+         lWatch.waitForBeats(4);
+         stop(lWatch, " beat missing beat beat unchanged check alive beat");
+     }},
+    {"a file that goes, and the process with it",
+     [] {
+         Watch lWatch(ownPid());
+         lWatch.waitForBeats(1);
+         std::filesystem::remove(lWatch.getDirectory() / ZTTestSensorFile);
+         expectEndWith(lWatch, " beat beat missing beat missing check gone");
+     }},
+    {"a directory",
+     [] {
+         Watch lWatch;
+         mkdir((lWatch.getDirectory() / ZTTestSensorFile).c_str(), 0700);
+         expectEndWith(lWatch, sSilentAndGone);
+     }},
+    {"own file removed",
+     [] {
+         Watch lWatch(ownPid());
+         lWatch.waitForBeats(1);
+         std::filesystem::remove(lWatch.getDirectory() / ZTTestPidFile);
+         expectEndWith(lWatch, " beat untouchable");
+     }},
+};
+
+TEST(Heartbeat, JudgesTheSensorByItsFileAndThenByItsProcess) {
+    inThreads(static_cast<unsigned int>(std::size(sCases)), [](unsigned int aCase) {
+        SCOPED_TRACE(sCases[aCase].first);
+        sCases[aCase].second();
+    });
+}
+
+TEST(Heartbeat, EndsItsWaitOnAShutDown) {
+    const ZTCTestDirectory lDirectory;
+    ZTCTestAgent lAgent(lDirectory, {"-b", "60", "-d", "255"});
+    const ZTCTestSensor lSensor(lDirectory);
+    EXPECT_TRUE(waitUntil([&] { return contains(lAgent.getLog(), "Going to wait for 60 seconds"); }));
+    EXPECT_EQ(lSensor.ask(messageOf(1, "\x04")), successOf(1));
+    lAgent.expectEnd("-H- ScopeAgentHeartbeatHandler", ZTTestSoon);
+    EXPECT_EQ(countIn(lAgent.getLog(), "Exiting Heartbeat Handler Thread as it is marked for exit."), 1U);
+    EXPECT_FALSE(contains(lAgent.getLog(), "Updating the status"));
+}
+
+}  // namespace

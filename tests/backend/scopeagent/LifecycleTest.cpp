@@ -1,0 +1,215 @@
+// The agent from its start to its end: what it makes and removes, in which order, and what signals and a
+// sudden death do.
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include <random>
+
+#include "AgentClient.h"
+
+namespace {
+
+constexpr unsigned int sKills = ZTIsSanitized ? 40 : 200;
+
+std::size_t descriptorsOf(pid_t aProcess) {
+    const std::filesystem::directory_iterator lAll("/proc/" + std::to_string(aProcess) + "/fd");
+    return static_cast<std::size_t>(std::distance(begin(lAll), end(lAll)));
+}
+
+void endBy(const char* apWay, const ZTCTestAgent& acrAgent, const ZTCTestDirectory& acrDirectory,
+           const ZTCTestSensor& acrSensor) {
+    const std::string lWay(apWay);
+    if (lWay == "-s") {
+        const ZTSTestEnd lEnd =
+            runChild(ZTCTestAgent::commandOf({"-s"}, {}), ZTCTestAgent::environmentOf(acrDirectory));
+        EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mErr;
+        EXPECT_FALSE(acrAgent.isAlive());
+    } else if (lWay == "ShutDown") {
+        EXPECT_EQ(acrSensor.ask(messageOf(9, "\x04")), successOf(9));
+    } else {
+        acrAgent.sendSignal(lWay == "SIGTERM" ? SIGTERM : SIGINT);
+    }
+}
+
+TEST(Lifecycle, WhatItMakesIsItsOwnAndGoneAtTheEnd) {
+    for (const char* const lpWay : {"SIGTERM", "SIGINT", "ShutDown", "-s"}) {
+        SCOPED_TRACE(lpWay);
+        const ZTCTestDirectory lDirectory;
+        ZTCTestAgent lAgent(lDirectory);
+        const ZTCTestSensor lSensor(lDirectory);
+        EXPECT_EQ(lSensor.ask(stopOf(1)), successOf(1));
+        EXPECT_EQ(namesIn(lDirectory),
+                  (std::set<std::string>{ZTTestLog, ZTTestPidFile, ZTTestCommandPipe, ZTTestOutputPipe}));
+        EXPECT_EQ(readFile(lDirectory / ZTTestPidFile), std::to_string(lAgent.getProcess()) + "\n");
+        for (const char* const lpPipe : {ZTTestCommandPipe, ZTTestOutputPipe}) {
+            struct stat lStatus {};
+            EXPECT_EQ(lstat((lDirectory / lpPipe).c_str(), &lStatus), 0);
+            EXPECT_EQ(lStatus.st_mode, S_IFIFO | 0600U) << lpPipe;
+        }
+        endBy(lpWay, lAgent, lDirectory, lSensor);
+        lAgent.expectEnd("ScopeAgent System exiting", ZTTestSoon);
+    }
+}
+
+// Parts of the records, in their order.
+constexpr const char* sRecords[] = {
+    "main: Starting the ScopeAgent",
+    "sCreateRtdir: '/tmp' already exists... continuing",
+    " init: Entered",
+    "init: Performing ScopeAgent system data initialization",
+    "initLibdfc: Left",
+    "Creating HeartbeatHandler Conditional...",
+    "Creating CommandHandler Conditional...",
+    "Creating ScopeAgent Command Reader IPC...",
+    "ZTCNamedPipeReaderServer: Entered",
+    "Opening ScopeAgent Command Reader IPC...",
+    "Creating Output IPC...",
+    "ZTCNamedPipeWriterServer: Entered",
+    "Opening Response Pipe Writer Server...",
+    "Creating ScopeAgent Protocol Handler...",
+    "-N- ScopeAgentSystem",
+    "Creating the Heartbeat Handler Thread object...Timeout = 240",
+    "ZTCScopeAgentHeartbeatHandler: Left",
+    "Creating Command Handler Thread object...",
+    "ScopeAgentSystem:",
+    " init: Left",
+    "createThreads: Entered",
+    "startThreads: Entered",
+    "Waiting for control availability...",
+    "sReadAndProcessCommand: Entered",
+    "process: Command to handle: 5",
+    "createFailedResponse: Creating Failed Response...",
+    "createFailedResponse: Left",
+    "process: Left",
+    "sReadAndProcessCommand: Left",
+    "Waiting for control availability...",
+    "process: Command to handle: 4",
+    "handleShutDownCommand: Entered",
+    "closeLibdfc: Entered",
+    "createSuccessResponse: Left",
+    "handleShutDownCommand: Left",
+    "-H- ScopeAgentCommandHandler",
+    "Exiting ScopeAgentCommandHandler thread with error : Shutting down ScopeAgent\n",
+    "makeThreadsToExit: Entered",
+    "CommandHandlerThreadProcedure: Left",
+    " destroy: Entered",
+    "Closing and Destroying Command Pipe...",
+    "Closing and Destroying Output Pipe...",
+    "-T- ScopeAgentSystem",
+    "Performing common system data destruction",
+    " destroy: Left",
+    "postDestroy: Entered",
+    "Performing common system destruction",
+    "postDestroy: Left",
+    "-H- ScopeAgentMain",
+    "ScopeAgent System exiting"};
+
+TEST(Lifecycle, IsToldInItsOrder) {
+    const ZTCTestDirectory lDirectory;
+    ZTCTestAgent lAgent(lDirectory, {"-d", "255"});
+    const ZTCTestSensor lSensor(lDirectory);
+    EXPECT_EQ(lSensor.ask(messageOf(1, bytesOf("05 00000000"))), messageOf(1, bytesOf("01 0006")));
+    EXPECT_EQ(lSensor.ask(messageOf(2, "\x04")), successOf(2));
+    lAgent.expectEnd();
+    const std::string lLog = lAgent.getLog();
+    std::size_t lAt = 0;
+    for (const char* const lpRecord : sRecords) {
+        lAt = lLog.find(lpRecord, lAt);
+        ASSERT_NE(lAt, std::string::npos) << lpRecord << " is not where it should be in\n" << lLog;
+    }
+    for (const char* const lpThread : {"ScopeAgentHeartbeatThread", "CommandHandlerThreadProcedure"}) {
+        for (const char* const lpText : {": Entered\n", ": Left\n"}) {
+            EXPECT_EQ(countIn(lLog, std::string(lpThread) + lpText), 1U) << lpThread << lpText;
+        }
+    }
+}
+
+// Before it takes signals, one may end it at once: then there is nothing yet to be left over.
+TEST(Lifecycle, StormsOfSignalsEndItInOrderOrNotAtAll) {
+    constexpr int lSignals[] = {SIGTERM, SIGINT, SIGHUP};
+    std::minstd_rand lRandom(1);
+    for (const bool lIsStarting : {true, false}) {
+        for (unsigned int lRound = 0; lRound < 10; ++lRound) {
+            const ZTCTestDirectory lDirectory;
+            ZTCTestAgent lAgent(lDirectory, {"-d", "255"});
+            if (lIsStarting) {
+                std::this_thread::sleep_for(std::chrono::microseconds(lRandom() % 4000));
+            } else {
+                const ZTCTestSensor lSensor(lDirectory);
+                for (unsigned int lAt = 0; lAt < 1000; ++lAt) {
+                    lAgent.sendSignal(SIGHUP);
+                    ASSERT_TRUE(lAt % 100 != 0 || lSensor.ask(stopOf(lAt)) == successOf(lAt));
+                }
+            }
+            for (unsigned int lAt = 0; lAt < 1000; ++lAt) {
+                lAgent.sendSignal(lSignals[lRandom() % std::size(lSignals)]);
+            }
+            const int lStatus = lAgent.waitForEnd();
+            if (lStatus != 0) {
+                EXPECT_TRUE(lIsStarting && namesIn(lDirectory).empty()) << lStatus << lAgent.getLog();
+                EXPECT_EQ(countIn("129 130 143", std::to_string(lStatus)), 1U) << lStatus;
+            } else {
+                EXPECT_EQ(namesIn(lDirectory), std::set<std::string>{ZTTestLog});
+                EXPECT_EQ(countIn(lAgent.getLog(), "Ending on signal "), 1U);
+                EXPECT_TRUE(contains(lAgent.getLog(), "ScopeAgent System exiting"));
+            }
+        }
+    }
+}
+
+TEST(Lifecycle, StartsAtOnceAfterASuddenDeath) {
+    const ZTCTestDirectory lDirectory;
+    std::minstd_rand lRandom(2);
+    for (unsigned int lKill = 0; lKill < sKills; ++lKill) {
+        ZTCTestAgent lAgent(lDirectory);
+        if (lKill % 4 == 0) {  // in the middle of its work
+            const ZTCTestSensor lSensor(lDirectory);
+            ASSERT_EQ(lSensor.ask(stopOf(lKill)), successOf(lKill));
+            for (unsigned int lMore = lRandom() % 8; lMore != 0; --lMore) {
+                lSensor.send(stopOf(lMore));
+            }
+        } else {
+            std::this_thread::sleep_for(
+                std::chrono::microseconds(lRandom() % (ZTIsSanitized ? 60000 : 6000)));
+        }
+        lAgent.sendSignal(SIGKILL);
+        ASSERT_EQ(lAgent.waitForEnd(), 128 + SIGKILL);
+    }
+    ZTCTestAgent lAgent(lDirectory);
+    const ZTCTestSensor lSensor(lDirectory);
+    EXPECT_EQ(lSensor.ask(stopOf(1)), successOf(1));
+    lAgent.stop();
+}
+
+TEST(Lifecycle, ADaemonCanBeSpokenToWhenItsCommandReturns) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    const ZTCTestDirectory lDirectory;
+    for (unsigned int lRound = 0; lRound < 10; ++lRound) {
+        const ZTSTestEnd lStart =
+            runChild(ZTCTestAgent::commandOf({}, {}), ZTCTestAgent::environmentOf(lDirectory));
+        EXPECT_EQ(lStart.mStatus, 0) << lStart.mErr;
+        const ZTCDescriptor lCommands(open((lDirectory / ZTTestCommandPipe).c_str(), O_WRONLY | O_NONBLOCK));
+        ASSERT_TRUE(lCommands.isOpen());
+        ZTCTestProcess lDaemon(std::stoi(readFile(lDirectory / ZTTestPidFile)));
+        EXPECT_EQ(ZTCTestSensor(lDirectory).ask(messageOf(lRound, "\x04")), successOf(lRound));
+        EXPECT_EQ(lDaemon.waitForEnd(ZTTestSoon), 0);
+        EXPECT_EQ(namesIn(lDirectory), std::set<std::string>{ZTTestLog});
+    }
+}
+
+TEST(Lifecycle, LosesNoDescriptors) {
+    const ZTCTestDirectory lDirectory;
+    ZTCTestAgent lAgent(lDirectory);
+    std::size_t lBefore = 0;
+    for (unsigned int lRound = 0; lRound <= 100; ++lRound) {
+        const ZTCTestSensor lSensor(lDirectory);
+        for (unsigned int lTag = 0; lTag < 10; ++lTag) {
+            ASSERT_EQ(lSensor.ask(stopOf(lTag)), successOf(lTag));
+        }
+        lBefore = lRound == 0 ? descriptorsOf(lAgent.getProcess()) : lBefore;
+    }
+    EXPECT_EQ(descriptorsOf(lAgent.getProcess()), lBefore);
+    lAgent.stop();
+}
+
+}  // namespace

@@ -1,0 +1,387 @@
+// The pipes themselves: other ends that are absent, slow, or gone at the worst moment, and what lies in the
+// runtime directory where the agent wants its own.
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include <ctime>
+#include <future>
+#include <memory>
+
+#include "AgentClient.h"
+#include "NamedPipe.h"
+#include "Os.h"
+
+namespace {
+
+// Numbered, so that a piece that is lost or comes twice is seen.
+std::string numbered(std::size_t aLength) {
+    std::string lText;
+    for (std::size_t lAt = 0; lAt < aLength; lAt += 4) {
+        lText += wordOf(lAt);
+    }
+    return lText;
+}
+
+class Pipes : public ::testing::Test {
+  protected:
+    explicit Pipes(ZTENamedPipeDirection aDirection = ZTNPD_Write)
+        : mPipe(mPath.c_str(), static_cast<unsigned char>(aDirection), 1, 1) {
+        signal(SIGPIPE, SIG_IGN);
+        mPipe.create(0);
+        mPipe.open(0);
+    }
+    ~Pipes() override { signal(SIGPIPE, SIG_DFL); }
+
+    void write(const std::string& acrBytes) {
+        char* const lpBytes = const_cast<char*>(acrBytes.data());
+        const iovec lPieces[] = {{lpBytes, 2}, {lpBytes + 2, acrBytes.size() - 2}};
+        mPipe.write(lPieces, 2);
+    }
+    std::future<void> writeMeanwhile(const std::string& acrBytes) {
+        return std::async(std::launch::async, [this, &acrBytes] { write(acrBytes); });
+    }
+    ZTCDescriptor openOther(int aMode) const { return openPipe(mPath, aMode); }
+
+    const ZTCTestDirectory mDirectory;
+    const std::string mPath = mDirectory / "pipe";
+    ZTCNamedPipe mPipe;
+    const std::string mLarge = numbered(2 * 1024 * 1024);
+};
+
+class WrittenPipe : public Pipes {
+  protected:
+    WrittenPipe() : mCapacity(fcntl(mObserver.get(), F_GETPIPE_SZ)) {}
+
+    int unread() const { return unreadIn(mObserver); }
+    void expectNothingElseIn(const ZTCDescriptor& acrReader, const std::string& acrMessage) {
+        EXPECT_EQ(unread(), static_cast<int>(acrMessage.size()));
+        EXPECT_EQ(readBytes(acrReader, acrMessage.size()), acrMessage);
+    }
+
+    // Another writing end changes nothing for the one under test, and sees what is in the pipe.
+    const ZTCDescriptor mObserver{[this] {
+        const ZTCDescriptor lReader(openOther(O_RDONLY));
+        return openOther(O_WRONLY);
+    }()};
+    const int mCapacity;
+};
+
+TEST_F(WrittenPipe, KeepsWholeMessagesForALaterReader) {
+    write("first");
+    write("second");
+    openOther(O_RDONLY);  // looks, and takes nothing
+    write("third");
+    {
+        const ZTCDescriptor lReader(openOther(O_RDONLY));
+        EXPECT_EQ(readBytes(lReader, 5), "first");
+        write("fourth");
+    }
+    write("fifth");
+    mPipe.settle();
+    const ZTCDescriptor lReader(openOther(O_RDONLY));
+    expectNothingElseIn(lReader, "secondthirdfourthfifth");
+}
+
+TEST_F(WrittenPipe, WaitsForAReaderThatIsAbsentStoppedOrSlow) {
+    auto lpStopped = std::make_unique<ZTCDescriptor>(openOther(O_RDONLY));
+    std::future<void> lWrite = writeMeanwhile(mLarge);
+    EXPECT_TRUE(waitUntil([&] { return unread() == mCapacity; }));
+    lpStopped.reset();  // it has read nothing: the message stays whole
+    const ZTCDescriptor lReader(openOther(O_RDONLY));
+    EXPECT_EQ(lWrite.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    std::string lRead;
+    while (lRead.size() < mLarge.size()) {
+        lRead += readBytes(lReader, 1024);
+    }
+    EXPECT_TRUE(lRead == mLarge);
+    lWrite.get();
+    write("next");
+    expectNothingElseIn(lReader, "next");
+}
+
+TEST_F(WrittenPipe, DropsTheMessageThatItsReaderLeavesWhileItIsWritten) {
+    for (const std::size_t lTaken : {1U, 100U, 1000U * 1000U}) {
+        const bool lComesLate = lTaken == 100;
+        ZTCDescriptor lReader(lComesLate ? ZTCDescriptor() : openOther(O_RDONLY));
+        std::future<void> lWrite = writeMeanwhile(mLarge);
+        if (lComesLate) {
+            EXPECT_TRUE(waitUntil([&] { return unread() == mCapacity; }));
+            lReader = openOther(O_RDONLY);
+        }
+        EXPECT_EQ(readBytes(lReader, lTaken), mLarge.substr(0, lTaken));
+        EXPECT_TRUE(waitUntil([&] { return unread() > mCapacity - 4096; }));
+        ZTCDescriptor(std::move(lReader));
+        lWrite.get();
+        EXPECT_EQ(unread(), 0);
+        write("next");
+        const ZTCDescriptor lNext(openOther(O_RDONLY));
+        expectNothingElseIn(lNext, "next");
+    }
+}
+
+TEST_F(WrittenPipe, DropsWhatIsLeftOfAMessageThatWasWholeInThePipe) {
+    for (const bool lSettles : {true, false}) {
+        write("abcdef");
+        {
+            const ZTCDescriptor lReader(openOther(O_RDONLY));
+            EXPECT_EQ(readBytes(lReader, 2), "ab");
+            mPipe.settle();
+            EXPECT_EQ(unread(), 4);  // its reader is there: it may go on
+        }
+        pollfd lChange{mPipe.getChangeDescriptor(), POLLIN, 0};
+        EXPECT_EQ(poll(&lChange, 1, 0), 1);
+        if (lSettles) {
+            mPipe.settle();
+            EXPECT_EQ(unread(), 0);
+            mPipe.settle();
+            EXPECT_EQ(poll(&lChange, 1, 0), 0);
+        }
+        write("next");
+        const ZTCDescriptor lNext(openOther(O_RDONLY));
+        expectNothingElseIn(lNext, "next");
+    }
+}
+
+TEST_F(WrittenPipe, IsLeftByAWriterThatIsCancelled) {
+    for (const bool lHasReader : {true, false}) {
+        const ZTCDescriptor lReader(lHasReader ? openOther(O_RDONLY) : ZTCDescriptor());
+        std::future<void> lWrite = writeMeanwhile(mLarge);
+        EXPECT_TRUE(waitUntil([&] { return unread() > mCapacity - 4096; }));
+        mPipe.cancel();
+        EXPECT_THROW(lWrite.get(), ZTCHaltEx);
+    }
+}
+
+class ReadPipe : public Pipes {
+  protected:
+    ReadPipe() : Pipes(ZTNPD_Read) {}
+
+    bool wait(unsigned int aSeconds, int aWatched = -1) {
+        return mPipe.waitForActivity({OsDeadlineIn(aSeconds), aWatched});
+    }
+    std::string read(unsigned int aLength) {
+        std::string lBytes(aLength, '\0');
+        mPipe.read(lBytes.data(), aLength);
+        return lBytes;
+    }
+};
+
+TEST_F(ReadPipe, TakesTheMessagesOfWritersThatComeAndGo) {
+    for (unsigned int lAt = 0; lAt < 1000; ++lAt) {
+        writeAll(openOther(O_WRONLY), wordOf(lAt));  // gone before the reader looks
+        ASSERT_TRUE(wait(60));
+        ASSERT_EQ(read(4), wordOf(lAt));
+        openOther(O_WRONLY);
+    }
+    std::future<std::string> lRead = std::async(std::launch::async, [this] {
+        std::string lBytes;
+        while (lBytes.size() < 4000) {
+            lBytes += wait(60) ? read(4) : "gone";
+        }
+        return lBytes;
+    });
+    for (unsigned int lAt = 0; lAt < 1000; ++lAt) {
+        writeAll(openOther(O_WRONLY), wordOf(4 * lAt));
+    }
+    EXPECT_TRUE(lRead.get() == numbered(4000));
+}
+
+TEST_F(ReadPipe, DoesNotSpinWhileNobodyWrites) {
+    openOther(O_WRONLY);
+    timespec lStart;
+    timespec lEnd;
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &lStart);
+    EXPECT_THROW(wait(1), ZTCTimeOutEx);
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &lEnd);
+    EXPECT_LT((lEnd.tv_sec - lStart.tv_sec) * 1000 + (lEnd.tv_nsec - lStart.tv_nsec) / 1000000, 200);
+}
+
+TEST_F(ReadPipe, EndsAWaitAndAReadThatCannotGoOn) {
+    EXPECT_THROW(wait(0), ZTCTimeOutEx);
+    EXPECT_FALSE(wait(60, openPipe("/dev/zero", O_RDONLY).get()));
+    {
+        const ZTCDescriptor lWriter(openOther(O_WRONLY));
+        EXPECT_THROW(wait(0), ZTCTimeOutEx);
+        writeAll(lWriter, "abc");
+    }
+    EXPECT_TRUE(wait(60));
+    EXPECT_THROW(read(4), ZTCOpsException);
+
+    const ZTCDescriptor lWriter(openOther(O_WRONLY));
+    writeAll(lWriter, "abc");
+    std::future<std::string> lRead = std::async(std::launch::async, [this] { return read(4); });
+    EXPECT_TRUE(waitUntil([&] { return unreadIn(lWriter) == 0; }));
+    mPipe.cancel();
+    EXPECT_THROW(lRead.get(), ZTCHaltEx);
+    EXPECT_FALSE(wait(60));
+}
+
+// ---- The agent's ----
+
+TEST(AgentPipes, AResponseThatCannotBeWrittenDoesNotHoldUpTheEnd) {
+    for (const bool lHasReader : {true, false}) {
+        SCOPED_TRACE(lHasReader);
+        const ZTCTestDirectory lDirectory;
+        ZTCTestAgent lAgent(lDirectory);
+        auto lSensor = std::make_unique<ZTCTestSensor>(lDirectory);
+        EXPECT_EQ(lSensor->ask(stopOf(0)), successOf(0));
+        const ZTCDescriptor lObserver(openPipe(lDirectory / ZTTestOutputPipe, O_WRONLY));
+        const int lCapacity = fcntl(lObserver.get(), F_SETPIPE_SZ, 4096);
+        std::string lCommands;
+        for (unsigned int lAt = 0; lAt < 1000; ++lAt) {
+            lCommands += stopOf(lAt);
+        }
+        lSensor->send(lCommands);
+        // It has read one command more than there is room for answers.
+        const int lUnread = (1000 - lCapacity / 17 - 1) * 13;
+        EXPECT_TRUE(waitUntil([&] { return unreadIn(lSensor->getCommands()) == lUnread; }));
+        if (!lHasReader) {
+            lSensor.reset();
+        }
+        lAgent.sendSignal(SIGTERM);
+        lAgent.expectEnd("thread with error : The process is to exit", ZTTestSoon);
+    }
+}
+
+TEST(AgentPipes, TheNextClientFindsItsOwnAnswer) {
+    const ZTCTestDirectory lDirectory;
+    ZTCTestAgent lAgent(lDirectory);
+    {
+        const ZTCTestSensor lDead(lDirectory);
+        lDead.send(stopOf(1) + stopOf(2));
+        lDead.sendAndSeeRead(stopOf(3));
+    }
+    {
+        const ZTCTestSensor lSensor(lDirectory);
+        lSensor.send(stopOf(4));
+        for (const unsigned int lTag : {1U, 2U, 3U, 4U}) {
+            EXPECT_EQ(lSensor.receive(), successOf(lTag));
+        }
+        // Dies in the middle of a response: the agent sees that while it waits for the next command.
+        EXPECT_EQ(lSensor.ask(stopOf(5)), successOf(5));
+        lSensor.send(stopOf(6));
+        EXPECT_EQ(readBytes(lSensor.getResponses(), 5), successOf(6).substr(0, 5));
+    }
+    {
+        const ZTCDescriptor lCommands(openPipe(lDirectory / ZTTestCommandPipe, O_WRONLY));
+        EXPECT_TRUE(waitUntil([&] { return contains(lAgent.getLog(), "12 bytes were dropped"); }));
+        const ZTCTestSensor lSensor(lDirectory);
+        EXPECT_EQ(lSensor.ask(stopOf(7)), successOf(7));
+    }
+    lAgent.stop();
+}
+
+// What may lie at a path, how it is refused there when a pipe is wanted and when the pid file is; null: it is
+// not.
+struct Obstacle {
+    const char* mpMade;
+    const char* mpAsPipe;
+    const char* mpAsPidFile;
+};
+
+constexpr Obstacle sObstacles[] = {
+    {"mkfifo $P.to; ln -s $P.to $P", "is not a pipe", "symbolic link"},
+    {"ln -s $P.to $P", "is not a pipe", "symbolic link"},
+    {"mkdir $P", "is not a pipe", "Is a directory"},
+    {"mkfifo $P", nullptr, "is not a regular file"},
+    {"echo text > $P", "is not a pipe", nullptr},
+    {"mkfifo -m 640 $P; ln $P $P.other", "more than one name", "is not a regular file"},
+    {"echo text > $P; ln $P $P.other", "is not a pipe", "more than one name"},
+    {"mkfifo -m 640 $P; chown 65534:65534 $P", "another user", "is not a regular file"},
+    {"echo text > $P; chown 65534:65534 $P", "is not a pipe", "another user"},
+};
+
+TEST(AgentPipes, WhatIsNotItsOwnIsRefusedAndLeftAlone) {
+    const auto lShell = [](const std::string& acrPath, const std::string& acrCommands) {
+        const ZTCTestChild::Arguments lCommand{"/bin/sh", "-c", acrCommands};
+        return runChild(lCommand, ZTCTestChild::Arguments{"P=" + acrPath}).mOut;
+    };
+    const std::string lSeen =
+        "find $P -mindepth 1 -printf '%P %m %U %i %n %s %T@\n' | sort; find $P -type f -exec cat {} +";
+    for (const char* const lpName : {ZTTestCommandPipe, ZTTestOutputPipe, ZTTestPidFile}) {
+        for (const Obstacle& lrObstacle : sObstacles) {
+            const char* const lpRefusal =
+                lpName == ZTTestPidFile ? lrObstacle.mpAsPidFile : lrObstacle.mpAsPipe;
+            if (lpRefusal == nullptr || (contains(lrObstacle.mpMade, "chown") && geteuid() != 0)) {
+                continue;
+            }
+            SCOPED_TRACE(std::string(lpName) + ": " + lrObstacle.mpMade);
+            const ZTCTestDirectory lDirectory;
+            lShell(lDirectory / lpName, lrObstacle.mpMade);
+            const std::string lBefore = lShell(lDirectory.getPath(), lSeen);
+            EXPECT_TRUE(contains(lBefore, lpName));
+            ZTCTestAgent lAgent(lDirectory);
+            EXPECT_EQ(lAgent.waitForEnd(), 0);
+            const std::string lErr = lAgent.getErr();
+            EXPECT_TRUE(countIn(lErr, "\n") == 1 && contains(lErr, lDirectory / lpName) &&
+                        contains(lErr, lpRefusal))
+                << lErr;
+            std::filesystem::remove(lDirectory / ZTTestLog);
+            EXPECT_EQ(lShell(lDirectory.getPath(), lSeen), lBefore);
+        }
+    }
+}
+
+TEST(AgentPipes, ADirectoryThatOthersMayWriteIsRefused) {
+    for (const mode_t lMode : {0777U, 0770U, 0702U}) {
+        const ZTCTestDirectory lDirectory;
+        chmod(lDirectory.getPath().c_str(), lMode);
+        ZTCTestAgent lAgent(lDirectory);
+        EXPECT_EQ(lAgent.waitForEnd(), 0);
+        EXPECT_TRUE(contains(lAgent.getErr(), lDirectory.getPath() + " is refused: others may write in it"))
+            << lAgent.getErr();
+        EXPECT_TRUE(lDirectory.isEmpty());
+    }
+}
+
+TEST(AgentPipes, LeftOverPipesAreTakenAndClosedToOthers) {
+    const ZTCTestDirectory lDirectory;
+    for (const char* const lpName : {ZTTestCommandPipe, ZTTestOutputPipe}) {
+        mkfifo((lDirectory / lpName).c_str(), 0600);
+        chmod((lDirectory / lpName).c_str(), 0666);
+    }
+    ZTCTestAgent lAgent(lDirectory);
+    const ZTCTestSensor lSensor(lDirectory);
+    EXPECT_EQ(lSensor.ask(stopOf(1)), successOf(1));
+    for (const char* const lpName : {ZTTestCommandPipe, ZTTestOutputPipe}) {
+        EXPECT_EQ(std::filesystem::status(lDirectory / lpName).permissions(), std::filesystem::perms{0600});
+    }
+    lAgent.stop();
+}
+
+// What the agent opens must not come to stand where standard input, output or error are expected.
+TEST(AgentPipes, ClosedStandardDescriptorsDoNoHarm) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);
+    for (const char* const lpDaemon : {"false", "true"}) {
+        for (const std::vector<int>& lrClosed : {std::vector{0}, {1}, {2}, {0, 1, 2}}) {
+            SCOPED_TRACE(std::string(lpDaemon) + " " + std::to_string(lrClosed.size()));
+            const ZTCTestDirectory lDirectory;
+            setenv("ZT_VRX_SENSOR_DIR", lDirectory.getPath().c_str(), 1);
+            ZTCTestChild lStart([&] {
+                for (const int lDescriptor : lrClosed) {
+                    close(lDescriptor);
+                }
+                execl(ZT_VRX_SCA, ZT_VRX_SCA, "-D", lpDaemon, nullptr);
+            });
+            const ZTCTestSensor lSensor(lDirectory);
+            EXPECT_EQ(lSensor.ask(messageOf(1, bytesOf("05 00000000"))), messageOf(1, bytesOf("01 0006")));
+            const pid_t lPid = std::stoi(readFile(lDirectory / ZTTestPidFile));
+            for (const int lDescriptor : lrClosed) {
+                EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(lPid) + "/fd/" +
+                                                        std::to_string(lDescriptor)),
+                          "/dev/null");
+            }
+            kill(lPid, SIGTERM);
+            if (lPid != lStart.getProcess()) {
+                EXPECT_EQ(ZTCTestProcess(lPid).waitForEnd(ZTTestSoon), 0);
+            }
+            EXPECT_EQ(lStart.waitForEnd(ZTTestSoon), 0);
+            EXPECT_EQ(namesIn(lDirectory), std::set<std::string>{ZTTestLog});
+            const std::string lLog = readFile(lDirectory / ZTTestLog);
+            EXPECT_EQ(countIn(lLog, "ScopeAgent System exiting"), 1U) << lLog;
+        }
+    }
+    unsetenv("ZT_VRX_SENSOR_DIR");
+}
+
+}  // namespace
