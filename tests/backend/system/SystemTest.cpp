@@ -29,9 +29,10 @@ class BlockedReader : public ZTCReader {
         mIsCancelled.wait(false);
         throw ZTCShutDownEx("Cancelled", 1);
     }
-    void waitForActivity(unsigned int /*aSeconds*/) override {
+    bool waitForActivity(const ZTCActivityWait& /*acrWait*/) override {
         mIsInside = true;
         mIsCancelled.wait(false);
+        return false;
     }
     void cancel() override {
         mIsCancelled = true;

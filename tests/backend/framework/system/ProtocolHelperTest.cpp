@@ -18,7 +18,7 @@ class ScriptedReader : public ZTCReader {
         std::copy_n(mBytes.data() + mAt, aLength, static_cast<char*>(apBytes));
         mAt += aLength;
     }
-    void waitForActivity(unsigned int /*aSeconds*/) override {}
+    bool waitForActivity(const ZTCActivityWait& /*acrWait*/) override { return true; }
     void cancel() override {}
 
     std::size_t mAt = 0;
@@ -29,11 +29,13 @@ class ScriptedReader : public ZTCReader {
 
 class RecordingWriter : public ZTCWriter {
   public:
-    void write(const void* apBytes, unsigned int aLength) override {
-        if (mWritten.size() + aLength > mMost) {
+    void write(const iovec* apPieces, unsigned int aCount) override {
+        for (const iovec* lpPiece = apPieces; lpPiece != apPieces + aCount; ++lpPiece) {
+            mWritten.append(static_cast<const char*>(lpPiece->iov_base), lpPiece->iov_len);
+        }
+        if (mWritten.size() > mMost) {
             throw ZTCClibEx("the other end has gone", 77);
         }
-        mWritten.append(static_cast<const char*>(apBytes), aLength);
     }
     void cancel() override {}
 
