@@ -101,11 +101,9 @@ void ZTCNamedPipe::create(unsigned int /*aFlags*/) {
         closeOne(mIdentity);
         throw;
     }
-    const int lEnd = openAnew(O_RDONLY);
-    const int lErrno = fchmod(lEnd, S_IRUSR | S_IWUSR) == 0 ? 0 : errno;
-    ::close(lEnd);
-    if (lErrno != 0) {
-        fail("chmod", lErrno);
+    // Without opening an end: a sensor that waits for one must not find it only to lose it again.
+    if (chmod(IdentityPath(mIdentity).mText, S_IRUSR | S_IWUSR) != 0) {
+        fail("chmod", errno);
     }
 }
 

@@ -208,7 +208,8 @@ TEST(Lifecycle, LosesNoDescriptors) {
         }
         lBefore = lRound == 0 ? descriptorsOf(lAgent.getProcess()) : lBefore;
     }
-    EXPECT_EQ(descriptorsOf(lAgent.getProcess()), lBefore);
+    // An end that is being opened anew counts twice for a moment.
+    EXPECT_TRUE(waitUntil([&] { return descriptorsOf(lAgent.getProcess()) <= lBefore; }));
     lAgent.stop();
 }
 
