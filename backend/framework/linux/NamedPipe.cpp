@@ -75,8 +75,8 @@ ZTCNamedPipe::ZTCNamedPipe(const ZTCString& acrPath, unsigned char aDirection, u
 
 ZTCNamedPipe::~ZTCNamedPipe() {
     try {
-        close(0);
-        destroy(0);
+        ZTCNamedPipe::close(0);
+        ZTCNamedPipe::destroy(0);
     } catch (const ZTCException& lrException) {
         Log(ZTLL_Warning, sFile, "%s", lrException.what());
     }
@@ -148,7 +148,7 @@ void ZTCNamedPipe::open(unsigned int /*aFlags*/) {
 void ZTCNamedPipe::close(unsigned int /*aFlags*/) {
     closeOne(mChange);
     closeOne(mKeeper);
-    if (isOpen()) {
+    if (mDescriptor != 0) {
         ::close(descriptor());
         mDescriptor = 0;
     }

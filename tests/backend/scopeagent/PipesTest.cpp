@@ -264,7 +264,8 @@ TEST(AgentPipes, TheNextClientFindsItsOwnAnswer) {
     }
     {
         const ZTCDescriptor lCommands(openPipe(lDirectory / ZTTestCommandPipe, O_WRONLY));
-        EXPECT_TRUE(waitUntil([&] { return contains(lAgent.getLog(), "12 bytes were dropped"); }));
+        // At once, not when its wait of three seconds is over.
+        EXPECT_TRUE(waitUntil([&] { return contains(lAgent.getLog(), "12 bytes were dropped"); }, 2));
         const ZTCTestSensor lSensor(lDirectory);
         EXPECT_EQ(lSensor.ask(stopOf(7)), successOf(7));
     }
@@ -311,7 +312,7 @@ TEST(AgentPipes, WhatIsNotItsOwnIsRefusedAndLeftAlone) {
             const std::string lBefore = lShell(lDirectory.getPath(), lSeen);
             EXPECT_TRUE(contains(lBefore, lpName));
             ZTCTestAgent lAgent(lDirectory);
-            EXPECT_EQ(lAgent.waitForEnd(), 0);
+            EXPECT_EQ(lAgent.waitForEnd(ZTTestSoon), 0);
             const std::string lErr = lAgent.getErr();
             EXPECT_TRUE(countIn(lErr, "\n") == 1 && contains(lErr, lDirectory / lpName) &&
                         contains(lErr, lpRefusal))
@@ -327,7 +328,7 @@ TEST(AgentPipes, ADirectoryThatOthersMayWriteIsRefused) {
         const ZTCTestDirectory lDirectory;
         chmod(lDirectory.getPath().c_str(), lMode);
         ZTCTestAgent lAgent(lDirectory);
-        EXPECT_EQ(lAgent.waitForEnd(), 0);
+        EXPECT_EQ(lAgent.waitForEnd(ZTTestSoon), 0);
         EXPECT_TRUE(contains(lAgent.getErr(), lDirectory.getPath() + " is refused: others may write in it"))
             << lAgent.getErr();
         EXPECT_TRUE(lDirectory.isEmpty());
