@@ -14,32 +14,6 @@ const ZTCString& threadName() {
     return srName;
 }
 
-// Whether the agent goes on: its own heartbeat is set, the sensor's has been seen or its process is there.
-bool sBeat(ZTCScopeAgentHeartbeatHandler& arHandler) {
-    Log(ZTLL_Trace, sFile, "Updating the status");
-    try {
-        arHandler.getSetHeartbeat().SetHeartbeat();
-    } catch (const ZTCClibUtimeFailedEx&) {
-        Log(ZTLL_Highest, sFile, "Failed in updating the status");
-        return false;
-    }
-    Log(ZTLL_Trace, sFile, "Checking the status of Sensor");
-    try {
-        arHandler.getCheckHeartbeat().CheckStatus();
-        return true;
-    } catch (const ZTCHeartbeatFailedEx&) {
-        Log(ZTLL_Notice, sFile, "Checking the status of the actual sensor process/service");
-    }
-    try {
-        arHandler.getCheckHeartbeat().checkProcess();
-    } catch (const ZTCClibGetProcStatusFailedEx&) {
-        Log(ZTLL_Highest, sFile, "Failed in getting the status of Sensor");
-        return false;
-    }
-    Log(ZTLL_Notice, sFile, "Sensor process still running, but not updating the heartbeat");
-    return true;
-}
-
 }  // namespace
 
 ZTCScopeAgentHeartbeatHandler::ZTCScopeAgentHeartbeatHandler(ZTCSystemInterface* apSystem,
@@ -81,7 +55,26 @@ void* ScopeAgentHeartbeatThread(void* lpArgs) {
             Log(ZTLL_Highest, sFile, "Exiting Heartbeat Handler Thread as it is marked for exit.");
             return nullptr;
         }
-        if (!sBeat(*lpHandler)) {
+        Log(ZTLL_Trace, sFile, "Updating the status");
+        try {
+            lpHandler->getSetHeartbeat().SetHeartbeat();
+        } catch (const ZTCClibUtimeFailedEx&) {
+            Log(ZTLL_Highest, sFile, "Failed in updating the status");
+            lpSystem->makeThreadsToExit();
+            return nullptr;
+        }
+        Log(ZTLL_Trace, sFile, "Checking the status of Sensor");
+        try {
+            lpHandler->getCheckHeartbeat().CheckStatus();
+            continue;
+        } catch (const ZTCHeartbeatFailedEx&) {
+            Log(ZTLL_Notice, sFile, "Checking the status of the actual sensor process/service");
+        }
+        try {
+            lpHandler->getCheckHeartbeat().checkProcess();
+            Log(ZTLL_Notice, sFile, "Sensor process still running, but not updating the heartbeat");
+        } catch (const ZTCClibGetProcStatusFailedEx&) {
+            Log(ZTLL_Highest, sFile, "Failed in getting the status of Sensor");
             lpSystem->makeThreadsToExit();
             return nullptr;
         }

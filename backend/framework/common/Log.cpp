@@ -43,22 +43,18 @@ void nap(long aNanoseconds) {
 struct ThreadState {
     ZTCLogRing* mpRing;  // null: none yet, or the shared one
     std::uint32_t mThread;
-    bool mEnds;  // the thread's own data is being destroyed
+    std::uint32_t mShared;  // records still to be put into the shared ring before another is looked for
 };
 constinit thread_local ThreadState tState{};
 
-// Gives the ring back when its thread ends.
-struct Detacher {
-    ~Detacher() {
-        if (tState.mpRing != nullptr) {
-            tState.mpRing->mState.store(ZTCLogRing::State::Orphaned, std::memory_order_release);
-        }
-        tState.mpRing = nullptr;
-        tState.mEnds = true;
-    }
-    void touch() {}
-};
-thread_local Detacher tDetacher;
+// Its destructor gives a ring back when its thread ends. Unlike a thread_local's, it takes no memory to
+// register.
+pthread_key_t sRingKey;
+
+void giveRingBack(void* apRing) {
+    tState.mpRing = nullptr;
+    static_cast<ZTCLogRing*>(apRing)->mState.store(ZTCLogRing::State::Orphaned, std::memory_order_release);
+}
 
 void beforeFork() ZT_NO_THREAD_SAFETY_ANALYSIS {
     sSharedLock.lock();  // first: who holds it may have to drain
@@ -83,26 +79,32 @@ void initialiseOnce() {
     static pthread_once_t sOnce = PTHREAD_ONCE_INIT;
     pthread_once(&sOnce, [] {
         sem_init(&sWakeWriter, 0, 0);
+        pthread_key_create(&sRingKey, giveRingBack);
         pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
         atexit(ztlog::finish);
     });
 }
 
-// The first record of a thread. Leaves mpRing null when the thread has to use the shared ring.
+// The first record of a thread. Leaves mpRing null when the thread has to use the shared ring, for some time.
 void attach() {
+    constexpr std::uint32_t lSharedFor = 1000;
     initialiseOnce();
     tState.mThread = static_cast<std::uint32_t>(gettid());
-    if (tState.mEnds) {
-        return;
-    }
-    tDetacher.touch();
-    tState.mpRing = sRings.takeFree();
-    if (tState.mpRing == nullptr) {
+    ZTCLogRing* lpRing = sRings.takeFree();
+    if (lpRing == nullptr) {
         const ZTCLogGuard lGuard(sDrain.mLock);  // the rings of threads that have ended become free
         sDrain.drainAll();
         sDrain.drainOnce();  // finds them empty
-        tState.mpRing = sRings.takeFree();
+        lpRing = sRings.takeFree();
     }
+    if (lpRing == nullptr || pthread_setspecific(sRingKey, lpRing) != 0) {
+        tState.mShared = lSharedFor;
+        if (lpRing != nullptr) {
+            lpRing->mState.store(ZTCLogRing::State::Free, std::memory_order_release);
+        }
+        return;
+    }
+    tState.mpRing = lpRing;
 }
 
 // The ring is full: waits for the writer, or drains when there is none or it does not get to it.
@@ -192,8 +194,11 @@ void* writerThread(void*) {
 // A thread without a ring of its own holds the shared ring's lock from begin to publish.
 ZTCLogRecord& ztlog::begin(std::size_t aSize) ZT_NO_THREAD_SAFETY_ANALYSIS {
     if (tState.mpRing == nullptr) [[unlikely]] {
-        attach();
+        if (tState.mShared == 0) {
+            attach();
+        }
         if (tState.mpRing == nullptr) {
+            --tState.mShared;
             sSharedLock.lock();
         }
     }

@@ -31,16 +31,14 @@ std::uint64_t ZTCLogDrain::drainOnce() {
     const std::uint64_t lStart = ztlog::now();
     findSources(lStart);
     std::uint64_t lOthers = 0;
+    std::uint64_t lTaken = 0;
     while (Source* const lpSource = earliest(lOthers)) {
         do {
             addLine(*lpSource->mpNext);
             lpSource->mAt += lpSource->mpNext->mSize;
+            lTaken += lpSource->mpNext->mSize;
             advance(*lpSource, lStart);
         } while (lpSource->mpNext != nullptr && lpSource->mpNext->mStamp <= lOthers);
-    }
-    std::uint64_t lTaken = 0;
-    for (std::size_t lAt = 0; lAt < mSourceCount; ++lAt) {
-        lTaken += mSources[lAt].mAt - mSources[lAt].mpRing->tail();
     }
     put();
     mSourceCount = 0;
@@ -132,7 +130,7 @@ void ZTCLogDrain::put() {
 // Tells how many records were lost, once the file takes lines again.
 void ZTCLogDrain::tellLost() {
     const std::uint64_t lLost = mFile.lost();
-    if (lLost == 0 || !mFile.completeLine()) {
+    if (!mFile.completeLine() || lLost == 0) {
         return;
     }
     static constinit ZTCLogRing sOwn;  // the drainer's own: it cannot wait for itself

@@ -1,6 +1,7 @@
 #include "LogFile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,13 @@ int ZTCLogFile::open(const char* apPath) {
         ::open(apPath, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0640);
     if (lFile < 0) {
         return errno;
+    }
+    // In a directory with the sticky bit others can put a file of theirs, or a second name of one of ours.
+    struct stat lStatus {};
+    fstat(lFile, &lStatus);
+    if (S_ISREG(lStatus.st_mode) && (lStatus.st_uid != geteuid() || lStatus.st_nlink > 1)) {
+        close(lFile);
+        return lStatus.st_nlink > 1 ? EMLINK : EPERM;
     }
     if (mFile >= 0) {
         if (mTorn != 0 && !completeLine()) {

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <iterator>
 
 #include "Descriptor.h"
 #include "Exception.h"
@@ -143,6 +144,11 @@ void ZTCNamedPipe::open(unsigned int /*aFlags*/) {
     }
     // A smaller pipe only means more turns.
     static_cast<void>(fcntl(descriptor(), F_SETPIPE_SZ, Capacity));
+    if (const unsigned int lUnread = unread(); mDirection == ZTNPD_Write && lUnread != 0) {
+        // From an agent before this one: kept in the pipe by a sensor that still has it open.
+        mWritten = lUnread;
+        orNoMemory([this] { mEnds.push_back(mWritten); });
+    }
 }
 
 void ZTCNamedPipe::close(unsigned int /*aFlags*/) {
@@ -216,9 +222,8 @@ void ZTCNamedPipe::read(void* apBytes, unsigned int aLength) {
 // ---- Writing ----
 
 void ZTCNamedPipe::write(const iovec* apPieces, unsigned int aCount) {
-    constexpr unsigned int lMostPieces = 4;
-    iovec lPieces[lMostPieces];
-    aCount = std::min(aCount, lMostPieces);
+    iovec lPieces[4];
+    ZT_ASSERT(aCount <= std::size(lPieces), __LINE__, sFile);
     std::copy(apPieces, apPieces + aCount, lPieces);
     settle();
     const std::uint64_t lStart = mWritten;
@@ -239,8 +244,8 @@ void ZTCNamedPipe::write(const iovec* apPieces, unsigned int aCount) {
         } else if (errno == EPIPE) {
             if (isHalfRead()) {
                 drop();
-                if (mWritten != lStart) {
-                    return;  // with its reader goes what was written of this message
+                if (mEndOfRead > lStart) {
+                    return;  // it was this message: the rest of it is for nobody
                 }
             }
             setKeeper(true);
@@ -284,12 +289,16 @@ void ZTCNamedPipe::setKeeper(bool aOn) {
     }
 }
 
-std::uint64_t ZTCNamedPipe::readSoFar() const {
+unsigned int ZTCNamedPipe::unread() const {
     int lUnread = 0;
     if (ioctl(descriptor(), FIONREAD, &lUnread) != 0) {
         fail("ioctl FIONREAD", errno);
     }
-    return mWritten - static_cast<std::uint64_t>(lUnread);
+    return static_cast<unsigned int>(lUnread);
+}
+
+std::uint64_t ZTCNamedPipe::readSoFar() const {
+    return mWritten - unread();
 }
 
 bool ZTCNamedPipe::hasReader() const {
@@ -317,17 +326,26 @@ void ZTCNamedPipe::settle() {
     }
 }
 
-// Empties the pipe.
+// Takes what is left of the message that was half read out of the pipe. One that is still being written ends
+// where it has got to.
 void ZTCNamedPipe::drop() {
+    const std::uint64_t lEnd = mEnds.empty() ? mWritten : mEnds.front();
     setKeeper(true);
     unsigned char lBytes[64 * 1024];
     unsigned long lDropped = 0;
-    for (ssize_t lRead = 0; (lRead = ::read(mKeeper, lBytes, sizeof lBytes)) > 0;) {
+    for (std::uint64_t lLeft = lEnd - readSoFar(); lLeft != 0;) {
+        const ssize_t lRead = ::read(mKeeper, lBytes, std::min<std::uint64_t>(lLeft, sizeof lBytes));
+        if (lRead <= 0) {
+            break;  // somebody who came in this moment has read it
+        }
         lDropped += static_cast<unsigned long>(lRead);
+        lLeft -= static_cast<std::uint64_t>(lRead);
     }
     setKeeper(false);
-    mEnds.clear();
-    mEndOfRead = mWritten;
+    mEndOfRead = lEnd;
+    if (!mEnds.empty()) {
+        mEnds.pop_front();
+    }
     Log(ZTLL_Warning, sFile, "The reader of %s went away in the middle of a message, %lu bytes were dropped",
         mPath.get(), lDropped);
 }

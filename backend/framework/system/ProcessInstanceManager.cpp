@@ -61,6 +61,24 @@ void writeNumber(int aDescriptor, const char* apPath) {
     }
 }
 
+// Asks the process that holds the lock to end. False: it has not, or it was gone before it could be asked.
+bool sStop(pid_t aHolder, int aDescriptor) {
+    try {
+        const ZTCProcess lProcess(aHolder);
+        // Looked at again: what we hold may be another process that got the number of one that has ended.
+        if (OsFindLockHolder(aDescriptor) != aHolder) {
+            return false;
+        }
+        lProcess.sendSignal(SIGTERM);
+        return lProcess.waitForEnd(sKillSeconds);
+    } catch (const ZTCOsException& lrException) {
+        if (lrException.getCode() != ESRCH) {
+            throw;
+        }
+        return false;
+    }
+}
+
 // The number that a pid file holds; 0 when it holds none. Throws ZTCClibGetProcStatusFailedEx.
 pid_t readNumber(const char* apPath) {
     const ZTCDescriptor lFile(open(apPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
@@ -113,19 +131,15 @@ void ZTCProcessInstanceManager::killRunningInstance() {
         throw ZTCExitConditionEx("No instance is running", sExitCondition);
     }
     const pid_t lHolder = OsFindLockHolder(lFile.get());
+    if ((lHolder != 0 && sStop(lHolder, lFile.get())) || !OsIsFileLocked(lFile.get())) {
+        return;
+    }
     if (lHolder == 0) {
         throwErrno<ZTCOsException>("The process that holds the lock cannot be seen:", mPidFile.get(), EPERM);
     }
-    const ZTCProcess lProcess(lHolder);
-    if (OsFindLockHolder(lFile.get()) != lHolder) {
-        return;  // it has ended meanwhile; what we hold may be another process with its number
-    }
-    lProcess.sendSignal(SIGTERM);
-    if (!lProcess.waitForEnd(sKillSeconds)) {
-        char lText[64];
-        snprintf(lText, sizeof lText, "Process %d has not ended within %u seconds", lHolder, sKillSeconds);
-        throw ZTCTimeOutEx(lText, ETIMEDOUT);
-    }
+    char lText[64];
+    snprintf(lText, sizeof lText, "Process %d has not ended within %u seconds", lHolder, sKillSeconds);
+    throw ZTCTimeOutEx(lText, ETIMEDOUT);
 }
 
 void ZTCProcessInstanceManager::exitInstanceManagement() {

@@ -47,6 +47,7 @@ unsigned int ZTCQueueTable::size(unsigned int aId) {
 }
 
 void ZTCQueueTable::erase(unsigned int aId, Sequence::iterator& arAt) {
+    const Element lErased(*arAt);  // released without the lock
     const ZTCScopedLock lLock(mChanged.getMutex());
     arAt = at(aId).erase(arAt);
 }

@@ -13,7 +13,9 @@ constexpr char sFile[] = "System";
 }
 
 ZTCSystem::ZTCSystem(const ZTCString& acrName)
-    : mName(acrName), mProtocolHelper(makePointer<ZTCProtocolHelper>()) {
+    : mName(acrName),
+      mProtocolHelper(makePointer<ZTCProtocolHelper>()),
+      mAddress(makePointer<ZTCIpAddress>(ZTCString(""))) {
     const ZTCTraceScope lTrace(sFile);
     orNoMemory([this] { mArgDescs.reserve(MaxArgDescs); });
 }
@@ -72,8 +74,8 @@ void ZTCSystem::systemDaemonize(ZTCString aDirectory, ZTCString aInput, ZTCStrin
 
 void ZTCSystem::reportReady() {
     if (mDaemon.isDetached()) {
-        setLogEcho(false);
         mDaemon.ready(mDaemonStreams[0], mDaemonStreams[1], mDaemonStreams[2]);
+        setLogEcho(false);
     } else {
         OsNotifyServiceManager("READY=1");
     }
@@ -142,6 +144,10 @@ void ZTCSystem::takeSignals() {
 
 void ZTCSystem::makeThreadsToExit() {
     const ZTCTraceScope lTrace(sFile);
+    // Every thread is marked before the system is: one that finds its wait at an end finds its own mark too.
+    for (ZTCPointer<ZTCThreadComponent>& lrThread : mThreadComponents) {
+        lrThread->setForExit();
+    }
     setForExit();
     for (ZTCPointer<ZTCThreadComponent>& lrThread : mThreadComponents) {
         lrThread->finish();

@@ -1,5 +1,7 @@
 #include "SystemMain.h"
 
+#include <cstdio>
+
 #include "SafeFile.h"
 #include "SignalSource.h"
 #include "System.h"
@@ -44,8 +46,24 @@ void start(ZTCSystem& arSystem, int argc, char** argv) {
 void end(ZTCSystem& arSystem) {
     arSystem.createShutDownEvent();
     arSystem.destroyThreads();
-    arSystem.destroy();
+    try {
+        arSystem.destroy();
+    } catch (const ZTCException& lrException) {
+        Log(ZTLL_Error, sFile, "%s", lrException.what());
+        arSystem.postDestroy();
+        throw;
+    }
     arSystem.postDestroy();
+}
+
+// Why the system does not run, in the log and on standard error, whatever the log code is.
+void tellFailure(const ZTCSystem& acrSystem, const ZTCException& acrException) {
+    unsigned int lLogCode = 0;
+    getLogCode(lLogCode);
+    Log(ZTLL_Error, sFile, "%s", acrException.what());
+    if ((lLogCode & ZTLL_Error.mBit) == 0) {
+        fprintf(stderr, "%s: %s\n", acrSystem.getName().get(), acrException.what());
+    }
 }
 
 // Takes down what a start that failed had set up. What fails here has been told by the first failure.
@@ -79,7 +97,7 @@ int SystemMain(int argc, char** argv) {
         orNoMemory([&] { start(*spSystem, argc, argv); });
         spSystem->waitForThreads();
     } catch (const ZTCException& lrException) {
-        Log(ZTLL_Error, sFile, "%s", lrException.what());
+        tellFailure(*spSystem, lrException);
         abandon(*spSystem);
         spSystem->setSignalSource(nullptr);
         throw;

@@ -142,6 +142,31 @@ TEST_F(WrittenPipe, DropsWhatIsLeftOfAMessageThatWasWholeInThePipe) {
     }
 }
 
+TEST_F(WrittenPipe, KeepsTheWholeMessagesBehindOneThatWasLeftHalfRead) {
+    for (const char* const lpMessage : {"first", "second", "third"}) {
+        write(lpMessage);
+    }
+    EXPECT_EQ(readBytes(openOther(O_RDONLY), 7), "firstse");
+    mPipe.settle();
+    write("fourth");
+    expectNothingElseIn(openOther(O_RDONLY), "thirdfourth");
+}
+
+TEST_F(WrittenPipe, KeepsWhatAnAgentBeforeItHasLeft) {
+    write("before");
+    ZTCNamedPipe lNext(mPath.c_str(), ZTNPD_Write, 1, 1);
+    lNext.create(0);
+    lNext.open(0);
+    char lText[] = "after";
+    const iovec lPiece{lText, 5};
+    lNext.write(&lPiece, 1);
+    openOther(O_RDONLY);  // looks, and takes nothing
+    lNext.settle();
+    EXPECT_EQ(readBytes(openOther(O_RDONLY), 4), "befo");
+    lNext.settle();
+    expectNothingElseIn(openOther(O_RDONLY), "after");
+}
+
 TEST_F(WrittenPipe, IsLeftByAWriterThatIsCancelled) {
     for (const bool lHasReader : {true, false}) {
         const ZTCDescriptor lReader(lHasReader ? openOther(O_RDONLY) : ZTCDescriptor());

@@ -103,8 +103,9 @@ void finish();
 
 /// Writes one record when the level's bit is set in the log code. The format is a printf literal, checked
 /// against the arguments by the compiler (integers, pointers, NUL-terminated text; no floating point). Tag,
-/// function, file and format must live as long as the process; the arguments are copied. Never throws,
-/// never allocates. Any thread. Text beyond 4 KiB an argument or 16 KiB a record ends in "[cut]".
+/// function, file and format must live as long as the process; the arguments are copied. Never throws;
+/// allocates nothing once the file is open. Any thread. Text beyond 4 KiB an argument or 16 KiB a record ends
+/// in "[cut]".
 template <class... Arguments>
 void PrintLogMessageWithTimeStamp(unsigned int aLevel, const char* apTag, unsigned int aLine,
                                   const char* apFunction, const char* apFile,

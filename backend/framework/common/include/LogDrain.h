@@ -54,8 +54,8 @@ class ZTCLogDrain {
     /// Everything that was put before the call.
     void drainAll() ZT_REQUIRES(mLock);
 
-    /// Whether lines were lost and this could not be told yet.
-    bool hasLost() const ZT_REQUIRES(mLock) { return mFile.lost() != 0; }
+    /// Whether lines were lost and this could not be told yet, or one went out in part.
+    bool hasLost() const ZT_REQUIRES(mLock) { return mFile.lost() != 0 || mFile.isTorn(); }
 
     ZTCLogFile mFile ZT_GUARDED_BY(mLock);
     ZTCLogLine mLine ZT_GUARDED_BY(mLock);

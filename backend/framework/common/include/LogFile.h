@@ -13,7 +13,8 @@
 
 class ZTCLogFile {
   public:
-    /// Opens the path for appending, made with mode 0640, following no link. Returns 0, and what was kept in
+    /// Opens the path for appending, made with mode 0640, following no link, and no file of another
+    /// user's or with two names. Returns 0, and what was kept in
     /// memory goes to the file first; or the errno, and nothing has changed.
     int open(const char* apPath);
 
@@ -33,6 +34,8 @@ class ZTCLogFile {
     int lastError() const { return mLastError; }
     void setLost(std::uint64_t aLost) { mLost = aLost; }
 
+    /// Whether a line went out in part.
+    bool isTorn() const { return mTorn != 0; }
     /// Completes the line that went out in part, if there is one. False: the file takes nothing now.
     bool completeLine();
 

@@ -35,9 +35,9 @@ class ZTCReader : public virtual ZTCIpc {
 
 class ZTCWriter : public virtual ZTCIpc {
   public:
-    /// Writes all the pieces, as one message, as the other end takes them. What an other end that goes away
-    /// in the middle has left of it is dropped, with a warning. Throws ZTCHaltEx when cancelled,
-    /// ZTCOsException.
+    /// Writes all the pieces, at most four, as one message, as the other end takes them. What an other end
+    /// that goes away in the middle has left of it is dropped, with a warning. Throws ZTCHaltEx when
+    /// cancelled, ZTCOsException.
     virtual void write(const iovec* apPieces, unsigned int aCount) = 0;
 
     /// Readable when the other end has come or gone since the last settle(); -1 when that cannot happen.

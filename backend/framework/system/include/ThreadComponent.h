@@ -26,7 +26,8 @@ class ZTCThreadComponent {
     bool isSetForExit() const { return mIsSetForExit.load(); }
     void setForExit() { mIsSetForExit.store(true); }
 
-    /// Marks the thread for exit and wakes it where it waits.
+    /// Marks the thread for exit and wakes it where it waits. For makeThreadsToExit, which marks the system
+    /// before: without that mark, a thread that is just about to wait would not see it.
     virtual void finish();
 
     const ZTCString& getName() const { return mName; }

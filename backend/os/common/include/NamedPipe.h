@@ -61,6 +61,7 @@ class ZTCNamedPipe {
     void reopen();
     void waitUntilWritable();
     void setKeeper(bool aOn);
+    unsigned int unread() const;
     std::uint64_t readSoFar() const;
     bool hasReader() const;
     bool isHalfRead();
