@@ -96,6 +96,15 @@ TEST_F(CommandLineTest, HasNothingToStopWhereNothingRuns) {
     EXPECT_FALSE(std::filesystem::exists(mDirectory / "vrx-sca.pid"));
 }
 
+TEST_F(CommandLineTest, SaysWhyItDoesNotStartWhateverTheLogCodeIs) {
+    for (const char* const lpDaemon : {"true", "false"}) {
+        const ZTSTestEnd lEnd = run({"-D", lpDaemon, "-d", "0", "-l", mDirectory / "not-there/vrx-sca.log"});
+        EXPECT_TRUE(contains(lEnd.mErr, "vrx-sca: cannot open the log file " + mDirectory.getPath() +
+                                            "/not-there/vrx-sca.log: No such file or directory\n"))
+            << lEnd.mErr;
+    }
+}
+
 TEST_F(CommandLineTest, EndsWithoutTheRuntimeDirectorysVariable) {
     for (const char* const lpOption : {"-h", "-Dfalse"}) {
         const ZTSTestEnd lEnd = runChild(ZTCTestChild::Arguments{ZT_VRX_SCA, lpOption},

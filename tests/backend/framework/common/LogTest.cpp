@@ -336,6 +336,23 @@ TEST_P(LogFullTest, CountsWhatAFullDiskTookAndTellsItAfterwards) {
 }
 INSTANTIATE_TEST_SUITE_P(Room, LogFullTest, ::testing::Values(0U, 1U, 60U, 5000U, 5077U));
 
+TEST_F(LogTest, CompletesALineThatAFullDiskCutAlsoWhenNothingElseWasLost) {
+    inChild([&] {
+        startLogWriter();
+        signal(SIGXFSZ, SIG_IGN);
+        Log(ZTLL_Error, sFile, "before");
+        rlimit lLimit{};
+        getrlimit(RLIMIT_FSIZE, &lLimit);
+        const rlim_t lBefore = std::exchange(lLimit.rlim_cur, log().size() + 20);
+        setrlimit(RLIMIT_FSIZE, &lLimit);
+        Log(ZTLL_Error, sFile, "cut");
+        EXPECT_NE(log().back(), '\n');
+        lLimit.rlim_cur = lBefore;
+        setrlimit(RLIMIT_FSIZE, &lLimit);
+        EXPECT_TRUE(waitUntil([&] { return log().ends_with(": cut\n"); }));
+    });
+}
+
 TEST_F(LogTest, GoesOnWithoutAFileThatTakesAnything) {
     for (const char* const lpPath : {"/dev/full", "/dev/null"}) {
         const ZTSTestEnd lEnd = runChild([&] {
