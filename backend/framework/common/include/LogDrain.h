@@ -83,5 +83,5 @@ class ZTCLogDrain {
     std::size_t mSourceCount ZT_GUARDED_BY(mLock) = 0;
     Source mSources[ZTCLogRings::Count] ZT_GUARDED_BY(mLock){};
     std::size_t mUsed ZT_GUARDED_BY(mLock) = 0;
-    char mLines[48 * 1024] ZT_GUARDED_BY(mLock){};  ///< formatted, on their way to the file
+    char mLines[128 * 1024] ZT_GUARDED_BY(mLock){};  ///< formatted, on their way to the file
 };
