@@ -50,6 +50,18 @@ struct OptionRow {
 constexpr OptionRow sOptions[] = {{1, "-h"}, {1, "-v"}, {1, "-s"}, {2, "-D"}, {2, "-l"},
                                   {2, "-d"}, {2, "-c"}, {1, "-S"}, {2, "-b"}};
 
+// Makes and opens the pipe of a new server, and puts that into the next slot.
+template <class Server, class Interface>
+void sMakeServer(ZTCIdTable<Interface>& arTable, const ZTCString& acrPath, unsigned char aMode,
+                 const char* apOpening) {
+    auto* const lpServer = new (std::nothrow) Server(acrPath, aMode);
+    const ZTCPointer<Interface> lServer(lpServer, ZTPST_Individual, ZTPMT_New);
+    lpServer->create(0);
+    Log(ZTLL_Trace, sFile, "%s", apOpening);
+    lpServer->open(0);
+    arTable.append(lServer);
+}
+
 // Closes and removes the pipe of the server in a slot; one that holds something else, or nothing, is passed
 // over.
 template <class Server, class Interface>
@@ -121,22 +133,14 @@ void ZTCScopeAgentSystem::initConditionals() {
 
 void ZTCScopeAgentSystem::initCommandIpc() {
     Log(ZTLL_Trace, sFile, "Creating ScopeAgent Command Reader IPC...");
-    auto* const lpServer = new (std::nothrow) ZTCNamedPipeReaderServer(mCommandPipePath, sCommandPipeMode);
-    const ZTCPointer<ZTCReader> lReader(lpServer, ZTPST_Individual, ZTPMT_New);
-    lpServer->create(0);
-    Log(ZTLL_Trace, sFile, "Opening ScopeAgent Command Reader IPC...");
-    lpServer->open(0);
-    mReaders.append(lReader);
+    sMakeServer<ZTCNamedPipeReaderServer>(mReaders, mCommandPipePath, sCommandPipeMode,
+                                          "Opening ScopeAgent Command Reader IPC...");
 }
 
 void ZTCScopeAgentSystem::initOutputIpc() {
     Log(ZTLL_Information, sFile, "Creating Output IPC...");
-    auto* const lpServer = new (std::nothrow) ZTCNamedPipeWriterServer(mOutputPipePath, sOutputPipeMode);
-    const ZTCPointer<ZTCWriter> lWriter(lpServer, ZTPST_Individual, ZTPMT_New);
-    lpServer->create(0);
-    Log(ZTLL_Trace, sFile, "Opening Response Pipe Writer Server...");
-    lpServer->open(0);
-    mWriters.append(lWriter);
+    sMakeServer<ZTCNamedPipeWriterServer>(mWriters, mOutputPipePath, sOutputPipeMode,
+                                          "Opening Response Pipe Writer Server...");
 }
 
 void ZTCScopeAgentSystem::initScopeAgentHandlers() {

@@ -301,6 +301,21 @@ TEST_F(LogTest, KeepsARecordOnOneLine) {
     EXPECT_EQ(lrCut.substr(lrCut.size() - 9), "\\x02[cut]");
 }
 
+// A disk that is full, but for so many bytes, while this lives.
+class FullDisk {
+  public:
+    FullDisk(const std::string& acrLog, std::size_t aRoom) {
+        signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &mBefore);
+        const rlimit lLimit{acrLog.size() + aRoom, mBefore.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &lLimit);
+    }
+    ~FullDisk() { setrlimit(RLIMIT_FSIZE, &mBefore); }
+
+  private:
+    rlimit mBefore{};
+};
+
 // The limit stands where the disk ends: before, at and in the middle of a line.
 class LogFullTest : public LogTest, public ::testing::WithParamInterface<unsigned int> {};
 
@@ -308,19 +323,14 @@ TEST_P(LogFullTest, CountsWhatAFullDiskTookAndTellsItAfterwards) {
     constexpr unsigned int lCount = 5000;
     inChild([&] {
         startLogWriter();
-        signal(SIGXFSZ, SIG_IGN);
         Log(ZTLL_Error, sFile, "before");
-        rlimit lLimit{};
-        getrlimit(RLIMIT_FSIZE, &lLimit);
-        const rlim_t lBefore = lLimit.rlim_cur;
-        lLimit.rlim_cur = log().size() + GetParam();
-        setrlimit(RLIMIT_FSIZE, &lLimit);
-        logNumbers(0, lCount / 2);
-        flushLog();
-        logNumbers(0, lCount / 2);
-        flushLog();
-        lLimit.rlim_cur = lBefore;
-        setrlimit(RLIMIT_FSIZE, &lLimit);
+        {
+            const FullDisk lFull(log(), GetParam());
+            logNumbers(0, lCount / 2);
+            flushLog();
+            logNumbers(0, lCount / 2);
+            flushLog();
+        }
         EXPECT_TRUE(waitUntil([&] { return contains(log(), " log records were lost: File too large\n"); }));
     });
     unsigned long lLost = 0;
@@ -339,16 +349,12 @@ INSTANTIATE_TEST_SUITE_P(Room, LogFullTest, ::testing::Values(0U, 1U, 60U, 5000U
 TEST_F(LogTest, CompletesALineThatAFullDiskCutAlsoWhenNothingElseWasLost) {
     inChild([&] {
         startLogWriter();
-        signal(SIGXFSZ, SIG_IGN);
         Log(ZTLL_Error, sFile, "before");
-        rlimit lLimit{};
-        getrlimit(RLIMIT_FSIZE, &lLimit);
-        const rlim_t lBefore = std::exchange(lLimit.rlim_cur, log().size() + 20);
-        setrlimit(RLIMIT_FSIZE, &lLimit);
-        Log(ZTLL_Error, sFile, "cut");
-        EXPECT_NE(log().back(), '\n');
-        lLimit.rlim_cur = lBefore;
-        setrlimit(RLIMIT_FSIZE, &lLimit);
+        {
+            const FullDisk lFull(log(), 20);
+            Log(ZTLL_Error, sFile, "cut");
+            EXPECT_NE(log().back(), '\n');
+        }
         EXPECT_TRUE(waitUntil([&] { return log().ends_with(": cut\n"); }));
     });
 }
