@@ -38,6 +38,9 @@ void OsCheckFile(int aDescriptor, const char* apPath, mode_t aType) {
     if (fstat(aDescriptor, &lStatus) != 0) {
         throwErrno<ZTCOsException>("fstat", apPath, errno);
     }
+    if (S_ISLNK(lStatus.st_mode)) {
+        refuse(apPath, "it is a symbolic link", ELOOP);
+    }
     if ((lStatus.st_mode & S_IFMT) != aType) {
         refuse(apPath, aType == S_IFIFO ? "it is not a pipe" : "it is not a regular file", EINVAL);
     }

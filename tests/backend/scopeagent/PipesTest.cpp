@@ -306,8 +306,8 @@ struct Obstacle {
 };
 
 constexpr Obstacle sObstacles[] = {
-    {"mkfifo $P.to; ln -s $P.to $P", "is not a pipe", "symbolic link"},
-    {"ln -s $P.to $P", "is not a pipe", "symbolic link"},
+    {"mkfifo $P.to; ln -s $P.to $P", "symbolic link", "symbolic link"},
+    {"ln -s $P.to $P", "symbolic link", "symbolic link"},
     {"mkdir $P", "is not a pipe", "Is a directory"},
     {"mkfifo $P", nullptr, "is not a regular file"},
     {"echo text > $P", "is not a pipe", nullptr},
