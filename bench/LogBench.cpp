@@ -220,27 +220,24 @@ void rate(benchmark::State& arState, unsigned int aThreads, Record&& arRecord, C
                                                        benchmark::Counter::kIsIterationInvariantRate);
 }
 
-void writeRate(benchmark::State& arState) {
+void writeRate(benchmark::State& arState, unsigned int aThreads) {
     const int lFile = writeFile();
     const std::string lLine = formattedLine();
     rate(
-        arState, 1, [&](unsigned int) { benchmark::DoNotOptimize(write(lFile, lLine.data(), lLine.size())); },
-        [] {});
+        arState, aThreads,
+        [&](unsigned int) { benchmark::DoNotOptimize(write(lFile, lLine.data(), lLine.size())); }, [] {});
     close(lFile);
 }
-BENCHMARK(writeRate)
+void writeRateOfOne(benchmark::State& arState) {
+    writeRate(arState, 1);
+}
+BENCHMARK(writeRateOfOne)
     ->Name("log rate/one write each: the floor")
     ->Iterations(1)
     ->Repetitions(5)
     ->UseRealTime();
-
 void writeRateOfTwo(benchmark::State& arState) {
-    const int lFile = writeFile();
-    const std::string lLine = formattedLine();
-    rate(
-        arState, 2, [&](unsigned int) { benchmark::DoNotOptimize(write(lFile, lLine.data(), lLine.size())); },
-        [] {});
-    close(lFile);
+    writeRate(arState, 2);
 }
 BENCHMARK(writeRateOfTwo)
     ->Name("log rate/one write each, two threads")

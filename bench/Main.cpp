@@ -46,14 +46,14 @@ namespace {
 class RatioReporter : public benchmark::BenchmarkReporter {
   public:
     bool ReportContext(const Context& /*acrContext*/) override {
-        fmt::print("{:<44} {:>12} {:>9}  {}\n", "what", "ns", "x floor", "more");
+        fmt::print("{:<52} {:>12} {:>9}  {}\n", "what", "ns", "x floor", "more");
         return true;
     }
 
     void ReportRuns(const std::vector<Run>& acrRuns) override {
         for (const Run& lrRun : acrRuns) {
             if (lrRun.error_occurred) {
-                fmt::print("{:<44} {}\n", lrRun.run_name.function_name, lrRun.error_message);
+                fmt::print("{:<52} {}\n", lrRun.run_name.function_name, lrRun.error_message);
                 continue;
             }
             // Medians when a benchmark was repeated, the one run otherwise.
@@ -75,7 +75,7 @@ class RatioReporter : public benchmark::BenchmarkReporter {
             fmt::print("\n");
             mFloors[lGroup] = lTime;
         }
-        fmt::print("{:<44} {:>12.2f} {:>9.2f} ", lrName, lTime, lTime / mFloors[lGroup]);
+        fmt::print("{:<52} {:>12.2f} {:>9.2f} ", lrName, lTime, lTime / mFloors[lGroup]);
         for (const auto& [lrCounter, lrValue] : acrRun.counters) {
             if (lrCounter != "each") {
                 fmt::print(" {} {:.4g}", lrCounter, lrValue.value);
