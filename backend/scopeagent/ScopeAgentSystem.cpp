@@ -20,6 +20,7 @@ constexpr char sPidFileName[] = "/vrx-sca.pid";
 constexpr unsigned char sCommandPipeMode = 2;
 constexpr unsigned char sOutputPipeMode = 1;
 constexpr unsigned int sCommandWaitSeconds = 3;
+constexpr unsigned int sExitCondition = 19;
 
 constexpr unsigned int sMaxRuntimeDir = PATH_MAX;
 constinit char sRuntimeDir[sMaxRuntimeDir] = "";
@@ -170,6 +171,7 @@ void ZTCScopeAgentSystem::initCommandHandler() {
 
 void ZTCScopeAgentSystem::destroy() {
     const ZTCTraceScope lTrace(sFile);
+    ZTCLibdfcAbs::waitForCallbacks();
     destroyCommandIpc();
     destroyOutputIpc();
     Log(ZTLL_Trace, sFile, "Performing common system data destruction");
@@ -192,13 +194,61 @@ void ZTCScopeAgentSystem::destroyOutputIpc() {
     sDestroyServer<ZTCNamedPipeWriterServer>(mWriters);
 }
 
-// The vendor library comes in here.
 void ZTCScopeAgentSystem::initLibdfc() {
     const ZTCTraceScope lTrace(sFile);
+    mLibdfc = makePointer<ZTCLibdfcAbs>();
+    try {
+        mLibdfc->LIBDFC_LoadLibrary();
+        mLibdfc->LIBDFC_Init();
+    } catch (const ZTCNotFoundEx&) {
+        Log(ZTLL_Notice, sFile, "No Libdfc Found or Disabled.. ScopeAgent would exit");
+        throw ZTCExitConditionEx("No Libdfc found", sExitCondition);
+    }
+    const unsigned int lCount = mLibdfc->LIBDFC_GetNumberOfAdapters();
+    if (lCount == 0) {
+        refuseLibdfc("No VRX Adapters found.. ScopeAgent would exit");
+    }
+    if (!mLibdfc->LIBDFC_IsZtapiSupported()) {
+        refuseLibdfc("Old incompatible driver found.. ScopeAgent would exit");
+    }
+    for (unsigned int lBoard = 0; lBoard < lCount; ++lBoard) {
+        ZTCPointer<ZTCWorldWideName> lNode(makePointer<ZTCWorldWideName>());
+        ZTCPointer<ZTCWorldWideName> lPort(makePointer<ZTCWorldWideName>());
+        mLibdfc->LIBDFC_GetAdapterInfo(lBoard, lNode, lPort);
+        Log(ZTLL_Notice, sFile, "Discovered VRX initiator <%s, %s>", lNode->getStringForm().get(),
+            lPort->getStringForm().get());
+        mInitiators.insert(lBoard, makePointer<ZTCScopeAgentInitiator>(lBoard, lNode, lPort));
+    }
+    const ZTCScopedLock lLock(*mScopeDataLock);
+    addRecordLists(lCount);
+}
+
+void ZTCScopeAgentSystem::refuseLibdfc(const char* apReason) {
+    mLibdfc->LIBDFC_Close();
+    mLibdfc->LIBDFC_FreeLibrary();
+    Log(ZTLL_Notice, sFile, "%s", apReason);
+    throw ZTCExitConditionEx(apReason, sExitCondition);
 }
 
 void ZTCScopeAgentSystem::closeLibdfc() {
     const ZTCTraceScope lTrace(sFile);
+    mLibdfc->LIBDFC_Close();
+    mLibdfc->LIBDFC_FreeLibrary();
+}
+
+void ZTCScopeAgentSystem::resetRecordLists() {
+    addRecordLists(mLibdfc->LIBDFC_GetNumberOfAdapters());
+}
+
+void ZTCScopeAgentSystem::addRecordLists(unsigned int aCount) {
+    for (unsigned int lBoard = 0; lBoard < aCount; ++lBoard) {
+        mRecordLists.insert(lBoard, makePointer<ZTCScopeAgentRecordList>(lBoard, this));
+    }
+}
+
+void ZTCScopeAgentSystem::makeThreadsToExit() {
+    ZTCLibdfcAbs::shutCallbacks();
+    ZTCSystem::makeThreadsToExit();
 }
 
 void ZTCScopeAgentSystem::addFcTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget) {

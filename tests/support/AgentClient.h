@@ -114,17 +114,22 @@ class ZTCTestAgent {
   public:
     using Options = std::vector<std::string>;
 
-    explicit ZTCTestAgent(const ZTCTestDirectory& acrDirectory, const Options& acrOptions = {})
+    /// acrEnvironment: what the child's environment has beyond what every agent needs.
+    explicit ZTCTestAgent(const ZTCTestDirectory& acrDirectory, const Options& acrOptions = {},
+                          const Options& acrEnvironment = {})
         : mrDirectory(acrDirectory),
-          mChild(commandOf({"-D", "false"}, acrOptions), environmentOf(acrDirectory)) {}
+          mChild(commandOf({"-D", "false"}, acrOptions), environmentOf(acrDirectory, acrEnvironment)) {}
 
     static Options commandOf(Options aCommand, const Options& acrMore) {
         aCommand.insert(aCommand.begin(), ZT_VRX_SCA);
         aCommand.insert(aCommand.end(), acrMore.begin(), acrMore.end());
         return aCommand;
     }
-    static Options environmentOf(const ZTCTestDirectory& acrDirectory) {
-        return {"ZT_VRX_SENSOR_DIR=" + acrDirectory.getPath(), "NOTIFY_SOCKET"};
+    static Options environmentOf(const ZTCTestDirectory& acrDirectory, const Options& acrMore = {}) {
+        Options lEnvironment{"ZT_VRX_SENSOR_DIR=" + acrDirectory.getPath(), "NOTIFY_SOCKET",
+                             "ZT_LIBDFC=" ZT_PROVIDER_MINIMAL};
+        lEnvironment.insert(lEnvironment.end(), acrMore.begin(), acrMore.end());
+        return lEnvironment;
     }
 
     pid_t getProcess() const { return mChild.getProcess(); }

@@ -28,6 +28,13 @@ class ZTMap {
     const Value& get(const Key& acrKey) const { return find(mMap, acrKey, 168, __func__); }
     Value& get(const Key& acrKey) { return find(mMap, acrKey, 181, __func__); }
 
+    /// The pairs of key and value, in the order of the keys.
+    auto begin() const { return mMap.begin(); }
+    auto end() const { return mMap.end(); }
+    unsigned int size() const { return static_cast<unsigned int>(mMap.size()); }
+    void clear() { mMap.clear(); }
+    void swap(ZTMap& arOther) noexcept { mMap.swap(arOther.mMap); }
+
   private:
     template <class Map>
     static auto& find(Map& arMap, const Key& acrKey, unsigned int aLine, const char* apFunction) {

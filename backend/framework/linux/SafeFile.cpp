@@ -3,8 +3,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 
+#include "ClibMemory.h"
 #include "Exception.h"
 
 namespace {
@@ -13,6 +16,16 @@ namespace {
     char lText[ZTCException::MaxText + 1];
     snprintf(lText, sizeof lText, "%s is refused: %s", apPath, apReason);
     throw ZTCOsException(lText, static_cast<unsigned int>(aErrno));
+}
+
+void checkOwner(const char* apPath, const struct stat& acrStatus) {
+    if (acrStatus.st_uid != geteuid() && acrStatus.st_uid != 0) {
+        refuse(apPath, "it belongs to another user", EPERM);
+    }
+}
+
+bool mayOthersWrite(const struct stat& acrStatus) {
+    return (acrStatus.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
 }  // namespace
@@ -25,10 +38,8 @@ void OsCheckDirectory(const char* apPath) {
     if (!S_ISDIR(lStatus.st_mode)) {
         refuse(apPath, "it is not a directory", ENOTDIR);
     }
-    if (lStatus.st_uid != geteuid() && lStatus.st_uid != 0) {
-        refuse(apPath, "it belongs to another user", EPERM);
-    }
-    if ((lStatus.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (lStatus.st_mode & S_ISVTX) == 0) {
+    checkOwner(apPath, lStatus);
+    if (mayOthersWrite(lStatus) && (lStatus.st_mode & S_ISVTX) == 0) {
         refuse(apPath, "others may write in it (chmod go-w, or set the sticky bit)", EPERM);
     }
 }
@@ -49,5 +60,26 @@ void OsCheckFile(int aDescriptor, const char* apPath, mode_t aType) {
     }
     if (lStatus.st_nlink > 1) {  // 0: removed since it was opened
         refuse(apPath, "it has more than one name (hard link)", EMLINK);
+    }
+}
+
+void OsCheckCode(const char* apPath, char* apResolved) {
+    struct stat lStatus {};
+    if (realpath(apPath, apResolved) == nullptr || stat(apResolved, &lStatus) != 0) {
+        throwErrno<ZTCOsException>("cannot look at", apPath, errno);
+    }
+    if (!S_ISREG(lStatus.st_mode)) {
+        refuse(apResolved, "it is not a regular file", EINVAL);
+    }
+    checkOwner(apResolved, lStatus);
+    if (mayOthersWrite(lStatus)) {
+        refuse(apResolved, "others may write it (chmod go-w)", EPERM);
+    }
+    char lDirectory[PATH_MAX];
+    ClibStrcpy(lDirectory, apResolved);
+    while (char* const lpSlash = strrchr(lDirectory, '/')) {
+        lpSlash[lpSlash == lDirectory ? 1 : 0] = '\0';
+        OsCheckDirectory(lDirectory);
+        lpSlash[0] = '\0';
     }
 }

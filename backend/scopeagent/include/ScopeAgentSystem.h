@@ -3,8 +3,11 @@
 
 #include <cstdint>
 
+#include "LibdfcAbs.h"
 #include "Mutex.h"
+#include "ScopeAgentInitiator.h"
 #include "ScopeAgentProtocolHandler.h"
+#include "ScopeAgentRecordList.h"
 #include "ScopeAgentTarget.h"
 #include "System.h"
 
@@ -24,22 +27,37 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     /// handlers, the thread components (heartbeat 0, commands 1).
     void init() override;
     void postDestroy() override;
-    /// Removes the command pipe, then the output pipe.
+    /// Waits for the vendor library's threads, removes the command pipe, then the output pipe.
     void destroy() override;
+    /// Shuts the vendor library's threads out, too.
+    void makeThreadsToExit() override;
     void setCmdLineArgDescs() override;
     /// Not provided: throws ZTCNotImplementedEx.
     void processConfigFile() override;
     void displayHelp() override;
 
-    /// The vendor library is found and its adapters become known, or the agent does not run.
+    /// Loads the vendor library and makes an initiator and a record list of each adapter. Throws
+    /// ZTCExitConditionEx, the library closed, when the agent is not to run: no library, no adapters, or a
+    /// driver without the events that are registered by category.
     void initLibdfc();
     /// The shutdown command's: destroy() does not close the library.
     void closeLibdfc();
+    /// Makes a new record list for every adapter that the vendor library tells of now; there are none before
+    /// it.
+    void resetRecordLists() ZT_REQUIRES(*mScopeDataLock);
 
     /// Adds a target, unless there is one by its address, or by its port name. Any thread.
     void addFcTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget);
     void addWwpnTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget);
 
+    /// By board number. Does not change after the start.
+    const ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentInitiator>>& getInitiators() const {
+        return mInitiators;
+    }
+    ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentRecordList>>& getRecordLists() ZT_REQUIRES(*mScopeDataLock) {
+        return mRecordLists;
+    }
+    const ZTCPointer<ZTCLibdfcAbs>& getLibdfc() const { return mLibdfc; }
     ZTCPointer<ZTCScopeAgentProtocolHandler>& getScopeAgentProtocolHandler() { return mProtocolHandler; }
     const ZTCString& getCommandPipePath() const { return mCommandPipePath; }
     const ZTCString& getOutputPipePath() const { return mOutputPipePath; }
@@ -52,6 +70,8 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     template <class Key>
     using TargetMap = ZTMap<Key, ZTCPointer<ZTCScopeAgentTarget>>;
 
+    [[noreturn]] void refuseLibdfc(const char* apReason);
+    void addRecordLists(unsigned int aCount) ZT_REQUIRES(*mScopeDataLock);
     void initConditionals();
     void initCommandIpc();
     void initOutputIpc();
@@ -63,8 +83,11 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     void destroyOutputIpc();
 
     std::atomic<unsigned int> mDataCeiling{0};
+    ZTCPointer<ZTCLibdfcAbs> mLibdfc;
     ZTCPointer<ZTCScopeAgentProtocolHandler> mProtocolHandler;
+    ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentInitiator>> mInitiators;
     ZTCPointer<ZTCMutex> mScopeDataLock;
+    ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentRecordList>> mRecordLists ZT_GUARDED_BY(*mScopeDataLock);
     TargetMap<unsigned int> mFcTargets ZT_GUARDED_BY(*mScopeDataLock);     ///< by Fibre Channel address
     TargetMap<std::uint64_t> mWwpnTargets ZT_GUARDED_BY(*mScopeDataLock);  ///< by the port name's 8 bytes
     ZTCString mCommandPipePath{""};

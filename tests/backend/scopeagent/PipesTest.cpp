@@ -383,6 +383,7 @@ TEST(AgentPipes, ClosedStandardDescriptorsDoNoHarm) {
             SCOPED_TRACE(std::string(lpDaemon) + " " + std::to_string(lrClosed.size()));
             const ZTCTestDirectory lDirectory;
             setenv("ZT_VRX_SENSOR_DIR", lDirectory.getPath().c_str(), 1);
+            setenv("ZT_LIBDFC", ZT_PROVIDER_MINIMAL, 1);
             ZTCTestChild lStart([&] {
                 for (const int lDescriptor : lrClosed) {
                     close(lDescriptor);

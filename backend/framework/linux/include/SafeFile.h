@@ -10,3 +10,7 @@ void OsCheckDirectory(const char* apPath);
 
 /// The open descriptor is what it must be: of the type (S_IFREG, S_IFIFO), owned by us, with one link.
 void OsCheckFile(int aDescriptor, const char* apPath, mode_t aType);
+
+/// The file and every directory that leads to it can be changed by nobody but us and root. Writes the file's
+/// path, without symbolic links, into PATH_MAX bytes of room.
+void OsCheckCode(const char* apPath, char* apResolved);

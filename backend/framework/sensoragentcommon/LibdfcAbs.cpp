@@ -1,0 +1,240 @@
+#include "LibdfcAbs.h"
+
+#include <dlfcn.h>
+#include <link.h>
+
+#include <climits>
+#include <cstdio>
+#include <future>
+#include <thread>
+
+#include "LibdfcCallbacks.h"
+#include "SafeFile.h"
+
+namespace {
+
+constexpr char sFile[] = "LibdfcAbs";
+constexpr char sLibraryVariable[] = "ZT_LIBDFC";
+constexpr char sLibraryName[] = "libdfc.so";
+constexpr char sDisabled[] = "none";
+constexpr unsigned int sNotFound = 8;
+constexpr unsigned int sCallbackSeconds = 1;
+constexpr std::chrono::seconds sCloseTime{5};
+
+// The functions of a provider, in their order.
+constexpr const char* sFunctions[] = {"init",          "number_of_adapters", "ztapi_supported",
+                                      "adapter_info",  "ztapi_reg_event",    "ztapi_unreg_event",
+                                      "dfc_reg_event", "dfc_unreg_event",    "close"};
+constexpr std::size_t sFunctionsAt = offsetof(ZT_libdfc_provider, init);
+static_assert(sizeof(ZT_libdfc_provider) == sFunctionsAt + sizeof(void*) * std::size(sFunctions));
+
+// The name of the first function that is not there, else null.
+const char* sFindMissing(const ZT_libdfc_provider& acrProvider) {
+    const auto* lpAt = reinterpret_cast<const unsigned char*>(&acrProvider) + sFunctionsAt;
+    for (const char* const lpName : sFunctions) {
+        void* lpFunction = nullptr;
+        ClibMemcpy(&lpFunction, lpAt, sizeof lpFunction);
+        if (lpFunction == nullptr) {
+            return lpName;
+        }
+        lpAt += sizeof lpFunction;
+    }
+    return nullptr;
+}
+
+HBA_wwn sNameOf(const ZTCPointer<ZTCWorldWideName>& acrName) {
+    HBA_wwn lName;
+    ClibMemcpy(lName.wwn, acrName->getBinaryForm(), sizeof lName.wwn);
+    return lName;
+}
+
+}  // namespace
+
+ZTCLibdfcAbs::~ZTCLibdfcAbs() {
+    LIBDFC_FreeLibrary();
+}
+
+void ZTCLibdfcAbs::refuse(const char* apReason) {
+    Log(ZTLL_Error, sFile, "The vendor library %s is not used: %s", mFile.get(), apReason);
+    const ZTCNotFoundEx lRefusal(apReason, sNotFound);  // the reason may go with the library
+    LIBDFC_FreeLibrary();
+    throw lRefusal;
+}
+
+const ZT_libdfc_provider& ZTCLibdfcAbs::provider() const {
+    const bool lIsLoaded = mpLibrary != nullptr;
+    ZT_ASSERT_NAMED(lIsLoaded, "mpLibrary != 0", __LINE__, sFile);
+    return mProvider;
+}
+
+void ZTCLibdfcAbs::LIBDFC_LoadLibrary() {
+    const ZTCTraceScope lTrace(sFile);
+    const char* const lpNamed = getenv(sLibraryVariable);
+    const bool lIsNamed = lpNamed != nullptr && *lpNamed != '\0';
+    mFile = lIsNamed ? lpNamed : sLibraryName;
+    if (mFile == sDisabled) {
+        refuse("ZT_LIBDFC says that there is to be none");
+    }
+    try {
+        if (lIsNamed) {
+            if (*lpNamed != '/') {
+                refuse("ZT_LIBDFC must name it by an absolute path, or be none");
+            }
+            char lPath[PATH_MAX];
+            OsCheckCode(lpNamed, lPath);
+            load(lPath);
+        } else {
+            load(sLibraryName);
+            // The loader alone knows where it looks, so this one is looked at when it has been found.
+            const link_map* lpMap = nullptr;
+            char lPath[PATH_MAX];
+            if (dlinfo(mpLibrary, RTLD_DI_LINKMAP, &lpMap) != 0) {
+                refuse(dlerror());
+            }
+            OsCheckCode(lpMap->l_name, lPath);
+        }
+    } catch (const ZTCOsException& lrException) {
+        refuse(lrException.what());
+    }
+    takeProvider();
+    Log(ZTLL_Information, sFile, "Loaded the vendor library %s", mFile.get());
+}
+
+void ZTCLibdfcAbs::load(const char* apFile) {
+    mpLibrary = dlopen(apFile, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    if (mpLibrary == nullptr) {
+        refuse(dlerror());
+    }
+}
+
+void ZTCLibdfcAbs::takeProvider() {
+    using Entry = decltype(&zt_libdfc_provider);
+    const auto lpEntry = reinterpret_cast<Entry>(dlsym(mpLibrary, ZT_LIBDFC_ENTRY));
+    if (lpEntry == nullptr) {
+        refuse("it has no function " ZT_LIBDFC_ENTRY);
+    }
+    const ZT_libdfc_provider* const lpProvider = lpEntry(ZT_LIBDFC_ABI);
+    char lReason[128];
+    if (lpProvider == nullptr || lpProvider->abi != ZT_LIBDFC_ABI) {
+        snprintf(lReason, sizeof lReason, "it does not speak version %u of the interface", ZT_LIBDFC_ABI);
+        refuse(lReason);
+    }
+    if (lpProvider->size < sizeof mProvider) {
+        snprintf(lReason, sizeof lReason, "its table has %u bytes instead of %zu", lpProvider->size,
+                 sizeof mProvider);
+        refuse(lReason);
+    }
+    if (const char* const lpMissing = sFindMissing(*lpProvider); lpMissing != nullptr) {
+        snprintf(lReason, sizeof lReason, "its function %s is null", lpMissing);
+        refuse(lReason);
+    }
+    mProvider = *lpProvider;
+}
+
+void ZTCLibdfcAbs::LIBDFC_Init() {
+    const ZTCTraceScope lTrace(sFile);
+    const int lStatus = provider().init();
+    if (lStatus != 0) {
+        char lReason[64];
+        snprintf(lReason, sizeof lReason, "its init failed with status %d", lStatus);
+        refuse(lReason);
+    }
+    LibdfcGate().open();
+}
+
+unsigned int ZTCLibdfcAbs::LIBDFC_GetNumberOfAdapters() const {
+    const unsigned int lCount = provider().number_of_adapters();
+    if (lCount > MaxAdapters) {
+        Log(ZTLL_Warning, sFile, "The vendor library tells of %u adapters: %u are taken", lCount,
+            MaxAdapters);
+        return MaxAdapters;
+    }
+    return lCount;
+}
+
+bool ZTCLibdfcAbs::LIBDFC_IsZtapiSupported() const {
+    return provider().ztapi_supported() != 0;
+}
+
+void ZTCLibdfcAbs::LIBDFC_GetAdapterInfo(unsigned int aBoard, ZTCPointer<ZTCWorldWideName>& arNode,
+                                         ZTCPointer<ZTCWorldWideName>& arPort) const {
+    HBA_wwn lNode{};
+    HBA_wwn lPort{};
+    const int lStatus = provider().adapter_info(aBoard, &lNode, &lPort);
+    if (lStatus != 0) {
+        Log(ZTLL_Warning, sFile, "The vendor library does not tell the names of board %u: status %d", aBoard,
+            lStatus);
+        lNode = lPort = {};
+    }
+    arNode->setBinaryForm(lNode.wwn);
+    arPort->setBinaryForm(lPort.wwn);
+}
+
+unsigned int ZTCLibdfcAbs::LIBDFC_ZtapiRegEvent(unsigned int aBoard,
+                                                const ZTCPointer<ZTCWorldWideName>& acrPort,
+                                                const ZTCPointer<ZTCScopeEvent>& acrEvent, void* apContext,
+                                                unsigned int* apHandle,
+                                                ZT_generic_callback apCallback) const {
+    return provider().ztapi_reg_event(aBoard, sNameOf(acrPort), acrEvent->getCategory(),
+                                      acrEvent->getSubcategory(), apContext, apHandle,
+                                      LibdfcWrap(apCallback));
+}
+
+unsigned int ZTCLibdfcAbs::LIBDFC_ZtapiUnregEvent(unsigned int aBoard,
+                                                  const ZTCPointer<ZTCWorldWideName>& acrPort,
+                                                  unsigned int aHandle) const {
+    return provider().ztapi_unreg_event(aBoard, sNameOf(acrPort), aHandle);
+}
+
+unsigned int ZTCLibdfcAbs::LIBDFC_DfcRegEvent(unsigned int aBoard, unsigned int aMask,
+                                              std::uintptr_t aArgument, unsigned int aSize,
+                                              ZT_dfc_callback apCallback) const {
+    return provider().dfc_reg_event(aBoard, aMask, aArgument, aSize, LibdfcWrap(aMask, apCallback));
+}
+
+unsigned int ZTCLibdfcAbs::LIBDFC_DfcUnregEvent(unsigned int aBoard, unsigned int aHandle) const {
+    return provider().dfc_unreg_event(aBoard, aHandle);
+}
+
+void ZTCLibdfcAbs::LIBDFC_Close() {
+    const ZTCTraceScope lTrace(sFile);
+    waitForCallbacks();
+    // On a thread of its own: a library that hangs would keep the agent from ending.
+    const auto lpClose = provider().close;
+    orNoMemory([&] {
+        std::packaged_task<void()> lTask(lpClose);
+        const std::future<void> lClosed = lTask.get_future();
+        try {
+            std::thread(std::move(lTask)).detach();
+        } catch (const std::system_error&) {
+            lpClose();
+            return;
+        }
+        if (lClosed.wait_for(sCloseTime) != std::future_status::ready) {
+            Log(ZTLL_Warning, sFile, "The vendor library's close does not return: going on without it");
+        }
+    });
+}
+
+void ZTCLibdfcAbs::LIBDFC_FreeLibrary() {
+    if (mpLibrary != nullptr) {
+        dlclose(mpLibrary);
+        mpLibrary = nullptr;
+    }
+}
+
+void ZTCLibdfcAbs::shutCallbacks() {
+    LibdfcGate().shut();
+}
+
+void ZTCLibdfcAbs::waitForCallbacks() {
+    LibdfcGate().shut();
+    if (const unsigned int lInside = LibdfcGate().waitUntilEmpty(sCallbackSeconds); lInside != 0) {
+        Log(ZTLL_Warning, sFile, "%u callbacks of the vendor library do not return: going on without them",
+            lInside);
+    }
+}
+
+unsigned int ZTCLibdfcAbs::takeDropped() {
+    return LibdfcTakeDropped();
+}

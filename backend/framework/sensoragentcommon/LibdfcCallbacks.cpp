@@ -1,0 +1,179 @@
+#include "LibdfcCallbacks.h"
+
+#include <iterator>
+
+#include "BigEndian.h"
+#include "ClibMemory.h"
+#include "Log.h"
+#include "Pointer.h"
+
+namespace {
+
+constexpr char sFile[] = "LibdfcCallbacks";
+
+// More payload than any event has: a record that claims more lies.
+constexpr unsigned int sMaxPayload = 65536;
+constexpr unsigned int sPageSize = 4;
+constexpr unsigned int sLeastRscn = 8;
+constexpr unsigned int sRscnLengthAt = 2;
+
+constinit std::atomic<unsigned int> sDropped{0};
+constinit std::atomic<ZT_generic_callback> sGeneric{nullptr};
+
+// Lets a thread of the library in and has the work done, unless the gate is shut.
+template <class Work>
+void letIn(const Work& acrWork) {
+    const ZTCCallbackGate::Passage lPassage(LibdfcGate());
+    if (!lPassage.isIn()) {
+        return;
+    }
+    try {
+        acrWork();
+        return;
+    } catch (const ZTCException& lrException) {
+        Log(ZTLL_Error, sFile, "An event is lost: %s", lrException.what());
+    } catch (...) {
+        Log(ZTLL_Error, sFile, "An event is lost: unknown exception");
+    }
+    sDropped.fetch_add(1, std::memory_order_relaxed);
+}
+
+bool isWhole(const ZT_event* apEvent) {
+    if (apEvent == nullptr) {
+        return false;
+    }
+    if (apEvent->descriptor == nullptr) {
+        return true;
+    }
+    const unsigned int lPayload =
+        apEvent->total_length - ZT_EVENT_HEADER;  // wraps when there is not even that
+    return lPayload <= sMaxPayload && (lPayload == 0 || apEvent->descriptor->payload != nullptr);
+}
+
+// An RSCN's payload with no more pages than were delivered. Its own length field is the only bound of those
+// who read it, so one that claims more becomes a copy that does not.
+class RscnPayload {
+  public:
+    RscnPayload(unsigned int aBoard, const void* apData, unsigned int aLength)
+        : mpBytes(static_cast<const unsigned char*>(apData)), mLength(apData == nullptr ? 0 : aLength) {
+        if (mLength < sLeastRscn) {
+            return;
+        }
+        const unsigned int lClaimed = ztwire::get<unsigned short>(mpBytes + sRscnLengthAt);
+        if (lClaimed / sPageSize <= mLength / sPageSize) {
+            return;
+        }
+        Log(ZTLL_Warning, sFile,
+            "An RSCN of board %u claims %u bytes and has %u: the pages that it has are taken", aBoard,
+            lClaimed, mLength);
+        const auto lWhole = static_cast<unsigned short>(mLength / sPageSize * sPageSize);  // below lClaimed
+        mCopy = ZTCPointer<unsigned char>(new (std::nothrow) unsigned char[lWhole], ZTPST_Array, ZTPMT_New);
+        ClibMemcpy(mCopy.get(), mpBytes, lWhole);
+        ztwire::put(mCopy.get() + sRscnLengthAt, lWhole);
+        mpBytes = mCopy.get();
+        mLength = lWhole;
+    }
+
+    const unsigned char* getBytes() const { return mpBytes; }
+    unsigned int getLength() const { return mLength; }
+
+  private:
+    const unsigned char* mpBytes;
+    unsigned int mLength;
+    ZTCPointer<unsigned char> mCopy;
+};
+
+bool isRscn(unsigned int aCategory, unsigned int aSubcategory) {
+    return (aCategory & 0xff) == 1 && (aSubcategory & 0xff) == 32;
+}
+
+void genericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategory, std::uint32_t aSubcategory,
+                     void* apContext, const ZT_event* apEvent) {
+    letIn([&] {
+        if (!isWhole(apEvent)) {
+            Log(ZTLL_Warning, sFile,
+                "Event (%u, %u) of board %u is dropped: its record of %u bytes claims a payload that cannot "
+                "be",
+                aCategory, aSubcategory, aBoard, apEvent == nullptr ? 0 : apEvent->total_length);
+            sDropped.fetch_add(1, std::memory_order_relaxed);
+            return;
+        }
+        const ZT_generic_callback lpCallback = sGeneric.load();
+        if (!isRscn(aCategory, aSubcategory) || apEvent->descriptor == nullptr) {
+            lpCallback(aBoard, aPort, aCategory, aSubcategory, apContext, apEvent);
+            return;
+        }
+        const RscnPayload lPayload(aBoard, apEvent->descriptor->payload,
+                                   apEvent->total_length - ZT_EVENT_HEADER);
+        const ZT_event_descriptor lDescriptor{apEvent->descriptor->kind, lPayload.getBytes()};
+        const ZT_event lEvent{apEvent->version, ZT_EVENT_HEADER + lPayload.getLength(), &lDescriptor};
+        lpCallback(aBoard, aPort, aCategory, aSubcategory, apContext, &lEvent);
+    });
+}
+
+void passLink(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData, unsigned int aLength) {
+    static constexpr unsigned char sNoContext[ZT_DFC_LINK_CONTEXT]{};
+    if (apData == nullptr || aLength < ZT_DFC_LINK_CONTEXT) {
+        Log(ZTLL_Warning, sFile, "A link event of board %u comes with %u bytes of %u: its port is not known",
+            aBoard, aLength, ZT_DFC_LINK_CONTEXT);
+        apData = sNoContext;
+        aLength = ZT_DFC_LINK_CONTEXT;
+    }
+    apCallback(aBoard, apData, aLength);
+}
+
+void passRscn(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData, unsigned int aLength) {
+    const RscnPayload lPayload(aBoard, apData, aLength);
+    apCallback(aBoard, lPayload.getBytes(), lPayload.getLength());
+}
+
+void passTemperature(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData,
+                     unsigned int aLength) {
+    apCallback(aBoard, apData, aLength);  // its bytes are not read
+}
+
+// The events by mask: how each passes, and what the agent wants called.
+struct DfcRow {
+    unsigned int mMask;
+    void (*mpPass)(ZT_dfc_callback, unsigned int, const void*, unsigned int);
+    ZT_dfc_callback mpForLibrary;
+    std::atomic<ZT_dfc_callback> mCallback{nullptr};
+};
+
+template <unsigned int Row>
+void dfcCallback(std::uint32_t aBoard, const void* apData, std::uint32_t aLength);
+
+constinit DfcRow sDfcRows[] = {{ZT_DFC_LINK, passLink, dfcCallback<0>},
+                               {ZT_DFC_RSCN, passRscn, dfcCallback<1>},
+                               {ZT_DFC_TEMPERATURE, passTemperature, dfcCallback<2>}};
+
+template <unsigned int Row>
+void dfcCallback(std::uint32_t aBoard, const void* apData, std::uint32_t aLength) {
+    letIn([&] { sDfcRows[Row].mpPass(sDfcRows[Row].mCallback.load(), aBoard, apData, aLength); });
+}
+
+}  // namespace
+
+ZTCCallbackGate& LibdfcGate() {
+    static ZTCCallbackGate& srGate = *new ZTCCallbackGate;  // outlives the library's threads
+    return srGate;
+}
+
+ZT_generic_callback LibdfcWrap(ZT_generic_callback apCallback) {
+    sGeneric.store(apCallback);
+    return genericCallback;
+}
+
+ZT_dfc_callback LibdfcWrap(unsigned int aMask, ZT_dfc_callback apCallback) {
+    for (DfcRow& lrRow : sDfcRows) {
+        if (lrRow.mMask == aMask) {
+            lrRow.mCallback.store(apCallback);
+            return lrRow.mpForLibrary;
+        }
+    }
+    throwInvalidValue();
+}
+
+unsigned int LibdfcTakeDropped() {
+    return sDropped.exchange(0);
+}

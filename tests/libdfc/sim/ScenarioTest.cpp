@@ -1,0 +1,174 @@
+// The language of scenarios, and what vrx-sim does with it without a library.
+#include <algorithm>
+
+#include "Scenario.h"
+#include "TestSupport.h"
+
+namespace {
+
+ZTSTestEnd runSim(const std::vector<std::string>& acrArguments) {
+    std::vector<std::string> lCommand{ZT_VRX_SIM};
+    lCommand.insert(lCommand.end(), acrArguments.begin(), acrArguments.end());
+    return runChild(lCommand, std::vector<std::string>{"ZT_LIBDFC_SIM_CONTROL"});
+}
+
+}  // namespace
+
+TEST(Scenario, LinesAreRead) {
+    const struct {
+        const char* mpLine;
+        const char* mpKey;
+        uint64_t mNumber;
+    } lRows[] = {
+        {"plogi", "board", 0},
+        {"plogi", "to", 0x50060160bb200001},
+        {"\t plogi  times=0x10\t# times=2\r", "times", 16},
+        {"logo from=50:06:01:60:3B:20:11:0c", "from", 0x500601603b20110c},
+        {"logo from=0x500601603b20110c", "from", 0x500601603b20110c},
+        {"logo from=500601603b20110c every=2m", "every", 120'000'000'000},
+        {"queue-full lun=all", "lun", 0xFFFFFFFF},
+        {"check-condition sense=b/47/03", "sense", 0x0b4703},
+        {"wait 1.5s", "for", 1'500'000'000},
+        {"wait for=250us", "for", 250'000},
+        {"wait 1440m", "for", 86'400'000'000'000},
+        {"wait registrations", "registrations", 0},
+        {"wait registrations=40", "registrations", 40},
+        {"storm queue-full lun=7 times=1", "lun", 7},
+        {"storm plogi for=1s rate=max", "rate", 1'000'000'000},
+        {"fault slow-close for=1ns", "name", ZTSIM_SlowClose},
+        {"adapters count=0 fail=info", "fail", ZTSIMF_Info},
+    };
+    for (const auto& lrRow : lRows) {
+        const auto lStatements = readScenario(lrRow.mpLine, "text");
+        ASSERT_EQ(lStatements.size(), 1U) << lrRow.mpLine;
+        ASSERT_TRUE(lStatements[0].has(lrRow.mpKey)) << lrRow.mpLine;
+        EXPECT_EQ(lStatements[0].getNumber(lrRow.mpKey), lrRow.mNumber) << lrRow.mpLine;
+    }
+    EXPECT_EQ(readScenario("rscn pages=0x010203,0x03000000", "")[0].mValues.at("pages").mBytes,
+              (std::vector<uint8_t>{0, 1, 2, 3, 3, 0, 0, 0}));
+    EXPECT_EQ(readScenario("\n# nothing\n  \nplogi\nreport", "").size(), 2U);
+}
+
+TEST(Scenario, AMistakeIsOneLineThatSaysWhatIsValid) {
+    const struct {
+        std::string mLine;
+        const char* mpExpected;
+    } lRows[] = {
+        {"plogin", "unknown verb 'plogin', expected one of plogi, adisc"},
+        {"KIND", "fault, report"},
+        {std::string("a\x01\xff\0", 4), "'a\?\?\?', expected"},
+        {std::string(5000, 'x'), "xxx...', expected"},
+        {"plogi form=1", "unknown key 'form', expected one of board, times, every, from, to"},
+        {"report board=1", "unknown key 'board', expected none"},
+        {"plogi board", "'board' without a value, expected board=..."},
+        {"plogi board=1 board=2", "a second board, expected one"},
+        {"plogi board=4294967296", "a number from 0 to 4294967295"},
+        {"plogi board=-1", "'-1' as board"},
+        {"plogi board=0x", "a number"},
+        {"plogi times=0", "a number from 1 to"},
+        {"queue-full lun=none", "a number from 0 to 4294967295 or all"},
+        {"logo from=50:06:01:60:3b:20:11", "a name such as"},
+        {"logo from=5:006:01:60:3b:20:11:0c", "a name such as"},
+        {"logo from=500601603b20110g", "a name such as"},
+        {"check-condition sense=5/24", "KEY/ASC/ASCQ"},
+        {"check-condition sense=5/24/100", "KEY/ASC/ASCQ"},
+        {"rscn pages=", "pages of 32 bits"},
+        {"rscn pages=1,,2", "pages of 32 bits"},
+        {"raw mask=2 bytes=abc", "two hex digits a byte"},
+        {"raw mask=2 category=1 subcategory=1", "without mask="},
+        {"raw category=1", "category= and subcategory="},
+        {"raw mask=2 total-length=3", "without mask="},
+        {"raw", "or mask="},
+        {"wait", "one of for=, registrations, storms"},
+        {"wait 1s storms", "one of for="},
+        {"wait storms=1", "'1' as storms, expected no value"},
+        {"wait 5", "a duration to a day"},
+        {"wait 1.2.3s", "a duration to a day"},
+        {"wait s", "a duration to a day"},
+        {"wait 1441m", "a duration to a day"},
+        {"storm", "expected kind=, one of plogi"},
+        {"storm raw times=1", "'raw' as kind, expected one of plogi"},
+        {"storm plogi", "for= or times="},
+        {"storm plogi times=1 lun=1", "from, to"},
+        {"storm plogi times=1 threads=65", "a number from 1 to 64"},
+        {"storm plogi times=1 board=1 boards=2", "not both"},
+        {"adapters", "adapters without count, expected count="},
+        {"adapters count=65", "a number from 0 to 64"},
+        {"adapters count=1 fail=open", "one of init, info"},
+        {"on-register kind=plogi", "expected status="},
+        {"on-register status=1 kind=link-up", "as kind, expected one of plogi"},
+        {"fault slow-close", "for= with this fault"},
+        {"fault stuck-callback for=1s", "no for="},
+        {"fault quick-close", "one of late-callbacks, callbacks-during-close"},
+    };
+    for (const auto& lrRow : lRows) {
+        try {
+            readScenario("plogi\n" + lrRow.mLine + "\nplogi", "a.scenario");
+            ADD_FAILURE() << lrRow.mLine << " is taken";
+        } catch (const ZTCSimError& lrError) {
+            const std::string lWhat = lrError.what();
+            EXPECT_TRUE(lWhat.starts_with("a.scenario:2: ")) << lWhat;
+            EXPECT_TRUE(contains(lWhat, lrRow.mpExpected)) << lWhat;
+            EXPECT_TRUE(contains(lWhat, ", expected ")) << lWhat;
+            EXPECT_TRUE(std::ranges::all_of(lWhat, [](char aChar) { return aChar >= ' ' && aChar <= '~'; }))
+                << lWhat;
+        }
+    }
+}
+
+TEST(VrxSim, TheLanguageIsShownWithExamplesThatAreValid) {
+    const ZTSTestEnd lEnd = runSim({"language"});
+    EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mErr;
+    const auto lCheck = [&](const auto& acrRow) {
+        EXPECT_TRUE(contains(lEnd.mOut, std::string("  ") + acrRow.mpName + ": ")) << acrRow.mpName;
+        EXPECT_TRUE(contains(lEnd.mOut, acrRow.mpExample)) << acrRow.mpName;
+        const auto lStatement = readScenario(acrRow.mpExample, acrRow.mpName).at(0);
+        return std::pair(lStatement.mpVerb, lStatement.mpKind);
+    };
+    for (const ZTSSimVerb& lrVerb : getSimVerbs()) {
+        EXPECT_EQ(lCheck(lrVerb).first, &lrVerb) << lrVerb.mpName;
+    }
+    for (const ZTSSimKind& lrKind : getSimKinds()) {
+        EXPECT_EQ(lCheck(lrKind).second, &lrKind) << lrKind.mpName;
+    }
+}
+
+TEST(VrxSim, FilesAreCheckedAndWrongUsageRefused) {
+    std::vector<std::string> lShipped{"check"};
+    for (const auto& lrFile : std::filesystem::directory_iterator(ZT_SOURCE_DIR "/libdfc/sim/scenarios")) {
+        lShipped.push_back(lrFile.path());
+    }
+    EXPECT_EQ(lShipped.size(), 4U);
+    const ZTSTestEnd lGood = runSim(lShipped);
+    EXPECT_EQ(lGood.mStatus, 0) << lGood.mErr;
+    EXPECT_TRUE(contains(lGood.mOut, "/link-flap.scenario: ok, ")) << lGood.mOut;
+
+    const ZTCTestDirectory lDirectory;
+    writeFile(lDirectory / "one", "report");
+    writeFile(lDirectory / "empty", "");
+    writeFile(lDirectory / "bad", "report\n\nfly\n");
+    const ZTSTestEnd lBad = runSim({"check", lDirectory / "bad", lDirectory / "one", lDirectory / "empty",
+                                    lDirectory.getPath(), lDirectory / "none"});
+    EXPECT_EQ(lBad.mStatus, 1);
+    EXPECT_EQ(lBad.mOut, lDirectory / "one: ok, 1 statement\n" + lDirectory / "empty: ok, 0 statements\n");
+    for (const char* const lpPart : {"/bad:3: unknown verb 'fly'", ":0: Is a directory, expected",
+                                     "/none:0: No such file or directory, expected"}) {
+        EXPECT_TRUE(contains(lBad.mErr, lpPart)) << lBad.mErr;
+    }
+
+    const std::vector<std::vector<std::string>> lWrong{{},
+                                                       {"fly"},
+                                                       {"check"},
+                                                       {"language", "x"},
+                                                       {"send", "report"},
+                                                       {"send", "-s"},
+                                                       {"send", "-s", std::string(200, 'x')}};
+    for (const auto& lrArguments : lWrong) {
+        const ZTSTestEnd lEnd = runSim(lrArguments);
+        EXPECT_EQ(lEnd.mStatus, 2) << lEnd.mErr;
+        EXPECT_EQ(std::ranges::count(lEnd.mErr, '\n'), 1) << lEnd.mErr;
+    }
+    const ZTSTestEnd lNobody = runSim({"send", "-s", lDirectory / "none", "report"});
+    EXPECT_EQ(lNobody.mStatus, 1);
+    EXPECT_EQ(lNobody.mErr, "vrx-sim: " + lDirectory / "none: nobody listens there\n");
+}
