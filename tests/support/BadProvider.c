@@ -85,7 +85,7 @@ static uint32_t ztapi_reg_event(uint32_t board, HBA_wwn port, uint32_t category,
 
 static uint32_t ztapi_unreg_event(uint32_t board, HBA_wwn port, uint32_t handle) {
     (void)board, (void)port;
-    sGeneric = NULL;
+    sGeneric = (ZT_generic_callback)NULL;
     return handle == GENERIC_HANDLE ? 0 : 1;
 }
 
@@ -99,7 +99,7 @@ static uint32_t dfc_reg_event(uint32_t board, uint32_t mask, uintptr_t argument,
 
 static uint32_t dfc_unreg_event(uint32_t board, uint32_t handle) {
     (void)board;
-    sLink = NULL;
+    sLink = (ZT_dfc_callback)NULL;
     return handle == ZT_DFC_LINK ? 0 : 1;
 }
 
