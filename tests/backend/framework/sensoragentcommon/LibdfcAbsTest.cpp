@@ -63,7 +63,8 @@ class LibdfcAbs : public ::testing::Test {
 
     ZTCLibdfcAbs mLibrary;
     const ZTCPointer<ZTCWorldWideName> mPort{makePointer<ZTCWorldWideName>(sPort)};
-    const ZTCPointer<ZTCScopeEvent> mEvent{makePointer<ZTCScopeEvent>('\4', '\1')};
+    const ZTCPointer<ZTCScopeEvent> mEvent{
+        makePointer<ZTCScopeEvent>(static_cast<unsigned char>(4), static_cast<unsigned char>(1))};
     unsigned int mHandle = 0;
 };
 
