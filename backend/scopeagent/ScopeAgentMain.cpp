@@ -1,7 +1,8 @@
-// The entry point. Every path that returns ends with status 0: who needs to know why the agent ended reads
+// The entry point. Every path through it ends with status 0: who needs to know why the agent ended reads
 // the log.
 #include <new>
 
+#include "Assert.h"
 #include "Daemon.h"
 #include "Log.h"
 #include "ScopeAgentSystem.h"
@@ -14,22 +15,20 @@ constinit const char* spAgentName = "vrx-sca";
 
 int main(int argc, char** argv) {
     OsOpenStandardDescriptors();
-    const ZTCTraceScope lTrace(sFile);
-    Log(ZTLL_Notice, sFile, "Starting the ScopeAgent");
-    setLogFilePath("vrx-sca.log");
     try {
+        const ZTCTraceScope lTrace(sFile);
+        Log(ZTLL_Notice, sFile, "Starting the ScopeAgent");
+        setLogFilePath("vrx-sca.log");
         {
             const ZTCString lName(spAgentName);
             setSystemObject(new (std::nothrow) ZTCScopeAgentSystem(lName));
         }
         SystemMain(argc, argv);
+        Log(ZTLL_Highest, sFile, "ScopeAgent System exiting");
     } catch (const ZTCExitConditionEx&) {
         Log(ZTLL_Information, sFile, "Exit condition");
-        return 0;
     } catch (const ZTCException& lrException) {
         Log(ZTLL_Information, sFile, "Failed with error - %s, exiting abruptly", lrException.what());
-        return 0;
     }
-    Log(ZTLL_Highest, sFile, "ScopeAgent System exiting");
-    return 0;
+    leaveProcess(0);
 }

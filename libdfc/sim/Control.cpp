@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -19,7 +20,7 @@ constexpr size_t sMaxDatagram = 256 * 1024;  // more than a socket takes
 // The socket of this process, for an end without a close.
 char sBoundPath[sizeof sockaddr_un::sun_path] = "";
 
-__attribute__((destructor)) void removeSocket() {
+void removeSocket() {
     if (sBoundPath[0] != '\0') {
         unlink(sBoundPath);
         sBoundPath[0] = '\0';
@@ -72,6 +73,8 @@ int openSocket(const std::string& acrPath) {
         refuse(acrPath, lpReason);
     }
     memcpy(sBoundPath, lAddress.sun_path, sizeof sBoundPath);
+    static const int sAtExit = atexit(removeSocket) | at_quick_exit(removeSocket);
+    static_cast<void>(sAtExit);
     return lSocket;
 }
 

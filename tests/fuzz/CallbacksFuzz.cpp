@@ -1,11 +1,9 @@
-// Whatever a vendor library delivers can be read as the agent reads it.
+// What a vendor library delivers can be read as the agent reads it. The first byte says what it claims.
 #include <vector>
 
 #include "LibdfcCallbacks.h"
 #include "Log.h"
-
 volatile unsigned char gLast;
-
 static void readRscn(std::uint32_t, const void* apData, std::uint32_t aLength) {
     const auto* const lpData = static_cast<const unsigned char*>(apData);
     const unsigned int lRead = aLength >= 8 ? (256U * lpData[2] + lpData[3]) / 4 * 4 : aLength;
@@ -20,10 +18,12 @@ static void readGeneric(auto, auto, auto, auto, auto, const ZT_event* apEvent) {
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* apInput, std::size_t aSize) {
     [[maybe_unused]] static const bool sIsOpen = (discardLog(), LibdfcGate().open(), true);
     const std::vector<unsigned char> lPayload(apInput, apInput + aSize);
-    const ZT_event_descriptor lDescriptor{0, lPayload.empty() ? nullptr : lPayload.data()};
-    const ZT_event lEvent{1, static_cast<std::uint32_t>(ZT_EVENT_HEADER + aSize), &lDescriptor};
+    const auto lLength = static_cast<std::uint32_t>(aSize);
+    const std::uint32_t lClaims[] = {20 + lLength, 20 + lLength, 0, 19, 20, 65557, 0x80000000, 0xffffffff};
+    const ZT_event_descriptor lDescriptor{0, aSize % 5 == 1 ? nullptr : lPayload.data()};
+    const ZT_event lEvent{1, lClaims[aSize == 0 ? 0 : apInput[0] % 8], &lDescriptor};
     LibdfcWrap(ZT_generic_callback{readGeneric})(0, {}, 1, 32, nullptr, &lEvent);
-    LibdfcWrap(ZT_DFC_LINK, readLink)(0, lPayload.data(), static_cast<std::uint32_t>(aSize));
-    LibdfcWrap(ZT_DFC_RSCN, readRscn)(0, lPayload.data(), static_cast<std::uint32_t>(aSize));
+    LibdfcWrap(ZT_DFC_LINK, readLink)(0, lPayload.data(), lLength);
+    LibdfcWrap(ZT_DFC_RSCN, readRscn)(0, lPayload.data(), lLength);
     return 0;
 }

@@ -28,6 +28,12 @@ static const char* find(const char* word) {
     return lpWords == NULL ? NULL : strstr(lpWords, word);
 }
 
+__attribute__((destructor)) static void tell_of_destruction(void) {
+    if (find("exit-told")) {
+        fputs("destroyed\n", stderr);
+    }
+}
+
 static int init(void) {
     return find("init-fails") ? 7 : 0;
 }

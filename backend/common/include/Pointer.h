@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 #include "Assert.h"
@@ -25,8 +26,19 @@ enum ZTEPointerSizeType : unsigned char {
 };
 
 enum ZTEPointerMemoryType : unsigned char {
-    ZTPMT_New = 1,     ///< made with new or array new
-    ZTPMT_Malloc = 2,  ///< made with malloc
+    ZTPMT_New = 1,      ///< made with new or array new
+    ZTPMT_Malloc = 2,   ///< made with malloc
+    ZTPMT_Counted = 4,  ///< made by makePointer, in one piece with its counter
+};
+
+/// An object and its counter in one piece of memory.
+template <class T>
+struct ZTCCounted : ZTCReferenceCount {
+    template <class... Arguments>
+    explicit ZTCCounted(Arguments&&... arArguments)
+        : ZTCReferenceCount(1), mObject(std::forward<Arguments>(arArguments)...) {}
+
+    T mObject;
 };
 
 template <class T>
@@ -50,11 +62,23 @@ class ZTCPointer {
         mMemoryType = aMemoryType;
     }
 
+    /// Adopts a freshly made object with its counter. Throws ZTCNoMemoryEx when it is null.
+    explicit ZTCPointer(ZTCCounted<T>* apCounted) : mSizeType(ZTPST_Individual), mMemoryType(ZTPMT_Counted) {
+        if (apCounted == nullptr) {
+            throwNoMemory();
+        }
+        mPointer = &apCounted->mObject;
+        mReferenceCount = apCounted;
+    }
+
     ZTCPointer(const ZTCPointer& acrCopy) {
         ZT_ASSERT(0 != acrCopy.mPointer, 297, ZTPointerFile);
         ZT_ASSERT(0 != acrCopy.mReferenceCount, 298, ZTPointerFile);
         share(acrCopy);
     }
+
+    /// Takes over what the other one owns, if anything, and leaves that empty. Touches no count.
+    ZTCPointer(ZTCPointer&& arOther) noexcept { swap(arOther); }
 
     ZTCPointer& operator=(const ZTCPointer& acrCopy) {
         ZT_ASSERT(0 != acrCopy.mPointer, 337, ZTPointerFile);
@@ -130,6 +154,12 @@ class ZTCPointer {
     }
 
     void _releaseMemory() {
+        if constexpr (!std::is_abstract_v<T> && !std::is_const_v<T>) {
+            if (mMemoryType == ZTPMT_Counted) {
+                delete static_cast<ZTCCounted<T>*>(mReferenceCount);
+                return;
+            }
+        }
         delete mReferenceCount;
         mReferenceCount = nullptr;
         if (mMemoryType == ZTPMT_New) {
@@ -154,12 +184,20 @@ class ZTCPointer {
     ZTEPointerMemoryType mMemoryType{};
 };
 
-/// Allocates one T and hands it to a pointer: the idiom above in one call, where std::bad_alloc out of T's
-/// constructor becomes ZTCNoMemoryEx too.
+/// Allocates one T and hands it to a pointer: the idiom above in one call and one piece of memory, where
+/// std::bad_alloc out of T's constructor becomes ZTCNoMemoryEx too.
 template <class T, class... Arguments>
 ZTCPointer<T> makePointer(Arguments&&... arArguments) {
     return orNoMemory([&] {
-        return ZTCPointer<T>(new (std::nothrow) T(std::forward<Arguments>(arArguments)...), ZTPST_Individual,
-                             ZTPMT_New);
+        return ZTCPointer<T>(new (std::nothrow) ZTCCounted<T>(std::forward<Arguments>(arArguments)...));
+    });
+}
+
+/// The same, adopted as one of its bases, whose destructor is virtual.
+template <class Base, class Derived, class... Arguments>
+ZTCPointer<Base> makePointerAs(Arguments&&... arArguments) {
+    return orNoMemory([&] {
+        return ZTCPointer<Base>(new (std::nothrow) Derived(std::forward<Arguments>(arArguments)...),
+                                ZTPST_Individual, ZTPMT_New);
     });
 }

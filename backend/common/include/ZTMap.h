@@ -25,8 +25,14 @@ class ZTMap {
     bool contains(const Key& acrKey) const { return mMap.find(acrKey) != mMap.end(); }
 
     /// The key's value. Throws ZTCNotFoundEx when the key is absent.
-    const Value& get(const Key& acrKey) const { return find(mMap, acrKey, 168, __func__); }
-    Value& get(const Key& acrKey) { return find(mMap, acrKey, 181, __func__); }
+    const Value& get(const Key& acrKey) const { return valueOf(mMap, acrKey, 168, __func__); }
+    Value& get(const Key& acrKey) { return valueOf(mMap, acrKey, 181, __func__); }
+
+    /// The key's value, or null.
+    const Value* find(const Key& acrKey) const {
+        const auto lFound = mMap.find(acrKey);
+        return lFound != mMap.end() ? &lFound->second : nullptr;
+    }
 
     /// The pairs of key and value, in the order of the keys.
     auto begin() const { return mMap.begin(); }
@@ -37,7 +43,7 @@ class ZTMap {
 
   private:
     template <class Map>
-    static auto& find(Map& arMap, const Key& acrKey, unsigned int aLine, const char* apFunction) {
+    static auto& valueOf(Map& arMap, const Key& acrKey, unsigned int aLine, const char* apFunction) {
         const auto lFound = arMap.find(acrKey);
         if (lFound == arMap.end()) {
             PrintLogMessageWithTimeStamp(ZTLL_Information.mBit, ZTLL_Information.mpTag, aLine, apFunction,

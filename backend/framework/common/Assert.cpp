@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 
 #include "Log.h"
@@ -19,6 +20,11 @@ void failAssertion(const char* apText, unsigned int aLine, const char* apFunctio
         ztlog::put(ZTLL_Highest.mBit, ZTLL_Highest.mpTag, aLine, apFunction, apFile,
                    "Assertion [ %s ] failed\n", apText);
     }
+    leaveProcess(1);
+}
+
+void leaveProcess(int aStatus) noexcept {
     ztlog::finish();
-    quick_exit(1);
+    fflush(nullptr);
+    quick_exit(aStatus);
 }

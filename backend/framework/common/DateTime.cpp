@@ -3,28 +3,27 @@
 #include <ctime>
 
 #include "EncodableStream.h"
+#include "Log.h"
 
 namespace {
-
-constexpr std::uint32_t sNanosecondsPerSecond = 1000000000;
 
 [[noreturn]] void throwNotATime() {
     throw ZTCInvalidEx("Not a time of the form 2026-11-21T02:46:01.5Z", 6);
 }
 
 // The fraction behind the seconds, ".5" say, in nanoseconds. Moves the text behind it.
-std::uint32_t parseFraction(const char*& arpText) {
+std::uint32_t parseFraction(const char*& arpText, std::uint32_t aPerSecond) {
     if (*arpText != '.') {
         return 0;
     }
     ++arpText;
     std::uint32_t lNanoseconds = 0;
-    std::uint32_t lUnit = sNanosecondsPerSecond;
+    std::uint32_t lUnit = aPerSecond;
     for (; *arpText >= '0' && *arpText <= '9' && lUnit > 1; ++arpText) {
         lUnit /= 10;
         lNanoseconds += static_cast<std::uint32_t>(*arpText - '0') * lUnit;
     }
-    if (lUnit == sNanosecondsPerSecond) {
+    if (lUnit == aPerSecond) {
         throwNotATime();
     }
     return lNanoseconds;
@@ -34,10 +33,7 @@ std::uint32_t parseFraction(const char*& arpText) {
 
 void ZTCDateTime::__set(const char* apText) {
     if (ClibStrcmp(apText, ".") == 0) {
-        timespec lNow;
-        clock_gettime(CLOCK_REALTIME, &lNow);
-        mSeconds = static_cast<std::uint64_t>(lNow.tv_sec);
-        mNanoseconds = static_cast<std::uint32_t>(lNow.tv_nsec);
+        *this = ZTCDateTime(ztlog::now());
         return;
     }
     constexpr char lFormat[] = "%Y-%m-%dT%H:%M:%S";
@@ -47,7 +43,7 @@ void ZTCDateTime::__set(const char* apText) {
         throwNotATime();
     }
     const auto lLength = static_cast<std::size_t>(lpRest - apText);
-    const std::uint32_t lNanoseconds = parseFraction(lpRest);
+    const std::uint32_t lNanoseconds = parseFraction(lpRest, NanosecondsPerSecond);
     const time_t lSeconds = timegm(&lParts);
     // A day that does not exist, a leap second or a field of another width is printed otherwise than read.
     char lPrinted[sizeof "9999-12-31T23:59:59"];
@@ -72,7 +68,7 @@ unsigned char* ZTCDateTime::encode(unsigned char* apTo) const {
 void ZTCDateTime::decode(ZTCEncodableInStream& arStream) {
     const unsigned char* const lpBytes = arStream.take(EncodedSize);
     const auto lNanoseconds = ztwire::get<std::uint32_t>(lpBytes + 8);
-    if (lNanoseconds >= sNanosecondsPerSecond) {
+    if (lNanoseconds >= NanosecondsPerSecond) {
         throw ZTCInvalidEx("A time has a second's worth of nanoseconds or more", 6);
     }
     mSeconds = static_cast<std::uint64_t>(ztwire::get<std::uint32_t>(lpBytes)) << 32 |

@@ -1,5 +1,7 @@
 #include "Os.h"
 
+#include <malloc.h>
+
 #include <cerrno>
 
 #include "Exception.h"
@@ -64,6 +66,10 @@ int OsTimedWaitConditional(pthread_cond_t& arConditional, pthread_mutex_t& arMut
         throwErrno<ZTCTimeOutEx>("pthread_cond_timedwait", nullptr, lErrno);
     }
     return orThrow("pthread_cond_timedwait", lErrno);
+}
+
+void OsReleaseMemory() {
+    malloc_trim(0);
 }
 
 timespec OsDeadlineIn(unsigned int aSeconds) {

@@ -7,11 +7,11 @@ constinit std::atomic<unsigned int> sNextSlot{0};
 }  // namespace
 
 std::atomic<unsigned int>& ZTCCallbackGate::ownSlot() {
-    constinit static thread_local unsigned int tSlot = Slots;
-    if (tSlot == Slots) {
-        tSlot = sNextSlot.fetch_add(1, std::memory_order_relaxed) % Slots;
+    constinit static thread_local unsigned int sSlot = Slots;
+    if (sSlot == Slots) {
+        sSlot = sNextSlot.fetch_add(1, std::memory_order_relaxed) % Slots;
     }
-    return mSlots[tSlot].mInside;
+    return mSlots[sSlot].mInside;
 }
 
 unsigned int ZTCCallbackGate::countInside() const {

@@ -21,6 +21,9 @@ constexpr unsigned int sNotFound = 8;
 constexpr unsigned int sCallbackSeconds = 1;
 constexpr std::chrono::seconds sCloseTime{5};
 
+// Callbacks that did not return when they were waited for.
+constinit std::atomic<bool> sHaveStayed{false};
+
 // The functions of a provider, in their order.
 constexpr const char* sFunctions[] = {"init",          "number_of_adapters", "ztapi_supported",
                                       "adapter_info",  "ztapi_reg_event",    "ztapi_unreg_event",
@@ -56,9 +59,9 @@ ZTCLibdfcAbs::~ZTCLibdfcAbs() {
 
 void ZTCLibdfcAbs::refuse(const char* apReason) {
     Log(ZTLL_Error, sFile, "The vendor library %s is not used: %s", mFile.get(), apReason);
-    const ZTCNotFoundEx lRefusal(apReason, sNotFound);  // the reason may go with the library
+    const ZTCString lReason(apReason);  // which may go with the library
     LIBDFC_FreeLibrary();
-    throw lRefusal;
+    throw ZTCNotFoundEx(lReason.get(), sNotFound);
 }
 
 const ZT_libdfc_provider& ZTCLibdfcAbs::provider() const {
@@ -139,6 +142,7 @@ void ZTCLibdfcAbs::LIBDFC_Init() {
         snprintf(lReason, sizeof lReason, "its init failed with status %d", lStatus);
         refuse(lReason);
     }
+    sHaveStayed.store(false);
     LibdfcGate().open();
 }
 
@@ -199,21 +203,20 @@ unsigned int ZTCLibdfcAbs::LIBDFC_DfcUnregEvent(unsigned int aBoard, unsigned in
 void ZTCLibdfcAbs::LIBDFC_Close() {
     const ZTCTraceScope lTrace(sFile);
     waitForCallbacks();
-    // On a thread of its own: a library that hangs would keep the agent from ending.
+    // On a thread of its own, if there can be one: a library that hangs would keep the agent from ending.
     const auto lpClose = provider().close;
-    orNoMemory([&] {
+    std::future<void> lClosed;
+    try {
         std::packaged_task<void()> lTask(lpClose);
-        const std::future<void> lClosed = lTask.get_future();
-        try {
-            std::thread(std::move(lTask)).detach();
-        } catch (const std::system_error&) {
-            lpClose();
-            return;
-        }
-        if (lClosed.wait_for(sCloseTime) != std::future_status::ready) {
-            Log(ZTLL_Warning, sFile, "The vendor library's close does not return: going on without it");
-        }
-    });
+        lClosed = lTask.get_future();
+        std::thread(std::move(lTask)).detach();
+    } catch (const std::exception&) {
+        lpClose();
+        return;
+    }
+    if (lClosed.wait_for(sCloseTime) != std::future_status::ready) {
+        Log(ZTLL_Warning, sFile, "The vendor library's close does not return: going on without it");
+    }
 }
 
 void ZTCLibdfcAbs::LIBDFC_FreeLibrary() {
@@ -229,12 +232,12 @@ void ZTCLibdfcAbs::shutCallbacks() {
 
 void ZTCLibdfcAbs::waitForCallbacks() {
     LibdfcGate().shut();
+    if (sHaveStayed.load()) {
+        return;  // waited for in vain before
+    }
     if (const unsigned int lInside = LibdfcGate().waitUntilEmpty(sCallbackSeconds); lInside != 0) {
+        sHaveStayed.store(true);
         Log(ZTLL_Warning, sFile, "%u callbacks of the vendor library do not return: going on without them",
             lInside);
     }
-}
-
-unsigned int ZTCLibdfcAbs::takeDropped() {
-    return LibdfcTakeDropped();
 }

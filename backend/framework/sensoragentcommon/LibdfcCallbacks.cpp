@@ -1,11 +1,13 @@
 #include "LibdfcCallbacks.h"
 
 #include <iterator>
+#include <memory>
 
 #include "BigEndian.h"
 #include "ClibMemory.h"
+#include "Exception.h"
 #include "Log.h"
-#include "Pointer.h"
+#include "Rscn.h"
 
 namespace {
 
@@ -13,11 +15,9 @@ constexpr char sFile[] = "LibdfcCallbacks";
 
 // More payload than any event has: a record that claims more lies.
 constexpr unsigned int sMaxPayload = 65536;
-constexpr unsigned int sPageSize = 4;
-constexpr unsigned int sLeastRscn = 8;
-constexpr unsigned int sRscnLengthAt = 2;
 
-constinit std::atomic<unsigned int> sDropped{0};
+constinit std::atomic<unsigned int> sMalformed{0};
+constinit std::atomic<unsigned int> sFailed{0};
 constinit std::atomic<ZT_generic_callback> sGeneric{nullptr};
 
 // Lets a thread of the library in and has the work done, unless the gate is shut.
@@ -35,7 +35,7 @@ void letIn(const Work& acrWork) {
     } catch (...) {
         Log(ZTLL_Error, sFile, "An event is lost: unknown exception");
     }
-    sDropped.fetch_add(1, std::memory_order_relaxed);
+    sFailed.fetch_add(1, std::memory_order_relaxed);
 }
 
 bool isWhole(const ZT_event* apEvent) {
@@ -56,20 +56,24 @@ class RscnPayload {
   public:
     RscnPayload(unsigned int aBoard, const void* apData, unsigned int aLength)
         : mpBytes(static_cast<const unsigned char*>(apData)), mLength(apData == nullptr ? 0 : aLength) {
-        if (mLength < sLeastRscn) {
+        if (mLength < ZTRscnLeast) {
             return;
         }
-        const unsigned int lClaimed = ztwire::get<unsigned short>(mpBytes + sRscnLengthAt);
-        if (lClaimed / sPageSize <= mLength / sPageSize) {
+        const unsigned int lClaimed = ztwire::get<unsigned short>(mpBytes + ZTRscnLengthAt);
+        if (lClaimed / ZTRscnPageSize <= mLength / ZTRscnPageSize) {
             return;
         }
         Log(ZTLL_Warning, sFile,
             "An RSCN of board %u claims %u bytes and has %u: the pages that it has are taken", aBoard,
             lClaimed, mLength);
-        const auto lWhole = static_cast<unsigned short>(mLength / sPageSize * sPageSize);  // below lClaimed
-        mCopy = ZTCPointer<unsigned char>(new (std::nothrow) unsigned char[lWhole], ZTPST_Array, ZTPMT_New);
+        const auto lWhole =
+            static_cast<unsigned short>(mLength / ZTRscnPageSize * ZTRscnPageSize);  // below lClaimed
+        mCopy.reset(new (std::nothrow) unsigned char[lWhole]);
+        if (mCopy == nullptr) {
+            throwNoMemory();
+        }
         ClibMemcpy(mCopy.get(), mpBytes, lWhole);
-        ztwire::put(mCopy.get() + sRscnLengthAt, lWhole);
+        ztwire::put(mCopy.get() + ZTRscnLengthAt, lWhole);
         mpBytes = mCopy.get();
         mLength = lWhole;
     }
@@ -80,11 +84,11 @@ class RscnPayload {
   private:
     const unsigned char* mpBytes;
     unsigned int mLength;
-    ZTCPointer<unsigned char> mCopy;
+    std::unique_ptr<unsigned char[]> mCopy;
 };
 
 bool isRscn(unsigned int aCategory, unsigned int aSubcategory) {
-    return (aCategory & 0xff) == 1 && (aSubcategory & 0xff) == 32;
+    return (aCategory & 0xff) == ZTRscnCategory && (aSubcategory & 0xff) == ZTRscnSubcategory;
 }
 
 void genericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategory, std::uint32_t aSubcategory,
@@ -95,7 +99,7 @@ void genericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategor
                 "Event (%u, %u) of board %u is dropped: its record of %u bytes claims a payload that cannot "
                 "be",
                 aCategory, aSubcategory, aBoard, apEvent == nullptr ? 0 : apEvent->total_length);
-            sDropped.fetch_add(1, std::memory_order_relaxed);
+            sMalformed.fetch_add(1, std::memory_order_relaxed);
             return;
         }
         const ZT_generic_callback lpCallback = sGeneric.load();
@@ -174,6 +178,6 @@ ZT_dfc_callback LibdfcWrap(unsigned int aMask, ZT_dfc_callback apCallback) {
     throwInvalidValue();
 }
 
-unsigned int LibdfcTakeDropped() {
-    return sDropped.exchange(0);
+ZTSLibdfcLosses LibdfcTakeLosses() {
+    return {sMalformed.exchange(0), sFailed.exchange(0)};
 }

@@ -5,8 +5,9 @@
 #include "EncodableStream.h"
 
 ZTCScopeData::ZTCScopeData(const ZTCPointer<ZTCScopeEvent>& acrEvent, const unsigned char* apData,
-                           unsigned int aLength, unsigned int aCeiling)
-    : mEvent(acrEvent), mCeiling(aCeiling) {
+                           unsigned int aLength, unsigned int /*aCeiling*/)
+    : mCategory(static_cast<unsigned char>(acrEvent->getCategory())),
+      mSubcategory(static_cast<unsigned char>(acrEvent->getSubcategory())) {
     appendEventData(apData, aLength);
 }
 
@@ -22,8 +23,8 @@ ZTCScopeData::ZTCScopeData(const ZTCPointer<ZTCScopeEvent>& acrEvent, const unsi
 }
 
 ZTCScopeData::~ZTCScopeData() {
-    if (mpData != mInline) {
-        free(mpData);
+    if (!isInline()) {
+        free(mBytes.mpOutside);
     }
 }
 
@@ -37,18 +38,18 @@ void ZTCScopeData::appendEventData(const unsigned char* apData, unsigned int aLe
     }
     if (aLength > mRoom - mLength) {
         const unsigned int lRoom = std::max(mLength + aLength, std::min(mRoom, lMost / 2) * 2);
-        const bool lIsInline = mpData == mInline;
-        auto* const lpData = static_cast<unsigned char*>(realloc(lIsInline ? nullptr : mpData, lRoom));
+        void* const lpOld = isInline() ? nullptr : mBytes.mpOutside;
+        auto* const lpData = static_cast<unsigned char*>(realloc(lpOld, lRoom));
         if (lpData == nullptr) {
             throwNoMemory();
         }
-        if (lIsInline) {
-            ClibMemcpy(lpData, mInline, mLength);
+        if (isInline()) {
+            ClibMemcpy(lpData, mBytes.mInline, mLength);
         }
-        mpData = lpData;
+        mBytes.mpOutside = lpData;
         mRoom = lRoom;
     }
-    ClibMemcpy(mpData + mLength, apData, aLength);
+    ClibMemcpy(getEventData() + mLength, apData, aLength);
     mLength += aLength;
 }
 
@@ -57,13 +58,12 @@ void ZTCScopeData::encode(ZTCEncodableOutStream& arStream) const {
 }
 
 unsigned char* ZTCScopeData::encode(unsigned char* apTo) const {
-    const ZTCScopeEvent& lrEvent = *mEvent;
-    unsigned char* lpAt = ztwire::put(apTo, static_cast<unsigned char>(lrEvent.getCategory()));
-    lpAt = ztwire::put(lpAt, static_cast<unsigned char>(lrEvent.getSubcategory()));
+    unsigned char* lpAt = ztwire::put(apTo, mCategory);
+    lpAt = ztwire::put(lpAt, mSubcategory);
     lpAt = ztwire::put(lpAt, static_cast<unsigned char>(mHasNames ? 1 : 0));
     if (mHasNames) {
         lpAt = ztwire::put(lpAt, mNames, NamesSize);
     }
     lpAt = ztwire::put(lpAt, mLength);
-    return ztwire::put(lpAt, mpData, mLength);
+    return ztwire::put(lpAt, getEventData(), mLength);
 }

@@ -41,15 +41,19 @@ ZTCMutex& printLock() {
 
 }  // namespace
 
+ZTCWorldWideName::Text::Text(const unsigned char* apBinary) {
+    char* lpAt = mText;
+    for (unsigned int lByte = 0; lByte < Size; ++lByte) {
+        lpAt += ClibSprintf(lpAt, lByte == 0 ? "%02x" : ":%02x", apBinary[lByte]);
+    }
+}
+
 const ZTCString& ZTCWorldWideName::getStringForm() const {
     if (!mIsPrinted.load(std::memory_order_acquire)) {
-        char lText[3 * Size] = "";
-        for (unsigned int lAt = 0; mIsSet && lAt < Size; ++lAt) {
-            ClibSprintf(lText + (lAt == 0 ? 0 : 3 * lAt - 1), lAt == 0 ? "%02x" : ":%02x", mBinaryForm[lAt]);
-        }
+        const Text lText(mBinaryForm);
         const ZTCScopedLock lLock(printLock());
         if (!mIsPrinted.load(std::memory_order_relaxed)) {
-            mStringForm.emplace(lText);
+            mStringForm.emplace(mIsSet ? lText.get() : "");
             mIsPrinted.store(true, std::memory_order_release);
         }
     }

@@ -88,6 +88,10 @@ void setSystemObject(ZTCSystem* apSystem) {
     spSystem = apSystem;
 }
 
+ZTCSystem* getSystemObject() {
+    return spSystem;
+}
+
 int SystemMain(int argc, char** argv) {
     const ZTCTraceScope lTrace(sFile);
     ZT_ASSERT(0 != spSystem, __LINE__, sFile);

@@ -113,10 +113,12 @@ TEST(Libdfc, IsFoundByTheLoaderAndTellsItsAdapters) {
     const ZTCTestDirectory lCode;
     makeLibrary(lCode, "libdfc.so", 0644);
     const ZTCTestDirectory lDirectory;
-    ZTCTestAgent lAgent(lDirectory, {},
-                        {"ZT_LIBDFC=", "LD_LIBRARY_PATH=" + lCode.getPath(), "ZT_BAD=larger nameless"});
+    ZTCTestAgent lAgent(
+        lDirectory, {},
+        {"ZT_LIBDFC=", "LD_LIBRARY_PATH=" + lCode.getPath(), "ZT_BAD=larger nameless exit-told"});
     EXPECT_EQ(ZTCTestSensor(lDirectory).ask(stopOf(1)), successOf(1));
     lAgent.stop();
+    EXPECT_FALSE(contains(lAgent.getErr(), "destroyed"));  // its threads may still run
     std::size_t lAt = 0;
     for (const char* const lpRecord : {" initiator <20:00:00:25:b5:00:00:00, 10:00:00:25:b5:00:00:00>\n",
                                        " -W- LibdfcAbs", "does not tell the names of board 1: status 5\n",

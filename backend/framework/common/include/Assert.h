@@ -7,6 +7,10 @@
 [[noreturn]] void failAssertion(const char* apText, unsigned int aLine, const char* apFunction,
                                 const char* apFile) noexcept;
 
+/// Ends the process: writes what is pending in the log, and leaves by quick_exit, so that no static object,
+/// of ours or of a library, is destroyed under a thread that still uses it.
+[[noreturn]] void leaveProcess(int aStatus) noexcept;
+
 /// Asserts a condition whose record carries the condition's own text, a stated line and a file.
 #define ZT_ASSERT(condition, line, file) ZT_ASSERT_NAMED(condition, #condition, line, file)
 

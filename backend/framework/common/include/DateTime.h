@@ -12,6 +12,10 @@ class ZTCDateTime {
 
     /// 1970-01-01T00:00:00Z.
     ZTCDateTime() = default;
+    /// From nanoseconds since then.
+    explicit ZTCDateTime(std::uint64_t aNanoseconds)
+        : mSeconds(aNanoseconds / NanosecondsPerSecond),
+          mNanoseconds(static_cast<std::uint32_t>(aNanoseconds % NanosecondsPerSecond)) {}
 
     /// "." is now; else UTC as "2026-11-21T02:46:01Z", with up to nine digits of fraction behind the seconds
     /// if wanted. Other text is ZTCInvalidEx, the value unchanged.
@@ -29,6 +33,8 @@ class ZTCDateTime {
     void decode(ZTCEncodableInStream& arStream);
 
   private:
+    static constexpr std::uint32_t NanosecondsPerSecond = 1000000000;
+
     std::uint64_t mSeconds = 0;
     std::uint32_t mNanoseconds = 0;
 };

@@ -82,17 +82,21 @@ ZTCLogRecord& begin(std::size_t aSize);
 void publish();
 
 template <class... Arguments>
-void putArguments(const Site& acrSite, const Arguments&... acrArguments) {
-    begin(ZTCLogRecord::sizeWith(acrArguments...)).fill(acrSite, acrArguments...);
+std::uint64_t putArguments(const Site& acrSite, const Arguments&... acrArguments) {
+    ZTCLogRecord& lrRecord = begin(ZTCLogRecord::sizeWith(acrArguments...));
+    const std::uint64_t lStamp = lrRecord.mStamp;
+    lrRecord.fill(acrSite, acrArguments...);
     publish();
+    return lStamp;
 }
 
-/// Puts one record, whatever its level. Not inline: one function serves all calls with arguments of the same
-/// types.
+/// Puts one record, whatever its level, and returns its time. Not inline: one function serves all calls with
+/// arguments of the same types.
 template <class... Arguments>
-[[gnu::noinline]] void put(unsigned int aLevel, const char* apTag, unsigned int aLine, const char* apFunction,
-                           const char* apFile, const char* apFormat, Arguments... aArguments) {
-    putArguments({apTag, apFunction, apFile, apFormat, aLevel, aLine}, argument(aArguments)...);
+[[gnu::noinline]] std::uint64_t put(unsigned int aLevel, const char* apTag, unsigned int aLine,
+                                    const char* apFunction, const char* apFile, const char* apFormat,
+                                    Arguments... aArguments) {
+    return putArguments({apTag, apFunction, apFile, apFormat, aLevel, aLine}, argument(aArguments)...);
 }
 
 /// Before the process ends: writes what is pending (to standard error when no file was opened), but waits at
@@ -120,12 +124,31 @@ void PrintLogMessageWithTimeStamp(unsigned int aLevel, const char* apTag, unsign
     }
 }
 
+/// Whether records of the level are written: for arguments that cost something to make.
+inline bool isLogged(const ZTCLogLevel& acrLevel) {
+    return (ztlog::gCode.load(std::memory_order_relaxed) & acrLevel.mBit) != 0;
+}
+
 /// The same with the line and function of the call, for records whose line is not stated.
 template <class... Arguments>
 void Log(const ZTCLogLevel& acrLevel, const char* apFile,
          ZTCLogFormat<std::type_identity_t<Arguments>...> aFormat, Arguments... aArguments) {
     PrintLogMessageWithTimeStamp<Arguments...>(acrLevel.mBit, acrLevel.mpTag, aFormat.mLine,
                                                aFormat.mpFunction, apFile, aFormat, aArguments...);
+}
+
+/// Writes one record by another function and line than the call's (the format's), and returns its time in
+/// nanoseconds since 1970. One reading of the clock serves the caller and the log: when the level is masked,
+/// or the format is none, it is only read.
+template <class... Arguments>
+std::uint64_t LogAndTime(const ZTCLogLevel& acrLevel, const char* apFunction, const char* apFile,
+                         const ZTCLogFormat<std::type_identity_t<Arguments>...>& acrFormat,
+                         Arguments... aArguments) {
+    if (acrFormat.mpText == nullptr || !isLogged(acrLevel)) {
+        return ztlog::now();
+    }
+    return ztlog::put(acrLevel.mBit, acrLevel.mpTag, acrFormat.mLine, apFunction, apFile, acrFormat.mpText,
+                      aArguments...);
 }
 
 /// Traces a function: "Entered" when made, "Left" when it goes.

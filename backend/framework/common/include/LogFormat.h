@@ -110,6 +110,8 @@ inline void formatDoesNotFitItsArguments() {}
 template <class... Arguments>
 class ZTCLogFormat {
   public:
+    /// None: for a table in which not every row has one.
+    constexpr ZTCLogFormat() = default;
     consteval ZTCLogFormat(const char* apText, unsigned int aLine = __builtin_LINE(),
                            const char* apFunction = __builtin_FUNCTION())
         : mpText(apText), mpFunction(apFunction), mLine(aLine) {
@@ -118,7 +120,7 @@ class ZTCLogFormat {
         }
     }
 
-    const char* mpText;
-    const char* mpFunction;
-    unsigned int mLine;
+    const char* mpText = nullptr;
+    const char* mpFunction = nullptr;
+    unsigned int mLine = 0;
 };

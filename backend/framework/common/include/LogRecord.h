@@ -13,6 +13,9 @@ namespace ztlog {
 inline constexpr std::size_t MaxArguments = 8;
 inline constexpr std::uint32_t MaxArgumentText = 4096;  ///< bytes kept of one text
 
+/// Nanoseconds since 1970 by CLOCK_REALTIME.
+std::uint64_t now();
+
 /// Where a record comes from. All pointers are to text that lives as long as the process.
 struct Site {
     const char* mpTag;

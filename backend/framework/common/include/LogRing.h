@@ -71,8 +71,3 @@ class ZTCLogRing {
     alignas(64) std::atomic<std::uint64_t> mTail{0};
     alignas(64) unsigned char mBytes[Capacity]{};
 };
-
-namespace ztlog {
-/// Nanoseconds since 1970 by CLOCK_REALTIME.
-std::uint64_t now();
-}  // namespace ztlog

@@ -12,8 +12,9 @@
 /// one thread at a time, except shutCallbacks, which is any thread's.
 ///
 /// The file is the one that the environment variable ZT_LIBDFC names (an absolute path; "none": no library is
-/// to be used; empty counts as unset), else libdfc.so by the loader's rules. Code that somebody other than
-/// root or the caller could change is not used.
+/// to be used; empty counts as unset), else libdfc.so by the loader's rules. A file that somebody other than
+/// root or the caller could change is not used; one that only the loader can find is looked at when its
+/// initialisers have run.
 class ZTCLibdfcAbs {
   public:
     /// More adapters than this are not believed.
@@ -59,9 +60,6 @@ class ZTCLibdfcAbs {
     static void shutCallbacks();
     /// The same, and waits for those inside, at most 1 second.
     static void waitForCallbacks();
-
-    /// The callbacks dropped here since the last call: what they delivered was malformed, or they failed.
-    static unsigned int takeDropped();
 
   private:
     [[noreturn]] void refuse(const char* apReason);

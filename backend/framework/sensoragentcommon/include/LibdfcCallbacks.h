@@ -17,5 +17,11 @@ ZT_generic_callback LibdfcWrap(ZT_generic_callback apCallback);
 /// of zeros.
 ZT_dfc_callback LibdfcWrap(unsigned int aMask, ZT_dfc_callback apCallback);
 
-/// The events that ended here since the last call.
-unsigned int LibdfcTakeDropped();
+/// Events that ended here.
+struct ZTSLibdfcLosses {
+    unsigned int mMalformed;  ///< what was delivered cannot be
+    unsigned int mFailed;     ///< no memory, or an exception
+};
+
+/// Those since the last call.
+ZTSLibdfcLosses LibdfcTakeLosses();

@@ -2,15 +2,16 @@
 // that target's names. Used under the scope-data lock, or by one thread.
 #pragma once
 
-#include "Pointer.h"
 #include "ScopeEvent.h"
 #include "WorldWideName.h"
 
 class ZTCEncodableOutStream;
 
+/// Small, for there are many: the kind is held as its two bytes, and most blocks need no memory of their own.
 class ZTCScopeData {
   public:
-    /// Copies aLength bytes. aCeiling is the per-record data ceiling, in bytes. Throws ZTCNoMemoryEx.
+    /// Copies the kind and aLength bytes. aCeiling is the per-record data ceiling of now, in bytes; growth is
+    /// judged by the one of its own time. Throws ZTCNoMemoryEx.
     ZTCScopeData(const ZTCPointer<ZTCScopeEvent>& acrEvent, const unsigned char* apData, unsigned int aLength,
                  unsigned int aCeiling);
     /// The same with the target's node name and port name, whose bytes are copied.
@@ -21,15 +22,16 @@ class ZTCScopeData {
     ZTCScopeData(const ZTCScopeData&) = delete;
     ZTCScopeData& operator=(const ZTCScopeData&) = delete;
 
-    const ZTCScopeEvent& getEvent() const { return *mEvent; }
+    ZTCScopeEvent getEvent() const { return {mCategory, mSubcategory}; }
 
     /// The event data: getLength() bytes, which may be changed in place. Valid until the next append.
-    unsigned char* getEventData() { return mpData; }
+    unsigned char* getEventData() { return isInline() ? mBytes.mInline : mBytes.mpOutside; }
+    const unsigned char* getEventData() const { return isInline() ? mBytes.mInline : mBytes.mpOutside; }
     unsigned int getLength() const { return mLength; }
 
-    /// Whether the event data stays below the ceiling with aCount bytes more.
-    bool mayGrowBy(unsigned int aCount) const {
-        return static_cast<unsigned long>(mLength) + aCount < mCeiling;
+    /// Whether the event data stays below a ceiling with aCount bytes more.
+    bool mayGrowBy(unsigned int aCount, unsigned int aCeiling) const {
+        return static_cast<unsigned long>(mLength) + aCount < aCeiling;
     }
     /// Adds bytes to the event data. Throws ZTCNoMemoryEx, the data unchanged.
     void appendEventData(const unsigned char* apData, unsigned int aLength);
@@ -44,14 +46,18 @@ class ZTCScopeData {
   private:
     static constexpr unsigned int FixedSize = 1 + 1 + 1 + 4;
     static constexpr unsigned int NamesSize = 2 * ZTCWorldWideName::Size;
-    static constexpr unsigned int InlineRoom = 24;  ///< most blocks fit and need no memory of their own
+    static constexpr unsigned int InlineRoom = 32;
 
-    ZTCPointer<ZTCScopeEvent> mEvent;
-    unsigned char* mpData = mInline;
+    bool isInline() const { return mRoom == InlineRoom; }
+
+    union {
+        unsigned char mInline[InlineRoom];
+        unsigned char* mpOutside;  ///< when there is more room than that
+    } mBytes;
+    unsigned char mNames[NamesSize];
     unsigned int mLength = 0;
     unsigned int mRoom = InlineRoom;
-    unsigned int mCeiling;
+    unsigned char mCategory;
+    unsigned char mSubcategory;
     bool mHasNames = false;
-    unsigned char mNames[NamesSize];
-    unsigned char mInline[InlineRoom];
 };

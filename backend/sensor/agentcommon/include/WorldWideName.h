@@ -17,6 +17,16 @@ class ZTCWorldWideName {
   public:
     static constexpr unsigned int Size = 8;
 
+    /// The printed form of a name's Size bytes, of which no object need be made.
+    class Text {
+      public:
+        explicit Text(const unsigned char* apBinary);
+        const char* get() const { return mText; }
+
+      private:
+        char mText[3 * Size];
+    };
+
     /// All bytes zero, printed as "" until a form is set.
     ZTCWorldWideName() = default;
     /// From Size bytes, in Fibre Channel order.

@@ -4,6 +4,7 @@
 
 #include "AgentClient.h"
 #include "LibdfcAbs.h"
+#include "LibdfcCallbacks.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ class LibdfcAbs : public ::testing::Test {
         EXPECT_TRUE(waitUntil([&] { return askBad<unsigned long>("zt_bad_calls") > lCalls + 100; }));
         EXPECT_EQ(sGeneric + sLink, lDelivered);
         askBad<void>("zt_bad_join");
-        EXPECT_EQ(ZTCLibdfcAbs::takeDropped(), 0U);
+        EXPECT_EQ(LibdfcTakeLosses().mMalformed, 0U);
     }
 
     ZTCLibdfcAbs mLibrary;

@@ -42,7 +42,7 @@ TEST(ScopeDataTest, MayGrowWhileItStaysBelowTheCeiling) {
     const unsigned char lBytes[100]{};
     for (const auto& [lCeiling, lLength, lCount, lMay] : lTable) {
         const ZTCScopeData lData(event(), lBytes, lLength, lCeiling);
-        EXPECT_EQ(lData.mayGrowBy(lCount), lMay) << lCeiling << ", " << lLength << ", " << lCount;
+        EXPECT_EQ(lData.mayGrowBy(lCount, lCeiling), lMay) << lCeiling << ", " << lLength << ", " << lCount;
     }
 }
 
