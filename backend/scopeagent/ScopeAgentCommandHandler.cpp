@@ -34,6 +34,7 @@ void sReadAndProcessCommand(ZTCScopeAgentSystem& arSystem) {
         throw;
     }
     sOutputResponse(arSystem, lResponse);
+    arSystem.getScopeAgentProtocolHandler()->releaseFetchedData();
 }
 
 void sServe(ZTCScopeAgentSystem& arSystem, const ZTCScopeAgentCommandHandler& acrHandler) {

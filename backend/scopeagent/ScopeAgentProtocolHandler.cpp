@@ -1,5 +1,8 @@
 #include "ScopeAgentProtocolHandler.h"
 
+#include <algorithm>
+#include <cstdio>
+
 #include "EncodableStream.h"
 #include "ScopeAgentSystem.h"
 #include "ScopeAgentTarget.h"
@@ -9,6 +12,52 @@ namespace {
 constexpr char sFile[] = "ScopeAgentProtocolHandler";
 constexpr unsigned int sInitialResponseSize = 1024;
 constexpr unsigned int sShutDown = 19;
+constexpr unsigned int sLabelRoom = 128;
+constexpr unsigned int sManyRecords = 4096;
+
+// A registration's statuses that count as success beside 0.
+constexpr unsigned int sLeastTolerated = 5;
+constexpr unsigned int sMostTolerated = 7;
+
+constexpr std::uintptr_t sDfcArgument = 0xffff;
+
+// The events that are registered by mask. "Failed to register ..." and "Registered ..." name them
+// differently.
+struct DfcEventRow {
+    unsigned int mMask;
+    unsigned int mSize;
+    ZT_dfc_callback mpCallback;
+    const char* mpRegisteredName;
+    const char* mpFailedName;
+    ZTCLogLevel mFailureLevel;
+    bool mIsRequired;  ///< without it the collection is not started
+};
+constexpr DfcEventRow sDfcEvents[] = {
+    {ZT_DFC_RSCN, 1024, ZTCScopeAgentProtocolHandler::ScopeCb_DfcRscn, "RSCN", "RSCN", ZTLL_Error, true},
+    {ZT_DFC_TEMPERATURE, 0, ZTCScopeAgentProtocolHandler::ScopeCb_DfcTemp, "Temperature Event", "TEMPERATURE",
+     ZTLL_Warning, false},
+    {ZT_DFC_LINK, ZT_DFC_LINK_CONTEXT, ZTCScopeAgentProtocolHandler::ScopeCb_DfcLink, "LINK", "LINK",
+     ZTLL_Error, true},
+};
+
+constexpr bool areAllMasksThere() {
+    for (unsigned int lMask = 0; lMask < 256; ++lMask) {
+        const bool lIsThere = std::any_of(std::begin(sDfcEvents), std::end(sDfcEvents),
+                                          [=](const DfcEventRow& acrRow) { return acrRow.mMask == lMask; });
+        if (lIsThere != isMaskOfAKind(lMask)) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(areAllMasksThere(), "one row a kind that is registered by a mask");
+
+const char* sNode(const ZTCScopeAgentInitiator& acrInitiator) {
+    return acrInitiator.getNodeName()->getStringForm().get();
+}
+const char* sPort(const ZTCScopeAgentInitiator& acrInitiator) {
+    return acrInitiator.getPortName()->getStringForm().get();
+}
 
 // A command, read from its first byte.
 class CommandStream : private ZTCBufferStream, public ZTCEncodableInStream {
@@ -72,23 +121,157 @@ void ZTCScopeAgentProtocolHandler::handleStartScopeCommand(const Buffer& acrComm
     const auto lType = lStream.read<unsigned char>();
     ZT_ASSERT(lType == ZTSSCAC_StartScope, __LINE__, sFile);
     mpScopeAgentSystem->setDataCeiling(lStream.read<unsigned int>());
+    for (const auto& [lBoard, lInitiator] : mpScopeAgentSystem->getInitiators()) {
+        for (const auto& lrEvent : mpScopeAgentSystem->getEventCatalogue()->getEventList()) {
+            if (!registerEvent(*lInitiator, lrEvent)) {
+                createFailedResponse(ZTSSCAE_RegistrationFailed, arResponse);
+                return;
+            }
+        }
+    }
     createSuccessResponse(arResponse);
+}
+
+bool ZTCScopeAgentProtocolHandler::registerEvent(ZTCScopeAgentInitiator& arInitiator,
+                                                 const ZTCPointer<ZTCScopeEvent>& acrEvent) {
+    return acrEvent->getCategory() != 0 ? registerGenericEvent(arInitiator, acrEvent)
+                                        : registerDfcEvent(arInitiator, acrEvent);
+}
+
+bool ZTCScopeAgentProtocolHandler::registerGenericEvent(ZTCScopeAgentInitiator& arInitiator,
+                                                        const ZTCPointer<ZTCScopeEvent>& acrEvent) {
+    unsigned int lHandle = 0;
+    const unsigned int lStatus = mpScopeAgentSystem->getLibdfc()->LIBDFC_ZtapiRegEvent(
+        arInitiator.getBoard(), arInitiator.getPortName(), acrEvent, mpScopeAgentSystem, &lHandle,
+        ScopeCb_Generic);
+    if (lStatus != 0 && (lStatus < sLeastTolerated || lStatus > sMostTolerated)) {
+        Log(ZTLL_Error, sFile, "Failed to register event (%u, %u) for Initiator <%s, %s> - Error %u",
+            acrEvent->getCategory(), acrEvent->getSubcategory(), sNode(arInitiator), sPort(arInitiator),
+            lStatus);
+        return false;
+    }
+    Log(ZTLL_Notice, sFile, "Registered event (%u, %u) for Initiator <%s, %s>", acrEvent->getCategory(),
+        acrEvent->getSubcategory(), sNode(arInitiator), sPort(arInitiator));
+    arInitiator.addRegEvent(acrEvent, lHandle);
+    return true;
+}
+
+bool ZTCScopeAgentProtocolHandler::registerDfcEvent(ZTCScopeAgentInitiator& arInitiator,
+                                                    const ZTCPointer<ZTCScopeEvent>& acrEvent) {
+    const auto* const lpRow =
+        std::find_if(std::begin(sDfcEvents), std::end(sDfcEvents),
+                     [&](const auto& acrRow) { return acrRow.mMask == acrEvent->getSubcategory(); });
+    if (lpRow == std::end(sDfcEvents)) {
+        Log(ZTLL_Trace, sFile, "Ignore other events for now");
+        return true;
+    }
+    const unsigned int lHandle = mpScopeAgentSystem->getLibdfc()->LIBDFC_DfcRegEvent(
+        arInitiator.getBoard(), lpRow->mMask, sDfcArgument, lpRow->mSize, lpRow->mpCallback);
+    if (lHandle == 0) {
+        constexpr unsigned int lStatus = 0;  // the library gives none, and the message has its place for one
+        Log(lpRow->mFailureLevel, sFile, "Failed to register %s for Initiator <%s, %s> - Error %u",
+            lpRow->mpFailedName, sNode(arInitiator), sPort(arInitiator), lStatus);
+        return !lpRow->mIsRequired;
+    }
+    Log(ZTLL_Notice, sFile, "Registered %s for Initiator <%s, %s>", lpRow->mpRegisteredName,
+        sNode(arInitiator), sPort(arInitiator));
+    arInitiator.addRegEvent(acrEvent, lHandle);
+    return true;
 }
 
 void ZTCScopeAgentProtocolHandler::handleGetScopeDataCommand(const Buffer& acrCommand, Buffer& arResponse) {
     const ZTCTraceScope lTrace(sFile);
     const auto lType = CommandStream(acrCommand).read<unsigned char>();
     ZT_ASSERT(lType == ZTSSCAC_GetScopeData, __LINE__, sFile);
-    constexpr unsigned int lRecordLists = 0;  // one an adapter, and no adapters are known yet
+    ZTCScopeAgentSystem& lrSystem = *mpScopeAgentSystem;
     ZTCBufferExpOutStream lStream(sInitialResponseSize);
-    lStream << static_cast<unsigned char>(ZTSSCAR_ScopeData) << lRecordLists;
+    lStream << static_cast<unsigned char>(ZTSSCAR_ScopeData) << lrSystem.getRecordListCount();
+    releaseFetchedData();
+    mFetched = lrSystem.makeRecordLists();
+    {
+        const ZTCScopedLock lLock(lrSystem.getScopeDataLock());
+        lrSystem.clearPrevScopeData();
+        lrSystem.resetRecordLists(mFetched);
+    }
+    lrSystem.reportLosses();
+    try {
+        encodeFetchedData(lStream);
+    } catch (const ZTCException&) {
+        // They are gone, as if the sensor had not read them.
+        for (const auto& [lBoard, lList] : mFetched) {
+            lrSystem.getLosses().count(ZTSAL_NoMemory, lList->getOccurrences());
+        }
+        releaseFetchedData();
+        throw;
+    }
     arResponse = lStream.getBuffer();
-    Log(ZTLL_Notice, sFile, "Wrote total <%u> Scope Events", 0U);
+}
+
+void ZTCScopeAgentProtocolHandler::encodeFetchedData(ZTCEncodableOutStream& arStream) {
+    unsigned int lTotal = 0;
+    for (const auto& [lBoard, lList] : mFetched) {
+        const auto* const lpInitiator = mpScopeAgentSystem->getInitiators().find(lList->getBoard());
+        if (lpInitiator == nullptr) {
+            Log(ZTLL_Error, sFile, "Bad boardid %d detected during handle GetScopeDataCommand command",
+                lList->getBoard());
+            mpScopeAgentSystem->getLosses().count(ZTSAL_UnknownBoard, lList->getOccurrences());
+            lList->clear();
+            continue;
+        }
+        char lLabel[sLabelRoom];
+        snprintf(lLabel, sizeof lLabel, "%s.%s", sNode(**lpInitiator), sPort(**lpInitiator));
+        arStream << ZTCString(lLabel);
+        const unsigned int lCount = lList->getRecordCount();
+        lTotal += lCount;
+        lList->encode(arStream);
+        Log(ZTLL_Notice, sFile, "Wrote <%u> Scope records from record-list", lCount);
+    }
+    Log(ZTLL_Notice, sFile, "Wrote total <%u> Scope Events", lTotal);
+}
+
+void ZTCScopeAgentProtocolHandler::releaseFetchedData() {
+    unsigned int lTotal = 0;
+    for (const auto& [lBoard, lList] : mFetched) {
+        lTotal += lList->getRecordCount();
+    }
+    mFetched.clear();
+    if (lTotal > sManyRecords) {
+        OsReleaseMemory();
+    }
 }
 
 void ZTCScopeAgentProtocolHandler::handleStopCommand(const Buffer& /*acrCommand*/, Buffer& arResponse) {
     const ZTCTraceScope lTrace(sFile);
+    const ZTCScopeAgentEventCatalogue& lrCatalogue = *mpScopeAgentSystem->getEventCatalogue();
+    for (const auto& [lBoard, lInitiator] : mpScopeAgentSystem->getInitiators()) {
+        for (const auto& [lKeyform, lHandle] : lInitiator->getRegisteredEvents()) {
+            const auto* const lpEvent = lrCatalogue.getEvents().find(lKeyform);
+            if (lpEvent == nullptr) {
+                Log(ZTLL_Error, sFile, "Bad event keyform %d has beed detected in map of registered events",
+                    int{lKeyform});
+                continue;
+            }
+            unregisterEvent(*lInitiator, **lpEvent, lHandle);
+        }
+        lInitiator->clearRegEvents();
+    }
     createSuccessResponse(arResponse);
+}
+
+void ZTCScopeAgentProtocolHandler::unregisterEvent(const ZTCScopeAgentInitiator& acrInitiator,
+                                                   const ZTCScopeEvent& acrEvent, unsigned int aHandle) {
+    const ZTCLibdfcAbs& lrLibdfc = *mpScopeAgentSystem->getLibdfc();
+    if (acrEvent.getCategory() == 0) {
+        lrLibdfc.LIBDFC_DfcUnregEvent(acrInitiator.getBoard(), aHandle);
+        return;
+    }
+    const unsigned int lStatus =
+        lrLibdfc.LIBDFC_ZtapiUnregEvent(acrInitiator.getBoard(), acrInitiator.getPortName(), aHandle);
+    if (lStatus != 0) {
+        Log(ZTLL_Warning, sFile, "Failed to Unregister event (%u, %u) for Initiator <%s, %s> - Error %u",
+            acrEvent.getCategory(), acrEvent.getSubcategory(), sNode(acrInitiator), sPort(acrInitiator),
+            lStatus);
+    }
 }
 
 void ZTCScopeAgentProtocolHandler::handleRegisterTargetsCommand(const Buffer& acrCommand,

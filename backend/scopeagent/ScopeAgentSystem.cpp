@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "Clib.h"
+#include "LibdfcCallbacks.h"
 #include "NamedPipeReaderServer.h"
 #include "NamedPipeWriterServer.h"
 #include "ScopeAgentCommandHandler.h"
@@ -78,13 +79,18 @@ void sDestroyServer(ZTCIdTable<Interface>& arTable) {
     lpServer->destroy(0);
 }
 
-// An object adopted as one of its bases.
-template <class Base, class Derived, class... Arguments>
-ZTCPointer<Base> sMakeAs(Arguments&&... arArguments) {
-    return orNoMemory([&] {
-        return ZTCPointer<Base>(new (std::nothrow) Derived(std::forward<Arguments>(arArguments)...),
-                                ZTPST_Individual, ZTPMT_New);
-    });
+// The 8 bytes of a name as a key.
+std::uint64_t sKeyOf(const unsigned char* apName) {
+    std::uint64_t lKey = 0;
+    static_assert(sizeof lKey == ZTCWorldWideName::Size);
+    ClibMemcpy(&lKey, apName, sizeof lKey);
+    return lKey;
+}
+
+template <class Map, class Key>
+const ZTCScopeAgentTarget* sFindIn(const Map& acrMap, const Key& acrKey) {
+    const auto* const lpFound = acrMap.find(acrKey);
+    return lpFound != nullptr ? lpFound->get() : nullptr;
 }
 
 }  // namespace
@@ -147,6 +153,8 @@ void ZTCScopeAgentSystem::initOutputIpc() {
 void ZTCScopeAgentSystem::initScopeAgentHandlers() {
     Log(ZTLL_Trace, sFile, "Creating ScopeAgent Protocol Handler...");
     mProtocolHandler = makePointer<ZTCScopeAgentProtocolHandler>(this);
+    Log(ZTLL_Trace, sFile, "Creating Scope Event Catalogue...");
+    mEventCatalogue = makePointer<ZTCScopeAgentEventCatalogue>();
 }
 
 void ZTCScopeAgentSystem::initThreadComponents() {
@@ -160,18 +168,20 @@ void ZTCScopeAgentSystem::initHeartbeatHandler() {
     unsigned int lTimeout = 0;
     getHbTimeout(lTimeout);
     Log(ZTLL_Notice, sFile, "Creating the Heartbeat Handler Thread object...Timeout = %u", lTimeout);
-    mThreadComponents.append(sMakeAs<ZTCThreadComponent, ZTCScopeAgentHeartbeatHandler>(this, lTimeout));
+    mThreadComponents.append(
+        makePointerAs<ZTCThreadComponent, ZTCScopeAgentHeartbeatHandler>(this, lTimeout));
 }
 
 void ZTCScopeAgentSystem::initCommandHandler() {
     Log(ZTLL_Information, sFile, "Creating Command Handler Thread object...");
     mThreadComponents.append(
-        sMakeAs<ZTCThreadComponent, ZTCScopeAgentCommandHandler>(this, sCommandWaitSeconds));
+        makePointerAs<ZTCThreadComponent, ZTCScopeAgentCommandHandler>(this, sCommandWaitSeconds));
 }
 
 void ZTCScopeAgentSystem::destroy() {
     const ZTCTraceScope lTrace(sFile);
     ZTCLibdfcAbs::waitForCallbacks();
+    reportLosses();
     destroyCommandIpc();
     destroyOutputIpc();
     Log(ZTLL_Trace, sFile, "Performing common system data destruction");
@@ -218,9 +228,9 @@ void ZTCScopeAgentSystem::initLibdfc() {
         Log(ZTLL_Notice, sFile, "Discovered VRX initiator <%s, %s>", lNode->getStringForm().get(),
             lPort->getStringForm().get());
         mInitiators.insert(lBoard, makePointer<ZTCScopeAgentInitiator>(lBoard, lNode, lPort));
+        const ZTCScopedLock lLock(*mScopeDataLock);
+        mRecordLists.insert(lBoard, makePointer<ZTCScopeAgentRecordList>(lBoard, this));
     }
-    const ZTCScopedLock lLock(*mScopeDataLock);
-    addRecordLists(lCount);
 }
 
 void ZTCScopeAgentSystem::refuseLibdfc(const char* apReason) {
@@ -234,16 +244,6 @@ void ZTCScopeAgentSystem::closeLibdfc() {
     const ZTCTraceScope lTrace(sFile);
     mLibdfc->LIBDFC_Close();
     mLibdfc->LIBDFC_FreeLibrary();
-}
-
-void ZTCScopeAgentSystem::resetRecordLists() {
-    addRecordLists(mLibdfc->LIBDFC_GetNumberOfAdapters());
-}
-
-void ZTCScopeAgentSystem::addRecordLists(unsigned int aCount) {
-    for (unsigned int lBoard = 0; lBoard < aCount; ++lBoard) {
-        mRecordLists.insert(lBoard, makePointer<ZTCScopeAgentRecordList>(lBoard, this));
-    }
 }
 
 void ZTCScopeAgentSystem::makeThreadsToExit() {
@@ -268,9 +268,7 @@ void ZTCScopeAgentSystem::addFcTarget(const ZTCPointer<ZTCScopeAgentTarget>& acr
 void ZTCScopeAgentSystem::addWwpnTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget) {
     const ZTCTraceScope lTrace(sFile);
     const ZTCScopeAgentTarget& lrTarget = *acrTarget;
-    std::uint64_t lKey = 0;
-    static_assert(sizeof lKey == ZTCWorldWideName::Size);
-    ClibMemcpy(&lKey, lrTarget.getPortName()->getBinaryForm(), sizeof lKey);
+    const std::uint64_t lKey = sKeyOf(lrTarget.getPortName()->getBinaryForm());
     {
         const ZTCScopedLock lLock(*mScopeDataLock);
         if (mWwpnTargets.contains(lKey)) {
@@ -281,6 +279,97 @@ void ZTCScopeAgentSystem::addWwpnTarget(const ZTCPointer<ZTCScopeAgentTarget>& a
     Log(ZTLL_Notice, sFile, "Added Target <%s, %s, %u> to Wwpn Target Map",
         lrTarget.getNodeName()->getStringForm().get(), lrTarget.getPortName()->getStringForm().get(),
         lrTarget.getFcAddress());
+}
+
+const ZTCScopeAgentTarget* ZTCScopeAgentSystem::findTargetByName(const unsigned char* apName) const {
+    return sFindIn(mWwpnTargets, sKeyOf(apName));
+}
+
+const ZTCScopeAgentTarget* ZTCScopeAgentSystem::findTargetByPortId(unsigned int aPortId) const {
+    return sFindIn(mFcTargets, aPortId);
+}
+
+void ZTCScopeAgentSystem::reportLosses() {
+    const ZTSLibdfcLosses lAtBoundary = LibdfcTakeLosses();
+    mLosses.count(ZTSAL_Malformed, lAtBoundary.mMalformed);
+    mLosses.count(ZTSAL_NoMemory, lAtBoundary.mFailed);
+    mLosses.report();
+}
+
+bool ZTCScopeAgentSystem::isTotalLimitOnScopeDataReached() const {
+    const unsigned int lSize = mTotalScopeDataSize.load(std::memory_order_relaxed);
+    if (lSize < TotalDataLimit) {
+        return false;
+    }
+    Log(ZTLL_Notice, sFile, "Current size = %u", lSize);
+    return true;
+}
+
+void ZTCScopeAgentSystem::addToTotal(unsigned int aSize) {
+    // Under the lock, so nothing comes between; who reads without it sees one size or the other.
+    mTotalScopeDataSize.store(mTotalScopeDataSize.load(std::memory_order_relaxed) + aSize,
+                              std::memory_order_relaxed);
+}
+
+unsigned int ZTCScopeAgentSystem::getRecordListCount() {
+    const ZTCScopedLock lLock(*mScopeDataLock);
+    return mRecordLists.size();
+}
+
+ZTCScopeAgentRecordLists ZTCScopeAgentSystem::makeRecordLists() {
+    ZTCScopeAgentRecordLists lLists;
+    const unsigned int lCount = mLibdfc->LIBDFC_GetNumberOfAdapters();
+    for (unsigned int lBoard = 0; lBoard < lCount; ++lBoard) {
+        lLists.insert(lBoard, makePointer<ZTCScopeAgentRecordList>(lBoard, this));
+    }
+    return lLists;
+}
+
+void ZTCScopeAgentSystem::resetRecordLists(ZTCScopeAgentRecordLists& arLists) {
+    mRecordLists.swap(arLists);
+    mTotalScopeDataSize.store(0, std::memory_order_relaxed);
+}
+
+void ZTCScopeAgentSystem::incrementPrevRecord(std::uint64_t aTime) {
+    mPrevRecord->incrementOccurrences(aTime);
+}
+
+void ZTCScopeAgentSystem::appendToPrevScopeData(const unsigned char* apBytes, unsigned int aCount,
+                                                std::uint64_t aTime) {
+    getPrevScopeData().appendEventData(apBytes, aCount);
+    incrementPrevRecord(aTime);
+    addToTotal(aCount);
+}
+
+void ZTCScopeAgentSystem::setPrevScopeData(unsigned int aBoard, ZTCPointer<ZTCScopeData> aData,
+                                           std::uint64_t aTime) {
+    const ZTCTraceScope lTrace(sFile);
+    const std::uint64_t lKey = prevKeyOf(aData->getEvent(), aBoard);
+    const unsigned int lSize = aData->getSize();
+    ZTCPointer<ZTCScopeAgentRecord> lRecord(makePointer<ZTCScopeAgentRecord>(std::move(aData), aTime));
+    filePrevRecord();
+    mPrevRecord.swap(lRecord);
+    mPrevKey = lKey;
+    addToTotal(lSize);
+}
+
+void ZTCScopeAgentSystem::clearPrevScopeData() {
+    const ZTCTraceScope lTrace(sFile);
+    filePrevRecord();
+}
+
+void ZTCScopeAgentSystem::filePrevRecord() {
+    if (mPrevKey == NoPrevKey) {
+        return;
+    }
+    const auto* const lpList = mRecordLists.find(static_cast<unsigned int>(mPrevKey >> 16));
+    if (lpList != nullptr) {
+        (*lpList)->addRecord(std::move(mPrevRecord));
+    } else {
+        // The library told of fewer adapters at the last fetch than at the start.
+        mLosses.count(ZTSAL_UnknownBoard, mPrevRecord->getOccurrences());
+    }
+    mPrevKey = NoPrevKey;
 }
 
 void ZTCScopeAgentSystem::setCmdLineArgDescs() {

@@ -5,7 +5,9 @@
 
 #include "LibdfcAbs.h"
 #include "Mutex.h"
+#include "ScopeAgentEventCatalogue.h"
 #include "ScopeAgentInitiator.h"
+#include "ScopeAgentLosses.h"
 #include "ScopeAgentProtocolHandler.h"
 #include "ScopeAgentRecordList.h"
 #include "ScopeAgentTarget.h"
@@ -40,12 +42,10 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     /// ZTCExitConditionEx, the library closed, when the agent is not to run: no library, no adapters, or a
     /// driver without the events that are registered by category.
     void initLibdfc();
+    /// Makes the protocol handler and the event catalogue.
+    void initScopeAgentHandlers();
     /// The shutdown command's: destroy() does not close the library.
     void closeLibdfc();
-    /// Makes a new record list for every adapter that the vendor library tells of now; there are none before
-    /// it.
-    void resetRecordLists() ZT_REQUIRES(*mScopeDataLock);
-
     /// Adds a target, unless there is one by its address, or by its port name. Any thread.
     void addFcTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget);
     void addWwpnTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget);
@@ -54,10 +54,10 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     const ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentInitiator>>& getInitiators() const {
         return mInitiators;
     }
-    ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentRecordList>>& getRecordLists() ZT_REQUIRES(*mScopeDataLock) {
-        return mRecordLists;
-    }
+    /// Boards are counted from 0.
+    bool isKnownBoard(unsigned int aBoard) const { return aBoard < mInitiators.size(); }
     const ZTCPointer<ZTCLibdfcAbs>& getLibdfc() const { return mLibdfc; }
+    const ZTCPointer<ZTCScopeAgentEventCatalogue>& getEventCatalogue() const { return mEventCatalogue; }
     ZTCPointer<ZTCScopeAgentProtocolHandler>& getScopeAgentProtocolHandler() { return mProtocolHandler; }
     const ZTCString& getCommandPipePath() const { return mCommandPipePath; }
     const ZTCString& getOutputPipePath() const { return mOutputPipePath; }
@@ -66,28 +66,81 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     unsigned int getDataCeiling() const { return mDataCeiling.load(std::memory_order_relaxed); }
     void setDataCeiling(unsigned int aCeiling) { mDataCeiling.store(aCeiling, std::memory_order_relaxed); }
 
+    ZTCScopeAgentLosses& getLosses() { return mLosses; }
+    /// Logs what was lost since the last call, if anything.
+    void reportLosses();
+
+    /// Whether all collected data has reached the limit; tells its size then. Any thread: a soft bound, which
+    /// may be passed by one event a thread.
+    bool isTotalLimitOnScopeDataReached() const;
+
+    // The collection. At most one record is held back outside its list, so that a repeat can still be folded
+    // into it. Times are in nanoseconds since 1970.
+
+    ZTCMutex& getScopeDataLock() const ZT_RETURN_CAPABILITY(*mScopeDataLock) { return *mScopeDataLock; }
+
+    /// The number of record lists, one an adapter.
+    unsigned int getRecordListCount() ZT_EXCLUDES(*mScopeDataLock);
+    /// An empty list for every adapter that the vendor library tells of now. Throws ZTCNoMemoryEx.
+    ZTCScopeAgentRecordLists makeRecordLists();
+    /// Begins anew with these lists: the caller gets the old ones, and the size of the collected data is 0.
+    void resetRecordLists(ZTCScopeAgentRecordLists& arLists) ZT_REQUIRES(*mScopeDataLock);
+
+    /// Whether no record is held back, or one of another kind or board.
+    bool isNewEvent(const ZTCScopeEvent& acrEvent, unsigned int aBoard) const ZT_REQUIRES(*mScopeDataLock) {
+        return mPrevKey != prevKeyOf(acrEvent, aBoard);
+    }
+    /// The data of the record that is held back.
+    ZTCScopeData& getPrevScopeData() ZT_REQUIRES(*mScopeDataLock) { return *mPrevRecord->getScopeData(); }
+    /// Counts a repeat on the record that is held back.
+    void incrementPrevRecord(std::uint64_t aTime) ZT_REQUIRES(*mScopeDataLock);
+    /// The same with bytes of its own. Throws ZTCNoMemoryEx, nothing changed.
+    void appendToPrevScopeData(const unsigned char* apBytes, unsigned int aCount, std::uint64_t aTime)
+        ZT_REQUIRES(*mScopeDataLock);
+    /// Files the record that was held back, and holds back a new one. Throws ZTCNoMemoryEx, the event lost.
+    void setPrevScopeData(unsigned int aBoard, ZTCPointer<ZTCScopeData> aData, std::uint64_t aTime)
+        ZT_REQUIRES(*mScopeDataLock);
+    /// Files the record that is held back. Throws ZTCNoMemoryEx, nothing changed.
+    void clearPrevScopeData() ZT_REQUIRES(*mScopeDataLock);
+
+    /// The target of a port name's 8 bytes, or of a port id; null when none is registered.
+    const ZTCScopeAgentTarget* findTargetByName(const unsigned char* apName) const
+        ZT_REQUIRES(*mScopeDataLock);
+    const ZTCScopeAgentTarget* findTargetByPortId(unsigned int aPortId) const ZT_REQUIRES(*mScopeDataLock);
+
   private:
     template <class Key>
     using TargetMap = ZTMap<Key, ZTCPointer<ZTCScopeAgentTarget>>;
 
     [[noreturn]] void refuseLibdfc(const char* apReason);
-    void addRecordLists(unsigned int aCount) ZT_REQUIRES(*mScopeDataLock);
     void initConditionals();
     void initCommandIpc();
     void initOutputIpc();
-    void initScopeAgentHandlers();
     void initThreadComponents();
     void initHeartbeatHandler();
     void initCommandHandler();
     void destroyCommandIpc();
     void destroyOutputIpc();
 
+    /// The board and the kind of the record that is held back, in one.
+    static constexpr std::uint64_t NoPrevKey = ~std::uint64_t{0};
+    static std::uint64_t prevKeyOf(const ZTCScopeEvent& acrEvent, unsigned int aBoard) {
+        return std::uint64_t{aBoard} << 16 | acrEvent.getKeyform();
+    }
+    void filePrevRecord() ZT_REQUIRES(*mScopeDataLock);
+    void addToTotal(unsigned int aSize) ZT_REQUIRES(*mScopeDataLock);
+
     std::atomic<unsigned int> mDataCeiling{0};
+    std::atomic<unsigned int> mTotalScopeDataSize{0};  ///< changed under the scope-data lock
+    ZTCScopeAgentLosses mLosses;
     ZTCPointer<ZTCLibdfcAbs> mLibdfc;
     ZTCPointer<ZTCScopeAgentProtocolHandler> mProtocolHandler;
+    ZTCPointer<ZTCScopeAgentEventCatalogue> mEventCatalogue;
     ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentInitiator>> mInitiators;
     ZTCPointer<ZTCMutex> mScopeDataLock;
-    ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentRecordList>> mRecordLists ZT_GUARDED_BY(*mScopeDataLock);
+    ZTCScopeAgentRecordLists mRecordLists ZT_GUARDED_BY(*mScopeDataLock);
+    std::uint64_t mPrevKey ZT_GUARDED_BY(*mScopeDataLock) = NoPrevKey;
+    ZTCPointer<ZTCScopeAgentRecord> mPrevRecord ZT_GUARDED_BY(*mScopeDataLock);
     TargetMap<unsigned int> mFcTargets ZT_GUARDED_BY(*mScopeDataLock);     ///< by Fibre Channel address
     TargetMap<std::uint64_t> mWwpnTargets ZT_GUARDED_BY(*mScopeDataLock);  ///< by the port name's 8 bytes
     ZTCString mCommandPipePath{""};

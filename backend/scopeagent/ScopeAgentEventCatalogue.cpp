@@ -1,0 +1,21 @@
+#include "ScopeAgentEventCatalogue.h"
+
+namespace {
+
+constexpr char sFile[] = "ScopeAgentEventCatalogue";
+
+}  // namespace
+
+ZTCScopeAgentEventCatalogue::ZTCScopeAgentEventCatalogue() {
+    const ZTCTraceScope lTrace(sFile);
+#define ZT_KIND(Name, Category, Subcategory)                                              \
+    Log(ZTLL_Information, sFile, "Inserting " #Name " ScopeEvent into Events Catalogue"); \
+    insert(makePointerAs<ZTCScopeEvent, ZTC##Name##ScopeEvent>());
+    ZT_SCOPE_EVENT_KINDS(ZT_KIND)
+#undef ZT_KIND
+}
+
+void ZTCScopeAgentEventCatalogue::insert(const Event& acrEvent) {
+    orNoMemory([&] { mEventList.push_back(acrEvent); });
+    mEvents.insert(acrEvent->getKeyform(), acrEvent);
+}

@@ -1,0 +1,300 @@
+// A collection from its start to the agent's end: registrations, what is turned away and counted, storms,
+// ends.
+#include <atomic>
+
+#include "SimClient.h"
+
+namespace {
+
+#define BOARD_0 "<20:00:00:25:b5:01:00:00, 10:00:00:25:b5:01:00:00>"
+#define BOARD_1 "<20:00:00:25:b5:01:00:01, 10:00:00:25:b5:01:00:01>"
+
+// The registrations of a board, in their order.
+constexpr const char* sKinds[] = {"category=1 subcategory=1",
+                                  "category=1 subcategory=2",
+                                  "category=1 subcategory=4",
+                                  "category=1 subcategory=8",
+                                  "category=1 subcategory=16",
+                                  "mask=2",
+                                  "category=2 subcategory=1",
+                                  "category=2 subcategory=2",
+                                  "category=2 subcategory=4",
+                                  "category=4 subcategory=1",
+                                  "category=4 subcategory=2",
+                                  "category=4 subcategory=4",
+                                  "category=4 subcategory=8",
+                                  "category=4 subcategory=16",
+                                  "category=4 subcategory=32",
+                                  "category=4 subcategory=64",
+                                  "category=8 subcategory=1",
+                                  "mask=1",
+                                  "mask=32",
+                                  "category=16 subcategory=1"};
+constexpr std::size_t sNone = 99;
+
+// Of all registrations of two boards, in their order, those before one number and but for another.
+std::string registrationsUpTo(std::size_t aEnd, std::size_t aMissing = sNone) {
+    std::string lText;
+    for (std::size_t lAt = 0; lAt < aEnd; ++lAt) {
+        const std::string lBoard = std::to_string(lAt / 20);
+        const std::string lKind = sKinds[lAt % 20];
+        const std::string lPort =
+            lKind.starts_with("mask") ? "" : "port=10:00:00:25:b5:01:00:0" + lBoard + " ";
+        lText += lAt == aMissing ? "" : "registration board=" + lBoard + " " + lPort + lKind + "\n";
+    }
+    return lText;
+}
+
+// What the library holds, with the handles apart.
+std::string registrationsOf(const ZTSTestStand& acrStand, std::vector<unsigned long>* apHandles = nullptr) {
+    std::istringstream lReport(acrStand.mSim.ask("report"));
+    std::string lText;
+    for (std::string lLine; std::getline(lReport, lLine);) {
+        if (const std::size_t lAt = lLine.find(" handle="); lAt != std::string::npos) {
+            lText += lLine.substr(0, lAt) + "\n";
+            if (apHandles != nullptr) {
+                apHandles->push_back(std::stoul(lLine.substr(lAt + 8)));
+            }
+        }
+    }
+    return lText;
+}
+
+TEST(Session, AStartRegistersAsFarAsTheLibraryLetsItAndAStopEndsThat) {
+    const struct {
+        const char* mpRule;
+        std::size_t mEnd;
+        std::size_t mMissing;
+        const char* mpFailure;
+    } lRows[] = {
+        {"status=0", 40, sNone, nullptr},
+        {"status=5 kind=queue-full board=1", 40, sNone, nullptr},
+        {"status=6 kind=queue-full board=1", 40, sNone, nullptr},
+        {"status=7", 5, sNone, "-E- Failed to register RSCN for Initiator " BOARD_0 " - Error 0"},
+        {"status=7 kind=adapter-arrival", 40, sNone, nullptr},
+        {"status=1 kind=queue-full board=1", 29, sNone,
+         "-E- Failed to register event (4, 1) for Initiator " BOARD_1 " - Error 1"},
+        {"status=4 kind=adapter-arrival", 19, sNone,
+         "-E- Failed to register event (16, 1) for Initiator " BOARD_0 " - Error 4"},
+        {"status=8 kind=plogi board=1", 20, sNone,
+         "-E- Failed to register event (1, 1) for Initiator " BOARD_1 " - Error 8"},
+        {"status=255", 0, sNone, "-E- Failed to register event (1, 1) for Initiator " BOARD_0 " - Error 255"},
+        {"status=1 kind=rscn board=1", 25, sNone,
+         "-E- Failed to register RSCN for Initiator " BOARD_1 " - Error 0"},
+        {"status=1 kind=link", 17, sNone, "-E- Failed to register LINK for Initiator " BOARD_0 " - Error 0"},
+        {"status=1 kind=temperature board=0", 40, 18,
+         "-W- Failed to register TEMPERATURE for Initiator " BOARD_0 " - Error 0"},
+    };
+    ZTSTestStand lStand;
+    std::size_t lRegistered = 0;
+    std::string lFailures;
+    for (const auto& lrRow : lRows) {
+        SCOPED_TRACE(lrRow.mpRule);
+        lStand.mSim.play(std::string("on-register ") + lrRow.mpRule);
+        EXPECT_EQ(lStand.askToStart(), lrRow.mEnd == 40 ? lStand.mSuccess : std::string("\x01\x00\x09", 3));
+        EXPECT_EQ(registrationsOf(lStand), registrationsUpTo(lrRow.mEnd, lrRow.mMissing));
+        lStand.stop();
+        EXPECT_EQ(registrationsOf(lStand), "");
+        lStand.mSim.play("on-register status=0");
+        lRegistered += lrRow.mEnd - (lrRow.mMissing != sNone ? 1 : 0);
+        lFailures += lrRow.mpFailure != nullptr ? std::string(lrRow.mpFailure) + "\n" : "";
+    }
+    lStand.stop();
+    lStand.mAgent.stop();
+
+    const std::string lLog = lStand.mAgent.getLog();
+    EXPECT_EQ(recordsWith(lLog, {"Failed to "}), lFailures);
+    EXPECT_EQ(countIn(lLog, ": Registered "), lRegistered);
+    EXPECT_EQ(countIn(lLog, "duplicated"), 0U);
+}
+
+TEST(Session, ASecondStartForgetsTheRegistrationsOfTheFirst) {
+    ZTSTestStand lStand({}, "adapters count=1");
+    lStand.start();
+    lStand.start();
+    std::vector<unsigned long> lHandles;
+    EXPECT_EQ(registrationsOf(lStand, &lHandles), registrationsUpTo(20) + registrationsUpTo(20));
+    const std::vector<unsigned long> lOlder(lHandles.begin(), lHandles.begin() + 20);
+    lStand.mSim.play("plogi");
+    EXPECT_EQ(occurrencesIn(lStand.fetch()), 2U);
+    lStand.stop();
+    lHandles.clear();
+    EXPECT_EQ(registrationsOf(lStand, &lHandles), registrationsUpTo(20));
+    EXPECT_EQ(lHandles, lOlder);
+    lStand.stop();
+    lStand.mSim.play("plogi");
+    EXPECT_EQ(occurrencesIn(lStand.fetch()), 1U);
+    lStand.mAgent.stop();
+
+    std::string lExpected;
+    for (const unsigned int lKeyform : {257U,  258U,  260U,  264U,  272U,  2U,    513U,  514U, 516U, 1025U,
+                                        1026U, 1028U, 1032U, 1040U, 1056U, 1088U, 2049U, 1U,   32U,  4097U}) {
+        lExpected += "-E- addRegEvent FAILED due duplicated keyform " + std::to_string(lKeyform) +
+                     " has been detected\n";
+    }
+    EXPECT_EQ(recordsWith(lStand.mAgent.getLog(), {"addRegEvent FAILED"}), lExpected);
+}
+
+TEST(Session, AStopThatFailsIsWarnedOfAndDoneWith) {
+    ZTSTestStand lStand;
+    lStand.start();
+    lStand.mSim.play("on-unregister status=3");
+    lStand.stop();
+    lStand.stop();  // there is nothing left to fail
+    lStand.mAgent.stop();
+    std::string lExpected;
+    for (const char* const lpInitiator : {BOARD_0, BOARD_1}) {
+        for (const char* const lpKind :
+             {"1, 1", "1, 2", "1, 4", "1, 8", "1, 16", "2, 1", "2, 2", "2, 4", "4, 1", "4, 2", "4, 4", "4, 8",
+              "4, 16", "4, 32", "4, 64", "8, 1", "16, 1"}) {
+            lExpected += std::string("-W- Failed to Unregister event (") + lpKind + ") for Initiator " +
+                         lpInitiator + " - Error 3\n";
+        }
+    }
+    EXPECT_EQ(recordsWith(lStand.mAgent.getLog(), {"Unregister"}), lExpected);
+}
+
+// ---- Storms ----
+
+// The losses that an agent's notices tell of.
+std::uint64_t lossesIn(const std::string& acrLog) {
+    constexpr char lLabel[] = "Events lost since the last fetch: ";
+    std::uint64_t lSum = 0;
+    for (std::size_t lAt = 0; (lAt = acrLog.find(lLabel, lAt)) != std::string::npos;) {
+        lAt += sizeof lLabel - 1;
+        std::istringstream lCounts(acrLog.substr(lAt, acrLog.find('\n', lAt) - lAt));
+        for (std::string lReason; std::getline(lCounts, lReason, ',');) {
+            lSum += std::stoull(lReason);
+        }
+    }
+    return lSum;
+}
+
+// Fetches without a pause while the work is done in another thread, and once behind it. The sum of what came.
+std::uint64_t fetchDuring(ZTSTestStand& arStand, std::atomic<unsigned int>& arFetches,
+                          const std::function<void()>& acrWork) {
+    std::atomic<bool> lIsDone{false};
+    std::thread lWorker([&] {
+        acrWork();
+        lIsDone = true;
+    });
+    std::uint64_t lSum = 0;
+    while (!lIsDone && !::testing::Test::HasFailure()) {
+        lSum += occurrencesIn(arStand.fetch());
+        ++arFetches;
+    }
+    lWorker.join();
+    return lSum + occurrencesIn(arStand.fetch());
+}
+
+// Nothing may be lost here, whatever the timing: the first storm folds into one record a fetch, and of the
+// later ones each has a whole fetch behind it and stays below the limit should nothing of it fold at all.
+TEST(Session, EveryEventOfAStormIsFetchedOnce) {
+    ZTSTestStand lStand({"-d", "31"});
+    lStand.start();
+    const unsigned int lRounds = ZTIsSanitized ? 3 : 50;
+    const std::uint64_t lFolded = ZTIsSanitized ? 40000 : 4000000;
+    std::atomic<unsigned int> lFetches{0};
+    const std::uint64_t lSum = fetchDuring(lStand, lFetches, [&] {
+        lStand.mSim.play("storm queue-full threads=8 times=" + std::to_string(lFolded) + "\nwait storms");
+        for (unsigned int lRound = 0; lRound < lRounds && !HasFailure(); ++lRound) {
+            const unsigned int lBefore = lFetches;
+            EXPECT_TRUE(waitUntil([&] { return lFetches >= lBefore + 2 || HasFailure(); }));
+            lStand.mSim.play(
+                "storm link times=16000 threads=4 boards=2\n"
+                "storm plogi times=2000 threads=2 boards=2\n"
+                "storm rscn times=2000 threads=2 boards=2\nwait storms");
+        }
+    });
+    EXPECT_EQ(lSum, lFolded + lRounds * 20000ULL);
+    EXPECT_EQ(lSum, lStand.mSim.getSent());
+    lStand.mAgent.stop();
+}
+
+TEST(Session, WhatAStormLosesIsCounted) {
+    ZTSTestStand lStand;
+    lStand.start(1000000);
+    std::atomic<unsigned int> lFetches{0};
+    // Of a thread that changes the board with each event every one is a record, of 11 bytes.
+    lStand.mSim.play("storm link times=25000 boards=2\nwait storms");
+    std::uint64_t lSum = occurrencesIn(lStand.fetch());
+    EXPECT_EQ(lSum, 23832U);
+    const std::string lTimes = ZTIsSanitized ? " times=6000" : " times=50000";
+    lSum += fetchDuring(lStand, lFetches, [&] {
+        lStand.mSim.play("storm ls-rjt threads=2 boards=2" + lTimes + "\nstorm link threads=2 boards=2" +
+                         lTimes + "\nstorm check-condition threads=2" + lTimes +
+                         "\nstorm plogi threads=1 board=77" + lTimes + "\nstorm rscn threads=1 boards=2" +
+                         lTimes + "\nwait storms");
+    });
+    lStand.fetch();
+    const std::uint64_t lSent = lStand.mSim.getSent();
+    lStand.mAgent.stop();
+    const std::string lLog = lStand.mAgent.getLog();
+    EXPECT_EQ(lSum + lossesIn(lLog), lSent);
+    EXPECT_TRUE(contains(lLog, "lost since the last fetch: 1168 at the limit, 0 of unknown boards, 0 too"));
+    EXPECT_TRUE(contains(lLog, ": Current size = 262152\n"));
+    EXPECT_TRUE(contains(lLog, "Ignoring the event as the limit on the total Event Data\n"));
+}
+
+// ---- Ends ----
+
+void expectEndOf(ZTSTestStand& arStand, bool aBySignal, unsigned int aSeconds = ZTTestSoon) {
+    if (aBySignal) {
+        arStand.mAgent.sendSignal(SIGTERM);
+    } else {
+        EXPECT_EQ(arStand.ask("\x04"), arStand.mSuccess);
+    }
+    arStand.mAgent.expectEnd("ScopeAgent System exiting", aSeconds);
+}
+
+TEST(Session, EndsUnderAStorm) {
+    for (unsigned int lRound = 0; lRound < 20; ++lRound) {
+        SCOPED_TRACE(lRound);
+        ZTSTestStand lStand({"-d", lRound % 2 == 0 ? "63" : "31"});
+        lStand.start();
+        lStand.mSim.play("storm plogi threads=4 boards=2 for=60s\nstorm rscn threads=4 boards=2 for=60s");
+        ASSERT_TRUE(waitUntil([&] { return lStand.mSim.getSent() > 1000 || HasFailure(); }));
+        expectEndOf(lStand, lRound % 4 == 3);
+    }
+}
+
+std::set<std::string> threadsOf(const ZTSTestStand& acrStand) {
+    std::set<std::string> lThreads;
+    for (const auto& lrTask : std::filesystem::directory_iterator(
+             "/proc/" + std::to_string(acrStand.mAgent.getProcess()) + "/task")) {
+        lThreads.insert(lrTask.path() / "status");
+    }
+    return lThreads;
+}
+
+// Whether a new thread sleeps in a handler of the signal that the fault holds it with.
+bool hasStuckThread(const ZTSTestStand& acrStand, const std::set<std::string>& acrBefore) {
+    constexpr char lLabel[] = "SigBlk:\t";
+    const std::set<std::string> lThreads = threadsOf(acrStand);
+    return std::any_of(lThreads.begin(), lThreads.end(), [&](const std::string& acrThread) {
+        const std::string lStatus = readFile(acrThread);
+        const std::size_t lAt = lStatus.find(lLabel);
+        return !acrBefore.contains(acrThread) && contains(lStatus, "State:\tS") && lAt != std::string::npos &&
+               (std::stoull(lStatus.substr(lAt + sizeof lLabel - 1), nullptr, 16) >> (SIGSEGV - 1) & 1) != 0;
+    });
+}
+
+TEST(Session, EndsWhateverTheLibraryDoes) {
+    for (const char* const lpFault : {"callbacks-during-close", "callbacks-after-close for=500ms",
+                                      "slow-close for=300ms", "stuck-callback"}) {
+        for (const bool lBySignal : {false, true}) {
+            SCOPED_TRACE(std::string(lpFault) + (lBySignal ? ", by a signal" : ""));
+            ZTSTestStand lStand;
+            lStand.start();
+            const std::set<std::string> lBefore = threadsOf(lStand);
+            lStand.mSim.play(std::string("fault ") + lpFault);
+            const bool lIsStuck = contains(lpFault, "stuck");
+            EXPECT_TRUE(!lIsStuck || waitUntil([&] { return hasStuckThread(lStand, lBefore); }));
+            expectEndOf(lStand, lBySignal, ZTTestSoon + (lIsStuck ? 1 : 0));
+            EXPECT_EQ(contains(lStand.mAgent.getLog(), "1 callbacks of the vendor library do not return"),
+                      lIsStuck);
+        }
+    }
+}
+
+}  // namespace
