@@ -28,6 +28,9 @@ inline std::uint64_t ticks() {
 /// Nanoseconds a tick.
 double tickLength();
 
+/// Opens the agent's log in a directory that is gone at the end, and starts its writer. Any number of times.
+void useAgentLog();
+
 /// The times of single calls, what reading the clock takes taken off.
 class Distribution {
   public:
@@ -38,6 +41,11 @@ class Distribution {
         const std::uint64_t lBefore = ticks();
         arCall();
         mTicks.push_back(ticks() - lBefore);
+    }
+
+    /// Takes in what another has timed.
+    void add(const Distribution& acrOther) {
+        mTicks.insert(mTicks.end(), acrOther.mTicks.begin(), acrOther.mTicks.end());
     }
 
     /// Adds counters p50, p99 and p99.9 in nanoseconds.

@@ -54,7 +54,15 @@ struct Logger {
     std::function<void()> mCatchUp;
 };
 
-void useAgentLog() {
+using ztbench::useAgentLog;
+
+void agentRecord(unsigned int aNumber) {
+    Log(ZTLL_Notice, sFile, "Processing PLOGI event Cat=%u SubCat=%u", 1U, aNumber);
+}
+
+}  // namespace
+
+void ztbench::useAgentLog() {
     static const bool sOpened = [] {
         setLogFilePath(directory().file("agent.log").c_str());
         openLog();
@@ -64,9 +72,7 @@ void useAgentLog() {
     benchmark::DoNotOptimize(sOpened);
 }
 
-void agentRecord(unsigned int aNumber) {
-    Log(ZTLL_Notice, sFile, "Processing PLOGI event Cat=%u SubCat=%u", 1U, aNumber);
-}
+namespace {
 
 // ---- What a record costs its caller ----
 
