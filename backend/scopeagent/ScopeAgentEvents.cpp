@@ -165,7 +165,7 @@ const ZTCPointer<ZTCScopeEvent>& sEventOf(const Facts& acrFacts) {
 void sConsolidate(ZTCScopeAgentSystem& arSystem, const Facts& acrFacts, unsigned int aBoard,
                   const unsigned char* apPayload) {
     const Facts::Text& lrText = acrFacts.mProcessing;
-    const ZTCTraceScope lTrace(ZTScopeAgentEventFactsFile, lrText.mLine, acrFacts.mpRoutine);
+    const ZTCTraceScope lTrace(ZTScopeAgentEventFactsFile, acrFacts.getLine(), acrFacts.mpRoutine);
     const std::uint64_t lTime =
         LogAndTime<unsigned int, unsigned int>(ZTLL_Notice, acrFacts.mpRoutine, ZTScopeAgentEventFactsFile,
                                                lrText, acrFacts.mCategory, acrFacts.mSubcategory);

@@ -1,11 +1,14 @@
 #include "ScopeAgentRecordList.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "EncodableStream.h"
 
 namespace {
 
 constexpr char sFile[] = "ScopeAgentRecordList";
-constexpr std::size_t sAhead = 8;
+constexpr std::ptrdiff_t sAhead = 8;
 
 }  // namespace
 
@@ -25,14 +28,15 @@ void ZTCScopeAgentRecordList::addRecord(ZTCPointer<ZTCScopeAgentRecord>&& arReco
 void ZTCScopeAgentRecordList::encode(ZTCEncodableOutStream& arStream) const {
     arStream << getRecordCount();
     // A large collection is not in the cache: each record, and then its data, is called for some steps ahead.
-    const std::size_t lCount = mRecords.size();
-    for (std::size_t lAt = 0; lAt < lCount; ++lAt) {
-        if (lAt + 2 * sAhead < lCount) {
-            __builtin_prefetch(mRecords[lAt + 2 * sAhead].get());
+    auto lData = std::next(mRecords.begin(), std::min<std::ptrdiff_t>(sAhead, getRecordCount()));
+    auto lRecord = std::next(mRecords.begin(), std::min<std::ptrdiff_t>(2 * sAhead, getRecordCount()));
+    for (const auto& lrRecord : mRecords) {
+        if (lRecord != mRecords.end()) {
+            __builtin_prefetch((lRecord++)->get());
         }
-        if (lAt + sAhead < lCount) {
-            __builtin_prefetch(mRecords[lAt + sAhead]->getScopeData().get());
+        if (lData != mRecords.end()) {
+            __builtin_prefetch((*lData++)->getScopeData().get());
         }
-        mRecords[lAt]->encode(arStream);
+        lrRecord->encode(arStream);
     }
 }

@@ -44,6 +44,11 @@ struct ZTSScopeEventFacts {
     std::array<ZTSScopeEventWord, MaxWords> mWords{};
     std::array<unsigned char, MaxSets> mSets{};  ///< offsets of the words whose values are collected in sets
 
+    /// Where its row stands in this file.
+    constexpr unsigned int getLine() const {
+        return mProcessing.mpText != nullptr ? mProcessing.mLine : mTooShort.mLine;
+    }
+
     constexpr unsigned int wordsOf(ZTSScopeEventWord::Role aRole) const {
         unsigned int lCount = 0;
         for (const ZTSScopeEventWord& lrWord : mWords) {

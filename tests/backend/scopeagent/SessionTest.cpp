@@ -174,7 +174,7 @@ std::uint64_t lossesIn(const std::string& acrLog) {
 std::uint64_t fetchDuring(ZTSTestStand& arStand, std::atomic<unsigned int>& arFetches,
                           const std::function<void()>& acrWork) {
     std::atomic<bool> lIsDone{false};
-    std::thread lWorker([&] {
+    std::jthread lWorker([&] {
         acrWork();
         lIsDone = true;
     });
