@@ -7,7 +7,6 @@
 #include <atomic>
 #include <map>
 #include <mutex>
-#include <optional>
 
 #include "Language.h"
 #include "TestSupport.h"
@@ -322,11 +321,12 @@ TEST(SimLibrary, TheControlSocketIsPrivateAndEndsWithTheLibrary) {
 
     sockaddr_un lAddress{AF_UNIX, ""};
     lSocket.copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
-    std::optional<ZTCDescriptor> lOther(std::in_place, socket(AF_UNIX, SOCK_DGRAM, 0));
-    ASSERT_EQ(bind(lOther->get(), reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress), 0);
     testing::internal::CaptureStderr();
-    EXPECT_NE(lLibrary->init(), 0);  // somebody listens
-    lOther.reset();
+    {
+        const ZTCDescriptor lOther(socket(AF_UNIX, SOCK_DGRAM, 0));
+        ASSERT_EQ(bind(lOther.get(), reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress), 0);
+        EXPECT_NE(lLibrary->init(), 0);  // somebody listens
+    }
     EXPECT_EQ(lLibrary->init(), 0);  // what is left of a dead process is replaced
     lLibrary->close();
     writeFile(lSocket, "data");
