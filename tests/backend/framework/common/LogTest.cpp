@@ -85,7 +85,7 @@ void expectNumbers(const std::string& acrLog, std::size_t aThreads, unsigned int
         ASSERT_LE(lTime[lThread], lrLine.mTime) << "thread " << lThread;
         lTime[lThread] = lrLine.mTime;
     }
-    EXPECT_LE(lBack, 2 + lLines.size() / 10000);
+    EXPECT_LE(lBack, 2 + lLines.size() / 1000);  // threads that were stopped in the middle of a record
     EXPECT_EQ(lNext.size(), aThreads);
     for (const auto& [lThread, lCount] : lNext) {
         EXPECT_EQ(lCount, aCount) << "thread " << lThread;
