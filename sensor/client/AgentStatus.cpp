@@ -1,0 +1,66 @@
+#include "AgentStatus.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "ProcessTable.h"
+#include "SensorFiles.h"
+#include "SensorPidFile.h"
+
+namespace {
+
+using Time = ZTSAgentStatus::Time;
+
+Time changeTimeOf(const struct stat& acrStatus) {
+    return Time(
+        std::chrono::duration_cast<Time::duration>(std::chrono::seconds(acrStatus.st_mtim.tv_sec) +
+                                                   std::chrono::nanoseconds(acrStatus.st_mtim.tv_nsec)));
+}
+
+// Opens a file that may be missing.
+ZTCSensorDescriptor openIfThere(const std::string& acrPath) {
+    try {
+        return openSensorFile(acrPath, O_RDONLY, S_IFREG);
+    } catch (const ZTCNoAgentError&) {
+        return ZTCSensorDescriptor();
+    }
+}
+
+bool isLocked(int aFile) {
+    struct flock lLock {};
+    lLock.l_type = F_WRLCK;
+    lLock.l_whence = SEEK_SET;
+    return fcntl(aFile, F_OFD_GETLK, &lLock) == 0 && lLock.l_type != F_UNLCK;
+}
+
+}  // namespace
+
+ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
+    openSensorFile(acrDirectory, O_RDONLY | O_DIRECTORY, S_IFDIR);
+    ZTSAgentStatus lStatus;
+    struct stat lFile {};
+    if (const auto lPid = openIfThere(acrDirectory + ZTSensorAgentPidFile);
+        lPid.isOpen() && isLocked(lPid.get()) && fstat(lPid.get(), &lFile) == 0) {
+        lStatus.mIsRunning = true;
+        lStatus.mHeartbeat = changeTimeOf(lFile);
+        lStatus.mProcess =
+            findProcessWith(lFile, [](const ZTSOpenFile& acrFile) { return acrFile.mIsLocked; });
+    }
+    if (lStatus.mProcess != 0) {
+        lStatus.mSince = getProcessStart(lStatus.mProcess);
+        // Of all that it writes, only the log is appended to.
+        const auto lLog = findOpenFile(lStatus.mProcess, [](const ZTSOpenFile& acrFile) {
+            return acrFile.mIsAppended && S_ISREG(acrFile.mStatus.st_mode);
+        });
+        lStatus.mLog = lLog ? lLog->mPath : "";
+    }
+    if (const auto lSensor = openIfThere(acrDirectory + ZTSensorOwnPidFile);
+        lSensor.isOpen() && fstat(lSensor.get(), &lFile) == 0) {
+        lStatus.mSensor = readPidFile(lSensor.get());
+        lStatus.mSensorHeartbeat = changeTimeOf(lFile);
+        lStatus.mIsSensorRunning = getProcessStart(lStatus.mSensor).has_value();
+    }
+    return lStatus;
+}

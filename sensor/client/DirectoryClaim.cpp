@@ -1,0 +1,38 @@
+#include "DirectoryClaim.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <thread>
+
+#include "ProcessTable.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds sLookEvery(50);
+
+}  // namespace
+
+ZTCDirectoryClaim::ZTCDirectoryClaim(const std::string& acrDirectory, std::chrono::milliseconds aWait)
+    : mDirectory(openSensorFile(acrDirectory, O_RDONLY | O_DIRECTORY, S_IFDIR)) {
+    const auto lDeadline = std::chrono::steady_clock::now() + aWait;
+    while (flock(mDirectory.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK) {
+            throwSensorErrno(acrDirectory, errno);
+        }
+        if (std::chrono::steady_clock::now() >= lDeadline) {
+            struct stat lStatus {};
+            fstat(mDirectory.get(), &lStatus);
+            const pid_t lHolder =
+                findProcessWith(lStatus, [](const ZTSOpenFile& acrFile) { return acrFile.mIsLocked; });
+            throw ZTCPipesTakenError("the pipes in " + acrDirectory + " are taken by " +
+                                         describeProcess(lHolder) +
+                                         ": end it, or wait for it (--wait SECONDS)",
+                                     lHolder);
+        }
+        std::this_thread::sleep_for(
+            sLookEvery);  // nothing tells when a lock is free, but to wait for it without end
+    }
+}

@@ -1,0 +1,259 @@
+#include "EventBlock.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iterator>
+
+#include "EventNames.h"
+
+namespace {
+
+constexpr std::size_t sWord = 4;
+constexpr std::uint32_t sForm = 1;  // the first word of every block of this form
+
+// What is read of a block, in order.
+enum class Shape : std::uint8_t {
+    None,
+    Name,    // 8 bytes
+    Word,    // some bits of a word, little-endian
+    Text,    // the word's name, from a table
+    PortId,  // the low 24 bits, as six digits
+    Set,     // the word 256 and 32 bytes, of which a bit is a value: a list
+    List,    // words, to the block's end: a list
+    Groups,  // so many words each, to the block's end: a list of what the fields below say
+};
+
+struct FieldRow {
+    const char* mpName = "";
+    Shape mShape = Shape::None;
+    std::uint8_t mShift = 0;
+    std::uint32_t mMask = 0xffffffff;
+    const char* (*mpNameOf)(std::uint32_t) = nullptr;
+    bool mStays = false;  // the next field reads the same word
+};
+
+constexpr std::size_t sMaxFields = 8;
+using FieldRows = std::array<FieldRow, sMaxFields>;
+
+struct KindRow {
+    ZTSEventKindName mKind;
+    FieldRows mFields{};
+    // Of each group, a word each but where one stays.
+    std::array<FieldRow, 4> mGroup{};
+};
+
+constexpr FieldRow name(const char* apName) {
+    return {apName, Shape::Name};
+}
+constexpr FieldRow word(const char* apName, std::uint8_t aShift = 0, std::uint32_t aMask = 0xffffffff,
+                        bool aStays = false) {
+    return {apName, Shape::Word, aShift, aMask, nullptr, aStays};
+}
+// A word that the next field names.
+constexpr FieldRow named(const char* apName) {
+    return word(apName, 0, 0xffffffff, true);
+}
+constexpr FieldRow nameOf(const char* apName, const char* (*apNameOf)(std::uint32_t), std::uint8_t aShift = 0,
+                          std::uint32_t aMask = 0xffffffff, bool aStays = false) {
+    return {apName, Shape::Text, aShift, aMask, apNameOf, aStays};
+}
+constexpr FieldRow rest(const char* apName, Shape aShape) {
+    return {apName, aShape};
+}
+
+constexpr FieldRow sRemotePort = name("remote_port_name");
+constexpr FieldRows sTwoNames{sRemotePort, name("second_name")};
+constexpr FieldRows sOneName{sRemotePort};
+constexpr FieldRows sSetOfLuns{sRemotePort, rest("luns", Shape::Set)};
+constexpr FieldRows sListOfLuns{sRemotePort, rest("luns", Shape::List)};
+
+// In the order of their numbers.
+constexpr KindRow sKinds[] = {
+    {{1, 1, "plogi"}, sTwoNames},
+    {{1, 2, "prlo"}, sOneName},
+    {{1, 4, "adisc"}, sTwoNames},
+    {{1, 8, "ls_rjt"},
+     {sRemotePort, named("rejected_command"), nameOf("rejected_command_name", nameElsCommand),
+      rest("rejections", Shape::Groups)},
+     {named("reason"), nameOf("reason_name", nameRejectReason), named("explanation"),
+      nameOf("explanation_name", nameRejectExplanation)}},
+    {{1, 16, "logo"}, sTwoNames},
+    {{1, 32, "rscn"},
+     {nameOf("address_format", nameAddressFormat, 24, 3, true), FieldRow{"port_id", Shape::PortId}}},
+    {{2, 1, "fabric_busy"}},
+    {{2, 2, "port_busy"}, sOneName},
+    {{2, 4, "fcp_read_check_error"},
+     {sRemotePort, named("operation_code"), nameOf("operation_name", nameScsiOperation), word("lun"),
+      rest("residuals", Shape::List)}},
+    {{4, 1, "queue_full"}, sSetOfLuns},
+    {{4, 2, "device_busy"}, sSetOfLuns},
+    {{4, 4, "check_condition"},
+     {sRemotePort, named("sense_key"), nameOf("sense_key_name", nameSenseKey), word("asc", 8, 0xff, true),
+      word("ascq", 0, 0xff), rest("luns", Shape::Set), rest("operation_codes", Shape::Set),
+      rest("queue_tags", Shape::Set)}},
+    {{4, 8, "lun_reset"}, sListOfLuns},
+    {{4, 16, "target_reset"}, sListOfLuns},
+    {{4, 32, "bus_reset"}},
+    {{4, 64, "queue_depth_change"},
+     {sRemotePort, rest("changes", Shape::Groups)},
+     {word("lun"), word("new_depth")}},
+    {{8, 1, "port_interrupt_error"}},
+    {{8, 2, "link"}},
+    {{8, 4, "temperature"}},
+    {{16, 1, "adapter_arrival"}},
+};
+
+const KindRow* findRow(std::uint8_t aCategory, std::uint8_t aSubcategory) {
+    const auto* const lpRow = std::find_if(std::begin(sKinds), std::end(sKinds), [=](const KindRow& acrRow) {
+        return acrRow.mKind.mCategory == aCategory && acrRow.mKind.mSubcategory == aSubcategory;
+    });
+    return lpRow != std::end(sKinds) ? lpRow : nullptr;
+}
+
+// What is left of a block. A value that it is too short for is nothing, and the block is at its end then.
+class BlockReader {
+  public:
+    explicit BlockReader(std::span<const std::uint8_t> aBytes) : mBytes(aBytes) {}
+
+    std::size_t getLeft() const { return mBytes.size(); }
+
+    std::optional<std::uint32_t> peekWord() const {
+        if (mBytes.size() < sWord) {
+            return {};
+        }
+        return mBytes[0] | std::uint32_t{mBytes[1]} << 8 | std::uint32_t{mBytes[2]} << 16 |
+               std::uint32_t{mBytes[3]} << 24;
+    }
+    std::span<const std::uint8_t> take(std::size_t aCount) {
+        const auto lTaken = mBytes.size() < aCount ? std::span<const std::uint8_t>() : mBytes.first(aCount);
+        mBytes = mBytes.subspan(std::min(aCount, mBytes.size()));
+        return lTaken;
+    }
+
+  private:
+    std::span<const std::uint8_t> mBytes;
+};
+
+ZTEventValue readName(BlockReader& arReader) {
+    const auto lBytes = arReader.take(ZTSWwn::Size);
+    if (lBytes.empty()) {
+        return {};
+    }
+    ZTSWwn lName;
+    std::copy(lBytes.begin(), lBytes.end(), lName.mBytes.begin());
+    return lName;
+}
+
+ZTEventValue readWord(BlockReader& arReader, const FieldRow& acrRow) {
+    const auto lWhole = arReader.peekWord();
+    if (!acrRow.mStays) {
+        arReader.take(sWord);
+    }
+    if (!lWhole) {
+        return {};
+    }
+    const std::uint32_t lValue = *lWhole >> acrRow.mShift & acrRow.mMask;
+    if (acrRow.mShape == Shape::PortId) {
+        char lText[16];
+        snprintf(lText, sizeof lText, "%06x", lValue & 0xffffffU);
+        return std::string(lText);
+    }
+    if (acrRow.mShape == Shape::Text) {
+        const char* const lpName = acrRow.mpNameOf(lValue);
+        return lpName != nullptr ? ZTEventValue(std::string(lpName)) : ZTEventValue();
+    }
+    return lValue;
+}
+
+ZTEventValue readSet(BlockReader& arReader) {
+    std::vector<std::uint32_t> lValues;
+    if (arReader.peekWord() != ZTEventSetSize) {
+        arReader.take(arReader.getLeft());
+        return lValues;
+    }
+    arReader.take(sWord);
+    const auto lBits = arReader.take(ZTEventSetSize / 8);
+    for (std::uint32_t lValue = 0; lValue < lBits.size() * 8; ++lValue) {
+        if ((lBits[lValue / 8] >> lValue % 8 & 1) != 0) {
+            lValues.push_back(lValue);
+        }
+    }
+    return lValues;
+}
+
+ZTEventValue readList(BlockReader& arReader) {
+    std::vector<std::uint32_t> lValues;
+    while (const auto lValue = arReader.peekWord()) {
+        lValues.push_back(*lValue);
+        arReader.take(sWord);
+    }
+    return lValues;
+}
+
+template <class Rows>
+ZTEventGroup readFields(BlockReader& arReader, const Rows& acrRows, const KindRow& acrKind);
+
+ZTEventValue readGroups(BlockReader& arReader, const KindRow& acrKind) {
+    std::size_t lSize = 0;
+    for (const FieldRow& lrRow : acrKind.mGroup) {
+        lSize += lrRow.mShape != Shape::None && !lrRow.mStays ? sWord : 0;
+    }
+    std::vector<ZTEventGroup> lGroups;
+    while (arReader.getLeft() >= lSize) {
+        lGroups.push_back(readFields(arReader, acrKind.mGroup, acrKind));
+    }
+    return lGroups;
+}
+
+ZTEventValue readField(BlockReader& arReader, const FieldRow& acrRow, const KindRow& acrKind) {
+    switch (acrRow.mShape) {
+        case Shape::Name:
+            return readName(arReader);
+        case Shape::Set:
+            return readSet(arReader);
+        case Shape::List:
+            return readList(arReader);
+        case Shape::Groups:
+            return readGroups(arReader, acrKind);
+        default:
+            return readWord(arReader, acrRow);
+    }
+}
+
+template <class Rows>
+ZTEventGroup readFields(BlockReader& arReader, const Rows& acrRows, const KindRow& acrKind) {
+    ZTEventGroup lFields;
+    for (const FieldRow& lrRow : acrRows) {
+        if (lrRow.mShape != Shape::None) {
+            lFields.push_back({lrRow.mpName, readField(arReader, lrRow, acrKind)});
+        }
+    }
+    return lFields;
+}
+
+}  // namespace
+
+const char* findEventKind(std::uint8_t aCategory, std::uint8_t aSubcategory) {
+    const KindRow* const lpRow = findRow(aCategory, aSubcategory);
+    return lpRow != nullptr ? lpRow->mKind.mpName : nullptr;
+}
+
+std::vector<ZTSEventKindName> listEventKinds() {
+    std::vector<ZTSEventKindName> lKinds;
+    for (const KindRow& lrRow : sKinds) {
+        lKinds.push_back(lrRow.mKind);
+    }
+    return lKinds;
+}
+
+std::optional<ZTEventGroup> decodeEventBlock(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                                             std::span<const std::uint8_t> aBlock) {
+    const KindRow* const lpRow = findRow(aCategory, aSubcategory);
+    BlockReader lReader(aBlock);
+    if (lpRow == nullptr || lReader.peekWord() != sForm) {
+        return {};
+    }
+    lReader.take(sWord);
+    return readFields(lReader, lpRow->mFields, *lpRow);
+}

@@ -1,0 +1,165 @@
+#include "SensorMessages.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace {
+
+constexpr std::uint32_t sNanoseconds = 1'000'000'000;
+
+class Writer {
+  public:
+    explicit Writer(std::uint32_t aTag, ZTESensorCommand aCommand)
+        : mBytes(ZTSSensorHeader::Magic.begin(), ZTSSensorHeader::Magic.end()) {
+        u32(aTag);
+        u32(0);  // the length, when it is known
+        mBytes.push_back(static_cast<std::uint8_t>(aCommand));
+    }
+
+    void u32(std::uint32_t aValue) {
+        for (const unsigned int lShift : {24U, 16U, 8U, 0U}) {
+            mBytes.push_back(static_cast<std::uint8_t>(aValue >> lShift));
+        }
+    }
+    void name(const ZTSWwn& acrName) {
+        mBytes.insert(mBytes.end(), acrName.mBytes.begin(), acrName.mBytes.end());
+    }
+    ZTSensorBytes finish() {
+        const auto lLength = static_cast<std::uint32_t>(mBytes.size() - ZTSSensorHeader::Size);
+        u32(lLength);
+        std::copy(mBytes.end() - 4, mBytes.end(), mBytes.begin() + 8);
+        mBytes.resize(mBytes.size() - 4);
+        return std::move(mBytes);
+    }
+
+  private:
+    ZTSensorBytes mBytes;
+};
+
+const char* describe(std::uint16_t aCode) {
+    switch (aCode) {
+        case ZTSensorBadArgument:
+            return "a bad argument (0 targets, or a period of 0)";
+        case ZTSensorRegistrationFailed:
+            return "the vendor library did not register an event: see the agent's log";
+        default:
+            return "see the agent's log";
+    }
+}
+
+// Reads the kind of answer. Throws the refusal that it may be.
+void expect(ZTCWireReader& arReader, ZTESensorAnswer aExpected) {
+    const auto lKind = static_cast<ZTESensorAnswer>(arReader.u8());
+    if (lKind == ZTESensorAnswer::Failure) {
+        const std::uint16_t lCode = arReader.u16();
+        throw ZTCRefusedError(
+            "the agent refused the command with code " + std::to_string(lCode) + ": " + describe(lCode),
+            lCode);
+    }
+    if (lKind != aExpected) {
+        arReader.fail("is of another kind (" + std::to_string(static_cast<unsigned int>(lKind)) + ")");
+    }
+}
+
+ZTSPortNames readNames(ZTCWireReader& arReader) {
+    const ZTSWwn lNode = arReader.name();
+    return {lNode, arReader.name()};
+}
+
+// The names of the adapter port, as they are printed: node name, dot, port name.
+ZTSPortNames readLabel(ZTCWireReader& arReader) {
+    const auto lBytes = arReader.take(arReader.u32());
+    const std::string_view lText(reinterpret_cast<const char*>(lBytes.data()), lBytes.size());
+    const std::size_t lDot = std::min(lText.find('.'), lText.size());
+    const auto lNode = ZTSWwn::fromText(lText.substr(0, lDot));
+    const auto lPort = ZTSWwn::fromText(lText.substr(std::min(lDot + 1, lText.size())));
+    if (!lNode || !lPort) {
+        arReader.fail("has a list without an adapter's names");
+    }
+    return {*lNode, *lPort};
+}
+
+ZTSSensorTime readTime(ZTCWireReader& arReader) {
+    ZTSSensorTime lTime;
+    lTime.mSeconds = arReader.integer<std::uint64_t>();
+    lTime.mNanoseconds = arReader.u32();
+    if (lTime.mNanoseconds >= sNanoseconds) {
+        arReader.fail("has a time of more than a second's nanoseconds");
+    }
+    return lTime;
+}
+
+ZTSSensorRecord readRecord(ZTCWireReader& arReader) {
+    ZTSSensorRecord lRecord;
+    lRecord.mOccurrences = arReader.u32();
+    lRecord.mFirst = readTime(arReader);
+    lRecord.mLast = readTime(arReader);
+    lRecord.mCategory = arReader.u8();
+    lRecord.mSubcategory = arReader.u8();
+    const std::uint8_t lHasTarget = arReader.u8();
+    if (lHasTarget > 1) {
+        arReader.fail("neither says that a target's names follow nor that they do not");
+    }
+    if (lHasTarget == 1) {
+        lRecord.mTarget = readNames(arReader);
+    }
+    const auto lData = arReader.take(arReader.u32());
+    lRecord.mData.assign(lData.begin(), lData.end());
+    return lRecord;
+}
+
+}  // namespace
+
+std::optional<ZTSSensorHeader> ZTSSensorHeader::decode(std::span<const std::uint8_t> aBytes) {
+    ZTCWireReader lReader(aBytes);
+    if (const auto lMagic = lReader.take(Magic.size());
+        !std::equal(lMagic.begin(), lMagic.end(), Magic.begin())) {
+        return {};
+    }
+    ZTSSensorHeader lHeader;
+    lHeader.mTag = lReader.u32();
+    lHeader.mLength = lReader.u32();
+    return lHeader;
+}
+
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand) {
+    return Writer(aTag, aCommand).finish();
+}
+
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand, std::uint32_t aValue) {
+    Writer lWriter(aTag, aCommand);
+    lWriter.u32(aValue);
+    return lWriter.finish();
+}
+
+ZTSensorBytes encodeTargets(std::uint32_t aTag, std::span<const ZTSSensorTarget> aTargets) {
+    Writer lWriter(aTag, ZTESensorCommand::RegisterTargets);
+    lWriter.u32(static_cast<std::uint32_t>(aTargets.size()));
+    for (const ZTSSensorTarget& lrTarget : aTargets) {
+        lWriter.name(lrTarget.mNames.mNode);
+        lWriter.name(lrTarget.mNames.mPort);
+        lWriter.u32(lrTarget.mAddress);
+    }
+    return lWriter.finish();
+}
+
+void decodeSuccess(std::span<const std::uint8_t> aBody) {
+    ZTCWireReader lReader(aBody);
+    expect(lReader, ZTESensorAnswer::Success);
+    lReader.u32();
+}
+
+ZTSensorScopeData decodeScopeData(std::span<const std::uint8_t> aBody) {
+    ZTCWireReader lReader(aBody);
+    expect(lReader, ZTESensorAnswer::ScopeData);
+    lReader.u32();  // how many lists there were when the agent began to answer
+    ZTSensorScopeData lData;
+    while (!lReader.isAtEnd()) {
+        ZTSSensorRecordList& lrList = lData.emplace_back();
+        lrList.mInitiator = readLabel(lReader);
+        for (std::uint32_t lLeft = lReader.u32(); lLeft > 0; --lLeft) {
+            lrList.mRecords.push_back(readRecord(lReader));
+        }
+    }
+    return lData;
+}

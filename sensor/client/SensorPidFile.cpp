@@ -1,0 +1,77 @@
+#include "SensorPidFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+
+#include "ProcessTable.h"
+
+namespace {
+
+// The living process that the file names, 0 if there is none: one that is younger than the file has been
+// given the number of one that has ended.
+pid_t livingSensor(int aFile) {
+    const pid_t lProcess = readPidFile(aFile);
+    struct stat lStatus {};
+    const auto lStart = lProcess > 0 && lProcess != getpid() ? getProcessStart(lProcess) : std::nullopt;
+    const bool lIsIt = lStart && fstat(aFile, &lStatus) == 0 &&
+                       std::chrono::system_clock::to_time_t(*lStart) <= lStatus.st_mtim.tv_sec;
+    return lIsIt ? lProcess : 0;
+}
+
+}  // namespace
+
+int readPidFile(int aDescriptor) {
+    char lText[16];
+    const ssize_t lLength = pread(aDescriptor, lText, sizeof lText, 0);
+    const char* const lpEnd = lText + (lLength > 0 ? lLength : 0);
+    int lProcess = 0;
+    const auto lParsed = std::from_chars(lText, lpEnd, lProcess);
+    return lParsed.ec == std::errc() && (lParsed.ptr == lpEnd || *lParsed.ptr == '\n') && lProcess > 0
+               ? lProcess
+               : 0;
+}
+
+ZTCSensorPidFile::ZTCSensorPidFile(const std::string& acrDirectory)
+    : mPath(acrDirectory + ZTSensorOwnPidFile) {
+    take();
+}
+
+ZTCSensorPidFile::~ZTCSensorPidFile() {
+    if (isInItsPlace()) {
+        unlink(mPath.c_str());
+    }
+}
+
+void ZTCSensorPidFile::take() {
+    mFile = openSensorFile(mPath, O_RDWR | O_CREAT, S_IFREG);
+    if (const pid_t lOther = livingSensor(mFile.get()); lOther != 0) {
+        mFile = ZTCSensorDescriptor();
+        throw ZTCPipesTakenError(
+            "the agent has a sensor, " + describeProcess(lOther) + ": end it first (" + mPath + ")", lOther);
+    }
+    const std::string lText = std::to_string(getpid()) + "\n";
+    if (ftruncate(mFile.get(), 0) != 0 ||
+        pwrite(mFile.get(), lText.data(), lText.size(), 0) != static_cast<ssize_t>(lText.size())) {
+        throwSensorErrno(mPath, errno);
+    }
+}
+
+void ZTCSensorPidFile::touch() {
+    if (!isInItsPlace()) {
+        take();
+    } else if (futimens(mFile.get(), nullptr) != 0) {
+        throwSensorErrno(mPath, errno);
+    }
+}
+
+bool ZTCSensorPidFile::isInItsPlace() const {
+    struct stat lOurs {};
+    struct stat lNamed {};
+    return mFile.isOpen() && fstat(mFile.get(), &lOurs) == 0 && lstat(mPath.c_str(), &lNamed) == 0 &&
+           lOurs.st_dev == lNamed.st_dev && lOurs.st_ino == lNamed.st_ino;
+}

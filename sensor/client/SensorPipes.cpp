@@ -1,0 +1,122 @@
+#include "SensorPipes.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+#include "ProcessTable.h"
+
+namespace {
+
+// Keeps SIGPIPE from the thread, and takes the one that came meanwhile.
+class PipeSignalBlock {
+  public:
+    PipeSignalBlock() {
+        sigemptyset(&mPipe);
+        sigaddset(&mPipe, SIGPIPE);
+        sigset_t lPending;
+        sigpending(&lPending);
+        mWasPending = sigismember(&lPending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &mPipe, &mBefore);
+    }
+    ~PipeSignalBlock() {
+        const timespec lNow{};
+        if (!mWasPending) {
+            sigtimedwait(&mPipe, nullptr, &lNow);
+        }
+        pthread_sigmask(SIG_SETMASK, &mBefore, nullptr);
+    }
+    PipeSignalBlock(const PipeSignalBlock&) = delete;
+    PipeSignalBlock& operator=(const PipeSignalBlock&) = delete;
+
+  private:
+    sigset_t mPipe{};
+    sigset_t mBefore{};
+    bool mWasPending = false;
+};
+
+ZTCSensorDescriptor openCommandPipe(const std::string& acrPath) {
+    // Its end for writing is opened by clients alone.
+    struct stat lStatus {};
+    const pid_t lClient =
+        stat(acrPath.c_str(), &lStatus) != 0
+            ? 0
+            : findProcessWith(lStatus, [](const ZTSOpenFile& acrFile) { return acrFile.mIsWritten; });
+    if (lClient != 0) {
+        throw ZTCPipesTakenError(acrPath + " is taken by " + describeProcess(lClient) + ": end it first",
+                                 lClient);
+    }
+    return openSensorFile(acrPath, O_WRONLY, S_IFIFO);
+}
+
+[[noreturn]] void throwEnded() {
+    throw ZTCNoAgentError("the agent ended before it had answered: its log says why");
+}
+
+}  // namespace
+
+ZTCSensorPipes::ZTCSensorPipes(const std::string& acrDirectory)
+    : mCommands(openCommandPipe(acrDirectory + ZTSensorCommandPipe)),
+      mAnswers(openSensorFile(acrDirectory + ZTSensorOutputPipe, O_RDONLY, S_IFIFO)),
+      mReader([this](std::uint8_t* apBytes, std::size_t aRoom) { return readSome(apBytes, aRoom); }) {}
+
+ZTSensorBytes ZTCSensorPipes::ask(const ZTSensorBytes& acrCommand, std::uint32_t aTag,
+                                  Clock::time_point aDeadline) {
+    mDeadline = aDeadline;
+    write(acrCommand);
+    return mReader.read(aTag);
+}
+
+void ZTCSensorPipes::write(const ZTSensorBytes& acrBytes) {
+    const PipeSignalBlock lNoSignal;
+    for (std::size_t lAt = 0; lAt < acrBytes.size();) {
+        waitFor(mCommands, POLLOUT);
+        const ssize_t lWritten = ::write(mCommands.get(), acrBytes.data() + lAt, acrBytes.size() - lAt);
+        if (lWritten >= 0) {
+            lAt += static_cast<std::size_t>(lWritten);
+        } else if (errno == EPIPE) {
+            throwEnded();
+        } else if (errno != EAGAIN && errno != EINTR) {
+            throwSensorErrno("the command pipe", errno);
+        }
+    }
+}
+
+std::size_t ZTCSensorPipes::readSome(std::uint8_t* apBytes, std::size_t aRoom) {
+    for (;;) {
+        waitFor(mAnswers, POLLIN);
+        const ssize_t lRead = read(mAnswers.get(), apBytes, aRoom);
+        if (lRead > 0) {
+            return static_cast<std::size_t>(lRead);
+        }
+        if (lRead == 0) {
+            throwEnded();
+        }
+        if (errno != EAGAIN && errno != EINTR) {
+            throwSensorErrno("the output pipe", errno);
+        }
+    }
+}
+
+void ZTCSensorPipes::waitFor(const ZTCSensorDescriptor& acrPipe, short aEvents) const {
+    pollfd lPoll{acrPipe.get(), aEvents, 0};
+    for (;;) {
+        const auto lLeft = std::chrono::ceil<std::chrono::milliseconds>(mDeadline - Clock::now()).count();
+        if (lLeft <= 0) {
+            throw ZTCTimedOutError(
+                "the agent has not answered in time: look at its log, or give it longer (--timeout)");
+        }
+        const int lReady = poll(&lPoll, 1, static_cast<int>(std::min<std::int64_t>(lLeft, 60'000)));
+        if (lReady > 0) {
+            return;
+        }
+        if (lReady < 0 && errno != EINTR) {
+            throwSensorErrno("poll", errno);
+        }
+    }
+}

@@ -1,0 +1,17 @@
+// One client at a time: who drives the agent holds the lock of its runtime directory.
+#pragma once
+
+#include <chrono>
+
+#include "SensorFiles.h"
+
+/// Held as long as the object lives, also while no agent runs.
+class ZTCDirectoryClaim {
+  public:
+    /// Waits so long for another client to go, which may be no time. Throws ZTCPipesTakenError, and what
+    /// opening the directory throws.
+    ZTCDirectoryClaim(const std::string& acrDirectory, std::chrono::milliseconds aWait);
+
+  private:
+    ZTCSensorDescriptor mDirectory;
+};

@@ -1,0 +1,33 @@
+// Who has which file open, as /proc tells it.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+/// What a process has a file open for.
+struct ZTSOpenFile {
+    std::string mPath;       ///< as it was opened, or where it has been moved to
+    struct stat mStatus {};  ///< of the file
+    bool mIsWritten = false;
+    bool mIsAppended = false;
+    bool mIsLocked = false;  ///< a lock was taken through this descriptor
+};
+/// The first descriptor of the process for which the condition holds.
+std::optional<ZTSOpenFile> findOpenFile(pid_t aProcess,
+                                        const std::function<bool(const ZTSOpenFile&)>& acrCondition);
+
+/// The first process with such a descriptor on the file, or 0. Only the caller's own processes are seen,
+/// unless it is root.
+pid_t findProcessWith(const struct stat& acrFile,
+                      const std::function<bool(const ZTSOpenFile&)>& acrCondition);
+
+/// "process 1234 (vrx-scope)", or "another process" for 0.
+std::string describeProcess(pid_t aProcess);
+
+/// When it began. Nothing if there is no such process.
+std::optional<std::chrono::system_clock::time_point> getProcessStart(pid_t aProcess);

@@ -1,0 +1,44 @@
+// A sensor's dealings with the agent: one function a command.
+#pragma once
+
+#include <memory>
+
+#include "DirectoryClaim.h"
+#include "SensorPipes.h"
+
+struct ZTSSensorOptions {
+    std::string mDirectory;                     ///< the agent's runtime directory
+    std::chrono::milliseconds mTimeout{10000};  ///< how long an answer may take
+    std::chrono::milliseconds mWait{0};         ///< how long to wait while another client has the pipes
+};
+
+/// One thread, and one client a directory at a time. Every function throws a ZTCSensorError of the kind that
+/// fits (SensorError.h); after one other than ZTCRefusedError the next call opens the pipes anew, so that a
+/// client lives on while agents come and go.
+class ZTCSensorClient {
+  public:
+    /// Claims the directory. Throws ZTCPipesTakenError, ZTCNoAgentError (no directory), ZTCNoPermissionError.
+    explicit ZTCSensorClient(ZTSSensorOptions aOptions);
+
+    /// aCeiling: up to so many bytes a record's data grows when events repeat. A collection that is under way
+    /// is not ended first: each of its events would be told twice.
+    void startScope(std::uint32_t aCeiling);
+    void stop();
+    /// In as many commands as it takes. Throws ZTCRefusedError for none at all.
+    void registerTargets(std::span<const ZTSSensorTarget> aTargets);
+    /// aSeconds: not 0.
+    void setCollectionPeriod(std::uint32_t aSeconds);
+    void shutDown();
+    /// What the agent has collected, and no longer has: the whole message as it came (decodeScopeData reads
+    /// the part behind its header).
+    ZTSensorBytes fetch();
+
+  private:
+    ZTSensorBytes ask(const ZTSensorBytes& acrCommand);
+    void order(const ZTSensorBytes& acrCommand);
+
+    const ZTSSensorOptions mOptions;
+    const ZTCDirectoryClaim mClaim;
+    std::unique_ptr<ZTCSensorPipes> mPipes;
+    std::uint32_t mTag;  ///< of the next command
+};

@@ -1,0 +1,39 @@
+// The files in the agent's runtime directory, and how a sensor opens them.
+#pragma once
+
+#include <string>
+
+#include "SensorError.h"
+
+inline constexpr char ZTSensorCommandPipe[] = "/vrxscacmd.fifo";
+inline constexpr char ZTSensorOutputPipe[] = "/vrxscaout.fifo";
+inline constexpr char ZTSensorAgentPidFile[] = "/vrx-sca.pid";
+inline constexpr char ZTSensorOwnPidFile[] = "/vrx-sn.pid";
+
+/// A descriptor that is closed with its owner.
+class ZTCSensorDescriptor {
+  public:
+    explicit ZTCSensorDescriptor(int aDescriptor = -1) : mDescriptor(aDescriptor) {}
+    ZTCSensorDescriptor(ZTCSensorDescriptor&& arOther) noexcept : mDescriptor(arOther.mDescriptor) {
+        arOther.mDescriptor = -1;
+    }
+    ZTCSensorDescriptor& operator=(ZTCSensorDescriptor&& arOther) noexcept;
+    ZTCSensorDescriptor(const ZTCSensorDescriptor&) = delete;
+    ZTCSensorDescriptor& operator=(const ZTCSensorDescriptor&) = delete;
+    ~ZTCSensorDescriptor();
+
+    int get() const { return mDescriptor; }
+    bool isOpen() const { return mDescriptor >= 0; }
+
+  private:
+    int mDescriptor;
+};
+
+/// Throws the error that fits errno: ZTCNoAgentError (there is no such file, or a pipe that nobody reads),
+/// ZTCNoPermissionError, ZTCUnsafeFileError (a symbolic link), else ZTCSensorError.
+[[noreturn]] void throwSensorErrno(const std::string& acrPath, int aErrno);
+
+/// Opens a file without following a link in its place and without waiting for anything, and looks at what it
+/// got: it must be of the type (S_IFIFO, S_IFREG, S_IFDIR), the caller's or root's, with one name, and a pipe
+/// must not be open to others. Throws as throwSensorErrno does.
+ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType);

@@ -1,0 +1,93 @@
+// The messages on the pipes, as a sensor sees them (docs/protocol.md): commands to bytes, answers from bytes.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <vector>
+
+#include "WireReader.h"
+
+using ZTSensorBytes = std::vector<std::uint8_t>;
+
+/// The first byte of a command's body.
+enum class ZTESensorCommand : std::uint8_t {
+    StartScope = 0,
+    GetScopeData = 1,
+    Stop = 2,
+    RegisterTargets = 3,
+    ShutDown = 4,
+    CollectionPeriod = 5,
+};
+
+/// The first byte of an answer's body.
+enum class ZTESensorAnswer : std::uint8_t { Success = 0, Failure = 1, ScopeData = 2 };
+
+/// Failure codes that the agent is known to give.
+inline constexpr std::uint16_t ZTSensorBadArgument = 6;
+inline constexpr std::uint16_t ZTSensorRegistrationFailed = 9;
+
+/// What every message begins with.
+struct ZTSSensorHeader {
+    static constexpr std::size_t Size = 12;
+    static constexpr std::array<std::uint8_t, 4> Magic{'V', 'R', 'X', '1'};
+
+    std::uint32_t mTag = 0;
+    std::uint32_t mLength = 0;  ///< of the body, in bytes
+
+    /// Nothing if the magic is another. Takes Size bytes.
+    static std::optional<ZTSSensorHeader> decode(std::span<const std::uint8_t> aBytes);
+};
+
+/// A port beyond the fabric that records are to name.
+struct ZTSSensorTarget {
+    ZTSPortNames mNames;
+    std::uint32_t mAddress = 0;  ///< its Fibre Channel address, 24 bits
+};
+
+/// How many targets one RegisterTargets holds.
+inline constexpr std::size_t ZTSensorMaxTargets = (65536 - 5) / 20;
+
+// ---- Commands: the whole message, header and body ----
+
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand);
+/// A command with one number: StartScope (the ceiling of a record's data, in bytes), CollectionPeriod
+/// (seconds).
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand, std::uint32_t aValue);
+/// RegisterTargets. At most ZTSensorMaxTargets.
+ZTSensorBytes encodeTargets(std::uint32_t aTag, std::span<const ZTSSensorTarget> aTargets);
+
+// ---- Answers: their bodies ----
+
+/// A moment, counted from 1970-01-01T00:00:00Z.
+struct ZTSSensorTime {
+    std::uint64_t mSeconds = 0;
+    std::uint32_t mNanoseconds = 0;  ///< below 1,000,000,000
+
+    auto operator<=>(const ZTSSensorTime&) const = default;
+};
+
+/// Events that repeated one another, of one kind.
+struct ZTSSensorRecord {
+    std::uint32_t mOccurrences = 0;
+    ZTSSensorTime mFirst;
+    ZTSSensorTime mLast;
+    std::uint8_t mCategory = 0;
+    std::uint8_t mSubcategory = 0;
+    std::optional<ZTSPortNames> mTarget;  ///< the registered target that they concern
+    ZTSensorBytes mData;                  ///< the block of the kind (EventBlock.h)
+};
+
+/// What one adapter port has collected, the oldest record first.
+struct ZTSSensorRecordList {
+    ZTSPortNames mInitiator;
+    std::vector<ZTSSensorRecord> mRecords;
+};
+
+/// What a fetch answers.
+using ZTSensorScopeData = std::vector<ZTSSensorRecordList>;
+
+/// Reads an answer without values. Throws ZTCRefusedError, ZTCMalformedAnswerError.
+void decodeSuccess(std::span<const std::uint8_t> aBody);
+/// Reads the answer to a fetch to its end: the number of lists that it tells is no promise. Memory is bounded
+/// by a small multiple of the body's size. Throws ZTCRefusedError, ZTCMalformedAnswerError.
+ZTSensorScopeData decodeScopeData(std::span<const std::uint8_t> aBody);
