@@ -2,12 +2,16 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <charconv>
 #include <fstream>
 #include <memory>
 #include <sstream>
+
+#include "SensorFiles.h"
 
 namespace {
 
@@ -120,4 +124,10 @@ std::optional<std::chrono::system_clock::time_point> getProcessStart(pid_t aProc
         }
     }
     return {};
+}
+
+bool waitForEnd(pid_t aProcess, std::chrono::milliseconds aTime) {
+    const ZTCSensorDescriptor lProcess(static_cast<int>(syscall(SYS_pidfd_open, aProcess, 0)));
+    pollfd lPoll{lProcess.get(), POLLIN, 0};
+    return !lProcess.isOpen() || poll(&lPoll, 1, static_cast<int>(aTime.count())) == 1;
 }

@@ -31,3 +31,6 @@ std::string describeProcess(pid_t aProcess);
 
 /// When it began. Nothing if there is no such process.
 std::optional<std::chrono::system_clock::time_point> getProcessStart(pid_t aProcess);
+
+/// Waits for a process's end. False: it has not ended in that time. One that is not there has ended.
+bool waitForEnd(pid_t aProcess, std::chrono::milliseconds aTime);

@@ -1,0 +1,40 @@
+// Files of raw answers: the messages as they came from the pipe, one after the other.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "Failure.h"
+#include "SensorFiles.h"
+#include "SensorMessages.h"
+
+/// A message that could not be saved, and that nobody else has.
+class ZTCUnsavedAnswer : public ZTCScopeFailure {
+  public:
+    ZTCUnsavedAnswer(const std::string& acrText, ZTSensorBytes aMessage)
+        : ZTCScopeFailure(acrText), mMessage(std::move(aMessage)) {}
+
+    const ZTSensorBytes& getMessage() const { return mMessage; }
+
+  private:
+    ZTSensorBytes mMessage;
+};
+
+/// Adds messages to a file. One thread.
+class ZTCAnswerFile {
+  public:
+    /// Opens it to be added to. Throws ZTCScopeFailure.
+    explicit ZTCAnswerFile(std::string aPath);
+
+    /// The message is on the disk, whole, when this returns; when it cannot be, the file is as it was. Throws
+    /// ZTCUnsavedAnswer.
+    void add(const ZTSensorBytes& acrMessage);
+
+  private:
+    std::string mPath;
+    ZTCSensorDescriptor mFile;
+};
+
+/// Calls the function with each message of a file ("-": standard input) in its order, until it returns false.
+/// Throws ZTCScopeFailure at what is no message or not whole.
+void eachAnswer(const std::string& acrPath, const std::function<bool(const ZTSensorBytes&)>& acrDo);

@@ -1,0 +1,115 @@
+#include "Collector.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "AgentStatus.h"
+#include "RecordText.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds sHeartbeat(1000);
+
+std::string countText(const ZTSCollection& acrCollection) {
+    const double lSeconds = std::chrono::duration<double>(acrCollection.mEvery).count();
+    return fmt::format("a fetch every {:g} s", lSeconds);
+}
+
+}  // namespace
+
+void startCollection(ZTCSensorClient& arClient, std::uint32_t aCeiling) {
+    arClient.stop();
+    arClient.startScope(aCeiling);
+}
+
+ZTSFetched readFetched(const ZTSensorBytes& acrMessage, std::optional<ZTSFetched::Time> aTime) {
+    return {aTime, decodeScopeData(std::span(acrMessage).subspan(ZTSSensorHeader::Size))};
+}
+
+ZTCCollector::ZTCCollector(const ZTSSensorOptions& acrOptions, const ZTSCollection& acrCollection,
+                           ZTCShow& arShow, ZTCAnswerFile* apSaved)
+    : mCollection(acrCollection),
+      mrShow(arShow),
+      mpSaved(apSaved),
+      mDirectory(acrOptions.mDirectory),
+      mClient(acrOptions),
+      mPidFile(acrOptions.mDirectory) {}
+
+void ZTCCollector::run() {
+    const Clock::time_point lBegin = Clock::now();
+    const Clock::time_point lEnd = mCollection.mFor ? lBegin + *mCollection.mFor : Clock::time_point::max();
+    Clock::time_point lNextFetch = lBegin;
+    for (;;) {
+        mPidFile.touch();
+        const Clock::time_point lNow = Clock::now();
+        if (lNow >= lNextFetch || lNow >= lEnd) {
+            fetch();
+            // Not from now, or the period would grow by what a fetch takes. After a long one, none is made up
+            // for.
+            lNextFetch = std::max(lNextFetch + mCollection.mEvery, Clock::now());
+        }
+        if (lNow >= lEnd) {
+            return;
+        }
+        switch (mWaiting.until(std::min({lNextFetch, lEnd, lNow + sHeartbeat}))) {
+            case ZTCWaiting::End:
+                return;
+            case ZTCWaiting::Resize:
+                mrShow.draw();
+                break;
+            case ZTCWaiting::Time:
+                break;
+        }
+    }
+}
+
+void ZTCCollector::fetch() {
+    try {
+        if (!mIsThere) {
+            begin();
+        }
+        take(mClient.fetch());
+    } catch (const ZTCNoAgentError& lrError) {
+        lose(lrError.what());
+    } catch (const ZTCTimedOutError& lrError) {
+        lose(lrError.what());
+    } catch (const ZTCMalformedAnswerError& lrError) {
+        lose(lrError.what());
+    } catch (const ZTCPipesTakenError& lrError) {
+        lose(lrError.what());
+    }
+}
+
+// The first words with an agent: how often it is fetched from, and the collection's start when that is ours
+// to do.
+void ZTCCollector::begin() {
+    const auto lSeconds = std::chrono::ceil<std::chrono::seconds>(mCollection.mEvery).count();
+    mClient.setCollectionPeriod(static_cast<std::uint32_t>(lSeconds));
+    if (mCollection.mCeiling) {
+        startCollection(mClient, *mCollection.mCeiling);
+    }
+    const ZTSAgentStatus lStatus = readAgentStatus(mDirectory);
+    mIsThere = true;
+    mToldLast.clear();
+    mrShow.tell(fmt::format("vrx-sca, process {}, in {}: {}{}", lStatus.mProcess, mDirectory,
+                            countText(mCollection), mCollection.mCeiling ? ", collection started" : ""),
+                true);
+}
+
+void ZTCCollector::take(const ZTSensorBytes& acrMessage) {
+    if (mpSaved != nullptr) {
+        mpSaved->add(acrMessage);  // first: whatever happens to be wrong with it
+    }
+    mrShow.add(readFetched(acrMessage, std::chrono::system_clock::now()));
+}
+
+void ZTCCollector::lose(const char* apWhy) {
+    const std::string lText =
+        (mIsThere ? "the agent is gone: " : "waiting for an agent: ") + std::string(apWhy);
+    mIsThere = false;
+    if (lText != mToldLast) {
+        mToldLast = lText;
+        mrShow.tell(lText, false);
+    }
+}

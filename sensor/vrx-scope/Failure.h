@@ -1,0 +1,16 @@
+// How the program itself fails. Each text is one line that says what to do.
+#pragma once
+
+#include <stdexcept>
+
+/// What was asked for cannot be done: the program ends with status 1.
+class ZTCScopeFailure : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// What was asked for is not understood: status 2.
+class ZTCScopeUsage : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};

@@ -1,0 +1,108 @@
+#include "Json.h"
+
+#include "TimeText.h"
+
+namespace {
+
+constexpr int sSchema = 1;
+
+ZTJson textOrNull(const std::string& acrText) {
+    return acrText.empty() ? ZTJson() : ZTJson(acrText);
+}
+
+ZTJson timeOrNull(const std::optional<ZTSAgentStatus::Time>& acrTime) {
+    return acrTime ? textOrNull(isoText(toSensorTime(*acrTime))) : ZTJson();
+}
+
+ZTJson namesOf(const ZTSPortNames& acrNames) {
+    return {{"node_name", acrNames.mNode.toText()}, {"port_name", acrNames.mPort.toText()}};
+}
+
+ZTJson fieldsToJson(const ZTEventGroup& acrFields);
+
+struct ValueToJson {
+    ZTJson operator()(std::monostate) const { return {}; }
+    ZTJson operator()(std::uint32_t aNumber) const { return aNumber; }
+    ZTJson operator()(const ZTSWwn& acrName) const { return acrName.toText(); }
+    ZTJson operator()(const std::string& acrText) const { return acrText; }
+    ZTJson operator()(const std::vector<std::uint32_t>& acrValues) const { return acrValues; }
+    ZTJson operator()(const std::vector<ZTEventGroup>& acrGroups) const {
+        ZTJson lList = ZTJson::array();
+        for (const ZTEventGroup& lrGroup : acrGroups) {
+            lList.push_back(fieldsToJson(lrGroup));
+        }
+        return lList;
+    }
+};
+
+ZTJson fieldsToJson(const ZTEventGroup& acrFields) {
+    ZTJson lObject = ZTJson::object();
+    for (const ZTSEventField& lrField : acrFields) {
+        lObject[lrField.mpName] = std::visit(ValueToJson(), lrField.mValue);
+    }
+    return lObject;
+}
+
+std::string digitsOf(const ZTSensorBytes& acrBytes) {
+    constexpr char lDigits[] = "0123456789abcdef";
+    std::string lText;
+    for (const std::uint8_t lByte : acrBytes) {
+        lText += lDigits[lByte >> 4];
+        lText += lDigits[lByte & 15];
+    }
+    return lText;
+}
+
+}  // namespace
+
+ZTJson makeDocument(const std::string& acrCommand) {
+    return {{"schema", sSchema}, {"command", acrCommand}};
+}
+
+ZTJson toJson(const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
+    const char* const lpKind = findEventKind(acrRecord.mCategory, acrRecord.mSubcategory);
+    const auto lFields = fieldsOf(acrRecord);
+    ZTJson lObject;
+    lObject["initiator"] = namesOf(acrInitiator);
+    lObject["kind"] = lpKind != nullptr ? ZTJson(lpKind) : ZTJson();
+    lObject["category"] = acrRecord.mCategory;
+    lObject["subcategory"] = acrRecord.mSubcategory;
+    lObject["occurrences"] = acrRecord.mOccurrences;
+    lObject["first"] = textOrNull(isoText(acrRecord.mFirst));
+    lObject["last"] = textOrNull(isoText(acrRecord.mLast));
+    lObject["target"] = acrRecord.mTarget ? namesOf(*acrRecord.mTarget) : ZTJson();
+    lObject["event"] = lFields ? fieldsToJson(*lFields) : ZTJson();
+    lObject["data"] = digitsOf(acrRecord.mData);
+    return lObject;
+}
+
+ZTJson toJson(const std::string& acrCommand, const ZTSFetched& acrFetched) {
+    ZTJson lDocument = makeDocument(acrCommand);
+    lDocument["fetched"] = timeOrNull(acrFetched.mTime);
+    lDocument["initiators"] = ZTJson::array();
+    lDocument["records"] = ZTJson::array();
+    for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
+        lDocument["initiators"].push_back(namesOf(lrList.mInitiator));
+        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
+            lDocument["records"].push_back(toJson(lrList.mInitiator, lrRecord));
+        }
+    }
+    return lDocument;
+}
+
+ZTJson toJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus) {
+    ZTJson lDocument = makeDocument("status");
+    lDocument["directory"] = acrDirectory;
+    lDocument["running"] = acrStatus.mIsRunning;
+    lDocument["pid"] = acrStatus.mProcess != 0 ? ZTJson(acrStatus.mProcess) : ZTJson();
+    lDocument["since"] = timeOrNull(acrStatus.mSince);
+    lDocument["log"] = textOrNull(acrStatus.mLog);
+    lDocument["heartbeat"] = timeOrNull(acrStatus.mHeartbeat);
+    lDocument["sensor"] = ZTJson();
+    if (acrStatus.mSensorHeartbeat) {
+        lDocument["sensor"] = {{"pid", acrStatus.mSensor != 0 ? ZTJson(acrStatus.mSensor) : ZTJson()},
+                               {"running", acrStatus.mIsSensorRunning},
+                               {"heartbeat", timeOrNull(acrStatus.mSensorHeartbeat)}};
+    }
+    return lDocument;
+}

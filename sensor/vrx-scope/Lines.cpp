@@ -1,0 +1,89 @@
+#include "Lines.h"
+
+#include <fmt/format.h>
+
+#include <iostream>
+
+#include "Json.h"
+#include "RecordText.h"
+#include "Table.h"
+#include "Terminal.h"
+#include "TimeText.h"
+
+namespace {
+
+std::string tablesOf(const ZTSFetched& acrFetched, bool aInUtc) {
+    std::string lText;
+    for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
+        lText += fmt::format("{}initiator {}, node {}: {} record{}\n", lText.empty() ? "" : "\n",
+                             bold(lrList.mInitiator.mPort.toText()), lrList.mInitiator.mNode.toText(),
+                             lrList.mRecords.size(), lrList.mRecords.size() == 1 ? "" : "s");
+        if (lrList.mRecords.empty()) {
+            continue;
+        }
+        const std::string lZone = zoneText(lrList.mRecords.front().mFirst, aInUtc);
+        ZTCTable lTable(
+            {{"first (" + lZone + ")"}, {"last"}, {"kind"}, {"events", true}, {"remote port"}, {"what"}});
+        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
+            const std::string lFirst = plainText(lrRecord.mFirst, aInUtc);
+            std::string lLast = plainText(lrRecord.mLast, aInUtc);
+            // The day is not told twice.
+            const std::size_t lDay = lFirst.find(' ') + 1;
+            lLast = lLast.substr(0, lDay) == lFirst.substr(0, lDay) ? lLast.substr(lDay) : lLast;
+            lTable.add({lFirst, lLast, kindText(lrRecord), std::to_string(lrRecord.mOccurrences),
+                        remoteText(lrRecord), detailText(lrRecord)});
+        }
+        lText += lTable.toText();
+    }
+    return lText.empty() ? "no adapters\n" : lText;
+}
+
+template <class Line>
+std::string linesOf(const ZTSFetched& acrFetched, const Line& acrLine) {
+    std::string lText;
+    for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
+        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
+            lText += acrLine(lrList.mInitiator, lrRecord) + "\n";
+        }
+    }
+    return lText;
+}
+
+std::string jsonLines(const std::string& acrCommand, const ZTSFetched& acrFetched) {
+    return linesOf(acrFetched, [&](const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
+        ZTJson lLine = makeDocument(acrCommand);
+        lLine.update(toJson(acrInitiator, acrRecord));
+        return lLine.dump();
+    });
+}
+
+std::string plainLines(const ZTSFetched& acrFetched, bool aInUtc) {
+    return linesOf(acrFetched, [&](const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
+        return fmt::format("{} {}  {}  {} x {}  {}  {}", plainText(acrRecord.mLast, aInUtc),
+                           zoneText(acrRecord.mLast, aInUtc), acrInitiator.mPort.toText(),
+                           acrRecord.mOccurrences, kindText(acrRecord), remoteText(acrRecord),
+                           detailText(acrRecord));
+    });
+}
+
+}  // namespace
+
+std::string toText(const std::string& acrCommand, const ZTSFetched& acrFetched, ZTEScopeForm aForm,
+                   bool aInUtc) {
+    switch (aForm) {
+        case ZTEScopeForm::Json:
+            return toJson(acrCommand, acrFetched).dump(2) + "\n";
+        case ZTEScopeForm::JsonLines:
+            return jsonLines(acrCommand, acrFetched);
+        default:
+            return tablesOf(acrFetched, aInUtc);
+    }
+}
+
+void ZTCLines::add(const ZTSFetched& acrFetched) {
+    put(mForm == ZTEScopeForm::JsonLines ? jsonLines("watch", acrFetched) : plainLines(acrFetched, mInUtc));
+}
+
+void ZTCLines::tell(const std::string& acrText, bool /*aIsThere*/) {
+    std::cerr << "vrx-scope: " << acrText << std::endl;
+}

@@ -1,0 +1,139 @@
+#include "RecordText.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string_view>
+
+namespace {
+
+constexpr std::string_view sRemotePort = "remote_port_name";
+constexpr std::string_view sPortId = "port_id";
+constexpr std::string_view sNameSuffix = "_name";
+constexpr std::size_t sMaxShown = 8;
+
+// Numbers that their standards write in hexadecimal.
+constexpr std::string_view sHexadecimal[] = {
+    "rejected_command", "reason",         "explanation", "sense_key", "asc", "ascq",
+    "operation_code",   "operation_codes"};
+
+std::string numberText(std::string_view aField, std::uint32_t aValue) {
+    const bool lIsHexadecimal =
+        std::find(std::begin(sHexadecimal), std::end(sHexadecimal), aField) != std::end(sHexadecimal);
+    return aValue == ZTEventAllLuns && aField.starts_with("lun") ? "all"
+           : lIsHexadecimal                                      ? fmt::format("{:#x}", aValue)
+                                                                 : std::to_string(aValue);
+}
+
+std::string wordsOf(std::string_view aField) {
+    std::string lWords(aField);
+    std::replace(lWords.begin(), lWords.end(), '_', ' ');
+    return lWords;
+}
+
+// Values in their order, those that follow one another as a range.
+std::string listText(std::string_view aField, const std::vector<std::uint32_t>& acrValues) {
+    if (acrValues.size() == ZTEventSetSize && aField == "luns") {
+        return "all";
+    }
+    std::string lText;
+    std::size_t lShown = 0;
+    for (std::size_t lAt = 0; lAt < acrValues.size();) {
+        std::size_t lEnd = lAt + 1;
+        while (lEnd < acrValues.size() && acrValues[lEnd] == acrValues[lEnd - 1] + 1) {
+            ++lEnd;
+        }
+        if (lShown++ == sMaxShown) {
+            return lText + fmt::format(",... ({} in all)", acrValues.size());
+        }
+        lText += (lText.empty() ? "" : ",") + numberText(aField, acrValues[lAt]);
+        if (lEnd - lAt > 1) {
+            lText += "-" + numberText(aField, acrValues[lEnd - 1]);
+        }
+        lAt = lEnd;
+    }
+    return lText.empty() ? "none" : lText;
+}
+
+std::string groupText(const ZTEventGroup& acrFields);
+
+std::string groupsText(const std::vector<ZTEventGroup>& acrGroups) {
+    std::string lText;
+    for (std::size_t lAt = 0; lAt < acrGroups.size(); ++lAt) {
+        if (lAt == sMaxShown) {
+            return lText + fmt::format("; ... ({} in all)", acrGroups.size());
+        }
+        lText += (lAt == 0 ? "" : "; ") + groupText(acrGroups[lAt]);
+    }
+    return lText;
+}
+
+// A field and, when there is one, the name of its number, which is the field behind it.
+std::string fieldText(const ZTSEventField& acrField, const std::string* apName) {
+    const std::string lWords = wordsOf(acrField.mpName) + " ";
+    if (const auto* const lpNumber = std::get_if<std::uint32_t>(&acrField.mValue)) {
+        const std::string lNumber = numberText(acrField.mpName, *lpNumber);
+        return lWords + (apName != nullptr ? fmt::format("{} ({})", *apName, lNumber) : lNumber);
+    }
+    if (const auto* const lpName = std::get_if<ZTSWwn>(&acrField.mValue)) {
+        return lWords + lpName->toText();
+    }
+    if (const auto* const lpText = std::get_if<std::string>(&acrField.mValue)) {
+        return lWords + *lpText;
+    }
+    if (const auto* const lpValues = std::get_if<std::vector<std::uint32_t>>(&acrField.mValue)) {
+        return lWords + listText(acrField.mpName, *lpValues);
+    }
+    if (const auto* const lpGroups = std::get_if<std::vector<ZTEventGroup>>(&acrField.mValue)) {
+        return groupsText(*lpGroups);
+    }
+    return lWords + "not told";
+}
+
+bool isNameOf(const ZTSEventField& acrField) {
+    return std::string_view(acrField.mpName).ends_with(sNameSuffix) &&
+           !std::holds_alternative<ZTSWwn>(acrField.mValue);
+}
+
+std::string groupText(const ZTEventGroup& acrFields) {
+    std::string lText;
+    for (std::size_t lAt = 0; lAt < acrFields.size(); ++lAt) {
+        if (acrFields[lAt].mpName == sRemotePort || isNameOf(acrFields[lAt])) {
+            continue;
+        }
+        const bool lHasName = lAt + 1 < acrFields.size() && isNameOf(acrFields[lAt + 1]);
+        const std::string lField = fieldText(
+            acrFields[lAt], lHasName ? std::get_if<std::string>(&acrFields[lAt + 1].mValue) : nullptr);
+        lText += (lText.empty() || lField.empty() ? "" : ", ") + lField;
+    }
+    return lText;
+}
+
+}  // namespace
+
+std::string kindText(const ZTSSensorRecord& acrRecord) {
+    const char* const lpKind = findEventKind(acrRecord.mCategory, acrRecord.mSubcategory);
+    return lpKind != nullptr ? lpKind : fmt::format("{},{}", acrRecord.mCategory, acrRecord.mSubcategory);
+}
+
+std::string remoteText(const ZTSSensorRecord& acrRecord) {
+    if (acrRecord.mTarget) {
+        return acrRecord.mTarget->mPort.toText();
+    }
+    for (const ZTSEventField& lrField : fieldsOf(acrRecord).value_or(ZTEventGroup())) {
+        const auto* const lpName = std::get_if<ZTSWwn>(&lrField.mValue);
+        const auto* const lpText = std::get_if<std::string>(&lrField.mValue);
+        if (lrField.mpName == sRemotePort && lpName != nullptr) {
+            return lpName->toText();
+        }
+        if (lrField.mpName == sPortId && lpText != nullptr) {
+            return *lpText;
+        }
+    }
+    return "-";
+}
+
+std::string detailText(const ZTSSensorRecord& acrRecord) {
+    const auto lFields = fieldsOf(acrRecord);
+    return lFields ? groupText(*lFields) : fmt::format("a block of {} bytes", acrRecord.mData.size());
+}

@@ -1,0 +1,14 @@
+// A record in words.
+#pragma once
+
+#include <string>
+
+#include "Fetched.h"
+
+/// Its kind's name, or its numbers.
+std::string kindText(const ZTSSensorRecord& acrRecord);
+/// The port beyond the fabric that it is about: a registered target's port name, else the port name that the
+/// event gives, else the port id of an RSCN. "-" if there is none.
+std::string remoteText(const ZTSSensorRecord& acrRecord);
+/// What else the event says: "luns 3,5-7, sense key aborted command (0xb)".
+std::string detailText(const ZTSSensorRecord& acrRecord);

@@ -1,0 +1,88 @@
+#include "Targets.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+
+#include "Failure.h"
+
+namespace {
+
+constexpr std::size_t sWords = 3;
+constexpr std::size_t sAddressDigits = 6;
+
+ZTSWwn readName(const std::string& acrWord) {
+    if (const auto lName = ZTSWwn::fromText(acrWord)) {
+        return *lName;
+    }
+    throw ZTCScopeUsage(fmt::format(
+        "'{}' is not a world wide name: 8 hex pairs with colons, or 16 hex digits (20:00:00:25:b5:01:00:0a)",
+        acrWord));
+}
+
+std::uint32_t readAddress(const std::string& acrWord) {
+    const std::string lDigits = acrWord.starts_with("0x") ? acrWord.substr(2) : acrWord;
+    std::uint32_t lAddress = 0;
+    const char* const lpEnd = lDigits.data() + lDigits.size();
+    const auto lParsed = std::from_chars(lDigits.data(), lpEnd, lAddress, 16);
+    if (lDigits.size() != sAddressDigits || lParsed.ec != std::errc() || lParsed.ptr != lpEnd) {
+        throw ZTCScopeUsage(
+            fmt::format("'{}' is not a Fibre Channel address: six hex digits (0x010203)", acrWord));
+    }
+    return lAddress;
+}
+
+ZTSSensorTarget readTarget(const std::string* apWords) {
+    return {{readName(apWords[0]), readName(apWords[1])}, readAddress(apWords[2])};
+}
+
+}  // namespace
+
+std::vector<ZTSSensorTarget> readTargets(const std::vector<std::string>& acrWords) {
+    if (acrWords.empty() || acrWords.size() % sWords != 0) {
+        throw ZTCScopeUsage("targets come as NODE PORT ADDRESS");
+    }
+    std::vector<ZTSSensorTarget> lTargets;
+    for (std::size_t lAt = 0; lAt < acrWords.size(); lAt += sWords) {
+        lTargets.push_back(readTarget(&acrWords[lAt]));
+    }
+    return lTargets;
+}
+
+std::vector<ZTSSensorTarget> loadTargets(const std::string& acrFile) {
+    std::ifstream lFile;
+    if (acrFile != "-") {
+        lFile.open(acrFile);
+        if (!lFile) {
+            throw ZTCScopeFailure(fmt::format("cannot read {}", acrFile));
+        }
+    }
+    std::istream& lrInput = acrFile == "-" ? std::cin : lFile;
+    std::vector<ZTSSensorTarget> lTargets;
+    std::size_t lNumber = 0;
+    for (std::string lLine; std::getline(lrInput, lLine);) {
+        ++lNumber;
+        std::istringstream lText(lLine.substr(0, lLine.find('#')));
+        const std::vector<std::string> lWords(std::istream_iterator<std::string>(lText), {});
+        if (lWords.empty()) {
+            continue;
+        }
+        try {
+            if (lWords.size() != sWords) {
+                throw ZTCScopeUsage("a target is NODE PORT ADDRESS");
+            }
+            lTargets.push_back(readTarget(lWords.data()));
+        } catch (const ZTCScopeUsage& lrError) {
+            throw ZTCScopeFailure(fmt::format("{}:{}: {}", acrFile, lNumber, lrError.what()));
+        }
+    }
+    if (lrInput.bad() || lTargets.empty()) {
+        throw ZTCScopeFailure(fmt::format("{} holds no targets", acrFile));
+    }
+    return lTargets;
+}

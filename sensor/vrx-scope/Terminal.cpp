@@ -1,0 +1,91 @@
+#include "Terminal.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+
+#include "Failure.h"
+
+namespace {
+
+constexpr ZTSTerminalSize sUsual{80, 24};
+constexpr char sBold[] = "\x1b[1m";
+constexpr char sPlain[] = "\x1b[0m";
+
+// The beginning of a line that fits, where the sequences for colours take no room.
+std::string cut(const std::string& acrLine, std::size_t aColumns) {
+    std::string lCut;
+    std::size_t lShown = 0;
+    for (std::size_t lAt = 0; lAt < acrLine.size(); ++lAt) {
+        if (acrLine[lAt] == '\x1b') {
+            const std::size_t lEnd = std::min(acrLine.find('m', lAt), acrLine.size() - 1);
+            lCut.append(acrLine, lAt, lEnd - lAt + 1);
+            lAt = lEnd;
+        } else if (lShown++ < aColumns) {
+            lCut += acrLine[lAt];
+        }
+    }
+    return lCut;
+}
+
+}  // namespace
+
+bool isTerminal() {
+    return isatty(STDOUT_FILENO) == 1;
+}
+
+bool isColoured() {
+    const char* const lpNoColour = getenv("NO_COLOR");
+    const char* const lpKind = getenv("TERM");
+    return isTerminal() && (lpNoColour == nullptr || *lpNoColour == '\0') && lpKind != nullptr &&
+           strcmp(lpKind, "dumb") != 0;
+}
+
+ZTSTerminalSize getTerminalSize() {
+    winsize lSize{};
+    const bool lIsKnown =
+        ioctl(STDOUT_FILENO, TIOCGWINSZ, &lSize) == 0 && lSize.ws_col > 0 && lSize.ws_row > 0;
+    return lIsKnown ? ZTSTerminalSize{lSize.ws_col, lSize.ws_row} : sUsual;
+}
+
+void put(const std::string& acrText) {
+    for (std::size_t lAt = 0; lAt < acrText.size();) {
+        const ssize_t lWritten = write(STDOUT_FILENO, acrText.data() + lAt, acrText.size() - lAt);
+        if (lWritten < 0 && errno != EINTR) {
+            throw ZTCScopeFailure(std::string("cannot write the output: ") + strerror(errno));
+        }
+        lAt += lWritten < 0 ? 0 : static_cast<std::size_t>(lWritten);
+    }
+}
+
+std::string bold(const std::string& acrText) {
+    return isColoured() ? sBold + acrText + sPlain : acrText;
+}
+
+ZTCScreen::ZTCScreen() {
+    put("\x1b[?1049h\x1b[?25l");
+}
+
+ZTCScreen::~ZTCScreen() {
+    try {
+        put("\x1b[?25h\x1b[?1049l");
+    } catch (const ZTCScopeFailure&) {
+        return;  // the terminal has gone
+    }
+}
+
+void ZTCScreen::show(const std::string& acrLines) {
+    const ZTSTerminalSize lSize = getTerminalSize();
+    std::istringstream lLines(acrLines);
+    std::string lFrame = "\x1b[H";
+    unsigned int lRow = 0;
+    for (std::string lLine; lRow < lSize.mRows && std::getline(lLines, lLine); ++lRow) {
+        lFrame += (lRow == 0 ? "" : "\r\n") + cut(lLine, lSize.mColumns) + "\x1b[K";
+    }
+    put(lFrame + "\x1b[J");
+}

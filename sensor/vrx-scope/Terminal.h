@@ -1,0 +1,34 @@
+// Where the program's output goes.
+#pragma once
+
+#include <string>
+
+/// Whether standard output is a terminal.
+bool isTerminal();
+/// Whether it may be coloured: a terminal that can, and NO_COLOR not set.
+bool isColoured();
+
+struct ZTSTerminalSize {
+    unsigned int mColumns;
+    unsigned int mRows;
+};
+/// Its size now.
+ZTSTerminalSize getTerminalSize();
+
+/// Writes to standard output, at once and wholly. Throws ZTCScopeFailure.
+void put(const std::string& acrText);
+
+/// The text in bold, where there is colour.
+std::string bold(const std::string& acrText);
+
+/// A second screen of the terminal, which is given back as it was.
+class ZTCScreen {
+  public:
+    ZTCScreen();
+    ~ZTCScreen();
+    ZTCScreen(const ZTCScreen&) = delete;
+    ZTCScreen& operator=(const ZTCScreen&) = delete;
+
+    /// Shows lines in place of those before; what is too long or too much for the terminal is cut.
+    static void show(const std::string& acrLines);
+};

@@ -1,0 +1,55 @@
+#include "TimeText.h"
+
+#include <fmt/chrono.h>
+
+#include <algorithm>
+#include <ctime>
+
+namespace {
+
+constexpr std::uint64_t sEndOfYears = 253402300800;   // 10000-01-01T00:00:00Z
+constexpr std::uint64_t sEndOfClock = 9'000'000'000;  // its 64 bits of nanoseconds end soon after, in 2262
+constexpr std::uint32_t sNanosecondsInMillisecond = 1'000'000;
+
+std::tm calendarOf(const ZTSSensorTime& acrTime, bool aInUtc) {
+    const auto lSeconds = static_cast<std::time_t>(acrTime.mSeconds);
+    std::tm lCalendar{};
+    if (aInUtc) {
+        gmtime_r(&lSeconds, &lCalendar);
+    } else {
+        localtime_r(&lSeconds, &lCalendar);
+    }
+    return lCalendar;
+}
+
+}  // namespace
+
+ZTSSensorTime toSensorTime(std::chrono::system_clock::time_point aTime) {
+    const auto lNanoseconds = std::chrono::nanoseconds(aTime.time_since_epoch()).count();
+    return {static_cast<std::uint64_t>(lNanoseconds / 1'000'000'000),
+            static_cast<std::uint32_t>(lNanoseconds % 1'000'000'000)};
+}
+
+std::chrono::system_clock::time_point fromSensorTime(const ZTSSensorTime& acrTime) {
+    const auto lSeconds = std::chrono::seconds(std::min(acrTime.mSeconds, sEndOfClock));
+    return std::chrono::system_clock::time_point(lSeconds + std::chrono::nanoseconds(acrTime.mNanoseconds));
+}
+
+std::string isoText(const ZTSSensorTime& acrTime) {
+    if (acrTime.mSeconds >= sEndOfYears) {
+        return {};
+    }
+    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:09}Z", calendarOf(acrTime, true), acrTime.mNanoseconds);
+}
+
+std::string plainText(const ZTSSensorTime& acrTime, bool aInUtc) {
+    if (acrTime.mSeconds >= sEndOfYears) {
+        return {};
+    }
+    return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03}", calendarOf(acrTime, aInUtc),
+                       acrTime.mNanoseconds / sNanosecondsInMillisecond);
+}
+
+std::string zoneText(const ZTSSensorTime& acrTime, bool aInUtc) {
+    return aInUtc || acrTime.mSeconds >= sEndOfYears ? "UTC" : calendarOf(acrTime, false).tm_zone;
+}

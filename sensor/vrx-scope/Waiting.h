@@ -1,0 +1,25 @@
+// Waits in which signals are events, so that nothing that is under way is ever cut off by one.
+#pragma once
+
+#include <chrono>
+
+#include "SensorFiles.h"
+
+/// As long as it lives SIGINT, SIGTERM, SIGHUP and SIGWINCH interrupt nothing, and are told by the waits. One
+/// at a time, in a program's only thread.
+class ZTCWaiting {
+  public:
+    using Clock = std::chrono::steady_clock;
+    enum Reason : unsigned char { Time, Resize, End };
+
+    ZTCWaiting();
+    ~ZTCWaiting();
+    ZTCWaiting(const ZTCWaiting&) = delete;
+    ZTCWaiting& operator=(const ZTCWaiting&) = delete;
+
+    /// Returns at the time, or earlier because the terminal's size is another or the program is to end.
+    Reason until(Clock::time_point aTime);
+
+  private:
+    ZTCSensorDescriptor mSignals;
+};
