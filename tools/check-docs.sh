@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What the documents name is there, and every header says what it is.
+# What the documents name is there, every header says what it is, and mandoc finds no fault in the manual pages.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -57,6 +57,9 @@ for file in "${files[@]}"; do
         backend/*.h)
             read -r line <"$file" || line=
             [[ $line == //* || $line == '/*'* ]] || report "$file: does not begin with a comment on what it is"
+            ;;
+        packaging/man/*)
+            mandoc -T lint -W warning "$file" || failed=1
             ;;
     esac
 done

@@ -15,9 +15,9 @@ namespace {
 std::string tablesOf(const ZTSFetched& acrFetched, bool aInUtc) {
     std::string lText;
     for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
-        lText += fmt::format("{}initiator {}, node {}: {} record{}\n", lText.empty() ? "" : "\n",
+        lText += fmt::format("{}initiator {}, node {}: {}\n", lText.empty() ? "" : "\n",
                              bold(lrList.mInitiator.mPort.toText()), lrList.mInitiator.mNode.toText(),
-                             lrList.mRecords.size(), lrList.mRecords.size() == 1 ? "" : "s");
+                             countText(lrList.mRecords.size(), "record"));
         if (lrList.mRecords.empty()) {
             continue;
         }

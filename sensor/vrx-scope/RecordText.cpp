@@ -135,5 +135,9 @@ std::string remoteText(const ZTSSensorRecord& acrRecord) {
 
 std::string detailText(const ZTSSensorRecord& acrRecord) {
     const auto lFields = fieldsOf(acrRecord);
-    return lFields ? groupText(*lFields) : fmt::format("a block of {} bytes", acrRecord.mData.size());
+    return lFields ? groupText(*lFields) : "a block of " + countText(acrRecord.mData.size(), "byte");
+}
+
+std::string countText(std::uint64_t aCount, const char* apThing) {
+    return fmt::format("{} {}{}", aCount, apThing, aCount == 1 ? "" : "s");
 }

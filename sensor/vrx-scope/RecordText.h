@@ -12,3 +12,5 @@ std::string kindText(const ZTSSensorRecord& acrRecord);
 std::string remoteText(const ZTSSensorRecord& acrRecord);
 /// What else the event says: "luns 3,5-7, sense key aborted command (0xb)".
 std::string detailText(const ZTSSensorRecord& acrRecord);
+/// "1 record", "2 records".
+std::string countText(std::uint64_t aCount, const char* apThing);

@@ -12,6 +12,7 @@
 #include "Json.h"
 #include "Lines.h"
 #include "ProcessTable.h"
+#include "RecordText.h"
 #include "Targets.h"
 #include "Terminal.h"
 #include "TimeText.h"
@@ -90,8 +91,7 @@ int stop(const Options& acrOptions) {
 
 int registerTargets(const Options& acrOptions, const std::vector<ZTSSensorTarget>& acrTargets) {
     ZTCSensorClient(clientOptions(acrOptions)).registerTargets(acrTargets);
-    putDone(acrOptions, "targets",
-            fmt::format("{} target{} registered", acrTargets.size(), acrTargets.size() == 1 ? "" : "s"));
+    putDone(acrOptions, "targets", countText(acrTargets.size(), "target") + " registered");
     return 0;
 }
 
@@ -214,25 +214,28 @@ class Counter : public ZTCShow {
         ++mAnswers;
         mRecords += acrFetched.countRecords();
         if (isatty(STDERR_FILENO) == 1) {
-            std::cerr << "\r" << countText() << std::flush;
+            std::cerr << "\r" << toText() << std::flush;
         }
     }
-    void tell(const std::string& acrText, bool /*aIsThere*/) override {
-        std::cerr << "vrx-scope: " << acrText << std::endl;
+    void tell(const std::string& acrText, bool aIsThere) override {
+        if (!aIsThere || mIsGone) {
+            std::cerr << "vrx-scope: " << acrText << std::endl;
+        }
+        mIsGone = !aIsThere;
     }
     void finish() override {
         if (isatty(STDERR_FILENO) == 1) {
             std::cerr << "\n";
         }
     }
-    std::string countText() const {
-        return fmt::format("{} answer{}, {} record{}", mAnswers, mAnswers == 1 ? "" : "s", mRecords,
-                           mRecords == 1 ? "" : "s");
+    std::string toText() const {
+        return countText(mAnswers, "answer") + ", " + countText(mRecords, "record");
     }
 
   private:
     std::uint64_t mAnswers = 0;
     std::uint64_t mRecords = 0;
+    bool mIsGone = false;
 };
 
 int record(const Options& acrOptions) {
@@ -248,7 +251,7 @@ int record(const Options& acrOptions) {
         lCounter.add(readFetched(lMessage, {}));
     }
     lCounter.finish();
-    putDone(acrOptions, "record", fmt::format("added to {}: {}", acrOptions.mFile, lCounter.countText()));
+    putDone(acrOptions, "record", fmt::format("added to {}: {}", acrOptions.mFile, lCounter.toText()));
     return 0;
 }
 

@@ -8,29 +8,34 @@
 #include "Table.h"
 #include "TimeText.h"
 
+namespace {
+
+std::string rateText(std::uint64_t aEvents, double aSeconds) {
+    return aSeconds > 0 ? fmt::format("{:.1f}", static_cast<double>(aEvents) / aSeconds) : "-";
+}
+
+}  // namespace
+
 ZTCWatchView::ZTCWatchView(bool aInUtc)
     : mInUtc(aInUtc), mScreen(isTerminal() ? std::make_unique<ZTCScreen>() : nullptr) {}
 
 void ZTCWatchView::add(const ZTSFetched& acrFetched) {
-    std::map<Key, std::uint64_t> lNew;
+    for (auto& [lrKey, lrSums] : mSums) {
+        lrSums.mNewEvents = 0;
+    }
     for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
         for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            const Key lKey{lrList.mInitiator, kindText(lrRecord), remoteText(lrRecord)};
-            lNew[lKey] += lrRecord.mOccurrences;
-            Sums& lrSums = mSums[lKey];
+            Sums& lrSums = mSums[{lrList.mInitiator, kindText(lrRecord), remoteText(lrRecord)}];
             lrSums.mEvents += lrRecord.mOccurrences;
-            lrSums.mRecords += 1;
+            lrSums.mNewEvents += lrRecord.mOccurrences;
             lrSums.mLast = std::max(lrSums.mLast, lrRecord.mLast);
         }
     }
-    const double lSeconds =
-        mTime && acrFetched.mTime ? std::chrono::duration<double>(*acrFetched.mTime - *mTime).count() : 0;
-    for (auto& [lrKey, lrSums] : mSums) {
-        const auto lFound = lNew.find(lrKey);
-        lrSums.mRate =
-            lFound != lNew.end() && lSeconds > 0 ? static_cast<double>(lFound->second) / lSeconds : 0;
+    if (acrFetched.mTime) {
+        mBegin = mBegin ? mBegin : acrFetched.mTime;
+        mBefore = mTime;
+        mTime = acrFetched.mTime;
     }
-    mTime = acrFetched.mTime;
     mEvents += acrFetched.countEvents();
     mRecords += acrFetched.countRecords();
     draw();
@@ -43,18 +48,20 @@ void ZTCWatchView::tell(const std::string& acrText, bool /*aIsThere*/) {
 
 void ZTCWatchView::draw() {
     if (mScreen != nullptr) {
-        ZTCScreen::show(toText());
+        ZTCScreen::show(toText(false));
     }
 }
 
 void ZTCWatchView::finish() {
     mScreen.reset();
-    put(toText());
+    put(toText(true));
 }
 
-std::string ZTCWatchView::toText() const {
+std::string ZTCWatchView::toText(bool aIsWhole) const {
+    const auto lFrom = aIsWhole ? mBegin : mBefore;
+    const double lSeconds = lFrom ? std::chrono::duration<double>(*mTime - *lFrom).count() : 0;
     const ZTSSensorTime lTime = mTime ? toSensorTime(*mTime) : ZTSSensorTime();
-    std::string lText = mState + "\n" + fmt::format("{} events in {} records", mEvents, mRecords);
+    std::string lText = mState + "\n" + countText(mEvents, "event") + " in " + countText(mRecords, "record");
     lText += mTime ? ", last fetch " + plainText(lTime, mInUtc) + "\n" : "\n";
     const ZTSPortNames* lpInitiator = nullptr;
     const auto lNewTable = [&] {
@@ -79,7 +86,8 @@ std::string ZTCWatchView::toText() const {
             lpInitiator = &lrKey.mInitiator;
         }
         lTable.add({lrKey.mKind, lrKey.mRemote, std::to_string(lrSums.mEvents),
-                    fmt::format("{:.1f}", lrSums.mRate), plainText(lrSums.mLast, mInUtc)});
+                    rateText(aIsWhole ? lrSums.mEvents : lrSums.mNewEvents, lSeconds),
+                    plainText(lrSums.mLast, mInUtc)});
     }
     lFinish();
     return lText;

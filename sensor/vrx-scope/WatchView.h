@@ -19,9 +19,6 @@ class ZTCWatchView : public ZTCShow {
     void draw() override;
     void finish() override;
 
-    /// All of it as text.
-    std::string toText() const;
-
   private:
     struct Key {
         ZTSPortNames mInitiator;
@@ -31,10 +28,12 @@ class ZTCWatchView : public ZTCShow {
     };
     struct Sums {
         std::uint64_t mEvents = 0;
-        std::uint64_t mRecords = 0;
-        double mRate = 0;  ///< events a second, in what was fetched last
+        std::uint64_t mNewEvents = 0;  ///< in what was fetched last
         ZTSSensorTime mLast;
     };
+
+    // aIsWhole: rates are those of the whole time, not of what was fetched last.
+    std::string toText(bool aIsWhole) const;
 
     const bool mInUtc;
     std::unique_ptr<ZTCScreen> mScreen;
@@ -42,5 +41,7 @@ class ZTCWatchView : public ZTCShow {
     std::map<Key, Sums> mSums;
     std::uint64_t mEvents = 0;
     std::uint64_t mRecords = 0;
-    std::optional<ZTSFetched::Time> mTime;  ///< of what was fetched last
+    std::optional<ZTSFetched::Time> mBegin;   ///< when something was fetched first
+    std::optional<ZTSFetched::Time> mBefore;  ///< the time before
+    std::optional<ZTSFetched::Time> mTime;    ///< and last
 };

@@ -1,4 +1,4 @@
-// The codes of commands and responses, as they stand on the pipes (docs/wire.md).
+// The codes of commands and responses, as they stand on the pipes (docs/protocol.md).
 #pragma once
 
 /// The first byte of a command.

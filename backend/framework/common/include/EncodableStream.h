@@ -1,5 +1,5 @@
-// The encoding of values on the pipes, in both directions (docs/wire.md): integers big-endian in their own
-// width, text as a 32-bit length and its bytes. Used by one thread.
+// The encoding of values on the pipes, in both directions (docs/protocol.md): integers big-endian in their
+// own width, text as a 32-bit length and its bytes. Used by one thread.
 #pragma once
 
 #include "BigEndian.h"

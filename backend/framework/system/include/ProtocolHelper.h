@@ -1,5 +1,5 @@
 // Messages on the pipes: a 12-byte header (magic, tag, body length) and a body, in both directions. See
-// docs/wire.md.
+// docs/protocol.md.
 #pragma once
 
 #include "Buffer.h"

@@ -1,0 +1,248 @@
+// What the documents tell in tables is what the code has: numbers, blocks, messages, options.
+#include "EncodableStream.h"
+#include "NamedPipe.h"
+#include "ScopeAgentEventFacts.h"
+#include "ScopeAgentSystem.h"
+#include "Settings.h"
+#include "SimClient.h"
+#include "TestPages.h"
+
+namespace {
+
+using Texts = ZTTestTexts;
+using Map = ZTTestMap;
+
+constexpr char sProtocol[] = "docs/protocol.md";
+constexpr char sOperations[] = "docs/operations.md";
+
+TEST(Documents, TheProtocolHasTheCodesOfTheCode) {
+    for (const auto& [lLetter, lColumns] :
+         {std::pair("C", "code | command"), std::pair("R", "status | response"),
+          std::pair("E", "failure code | failure")}) {
+        Map lCodes;
+        for (const Texts& lrCode : matchesIn(sourceOf("backend/scopeagent/include/ScopeAgentProtocol.h"),
+                                             std::string("  ZTSSCA") + lLetter + "_(\\w+) = (\\d+)")) {
+            lCodes[lrCode[0]] = lrCode[1];
+        }
+        EXPECT_EQ(mapOf(sProtocol, lColumns, 1, 0), lCodes);
+    }
+}
+
+// Offset, width and role of what is in a block behind the 1.
+std::string blockOf(const ZTSScopeEventFacts& acrFacts) {
+    std::string lText;
+    unsigned int lAt = 4;
+    const auto lPut = [&](unsigned int aWidth, const char* apRole) {
+        lText += std::to_string(lAt) + " " + std::to_string(aWidth) + " " + apRole + "\n";
+        lAt += aWidth;
+    };
+    for (unsigned int lName = 0; lName < acrFacts.mNames; ++lName) {
+        lPut(ZTCWorldWideName::Size, "same");
+    }
+    for (unsigned int lWord = 0; lWord < acrFacts.wordsOf(ZTSame) + acrFacts.wordsOf(ZTAdded); ++lWord) {
+        lPut(4, lWord < acrFacts.wordsOf(ZTSame) ? "same" : "added");
+    }
+    for (unsigned int lSet = 0; lSet < acrFacts.MaxSets && acrFacts.mSets[lSet] != 0; ++lSet) {
+        lPut(4 + 256 / 8, "set");
+    }
+    return lText;
+}
+
+TEST(Documents, TheProtocolHasTheKindsAndTheirBlocks) {
+#define ZT_KIND(Name, Category, Subcategory) {#Name, Category == 0 ? "mask " #Subcategory : "category"},
+    const std::pair<std::string, std::string> lKinds[] = {ZT_SCOPE_EVENT_KINDS(ZT_KIND)};
+#undef ZT_KIND
+    Map lCode;
+    Map lCodeBlocks;
+    for (const ZTSScopeEventFacts& lrFacts : ZTScopeEventFacts) {
+        const auto& [lName, lRegistered] = lKinds[lrFacts.mKind];
+        lCode[lName] = std::to_string(lrFacts.mCategory) + " " + std::to_string(lrFacts.mSubcategory) + " " +
+                       lRegistered;
+        lCodeBlocks[lName] = blockOf(lrFacts);
+    }
+    Map lPage;
+    Map lPageBlocks;
+    const Map lNames = mapOf(sProtocol, "category | subcategory | kind", 2, 3);
+    for (const Texts& lrCells : rowsOf(sProtocol, "category | subcategory | kind")) {
+        lPage[lrCells.at(3)] = lrCells.at(0) + " " + lrCells.at(1) + " " + lrCells.at(4);
+        lPageBlocks[lrCells.at(3)];
+    }
+    std::vector<Texts> lNow;
+    for (const Texts& lrCells : rowsOf(sProtocol, "kind | offset")) {
+        lNow = lrCells.at(0).empty() ? lNow : matchesIn(lrCells[0], "(`\\w+`)");
+        for (const Texts& lrKind : lNow) {
+            lPageBlocks[lNames.at(lrKind[0])] +=
+                lrCells.at(1) + " " + lrCells.at(2) + " " + lrCells.at(4) + "\n";
+        }
+    }
+    EXPECT_EQ(lPage, lCode);
+    EXPECT_EQ(lPageBlocks, lCodeBlocks);
+}
+
+template <class Value>
+std::string widthOf(const Value& acrValue) {
+    ZTCBufferExpOutStream lStream(16);
+    lStream << acrValue;
+    return std::to_string(lStream.getBuffer()->getLength());
+}
+
+TEST(Documents, TheProtocolHasTheWidthsAndLimitsOfTheCode) {
+    const auto lMagics =
+        matchesIn(sourceOf("backend/framework/system/ProtocolHelper.cpp"), "sMagic = (\\w+);");
+    EXPECT_TRUE(
+        contains(mapOf(sProtocol, "offset | width | field | what it is", 2, 3)["magic"], lMagics.at(0)[0]));
+    EXPECT_EQ(mapOf(sProtocol, "value | bytes", 0, 1),
+              (Map{{"u8", widthOf(static_cast<unsigned char>(0))},
+                   {"u16", widthOf(static_cast<unsigned short>(0))},
+                   {"u32", widthOf(0U)},
+                   {"i32", widthOf(0)},
+                   {"name", std::to_string(ZTCWorldWideName::Size)},
+                   {"time", std::to_string(ZTCDateTime::EncodedSize)},
+                   {"string", widthOf(ZTCString("")) + " and more"}}));
+#define ZT_ROW(constant) {"`" #constant "`", std::to_string(constant)}
+    EXPECT_EQ(mapOf(sProtocol, "limit | value", 2, 1),
+              (Map{ZT_ROW(ZTCProtocolHelper::HeaderSize), ZT_ROW(ZTCProtocolHelper::MaxCommandSize),
+                   ZT_ROW(ZTCNamedPipe::StallSeconds), ZT_ROW(ZTCNamedPipe::Capacity),
+                   ZT_ROW(ZTCScopeAgentSystem::TotalDataLimit), ZT_ROW(ZTCLibdfcAbs::MaxAdapters),
+                   ZT_ROW(ZTHbTimeoutDefault)}));
+#undef ZT_ROW
+}
+
+// One side of the page's conversation: its messages, and what is said beside their bytes.
+struct Side {
+    explicit Side(const char* apMark) {
+        std::string lBytes;
+        for (const Texts& lrLine :
+             matchesIn(sourceOf(sProtocol), std::string("\n") + apMark + "((?: [0-9a-f]{2})+) +(.*)")) {
+            lBytes += bytesOf(lrLine[0]);
+            mText += lrLine[1];
+        }
+        for (std::size_t lAt = 0; lAt + 12 <= lBytes.size(); lAt += mMessages.back().size()) {
+            const auto* const lpLength = reinterpret_cast<const unsigned char*>(&lBytes[lAt + 8]);
+            mMessages.push_back(lBytes.substr(lAt, 12 + std::size_t{ztwire::get<unsigned int>(lpLength)}));
+        }
+    }
+
+    Texts mMessages;
+    std::string mText;
+};
+
+TEST(Documents, TheProtocolsConversationIsTheAgents) {
+    const Side lCommands(">");
+    const Side lResponses("<");
+    ASSERT_EQ(lCommands.mMessages.size(), 4U);
+    ASSERT_EQ(lResponses.mMessages.size(), 4U);
+    EXPECT_TRUE(contains(lCommands.mText, "address " + digitsOf(lCommands.mMessages[0].substr(34))));
+    const ZTCTestFetch lPage(lResponses.mMessages[2].substr(12));
+    const ZTSTestRecord& lrRecord = lPage.of(0).at(0);
+    std::string lSaid = std::to_string(lPage.getCount()) + " record list.*" + lPage.getLists()[0].mLabel +
+                        "1 record" + std::to_string(lrRecord.mOccurrences) + " occurrences";
+    const std::pair<const char*, std::uint64_t> lTimes[] = {{"first", lrRecord.mFirst},
+                                                            {"last", lrRecord.mLast}};
+    for (const auto& [lpName, lTime] : lTimes) {
+        lSaid +=
+            std::string(lpName) + ": seconds " + std::to_string(lTime / 1000000000) + ",nanoseconds: (.*Z)";
+    }
+    lSaid +=
+        "category 1subcategory 1: plogi.*" + std::to_string(lrRecord.mData.size()) + " bytes of event data";
+    const auto lMatches = matchesIn(lResponses.mText, lSaid);
+    ASSERT_EQ(lMatches.size(), 1U) << lSaid << "\nis not in\n" << lResponses.mText;
+    for (const std::size_t lAt : {0U, 1U}) {
+        ZTCDateTime lTime;
+        lTime.__set(lMatches[0][lAt].c_str());
+        EXPECT_EQ(lTime.getSeconds() * 1000000000 + lTime.getNanoseconds(), lTimes[lAt].second);
+    }
+
+    ZTSTestStand lStand({}, "adapters count=1\n");
+    for (const std::size_t lAt : {0U, 1U, 2U, 3U}) {
+        lAt == 2 ? lStand.mSim.play("plogi from=5006016000000a0b to=10:00:00:25:b5:01:00:00 times=3")
+                 : void();
+        const auto lBodyOf = [&](const std::string& acrMessage) {
+            const std::string lBody = acrMessage.substr(12);
+            return digitsOf(lAt == 2 ? ZTCTestFetch(lBody).getMasked() : lBody);
+        };
+        const std::string lResponse = lStand.mSensor.ask(lCommands.mMessages[lAt]);
+        EXPECT_EQ(digitsOf(lResponse.substr(0, 12)), digitsOf(lResponses.mMessages[lAt].substr(0, 12)));
+        EXPECT_EQ(lBodyOf(lResponse), lBodyOf(lResponses.mMessages[lAt]));
+    }
+    lStand.mAgent.expectEnd("Shutting down ScopeAgent");
+}
+
+TEST(Documents, OperationsHasEveryMessageFromNoticesUp) {
+    const std::string lLiterals = "((?:\"(?:[^\"\\\\\n]|\\\\.)*\"\\s*)+)";
+    std::set<std::string> lTexts;
+    std::set<std::pair<std::string, std::string>> lMessages;  // with their tags, if the call names its level
+    Map lTags{{"ZTLL_Highest", ZTLL_Highest.mpTag},
+              {"ZTLL_Abnormal", ZTLL_Abnormal.mpTag},
+              {"ZTLL_Error", ZTLL_Error.mpTag},
+              {"ZTLL_Warning", ZTLL_Warning.mpTag},
+              {"ZTLL_Notice", ZTLL_Notice.mpTag}};
+    for (const auto& lrEntry : std::filesystem::recursive_directory_iterator(ZT_SOURCE_DIR "/backend")) {
+        const std::string lWhole = lrEntry.is_regular_file() ? readFile(lrEntry.path()) : "";
+        const std::string lSource = std::regex_replace(lWhole, std::regex("//.*|'\"'"), "");
+        for (const Texts& lrText : matchesIn(lSource, lLiterals)) {
+            lTexts.insert(joined(lrText[0]));
+        }
+        for (const Texts& lrCall : matchesIn(lSource, "\\bLog\\(\\s*([^,()]+),[^,()]+,\\s*" + lLiterals)) {
+            if (lrCall[0] != "ZTLL_Information" && lrCall[0] != "ZTLL_Trace") {
+                lMessages.emplace(joined(lrCall[1]), lTags[lrCall[0]]);
+            }
+        }
+    }
+    for (const ZTSScopeEventFacts& lrFacts : ZTScopeEventFacts) {
+        for (const auto& [lpText, lpTag] : {std::pair(lrFacts.mProcessing.mpText, ZTLL_Notice.mpTag),
+                                            std::pair(lrFacts.mTooShort.mpText, ZTLL_Warning.mpTag)}) {
+            lMessages.emplace(lpText != nullptr ? lpText : "%s", lpText != nullptr ? lpTag : "");
+        }
+    }
+    EXPECT_GT(lMessages.size(), 90U);
+
+    Map lPage;
+    for (const char* const lpColumns : {"level | message", "text | where"}) {
+        const bool lIsMessage = lpColumns[0] == 'l';
+        for (const Texts& lrCells : rowsOf(sOperations, lpColumns)) {
+            for (const Texts& lrText : matchesIn(lrCells.at(lIsMessage ? 1 : 0), "`([^`]*)`")) {
+                lPage[lrText[0]] += lIsMessage ? lrCells[0] : "";
+                EXPECT_EQ(lTexts.count(lrText[0]), 1U) << lrText[0] << " is in no source";
+            }
+        }
+    }
+    for (const auto& [lMessage, lTag] : lMessages) {
+        EXPECT_TRUE(lPage.count(lMessage) != 0 && contains(lPage[lMessage], lTag)) << lTag << " " << lMessage;
+    }
+}
+
+TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
+    constexpr char lComplete[] =
+        "source \"$0\"; COMP_WORDS=($1 $2 -); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _${1//-/_}; "
+        "echo \"${COMPREPLY[@]}\"";
+    const struct {
+        std::string mPage;
+        Texts mHelp;      // the command that shows all options
+        Texts mContexts;  // the words behind which they are offered
+    } lRows[] = {{"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
+                 {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
+                 {"vrx-scope.1", {ZT_VRX_SCOPE, "--help-all"}, {"", "start", "watch", "record", "replay"}}};
+    for (const auto& lrRow : lRows) {
+        SCOPED_TRACE(lrRow.mPage);
+        const std::string lProgram = lrRow.mPage.substr(0, lrRow.mPage.size() - 2);
+        std::string lTags;
+        for (const Texts& lrTag : matchesIn(sourceOf("packaging/man/" + lrRow.mPage), "\n\\.It (.*)")) {
+            lTags += " " + std::regex_replace(lrTag[0], std::regex("Fl "), "-");
+        }
+        std::string lOffered;
+        for (const std::string& lrContext : lrRow.mContexts) {
+            const ZTSTestEnd lEnd =
+                runChild(Texts{"/bin/bash", "-c", lComplete,
+                               ZT_SOURCE_DIR "/packaging/completion/" + lProgram, lProgram, lrContext},
+                         Texts{});
+            EXPECT_EQ(lEnd.mErr, "");
+            lOffered += lEnd.mOut;
+        }
+        const auto lOptions = optionsIn(runChild(lrRow.mHelp, Texts{"ZT_VRX_SENSOR_DIR=/"}).mOut);
+        EXPECT_EQ(optionsIn(lTags), lOptions);
+        EXPECT_EQ(optionsIn(lOffered), lOptions);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,250 @@
+// vrx-scope as people use it: what it prints, how it fails, how it watches.
+#include <gtest/gtest.h>
+#include <pty.h>
+
+#include <nlohmann/json.hpp>
+
+#include "ScopeProgram.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+const std::string sLabel = "20:00:00:25:b5:01:00:00.10:00:00:25:b5:01:00:00";
+
+std::string textOf(const std::string& acrText) {
+    return wordOf(acrText.size()) + acrText;
+}
+
+// A record of an event at 2026-11-21T14:00:00.0005Z, and two seconds later again.
+std::string recordOf(std::size_t aOccurrences, const std::string& acrKind, const std::string& acrBlock,
+                     const std::string& acrTarget = std::string(1, '\0')) {
+    constexpr std::size_t lSeconds = 1795269600;
+    return wordOf(aOccurrences) + wordOf(0) + wordOf(lSeconds) + wordOf(500000) + wordOf(0) +
+           wordOf(lSeconds + 2) + wordOf(0) + acrKind + acrTarget + textOf(acrBlock);
+}
+
+std::string answerOf(const std::vector<std::string>& acrRecords) {
+    std::string lBody = "\x02" + wordOf(1) + textOf(sLabel) + wordOf(acrRecords.size());
+    for (const std::string& lrRecord : acrRecords) {
+        lBody += lrRecord;
+    }
+    return messageOf(77, lBody);
+}
+
+const std::string sOne("\1\0\0\0", 4);
+const std::string sPort = bytesOf("500601603b20110c");
+
+TEST(Scope, PrintsATableForPeople) {
+    const ZTCTestDirectory lDirectory;
+    const std::string lLuns =
+        sOne + sPort + bytesOf("00010000") + bytesOf("3a000001") + std::string(28, '\0');
+    const std::string lFile = lDirectory / "answers";
+    writeFile(lFile,
+              answerOf({recordOf(3, "\x01\x01", sOne + sPort + sPort),
+                        recordOf(800, "\x04\x01", lLuns, "\x01" + bytesOf("50060160bb20110c") + sPort),
+                        recordOf(1, "\x01\x20", sOne + bytesOf("00000301")), recordOf(2, "\x10\x7f", "?")}));
+    EXPECT_EQ(askScope(lDirectory.getPath(), {"decode", lFile, "--utc"}),
+              "initiator 10:00:00:25:b5:01:00:00, node 20:00:00:25:b5:01:00:00: 4 records\n"
+              "  first (UTC)              last          kind        events  remote port              what\n"
+              "  2026-11-21 14:00:00.000  14:00:02.000  plogi            3  50:06:01:60:3b:20:11:0c  "
+              "second name 50:06:01:60:3b:20:11:0c\n"
+              "  2026-11-21 14:00:00.000  14:00:02.000  queue_full     800  50:06:01:60:3b:20:11:0c  "
+              "luns 1,3-5,24\n"
+              "  2026-11-21 14:00:00.000  14:00:02.000  rscn             1  030000                   "
+              "address format area, port id 030000\n"
+              "  2026-11-21 14:00:00.000  14:00:02.000  16,127           2  -                        "
+              "a block of 1 byte\n");
+    const Json lDocument = Json::parse(askScope(lDirectory.getPath(), {"--json", "decode", lFile}));
+    EXPECT_EQ(lDocument["schema"], 1);
+    EXPECT_EQ(lDocument["fetched"], nullptr);
+    EXPECT_EQ(lDocument["initiators"].size(), 1U);
+    EXPECT_EQ(lDocument["records"][1]["event"]["luns"], Json({1, 3, 4, 5, 24}));
+    const Json& lrUnknown = lDocument["records"][3];
+    EXPECT_EQ(lrUnknown["kind"], nullptr);
+    EXPECT_EQ(lrUnknown["event"], nullptr);
+    EXPECT_EQ(lrUnknown["target"], nullptr);
+    EXPECT_EQ(lrUnknown["data"], "3f");
+    EXPECT_TRUE(contains(askScope(lDirectory.getPath(), {"replay", lFile}), "806 events in 4 records"));
+}
+
+TEST(Scope, FailsWithOneLineAndAStatus) {
+    const ZTCTestDirectory lDirectory;
+    const std::string lWhole = answerOf({recordOf(3, "\x01\x01", sOne + sPort + sPort)});
+    writeFile(lDirectory / "cut", lWhole + lWhole.substr(0, lWhole.size() - 1));
+    writeFile(lDirectory / "no-answer", "GET / HTTP/1.1\r\n\r\n");
+    writeFile(lDirectory / "huge", "VRX1" + wordOf(1) + wordOf(0xffffffff));
+    writeFile(lDirectory / "other", successOf(3));
+    writeFile(lDirectory / "targets",
+              "# ours\n500601603b20110c 500601603b20110c 0x010a00\n500601603b20110c 1 2\n");
+    writeFile(lDirectory / "none", "# none\n");
+    const struct {
+        ZTCTestChild::Arguments mArguments;
+        int mStatus;
+        std::string mText;
+    } lRows[] = {
+        {{}, 2, "A subcommand is required"},
+        {{"frobnicate"}, 2, "there is no command 'frobnicate'"},
+        {{"fetch", "--jsn"}, 2, "--jsn"},
+        {{"fetch", "--json", "--ndjson"}, 2, "excludes"},
+        {{"watch", "--json"}, 2, "use --ndjson"},
+        {{"watch", "--every", "0"}, 2, "--every"},
+        {{"start", "--ceiling", "-1"}, 2, "--ceiling"},
+        {{"period"}, 2, "seconds"},
+        {{"period", "soon"}, 2, "soon"},
+        {{"targets", "add", "500601603b20110c", "500601603b20110c"}, 2, "NODE PORT ADDRESS"},
+        {{"targets", "add", "500601603b20110c", "500601603b20110g", "010a00"}, 2, "'500601603b20110g'"},
+        {{"targets", "add", "500601603b20110c", "500601603b20110c", "0x1010a00"}, 2, "'0x1010a00'"},
+        {{"--dir", "", "fetch"}, 2, "--dir DIR"},
+        {{"fetch"}, 1, "no agent serves"},
+        {{"--dir", lDirectory / "missing", "status"}, 1, "no agent serves"},
+        {{"--dir", lDirectory / "none", "status"}, 1, "Not a directory"},
+        {{"targets", "load", lDirectory / "targets"}, 1, "targets:3: '1' is not a world wide name"},
+        {{"targets", "load", lDirectory / "none"}, 1, "holds no targets"},
+        {{"targets", "load", lDirectory / "missing"}, 1, "cannot read"},
+        {{"decode", lDirectory / "missing"}, 1, "cannot read"},
+        {{"decode", lDirectory / "cut"},
+         1,
+         "the message at byte " + std::to_string(lWhole.size()) + " is cut short"},
+        {{"decode", lDirectory / "no-answer"}, 1, "the message at byte 0 is none"},
+        {{"decode", lDirectory / "huge"}, 1, "the message at byte 0 is none"},
+        {{"decode", lDirectory / "other"}, 1, "is of another kind (0)"},
+        {{"record", lDirectory / "missing/answers"}, 1, "cannot write"},
+    };
+    for (const auto& lrRow : lRows) {
+        const ZTSScopeResult lResult = runScope(lDirectory.getPath(), lrRow.mArguments);
+        SCOPED_TRACE(lResult.mErr);
+        EXPECT_EQ(lResult.mStatus, lrRow.mStatus);
+        EXPECT_TRUE(lResult.mErr.starts_with("vrx-scope: ") && contains(lResult.mErr, lrRow.mText))
+            << lrRow.mText;
+        EXPECT_EQ(countIn(lResult.mErr, "\n"), 1U);
+        EXPECT_EQ(lResult.mOut.empty(),
+                  lrRow.mArguments.empty() || lrRow.mArguments.back() != lDirectory / "cut");
+    }
+}
+
+TEST(Scope, ShowsWhatCannotBeSaved) {
+    ZTSTestStand lStand;
+    { const ZTCTestSensor lGone(std::move(lStand.mSensor)); }
+    askScope(lStand.mDirectory.getPath(), {"start"});
+    lStand.mSim.play("plogi times=3");
+    const ZTSScopeResult lResult = runScope(lStand.mDirectory.getPath(), {"record", "/dev/full", "--ndjson"});
+    EXPECT_EQ(lResult.mStatus, 1);
+    EXPECT_TRUE(contains(lResult.mErr, "No space left on device")) << lResult.mErr;
+    EXPECT_EQ(Json::parse(lResult.mOut)["occurrences"], 3);
+    const Json lStatus = Json::parse(askScope(lStand.mDirectory.getPath(), {"status", "--json"}));
+    EXPECT_EQ(lStatus["pid"], lStand.mAgent.getProcess());
+    EXPECT_EQ(lStatus["log"], lStand.mDirectory / ZTTestLog);
+    askScope(lStand.mDirectory.getPath(), {"shutdown"});
+    EXPECT_EQ(runScope(lStand.mDirectory.getPath(), {"status"}).mStatus, 1);
+}
+
+// Interrupted again and again while events come without pause, it has printed all that it has fetched.
+TEST(Scope, LosesNoRecordWhenItIsInterrupted) {
+    ZTSTestStand lStand;
+    { const ZTCTestSensor lGone(std::move(lStand.mSensor)); }
+    const std::string& lrDirectory = lStand.mDirectory.getPath();
+    askScope(lrDirectory, {"start"});
+    lStand.mSim.play("storm plogi rate=5000 times=20000 threads=2 boards=2");
+    std::uint64_t lPrinted = 0;
+    const auto lCount = [&](const std::string& acrLines) {
+        std::istringstream lLines(acrLines);
+        for (std::string lLine; std::getline(lLines, lLine);) {
+            lPrinted += Json::parse(lLine)["occurrences"].get<std::uint64_t>();
+        }
+    };
+    for (unsigned int lRound = 0; lRound < 10; ++lRound) {
+        ZTCScopeRun lWatch(lrDirectory, {"watch", "--every", "0.05", "--ndjson"});
+        const std::uint64_t lSoon = lStand.mSim.getSent() + 1500;
+        EXPECT_TRUE(
+            waitUntil([&] { return lStand.mSim.getSent() >= std::min<std::uint64_t>(lSoon, 20000); }));
+        lWatch.interrupt();
+        EXPECT_EQ(lWatch.waitForEnd(), 0) << lWatch.getErr();
+        lCount(lWatch.getOut());
+    }
+    lStand.mSim.play("wait storms");
+    lCount(askScope(lrDirectory, {"fetch", "--ndjson"}));
+    EXPECT_EQ(lPrinted, lStand.mSim.getSent());
+    EXPECT_EQ(namesIn(lStand.mDirectory).count("vrx-sn.pid"), 0U);
+}
+
+TEST(Scope, WatchesWhileAgentsComeAndGo) {
+    const ZTCTestDirectory lDirectory;
+    ZTCScopeRun lWatch(lDirectory.getPath(), {"watch", "--every", "0.1", "--start", "--ndjson"});
+    EXPECT_TRUE(waitUntil([&] { return contains(lWatch.getErr(), "waiting for an agent"); }));
+    for (unsigned int lRound = 1; lRound <= 2; ++lRound) {
+        const ZTCTestSim lSim("");
+        ZTCTestAgent lAgent(lDirectory, {}, lSim.getEnvironment());
+        EXPECT_TRUE(waitUntil([&] { return countIn(lWatch.getErr(), "collection started") == lRound; }))
+            << lWatch.getErr();
+        lSim.play("bus-reset");
+        EXPECT_TRUE(waitUntil([&] { return countIn(lWatch.getOut(), "bus_reset") == lRound; }))
+            << lWatch.getErr();
+
+        // It has the pipes meanwhile, and says so to others.
+        const ZTSScopeResult lOther = runScope(lDirectory.getPath(), {"fetch"});
+        EXPECT_EQ(lOther.mStatus, 1);
+        EXPECT_TRUE(
+            contains(lOther.mErr, "taken by process " + std::to_string(lWatch.getProcess()) + " (vrx-scope)"))
+            << lOther.mErr;
+        lAgent.sendSignal(lRound == 1 ? SIGKILL : SIGTERM);
+        lAgent.waitForEnd();
+        EXPECT_TRUE(waitUntil([&] { return countIn(lWatch.getErr(), "the agent is gone") == lRound; }));
+    }
+    EXPECT_EQ(readFile(lDirectory / "vrx-sn.pid"), std::to_string(lWatch.getProcess()) + "\n");
+    lWatch.interrupt();
+    EXPECT_EQ(lWatch.waitForEnd(), 0);
+    EXPECT_EQ(namesIn(lDirectory), std::set<std::string>{ZTTestLog});
+}
+
+TEST(Scope, IsTheAgentsSensorAsLongAsItWatches) {
+    ZTSTestStand lStand({"-b", "1"});
+    { const ZTCTestSensor lGone(std::move(lStand.mSensor)); }
+    // Two periods without a sensor end an agent.
+    EXPECT_EQ(runScope(lStand.mDirectory.getPath(), {"watch", "--every", "1", "--for", "5"}).mStatus, 0);
+    EXPECT_TRUE(lStand.mAgent.isAlive());
+    lStand.mAgent.expectEnd("Failed in getting the status of Sensor");
+}
+
+TEST(Scope, RedrawsItsViewAndLeavesTheSums) {
+    ZTSTestStand lStand;
+    { const ZTCTestSensor lGone(std::move(lStand.mSensor)); }
+    askScope(lStand.mDirectory.getPath(), {"start"});
+    winsize lSize{24, 100, 0, 0};
+    int lTerminal = -1;
+    const pid_t lWatch = forkpty(&lTerminal, nullptr, nullptr, &lSize);
+    if (lWatch == 0) {
+        setenv("TERM", "xterm", 1);
+        setenv("NO_COLOR", "1", 1);
+        execl(ZT_VRX_SCOPE, "vrx-scope", "--dir", lStand.mDirectory.getPath().c_str(), "watch", "--every",
+              "0.1", nullptr);
+        abort();
+    }
+    const ZTCDescriptor lScreen(lTerminal);
+    std::string lShown;
+    const auto lShows = [&](const std::string& acrText) {
+        char lBytes[4096];
+        pollfd lPoll{lScreen.get(), POLLIN, 0};
+        const ssize_t lRead = poll(&lPoll, 1, 1000) == 1 ? read(lScreen.get(), lBytes, sizeof lBytes) : 0;
+        lShown.append(lBytes, lRead > 0 ? static_cast<std::size_t>(lRead) : 0);
+        return contains(lShown, acrText);
+    };
+    EXPECT_TRUE(waitUntil([&] { return lShows("0 events in 0 records, last fetch"); })) << lShown;
+    lStand.mSim.play("plogi times=70 from=50:06:01:60:3b:20:11:0c");
+    EXPECT_TRUE(waitUntil([&] { return lShows("50:06:01:60:3b:20:11:0c      70"); })) << lShown;
+    lSize = {3, 20, 0, 0};
+    lShown.clear();
+    ioctl(lScreen.get(), TIOCSWINSZ, &lSize);
+    EXPECT_TRUE(waitUntil([&] { return lShows("\x1b[Hvrx-sca, process "); })) << lShown;
+    EXPECT_TRUE(waitUntil([&] { return lShows("70 events in 1 recor\x1b[K"); }))
+        << lShown;  // cut to 20 columns
+    kill(lWatch, SIGINT);
+    EXPECT_TRUE(waitUntil([&] { return lShows("\x1b[?1049l"); })) << lShown;
+    EXPECT_TRUE(waitUntil([&] { return lShows("70 events in 1 record,"); })) << lShown;
+    int lStatus = -1;
+    EXPECT_EQ(waitpid(lWatch, &lStatus, 0), lWatch);
+    EXPECT_EQ(lStatus, 0);
+    EXPECT_FALSE(contains(lShown, "\x1b[1m"));
+}
+
+}  // namespace
