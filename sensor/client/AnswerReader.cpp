@@ -28,7 +28,7 @@ ZTSensorBytes ZTCAnswerReader::read(std::uint32_t aTag) {
         for (std::size_t lLeft = lHeader.mLength; lLeft != 0;) {
             const std::size_t lPart = std::min(lLeft, sChunk);
             lMessage.resize(lMessage.size() + lPart);
-            readInto(&*lMessage.end() - lPart, lPart);
+            readInto(lMessage.data() + lMessage.size() - lPart, lPart);
             lLeft -= lPart;
         }
         return lMessage;

@@ -111,7 +111,11 @@ std::optional<std::chrono::system_clock::time_point> getProcessStart(pid_t aProc
     }
     std::istringstream lFields(lText.substr(lEnd + 1));
     std::string lField;
-    for (int lLeft = 20; lLeft > 0; --lLeft) {
+    lFields >> lField;
+    if (lField == "Z" || lField == "X") {
+        return {};  // it has ended, and nobody has asked for its status
+    }
+    for (int lLeft = 19; lLeft > 0; --lLeft) {
         lFields >> lField;
     }
     std::ifstream lSystem("/proc/stat");

@@ -47,7 +47,13 @@ ZTSensorBytes ZTCSensorClient::fetch() {
 }
 
 void ZTCSensorClient::order(const ZTSensorBytes& acrCommand) {
-    decodeSuccess(bodyOf(ask(acrCommand)));
+    const ZTSensorBytes lAnswer = ask(acrCommand);
+    try {
+        decodeSuccess(bodyOf(lAnswer));
+    } catch (const ZTCMalformedAnswerError&) {
+        mPipes.reset();
+        throw;
+    }
 }
 
 ZTSensorBytes ZTCSensorClient::ask(const ZTSensorBytes& acrCommand) {

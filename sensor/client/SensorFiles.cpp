@@ -52,8 +52,10 @@ void throwSensorErrno(const std::string& acrPath, int aErrno) {
 }
 
 ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType) {
+    // A directory may be named by a link, as the agent's own may be.
+    const int lNoLink = aType == S_IFDIR ? 0 : O_NOFOLLOW;
     ZTCSensorDescriptor lFile(
-        open(acrPath.c_str(), aFlags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0644));
+        open(acrPath.c_str(), aFlags | lNoLink | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0644));
     struct stat lStatus {};
     if (!lFile.isOpen() || fstat(lFile.get(), &lStatus) != 0) {
         throwSensorErrno(acrPath, errno);

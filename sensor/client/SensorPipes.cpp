@@ -44,7 +44,7 @@ ZTCSensorDescriptor openCommandPipe(const std::string& acrPath) {
     // Its end for writing is opened by clients alone.
     struct stat lStatus {};
     const pid_t lClient =
-        stat(acrPath.c_str(), &lStatus) != 0
+        lstat(acrPath.c_str(), &lStatus) != 0 || !S_ISFIFO(lStatus.st_mode)
             ? 0
             : findProcessWith(lStatus, [](const ZTSOpenFile& acrFile) { return acrFile.mIsWritten; });
     if (lClient != 0) {

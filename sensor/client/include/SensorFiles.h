@@ -33,7 +33,7 @@ class ZTCSensorDescriptor {
 /// ZTCNoPermissionError, ZTCUnsafeFileError (a symbolic link), else ZTCSensorError.
 [[noreturn]] void throwSensorErrno(const std::string& acrPath, int aErrno);
 
-/// Opens a file without following a link in its place and without waiting for anything, and looks at what it
-/// got: it must be of the type (S_IFIFO, S_IFREG, S_IFDIR), the caller's or root's, with one name, and a pipe
-/// must not be open to others. Throws as throwSensorErrno does.
+/// Opens a file without following a link in its place (a directory's may be one) and without waiting for
+/// anything, and looks at what it got: it must be of the type (S_IFIFO, S_IFREG, S_IFDIR), the caller's or
+/// root's, with one name, and a pipe must not be open to others. Throws as throwSensorErrno does.
 ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType);

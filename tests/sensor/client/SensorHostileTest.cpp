@@ -1,0 +1,193 @@
+// A client against whatever may be at the other end of the pipes, or in their place.
+#include <sys/eventfd.h>
+#include <sys/stat.h>
+
+#include <random>
+
+#include "ClientOutcome.h"
+#include "SensorClient.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// What an agent does when it has said what it has to say.
+enum class Then : unsigned char { Stay, Leave, Repeat };
+
+struct Part {
+    const char* mpName;
+    std::size_t mHears;   // how many bytes of the command
+    std::string mBefore;  // said before that
+    std::string mSays;    // behind it; tag 0 stands for the command's
+    Then mThen;
+    const char* mpOutcome;
+    milliseconds mPause{0};  // behind each byte that is said
+};
+
+// Two pipes like an agent's, and a thread that plays an agent until it is stopped.
+class HostileAgent {
+  public:
+    HostileAgent(const ZTCTestDirectory& acrDirectory, const Part& acrPart)
+        : mCommands(make(acrDirectory / ZTTestCommandPipe, O_RDONLY)),
+          mAnswers(make(acrDirectory / ZTTestOutputPipe, O_RDWR)) {
+        fcntl(mCommands.get(), F_SETPIPE_SZ, 4096);  // is full before a command of many targets is whole
+        mThread = std::thread([this, &acrPart] { play(acrPart); });
+    }
+    ~HostileAgent() {
+        eventfd_write(mStop.get(), 1);
+        mThread.join();
+    }
+
+  private:
+    static ZTCDescriptor make(const std::string& acrPath, int aMode) {
+        mkfifo(acrPath.c_str(), 0600);
+        return openPipe(acrPath, aMode);
+    }
+    bool waitFor(pollfd aPipe, int aMilliseconds = -1) const {
+        pollfd lPolls[] = {{mStop.get(), POLLIN, 0}, aPipe};
+        poll(lPolls, 2, aMilliseconds);
+        return lPolls[0].revents == 0;
+    }
+    bool say(const std::string& acrBytes, milliseconds aPause) const {
+        const std::size_t lMost = aPause.count() != 0 ? 1 : acrBytes.size();
+        for (std::size_t lAt = 0; lAt < acrBytes.size() && waitFor({mAnswers.get(), POLLOUT, 0});) {
+            const ssize_t lSaid =
+                write(mAnswers.get(), acrBytes.data() + lAt, std::min(lMost, acrBytes.size() - lAt));
+            lAt += lSaid > 0 ? static_cast<std::size_t>(lSaid) : 0;
+            waitFor({-1, 0, 0}, static_cast<int>(aPause.count()));
+        }
+        return waitFor({-1, 0, 0}, 0);
+    }
+    void play(const Part& acrPart) {
+        say(acrPart.mBefore, milliseconds(0));
+        std::string lHeard;
+        while (lHeard.size() < acrPart.mHears && waitFor({mCommands.get(), POLLIN, 0})) {
+            lHeard += readBytes(mCommands, 1);
+        }
+        std::string lSays = acrPart.mSays;
+        if (const std::size_t lOurs = lSays.find("VRX1" + wordOf(0)); lOurs != std::string::npos) {
+            lSays.replace(lOurs + 4, 4, lHeard.substr(4, 4));
+        }
+        while (say(lSays, acrPart.mPause) && acrPart.mThen == Then::Repeat) {
+        }
+        if (acrPart.mThen == Then::Leave) {
+            const ZTCDescriptor lAnswers(std::move(mAnswers));
+            const ZTCDescriptor lCommands(std::move(mCommands));
+        }
+    }
+
+    const ZTCDescriptor mStop{eventfd(0, EFD_CLOEXEC)};
+    ZTCDescriptor mCommands;
+    ZTCDescriptor mAnswers;
+    std::thread mThread;
+};
+
+std::ptrdiff_t countDescriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+volatile std::sig_atomic_t sPipeSignals = 0;
+
+TEST(SensorClientHostile, EveryAgentIsSurvivedInTime) {
+    constexpr std::size_t lShort = 13;  // a Stop
+    const std::string lLong(70000, 'o');
+    const std::string lOther = messageOf(1, lLong);
+    const std::string lHuge = wordOf(0xffffffff);
+    std::string lNoise = lLong;
+    std::generate(lNoise.begin(), lNoise.end(),
+                  [lRandom = std::mt19937(20)]() mutable { return char(lRandom() & 127); });
+    const Part lParts[] = {
+        {"good", lShort, "", successOf(0), Then::Stay, "done"},
+        {"refuses", lShort, "", messageOf(0, bytesOf("01 1234")), Then::Stay, "Refused 4660"},
+        {"others' first", lShort, lOther.substr(66000), lOther + successOf(2) + successOf(0), Then::Stay,
+         "done"},
+        {"half read before", lShort, "the rest, VRX", lOther + successOf(0), Then::Stay, "done"},
+        {"noise", lShort, "", lNoise, Then::Stay, "TimedOut"},
+        {"noise behind a message", lShort, "", lOther + lNoise, Then::Stay, "MalformedAnswer"},
+        {"others' without end", lShort, "", lOther, Then::Repeat, "TimedOut"},
+        {"4 GiB", lShort, "", "VRX1" + wordOf(0) + lHuge + lLong, Then::Stay, "MalformedAnswer"},
+        {"4 GiB for another", lShort, "", "VRX1" + wordOf(1) + lHuge + lLong, Then::Stay, "TimedOut"},
+        {"not asked for", lShort, "", messageOf(0, bytesOf("02 00000000")), Then::Stay, "MalformedAnswer"},
+        {"ends in its answer", lShort, "", successOf(0).substr(0, 14), Then::Leave, "NoAgent"},
+        {"ends in a command", 12, "", "", Then::Leave, "NoAgent"},
+        {"silent", lShort, "", "", Then::Stay, "TimedOut"},
+        {"slow", lShort, "", messageOf(0, lLong), Then::Stay, "TimedOut", milliseconds(20)},
+        {"deaf", 0, "", "", Then::Stay, "TimedOut"},
+    };
+    const auto lHandler = signal(SIGPIPE, [](int) { sPipeSignals = 1; });
+    for (const Part& lrPart : lParts) {
+        SCOPED_TRACE(lrPart.mpName);
+        const std::string lExpected = lrPart.mpOutcome;
+        const milliseconds lTimeout(lExpected == "TimedOut" ? 200 : 60000);
+        const std::vector<ZTSSensorTarget> lTargets(ZTSensorMaxTargets);  // longer than the pipe
+        const ZTCTestDirectory lDirectory;
+        const auto lBefore = countDescriptors();
+        {
+            ZTCSensorClient lClient({lDirectory.getPath(), lTimeout, milliseconds(0)});
+            {
+                const HostileAgent lAgent(lDirectory, lrPart);
+                const auto lStart = std::chrono::steady_clock::now();
+                const std::string lOutcome = clientOutcomeOf(
+                    [&] { lrPart.mHears == lShort ? lClient.stop() : lClient.registerTargets(lTargets); });
+                const double lRatio = (std::chrono::steady_clock::now() - lStart) / (lTimeout * 1.0);
+                EXPECT_EQ(lOutcome, lExpected);
+                EXPECT_GE(lRatio, lExpected == "TimedOut" ? 1 : 0);
+                EXPECT_LT(lRatio, ZTIsSanitized ? 25 : 5);
+            }
+            // Pipes that are of no use are not kept: only the claim on the directory.
+            const bool lAreKept = lExpected == "done" || lExpected.starts_with("Refused");
+            EXPECT_EQ(countDescriptors() - lBefore, lAreKept ? 3 : 1);
+        }
+        EXPECT_EQ(countDescriptors(), lBefore);
+    }
+    EXPECT_EQ(sPipeSignals, 0);
+    signal(SIGPIPE, lHandler);
+}
+
+TEST(SensorClientHostile, WhatLiesInThePipesPlaceIsLookedAt) {
+    using Path = const std::string&;
+    const Part lDeaf{"", 0, "", "", Then::Stay, ""};
+    const auto lOutcomeIn = [](Path acrDirectory) {
+        return clientOutcomeOf([&] {
+            ZTCSensorClient({acrDirectory, milliseconds(50), milliseconds(0)}).stop();
+        });
+    };
+    std::ofstream lWritten;  // who writes to something else has no pipe
+    const auto lMove = [](Path acrPath) { std::filesystem::rename(acrPath, acrPath + "2"); };
+    const std::pair<std::function<void(Path)>, const char*> lRows[] = {
+        {[](Path) {}, "TimedOut"},
+        {lMove, "NoAgent"},
+        {[&](Path acrPath) { lMove(acrPath), std::filesystem::create_symlink(acrPath + "2", acrPath); },
+         "UnsafeFile"},
+        {[&](Path acrPath) { lMove(acrPath), lWritten = std::ofstream(acrPath); }, "UnsafeFile"},
+        {[](Path acrPath) { std::filesystem::create_hard_link(acrPath, acrPath + "2"); }, "UnsafeFile"},
+        {[](Path acrPath) { chmod(acrPath.c_str(), 0666); }, "UnsafeFile"},
+        {[](Path acrPath) { chmod(acrPath.c_str(), 0610); }, "UnsafeFile"},
+    };
+    for (const auto& lrRow : lRows) {
+        for (const char* const lpPipe : {ZTTestCommandPipe, ZTTestOutputPipe}) {
+            SCOPED_TRACE(lpPipe + std::to_string(&lrRow - lRows));
+            const ZTCTestDirectory lDirectory;
+            const HostileAgent lAgent(lDirectory, lDeaf);
+            lrRow.first(lDirectory / lpPipe);
+            const auto lBefore = countDescriptors();
+            EXPECT_EQ(lOutcomeIn(lDirectory.getPath()), lrRow.second);
+            EXPECT_EQ(countDescriptors(), lBefore);
+        }
+    }
+    const ZTCTestDirectory lDirectory;
+    EXPECT_EQ(lOutcomeIn(lDirectory / "missing"), "NoAgent");
+    HostileAgent(lDirectory, lDeaf);
+    EXPECT_EQ(lOutcomeIn(lDirectory.getPath()), "NoAgent");  // pipes that nobody serves
+    for (const mode_t lMode : {0700U, 0755U}) {              // the directory's; the pipes are the agent's
+        chmod(lDirectory.getPath().c_str(), lMode);
+        const ZTSTestEnd lEnd = runChild([&] {
+            if (geteuid() == 0 && setgid(65534) == 0 && setuid(65534) == 0) {
+                EXPECT_EQ(lOutcomeIn(lDirectory.getPath()), "NoPermission");
+            }
+        });
+        EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut;
+    }
+}
+
+}  // namespace
