@@ -45,13 +45,13 @@ ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
         lPid.isOpen() && isLocked(lPid.get()) && fstat(lPid.get(), &lFile) == 0) {
         lStatus.mIsRunning = true;
         lStatus.mHeartbeat = changeTimeOf(lFile);
-        lStatus.mProcess =
-            findProcessWith(lFile, [](const ZTSOpenFile& acrFile) { return acrFile.mIsLocked; });
+        lStatus.mProcess = findProcessWith(lFile, ZTSensorAgentPidFile,
+                                           [](const ZTSOpenFile& acrFile) { return acrFile.mIsLocked; });
     }
     if (lStatus.mProcess != 0) {
         lStatus.mSince = getProcessStart(lStatus.mProcess);
         // Of all that it writes, only the log is appended to.
-        const auto lLog = findOpenFile(lStatus.mProcess, [](const ZTSOpenFile& acrFile) {
+        const auto lLog = findOpenFile(lStatus.mProcess, "/", [](const ZTSOpenFile& acrFile) {
             return acrFile.mIsAppended && S_ISREG(acrFile.mStatus.st_mode);
         });
         lStatus.mLog = lLog ? lLog->mPath : "";
@@ -60,7 +60,7 @@ ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
         lSensor.isOpen() && fstat(lSensor.get(), &lFile) == 0) {
         lStatus.mSensor = readPidFile(lSensor.get());
         lStatus.mSensorHeartbeat = changeTimeOf(lFile);
-        lStatus.mIsSensorRunning = getProcessStart(lStatus.mSensor).has_value();
+        lStatus.mIsSensorRunning = findLivingSensor(lSensor.get()) != 0;
     }
     return lStatus;
 }

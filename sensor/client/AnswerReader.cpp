@@ -1,6 +1,7 @@
 #include "AnswerReader.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -15,42 +16,51 @@ constexpr std::size_t sChunk = 64 * 1024;
 
 ZTSensorBytes ZTCAnswerReader::read(std::uint32_t aTag) {
     for (;;) {
-        const ZTSSensorHeader lHeader = readHeader();
-        if (lHeader.mTag != aTag) {
-            skip(lHeader.mLength);
-            continue;
+        if (!mHeader) {
+            mHeader = readHeader();
+            mLeft = mHeader->mLength;
         }
-        if (lHeader.mLength == 0 || lHeader.mLength > MaxAnswer) {
-            fail("its header says " + std::to_string(lHeader.mLength) + " bytes");
+        const bool lIsWanted = mHeader->mTag == aTag;
+        if (lIsWanted && (mHeader->mLength == 0 || mHeader->mLength > MaxAnswer)) {
+            fail("its header says " + std::to_string(mHeader->mLength) + " bytes");
         }
-        ZTSensorBytes lMessage(mBuffer.begin() + static_cast<std::ptrdiff_t>(mAt - ZTSSensorHeader::Size),
-                               mBuffer.begin() + static_cast<std::ptrdiff_t>(mAt));
-        for (std::size_t lLeft = lHeader.mLength; lLeft != 0;) {
-            const std::size_t lPart = std::min(lLeft, sChunk);
-            lMessage.resize(lMessage.size() + lPart);
-            readInto(lMessage.data() + lMessage.size() - lPart, lPart);
-            lLeft -= lPart;
+        if (!lIsWanted) {
+            mMessage.clear();
         }
-        return lMessage;
+        while (mLeft != 0) {
+            if (mAt == mBuffer.size()) {
+                fill();
+            }
+            const std::size_t lPart = std::min(mLeft, mBuffer.size() - mAt);
+            if (lIsWanted) {
+                mMessage.insert(mMessage.end(), mBuffer.data() + mAt, mBuffer.data() + mAt + lPart);
+            }
+            mAt += lPart;
+            mLeft -= lPart;
+        }
+        mHeader.reset();
+        if (lIsWanted) {
+            return std::exchange(mMessage, {});
+        }
     }
 }
 
-// Leaves the header's bytes in the buffer, before the place that it has come to.
+// Keeps the header's bytes as the message's beginning.
 ZTSSensorHeader ZTCAnswerReader::readHeader() {
-    for (std::size_t lSkipped = 0;; ++lSkipped) {
+    for (;; ++mAt, ++mSkipped) {
         while (mBuffer.size() - mAt < ZTSSensorHeader::Size) {
             fill();
         }
-        const auto lHeader = ZTSSensorHeader::decode({mBuffer.data() + mAt, ZTSSensorHeader::Size});
-        if (lHeader) {
+        const std::uint8_t* const lpAt = mBuffer.data() + mAt;
+        if (const auto lHeader = ZTSSensorHeader::decode({lpAt, ZTSSensorHeader::Size})) {
             mIsInStep = true;
+            mMessage.assign(lpAt, lpAt + ZTSSensorHeader::Size);
             mAt += ZTSSensorHeader::Size;
             return *lHeader;
         }
-        if (mIsInStep || lSkipped == MaxAnswer) {
+        if (mIsInStep || mSkipped == MaxAnswer) {
             fail("a message does not begin with VRX1");
         }
-        ++mAt;
     }
 }
 
@@ -68,27 +78,4 @@ void ZTCAnswerReader::fill() {
         throw;
     }
     mBuffer.resize(lHeld + lCome);
-}
-
-void ZTCAnswerReader::readInto(std::uint8_t* apBytes, std::size_t aCount) {
-    while (aCount != 0) {
-        if (mAt == mBuffer.size()) {
-            fill();
-        }
-        const std::size_t lPart = std::min(aCount, mBuffer.size() - mAt);
-        apBytes = std::copy_n(mBuffer.data() + mAt, lPart, apBytes);
-        mAt += lPart;
-        aCount -= lPart;
-    }
-}
-
-void ZTCAnswerReader::skip(std::size_t aCount) {
-    while (aCount != 0) {
-        if (mAt == mBuffer.size()) {
-            fill();
-        }
-        const std::size_t lPart = std::min(aCount, mBuffer.size() - mAt);
-        mAt += lPart;
-        aCount -= lPart;
-    }
 }

@@ -5,15 +5,10 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <thread>
 
 #include "ProcessTable.h"
-
-namespace {
-
-constexpr std::chrono::milliseconds sLookEvery(50);
-
-}  // namespace
 
 ZTCDirectoryClaim::ZTCDirectoryClaim(const std::string& acrDirectory, std::chrono::milliseconds aWait)
     : mDirectory(openSensorFile(acrDirectory, O_RDONLY | O_DIRECTORY, S_IFDIR)) {
@@ -25,14 +20,17 @@ ZTCDirectoryClaim::ZTCDirectoryClaim(const std::string& acrDirectory, std::chron
         if (std::chrono::steady_clock::now() >= lDeadline) {
             struct stat lStatus {};
             fstat(mDirectory.get(), &lStatus);
+            // Its name, wherever the path leads.
+            const auto lName =
+                std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(mDirectory.get()));
             const pid_t lHolder =
-                findProcessWith(lStatus, [](const ZTSOpenFile& acrFile) { return acrFile.mIsLocked; });
+                findProcessWith(lStatus, lName, [](const ZTSOpenFile& acrFile) { return acrFile.mIsLocked; });
             throw ZTCPipesTakenError("the pipes in " + acrDirectory + " are taken by " +
                                          describeProcess(lHolder) +
                                          ": end it, or wait for it (--wait SECONDS)",
                                      lHolder);
         }
         std::this_thread::sleep_for(
-            sLookEvery);  // nothing tells when a lock is free, but to wait for it without end
+            LookEvery);  // nothing tells when a lock is free, but to wait for it without end
     }
 }

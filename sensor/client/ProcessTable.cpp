@@ -6,7 +6,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -53,19 +55,19 @@ void readFacts(const std::string& acrInfo, ZTSOpenFile& arFile) {
 
 }  // namespace
 
-std::optional<ZTSOpenFile> findOpenFile(pid_t aProcess,
+std::optional<ZTSOpenFile> findOpenFile(pid_t aProcess, const std::string& acrPart,
                                         const std::function<bool(const ZTSOpenFile&)>& acrCondition) {
     std::optional<ZTSOpenFile> lFound;
     eachNumber(folderOf(aProcess) + "/fd", [&](int aDescriptor) {
         const std::string lDescriptor = std::to_string(aDescriptor);
         const std::string lLink = folderOf(aProcess) + "/fd/" + lDescriptor;
         ZTSOpenFile lFile;
-        if (stat(lLink.c_str(), &lFile.mStatus) != 0) {
-            return false;
-        }
         char lPath[4096];
         const ssize_t lLength = readlink(lLink.c_str(), lPath, sizeof lPath);
         lFile.mPath.assign(lPath, lLength > 0 ? static_cast<std::size_t>(lLength) : 0);
+        if (lFile.mPath.find(acrPart) == std::string::npos || stat(lLink.c_str(), &lFile.mStatus) != 0) {
+            return false;
+        }
         readFacts(folderOf(aProcess) + "/fdinfo/" + lDescriptor, lFile);
         if (acrCondition(lFile)) {
             lFound = std::move(lFile);
@@ -75,11 +77,12 @@ std::optional<ZTSOpenFile> findOpenFile(pid_t aProcess,
     return lFound;
 }
 
-pid_t findProcessWith(const struct stat& acrFile,
+pid_t findProcessWith(const struct stat& acrFile, const std::string& acrPath,
                       const std::function<bool(const ZTSOpenFile&)>& acrCondition) {
     pid_t lHolder = 0;
+    const std::string lName = "/" + std::filesystem::path(acrPath).filename().string();
     eachNumber("/proc", [&](int aProcess) {
-        const auto lFile = findOpenFile(aProcess, [&](const ZTSOpenFile& acrOpen) {
+        const auto lFile = findOpenFile(aProcess, lName, [&](const ZTSOpenFile& acrOpen) {
             return acrOpen.mStatus.st_dev == acrFile.st_dev && acrOpen.mStatus.st_ino == acrFile.st_ino &&
                    acrCondition(acrOpen);
         });
@@ -96,6 +99,8 @@ std::string describeProcess(pid_t aProcess) {
     std::string lName;
     std::ifstream lFile(folderOf(aProcess) + "/comm");
     std::getline(lFile, lName);
+    std::replace_if(
+        lName.begin(), lName.end(), [](char aSign) { return aSign < ' ' || aSign > '~'; }, '?');
     return "process " + std::to_string(aProcess) + (lName.empty() ? "" : " (" + lName + ")");
 }
 

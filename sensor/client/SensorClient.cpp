@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <random>
+#include <thread>
+#include <utility>
 
 namespace {
 
@@ -42,28 +44,69 @@ void ZTCSensorClient::shutDown() {
     order(encodeCommand(mTag, ZTESensorCommand::ShutDown));
 }
 
+// Whatever fails but a refusal leaves the pipes in a state that nobody knows.
+template <class Work>
+auto ZTCSensorClient::guarded(const Work& acrWork) {
+    try {
+        return acrWork(Clock::now() + mOptions.mTimeout);
+    } catch (const ZTCRefusedError&) {
+        throw;
+    } catch (...) {
+        if (!mOpenFetch) {
+            mPipes.reset();
+        }
+        throw;
+    }
+}
+
+// A process that has the pipes without asking anybody is waited for as one is that has the directory.
+void ZTCSensorClient::open(Clock::time_point aDeadline) {
+    const auto lEnd = Clock::now() + mOptions.mWait;
+    while (mPipes == nullptr) {
+        try {
+            mPipes = std::make_unique<ZTCSensorPipes>(mOptions.mDirectory, aDeadline);
+        } catch (const ZTCPipesTakenError&) {
+            if (Clock::now() >= lEnd) {
+                throw;
+            }
+            std::this_thread::sleep_for(ZTCDirectoryClaim::LookEvery);
+        }
+    }
+}
+
+// Reads the answer to a fetch that has not come in time.
+void ZTCSensorClient::finishFetch(Clock::time_point aDeadline) {
+    if (!mOpenFetch) {
+        return;
+    }
+    try {
+        mLateFetch = mPipes->receive(*mOpenFetch, aDeadline);
+    } catch (const ZTCTimedOutError&) {
+        throw;
+    } catch (...) {
+        mOpenFetch.reset();
+        throw;
+    }
+    mOpenFetch.reset();
+}
+
 ZTSensorBytes ZTCSensorClient::fetch() {
-    return ask(encodeCommand(mTag, ZTESensorCommand::GetScopeData));
+    return guarded([this](Clock::time_point aDeadline) {
+        if (!mOpenFetch && mLateFetch.empty()) {
+            open(aDeadline);
+            mPipes->send(encodeCommand(mTag, ZTESensorCommand::GetScopeData), aDeadline);
+            mOpenFetch = mTag++;
+        }
+        finishFetch(aDeadline);
+        return std::exchange(mLateFetch, {});
+    });
 }
 
 void ZTCSensorClient::order(const ZTSensorBytes& acrCommand) {
-    const ZTSensorBytes lAnswer = ask(acrCommand);
-    try {
-        decodeSuccess(bodyOf(lAnswer));
-    } catch (const ZTCMalformedAnswerError&) {
-        mPipes.reset();
-        throw;
-    }
-}
-
-ZTSensorBytes ZTCSensorClient::ask(const ZTSensorBytes& acrCommand) {
-    if (mPipes == nullptr) {
-        mPipes = std::make_unique<ZTCSensorPipes>(mOptions.mDirectory);
-    }
-    try {
-        return mPipes->ask(acrCommand, mTag++, ZTCSensorPipes::Clock::now() + mOptions.mTimeout);
-    } catch (...) {
-        mPipes.reset();
-        throw;
-    }
+    guarded([&](Clock::time_point aDeadline) {
+        finishFetch(aDeadline);
+        open(aDeadline);
+        mPipes->send(acrCommand, aDeadline);
+        decodeSuccess(bodyOf(mPipes->receive(mTag++, aDeadline)));
+    });
 }

@@ -146,7 +146,9 @@ ZTSensorBytes encodeTargets(std::uint32_t aTag, std::span<const ZTSSensorTarget>
 void decodeSuccess(std::span<const std::uint8_t> aBody) {
     ZTCWireReader lReader(aBody);
     expect(lReader, ZTESensorAnswer::Success);
-    lReader.u32();
+    if (const std::uint32_t lResult = lReader.u32(); lResult != 0) {
+        lReader.fail("tells of success with result " + std::to_string(lResult));
+    }
 }
 
 ZTSensorScopeData decodeScopeData(std::span<const std::uint8_t> aBody) {

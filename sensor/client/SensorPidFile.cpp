@@ -10,21 +10,6 @@
 
 #include "ProcessTable.h"
 
-namespace {
-
-// The living process that the file names, 0 if there is none: one that is younger than the file has been
-// given the number of one that has ended.
-pid_t livingSensor(int aFile) {
-    const pid_t lProcess = readPidFile(aFile);
-    struct stat lStatus {};
-    const auto lStart = lProcess > 0 && lProcess != getpid() ? getProcessStart(lProcess) : std::nullopt;
-    const bool lIsIt = lStart && fstat(aFile, &lStatus) == 0 &&
-                       std::chrono::system_clock::to_time_t(*lStart) <= lStatus.st_mtim.tv_sec;
-    return lIsIt ? lProcess : 0;
-}
-
-}  // namespace
-
 int readPidFile(int aDescriptor) {
     char lText[16];
     const ssize_t lLength = pread(aDescriptor, lText, sizeof lText, 0);
@@ -34,6 +19,15 @@ int readPidFile(int aDescriptor) {
     return lParsed.ec == std::errc() && (lParsed.ptr == lpEnd || *lParsed.ptr == '\n') && lProcess > 0
                ? lProcess
                : 0;
+}
+
+pid_t findLivingSensor(int aDescriptor) {
+    const pid_t lProcess = readPidFile(aDescriptor);
+    struct stat lStatus {};
+    const auto lStart = lProcess > 0 ? getProcessStart(lProcess) : std::nullopt;
+    const bool lIsIt = lStart && fstat(aDescriptor, &lStatus) == 0 &&
+                       std::chrono::system_clock::to_time_t(*lStart) <= lStatus.st_mtim.tv_sec;
+    return lIsIt ? lProcess : 0;
 }
 
 ZTCSensorPidFile::ZTCSensorPidFile(const std::string& acrDirectory)
@@ -49,7 +43,7 @@ ZTCSensorPidFile::~ZTCSensorPidFile() {
 
 void ZTCSensorPidFile::take() {
     mFile = openSensorFile(mPath, O_RDWR | O_CREAT, S_IFREG);
-    if (const pid_t lOther = livingSensor(mFile.get()); lOther != 0) {
+    if (const pid_t lOther = findLivingSensor(mFile.get()); lOther != 0 && lOther != getpid()) {
         mFile = ZTCSensorDescriptor();
         throw ZTCPipesTakenError(
             "the agent has a sensor, " + describeProcess(lOther) + ": end it first (" + mPath + ")", lOther);

@@ -8,10 +8,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <thread>
 
 #include "ProcessTable.h"
 
 namespace {
+
+constexpr std::chrono::milliseconds sStart(1000);
+constexpr std::chrono::milliseconds sLookEvery(10);
 
 // Keeps SIGPIPE from the thread, and takes the one that came meanwhile.
 class PipeSignalBlock {
@@ -43,15 +47,30 @@ class PipeSignalBlock {
 ZTCSensorDescriptor openCommandPipe(const std::string& acrPath) {
     // Its end for writing is opened by clients alone.
     struct stat lStatus {};
-    const pid_t lClient =
-        lstat(acrPath.c_str(), &lStatus) != 0 || !S_ISFIFO(lStatus.st_mode)
-            ? 0
-            : findProcessWith(lStatus, [](const ZTSOpenFile& acrFile) { return acrFile.mIsWritten; });
+    const pid_t lClient = lstat(acrPath.c_str(), &lStatus) != 0 || !S_ISFIFO(lStatus.st_mode)
+                              ? 0
+                              : findProcessWith(lStatus, acrPath, [](const ZTSOpenFile& acrFile) {
+                                    return acrFile.mIsWritten;
+                                });
     if (lClient != 0) {
         throw ZTCPipesTakenError(acrPath + " is taken by " + describeProcess(lClient) + ": end it first",
                                  lClient);
     }
     return openSensorFile(acrPath, O_WRONLY, S_IFIFO);
+}
+
+// The agent makes it after the other one.
+ZTCSensorDescriptor openOutputPipe(const std::string& acrPath, ZTCSensorPipes::Clock::time_point aDeadline) {
+    for (;;) {
+        try {
+            return openSensorFile(acrPath, O_RDONLY, S_IFIFO);
+        } catch (const ZTCNoAgentError&) {
+            if (ZTCSensorPipes::Clock::now() >= aDeadline) {
+                throw;
+            }
+            std::this_thread::sleep_for(sLookEvery);
+        }
+    }
 }
 
 [[noreturn]] void throwEnded() {
@@ -60,19 +79,18 @@ ZTCSensorDescriptor openCommandPipe(const std::string& acrPath) {
 
 }  // namespace
 
-ZTCSensorPipes::ZTCSensorPipes(const std::string& acrDirectory)
+ZTCSensorPipes::ZTCSensorPipes(const std::string& acrDirectory, Clock::time_point aDeadline)
     : mCommands(openCommandPipe(acrDirectory + ZTSensorCommandPipe)),
-      mAnswers(openSensorFile(acrDirectory + ZTSensorOutputPipe, O_RDONLY, S_IFIFO)),
+      mAnswers(openOutputPipe(acrDirectory + ZTSensorOutputPipe, std::min(aDeadline, Clock::now() + sStart))),
       mReader([this](std::uint8_t* apBytes, std::size_t aRoom) { return readSome(apBytes, aRoom); }) {}
 
-ZTSensorBytes ZTCSensorPipes::ask(const ZTSensorBytes& acrCommand, std::uint32_t aTag,
-                                  Clock::time_point aDeadline) {
+ZTSensorBytes ZTCSensorPipes::receive(std::uint32_t aTag, Clock::time_point aDeadline) {
     mDeadline = aDeadline;
-    write(acrCommand);
     return mReader.read(aTag);
 }
 
-void ZTCSensorPipes::write(const ZTSensorBytes& acrBytes) {
+void ZTCSensorPipes::send(const ZTSensorBytes& acrBytes, Clock::time_point aDeadline) {
+    mDeadline = aDeadline;
     const PipeSignalBlock lNoSignal;
     for (std::size_t lAt = 0; lAt < acrBytes.size();) {
         waitFor(mCommands, POLLOUT);

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,9 +15,32 @@
 
 ZTCAnswerFile::ZTCAnswerFile(std::string aPath)
     : mPath(std::move(aPath)),
-      mFile(open(mPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0640)) {
+      mFile(open(mPath.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0640)) {
     if (!mFile.isOpen()) {
         throw ZTCScopeFailure(fmt::format("cannot write {}: {}", mPath, strerror(errno)));
+    }
+    checkWhole();
+}
+
+// What comes behind something that is no answer, or half of one, could not be read again.
+void ZTCAnswerFile::checkWhole() const {
+    struct stat lStatus {};
+    if (fstat(mFile.get(), &lStatus) != 0 || !S_ISREG(lStatus.st_mode)) {
+        return;
+    }
+    for (off_t lAt = 0; lAt != lStatus.st_size;) {
+        std::uint8_t lBytes[ZTSSensorHeader::Size];
+        const ssize_t lRead = pread(mFile.get(), lBytes, sizeof lBytes, lAt);
+        const auto lHeader = lRead == sizeof lBytes ? ZTSSensorHeader::decode(lBytes) : std::nullopt;
+        const off_t lEnd = lHeader ? lAt + static_cast<off_t>(sizeof lBytes + lHeader->mLength) : 0;
+        if (!lHeader || lEnd > lStatus.st_size) {
+            throw ZTCScopeFailure(
+                lAt == 0 && !lHeader
+                    ? fmt::format("{} is not added to: it holds something else than answers", mPath)
+                    : fmt::format("{} is not added to: its last answer is cut short (truncate -s {} {})",
+                                  mPath, lAt, mPath));
+        }
+        lAt = lEnd;
     }
 }
 
@@ -41,7 +65,8 @@ void ZTCAnswerFile::add(const ZTSensorBytes& acrMessage) {
     }
 }
 
-void eachAnswer(const std::string& acrPath, const std::function<bool(const ZTSensorBytes&)>& acrDo) {
+void eachAnswer(const std::string& acrPath,
+                const std::function<void(const ZTSensorBytes&, std::uint64_t aOffset)>& acrDo) {
     std::ifstream lFile;
     if (acrPath != "-") {
         lFile.open(acrPath, std::ios::binary);
@@ -51,35 +76,36 @@ void eachAnswer(const std::string& acrPath, const std::function<bool(const ZTSen
     }
     std::istream& lrInput = acrPath == "-" ? std::cin : lFile;
     std::uint64_t lOffset = 0;
-    const auto lFail = [&](const std::string& acrWhat) {
-        throw ZTCScopeFailure(fmt::format("{}: the message at byte {} {}", acrPath, lOffset, acrWhat));
+    const auto lFail = [&](const char* apWhat) {
+        throw ZTCScopeFailure(fmt::format("{}: the message at byte {} {}", acrPath, lOffset, apWhat));
     };
+    // False: the file ends before.
     const auto lRead = [&](ZTSensorBytes& arMessage, std::size_t aCount) {
         const std::size_t lHeld = arMessage.size();
         arMessage.resize(lHeld + aCount);
         lrInput.read(reinterpret_cast<char*>(arMessage.data() + lHeld), static_cast<std::streamsize>(aCount));
+        if (lrInput.bad()) {
+            lFail("cannot be read");
+        }
         arMessage.resize(lHeld + static_cast<std::size_t>(lrInput.gcount()));
+        return arMessage.size() == lHeld + aCount;
     };
     for (;;) {
         ZTSensorBytes lMessage;
-        lRead(lMessage, ZTSSensorHeader::Size);
-        if (lMessage.empty()) {
+        if (!lRead(lMessage, ZTSSensorHeader::Size)) {
+            if (!lMessage.empty()) {
+                lFail("is cut short");
+            }
             return;
-        }
-        if (lMessage.size() < ZTSSensorHeader::Size) {
-            lFail("is cut short");
         }
         const auto lHeader = ZTSSensorHeader::decode(lMessage);
         if (!lHeader || lHeader->mLength > ZTCAnswerReader::MaxAnswer) {
             lFail("is none: is this a file of raw answers (vrx-scope record)?");
         }
-        lRead(lMessage, lHeader->mLength);
-        if (lMessage.size() < ZTSSensorHeader::Size + lHeader->mLength) {
+        if (!lRead(lMessage, lHeader->mLength)) {
             lFail("is cut short");
         }
-        if (!acrDo(lMessage)) {
-            return;
-        }
+        acrDo(lMessage, lOffset);
         lOffset += lMessage.size();
     }
 }

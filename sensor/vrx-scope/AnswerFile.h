@@ -23,7 +23,7 @@ class ZTCUnsavedAnswer : public ZTCScopeFailure {
 /// Adds messages to a file. One thread.
 class ZTCAnswerFile {
   public:
-    /// Opens it to be added to. Throws ZTCScopeFailure.
+    /// Opens it to be added to. Throws ZTCScopeFailure, also when what it holds is not whole answers.
     explicit ZTCAnswerFile(std::string aPath);
 
     /// The message is on the disk, whole, when this returns; when it cannot be, the file is as it was. Throws
@@ -31,10 +31,13 @@ class ZTCAnswerFile {
     void add(const ZTSensorBytes& acrMessage);
 
   private:
+    void checkWhole() const;
+
     std::string mPath;
     ZTCSensorDescriptor mFile;
 };
 
-/// Calls the function with each message of a file ("-": standard input) in its order, until it returns false.
-/// Throws ZTCScopeFailure at what is no message or not whole.
-void eachAnswer(const std::string& acrPath, const std::function<bool(const ZTSensorBytes&)>& acrDo);
+/// Calls the function with each message of a file ("-": standard input) in its order, and the place where it
+/// begins. Throws ZTCScopeFailure at what is no message or not whole.
+void eachAnswer(const std::string& acrPath,
+                const std::function<void(const ZTSensorBytes&, std::uint64_t aOffset)>& acrDo);

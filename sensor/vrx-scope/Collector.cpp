@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "AgentStatus.h"
-#include "RecordText.h"
+#include "Failure.h"
 
 namespace {
 
@@ -50,17 +50,24 @@ void ZTCCollector::run() {
             lNextFetch = std::max(lNextFetch + mCollection.mEvery, Clock::now());
         }
         if (lNow >= lEnd) {
-            return;
+            break;
         }
         switch (mWaiting.until(std::min({lNextFetch, lEnd, lNow + sHeartbeat}))) {
             case ZTCWaiting::End:
-                return;
+                return checkNothingOpen();
             case ZTCWaiting::Resize:
                 mrShow.draw();
                 break;
             case ZTCWaiting::Time:
                 break;
         }
+    }
+    checkNothingOpen();
+}
+
+void ZTCCollector::checkNothingOpen() const {
+    if (mClient.isFetchOpen()) {
+        throw ZTCScopeFailure("the agent has not answered the last fetch: what it had collected is lost");
     }
 }
 
@@ -73,7 +80,8 @@ void ZTCCollector::fetch() {
     } catch (const ZTCNoAgentError& lrError) {
         lose(lrError.what());
     } catch (const ZTCTimedOutError& lrError) {
-        lose(lrError.what());
+        // Perhaps it only takes longer: its answer is not given up.
+        mClient.isFetchOpen() ? tellOnce(lrError.what(), true) : lose(lrError.what());
     } catch (const ZTCMalformedAnswerError& lrError) {
         lose(lrError.what());
     } catch (const ZTCPipesTakenError& lrError) {
@@ -108,8 +116,12 @@ void ZTCCollector::lose(const char* apWhy) {
     const std::string lText =
         (mIsThere ? "the agent is gone: " : "waiting for an agent: ") + std::string(apWhy);
     mIsThere = false;
-    if (lText != mToldLast) {
-        mToldLast = lText;
-        mrShow.tell(lText, false);
+    tellOnce(lText, false);
+}
+
+void ZTCCollector::tellOnce(const std::string& acrText, bool aIsThere) {
+    if (acrText != mToldLast) {
+        mToldLast = acrText;
+        mrShow.tell(acrText, aIsThere);
     }
 }

@@ -34,16 +34,18 @@ class ZTCCollector {
     using Clock = ZTCWaiting::Clock;
 
     void fetch();
+    void checkNothingOpen() const;
     void begin();
     void take(const ZTSensorBytes& acrMessage);
     void lose(const char* apWhy);
+    void tellOnce(const std::string& acrText, bool aIsThere);
 
     const ZTSCollection mCollection;
     ZTCShow& mrShow;
     ZTCAnswerFile* const mpSaved;
-    ZTCWaiting mWaiting;
     const std::string mDirectory;
     ZTCSensorClient mClient;
+    ZTCWaiting mWaiting;  // from here on: the wait for another client may be ended by any signal
     ZTCSensorPidFile mPidFile;
     bool mIsThere = false;  ///< an agent has answered, and has not failed since
     std::string mToldLast;

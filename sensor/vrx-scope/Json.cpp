@@ -1,5 +1,7 @@
 #include "Json.h"
 
+#include <algorithm>
+
 #include "TimeText.h"
 
 namespace {
@@ -55,6 +57,10 @@ std::string digitsOf(const ZTSensorBytes& acrBytes) {
 
 }  // namespace
 
+std::string dump(const ZTJson& acrJson, int aIndent) {
+    return acrJson.dump(aIndent, ' ', false, ZTJson::error_handler_t::replace) + "\n";
+}
+
 ZTJson makeDocument(const std::string& acrCommand) {
     return {{"schema", sSchema}, {"command", acrCommand}};
 }
@@ -82,7 +88,11 @@ ZTJson toJson(const std::string& acrCommand, const ZTSFetched& acrFetched) {
     lDocument["initiators"] = ZTJson::array();
     lDocument["records"] = ZTJson::array();
     for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
-        lDocument["initiators"].push_back(namesOf(lrList.mInitiator));
+        if (const ZTJson lNames = namesOf(lrList.mInitiator);
+            std::find(lDocument["initiators"].begin(), lDocument["initiators"].end(), lNames) ==
+            lDocument["initiators"].end()) {
+            lDocument["initiators"].push_back(lNames);
+        }
         for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
             lDocument["records"].push_back(toJson(lrList.mInitiator, lrRecord));
         }

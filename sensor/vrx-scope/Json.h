@@ -8,6 +8,9 @@
 
 using ZTJson = nlohmann::ordered_json;
 
+/// As text, whatever bytes it holds; aIndent below 0: on one line.
+std::string dump(const ZTJson& acrJson, int aIndent = -1);
+
 /// A document of the program, with its schema and the command that it answers.
 ZTJson makeDocument(const std::string& acrCommand);
 /// One record, with its adapter port.

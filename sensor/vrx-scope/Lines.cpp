@@ -21,17 +21,11 @@ std::string tablesOf(const ZTSFetched& acrFetched, bool aInUtc) {
         if (lrList.mRecords.empty()) {
             continue;
         }
-        const std::string lZone = zoneText(lrList.mRecords.front().mFirst, aInUtc);
-        ZTCTable lTable(
-            {{"first (" + lZone + ")"}, {"last"}, {"kind"}, {"events", true}, {"remote port"}, {"what"}});
+        ZTCTable lTable({{"first"}, {"last"}, {"kind"}, {"events", true}, {"remote port"}, {"what"}});
         for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            const std::string lFirst = plainText(lrRecord.mFirst, aInUtc);
-            std::string lLast = plainText(lrRecord.mLast, aInUtc);
-            // The day is not told twice.
-            const std::size_t lDay = lFirst.find(' ') + 1;
-            lLast = lLast.substr(0, lDay) == lFirst.substr(0, lDay) ? lLast.substr(lDay) : lLast;
-            lTable.add({lFirst, lLast, kindText(lrRecord), std::to_string(lrRecord.mOccurrences),
-                        remoteText(lrRecord), detailText(lrRecord)});
+            lTable.add({plainText(lrRecord.mFirst, aInUtc),
+                        plainTextBehind(lrRecord.mLast, lrRecord.mFirst, aInUtc), kindText(lrRecord),
+                        std::to_string(lrRecord.mOccurrences), remoteText(lrRecord), detailText(lrRecord)});
         }
         lText += lTable.toText();
     }
@@ -43,7 +37,7 @@ std::string linesOf(const ZTSFetched& acrFetched, const Line& acrLine) {
     std::string lText;
     for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
         for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            lText += acrLine(lrList.mInitiator, lrRecord) + "\n";
+            lText += acrLine(lrList.mInitiator, lrRecord);
         }
     }
     return lText;
@@ -53,16 +47,15 @@ std::string jsonLines(const std::string& acrCommand, const ZTSFetched& acrFetche
     return linesOf(acrFetched, [&](const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
         ZTJson lLine = makeDocument(acrCommand);
         lLine.update(toJson(acrInitiator, acrRecord));
-        return lLine.dump();
+        return dump(lLine);
     });
 }
 
 std::string plainLines(const ZTSFetched& acrFetched, bool aInUtc) {
     return linesOf(acrFetched, [&](const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
-        return fmt::format("{} {}  {}  {} x {}  {}  {}", plainText(acrRecord.mLast, aInUtc),
-                           zoneText(acrRecord.mLast, aInUtc), acrInitiator.mPort.toText(),
-                           acrRecord.mOccurrences, kindText(acrRecord), remoteText(acrRecord),
-                           detailText(acrRecord));
+        return fmt::format("{}  {}  {} x {}  {}  {}\n", plainText(acrRecord.mLast, aInUtc),
+                           acrInitiator.mPort.toText(), acrRecord.mOccurrences, kindText(acrRecord),
+                           remoteText(acrRecord), detailText(acrRecord));
     });
 }
 
@@ -72,7 +65,7 @@ std::string toText(const std::string& acrCommand, const ZTSFetched& acrFetched, 
                    bool aInUtc) {
     switch (aForm) {
         case ZTEScopeForm::Json:
-            return toJson(acrCommand, acrFetched).dump(2) + "\n";
+            return dump(toJson(acrCommand, acrFetched), 2);
         case ZTEScopeForm::JsonLines:
             return jsonLines(acrCommand, acrFetched);
         default:

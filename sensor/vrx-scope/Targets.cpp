@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -59,7 +61,7 @@ std::vector<ZTSSensorTarget> loadTargets(const std::string& acrFile) {
     if (acrFile != "-") {
         lFile.open(acrFile);
         if (!lFile) {
-            throw ZTCScopeFailure(fmt::format("cannot read {}", acrFile));
+            throw ZTCScopeFailure(fmt::format("cannot read {}: {}", acrFile, strerror(errno)));
         }
     }
     std::istream& lrInput = acrFile == "-" ? std::cin : lFile;
@@ -81,7 +83,10 @@ std::vector<ZTSSensorTarget> loadTargets(const std::string& acrFile) {
             throw ZTCScopeFailure(fmt::format("{}:{}: {}", acrFile, lNumber, lrError.what()));
         }
     }
-    if (lrInput.bad() || lTargets.empty()) {
+    if (lrInput.bad()) {
+        throw ZTCScopeFailure(fmt::format("cannot read {}", acrFile));
+    }
+    if (lTargets.empty()) {
         throw ZTCScopeFailure(fmt::format("{} holds no targets", acrFile));
     }
     return lTargets;

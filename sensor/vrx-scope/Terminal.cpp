@@ -1,10 +1,13 @@
 #include "Terminal.h"
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
@@ -14,8 +17,17 @@
 namespace {
 
 constexpr ZTSTerminalSize sUsual{80, 24};
+constexpr int sLookEvery = 200;  // milliseconds, for a signal, while nobody reads the output
 constexpr char sBold[] = "\x1b[1m";
 constexpr char sPlain[] = "\x1b[0m";
+
+// Whether a signal waits that would end the program if it were not blocked.
+bool isAskedToEnd() {
+    sigset_t lPending;
+    sigpending(&lPending);
+    return sigismember(&lPending, SIGINT) == 1 || sigismember(&lPending, SIGTERM) == 1 ||
+           sigismember(&lPending, SIGHUP) == 1;
+}
 
 // The beginning of a line that fits, where the sequences for colours take no room.
 std::string cut(const std::string& acrLine, std::size_t aColumns) {
@@ -55,8 +67,17 @@ ZTSTerminalSize getTerminalSize() {
 
 void put(const std::string& acrText) {
     for (std::size_t lAt = 0; lAt < acrText.size();) {
-        const ssize_t lWritten = write(STDOUT_FILENO, acrText.data() + lAt, acrText.size() - lAt);
-        if (lWritten < 0 && errno != EINTR) {
+        pollfd lPoll{STDOUT_FILENO, POLLOUT, 0};
+        if (poll(&lPoll, 1, sLookEvery) == 0) {
+            if (isAskedToEnd()) {
+                throw ZTCScopeFailure("interrupted: nobody reads the output, and the rest of it is lost");
+            }
+            continue;
+        }
+        // So much fits into a pipe that takes anything, without waiting.
+        const ssize_t lWritten =
+            write(STDOUT_FILENO, acrText.data() + lAt, std::min<std::size_t>(acrText.size() - lAt, PIPE_BUF));
+        if (lWritten < 0 && errno != EINTR && errno != EAGAIN) {
             throw ZTCScopeFailure(std::string("cannot write the output: ") + strerror(errno));
         }
         lAt += lWritten < 0 ? 0 : static_cast<std::size_t>(lWritten);

@@ -15,7 +15,8 @@ struct ZTSTerminalSize {
 /// Its size now.
 ZTSTerminalSize getTerminalSize();
 
-/// Writes to standard output, at once and wholly. Throws ZTCScopeFailure.
+/// Writes to standard output, at once and wholly. Waits for who reads it, but not when a signal that is
+/// blocked asks the program to end. Throws ZTCScopeFailure.
 void put(const std::string& acrText);
 
 /// The text in bold, where there is colour.

@@ -46,10 +46,18 @@ std::string plainText(const ZTSSensorTime& acrTime, bool aInUtc) {
     if (acrTime.mSeconds >= sEndOfYears) {
         return {};
     }
-    return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03}", calendarOf(acrTime, aInUtc),
-                       acrTime.mNanoseconds / sNanosecondsInMillisecond);
+    const std::tm lCalendar = calendarOf(acrTime, aInUtc);
+    return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03} {}", lCalendar,
+                       acrTime.mNanoseconds / sNanosecondsInMillisecond, aInUtc ? "UTC" : lCalendar.tm_zone);
 }
 
-std::string zoneText(const ZTSSensorTime& acrTime, bool aInUtc) {
-    return aInUtc || acrTime.mSeconds >= sEndOfYears ? "UTC" : calendarOf(acrTime, false).tm_zone;
+std::string plainTextBehind(const ZTSSensorTime& acrTime, const ZTSSensorTime& acrBefore, bool aInUtc) {
+    const std::string lText = plainText(acrTime, aInUtc);
+    const std::string lBefore = plainText(acrBefore, aInUtc);
+    const std::size_t lDay = lBefore.find(' ') + 1;
+    const std::size_t lZone = lText.rfind(' ');
+    const bool lIsTheSame =
+        lZone == lBefore.rfind(' ') && lText.substr(0, lDay) == lBefore.substr(0, lDay) &&
+        lText.substr(std::min(lZone, lText.size())) == lBefore.substr(std::min(lZone, lBefore.size()));
+    return lIsTheSame && !lText.empty() ? lText.substr(lDay, lZone - lDay) : lText;
 }

@@ -13,8 +13,8 @@ std::chrono::system_clock::time_point fromSensorTime(const ZTSSensorTime& acrTim
 /// the year 9999.
 std::string isoText(const ZTSSensorTime& acrTime);
 
-/// For people, to the millisecond: "2026-11-21 14:00:00.000", in UTC or the local zone. As isoText beyond.
+/// For people, to the millisecond: "2026-11-21 14:00:00.000 UTC", in UTC or the local zone. As isoText
+/// beyond.
 std::string plainText(const ZTSSensorTime& acrTime, bool aInUtc);
-
-/// The zone of those texts: "UTC", "CET".
-std::string zoneText(const ZTSSensorTime& acrTime, bool aInUtc);
+/// The same without the day and the zone, when they are those of another moment.
+std::string plainTextBehind(const ZTSSensorTime& acrTime, const ZTSSensorTime& acrBefore, bool aInUtc);

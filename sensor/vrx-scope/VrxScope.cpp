@@ -1,8 +1,10 @@
 // vrx-scope: drives the agent from a command line, and shows what it has collected.
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <csignal>
 #include <iostream>
 
@@ -48,6 +50,9 @@ struct Options {
 };
 
 std::chrono::milliseconds toDuration(double aSeconds) {
+    if (!std::isfinite(aSeconds)) {
+        throw ZTCScopeUsage("that is no number of seconds");
+    }
     return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(aSeconds));
 }
 
@@ -62,6 +67,13 @@ ZTSSensorOptions clientOptions(const Options& acrOptions) {
     return {directoryOf(acrOptions), toDuration(acrOptions.mTimeout), toDuration(acrOptions.mWait)};
 }
 
+// One line on standard error. Returns the status.
+int refuse(const std::string& acrText, int aStatus) {
+    std::cerr << "vrx-scope: " << acrText << (aStatus == sWrongUsage ? " (vrx-scope --help-all)" : "")
+              << "\n";
+    return aStatus;
+}
+
 // Says that a command has been carried out.
 void putDone(const Options& acrOptions, const std::string& acrCommand, const std::string& acrText) {
     if (acrOptions.getForm() == ZTEScopeForm::Table) {
@@ -70,7 +82,7 @@ void putDone(const Options& acrOptions, const std::string& acrCommand, const std
     }
     ZTJson lDocument = makeDocument(acrCommand);
     lDocument["done"] = true;
-    put(lDocument.dump() + "\n");
+    put(dump(lDocument));
 }
 
 // ---- Commands ----
@@ -109,10 +121,29 @@ int setPeriod(const Options& acrOptions) {
     return 0;
 }
 
+// One fetch. What the agent no longer has is not to be lost to a signal: those that come meanwhile wait for
+// aDo's end.
+template <class Do>
+void fetchOnce(const Options& acrOptions, const Do& acrDo) {
+    ZTCSensorClient lClient(clientOptions(acrOptions));
+    const ZTCWaiting lNoSignals;
+    try {
+        acrDo(lClient.fetch());
+    } catch (const ZTCTimedOutError& lrError) {
+        throw ZTCScopeFailure(std::string(lrError.what()) + "; what it had collected may be lost");
+    }
+}
+
 int fetch(const Options& acrOptions) {
-    const ZTSensorBytes lMessage = ZTCSensorClient(clientOptions(acrOptions)).fetch();
-    put(toText("fetch", readFetched(lMessage, std::chrono::system_clock::now()), acrOptions.getForm(),
-               acrOptions.mInUtc));
+    fetchOnce(acrOptions, [&](const ZTSensorBytes& acrMessage) {
+        const std::string lText = toText("fetch", readFetched(acrMessage, std::chrono::system_clock::now()),
+                                         acrOptions.getForm(), acrOptions.mInUtc);
+        try {
+            put(lText);
+        } catch (const ZTCScopeFailure& lrError) {
+            throw ZTCScopeFailure(std::string(lrError.what()) + "; what was fetched:\n" + lText);
+        }
+    });
     return 0;
 }
 
@@ -120,7 +151,11 @@ int shutDown(const Options& acrOptions) {
     ZTCSensorClient lClient(clientOptions(acrOptions));
     const pid_t lAgent = readAgentStatus(acrOptions.mDirectory).mProcess;
     lClient.shutDown();
-    if (lAgent != 0 && !waitForEnd(lAgent, toDuration(acrOptions.mTimeout))) {
+    if (lAgent == 0) {
+        putDone(acrOptions, "shutdown", "the agent ends");
+        return 0;
+    }
+    if (!waitForEnd(lAgent, toDuration(acrOptions.mTimeout))) {
         throw ZTCScopeFailure(
             fmt::format("{} has promised to end, and has not: look at its log", describeProcess(lAgent)));
     }
@@ -136,8 +171,7 @@ std::string agoText(const std::optional<ZTSAgentStatus::Time>& acrTime, bool aIn
     const ZTSSensorTime lTime = toSensorTime(*acrTime);
     const auto lAgo =
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now() - *acrTime).count();
-    return fmt::format("{} {}, {} s ago", plainText(lTime, aInUtc), zoneText(lTime, aInUtc),
-                       std::max(lAgo, 0L));
+    return fmt::format("{}, {} s ago", plainText(lTime, aInUtc), std::max(lAgo, 0L));
 }
 
 std::string textOf(const ZTSAgentStatus& acrStatus, const Options& acrOptions) {
@@ -164,7 +198,7 @@ std::string textOf(const ZTSAgentStatus& acrStatus, const Options& acrOptions) {
 int showStatus(const Options& acrOptions) {
     const ZTSAgentStatus lStatus = readAgentStatus(directoryOf(acrOptions));
     put(acrOptions.getForm() == ZTEScopeForm::Table ? textOf(lStatus, acrOptions)
-                                                    : toJson(acrOptions.mDirectory, lStatus).dump() + "\n");
+                                                    : dump(toJson(acrOptions.mDirectory, lStatus)));
     return lStatus.mIsRunning ? 0 : sFailed;
 }
 
@@ -246,32 +280,46 @@ int record(const Options& acrOptions) {
         lCollection.mEvery = acrOptions.mEvery > 0 ? lCollection.mEvery : ZTSCollection().mEvery;
         ZTCCollector(clientOptions(acrOptions), lCollection, lCounter, &lFile).run();
     } else {
-        const ZTSensorBytes lMessage = ZTCSensorClient(clientOptions(acrOptions)).fetch();
-        lFile.add(lMessage);
-        lCounter.add(readFetched(lMessage, {}));
+        fetchOnce(acrOptions, [&](const ZTSensorBytes& acrMessage) {
+            lFile.add(acrMessage);
+            lCounter.add(readFetched(acrMessage, {}));
+        });
     }
     lCounter.finish();
     putDone(acrOptions, "record", fmt::format("added to {}: {}", acrOptions.mFile, lCounter.toText()));
     return 0;
 }
 
+// Every answer of a file that can be read, in its order. Those that cannot are told of; false: there were
+// some.
+bool readAnswers(const std::string& acrFile, const std::function<void(ZTSFetched)>& acrDo) {
+    bool lAreGood = true;
+    try {
+        eachAnswer(acrFile, [&](const ZTSensorBytes& acrMessage, std::uint64_t aOffset) {
+            try {
+                acrDo(readFetched(acrMessage, {}));
+            } catch (const ZTCSensorError& lrError) {
+                lAreGood = false;
+                refuse(fmt::format("{}: the message at byte {}: {}", acrFile, aOffset, lrError.what()),
+                       sFailed);
+            }
+        });
+    } catch (const ZTCScopeFailure& lrError) {
+        lAreGood = false;
+        refuse(lrError.what(), sFailed);
+    }
+    return lAreGood;
+}
+
 int decode(const Options& acrOptions) {
     ZTSFetched lAll;
-    const auto lShow = [&] { put(toText("decode", lAll, acrOptions.getForm(), acrOptions.mInUtc)); };
-    try {
-        eachAnswer(acrOptions.mFile, [&](const ZTSensorBytes& acrMessage) {
-            ZTSFetched lFetched = readFetched(acrMessage, {});
-            std::move(lFetched.mData.begin(), lFetched.mData.end(), std::back_inserter(lAll.mData));
-            return true;
-        });
-    } catch (const std::runtime_error&) {
-        if (!lAll.mData.empty()) {
-            lShow();  // what stands before the fault
-        }
-        throw;
+    const bool lAreGood = readAnswers(acrOptions.mFile, [&](ZTSFetched aFetched) {
+        std::move(aFetched.mData.begin(), aFetched.mData.end(), std::back_inserter(lAll.mData));
+    });
+    if (lAreGood || !lAll.mData.empty()) {
+        put(toText("decode", lAll, acrOptions.getForm(), acrOptions.mInUtc));
     }
-    lShow();
-    return 0;
+    return lAreGood ? 0 : sFailed;
 }
 
 // When an answer came, as near as its records tell.
@@ -285,31 +333,43 @@ std::optional<ZTSFetched::Time> lastTimeIn(const ZTSFetched& acrFetched) {
     return lLast == ZTSSensorTime() ? std::nullopt : std::optional(fromSensorTime(lLast));
 }
 
+// Shows one answer, until it is time for the next. False: the program is to end.
+bool replayOne(ZTCShow& arShow, const ZTSFetched& acrFetched, ZTCWaiting& arWaiting,
+               ZTCWaiting::Clock::time_point aNext) {
+    arShow.add(acrFetched);
+    for (;;) {
+        switch (arWaiting.until(aNext)) {
+            case ZTCWaiting::End:
+                return false;
+            case ZTCWaiting::Resize:
+                arShow.draw();
+                break;
+            case ZTCWaiting::Time:
+                return true;
+        }
+    }
+}
+
 int replay(const Options& acrOptions) {
     const std::unique_ptr<ZTCShow> lShow = makeShow(acrOptions, true);
+    // All of them first: while they are read, any signal may end the program.
+    std::vector<ZTSFetched> lAnswers;
+    const bool lAreGood = readAnswers(acrOptions.mFile, [&](ZTSFetched aFetched) {
+        aFetched.mTime = lastTimeIn(aFetched);
+        lAnswers.push_back(std::move(aFetched));
+    });
     ZTCWaiting lWaiting;
     auto lNext = ZTCWaiting::Clock::now();
-    std::uint64_t lNumber = 0;
-    eachAnswer(acrOptions.mFile, [&](const ZTSensorBytes& acrMessage) {
-        lShow->tell(fmt::format("{}, answer {}", acrOptions.mFile, ++lNumber), true);
-        ZTSFetched lFetched = readFetched(acrMessage, {});
-        lFetched.mTime = lastTimeIn(lFetched);
-        lShow->add(lFetched);
+    std::size_t lNumber = 0;
+    for (const ZTSFetched& lrAnswer : lAnswers) {
         lNext += toDuration(acrOptions.mEvery);
-        for (;;) {
-            switch (lWaiting.until(lNext)) {
-                case ZTCWaiting::End:
-                    return false;
-                case ZTCWaiting::Resize:
-                    lShow->draw();
-                    break;
-                case ZTCWaiting::Time:
-                    return true;
-            }
+        lShow->tell(fmt::format("{}, answer {}", acrOptions.mFile, ++lNumber), true);
+        if (!replayOne(*lShow, lrAnswer, lWaiting, lNext)) {
+            break;
         }
-    });
+    }
     lShow->finish();
-    return 0;
+    return lAreGood ? 0 : sFailed;
 }
 
 // ---- The command line ----
@@ -403,17 +463,11 @@ void describe(CLI::App& arProgram, Options& arOptions, Run& arChosen) {
     addEvery(*lpReplay, arOptions, "from answer to answer (0)");
 }
 
-int refuse(const std::string& acrText, int aStatus) {
-    std::cerr << "vrx-scope: " << acrText << (aStatus == sWrongUsage ? " (vrx-scope --help-all)" : "")
-              << "\n";
-    return aStatus;
-}
-
 // The agent no longer has what could not be saved: it is shown instead.
 int rescue(const ZTCUnsavedAnswer& acrError, const Options& acrOptions) {
     refuse(acrError.what(), sFailed);
     try {
-        put(toText("record", readFetched(acrError.getMessage(), {}), acrOptions.getForm(),
+        put(toText("rescue", readFetched(acrError.getMessage(), {}), acrOptions.getForm(),
                    acrOptions.mInUtc));
     } catch (const std::runtime_error& lrError) {
         refuse(lrError.what(), sFailed);
@@ -424,7 +478,15 @@ int rescue(const ZTCUnsavedAnswer& acrError, const Options& acrOptions) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    signal(SIGPIPE, SIG_IGN);  // output that nobody reads is an error like others
+    // What is opened must not get the number of a standard stream that somebody has closed.
+    for (const int lStream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(lStream, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
+            return sFailed;
+        }
+    }
+    // Output that nobody reads, or that a limit forbids, is an error like others.
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
     tzset();
     Options lOptions;
     Run lRun = nullptr;

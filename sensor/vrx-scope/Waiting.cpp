@@ -9,21 +9,22 @@
 
 namespace {
 
-sigset_t theSignals() {
-    sigset_t lSignals;
-    sigemptyset(&lSignals);
-    for (const int lSignal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH}) {
-        sigaddset(&lSignals, lSignal);
-    }
-    return lSignals;
+bool isIgnored(int aSignal) {
+    struct sigaction lAction {};
+    return sigaction(aSignal, nullptr, &lAction) == 0 && lAction.sa_handler == SIG_IGN;
 }
 
 }  // namespace
 
 ZTCWaiting::ZTCWaiting() {
-    const sigset_t lSignals = theSignals();
-    sigprocmask(SIG_BLOCK, &lSignals, nullptr);
-    mSignals = ZTCSensorDescriptor(signalfd(-1, &lSignals, SFD_CLOEXEC | SFD_NONBLOCK));
+    sigemptyset(&mBlocked);
+    for (const int lSignal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH}) {
+        if (!isIgnored(lSignal)) {
+            sigaddset(&mBlocked, lSignal);
+        }
+    }
+    sigprocmask(SIG_BLOCK, &mBlocked, nullptr);
+    mSignals = ZTCSensorDescriptor(signalfd(-1, &mBlocked, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 ZTCWaiting::~ZTCWaiting() {
@@ -31,8 +32,7 @@ ZTCWaiting::~ZTCWaiting() {
     signalfd_siginfo lSignal{};
     while (read(mSignals.get(), &lSignal, sizeof lSignal) > 0) {
     }
-    const sigset_t lSignals = theSignals();
-    sigprocmask(SIG_UNBLOCK, &lSignals, nullptr);
+    sigprocmask(SIG_UNBLOCK, &mBlocked, nullptr);
 }
 
 ZTCWaiting::Reason ZTCWaiting::until(Clock::time_point aTime) {

@@ -2,11 +2,12 @@
 #pragma once
 
 #include <chrono>
+#include <csignal>
 
 #include "SensorFiles.h"
 
-/// As long as it lives SIGINT, SIGTERM, SIGHUP and SIGWINCH interrupt nothing, and are told by the waits. One
-/// at a time, in a program's only thread.
+/// As long as it lives SIGINT, SIGTERM, SIGHUP and SIGWINCH interrupt nothing, and are told by the waits;
+/// those that were ignored before, as by nohup, stay so. One at a time, in a program's only thread.
 class ZTCWaiting {
   public:
     using Clock = std::chrono::steady_clock;
@@ -21,5 +22,6 @@ class ZTCWaiting {
     Reason until(Clock::time_point aTime);
 
   private:
+    sigset_t mBlocked;
     ZTCSensorDescriptor mSignals;
 };

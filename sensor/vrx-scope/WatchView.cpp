@@ -16,8 +16,7 @@ std::string rateText(std::uint64_t aEvents, double aSeconds) {
 
 }  // namespace
 
-ZTCWatchView::ZTCWatchView(bool aInUtc)
-    : mInUtc(aInUtc), mScreen(isTerminal() ? std::make_unique<ZTCScreen>() : nullptr) {}
+ZTCWatchView::ZTCWatchView(bool aInUtc) : mInUtc(aInUtc) {}
 
 void ZTCWatchView::add(const ZTSFetched& acrFetched) {
     for (auto& [lrKey, lrSums] : mSums) {
@@ -25,7 +24,9 @@ void ZTCWatchView::add(const ZTSFetched& acrFetched) {
     }
     for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
         for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            Sums& lrSums = mSums[{lrList.mInitiator, kindText(lrRecord), remoteText(lrRecord)}];
+            const Key lKey{lrList.mInitiator, kindText(lrRecord), remoteText(lrRecord)};
+            const bool lHasRoom = mSums.size() < MaxRows || mSums.count(lKey) != 0;
+            Sums& lrSums = mSums[lHasRoom ? lKey : Key{lrList.mInitiator, "others", "-"}];
             lrSums.mEvents += lrRecord.mOccurrences;
             lrSums.mNewEvents += lrRecord.mOccurrences;
             lrSums.mLast = std::max(lrSums.mLast, lrRecord.mLast);
@@ -47,7 +48,8 @@ void ZTCWatchView::tell(const std::string& acrText, bool /*aIsThere*/) {
 }
 
 void ZTCWatchView::draw() {
-    if (mScreen != nullptr) {
+    if (isTerminal()) {
+        mScreen = mScreen != nullptr ? std::move(mScreen) : std::make_unique<ZTCScreen>();
         ZTCScreen::show(toText(false));
     }
 }
@@ -65,11 +67,7 @@ std::string ZTCWatchView::toText(bool aIsWhole) const {
     lText += mTime ? ", last fetch " + plainText(lTime, mInUtc) + "\n" : "\n";
     const ZTSPortNames* lpInitiator = nullptr;
     const auto lNewTable = [&] {
-        return ZTCTable({{"kind"},
-                         {"remote port"},
-                         {"events", true},
-                         {"a second", true},
-                         {"last (" + zoneText(lTime, mInUtc) + ")"}});
+        return ZTCTable({{"kind"}, {"remote port"}, {"events", true}, {"a second", true}, {"last"}});
     };
     ZTCTable lTable = lNewTable();
     const auto lFinish = [&] {

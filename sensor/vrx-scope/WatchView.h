@@ -20,6 +20,8 @@ class ZTCWatchView : public ZTCShow {
     void finish() override;
 
   private:
+    static constexpr std::size_t MaxRows = 10000;
+
     struct Key {
         ZTSPortNames mInitiator;
         std::string mKind;

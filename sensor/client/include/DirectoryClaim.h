@@ -8,6 +8,8 @@
 /// Held as long as the object lives, also while no agent runs.
 class ZTCDirectoryClaim {
   public:
+    static constexpr std::chrono::milliseconds LookEvery{50};
+
     /// Waits so long for another client to go, which may be no time. Throws ZTCPipesTakenError, and what
     /// opening the directory throws.
     ZTCDirectoryClaim(const std::string& acrDirectory, std::chrono::milliseconds aWait);

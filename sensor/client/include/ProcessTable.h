@@ -17,16 +17,17 @@ struct ZTSOpenFile {
     bool mIsAppended = false;
     bool mIsLocked = false;  ///< a lock was taken through this descriptor
 };
-/// The first descriptor of the process for which the condition holds.
-std::optional<ZTSOpenFile> findOpenFile(pid_t aProcess,
+/// The first descriptor of the process for which the condition holds, of those whose path holds the part: no
+/// other file is touched, because one on a server that does not answer would not let go.
+std::optional<ZTSOpenFile> findOpenFile(pid_t aProcess, const std::string& acrPart,
                                         const std::function<bool(const ZTSOpenFile&)>& acrCondition);
 
-/// The first process with such a descriptor on the file, or 0. Only the caller's own processes are seen,
-/// unless it is root.
-pid_t findProcessWith(const struct stat& acrFile,
+/// The first process with such a descriptor on the file, or 0. acrPath: the file's, of which the last name
+/// counts. Only the caller's own processes are seen, unless it is root.
+pid_t findProcessWith(const struct stat& acrFile, const std::string& acrPath,
                       const std::function<bool(const ZTSOpenFile&)>& acrCondition);
 
-/// "process 1234 (vrx-scope)", or "another process" for 0.
+/// "process 1234 (vrx-scope)", with what cannot be printed as "?", or "another process" for 0.
 std::string describeProcess(pid_t aProcess);
 
 /// When it began. Nothing if there is no such process.

@@ -14,7 +14,7 @@ struct ZTSSensorOptions {
 
 /// One thread, and one client a directory at a time. Every function throws a ZTCSensorError of the kind that
 /// fits (SensorError.h); after one other than ZTCRefusedError the next call opens the pipes anew, so that a
-/// client lives on while agents come and go.
+/// client lives on while agents come and go; but for a fetch that is not answered in time.
 class ZTCSensorClient {
   public:
     /// Claims the directory. Throws ZTCPipesTakenError, ZTCNoAgentError (no directory), ZTCNoPermissionError.
@@ -30,15 +30,25 @@ class ZTCSensorClient {
     void setCollectionPeriod(std::uint32_t aSeconds);
     void shutDown();
     /// What the agent has collected, and no longer has: the whole message as it came (decodeScopeData reads
-    /// the part behind its header).
+    /// the part behind its header). After ZTCTimedOutError the answer is still to come, and the next fetch is
+    /// for it.
     ZTSensorBytes fetch();
+    /// Whether such an answer has not come yet. It is lost with this client.
+    bool isFetchOpen() const { return mOpenFetch.has_value(); }
 
   private:
-    ZTSensorBytes ask(const ZTSensorBytes& acrCommand);
+    using Clock = ZTCSensorPipes::Clock;
+
+    void open(Clock::time_point aDeadline);
+    template <class Work>
+    auto guarded(const Work& acrWork);
+    void finishFetch(Clock::time_point aDeadline);
     void order(const ZTSensorBytes& acrCommand);
 
     const ZTSSensorOptions mOptions;
     const ZTCDirectoryClaim mClaim;
     std::unique_ptr<ZTCSensorPipes> mPipes;
-    std::uint32_t mTag;  ///< of the next command
+    std::uint32_t mTag;                       ///< of the next command
+    std::optional<std::uint32_t> mOpenFetch;  ///< the tag of a fetch whose answer has not come in time
+    ZTSensorBytes mLateFetch;                 ///< its answer, when it came before something else's
 };

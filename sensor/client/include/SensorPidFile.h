@@ -27,3 +27,6 @@ class ZTCSensorPidFile {
 
 /// The process that a pid file names, 0 if it names none.
 int readPidFile(int aDescriptor);
+/// The living process that it names, 0 if there is none: one that is younger than the file has been given the
+/// number of one that has ended.
+pid_t findLivingSensor(int aDescriptor);

@@ -44,17 +44,18 @@ TEST(Scope, PrintsATableForPeople) {
               answerOf({recordOf(3, "\x01\x01", sOne + sPort + sPort),
                         recordOf(800, "\x04\x01", lLuns, "\x01" + bytesOf("50060160bb20110c") + sPort),
                         recordOf(1, "\x01\x20", sOne + bytesOf("00000301")), recordOf(2, "\x10\x7f", "?")}));
-    EXPECT_EQ(askScope(lDirectory.getPath(), {"decode", lFile, "--utc"}),
-              "initiator 10:00:00:25:b5:01:00:00, node 20:00:00:25:b5:01:00:00: 4 records\n"
-              "  first (UTC)              last          kind        events  remote port              what\n"
-              "  2026-11-21 14:00:00.000  14:00:02.000  plogi            3  50:06:01:60:3b:20:11:0c  "
-              "second name 50:06:01:60:3b:20:11:0c\n"
-              "  2026-11-21 14:00:00.000  14:00:02.000  queue_full     800  50:06:01:60:3b:20:11:0c  "
-              "luns 1,3-5,24\n"
-              "  2026-11-21 14:00:00.000  14:00:02.000  rscn             1  030000                   "
-              "address format area, port id 030000\n"
-              "  2026-11-21 14:00:00.000  14:00:02.000  16,127           2  -                        "
-              "a block of 1 byte\n");
+    EXPECT_EQ(
+        askScope(lDirectory.getPath(), {"decode", lFile, "--utc"}),
+        "initiator 10:00:00:25:b5:01:00:00, node 20:00:00:25:b5:01:00:00: 4 records\n"
+        "  first                        last          kind        events  remote port              what\n"
+        "  2026-11-21 14:00:00.000 UTC  14:00:02.000  plogi            3  50:06:01:60:3b:20:11:0c  "
+        "second name 50:06:01:60:3b:20:11:0c\n"
+        "  2026-11-21 14:00:00.000 UTC  14:00:02.000  queue_full     800  50:06:01:60:3b:20:11:0c  "
+        "luns 1,3-5,24\n"
+        "  2026-11-21 14:00:00.000 UTC  14:00:02.000  rscn             1  030000                   "
+        "address format area, port id 030000\n"
+        "  2026-11-21 14:00:00.000 UTC  14:00:02.000  16,127           2  -                        "
+        "a block of 1 byte\n");
     const Json lDocument = Json::parse(askScope(lDirectory.getPath(), {"--json", "decode", lFile}));
     EXPECT_EQ(lDocument["schema"], 1);
     EXPECT_EQ(lDocument["fetched"], nullptr);
@@ -108,8 +109,15 @@ TEST(Scope, FailsWithOneLineAndAStatus) {
          "the message at byte " + std::to_string(lWhole.size()) + " is cut short"},
         {{"decode", lDirectory / "no-answer"}, 1, "the message at byte 0 is none"},
         {{"decode", lDirectory / "huge"}, 1, "the message at byte 0 is none"},
-        {{"decode", lDirectory / "other"}, 1, "is of another kind (0)"},
+        {{"decode", lDirectory / "other"}, 1, "other: the message at byte 0: "},
+        {{"decode", lDirectory.getPath()}, 1, "the message at byte 0 cannot be read"},
+        {{"replay", lDirectory / "cut"},
+         1,
+         "the message at byte " + std::to_string(lWhole.size()) + " is cut short"},
         {{"record", lDirectory / "missing/answers"}, 1, "cannot write"},
+        {{"record", lDirectory / "none"}, 1, "it holds something else than answers"},
+        {{"record", lDirectory / "cut"}, 1, "its last answer is cut short (truncate -s"},
+        {{"--timeout", "nan", "fetch"}, 2, "no number"},
     };
     for (const auto& lrRow : lRows) {
         const ZTSScopeResult lResult = runScope(lDirectory.getPath(), lrRow.mArguments);
@@ -118,8 +126,10 @@ TEST(Scope, FailsWithOneLineAndAStatus) {
         EXPECT_TRUE(lResult.mErr.starts_with("vrx-scope: ") && contains(lResult.mErr, lrRow.mText))
             << lrRow.mText;
         EXPECT_EQ(countIn(lResult.mErr, "\n"), 1U);
-        EXPECT_EQ(lResult.mOut.empty(),
-                  lrRow.mArguments.empty() || lrRow.mArguments.back() != lDirectory / "cut");
+        // What stands before a fault is shown, and sums always are.
+        const std::string lCommand = lrRow.mArguments.empty() ? "" : lrRow.mArguments[0];
+        const bool lIsShown = lCommand == "decode" && lrRow.mArguments[1] == lDirectory / "cut";
+        EXPECT_EQ(!lResult.mOut.empty(), lIsShown || lCommand == "replay");
     }
 }
 
@@ -166,6 +176,58 @@ TEST(Scope, LosesNoRecordWhenItIsInterrupted) {
     lCount(askScope(lrDirectory, {"fetch", "--ndjson"}));
     EXPECT_EQ(lPrinted, lStand.mSim.getSent());
     EXPECT_EQ(namesIn(lStand.mDirectory).count("vrx-sn.pid"), 0U);
+}
+
+// An agent that stands still for longer than an answer may take has not lost what it answers then.
+TEST(Scope, TakesAnAnswerThatComesLate) {
+    ZTSTestStand lStand;
+    { const ZTCTestSensor lGone(std::move(lStand.mSensor)); }
+    askScope(lStand.mDirectory.getPath(), {"start"});
+    ZTCScopeRun lWatch(lStand.mDirectory.getPath(),
+                       {"watch", "--every", "0.05", "--timeout", "0.3", "--ndjson"});
+    EXPECT_TRUE(waitUntil([&] { return contains(lWatch.getErr(), "a fetch every"); }));
+    lStand.mSim.play("plogi times=70");
+    lStand.mAgent.sendSignal(SIGSTOP);
+    EXPECT_TRUE(waitUntil([&] { return contains(lWatch.getErr(), "not answered in time"); }))
+        << lWatch.getErr();
+    lStand.mAgent.sendSignal(SIGCONT);
+    EXPECT_TRUE(waitUntil([&] { return contains(lWatch.getOut(), "\"occurrences\":70"); }))
+        << lWatch.getErr();
+    lWatch.interrupt();
+    EXPECT_EQ(lWatch.waitForEnd(), 0) << lWatch.getErr();
+}
+
+// Neither a closed stream nor a pipe that nobody reads does harm, and a signal that was ignored stays so.
+TEST(Scope, LivesWithTheStreamsThatItIsGiven) {
+    ZTSTestStand lStand;
+    { const ZTCTestSensor lGone(std::move(lStand.mSensor)); }
+    const auto lRun = [&](const std::string& acrCommand) {
+        return ZTCTestChild({"/bin/bash", "-c", acrCommand},
+                            {"ZT_VRX_SENSOR_DIR=" + lStand.mDirectory.getPath(), "SCOPE=" ZT_VRX_SCOPE});
+    };
+    EXPECT_EQ(lRun("$SCOPE start <&- >&- 2>&-").waitForEnd(), 0);
+    EXPECT_TRUE(lStand.mAgent.isAlive());
+
+    ZTCTestChild lIgnoring = lRun("trap '' HUP; exec $SCOPE watch --every 0.05");
+    EXPECT_TRUE(waitUntil([&] { return contains(lIgnoring.getErr(), "a fetch every"); }));
+    kill(lIgnoring.getProcess(), SIGHUP);
+    lStand.mSim.play("bus-reset");
+    EXPECT_TRUE(waitUntil([&] { return contains(lIgnoring.getOut(), "bus_reset"); }));
+    kill(lIgnoring.getProcess(), SIGTERM);
+    EXPECT_EQ(lIgnoring.waitForEnd(), 0);
+
+    const ZTCTestDirectory lElsewhere;
+    const std::string lPipe = lElsewhere / "pipe";
+    EXPECT_EQ(mkfifo(lPipe.c_str(), 0600), 0);
+    const ZTCDescriptor lReader(open(lPipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    ZTCTestChild lUnread = lRun("exec $SCOPE watch --every 0.05 --ndjson > " + lPipe);
+    EXPECT_TRUE(waitUntil([&] { return contains(lUnread.getErr(), "a fetch every"); }));
+    lStand.mSim.play("storm plogi times=2000 boards=2");
+    lStand.mSim.play("wait storms");
+    EXPECT_TRUE(waitUntil([&] {
+        kill(lUnread.getProcess(), SIGTERM);
+        return !lUnread.isAlive();
+    }));
 }
 
 TEST(Scope, WatchesWhileAgentsComeAndGo) {
