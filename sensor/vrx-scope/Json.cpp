@@ -1,12 +1,16 @@
 #include "Json.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "TimeText.h"
 
 namespace {
 
+using ZTJson = nlohmann::ordered_json;
+
 constexpr int sSchema = 1;
+constexpr int sIndent = 2;
 
 ZTJson textOrNull(const std::string& acrText) {
     return acrText.empty() ? ZTJson() : ZTJson(acrText);
@@ -55,9 +59,8 @@ std::string digitsOf(const ZTSensorBytes& acrBytes) {
     return lText;
 }
 
-}  // namespace
-
-std::string dump(const ZTJson& acrJson, int aIndent) {
+// Over several lines, or on one.
+std::string dump(const ZTJson& acrJson, int aIndent = -1) {
     return acrJson.dump(aIndent, ' ', false, ZTJson::error_handler_t::replace) + "\n";
 }
 
@@ -82,7 +85,27 @@ ZTJson toJson(const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord
     return lObject;
 }
 
-ZTJson toJson(const std::string& acrCommand, const ZTSFetched& acrFetched) {
+}  // namespace
+
+std::string doneJson(const std::string& acrCommand) {
+    ZTJson lDocument = makeDocument(acrCommand);
+    lDocument["done"] = true;
+    return dump(lDocument);
+}
+
+std::string recordLines(const std::string& acrCommand, const ZTSFetched& acrFetched) {
+    std::string lText;
+    for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
+        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
+            ZTJson lLine = makeDocument(acrCommand);
+            lLine.update(toJson(lrList.mInitiator, lrRecord));
+            lText += dump(lLine);
+        }
+    }
+    return lText;
+}
+
+std::string fetchedJson(const std::string& acrCommand, const ZTSFetched& acrFetched) {
     ZTJson lDocument = makeDocument(acrCommand);
     lDocument["fetched"] = timeOrNull(acrFetched.mTime);
     lDocument["initiators"] = ZTJson::array();
@@ -97,10 +120,10 @@ ZTJson toJson(const std::string& acrCommand, const ZTSFetched& acrFetched) {
             lDocument["records"].push_back(toJson(lrList.mInitiator, lrRecord));
         }
     }
-    return lDocument;
+    return dump(lDocument, sIndent);
 }
 
-ZTJson toJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus) {
+std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus) {
     ZTJson lDocument = makeDocument("status");
     lDocument["directory"] = acrDirectory;
     lDocument["running"] = acrStatus.mIsRunning;
@@ -114,5 +137,5 @@ ZTJson toJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus) 
                                {"running", acrStatus.mIsSensorRunning},
                                {"heartbeat", timeOrNull(acrStatus.mSensorHeartbeat)}};
     }
-    return lDocument;
+    return dump(lDocument);
 }

@@ -32,31 +32,16 @@ std::string tablesOf(const ZTSFetched& acrFetched, bool aInUtc) {
     return lText.empty() ? "no adapters\n" : lText;
 }
 
-template <class Line>
-std::string linesOf(const ZTSFetched& acrFetched, const Line& acrLine) {
+std::string plainLines(const ZTSFetched& acrFetched, bool aInUtc) {
     std::string lText;
     for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
         for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            lText += acrLine(lrList.mInitiator, lrRecord);
+            lText += fmt::format("{}  {}  {} x {}  {}  {}\n", plainText(lrRecord.mLast, aInUtc),
+                                 lrList.mInitiator.mPort.toText(), lrRecord.mOccurrences, kindText(lrRecord),
+                                 remoteText(lrRecord), detailText(lrRecord));
         }
     }
     return lText;
-}
-
-std::string jsonLines(const std::string& acrCommand, const ZTSFetched& acrFetched) {
-    return linesOf(acrFetched, [&](const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
-        ZTJson lLine = makeDocument(acrCommand);
-        lLine.update(toJson(acrInitiator, acrRecord));
-        return dump(lLine);
-    });
-}
-
-std::string plainLines(const ZTSFetched& acrFetched, bool aInUtc) {
-    return linesOf(acrFetched, [&](const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
-        return fmt::format("{}  {}  {} x {}  {}  {}\n", plainText(acrRecord.mLast, aInUtc),
-                           acrInitiator.mPort.toText(), acrRecord.mOccurrences, kindText(acrRecord),
-                           remoteText(acrRecord), detailText(acrRecord));
-    });
 }
 
 }  // namespace
@@ -65,16 +50,16 @@ std::string toText(const std::string& acrCommand, const ZTSFetched& acrFetched, 
                    bool aInUtc) {
     switch (aForm) {
         case ZTEScopeForm::Json:
-            return dump(toJson(acrCommand, acrFetched), 2);
+            return fetchedJson(acrCommand, acrFetched);
         case ZTEScopeForm::JsonLines:
-            return jsonLines(acrCommand, acrFetched);
+            return recordLines(acrCommand, acrFetched);
         default:
             return tablesOf(acrFetched, aInUtc);
     }
 }
 
 void ZTCLines::add(const ZTSFetched& acrFetched) {
-    put(mForm == ZTEScopeForm::JsonLines ? jsonLines("watch", acrFetched) : plainLines(acrFetched, mInUtc));
+    put(mForm == ZTEScopeForm::JsonLines ? recordLines("watch", acrFetched) : plainLines(acrFetched, mInUtc));
 }
 
 void ZTCLines::tell(const std::string& acrText, bool /*aIsThere*/) {

@@ -80,9 +80,7 @@ void putDone(const Options& acrOptions, const std::string& acrCommand, const std
         put(acrText + "\n");
         return;
     }
-    ZTJson lDocument = makeDocument(acrCommand);
-    lDocument["done"] = true;
-    put(dump(lDocument));
+    put(doneJson(acrCommand));
 }
 
 // ---- Commands ----
@@ -198,7 +196,7 @@ std::string textOf(const ZTSAgentStatus& acrStatus, const Options& acrOptions) {
 int showStatus(const Options& acrOptions) {
     const ZTSAgentStatus lStatus = readAgentStatus(directoryOf(acrOptions));
     put(acrOptions.getForm() == ZTEScopeForm::Table ? textOf(lStatus, acrOptions)
-                                                    : dump(toJson(acrOptions.mDirectory, lStatus)));
+                                                    : statusJson(acrOptions.mDirectory, lStatus));
     return lStatus.mIsRunning ? 0 : sFailed;
 }
 
@@ -475,18 +473,7 @@ int rescue(const ZTCUnsavedAnswer& acrError, const Options& acrOptions) {
     return sFailed;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    // What is opened must not get the number of a standard stream that somebody has closed.
-    for (const int lStream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(lStream, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
-            return sFailed;
-        }
-    }
-    // Output that nobody reads, or that a limit forbids, is an error like others.
-    signal(SIGPIPE, SIG_IGN);
-    signal(SIGXFSZ, SIG_IGN);
+int run(int argc, char** argv) {
     tzset();
     Options lOptions;
     Run lRun = nullptr;
@@ -512,5 +499,24 @@ int main(int argc, char** argv) {
         return rescue(lrError, lOptions);
     } catch (const std::exception& lrError) {
         return refuse(lrError.what(), sFailed);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // What is opened must not get the number of a standard stream that somebody has closed.
+    for (const int lStream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(lStream, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
+            return sFailed;
+        }
+    }
+    // Output that nobody reads, or that a limit forbids, is an error like others.
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+    try {
+        return run(argc, argv);
+    } catch (...) {
+        return sFailed;  // there is not even memory, or a stream, to say so
     }
 }
