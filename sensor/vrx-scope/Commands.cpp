@@ -1,0 +1,352 @@
+#include "Commands.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <iostream>
+
+#include "AgentStatus.h"
+#include "Collector.h"
+#include "Json.h"
+#include "ProcessTable.h"
+#include "RecordText.h"
+#include "Targets.h"
+#include "Terminal.h"
+#include "TimeText.h"
+#include "WatchView.h"
+
+namespace {
+
+std::chrono::milliseconds toDuration(double aSeconds) {
+    if (!std::isfinite(aSeconds)) {
+        throw ZTCScopeUsage("that is no number of seconds");
+    }
+    return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(aSeconds));
+}
+
+const std::string& directoryOf(const ZTSScopeOptions& acrOptions) {
+    if (acrOptions.mDirectory.empty()) {
+        throw ZTCScopeUsage("which agent? Name its runtime directory: --dir DIR, or ZT_VRX_SENSOR_DIR");
+    }
+    return acrOptions.mDirectory;
+}
+
+ZTSSensorOptions clientOptions(const ZTSScopeOptions& acrOptions) {
+    return {directoryOf(acrOptions), toDuration(acrOptions.mTimeout), toDuration(acrOptions.mWait)};
+}
+
+// Says that a command has been carried out.
+void putDone(const ZTSScopeOptions& acrOptions, const std::string& acrCommand, const std::string& acrText) {
+    if (acrOptions.getForm() == ZTEScopeForm::Table) {
+        put(acrText + "\n");
+        return;
+    }
+    put(doneJson(acrCommand));
+}
+
+int registerTargets(const ZTSScopeOptions& acrOptions, const std::vector<ZTSSensorTarget>& acrTargets) {
+    ZTCSensorClient(clientOptions(acrOptions)).registerTargets(acrTargets);
+    putDone(acrOptions, "targets", countText(acrTargets.size(), "target") + " registered");
+    return 0;
+}
+
+// One fetch. What the agent no longer has is not to be lost to a signal: those that come meanwhile wait for
+// aDo's end.
+template <class Do>
+void fetchOnce(const ZTSScopeOptions& acrOptions, const Do& acrDo) {
+    ZTCSensorClient lClient(clientOptions(acrOptions));
+    const ZTCWaiting lNoSignals;
+    try {
+        acrDo(lClient.fetch());
+    } catch (const ZTCTimedOutError& lrError) {
+        throw ZTCScopeFailure(std::string(lrError.what()) + "; what it had collected may be lost");
+    }
+}
+
+// The moment, and how long ago it was.
+std::string agoText(const std::optional<ZTSAgentStatus::Time>& acrTime, bool aInUtc) {
+    if (!acrTime) {
+        return "unknown";
+    }
+    const ZTSSensorTime lTime = toSensorTime(*acrTime);
+    const auto lAgo =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now() - *acrTime).count();
+    return fmt::format("{}, {} s ago", plainText(lTime, aInUtc), std::max(lAgo, 0L));
+}
+
+std::string textOf(const ZTSAgentStatus& acrStatus, const ZTSScopeOptions& acrOptions) {
+    const bool lInUtc = acrOptions.mInUtc;
+    std::string lText = fmt::format("directory  {}\n", acrOptions.mDirectory);
+    if (acrStatus.mIsRunning) {
+        lText += fmt::format("agent      running, {}\nsince      {}\nlog        {}\nheartbeat  {}\n",
+                             describeProcess(acrStatus.mProcess), agoText(acrStatus.mSince, lInUtc),
+                             acrStatus.mLog.empty() ? "unknown" : acrStatus.mLog,
+                             agoText(acrStatus.mHeartbeat, lInUtc));
+    } else {
+        lText += "agent      not running\n";
+    }
+    if (acrStatus.mSensorHeartbeat) {
+        lText +=
+            fmt::format("sensor     {}process {}, heartbeat {}\n", acrStatus.mIsSensorRunning ? "" : "gone, ",
+                        acrStatus.mSensor, agoText(acrStatus.mSensorHeartbeat, lInUtc));
+    } else {
+        lText += "sensor     none\n";
+    }
+    return lText;
+}
+
+// A view of sums, where it is asked for, or a line a record.
+std::unique_ptr<ZTCShow> makeShow(const ZTSScopeOptions& acrOptions, bool aSums) {
+    if (acrOptions.mAsJson) {
+        throw ZTCScopeUsage("what goes on and on is no single document: use --ndjson");
+    }
+    if (aSums && acrOptions.getForm() == ZTEScopeForm::Table) {
+        return std::make_unique<ZTCWatchView>(acrOptions.mInUtc);
+    }
+    return std::make_unique<ZTCLines>(acrOptions.getForm(), acrOptions.mInUtc);
+}
+
+ZTSCollection collectionOf(const ZTSScopeOptions& acrOptions) {
+    ZTSCollection lCollection;
+    if (acrOptions.mEvery > 0) {
+        lCollection.mEvery = toDuration(acrOptions.mEvery);
+    }
+    if (acrOptions.mFor > 0) {
+        lCollection.mFor = toDuration(acrOptions.mFor);
+    }
+    if (acrOptions.mStarts) {
+        lCollection.mCeiling = acrOptions.mCeiling;
+    }
+    return lCollection;
+}
+
+// Counts what is recorded.
+class Counter : public ZTCShow {
+  public:
+    void add(const ZTSFetched& acrFetched) override {
+        ++mAnswers;
+        mRecords += acrFetched.countRecords();
+        if (isatty(STDERR_FILENO) == 1) {
+            std::cerr << "\r" << toText() << std::flush;
+        }
+    }
+    void tell(const std::string& acrText, bool aIsThere) override {
+        if (!aIsThere || mIsGone) {
+            std::cerr << "vrx-scope: " << acrText << std::endl;
+        }
+        mIsGone = !aIsThere;
+    }
+    void finish() override {
+        if (isatty(STDERR_FILENO) == 1) {
+            std::cerr << "\n";
+        }
+    }
+    std::string toText() const {
+        return countText(mAnswers, "answer") + ", " + countText(mRecords, "record");
+    }
+
+  private:
+    std::uint64_t mAnswers = 0;
+    std::uint64_t mRecords = 0;
+    bool mIsGone = false;
+};
+
+// Every answer of a file that can be read, in its order. Those that cannot are told of; false: there were
+// some.
+bool readAnswers(const std::string& acrFile, const std::function<void(ZTSFetched)>& acrDo) {
+    bool lAreGood = true;
+    try {
+        eachAnswer(acrFile, [&](const ZTSensorBytes& acrMessage, std::uint64_t aOffset) {
+            try {
+                acrDo(readFetched(acrMessage, {}));
+            } catch (const ZTCSensorError& lrError) {
+                lAreGood = false;
+                refuse(fmt::format("{}: the message at byte {}: {}", acrFile, aOffset, lrError.what()),
+                       ZTScopeFailed);
+            }
+        });
+    } catch (const ZTCScopeFailure& lrError) {
+        lAreGood = false;
+        refuse(lrError.what(), ZTScopeFailed);
+    }
+    return lAreGood;
+}
+
+// When an answer came, as near as its records tell.
+std::optional<ZTSFetched::Time> lastTimeIn(const ZTSFetched& acrFetched) {
+    ZTSSensorTime lLast;
+    for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
+        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
+            lLast = std::max(lLast, lrRecord.mLast);
+        }
+    }
+    return lLast == ZTSSensorTime() ? std::nullopt : std::optional(fromSensorTime(lLast));
+}
+
+// Shows one answer, until it is time for the next. False: the program is to end.
+bool replayOne(ZTCShow& arShow, const ZTSFetched& acrFetched, ZTCWaiting& arWaiting,
+               ZTCWaiting::Clock::time_point aNext) {
+    arShow.add(acrFetched);
+    for (;;) {
+        switch (arWaiting.until(aNext)) {
+            case ZTCWaiting::End:
+                return false;
+            case ZTCWaiting::Resize:
+                arShow.draw();
+                break;
+            case ZTCWaiting::Time:
+                return true;
+        }
+    }
+}
+
+}  // namespace
+
+// One line on standard error. Returns the status.
+int refuse(const std::string& acrText, int aStatus) {
+    std::cerr << "vrx-scope: " << acrText << (aStatus == ZTScopeWrongUsage ? " (vrx-scope --help-all)" : "")
+              << "\n";
+    return aStatus;
+}
+
+int runStart(const ZTSScopeOptions& acrOptions) {
+    ZTCSensorClient lClient(clientOptions(acrOptions));
+    startCollection(lClient, acrOptions.mCeiling);
+    putDone(acrOptions, "start",
+            fmt::format("started, up to {} bytes of data a record", acrOptions.mCeiling));
+    return 0;
+}
+
+int runStop(const ZTSScopeOptions& acrOptions) {
+    ZTCSensorClient(clientOptions(acrOptions)).stop();
+    putDone(acrOptions, "stop", "stopped");
+    return 0;
+}
+
+int runAddTargets(const ZTSScopeOptions& acrOptions) {
+    return registerTargets(acrOptions, readTargets(acrOptions.mTargets));
+}
+
+int runAddLoadedTargets(const ZTSScopeOptions& acrOptions) {
+    return registerTargets(acrOptions, loadTargets(acrOptions.mFile));
+}
+
+int runSetPeriod(const ZTSScopeOptions& acrOptions) {
+    ZTCSensorClient(clientOptions(acrOptions)).setCollectionPeriod(acrOptions.mPeriod);
+    putDone(acrOptions, "period", fmt::format("a period of {} s", acrOptions.mPeriod));
+    return 0;
+}
+
+int runFetch(const ZTSScopeOptions& acrOptions) {
+    fetchOnce(acrOptions, [&](const ZTSensorBytes& acrMessage) {
+        const std::string lText = toText("fetch", readFetched(acrMessage, std::chrono::system_clock::now()),
+                                         acrOptions.getForm(), acrOptions.mInUtc);
+        try {
+            put(lText);
+        } catch (const ZTCScopeFailure& lrError) {
+            throw ZTCScopeFailure(std::string(lrError.what()) + "; what was fetched:\n" + lText);
+        }
+    });
+    return 0;
+}
+
+int runShutDown(const ZTSScopeOptions& acrOptions) {
+    ZTCSensorClient lClient(clientOptions(acrOptions));
+    const pid_t lAgent = readAgentStatus(acrOptions.mDirectory).mProcess;
+    lClient.shutDown();
+    if (lAgent == 0) {
+        putDone(acrOptions, "shutdown", "the agent ends");
+        return 0;
+    }
+    if (!waitForEnd(lAgent, toDuration(acrOptions.mTimeout))) {
+        throw ZTCScopeFailure(
+            fmt::format("{} has promised to end, and has not: look at its log", describeProcess(lAgent)));
+    }
+    putDone(acrOptions, "shutdown", "the agent has ended");
+    return 0;
+}
+
+int runShowStatus(const ZTSScopeOptions& acrOptions) {
+    const ZTSAgentStatus lStatus = readAgentStatus(directoryOf(acrOptions));
+    put(acrOptions.getForm() == ZTEScopeForm::Table ? textOf(lStatus, acrOptions)
+                                                    : statusJson(acrOptions.mDirectory, lStatus));
+    return lStatus.mIsRunning ? 0 : ZTScopeFailed;
+}
+
+int runWatch(const ZTSScopeOptions& acrOptions) {
+    std::unique_ptr<ZTCAnswerFile> lSaved;
+    if (!acrOptions.mFile.empty()) {
+        lSaved = std::make_unique<ZTCAnswerFile>(acrOptions.mFile);
+    }
+    const std::unique_ptr<ZTCShow> lShow = makeShow(acrOptions, isTerminal());
+    try {
+        ZTCCollector(clientOptions(acrOptions), collectionOf(acrOptions), *lShow, lSaved.get()).run();
+    } catch (const std::runtime_error&) {
+        lShow->finish();
+        throw;
+    }
+    lShow->finish();
+    return 0;
+}
+
+int runRecord(const ZTSScopeOptions& acrOptions) {
+    ZTCAnswerFile lFile(acrOptions.mFile);
+    Counter lCounter;
+    if (acrOptions.mEvery > 0 || acrOptions.mFor > 0) {
+        ZTCCollector(clientOptions(acrOptions), collectionOf(acrOptions), lCounter, &lFile).run();
+    } else {
+        fetchOnce(acrOptions, [&](const ZTSensorBytes& acrMessage) {
+            lFile.add(acrMessage);
+            lCounter.add(readFetched(acrMessage, {}));
+        });
+    }
+    lCounter.finish();
+    putDone(acrOptions, "record", fmt::format("added to {}: {}", acrOptions.mFile, lCounter.toText()));
+    return 0;
+}
+
+int runDecode(const ZTSScopeOptions& acrOptions) {
+    ZTSFetched lAll;
+    const bool lAreGood = readAnswers(acrOptions.mFile, [&](ZTSFetched aFetched) {
+        std::move(aFetched.mData.begin(), aFetched.mData.end(), std::back_inserter(lAll.mData));
+    });
+    if (lAreGood || !lAll.mData.empty()) {
+        put(toText("decode", lAll, acrOptions.getForm(), acrOptions.mInUtc));
+    }
+    return lAreGood ? 0 : ZTScopeFailed;
+}
+
+int runReplay(const ZTSScopeOptions& acrOptions) {
+    const std::unique_ptr<ZTCShow> lShow = makeShow(acrOptions, true);
+    // All of them first: while they are read, any signal may end the program.
+    std::vector<ZTSFetched> lAnswers;
+    const bool lAreGood = readAnswers(acrOptions.mFile, [&](ZTSFetched aFetched) {
+        aFetched.mTime = lastTimeIn(aFetched);
+        lAnswers.push_back(std::move(aFetched));
+    });
+    ZTCWaiting lWaiting;
+    auto lNext = ZTCWaiting::Clock::now();
+    std::size_t lNumber = 0;
+    for (const ZTSFetched& lrAnswer : lAnswers) {
+        lNext += toDuration(acrOptions.mEvery);
+        lShow->tell(fmt::format("{}, answer {}", acrOptions.mFile, ++lNumber), true);
+        if (!replayOne(*lShow, lrAnswer, lWaiting, lNext)) {
+            break;
+        }
+    }
+    lShow->finish();
+    return lAreGood ? 0 : ZTScopeFailed;
+}
+
+// The agent no longer has what could not be saved: it is shown instead.
+int rescue(const ZTCUnsavedAnswer& acrError, const ZTSScopeOptions& acrOptions) {
+    refuse(acrError.what(), ZTScopeFailed);
+    try {
+        put(toText("rescue", readFetched(acrError.getMessage(), {}), acrOptions.getForm(),
+                   acrOptions.mInUtc));
+    } catch (const std::runtime_error& lrError) {
+        refuse(lrError.what(), ZTScopeFailed);
+    }
+    return ZTScopeFailed;
+}
