@@ -165,6 +165,7 @@ TEST(Scope, LosesNoRecordWhenItIsInterrupted) {
     };
     for (unsigned int lRound = 0; lRound < 10; ++lRound) {
         ZTCScopeRun lWatch(lrDirectory, {"watch", "--every", "0.05", "--ndjson"});
+        EXPECT_TRUE(waitUntil([&] { return contains(lWatch.getErr(), "a fetch every"); }));
         const std::uint64_t lSoon = lStand.mSim.getSent() + 1500;
         EXPECT_TRUE(
             waitUntil([&] { return lStand.mSim.getSent() >= std::min<std::uint64_t>(lSoon, 20000); }));
