@@ -20,7 +20,7 @@ else()
   configured(vrx-sca.logrotate ${prefix}/${docdir}/examples vrx-sca.logrotate)
 endif()
 configured(vrx-sca.service ${prefix}/lib/systemd/system vrx-sca.service)
-file(INSTALL ${CMAKE_CURRENT_SOURCE_DIR}/vrx-sca.service.d/vendor-library.conf DESTINATION ${prefix}/${docdir}/examples)
+file(INSTALL ${CMAKE_CURRENT_SOURCE_DIR}/vrx-sca.service.d/ DESTINATION ${prefix}/${docdir}/examples)
 
 # compressed FILE DIRECTORY
 function(compressed file directory)

@@ -1,0 +1,52 @@
+#include "FcSettings.h"
+
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr double sShortest = 0.01;
+constexpr double sLongest = 3600;
+
+// Reads a number up to the end of a text or, if there is one, up to the colon.
+template <class Number>
+bool readNumber(const char*& arpText, Number& arNumber) {
+    const char* const lpEnd = arpText + strcspn(arpText, ":");
+    const auto lParsed = std::from_chars(arpText, lpEnd, arNumber);
+    const bool lIsRead = lParsed.ec == std::errc() && lParsed.ptr == lpEnd;
+    arpText = lpEnd;
+    return lIsRead;
+}
+
+}  // namespace
+
+ZTSFcSettings ZTSFcSettings::fromEnvironment() {
+    ZTSFcSettings lSettings;
+    if (const char* const lpSysfs = getenv("ZT_LIBDFC_FCHOST_SYSFS")) {
+        if (*lpSysfs != '/') {
+            throw ZTCFcError("ZT_LIBDFC_FCHOST_SYSFS: not an absolute path");
+        }
+        lSettings.mSysfs = lpSysfs;
+    }
+    if (const char* lpNetlink = getenv("ZT_LIBDFC_FCHOST_NETLINK")) {
+        const bool lIsRead = readNumber(lpNetlink, lSettings.mProtocol) && lSettings.mProtocol >= 0 &&
+                             (*lpNetlink == '\0' || readNumber(++lpNetlink, lSettings.mSender));
+        if (!lIsRead || *lpNetlink != '\0') {
+            throw ZTCFcError("ZT_LIBDFC_FCHOST_NETLINK: not PROTOCOL or PROTOCOL:SENDER, two numbers");
+        }
+    }
+    if (const char* lpPeriod = getenv("ZT_LIBDFC_FCHOST_PERIOD")) {
+        double lSeconds = 0;
+        if (!readNumber(lpPeriod, lSeconds) || *lpPeriod != '\0' ||
+            !(lSeconds >= sShortest && lSeconds <= sLongest)) {
+            throw ZTCFcError("ZT_LIBDFC_FCHOST_PERIOD: not a number of seconds from 0.01 to 3600");
+        }
+        lSettings.mPeriod =
+            std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(lSeconds));
+    }
+    if (const char* const lpLog = getenv("ZT_LIBDFC_FCHOST_LOG")) {
+        lSettings.mLog = lpLog;
+    }
+    return lSettings;
+}

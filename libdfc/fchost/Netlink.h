@@ -1,0 +1,34 @@
+// The sockets on which the kernel tells of changes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+/// One thread.
+class ZTCFcSocket {
+  public:
+    /// Joins a group of a protocol. Throws nothing: one that cannot be had is not open, and getError says
+    /// why.
+    ZTCFcSocket(int aProtocol, unsigned int aGroup, std::uint32_t aSender);
+    ~ZTCFcSocket();
+    ZTCFcSocket(const ZTCFcSocket&) = delete;
+    ZTCFcSocket& operator=(const ZTCFcSocket&) = delete;
+
+    bool isOpen() const { return mSocket >= 0; }
+    int get() const { return mSocket; }
+    int getError() const { return mError; }
+
+    enum Outcome : unsigned char {
+        Nothing,  ///< there is no more
+        Message,
+        Foreign,  ///< one that somebody else has sent, or that is longer than any: not to be read
+        Loss,     ///< the kernel had more to say than there was room for
+    };
+    /// Takes what there is next, without waiting.
+    Outcome receive(unsigned char* apBytes, std::size_t aRoom, std::size_t& arSize);
+
+  private:
+    int mSocket;
+    int mError = 0;
+    const std::uint32_t mSender;
+};

@@ -1,0 +1,15 @@
+// Whatever the kernel's socket brings: what is read lies within the bytes, and no piece is counted twice.
+#include <cstdlib>
+#include <vector>
+
+#include "TransportMessage.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* apInput, std::size_t aSize) {
+    const std::vector<unsigned char> lExact(apInput, apInput + aSize);
+    std::size_t lPieces = 0;
+    lPieces += readTransportMessages(lExact.data(), aSize, [&](const ZTSFcMessage&) { ++lPieces; });
+    if (lPieces > aSize / 16 + 1) {
+        abort();
+    }
+    return 0;
+}

@@ -1,0 +1,116 @@
+// What sysfs holds, and what is in its place.
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include "FcTest.h"
+#include "Sysfs.h"
+#include "Watcher.h"
+
+namespace {
+
+std::string textOf(const std::optional<std::uint64_t>& acrNumber) {
+    return acrNumber ? fcDigits(*acrNumber) : "none";
+}
+
+// Each value of host 3 and its remote port, by the attribute's path.
+std::map<std::string, std::string> valuesOf(const std::optional<ZTFcHosts>& acrHosts) {
+    const ZTSFcHost& lrHost = acrHosts.value().at(3);
+    const ZTSFcRemotePort& lrPort = lrHost.mRemotePorts.at("rport-3:0-1");
+    const std::string lHost = "fc_host/host3/";
+    const std::string lPort = "fc_remote_ports/rport-3:0-1/";
+    std::map<std::string, std::string> lValues{{lHost + "port_state", lrHost.mState},
+                                               {lHost + "node_name", textOf(lrHost.mNode)},
+                                               {lHost + "port_name", textOf(lrHost.mPort)},
+                                               {lPort + "port_id", textOf(lrPort.mPortId)},
+                                               {lPort + "port_state", lrPort.mState}};
+    for (std::size_t lAt = 0; lAt < lrHost.mCounters.size(); ++lAt) {
+        lValues[lHost + "statistics/" + ZTFcCounters[lAt]] = textOf(lrHost.mCounters[lAt]);
+    }
+    return lValues;
+}
+
+TEST(FcSysfs, AnyAttributeMayBeAnything) {
+    const ZTSTestEnd lEnd = runChild([] {
+        // Whom a mode keeps out. A leak check wants to look at the process all the same.
+        EXPECT_TRUE(geteuid() != 0 ||
+                    (setresuid(65534, 65534, 65534) == 0 && prctl(PR_SET_DUMPABLE, 1) == 0));
+        const ZTCFcTestTree lTree;
+        std::map<std::string, std::string> lAttributes{
+            {"port_state", "Online"}, {"node_name", "0x10"}, {"port_name", "0x2000000000000001"}};
+        for (const char* const lpCounter : ZTFcCounters) {
+            lAttributes[std::string("statistics/") + lpCounter] = fcDigits(0x100 + lAttributes.size());
+        }
+        lTree.add("fc_host/host3", lAttributes);
+        lTree.add("fc_remote_ports/rport-3:0-1", {{"port_id", "0x010203"}, {"port_state", "Blocked"}});
+        const auto lWhole = valuesOf(readFcHosts(lTree.getPath()));
+        EXPECT_EQ(lWhole.at("fc_host/host3/port_name"), "0x2000000000000001");
+        EXPECT_EQ(lWhole.at("fc_remote_ports/rport-3:0-1/port_id"), "0x10203");
+        ZTCFcWatcher lWatcher(readFcHosts(lTree.getPath()).value(), {});
+        // The first of them are no text either.
+        const std::vector<const char*> lTexts{"",
+                                              "\n",
+                                              " \t \n0x1\n",
+                                              "\x1b[1m\n",
+                                              "\1\xff\x80",
+                                              "16\n",
+                                              "0x\n",
+                                              "0x-1\n",
+                                              "0x1g\n",
+                                              "0x1 2\n",
+                                              "0x10000000000000000\n",
+                                              "0xffffffffffffffff\n"};
+        const std::function<void(const std::string&)> lOtherWays[] = {
+            [](const std::string&) {},
+            [](const std::string& acrPath) { std::filesystem::create_directory(acrPath); },
+            [](const std::string& acrPath) { mkfifo(acrPath.c_str(), 0644); },
+            [](const std::string& acrPath) { writeFile(acrPath, std::string(1 << 20, '7')); },
+            [](const std::string& acrPath) { writeFile(acrPath, "0x1\n"), chmod(acrPath.c_str(), 0); }};
+        for (const auto& [lrBelow, lrValue] : lWhole) {
+            const bool lIsText = lrBelow.ends_with("port_state");
+            const std::string lContent = readFile(lTree.pathOf(lrBelow));
+            for (std::size_t lWay = 0; lWay < (lIsText ? 10 : 17); ++lWay) {
+                SCOPED_TRACE(lrBelow + " " + std::to_string(lWay));
+                auto lExpected = lWhole;
+                lExpected[lrBelow] = lIsText ? "" : "none";
+                lTree.remove(lrBelow);
+                lWay < 5 ? lOtherWays[lWay](lTree.pathOf(lrBelow)) : lTree.set(lrBelow, lTexts[lWay - 5]);
+                const auto lBroken = readFcHosts(lTree.getPath());
+                EXPECT_EQ(valuesOf(lBroken), lExpected);
+                EXPECT_EQ(lWatcher.look(lBroken.value(), {}), ZTFcEvents());
+                lTree.remove(lrBelow);
+                lTree.set(lrBelow, lContent);
+                EXPECT_EQ(lWatcher.look(readFcHosts(lTree.getPath()).value(), {}), ZTFcEvents());
+            }
+        }
+    });
+    EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut << lEnd.mErr;
+}
+
+TEST(FcSysfs, NamesAndFolders) {
+    const ZTCFcTestTree lTree;
+    for (const char* const lpName :
+         {"host", "hostx", "host1x", "host-1", "host4294967296", "xhost1", "host12"}) {
+        lTree.add(std::string("fc_host/") + lpName,
+                  {{"permanent_port_name", "0x7"}, {"port_name", "0xffffffffffffffff"}});
+    }
+    for (const char* const lpName :
+         {"rport-12:0-0", "rport-1:0-0", "rport-12", "rport-:0-0", "port-12:0-1"}) {
+        lTree.add(std::string("fc_remote_ports/") + lpName, {{"port_id", "0x1000000"}});
+    }
+    symlink("nowhere", lTree.pathOf("fc_host/host13").c_str());  // gone since its name was read
+    const auto lHosts = readFcHosts(lTree.getPath()).value();
+    ASSERT_EQ(lHosts.size(), 1U);
+    EXPECT_EQ(lHosts.at(12).mPort, 7U);
+    ASSERT_EQ(lHosts.at(12).mRemotePorts.size(), 1U);
+    EXPECT_FALSE(lHosts.at(12).mRemotePorts.at("rport-12:0-0").mPortId);
+    for (const char* const lpFolder : {"fc_remote_ports", "fc_host"}) {
+        lTree.remove(lpFolder);
+        EXPECT_TRUE(readFcHosts(lTree.getPath())) << lpFolder;
+        lTree.set(lpFolder, "");
+        EXPECT_FALSE(readFcHosts(lTree.getPath())) << lpFolder;
+        lTree.remove(lpFolder);
+    }
+    EXPECT_TRUE(readFcHosts("/nowhere").value().empty());
+}
+
+}  // namespace

@@ -1,0 +1,235 @@
+// What is told as an event: each change once.
+#include <random>
+
+#include "TestSupport.h"
+#include "Watcher.h"
+
+namespace {
+
+ZTSFcHost hostOf(std::uint64_t aPort, std::uint64_t aIdentity = 1, const std::string& acrState = "Online") {
+    return {aIdentity, acrState, {}, aPort != 0 ? std::optional(aPort) : std::nullopt, {}, {}};
+}
+
+std::string nameOf(const ZTSFcEvent& acrEvent) {
+    constexpr const char* sKinds[] = {"link ", "rscn ", "arrival ", "error "};
+    return sKinds[acrEvent.mKind] + std::to_string(acrEvent.mBoard) +
+           (acrEvent.mPage != 0 ? " " + std::to_string(acrEvent.mPage) : "");
+}
+
+// A watcher with its hosts, of which most have to do with host 3, and a clock.
+struct ZTSFcTestWatch {
+    explicit ZTSFcTestWatch(const ZTFcHosts& acrHosts = {{3, hostOf(1)}})
+        : mHosts(acrHosts), mWatcher(acrHosts, std::chrono::seconds(2)) {}
+
+    static std::string textOf(const ZTFcEvents& acrEvents) {
+        std::string lText;
+        for (const ZTSFcEvent& lrEvent : acrEvents) {
+            lText += (lText.empty() ? "" : ", ") + nameOf(lrEvent);
+        }
+        return lText;
+    }
+    std::string look() { return textOf(mWatcher.look(mHosts, mNow)); }
+    std::string announce(std::uint32_t aCode, std::uint16_t aHost = 3, std::uint32_t aData = 0) {
+        return textOf(mWatcher.announce({aHost, mNumber++, aCode, aData}, mNow));
+    }
+
+    ZTFcHosts mHosts;
+    ZTCFcWatcher mWatcher;
+    ZTCFcWatcher::Time mNow{};
+    std::uint32_t mNumber = 1;
+};
+
+TEST(FcWatcher, Announcements) {
+    ZTSFcTestWatch lWatch({{3, hostOf(1)}, {7, hostOf(2)}});
+    const std::map<std::uint32_t, std::string> lKinds = {
+        {1, "link 1"},        {2, "link 1"}, {3, "link 1"},     {4, "link 1"},     {5, "rscn 1 9"},
+        {0x103, "arrival 1"}, {0x200, ""},   {0x201, "link 1"}, {0x202, "link 1"}, {0x204, ""},
+        {0x500, ""},          {0x501, ""},   {0x502, ""},       {0xffff, ""},      {0, ""}};
+    std::map<std::uint32_t, std::uint64_t> lWithoutKind;
+    for (const auto& [lCode, lrKind] : lKinds) {
+        EXPECT_EQ(lWatch.announce(lCode, 7, 9), lrKind) << lCode;
+        EXPECT_EQ(lWatch.announce(lCode, 8, 9), "") << lCode;  // no such host
+        if (lrKind.empty()) {
+            lWithoutKind[lCode] = 2;
+        }
+    }
+    const auto lCounts = lWatch.mWatcher.takeCounts();
+    EXPECT_EQ(lCounts.mWithoutKind, lWithoutKind);
+    EXPECT_EQ(lCounts.mOfUnknownHosts, lKinds.size() - lWithoutKind.size());
+    EXPECT_TRUE(lWatch.mWatcher.takeCounts().mWithoutKind.empty());
+}
+
+TEST(FcWatcher, StatesAnnouncedAndNot) {
+    const struct {
+        int mAt;
+        const char *mpState, *mpEvents;  // the state "+" is an announcement, "!" a loss
+    } sSteps[] = {{0, "", ""},           {3, "Linkdown", "link 0"},  {4, "Linkdown", ""},
+                  {5, "+", "link 0"},    {6, "Offline", ""},         {7, "Online", "link 0"},
+                  {10, "+", "link 0"},   {11, "+", "link 0"},        {2011, "Offline", ""},
+                  {3000, "+", "link 0"}, {5001, "Online", "link 0"}, {6000, "+", "link 0"},
+                  {6001, "!", ""},       {6002, "Offline", "link 0"}};
+    ZTSFcTestWatch lWatch;
+    for (const auto& [lAt, lpState, lpEvents] : sSteps) {
+        lWatch.mNow = ZTCFcWatcher::Time() + std::chrono::milliseconds(lAt);
+        if (*lpState == '+') {
+            EXPECT_EQ(lWatch.announce(ZTFCC_LipReset), lpEvents) << lAt;
+        } else if (*lpState == '!') {
+            lWatch.mWatcher.noteLoss();
+        } else {
+            lWatch.mHosts[3].mState = lpState;
+            EXPECT_EQ(lWatch.look(), lpEvents) << lAt;
+        }
+    }
+}
+
+TEST(FcWatcher, RemotePorts) {
+    ZTSFcTestWatch lWatch;
+    const auto lLook = [&](const std::map<std::string, ZTSFcRemotePort>& acrPorts) {
+        lWatch.mHosts[3].mRemotePorts = acrPorts;
+        return lWatch.look();
+    };
+    EXPECT_EQ(lLook({{"a", {5, "Online"}}}), "rscn 0 5");
+    EXPECT_EQ(lLook({{"a", {5, "Blocked"}}}), "rscn 0 5");
+    EXPECT_EQ(lLook({{"a", {6, "Online"}}}), "rscn 0 6");
+    EXPECT_EQ(lLook({{"a", {{}, ""}}}), "");
+    EXPECT_EQ(lLook({{"a", {6, "Online"}}, {"b", {{}, ""}}}), "");
+    EXPECT_EQ(lLook({{"a", {6, "Online"}}, {"b", {7, "Online"}}}), "rscn 0 7");  // its files came late
+    EXPECT_EQ(lLook({{"a", {{}, "Blocked"}}, {"b", {7, "Blocked"}}}), "rscn 0 6, rscn 0 7");
+    EXPECT_EQ(lLook({{"c", {8, ""}}}), "rscn 0 6, rscn 0 7, rscn 0 8");
+    EXPECT_EQ(lWatch.announce(ZTFCC_Rscn, 3, 9), "rscn 0 9");
+    EXPECT_EQ(lLook({{"c", {1, "Online"}}, {"d", {2, "Online"}}}), "");  // the driver tells
+    EXPECT_EQ(lLook({{"d", {2, "Blocked"}}}), "");
+    lWatch.mWatcher.noteLoss();
+    EXPECT_EQ(lLook({{"d", {2, "Online"}}}), "rscn 0 2");  // but it may be that nobody heard it
+    EXPECT_EQ(lLook({}), "");
+    lWatch.mHosts = {{3, hostOf(1, 2)}};  // made anew: maybe by another driver
+    EXPECT_EQ(lLook({{"e", {4, "Online"}}}), "link 0, arrival 0");
+    EXPECT_EQ(lLook({{"e", {4, "Blocked"}}}), "rscn 0 4");
+    lWatch.mHosts.clear();
+    EXPECT_EQ(lWatch.look(), "link 0, rscn 0 4");
+}
+
+TEST(FcWatcher, Counters) {
+    constexpr std::optional<std::uint64_t> sNone;
+    const std::tuple<std::optional<std::uint64_t>, std::optional<std::uint64_t>, const char*> sSteps[] = {
+        {5, sNone, ""},   {6, 100, "error 0"},     {sNone, 100, ""},
+        {6, 100, ""},     {sNone, 101, "error 0"}, {7, 102, "error 0"},
+        {0, 0, ""},       {1, 0, "error 0"},       {UINT64_MAX - 1, 0, "error 0"},
+        {0, 1, "error 0"}};
+    ZTSFcTestWatch lWatch;
+    for (const auto& [lFirst, lLast, lpEvents] : sSteps) {
+        lWatch.mHosts[3].mCounters.front() = lFirst;
+        lWatch.mHosts[3].mCounters.back() = lLast;
+        EXPECT_EQ(lWatch.look(), lpEvents);
+    }
+}
+
+TEST(FcWatcher, HostsComeAndGo) {
+    ZTSFcTestWatch lWatch({{3, hostOf(1)}, {7, hostOf(2)}});
+    const std::pair<ZTFcHosts, std::string> lSteps[] = {
+        {{{7, hostOf(2)}}, "link 0"},
+        {{{7, hostOf(2)}, {9, hostOf(1)}}, "arrival 0"},  // the same port, another number
+        {{{3, hostOf(3)}, {7, hostOf(2)}, {9, hostOf(1)}}, "arrival 2"},
+        {{{3, hostOf(3)}, {7, hostOf(4, 2)}, {9, hostOf(1, 2, "Linkdown")}},
+         "link 0, link 1, arrival 3, arrival 0"},
+        {{{8, hostOf(2)}, {9, hostOf(1, 2, "Linkdown")}, {10, hostOf(2)}},
+         "link 2, link 3, arrival 1, arrival 4"},
+        {{{11, hostOf(0)}}, "link 1, link 4"},  // its files are not there yet
+        {{{11, hostOf(1)}}, "arrival 0"},
+        {{{12, hostOf(0)}}, "link 0"},
+        {{{12, hostOf(0)}}, "arrival 5"},  // or never will be
+        {{{12, hostOf(4)}}, ""}};
+    for (const auto& [lrHosts, lrEvents] : lSteps) {
+        lWatch.mHosts = lrHosts;
+        EXPECT_EQ(lWatch.look(), lrEvents);
+    }
+    EXPECT_EQ(lWatch.mWatcher.countBoards(), 6U);
+    EXPECT_EQ(lWatch.mWatcher.getPort(5), 4U);
+}
+
+TEST(FcWatcher, EventNumbers) {
+    constexpr std::uint32_t sMax = UINT32_MAX;
+    const std::vector<std::pair<std::vector<std::uint32_t>, std::uint64_t>> lCases{
+        {{77}, 0},
+        {{1, 2, 3}, 0},
+        {{1, 3}, 1},
+        {{1, 10, 11, 21}, 17},
+        {{1, 3, 2, 4}, 0},
+        {{1, 4, 2, 5}, 1},
+        {{sMax - 1, sMax, 0, 1}, 0},
+        {{sMax - 1, 2}, 3},
+        {{sMax, 1, 0, 2}, 0}};
+    for (const auto& [lrNumbers, lLost] : lCases) {
+        ZTSFcTestWatch lWatch;
+        for (const std::uint32_t lNumber : lrNumbers) {
+            lWatch.mNumber = lNumber;
+            EXPECT_EQ(lWatch.announce(ZTFCC_Lip), "link 0");
+        }
+        EXPECT_EQ(lWatch.mWatcher.takeCounts().mLost, lLost) << lrNumbers.back();
+    }
+}
+
+TEST(FcWatcher, ThousandHostsAndTheirRemotePorts) {
+    std::mt19937 lRandom(1);
+    const auto lOneIn = [&](unsigned int aOf) { return lRandom() % aOf == 0; };
+    ZTSFcTestWatch lWatch(ZTFcHosts{});
+    ZTFcHosts& lrHosts = lWatch.mHosts;
+    std::map<std::uint64_t, std::uint32_t> lBoards;  // the model: of each port's name, from its first look on
+    for (unsigned int lLook = 0; lLook < 50; ++lLook) {
+        std::vector<std::string> lExpected;
+        for (std::uint32_t lHost = 0; lHost < 1000; ++lHost) {
+            const auto lExpect = [&](ZTSFcEvent::Kind aKind) {
+                lExpected.push_back(nameOf(
+                    {aKind, lBoards.at(*lrHosts[lHost].mPort), aKind == ZTSFcEvent::Rscn ? lHost + 1 : 0}));
+            };
+            const bool lIsThere = lrHosts.count(lHost) != 0;
+            if (lIsThere ? lOneIn(4) : lLook == 0 || lOneIn(2)) {
+                if (lIsThere && lrHosts[lHost].mState == "Online") {
+                    lExpect(ZTSFcEvent::Link);
+                }
+                if (lIsThere && !lrHosts[lHost].mRemotePorts.empty()) {
+                    lExpect(ZTSFcEvent::Rscn);
+                }
+                lrHosts.erase(lHost);
+                if (!lIsThere || lOneIn(2)) {  // one that goes may come again within the look
+                    const std::uint64_t lName = 1 + lHost + 1000 * (lRandom() % 3);
+                    lrHosts[lHost] = hostOf(lName, lLook + 1);
+                    lrHosts[lHost].mCounters[0] = 0;
+                    lBoards.try_emplace(lName, static_cast<std::uint32_t>(lBoards.size()));
+                    lExpect(ZTSFcEvent::AdapterArrival);
+                }
+            } else if (lIsThere) {
+                auto& lrPorts = lrHosts[lHost].mRemotePorts;
+                if (lOneIn(3)) {
+                    lrHosts[lHost].mState += "x";
+                    lExpect(ZTSFcEvent::Link);
+                }
+                if (lOneIn(3)) {
+                    *lrHosts[lHost].mCounters[0] += 1 + lRandom() % 100;
+                    lExpect(ZTSFcEvent::PortInterruptError);
+                }
+                if (lOneIn(2)) {
+                    if (lrPorts.empty() || lOneIn(2)) {  // one comes, or changes its state
+                        lrPorts["a"] = {lHost + 1, lrPorts["a"].mState + "x"};
+                    } else {
+                        lrPorts.clear();
+                    }
+                    lExpect(ZTSFcEvent::Rscn);
+                }
+            }
+        }
+        std::vector<std::string> lEvents;
+        for (const ZTSFcEvent& lrEvent : lWatch.mWatcher.look(lrHosts, {})) {
+            lEvents.push_back(nameOf(lrEvent));
+        }
+        std::sort(lEvents.begin(), lEvents.end());
+        std::sort(lExpected.begin(), lExpected.end());
+        ASSERT_EQ(lEvents, lExpected) << lLook;
+        ASSERT_EQ(lWatch.mWatcher.countBoards(), lBoards.size());
+    }
+    for (const auto& [lName, lBoard] : lBoards) {
+        EXPECT_EQ(lWatch.mWatcher.getPort(lBoard), lName);
+    }
+}
+
+}  // namespace
