@@ -4,10 +4,10 @@
 #include <atomic>
 #include <thread>
 
+#include "FcSettings.h"
 #include "Journal.h"
 #include "Netlink.h"
 #include "Registrations.h"
-#include "FcSettings.h"
 #include "Watcher.h"
 
 class ZTCFcSession {

@@ -6,7 +6,7 @@
 namespace {
 
 constexpr std::int32_t sReordered = 256;  // messages that one may come late by
-constexpr char sOnline[] = "Online";  // the port_state of a link that is up
+constexpr char sOnline[] = "Online";      // the port_state of a link that is up
 
 void keep(std::uint64_t& arKnown, const std::optional<std::uint64_t>& acrNow) {
     arKnown = acrNow.value_or(arKnown);
