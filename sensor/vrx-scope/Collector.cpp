@@ -110,6 +110,10 @@ void ZTCCollector::take(const ZTSensorBytes& acrMessage) {
         mpSaved->add(acrMessage);  // first: whatever happens to be wrong with it
     }
     mrShow.add(readFetched(acrMessage, std::chrono::system_clock::now()));
+    if (!mToldLast.empty()) {
+        mToldLast.clear();
+        mrShow.tell("the agent answers again", true);
+    }
 }
 
 void ZTCCollector::lose(const char* apWhy) {
