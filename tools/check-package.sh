@@ -28,16 +28,18 @@ silent() {
 }
 
 check_unit() {
-    local figure drop_in=/etc/systemd/system/vrx-sca.service.d
+    local figure example drop_in=/etc/systemd/system/vrx-sca.service.d
     figure=$(systemd-analyze security --offline=true --no-pager vrx-sca.service |
         sed -n 's/.*Overall exposure level for .*: \([0-9.]*\) .*/\1/p')
     awk -v figure="$figure" 'BEGIN { exit !(figure != "" && figure <= 1.5) }' ||
         die "the unit's exposure is '$figure', more than 1.5"
     printf 'exposure %s\n' "$figure"
     silent systemd-analyze verify --man=no vrx-sca.service
-    install -D -m 0644 -t "$drop_in" /usr/share/doc/vrx-sca/examples/vendor-library.conf
-    silent systemd-analyze verify --man=no vrx-sca.service
-    rm -r "$drop_in"
+    for example in vendor-library fchost; do
+        install -D -m 0644 -t "$drop_in" "/usr/share/doc/vrx-sca/examples/$example.conf"
+        silent systemd-analyze verify --man=no vrx-sca.service
+        rm -r "$drop_in"
+    done
 }
 
 # The agent as the unit starts it. What tells is its answer to a Stop command.
