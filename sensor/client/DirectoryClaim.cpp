@@ -30,7 +30,7 @@ ZTCDirectoryClaim::ZTCDirectoryClaim(const std::string& acrDirectory, std::chron
                                          ": end it, or wait for it (--wait SECONDS)",
                                      lHolder);
         }
-        std::this_thread::sleep_for(
-            LookEvery);  // nothing tells when a lock is free, but to wait for it without end
+        // Nothing tells when a lock is free, but to wait for it without end.
+        std::this_thread::sleep_for(LookEvery);
     }
 }
