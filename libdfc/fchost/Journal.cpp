@@ -25,8 +25,9 @@ void ZTCFcJournal::note(const char* apFormat, ...) const {
         syslog(LOG_DAEMON | LOG_NOTICE, "%s", lLine);
         return;
     }
-    const int lFile =
-        open(mPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY, 0640);
+    constexpr int lFlags =
+        O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;  // for a pipe
+    const int lFile = open(mPath.c_str(), lFlags, 0640);
     if (lFile >= 0) {
         dprintf(lFile, "%s\n", lLine);
         close(lFile);

@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -22,6 +24,7 @@ constexpr std::size_t sMaxMessage = 64 * 1024;
 constexpr std::chrono::milliseconds sSettling(
     50);                                // between looks, when there is always something to look at
 constexpr unsigned int sAtOnce = 1000;  // messages between two looks, however many there are
+constexpr std::size_t sCodes = 64;      // without a kind that are told apart
 
 constexpr ZTSFcEventId sLink{ZT_DFC_LINK, 0, 0};
 constexpr ZTSFcEventId sRscn{ZT_DFC_RSCN, 0, 0};
@@ -51,6 +54,22 @@ void putWord(unsigned char* apBytes, std::uint32_t aWord) {
     }
 }
 
+// Keeps signals from the threads that are started meanwhile: they are the agent's.
+class SignalsHeldBack {
+  public:
+    SignalsHeldBack() {
+        sigset_t lAll;
+        sigfillset(&lAll);
+        pthread_sigmask(SIG_SETMASK, &lAll, &mBefore);
+    }
+    ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
+    SignalsHeldBack(const SignalsHeldBack&) = delete;
+    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
+
+  private:
+    sigset_t mBefore{};
+};
+
 // Whether a uevent is about Fibre Channel: its lines are NAME=VALUE, with a NUL behind each.
 bool isOfFibreChannel(const unsigned char* apBytes, std::size_t aSize) {
     const std::string_view lText(reinterpret_cast<const char*>(apBytes), aSize);
@@ -65,42 +84,44 @@ ZTCFcSession::ZTCFcSession(const ZTSFcSettings& acrSettings)
       // Before the first look: what changes behind it is announced.
       mTransport(acrSettings.mProtocol, sTransportGroup, acrSettings.mSender),
       mUevents(NETLINK_KOBJECT_UEVENT, sUeventGroup, 0),
-      mWatcher(readFirst(acrSettings.mSysfs), 2 * acrSettings.mPeriod),
-      mStop(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (mStop < 0) {
-        throw ZTCFcError(std::string("eventfd: ") + strerror(errno));
-    }
+      mWatcher(readFirst(acrSettings.mSysfs), 2 * acrSettings.mPeriod) {
     publish();
     if (!mTransport.isOpen()) {
         mJournal.note(
             "the kernel's events are not received (%s): states are looked at every %.2f s, and no more",
             strerror(mTransport.getError()), std::chrono::duration<double>(mSettings.mPeriod).count());
     }
-    // Signals are the agent's: this thread takes none.
-    sigset_t lAll;
-    sigset_t lBefore;
-    sigfillset(&lAll);
-    pthread_sigmask(SIG_SETMASK, &lAll, &lBefore);
+    const SignalsHeldBack lHeldBack;
     try {
         mThread = std::thread([this] { run(); });
     } catch (const std::system_error&) {
-        pthread_sigmask(SIG_SETMASK, &lBefore, nullptr);
-        close(mStop);
         throw ZTCFcError("no thread can be started");
     }
-    pthread_sigmask(SIG_SETMASK, &lBefore, nullptr);
 }
 
 ZTCFcSession::~ZTCFcSession() {
-    eventfd_write(mStop, 1);
+    mStop.set();
     mThread.join();
-    close(mStop);
     try {
         report();  // what came behind the last look
     } catch (const std::bad_alloc&) {
         mJournal.note("no memory for the counts of what came last");
     }
-    reportSums();
+    tellSums(true);
+}
+
+ZTCFcSession::Stop::Stop() : mFile(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (mFile < 0) {
+        throw ZTCFcError(std::string("eventfd: ") + strerror(errno));
+    }
+}
+
+ZTCFcSession::Stop::~Stop() {
+    close(mFile);
+}
+
+void ZTCFcSession::Stop::set() const {
+    eventfd_write(mFile, 1);
 }
 
 bool ZTCFcSession::getNames(std::uint32_t aBoard, HBA_wwn& arNode, HBA_wwn& arPort) {
@@ -128,7 +149,8 @@ void ZTCFcSession::run() {
     for (;;) {
         const Clock::time_point lNextLook =
             lLastLook + (mIsLookDue ? std::min(sSettling, mSettings.mPeriod) : mSettings.mPeriod);
-        pollfd lPolls[] = {{mStop, POLLIN, 0}, {mTransport.get(), POLLIN, 0}, {mUevents.get(), POLLIN, 0}};
+        pollfd lPolls[] = {
+            {mStop.get(), POLLIN, 0}, {mTransport.get(), POLLIN, 0}, {mUevents.get(), POLLIN, 0}};
         const auto lLeft = std::chrono::ceil<std::chrono::milliseconds>(lNextLook - Clock::now()).count();
         const int lReady =
             poll(lPolls, std::size(lPolls), static_cast<int>(std::max<std::int64_t>(lLeft, 0)));
@@ -140,43 +162,46 @@ void ZTCFcSession::run() {
                 listen();
             }
             if (Clock::now() >= lNextLook) {
-                lLastLook = Clock::now();
                 mIsLookedFor = false;
+                lLastLook = Clock::now();  // if this one fails
                 look();
                 report();
+                lLastLook = Clock::now();
             }
         } catch (const std::bad_alloc&) {
-            mJournal.note("no memory for a look: the next one finds what it left out");
+            deliver();
+            mJournal.note("no memory: what was left out is found by the next look, or counted as lost");
         }
     }
 }
 
 // Takes what the kernel has told, and hands on what of it is an event.
 void ZTCFcSession::listen() {
-    alignas(nlmsghdr) static thread_local unsigned char sBytes[sMaxMessage];
+    alignas(nlmsghdr) unsigned char lBytes[sMaxMessage];
     std::size_t lSize = 0;
     for (unsigned int lLeft = sAtOnce; mTransport.isOpen() && lLeft > 0; --lLeft) {
-        const ZTCFcSocket::Outcome lOutcome = mTransport.receive(sBytes, sizeof sBytes, lSize);
+        const ZTCFcSocket::Outcome lOutcome = mTransport.receive(lBytes, sizeof lBytes, lSize);
         if (lOutcome == ZTCFcSocket::Nothing) {
             break;
         }
         if (lOutcome == ZTCFcSocket::Message) {
-            mBad += readTransportMessages(sBytes, lSize,
-                                          [this](const ZTSFcMessage& acrMessage) { announce(acrMessage); });
+            mBad.mCount += readTransportMessages(
+                lBytes, lSize, [this](const ZTSFcMessage& acrMessage) { announce(acrMessage); });
         }
-        mForeign += lOutcome == ZTCFcSocket::Foreign ? 1 : 0;
+        mForeign.mCount += lOutcome == ZTCFcSocket::Foreign ? 1 : 0;
         if (lOutcome == ZTCFcSocket::Loss) {
             mWatcher.noteLoss();
             mIsLookDue = true;
+            mHasOverrun = true;
         }
     }
     for (unsigned int lLeft = sAtOnce; mUevents.isOpen() && lLeft > 0; --lLeft) {
-        const ZTCFcSocket::Outcome lOutcome = mUevents.receive(sBytes, sizeof sBytes, lSize);
+        const ZTCFcSocket::Outcome lOutcome = mUevents.receive(lBytes, sizeof lBytes, lSize);
         if (lOutcome == ZTCFcSocket::Nothing) {
             break;
         }
         mIsLookDue = mIsLookDue || lOutcome == ZTCFcSocket::Loss ||
-                     (lOutcome == ZTCFcSocket::Message && isOfFibreChannel(sBytes, lSize));
+                     (lOutcome == ZTCFcSocket::Message && isOfFibreChannel(lBytes, lSize));
     }
 }
 
@@ -184,31 +209,43 @@ void ZTCFcSession::listen() {
 void ZTCFcSession::announce(const ZTSFcMessage& acrMessage) {
     if (!mWatcher.isKnown(acrMessage.mHost) && !mIsLookedFor) {
         mIsLookedFor = true;
-        look();
+        compare(readFcHosts(mSettings.mSysfs));
     }
-    deliver(mWatcher.announce(acrMessage, Clock::now()));
+    mWatcher.announce(acrMessage, Clock::now(), mEvents);
+    deliver();
 }
 
+// What is announced while sysfs is read comes first, or a change would be found before it is announced, and
+// told twice. One look is put off for that, but not the next.
 void ZTCFcSession::look() {
-    mIsLookDue = false;
     const auto lHosts = readFcHosts(mSettings.mSysfs);
-    if (lHosts) {
-        const ZTFcEvents lEvents = mWatcher.look(*lHosts, Clock::now());
-        publish();
-        deliver(lEvents);
+    pollfd lTold{mTransport.get(), POLLIN, 0};
+    mIsPutOff = !mIsPutOff && poll(&lTold, 1, 0) > 0;
+    mIsLookDue = mIsPutOff;
+    if (!mIsPutOff) {
+        compare(lHosts);
     }
-    if (mIsUnreadable != !lHosts) {
-        mIsUnreadable = !lHosts;
+}
+
+void ZTCFcSession::compare(const std::optional<ZTFcHosts>& acrHosts) {
+    if (acrHosts) {
+        mWatcher.look(*acrHosts, Clock::now(), mEvents);
+        publish();
+        deliver();
+    }
+    if (mIsUnreadable != !acrHosts) {
+        mIsUnreadable = !acrHosts;
         mJournal.note(mIsUnreadable ? "the hosts below %s cannot be read: nothing is known to have changed"
                                     : "the hosts below %s can be read again",
                       mSettings.mSysfs.c_str());
     }
 }
 
-void ZTCFcSession::deliver(const ZTFcEvents& acrEvents) {
-    for (const ZTSFcEvent& lrEvent : acrEvents) {
+void ZTCFcSession::deliver() {
+    for (const ZTSFcEvent& lrEvent : mEvents) {
         deliver(lrEvent);
     }
+    mEvents.clear();
 }
 
 void ZTCFcSession::deliver(const ZTSFcEvent& acrEvent) {
@@ -264,41 +301,44 @@ void ZTCFcSession::deliverArrival(std::uint32_t aBoard) {
     }
 }
 
-// Tells in the journal what was lost, and what has come for the first time that is no event.
+// Tells in the journal what was lost, and what has come that is no event.
 void ZTCFcSession::report() {
+    if (std::exchange(mHasOverrun, false)) {
+        mJournal.note("the kernel had more to tell than there was room for: the next event shows how much");
+    }
     const ZTCFcWatcher::Counts lCounts = mWatcher.takeCounts();
-    mOfUnknownHosts += lCounts.mOfUnknownHosts;
+    mOfUnknownHosts.mCount += lCounts.mOfUnknownHosts;
+    mLost.mCount += lCounts.mLost - std::min(mLost.mCount, lCounts.mLate);
     if (lCounts.mLost != 0) {
-        mLost += lCounts.mLost;
         mJournal.note("%llu events of the kernel were lost, %llu in all: states are read again",
-                      static_cast<unsigned long long>(lCounts.mLost), static_cast<unsigned long long>(mLost));
+                      static_cast<unsigned long long>(lCounts.mLost),
+                      static_cast<unsigned long long>(mLost.mCount));
     }
     for (const auto& [lCode, lCount] : lCounts.mWithoutKind) {
-        std::uint64_t& lrSum = mWithoutKind[lCode];
-        if (lrSum == 0) {
-            mJournal.note(
-                "events with code 0x%x have no kind: they are counted, and told when the library is closed",
-                lCode);
-        }
-        lrSum += lCount;
+        const bool lIsToldApart = mWithoutKind.size() < sCodes || mWithoutKind.count(lCode) != 0;
+        (lIsToldApart ? mWithoutKind[lCode] : mOfOtherCodes).mCount += lCount;
     }
+    tellSums(false);
 }
 
-void ZTCFcSession::reportSums() const {
-    for (const auto& [lCode, lCount] : mWithoutKind) {
-        mJournal.note("%llu events with code 0x%x had no kind", static_cast<unsigned long long>(lCount),
-                      lCode);
-    }
-    const struct {
-        std::uint64_t mCount;
-        const char* mpWhat;
-    } lSums[] = {{mLost, "events of the kernel were lost"},
-                 {mOfUnknownHosts, "events were of hosts that are not there"},
-                 {mBad, "messages were malformed"},
-                 {mForeign, "messages were not the kernel's"}};
-    for (const auto& lrSum : lSums) {
-        if (lrSum.mCount != 0) {
-            mJournal.note("%llu %s", static_cast<unsigned long long>(lrSum.mCount), lrSum.mpWhat);
+void ZTCFcSession::tellSums(bool aIsLast) {
+    const auto lTell = [&](Sum& arSum, const char* apWhat) {
+        const std::uint64_t lNext = std::max<std::uint64_t>(10 * arSum.mTold, 1);
+        if (aIsLast ? arSum.mCount != 0 : arSum.mCount >= lNext) {
+            arSum.mTold = arSum.mCount;
+            mJournal.note("%llu %s", static_cast<unsigned long long>(arSum.mCount), apWhat);
         }
+    };
+    for (auto& [lCode, lrSum] : mWithoutKind) {
+        char lWhat[64];
+        snprintf(lWhat, sizeof lWhat, "events with code 0x%x had no kind", lCode);
+        lTell(lrSum, lWhat);
     }
+    if (aIsLast) {
+        lTell(mLost, "events of the kernel were lost");
+    }
+    lTell(mOfOtherCodes, "events with further codes had no kind");
+    lTell(mOfUnknownHosts, "events were of hosts that are not there, or not yet");
+    lTell(mBad, "messages were malformed");
+    lTell(mForeign, "messages were not the kernel's");
 }

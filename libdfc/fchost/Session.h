@@ -30,12 +30,34 @@ class ZTCFcSession {
     void listen();
     void announce(const ZTSFcMessage& acrMessage);
     void look();
-    void deliver(const ZTFcEvents& acrEvents);
+    void compare(const std::optional<ZTFcHosts>& acrHosts);
+    void deliver();
     void deliver(const ZTSFcEvent& acrEvent);
     void deliverArrival(std::uint32_t aBoard);
     void report();
-    void reportSums() const;
     void publish();
+
+    /// Of something that is no event. Its journal line comes with the first, the tenth, the hundredth and so
+    /// on, and at the end.
+    struct Sum {
+        std::uint64_t mCount = 0;
+        std::uint64_t mTold = 0;
+    };
+    void tellSums(bool aIsLast);
+
+    // What wakes the thread for its end.
+    class Stop {
+      public:
+        Stop();  ///< throws ZTCFcError
+        ~Stop();
+        Stop(const Stop&) = delete;
+        Stop& operator=(const Stop&) = delete;
+        int get() const { return mFile; }
+        void set() const;
+
+      private:
+        const int mFile;
+    };
 
     const ZTSFcSettings mSettings;
     const ZTCFcJournal mJournal;
@@ -45,17 +67,20 @@ class ZTCFcSession {
 
     // The thread's, once it runs.
     ZTCFcWatcher mWatcher;
+    ZTFcEvents mEvents;          // that are still to be handed on
     bool mIsLookDue = false;     // something came that a look is to settle
+    bool mIsPutOff = false;      // the last look, for what was told meanwhile
     bool mIsLookedFor = false;   // a host that was not known, since the last look by the clock
     bool mIsUnreadable = false;  // the list of hosts, when it was looked at last
-    // Counts of all that was no event.
-    std::uint64_t mLost = 0;
-    std::uint64_t mForeign = 0;
-    std::uint64_t mBad = 0;
-    std::uint64_t mOfUnknownHosts = 0;
-    std::map<std::uint32_t, std::uint64_t> mWithoutKind;
+    bool mHasOverrun = false;    // the kernel's queue for us, since the last report
+    Sum mLost;
+    Sum mForeign;
+    Sum mBad;
+    Sum mOfUnknownHosts;
+    std::map<std::uint32_t, Sum> mWithoutKind;  // by code
+    Sum mOfOtherCodes;
 
-    const int mStop;  // behind what may throw: nobody else closes it
+    const Stop mStop;
 
     struct Names {
         std::uint64_t mNode;

@@ -21,7 +21,7 @@ struct DirectoryCloser {
 
 // The first line of an attribute, without blanks at its ends. Empty if there is none, or none that is text.
 std::string readText(const std::string& acrPath) {
-    // O_NONBLOCK: whatever stands in the attribute's place, a look does not hang.
+    // O_NONBLOCK: for a pipe in its place. A driver that takes its time for an attribute is waited for.
     const int lFile = open(acrPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (lFile < 0) {
         return {};
@@ -62,6 +62,11 @@ std::optional<std::uint64_t> unlessAllOnes(std::optional<std::uint64_t> aNumber,
     return aNumber == aAllOnes ? std::nullopt : aNumber;
 }
 
+std::optional<std::uint64_t> readName(const std::string& acrPath) {
+    const auto lName = unlessAllOnes(readNumber(acrPath));
+    return lName == 0 ? std::nullopt : lName;
+}
+
 // The number that a name such as host3 or rport-3:0-1 has behind the prefix.
 std::optional<std::uint32_t> numberIn(std::string_view aName, std::string_view aPrefix, char aEnd) {
     std::uint32_t lNumber = 0;
@@ -91,24 +96,24 @@ bool eachName(const std::string& acrDirectory, const Do& acrDo) {
     return errno == 0;
 }
 
-// Nothing if it has gone since its name was read.
-std::optional<ZTSFcHost> readHost(const std::string& acrFolder) {
-    ZTSFcHost lHost;
+// Adds a host, unless it has gone since its name was read. False: whether it is there cannot be known.
+bool readHost(const std::string& acrFolder, std::uint32_t aNumber, ZTFcHosts& arHosts) {
     struct stat lFolder {};
     if (stat(acrFolder.c_str(), &lFolder) != 0) {
-        return {};
+        return errno == ENOENT || errno == ENOTDIR || errno == ENODEV;
     }
-    lHost.mIdentity = lFolder.st_ino;
-    lHost.mState = readText(acrFolder + "port_state");
-    lHost.mNode = unlessAllOnes(readNumber(acrFolder + "node_name"));
-    lHost.mPort = unlessAllOnes(readNumber(acrFolder + "port_name"));
-    if (!lHost.mPort) {
-        lHost.mPort = unlessAllOnes(readNumber(acrFolder + "permanent_port_name"));
+    ZTSFcHost& lrHost = arHosts[aNumber];
+    lrHost.mIdentity = lFolder.st_ino;
+    lrHost.mState = readText(acrFolder + "port_state");
+    lrHost.mNode = readName(acrFolder + "node_name");
+    lrHost.mPort = readName(acrFolder + "port_name");
+    if (!lrHost.mPort) {
+        lrHost.mPermanentPort = readName(acrFolder + "permanent_port_name");
     }
-    for (std::size_t lAt = 0; lAt < lHost.mCounters.size(); ++lAt) {
-        lHost.mCounters[lAt] = unlessAllOnes(readNumber(acrFolder + "statistics/" + ZTFcCounters[lAt]));
+    for (std::size_t lAt = 0; lAt < lrHost.mCounters.size(); ++lAt) {
+        lrHost.mCounters[lAt] = unlessAllOnes(readNumber(acrFolder + "statistics/" + ZTFcCounters[lAt]));
     }
-    return lHost;
+    return true;
 }
 
 }  // namespace
@@ -116,10 +121,10 @@ std::optional<ZTSFcHost> readHost(const std::string& acrFolder) {
 std::optional<ZTFcHosts> readFcHosts(const std::string& acrRoot) {
     ZTFcHosts lHosts;
     const std::string lFolder = acrRoot + "/class/fc_host/";
-    const bool lIsRead = eachName(lFolder, [&](const std::string& acrName) {
-        const auto lNumber = numberIn(acrName, "host", '\0');
-        if (auto lHost = lNumber ? readHost(lFolder + acrName + "/") : std::nullopt) {
-            lHosts[*lNumber] = std::move(*lHost);
+    bool lAreHostsRead = true;
+    const bool lIsListRead = eachName(lFolder, [&](const std::string& acrName) {
+        if (const auto lNumber = numberIn(acrName, "host", '\0')) {
+            lAreHostsRead = readHost(lFolder + acrName + "/", *lNumber, lHosts) && lAreHostsRead;
         }
     });
     const std::string lPorts = acrRoot + "/class/fc_remote_ports/";
@@ -135,5 +140,5 @@ std::optional<ZTFcHosts> readFcHosts(const std::string& acrRoot) {
             lId && *lId <= 0xffffff ? std::optional(static_cast<std::uint32_t>(*lId)) : std::nullopt,
             readText(lPort + "port_state")};
     });
-    return lIsRead && lArePortsRead ? std::optional(std::move(lHosts)) : std::nullopt;
+    return lIsListRead && lAreHostsRead && lArePortsRead ? std::optional(std::move(lHosts)) : std::nullopt;
 }

@@ -24,6 +24,7 @@ struct ZTSFcHost {
     std::string mState;                  ///< port_state, empty: not known
     std::optional<std::uint64_t> mNode;  ///< names as numbers, the first byte the highest
     std::optional<std::uint64_t> mPort;
+    std::optional<std::uint64_t> mPermanentPort;  ///< of the adapter, looked for if there is no other
     std::array<std::optional<std::uint64_t>, std::size(ZTFcCounters)> mCounters;
     std::map<std::string, ZTSFcRemotePort> mRemotePorts;  ///< by their names in sysfs
 };
@@ -31,7 +32,7 @@ struct ZTSFcHost {
 /// By host number.
 using ZTFcHosts = std::map<std::uint32_t, ZTSFcHost>;
 
-/// One look at everything. aRoot: where sysfs is mounted. Nothing if the list of hosts itself cannot be read,
-/// which is not the same as no hosts; a system that has never had a Fibre Channel host has no list and no
-/// hosts.
+/// One look at everything. aRoot: where sysfs is mounted. Takes as long as the drivers take to answer.
+/// Nothing if it cannot be known which hosts and remote ports there are, which is not the same as none; a
+/// system that has never had a Fibre Channel host has no list of them and no hosts.
 std::optional<ZTFcHosts> readFcHosts(const std::string& acrRoot);

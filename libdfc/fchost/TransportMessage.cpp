@@ -55,9 +55,9 @@ Outcome read(const unsigned char* apBytes, std::size_t aSize, ZTSFcMessage& arMe
     if (lEvent.mDataLength > lHeader.mLength - sDataOffset) {
         return Outcome::Bad;
     }
-    arMessage = {lEvent.mHost, lEvent.mNumber, lEvent.mCode, 0};
-    if (lEvent.mDataLength >= sizeof arMessage.mData) {
-        memcpy(&arMessage.mData, apBytes + sDataOffset, sizeof arMessage.mData);
+    arMessage = {lEvent.mHost, lEvent.mNumber, lEvent.mCode, {}};
+    if (lEvent.mDataLength >= sizeof(std::uint32_t)) {
+        memcpy(&arMessage.mData.emplace(), apBytes + sDataOffset, sizeof(std::uint32_t));
     }
     return Outcome::Taken;
 }

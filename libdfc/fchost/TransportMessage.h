@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 
 /// The event codes of the kernel's Fibre Channel transport class.
 enum ZTEFcCode : std::uint32_t {
@@ -24,10 +25,10 @@ enum ZTEFcCode : std::uint32_t {
 };
 
 struct ZTSFcMessage {
-    std::uint16_t mHost = 0;    ///< hostN
-    std::uint32_t mNumber = 0;  ///< of the event; one counter for all hosts
-    std::uint32_t mCode = 0;    ///< a ZTEFcCode, or one that is not known
-    std::uint32_t mData = 0;    ///< the first 32 bits of the event's data, 0 if there are fewer
+    std::uint16_t mHost = 0;             ///< hostN
+    std::uint32_t mNumber = 0;           ///< of the event; one counter for all hosts
+    std::uint32_t mCode = 0;             ///< a ZTEFcCode, or one that is not known
+    std::optional<std::uint32_t> mData;  ///< the first 32 bits of the event's data, if there are as many
 };
 
 /// Reads what one receive has brought, which may hold several messages, and calls the function with each that

@@ -12,6 +12,17 @@ void keep(std::uint64_t& arKnown, const std::optional<std::uint64_t>& acrNow) {
     arKnown = acrNow.value_or(arKnown);
 }
 
+std::optional<std::uint64_t> portOf(const ZTSFcHost& acrHost) {
+    return acrHost.mPort ? acrHost.mPort : acrHost.mPermanentPort;
+}
+
+// For one event more: adding it then cannot fail, and what it tells of may be taken as seen.
+void makeRoom(ZTFcEvents& arEvents) {
+    if (arEvents.size() == arEvents.capacity()) {
+        arEvents.reserve(2 * arEvents.size() + 1);
+    }
+}
+
 }  // namespace
 
 ZTCFcWatcher::ZTCFcWatcher(const ZTFcHosts& acrHosts, std::chrono::milliseconds aSettling)
@@ -22,9 +33,12 @@ ZTCFcWatcher::ZTCFcWatcher(const ZTFcHosts& acrHosts, std::chrono::milliseconds 
 }
 
 // Returns the board that it has now.
-std::uint32_t ZTCFcWatcher::add(std::uint32_t aHost, const ZTSFcHost& acrHost) {
+ZTCFcWatcher::Board& ZTCFcWatcher::add(std::uint32_t aHost, const ZTSFcHost& acrHost) {
+    const auto lPort = portOf(acrHost);
+    ZTSFcHost lNow = acrHost;
+    std::erase_if(lNow.mRemotePorts, [](const auto& acrPort) { return !acrPort.second.mPortId; });
     auto lBoard = std::find_if(mBoards.begin(), mBoards.end(), [&](const Board& acrBoard) {
-        return !acrBoard.mIsThere && acrHost.mPort && acrBoard.mPort == *acrHost.mPort;
+        return !acrBoard.mIsThere && lPort && acrBoard.mPort == *lPort;
     });
     if (lBoard == mBoards.end()) {
         lBoard = mBoards.emplace(mBoards.end());
@@ -32,21 +46,37 @@ std::uint32_t ZTCFcWatcher::add(std::uint32_t aHost, const ZTSFcHost& acrHost) {
     lBoard->mHost = aHost;
     lBoard->mIsThere = true;
     lBoard->mHasRscns = false;
-    lBoard->mLast = acrHost;
-    std::erase_if(lBoard->mLast.mRemotePorts, [](const auto& acrPort) { return !acrPort.second.mPortId; });
-    keep(lBoard->mNode, acrHost.mNode);
-    keep(lBoard->mPort, acrHost.mPort);
-    return static_cast<std::uint32_t>(lBoard - mBoards.begin());
+    keep(lBoard->mNode, lNow.mNode);
+    keep(lBoard->mPort, lPort);
+    lBoard->mLast = std::move(lNow);
+    return *lBoard;
 }
 
 // A host that goes takes its remote ports with it, and its link, unless that is known to be down.
-void ZTCFcWatcher::leave(std::uint32_t aBoard, ZTFcEvents& arEvents) {
+void ZTCFcWatcher::leave(std::uint32_t aBoard, Time aNow, ZTFcEvents& arEvents) {
     if (mBoards[aBoard].mLast.mState == sOnline) {
-        arEvents.push_back({ZTSFcEvent::Link, aBoard});
+        follow(aBoard, {}, aNow, arEvents);
     }
     compareRemotePorts(aBoard, {}, arEvents);
     mBoards[aBoard].mIsThere = false;
     mBoards[aBoard].mAnnounced.reset();
+}
+
+bool ZTCFcWatcher::isRecent(const std::optional<Time>& acrThen, Time aNow) const {
+    return acrThen && aNow - *acrThen <= mSettling;
+}
+
+// The state of a board's port is another one, which is told unless it was announced.
+void ZTCFcWatcher::follow(std::uint32_t aBoard, const std::string& acrState, Time aNow,
+                          ZTFcEvents& arEvents) {
+    Board& lrBoard = mBoards[aBoard];
+    std::string lState = acrState;
+    makeRoom(arEvents);
+    if (!lrBoard.mLast.mState.empty() && (mHasLost || !isRecent(lrBoard.mAnnounced, aNow))) {
+        arEvents.push_back({ZTSFcEvent::Link, aBoard});
+    }
+    lrBoard.mAnnounced.reset();
+    lrBoard.mLast.mState = std::move(lState);
 }
 
 std::optional<std::uint32_t> ZTCFcWatcher::findBoard(std::uint32_t aHost) const {
@@ -60,31 +90,22 @@ std::optional<std::uint32_t> ZTCFcWatcher::findBoard(std::uint32_t aHost) const 
 // Two messages may pass each other on their way: one that comes late has not been lost.
 void ZTCFcWatcher::count(std::uint32_t aNumber) {
     const auto lAhead = static_cast<std::int32_t>(aNumber - mNextNumber.value_or(aNumber));
-    if (lAhead < -sReordered) {
-        mNextNumber = aNumber + 1;  // the kernel counts from the beginning again
-        return;
-    }
-    if (lAhead < 0) {
-        mCounts.mLost -= mCounts.mLost > 0 ? 1 : 0;
+    if (lAhead < 0 && lAhead >= -sReordered) {
+        ++mCounts.mLate;
         return;
     }
     if (lAhead > 0) {
         mCounts.mLost += static_cast<std::uint32_t>(lAhead);
         noteLoss();
     }
-    mNextNumber = aNumber + 1;
+    mNextNumber = aNumber + 1;  // also when the kernel counts from the beginning again
 }
 
-void ZTCFcWatcher::noteLoss() {
-    mHasLost = true;
-    for (Board& lrBoard : mBoards) {
-        lrBoard.mAnnounced.reset();
-    }
-}
-
-ZTFcEvents ZTCFcWatcher::announce(const ZTSFcMessage& acrMessage, Time aNow) {
+void ZTCFcWatcher::announce(const ZTSFcMessage& acrMessage, Time aNow, ZTFcEvents& arEvents) {
+    makeRoom(arEvents);
     count(acrMessage.mNumber);
     const auto lBoard = findBoard(acrMessage.mHost);
+    Board* const lpBoard = lBoard ? &mBoards[*lBoard] : nullptr;
     switch (acrMessage.mCode) {
         case ZTFCC_Lip:
         case ZTFCC_LinkUp:
@@ -92,41 +113,49 @@ ZTFcEvents ZTCFcWatcher::announce(const ZTSFcMessage& acrMessage, Time aNow) {
         case ZTFCC_LipReset:
         case ZTFCC_PortOffline:
         case ZTFCC_PortOnline:
-            if (lBoard) {
-                mBoards[*lBoard].mAnnounced = aNow;
-                return {{ZTSFcEvent::Link, *lBoard}};
+            if (lpBoard != nullptr) {
+                lpBoard->mAnnounced = aNow;
+                arEvents.push_back({ZTSFcEvent::Link, *lBoard});
+                return;
             }
             break;
         case ZTFCC_Rscn:
-            if (lBoard) {
-                mBoards[*lBoard].mHasRscns = true;
-                return {{ZTSFcEvent::Rscn, *lBoard, acrMessage.mData}};
+            if (!acrMessage.mData) {
+                ++mCounts.mWithoutKind[acrMessage.mCode];  // it names nothing
+                return;
+            }
+            if (lpBoard != nullptr) {
+                lpBoard->mHasRscns = true;
+                arEvents.push_back({ZTSFcEvent::Rscn, *lBoard, *acrMessage.mData});
+                return;
             }
             break;
         case ZTFCC_AdapterChange:
-            if (lBoard) {
-                return {{ZTSFcEvent::AdapterArrival, *lBoard}};
+            if (lpBoard != nullptr) {
+                // What a driver says of a host that has just come is told already.
+                if (!isRecent(lpBoard->mArrived, aNow)) {
+                    arEvents.push_back({ZTSFcEvent::AdapterArrival, *lBoard});
+                }
+                return;
             }
             break;
         default:
             ++mCounts.mWithoutKind[acrMessage.mCode];
-            return {};
+            return;
     }
     ++mCounts.mOfUnknownHosts;
-    return {};
 }
 
-ZTFcEvents ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow) {
-    ZTFcEvents lEvents;
+void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEvents) {
     for (std::uint32_t lBoard = 0; lBoard < mBoards.size(); ++lBoard) {
         if (!mBoards[lBoard].mIsThere) {
             continue;
         }
         const auto lHost = acrHosts.find(mBoards[lBoard].mHost);
         if (lHost != acrHosts.end() && lHost->second.mIdentity == mBoards[lBoard].mLast.mIdentity) {
-            compare(lBoard, lHost->second, aNow, lEvents);
+            compare(lBoard, lHost->second, aNow, arEvents);
         } else {
-            leave(lBoard, lEvents);
+            leave(lBoard, aNow, arEvents);
         }
     }
     // A host's attributes follow it: one without a name is given a look's time to get it.
@@ -135,30 +164,31 @@ ZTFcEvents ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow) {
         if (findBoard(lHost)) {
             continue;
         }
-        if (!lrHost.mPort && mNameless.count(lHost) == 0) {
+        if (!portOf(lrHost) && mNameless.count(lHost) == 0) {
             lNameless.insert(lHost);
         } else {
-            const std::uint32_t lBoard = add(lHost, lrHost);
-            lEvents.push_back({ZTSFcEvent::AdapterArrival, lBoard});
+            makeRoom(arEvents);
+            Board& lrBoard = add(lHost, lrHost);
+            lrBoard.mArrived = aNow;
+            arEvents.push_back(
+                {ZTSFcEvent::AdapterArrival, static_cast<std::uint32_t>(&lrBoard - mBoards.data())});
         }
     }
     mNameless = std::move(lNameless);
+    if (acrHosts.empty()) {
+        mNextNumber.reset();  // the transport may have been unloaded: a new one counts from the beginning
+    }
     mHasLost = false;
-    return lEvents;
 }
 
 void ZTCFcWatcher::compare(std::uint32_t aBoard, const ZTSFcHost& acrNow, Time aNow, ZTFcEvents& arEvents) {
     Board& lrBoard = mBoards[aBoard];
     keep(lrBoard.mNode, acrNow.mNode);
-    keep(lrBoard.mPort, acrNow.mPort);
+    keep(lrBoard.mPort, lrBoard.mPort != 0 ? acrNow.mPort : portOf(acrNow));
     if (!acrNow.mState.empty() && acrNow.mState != lrBoard.mLast.mState) {
-        const bool lIsAnnounced = lrBoard.mAnnounced && aNow - *lrBoard.mAnnounced <= mSettling;
-        if (!lrBoard.mLast.mState.empty() && !lIsAnnounced) {
-            arEvents.push_back({ZTSFcEvent::Link, aBoard});
-        }
-        lrBoard.mAnnounced.reset();
-        lrBoard.mLast.mState = acrNow.mState;
+        follow(aBoard, acrNow.mState, aNow, arEvents);
     }
+    makeRoom(arEvents);
     bool lHasRisen = false;
     for (std::size_t lAt = 0; lAt < acrNow.mCounters.size(); ++lAt) {
         const auto& lrNow = acrNow.mCounters[lAt];
@@ -181,6 +211,7 @@ void ZTCFcWatcher::compareRemotePorts(std::uint32_t aBoard, const ZTSFcHost& acr
         }
     };
     for (auto lPort = lrLast.begin(); lPort != lrLast.end();) {
+        makeRoom(arEvents);
         const bool lHasGone = acrNow.mRemotePorts.count(lPort->first) == 0;
         if (lHasGone) {
             lTell(lPort->second.mPortId);
@@ -191,13 +222,17 @@ void ZTCFcWatcher::compareRemotePorts(std::uint32_t aBoard, const ZTSFcHost& acr
         if (!lrNow.mPortId && lrLast.count(lrName) == 0) {
             continue;  // its attributes follow it: it has come when it has an address
         }
+        makeRoom(arEvents);
+        std::string lState = lrNow.mState;
         const auto [lPort, lIsNew] = lrLast.try_emplace(lrName, lrNow);
         ZTSFcRemotePort& lrKnown = lPort->second;
         const bool lHasMoved = lrNow.mPortId && lrKnown.mPortId && *lrNow.mPortId != *lrKnown.mPortId;
         const bool lIsOther =
             !lrNow.mState.empty() && !lrKnown.mState.empty() && lrNow.mState != lrKnown.mState;
         lrKnown.mPortId = lrNow.mPortId ? lrNow.mPortId : lrKnown.mPortId;
-        lrKnown.mState = lrNow.mState.empty() ? lrKnown.mState : lrNow.mState;
+        if (!lState.empty()) {
+            lrKnown.mState = std::move(lState);
+        }
         if (lIsNew || lHasMoved || lIsOther) {
             lTell(lrKnown.mPortId);
         }
@@ -205,5 +240,8 @@ void ZTCFcWatcher::compareRemotePorts(std::uint32_t aBoard, const ZTSFcHost& acr
 }
 
 ZTCFcWatcher::Counts ZTCFcWatcher::takeCounts() {
+    const std::uint64_t lFound = std::min(mCounts.mLate, mCounts.mLost);
+    mCounts.mLate -= lFound;
+    mCounts.mLost -= lFound;
     return std::exchange(mCounts, Counts());
 }

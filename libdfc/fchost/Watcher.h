@@ -30,6 +30,7 @@ class ZTCFcWatcher {
         std::map<std::uint32_t, std::uint64_t> mWithoutKind;  ///< by code
         std::uint64_t mOfUnknownHosts = 0;
         std::uint64_t mLost = 0;  ///< messages that the kernel had numbered and nobody received
+        std::uint64_t mLate = 0;  ///< received, but taken for lost when they were asked for before
     };
 
     /// The hosts that are there get boards in the order of their numbers, and later ones the boards behind;
@@ -37,13 +38,16 @@ class ZTCFcWatcher {
     /// announcement a port's state may take to follow.
     ZTCFcWatcher(const ZTFcHosts& acrHosts, std::chrono::milliseconds aSettling);
 
+    // Events are added to those of the caller. For want of memory what follows throws std::bad_alloc: the
+    // events that were added stand, and nothing else counts as seen.
+
     /// What a message says. Several that the kernel sends for one change are as many events.
-    ZTFcEvents announce(const ZTSFcMessage& acrMessage, Time aNow);
-    /// Messages have been lost: until the next look, nothing counts as announced.
-    void noteLoss();
+    void announce(const ZTSFcMessage& acrMessage, Time aNow, ZTFcEvents& arEvents);
+    /// Messages have been lost: at the next look, nothing counts as announced.
+    void noteLoss() { mHasLost = true; }
     /// What is different now. A change of a port's state is told unless it was announced; one of a remote
     /// port unless the driver is one that announces RSCNs.
-    ZTFcEvents look(const ZTFcHosts& acrHosts, Time aNow);
+    void look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEvents);
     Counts takeCounts();
     /// Whether the host was there at the last look.
     bool isKnown(std::uint32_t aHost) const { return findBoard(aHost).has_value(); }
@@ -57,6 +61,7 @@ class ZTCFcWatcher {
     struct Board {
         std::uint32_t mHost = 0;
         bool mIsThere = true;
+        std::optional<Time> mArrived;    // when a look found it
         std::optional<Time> mAnnounced;  // when something about its link was, until its state has followed
         bool mHasRscns = false;          // its driver announces them
         std::uint64_t mNode = 0;
@@ -65,8 +70,10 @@ class ZTCFcWatcher {
     };
 
     void count(std::uint32_t aNumber);
-    std::uint32_t add(std::uint32_t aHost, const ZTSFcHost& acrHost);
-    void leave(std::uint32_t aBoard, ZTFcEvents& arEvents);
+    Board& add(std::uint32_t aHost, const ZTSFcHost& acrHost);
+    void leave(std::uint32_t aBoard, Time aNow, ZTFcEvents& arEvents);
+    void follow(std::uint32_t aBoard, const std::string& acrState, Time aNow, ZTFcEvents& arEvents);
+    bool isRecent(const std::optional<Time>& acrThen, Time aNow) const;
     void compare(std::uint32_t aBoard, const ZTSFcHost& acrNow, Time aNow, ZTFcEvents& arEvents);
     void compareRemotePorts(std::uint32_t aBoard, const ZTSFcHost& acrNow, ZTFcEvents& arEvents);
     std::optional<std::uint32_t> findBoard(std::uint32_t aHost) const;

@@ -5,7 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
+
+#include "Failure.h"
 
 namespace {
 
@@ -23,8 +27,11 @@ ZTCWaiting::ZTCWaiting() {
             sigaddset(&mBlocked, lSignal);
         }
     }
-    sigprocmask(SIG_BLOCK, &mBlocked, nullptr);
     mSignals = ZTCSensorDescriptor(signalfd(-1, &mBlocked, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!mSignals.isOpen()) {
+        throw ZTCScopeFailure(std::string("cannot wait for signals: ") + strerror(errno));
+    }
+    sigprocmask(SIG_BLOCK, &mBlocked, nullptr);
 }
 
 ZTCWaiting::~ZTCWaiting() {

@@ -13,7 +13,7 @@ class ZTCWaiting {
     using Clock = std::chrono::steady_clock;
     enum Reason : unsigned char { Time, Resize, End };
 
-    ZTCWaiting();
+    ZTCWaiting();  ///< throws ZTCScopeFailure, and nothing is held back
     ~ZTCWaiting();
     ZTCWaiting(const ZTCWaiting&) = delete;
     ZTCWaiting& operator=(const ZTCWaiting&) = delete;

@@ -108,6 +108,22 @@ TEST(Documents, TheProtocolHasTheWidthsAndLimitsOfTheCode) {
 #undef ZT_ROW
 }
 
+TEST(Documents, EveryLineOfTheLibraryForTheKernelIsExplained) {
+    std::set<std::string> lPage;
+    for (const Texts& lrCells : rowsOf(sOperations, "line | what it means | what to do")) {
+        lPage.insert(matchesIn(lrCells.at(0), "^`(.*)`$").at(0)[0]);
+    }
+    std::set<std::string> lCode;
+    for (const Texts& lrCall :
+         matchesIn(sourceOf("libdfc/fchost/Session.cpp"), "(?:note|lTell|snprintf)\\(([^;]*);")) {
+        for (const Texts& lrText : matchesIn(lrCall[0], "((?:\"(?:[^\"\\\\]|\\\\.)*\"\\s*)+)")) {
+            lCode.insert(joined(lrText[0]));
+        }
+    }
+    lCode.erase("%llu %s");  // before each sum
+    EXPECT_EQ(lPage, lCode);
+}
+
 // One side of the page's conversation: its messages, and what is said beside their bytes.
 struct Side {
     explicit Side(const char* apMark) {

@@ -30,7 +30,7 @@ get_kernel() {
     local package packages=(linux-image-*.deb) files=("${modules[@]/#/*/kernel/}")
     [[ ! -d kernel ]] || return 0
     if [[ ! -f ${packages[0]} ]]; then
-        package=$(apt-cache depends linux-image-amd64 | awk '/Depends: linux-image-/ { print $2; exit }')
+        package=$(apt-cache depends linux-image-amd64 | awk '/Depends: linux-image-/ && !seen++ { print $2 }')
         [[ -n $package ]] || die 'apt knows no linux-image-amd64: apt-get update?'
         printf 'vm: downloads %s\n' "$package"
         rm -rf download

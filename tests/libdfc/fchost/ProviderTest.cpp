@@ -162,11 +162,12 @@ TEST(FcProvider, DeliversToWhoIsRegistered) {
         for (std::size_t lAt = 0; (lAt = lLog.find("libdfc-fchost: ", lAt)) != std::string::npos;) {
             lLog.erase(lAt, 15);
         }
-        const std::string lRest = " have no kind: they are counted, and told when the library is closed\n";
-        EXPECT_EQ(lLog, "events with code 0x501" + lRest + "events with code 0xffff" + lRest +
-                            "1 events with code 0x501 had no kind\n3 events with code 0xffff had no kind\n"
-                            "1 events were of hosts that are not there\n1 messages were malformed\n"
-                            "1 messages were not the kernel's\n");
+        EXPECT_TRUE(
+            lLog.ends_with("1 events with code 0x501 had no kind\n3 events with code 0xffff had no kind\n"
+                           "1 events were of hosts that are not there, or not yet\n"
+                           "1 messages were malformed\n1 messages were not the kernel's\n"))
+            << lLog;
+        EXPECT_TRUE(lLog.starts_with("1 messages were malformed\n")) << lLog;  // told when it came
         lStand.mTree.remove("fc_host");
         ASSERT_EQ(lrTable.init(), 0);
         EXPECT_EQ(lrTable.number_of_adapters(), 0U);

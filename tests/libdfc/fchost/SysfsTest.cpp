@@ -76,10 +76,12 @@ TEST(FcSysfs, AnyAttributeMayBeAnything) {
                 lWay < 5 ? lOtherWays[lWay](lTree.pathOf(lrBelow)) : lTree.set(lrBelow, lTexts[lWay - 5]);
                 const auto lBroken = readFcHosts(lTree.getPath());
                 EXPECT_EQ(valuesOf(lBroken), lExpected);
-                EXPECT_EQ(lWatcher.look(lBroken.value(), {}), ZTFcEvents());
+                ZTFcEvents lEvents;
+                lWatcher.look(lBroken.value(), {}, lEvents);
                 lTree.remove(lrBelow);
                 lTree.set(lrBelow, lContent);
-                EXPECT_EQ(lWatcher.look(readFcHosts(lTree.getPath()).value(), {}), ZTFcEvents());
+                lWatcher.look(readFcHosts(lTree.getPath()).value(), {}, lEvents);
+                EXPECT_EQ(lEvents, ZTFcEvents());
             }
         }
     });
@@ -90,8 +92,9 @@ TEST(FcSysfs, NamesAndFolders) {
     const ZTCFcTestTree lTree;
     for (const char* const lpName :
          {"host", "hostx", "host1x", "host-1", "host4294967296", "xhost1", "host12"}) {
-        lTree.add(std::string("fc_host/") + lpName,
-                  {{"permanent_port_name", "0x7"}, {"port_name", "0xffffffffffffffff"}});
+        lTree.add(
+            std::string("fc_host/") + lpName,
+            {{"permanent_port_name", "0x7"}, {"port_name", "0xffffffffffffffff"}, {"node_name", "0x0"}});
     }
     for (const char* const lpName :
          {"rport-12:0-0", "rport-1:0-0", "rport-12", "rport-:0-0", "port-12:0-1"}) {
@@ -100,9 +103,14 @@ TEST(FcSysfs, NamesAndFolders) {
     symlink("nowhere", lTree.pathOf("fc_host/host13").c_str());  // gone since its name was read
     const auto lHosts = readFcHosts(lTree.getPath()).value();
     ASSERT_EQ(lHosts.size(), 1U);
-    EXPECT_EQ(lHosts.at(12).mPort, 7U);
+    EXPECT_FALSE(lHosts.at(12).mPort);
+    EXPECT_FALSE(lHosts.at(12).mNode);
+    EXPECT_EQ(lHosts.at(12).mPermanentPort, 7U);
     ASSERT_EQ(lHosts.at(12).mRemotePorts.size(), 1U);
     EXPECT_FALSE(lHosts.at(12).mRemotePorts.at("rport-12:0-0").mPortId);
+    symlink("host14", lTree.pathOf("fc_host/host14").c_str());  // who knows
+    EXPECT_FALSE(readFcHosts(lTree.getPath()));
+    lTree.remove("fc_host/host14");
     for (const char* const lpFolder : {"fc_remote_ports", "fc_host"}) {
         lTree.remove(lpFolder);
         EXPECT_TRUE(readFcHosts(lTree.getPath())) << lpFolder;

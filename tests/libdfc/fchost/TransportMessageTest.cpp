@@ -14,15 +14,16 @@ std::string read(const std::string& acrBytes) {
     std::ostringstream lText;
     lText << std::hex;
     const auto lBad = readTransportMessages(lpExact.get(), acrBytes.size(), [&](const ZTSFcMessage& acrOne) {
-        lText << acrOne.mHost << " " << acrOne.mNumber << " " << acrOne.mCode << " " << acrOne.mData << ", ";
+        lText << acrOne.mHost << " " << acrOne.mNumber << " " << acrOne.mCode << " ";
+        acrOne.mData ? lText << *acrOne.mData << ", " : lText << "-, ";
     });
     lText << "bad " << lBad;
     return lText.str();
 }
 
 TEST(FcMessage, WholeAndCutShortAtEachByte) {
-    const std::pair<std::string, const char*> sData[] = {{"", "0"},
-                                                         {"\1\2\3", "0"},
+    const std::pair<std::string, const char*> sData[] = {{"", "-"},
+                                                         {"\1\2\3", "-"},
                                                          {"\4\3\2\1", "1020304"},
                                                          {"\4\3\2\1\5", "1020304"},
                                                          {std::string(2048, '\x11'), "11111111"}};
@@ -54,7 +55,7 @@ TEST(FcMessage, HeadersThatLie) {
                  {lNext + "bad 1", 0, 4, {55}},
                  {"1 2 3 7, bad 0", 0, 4, {112}},
                  {lNext + "bad 1", 22, 2, {0, 35, 39, 41, 0xffff}},
-                 {"1 2 3 0, " + lNext + "bad 0", 42, 2, {0, 3}},
+                 {"1 2 3 -, " + lNext + "bad 0", 42, 2, {0, 3}},
                  {lNext + "bad 1", 42, 2, {5, 0xffff}},
                  {lNext + "bad 0", 4, 2, {0, 0x10, 0x12}},
                  {lNext + "bad 0", 20, 2, {0, 0x0101}},

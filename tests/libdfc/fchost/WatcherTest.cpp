@@ -1,13 +1,14 @@
 // What is told as an event: each change once.
 #include <random>
 
+#include "FailingAllocator.h"
 #include "TestSupport.h"
 #include "Watcher.h"
 
 namespace {
 
 ZTSFcHost hostOf(std::uint64_t aPort, std::uint64_t aIdentity = 1, const std::string& acrState = "Online") {
-    return {aIdentity, acrState, {}, aPort != 0 ? std::optional(aPort) : std::nullopt, {}, {}};
+    return {aIdentity, acrState, {}, aPort != 0 ? std::optional(aPort) : std::nullopt, {}, {}, {}};
 }
 
 std::string nameOf(const ZTSFcEvent& acrEvent) {
@@ -21,21 +22,27 @@ struct ZTSFcTestWatch {
     explicit ZTSFcTestWatch(const ZTFcHosts& acrHosts = {{3, hostOf(1)}})
         : mHosts(acrHosts), mWatcher(acrHosts, std::chrono::seconds(2)) {}
 
-    static std::string textOf(const ZTFcEvents& acrEvents) {
+    std::string takeEvents() {
         std::string lText;
-        for (const ZTSFcEvent& lrEvent : acrEvents) {
+        for (const ZTSFcEvent& lrEvent : std::exchange(mEvents, {})) {
             lText += (lText.empty() ? "" : ", ") + nameOf(lrEvent);
         }
         return lText;
     }
-    std::string look() { return textOf(mWatcher.look(mHosts, mNow)); }
-    std::string announce(std::uint32_t aCode, std::uint16_t aHost = 3, std::uint32_t aData = 0) {
-        return textOf(mWatcher.announce({aHost, mNumber++, aCode, aData}, mNow));
+    std::string look() {
+        mWatcher.look(mHosts, mNow, mEvents);
+        return takeEvents();
+    }
+    std::string announce(std::uint32_t aCode, std::uint16_t aHost = 3,
+                         std::optional<std::uint32_t> aData = 0) {
+        mWatcher.announce({aHost, mNumber++, aCode, aData}, mNow, mEvents);
+        return takeEvents();
     }
 
     ZTFcHosts mHosts;
     ZTCFcWatcher mWatcher;
     ZTCFcWatcher::Time mNow{};
+    ZTFcEvents mEvents;
     std::uint32_t mNumber = 1;
 };
 
@@ -56,18 +63,20 @@ TEST(FcWatcher, Announcements) {
     const auto lCounts = lWatch.mWatcher.takeCounts();
     EXPECT_EQ(lCounts.mWithoutKind, lWithoutKind);
     EXPECT_EQ(lCounts.mOfUnknownHosts, lKinds.size() - lWithoutKind.size());
-    EXPECT_TRUE(lWatch.mWatcher.takeCounts().mWithoutKind.empty());
+    EXPECT_EQ(lWatch.announce(ZTFCC_Rscn, 7, {}), "");  // it names no page
+    EXPECT_EQ(lWatch.mWatcher.takeCounts().mWithoutKind, decltype(lWithoutKind)({{ZTFCC_Rscn, 1}}));
 }
 
 TEST(FcWatcher, StatesAnnouncedAndNot) {
     const struct {
         int mAt;
         const char *mpState, *mpEvents;  // the state "+" is an announcement, "!" a loss
-    } sSteps[] = {{0, "", ""},           {3, "Linkdown", "link 0"},  {4, "Linkdown", ""},
-                  {5, "+", "link 0"},    {6, "Offline", ""},         {7, "Online", "link 0"},
-                  {10, "+", "link 0"},   {11, "+", "link 0"},        {2011, "Offline", ""},
-                  {3000, "+", "link 0"}, {5001, "Online", "link 0"}, {6000, "+", "link 0"},
-                  {6001, "!", ""},       {6002, "Offline", "link 0"}};
+    } sSteps[] = {{0, "", ""},           {3, "Linkdown", "link 0"},   {4, "Linkdown", ""},
+                  {5, "+", "link 0"},    {6, "Offline", ""},          {7, "Online", "link 0"},
+                  {10, "+", "link 0"},   {11, "+", "link 0"},         {2011, "Offline", ""},
+                  {3000, "+", "link 0"}, {5001, "Online", "link 0"},  {6000, "+", "link 0"},
+                  {6001, "!", ""},       {6002, "Offline", "link 0"}, {9000, "!", ""},
+                  {9001, "+", "link 0"}, {9002, "Online", "link 0"},  {9003, "Offline", "link 0"}};
     ZTSFcTestWatch lWatch;
     for (const auto& [lAt, lpState, lpEvents] : sSteps) {
         lWatch.mNow = ZTCFcWatcher::Time() + std::chrono::milliseconds(lAt);
@@ -138,13 +147,57 @@ TEST(FcWatcher, HostsComeAndGo) {
         {{{11, hostOf(1)}}, "arrival 0"},
         {{{12, hostOf(0)}}, "link 0"},
         {{{12, hostOf(0)}}, "arrival 5"},  // or never will be
-        {{{12, hostOf(4)}}, ""}};
+        {{{12, hostOf(9)}}, ""},
+        {{}, "link 5"},
+        {{{13, {1, "Online", {}, {}, 9, {}, {}}}}, "arrival 5"},  // its adapter's name is as good
+        {{{13, hostOf(6)}}, ""},
+        {{{13, {1, "Online", {}, {}, 9, {}, {}}}}, ""}};  // but not once a port has had its own
     for (const auto& [lrHosts, lrEvents] : lSteps) {
         lWatch.mHosts = lrHosts;
         EXPECT_EQ(lWatch.look(), lrEvents);
     }
     EXPECT_EQ(lWatch.mWatcher.countBoards(), 6U);
-    EXPECT_EQ(lWatch.mWatcher.getPort(5), 4U);
+    EXPECT_EQ(lWatch.mWatcher.getPort(5), 6U);
+}
+
+// What is announced of a host's coming and going, and found by a look, is one event.
+TEST(FcWatcher, ComingsAndGoingsThatAreAnnounced) {
+    ZTSFcTestWatch lWatch;
+    EXPECT_EQ(lWatch.announce(ZTFCC_LinkDown), "link 0");
+    lWatch.mHosts = {{7, hostOf(2)}};
+    EXPECT_EQ(lWatch.look(), "arrival 1");
+    EXPECT_EQ(lWatch.announce(ZTFCC_AdapterChange, 7), "");
+    lWatch.mNow += std::chrono::seconds(3);
+    EXPECT_EQ(lWatch.announce(ZTFCC_AdapterChange, 7), "arrival 1");
+}
+
+// Whichever allocation fails: each change is told once, then or at the next look.
+TEST(FcWatcher, TellsEachChangeOnceWhenMemoryRunsOut) {
+    const std::string lLong(64, 'n');  // names and states that have to be allocated
+    ZTFcHosts lBefore{{1, hostOf(1)}, {2, hostOf(2)}, {3, hostOf(3)}};
+    lBefore[1].mRemotePorts = {{lLong + "a", {5, lLong}}, {lLong + "b", {6, lLong}}};
+    lBefore[2].mRemotePorts = {{lLong + "c", {7, lLong}}};
+    lBefore[1].mCounters[0] = 1;
+    ZTFcHosts lAfter{{1, hostOf(1, 1, lLong)}, {3, hostOf(3)}, {4, hostOf(4)}, {5, hostOf(5)}};
+    lAfter[1].mRemotePorts = {{lLong + "b", {6, lLong + "x"}}, {lLong + "d", {8, lLong}}};
+    lAfter[1].mCounters[0] = 2;
+    const std::string lExpected =
+        "link 0, error 0, rscn 0 5, rscn 0 6, rscn 0 8, link 1, rscn 1 7, arrival 3, arrival 4";
+    bool lHasFailed = true;
+    for (unsigned int lFailing = 1; lHasFailed; ++lFailing) {
+        ZTSFcTestWatch lWatch(lBefore);
+        alignas(FailingAllocator) unsigned char lRoom[sizeof(FailingAllocator)];
+        auto* const lpAllocator =
+            new (lRoom) FailingAllocator(lFailing);  // its end would give back what is kept
+        try {
+            lWatch.mWatcher.look(lAfter, {}, lWatch.mEvents);
+        } catch (const std::bad_alloc&) {
+        }
+        lpAllocator->stop();
+        lHasFailed = lpAllocator->hasFailed();
+        lWatch.mWatcher.look(lAfter, {}, lWatch.mEvents);
+        EXPECT_EQ(lWatch.takeEvents(), lExpected) << lFailing;
+    }
 }
 
 TEST(FcWatcher, EventNumbers) {
@@ -167,6 +220,20 @@ TEST(FcWatcher, EventNumbers) {
         }
         EXPECT_EQ(lWatch.mWatcher.takeCounts().mLost, lLost) << lrNumbers.back();
     }
+    ZTSFcTestWatch lWatch;
+    const auto lCountAt = [&](std::uint32_t aNumber) {
+        lWatch.mNumber = aNumber;
+        lWatch.announce(ZTFCC_Lip);
+        const auto lCounts = lWatch.mWatcher.takeCounts();
+        return std::pair(lCounts.mLost, lCounts.mLate);
+    };
+    EXPECT_EQ(lCountAt(50), std::pair(0UL, 0UL));
+    EXPECT_EQ(lCountAt(52), std::pair(1UL, 0UL));
+    EXPECT_EQ(lCountAt(51), std::pair(0UL, 1UL));
+    lWatch.mHosts.clear();  // as when the transport is loaded anew
+    lWatch.look();
+    EXPECT_EQ(lCountAt(1), std::pair(0UL, 0UL));
+    EXPECT_EQ(lCountAt(4), std::pair(2UL, 0UL));
 }
 
 TEST(FcWatcher, ThousandHostsAndTheirRemotePorts) {
@@ -219,7 +286,8 @@ TEST(FcWatcher, ThousandHostsAndTheirRemotePorts) {
             }
         }
         std::vector<std::string> lEvents;
-        for (const ZTSFcEvent& lrEvent : lWatch.mWatcher.look(lrHosts, {})) {
+        lWatch.mWatcher.look(lrHosts, {}, lWatch.mEvents);
+        for (const ZTSFcEvent& lrEvent : std::exchange(lWatch.mEvents, {})) {
             lEvents.push_back(nameOf(lrEvent));
         }
         std::sort(lEvents.begin(), lEvents.end());
