@@ -17,7 +17,7 @@ inline constexpr char ZTTestCommandPipe[] = "vrxscacmd.fifo";
 inline constexpr char ZTTestOutputPipe[] = "vrxscaout.fifo";
 
 /// Seconds in which what takes at most one is done on a busy machine too.
-inline constexpr unsigned int ZTTestSoon = ZTIsSanitized ? 10 : 3;
+inline constexpr unsigned int ZTTestSoon = 10;
 
 /// The bytes of hexadecimal digits; blanks between them are passed over.
 inline std::string bytesOf(const std::string& acrDigits) {
@@ -56,14 +56,6 @@ inline std::set<std::string> namesIn(const ZTCTestDirectory& acrDirectory) {
         lNames.insert(lrEntry.path().filename());
     }
     return lNames;
-}
-
-inline std::size_t countIn(const std::string& acrText, const std::string& acrPart) {
-    std::size_t lCount = 0;
-    for (std::size_t lAt = 0; (lAt = acrText.find(acrPart, lAt)) != std::string::npos; ++lAt) {
-        ++lCount;
-    }
-    return lCount;
 }
 
 inline int unreadIn(const ZTCDescriptor& acrPipe) {

@@ -4,36 +4,25 @@
 #include "SimClient.h"
 
 /// A run of the program in an agent's directory. Its times are UTC, and its output is no terminal.
-class ZTCScopeRun {
+class ZTCScopeRun : public ZTCTestChild {
   public:
-    ZTCScopeRun(const std::string& acrDirectory, const ZTCTestChild::Arguments& acrArguments)
-        : mChild(commandOf(acrArguments), {"ZT_VRX_SENSOR_DIR=" + acrDirectory, "TZ=UTC", "NO_COLOR"}) {}
+    ZTCScopeRun(const std::string& acrDirectory, const Arguments& acrArguments)
+        : ZTCTestChild(commandOf(acrArguments), {"ZT_VRX_SENSOR_DIR=" + acrDirectory, "TZ=UTC", "NO_COLOR"}) {
+    }
 
-    int waitForEnd() { return mChild.waitForEnd(); }
-    std::string getOut() const { return mChild.getOut(); }
-    std::string getErr() const { return mChild.getErr(); }
-    pid_t getProcess() const { return mChild.getProcess(); }
-    void interrupt() const { kill(mChild.getProcess(), SIGINT); }
+    void interrupt() const { kill(getProcess(), SIGINT); }
 
   private:
-    static ZTCTestChild::Arguments commandOf(ZTCTestChild::Arguments aArguments) {
+    static Arguments commandOf(Arguments aArguments) {
         aArguments.insert(aArguments.begin(), ZT_VRX_SCOPE);
         return aArguments;
     }
-
-    ZTCTestChild mChild;
 };
 
-struct ZTSScopeResult {
-    int mStatus;
-    std::string mOut;
-    std::string mErr;
-};
+using ZTSScopeResult = ZTSTestEnd;
 
 inline ZTSScopeResult runScope(const std::string& acrDirectory, const ZTCTestChild::Arguments& acrArguments) {
-    ZTCScopeRun lRun(acrDirectory, acrArguments);
-    const int lStatus = lRun.waitForEnd();
-    return {lStatus, lRun.getOut(), lRun.getErr()};
+    return runChild<ZTCScopeRun>(acrDirectory, acrArguments);
 }
 
 /// A run that must do what it was asked for: its output.

@@ -78,6 +78,25 @@ inline bool contains(const std::string& acrText, const std::string& acrPart) {
     return acrText.find(acrPart) != std::string::npos;
 }
 
+inline std::size_t countIn(const std::string& acrText, const std::string& acrPart) {
+    std::size_t lCount = 0;
+    for (std::size_t lAt = 0; (lAt = acrText.find(acrPart, lAt)) != std::string::npos; ++lAt) {
+        ++lCount;
+    }
+    return lCount;
+}
+
+template <class Exception, class Work>
+void expectThrown(const Work& acrWork, const std::string& acrText, unsigned int aCode) {
+    try {
+        acrWork();
+        FAIL() << "nothing was thrown instead of " << acrText;
+    } catch (const Exception& lrException) {
+        EXPECT_EQ(lrException.what(), acrText);
+        EXPECT_EQ(lrException.getCode(), aCode);
+    }
+}
+
 /// A new directory, removed with all that is in it.
 class ZTCTestDirectory {
   public:
@@ -200,9 +219,9 @@ struct ZTSTestEnd {
     std::string mErr;
 };
 
-template <class... Start>
+template <class Child = ZTCTestChild, class... Start>
 ZTSTestEnd runChild(const Start&... acrStart) {
-    ZTCTestChild lChild(acrStart...);
+    Child lChild(acrStart...);
     const int lStatus = lChild.waitForEnd();
     return {lStatus, lChild.getOut(), lChild.getErr()};
 }

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <latch>
 #include <string>
 #include <thread>
 #include <vector>
@@ -172,22 +171,5 @@ TEST(PointerDeathTest, EndsTheProcessWhenMisused) {
         EXPECT_EXIT(useBroken(lrCase.mHasObject, lrCase.mHasCount, lrCase.mSizeType, lrCase.mMemoryType,
                               lrCase.mpUse),
                     ::testing::ExitedWithCode(1), recordOf(lrCase.mLine, lrCase.mpFunction, lrCase.mpText));
-    }
-}
-
-TEST(PointerDeathTest, TellsOfOneFailureWhenThreadsFailAtOnce) {
-    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-    const auto lFailTogether = [] {
-        std::latch lStart(8);
-        std::vector<std::jthread> lThreads;
-        while (lThreads.size() < 8) {
-            lThreads.emplace_back([&lStart] {
-                lStart.arrive_and_wait();
-                Pointer().get();
-            });
-        }
-    };
-    for (int lRound = 0; lRound < 10; ++lRound) {
-        EXPECT_EXIT(lFailTogether(), ::testing::ExitedWithCode(1), recordOf(614, "get", sNoObject));
     }
 }

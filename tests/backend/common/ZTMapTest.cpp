@@ -1,28 +1,12 @@
-#include <gtest/gtest.h>
-
+#include "TestSupport.h"
 #include "ZTMap.h"
 #include "ZTString.h"
 
-TEST(ZTMap, RefusesASecondValueForAKeyAndKeepsTheFirst) {
+TEST(ZTMap, KeepsTheFirstValueOfAKeyAndSaysThatOneIsAbsent) {
     ZTMap<ZTCString, int> lMap;
     lMap.insert("key", 1);
-    try {
-        lMap.insert("key", 2);
-        FAIL() << "the key was inserted twice";
-    } catch (const ZTCExistsEx& lrException) {
-        EXPECT_STREQ(lrException.what(), "Element already exists in map.. can't insert");
-        EXPECT_EQ(lrException.getCode(), 10U);
-    }
+    expectThrown<ZTCExistsEx>([&] { lMap.insert("key", 2); }, "Element already exists in map.. can't insert",
+                              10);
     EXPECT_EQ(lMap.get("key"), 1);
-}
-
-TEST(ZTMap, SaysThatAKeyIsAbsent) {
-    const ZTMap<ZTCString, int> lMap;
-    try {
-        lMap.get("key");
-        FAIL() << "a value was found";
-    } catch (const ZTCNotFoundEx& lrException) {
-        EXPECT_STREQ(lrException.what(), "No element for the key exists in map");
-        EXPECT_EQ(lrException.getCode(), 8U);
-    }
+    expectThrown<ZTCNotFoundEx>([&] { lMap.get("other"); }, "No element for the key exists in map", 8);
 }

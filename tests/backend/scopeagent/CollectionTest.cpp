@@ -212,8 +212,10 @@ TEST(Collection, PassesItsLimitByOneEventAThreadAtMostAndLosesNothingUncounted) 
             lIsRunning = false;
         });
         for (unsigned int lRound = 0; lIsRunning; ++lRound) {
+            EXPECT_TRUE(lRound % 8 != 0 || waitUntil([&] {
+                            return !lIsRunning || arCollection.getSystem().isTotalLimitOnScopeDataReached();
+                        }));
             lTake();
-            std::this_thread::sleep_for(std::chrono::milliseconds(lRound % 8 * 4));
         }
         lHammers.join();
         lTake();

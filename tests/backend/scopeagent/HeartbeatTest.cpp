@@ -126,17 +126,7 @@ const std::pair<const char*, void (*)()> sCases[] = {
          EXPECT_TRUE(contains(lWatch.story(), " alive beat beat")) << lWatch.story();
      }},
     {"no process", [] { endsAfter(sNoProcess, sSilentAndGone); }},
-    {"no number", [] { endsAfter("sensor\n", sSilentAndGone); }},
-    {"a number with something behind it",
-     [] { endsAfter(std::to_string(getpid()) + "x\n", sSilentAndGone); }},
-    {"a number that stands for all processes", [] { endsAfter("-1\n", sSilentAndGone); }},
     {"no file", [] { endsAfter("", " beat missing beat missing check gone"); }},
-    {"ended, and not yet collected",
-     [] {
-         const ZTCTestChild lSensor([] { _exit(0); });
-         EXPECT_TRUE(waitUntil([&] { return !lSensor.isAlive(); }));
-         endsAfter(std::to_string(lSensor.getProcess()), sSilentAndGone);
-     }},
     {"a file that comes late, and does not change",
      [] {
          Watch lWatch;

@@ -54,54 +54,32 @@ TEST(Lifecycle, WhatItMakesIsItsOwnAndGoneAtTheEnd) {
 // Parts of the records, in their order.
 constexpr const char* sRecords[] = {
     "main: Starting the ScopeAgent",
-    "sCreateRtdir: '/tmp' already exists... continuing",
     " init: Entered",
-    "init: Performing ScopeAgent system data initialization",
     "initLibdfc: Left",
     "Creating HeartbeatHandler Conditional...",
     "Creating CommandHandler Conditional...",
     "Creating ScopeAgent Command Reader IPC...",
-    "ZTCNamedPipeReaderServer: Entered",
     "Opening ScopeAgent Command Reader IPC...",
     "Creating Output IPC...",
-    "ZTCNamedPipeWriterServer: Entered",
     "Opening Response Pipe Writer Server...",
     "Creating ScopeAgent Protocol Handler...",
-    "-N- ScopeAgentSystem",
     "Creating the Heartbeat Handler Thread object...Timeout = 240",
-    "ZTCScopeAgentHeartbeatHandler: Left",
     "Creating Command Handler Thread object...",
-    "ScopeAgentSystem:",
     " init: Left",
-    "createThreads: Entered",
     "startThreads: Entered",
     "Waiting for control availability...",
-    "sReadAndProcessCommand: Entered",
     "process: Command to handle: 5",
-    "createFailedResponse: Creating Failed Response...",
     "createFailedResponse: Left",
-    "process: Left",
-    "sReadAndProcessCommand: Left",
     "Waiting for control availability...",
     "process: Command to handle: 4",
-    "handleShutDownCommand: Entered",
     "closeLibdfc: Entered",
-    "createSuccessResponse: Left",
     "handleShutDownCommand: Left",
-    "-H- ScopeAgentCommandHandler",
     "Exiting ScopeAgentCommandHandler thread with error : Shutting down ScopeAgent\n",
     "makeThreadsToExit: Entered",
-    "CommandHandlerThreadProcedure: Left",
     " destroy: Entered",
     "Closing and Destroying Command Pipe...",
     "Closing and Destroying Output Pipe...",
-    "-T- ScopeAgentSystem",
-    "Performing common system data destruction",
-    " destroy: Left",
-    "postDestroy: Entered",
-    "Performing common system destruction",
     "postDestroy: Left",
-    "-H- ScopeAgentMain",
     "ScopeAgent System exiting"};
 
 TEST(Lifecycle, IsToldInItsOrder) {
@@ -126,7 +104,7 @@ TEST(Lifecycle, IsToldInItsOrder) {
 
 // Before it takes signals, one may end it at once: then there is nothing yet to be left over.
 TEST(Lifecycle, StormsOfSignalsEndItInOrderOrNotAtAll) {
-    constexpr int lSignals[] = {SIGTERM, SIGINT, SIGHUP};
+    constexpr int lSignals[] = {SIGTERM, SIGINT, SIGHUP, SIGPIPE};
     std::minstd_rand lRandom(1);
     for (const bool lIsStarting : {true, false}) {
         for (unsigned int lRound = 0; lRound < 10; ++lRound) {
@@ -147,7 +125,7 @@ TEST(Lifecycle, StormsOfSignalsEndItInOrderOrNotAtAll) {
             const int lStatus = lAgent.waitForEnd();
             if (lStatus != 0) {
                 EXPECT_TRUE(lIsStarting && namesIn(lDirectory).empty()) << lStatus << lAgent.getLog();
-                EXPECT_EQ(countIn("129 130 143", std::to_string(lStatus)), 1U) << lStatus;
+                EXPECT_EQ(countIn("129 130 141 143", std::to_string(lStatus)), 1U) << lStatus;
             } else {
                 EXPECT_EQ(namesIn(lDirectory), std::set<std::string>{ZTTestLog});
                 EXPECT_EQ(countIn(lAgent.getLog(), "Ending on signal "), 1U);
@@ -184,13 +162,20 @@ TEST(Lifecycle, StartsAtOnceAfterASuddenDeath) {
 TEST(Lifecycle, ADaemonCanBeSpokenToWhenItsCommandReturns) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const ZTCTestDirectory lDirectory;
-    for (unsigned int lRound = 0; lRound < 10; ++lRound) {
+    for (unsigned int lRound = 0; lRound < 5; ++lRound) {
         const ZTSTestEnd lStart =
             runChild(ZTCTestAgent::commandOf({}, {}), ZTCTestAgent::environmentOf(lDirectory));
-        EXPECT_EQ(lStart.mStatus, 0) << lStart.mErr;
+        ASSERT_EQ(lStart.mStatus, 0) << lStart.mErr;
         const ZTCDescriptor lCommands(open((lDirectory / ZTTestCommandPipe).c_str(), O_WRONLY | O_NONBLOCK));
         ASSERT_TRUE(lCommands.isOpen());
+        EXPECT_EQ(lStart.mOut + lStart.mErr, "");
         ZTCTestProcess lDaemon(std::stoi(readFile(lDirectory / ZTTestPidFile)));
+        const std::string lProcess = "/proc/" + std::to_string(lDaemon.getProcess());
+        EXPECT_EQ(std::filesystem::read_symlink(lProcess + "/cwd"), "/");
+        for (const char* const lpStream : {"/fd/0", "/fd/1", "/fd/2"}) {
+            EXPECT_EQ(std::filesystem::read_symlink(lProcess + lpStream), "/dev/null");
+        }
+        EXPECT_EQ(getsid(lDaemon.getProcess()), lDaemon.getProcess());
         EXPECT_EQ(ZTCTestSensor(lDirectory).ask(messageOf(lRound, "\x04")), successOf(lRound));
         EXPECT_EQ(lDaemon.waitForEnd(ZTTestSoon), 0);
         EXPECT_EQ(namesIn(lDirectory), std::set<std::string>{ZTTestLog});

@@ -1,5 +1,3 @@
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <list>
 
@@ -85,16 +83,6 @@ TEST_F(ProcessInstanceManagerTest, BelievesTheLockAndNotTheNumber) {
     EXPECT_TRUE(lBystander.isAlive());
 }
 
-TEST_F(ProcessInstanceManagerTest, StartsAtOnceAfterAnInstanceThatWasKilled) {
-    for (int lTry = 0; lTry < 3; ++lTry) {
-        ZTCTestChild lInstance(sStart, mEnvironment);
-        ASSERT_TRUE(waitUntil([&] { return isRunning(lInstance); })) << lInstance.getErr();
-        kill(lInstance.getProcess(), SIGKILL);
-        EXPECT_EQ(lInstance.waitForEnd(), 128 + SIGKILL);
-        EXPECT_TRUE(std::filesystem::exists(mPidFile));
-    }
-}
-
 TEST_F(ProcessInstanceManagerTest, KeepsTheLockWhateverElseUsesTheFile) {
     const ZTSTestEnd lEnd = runChild([&] {
         ZTCProcessInstanceManager lManager(mPidFile.c_str());
@@ -152,49 +140,6 @@ TEST_F(ProcessInstanceManagerTest, IsNeverHeldByTwo) {
     }
     for (ZTCTestChild& lrChild : lAll) {
         EXPECT_EQ(lrChild.waitForEnd(), 0) << lrChild.getOut();
-    }
-}
-
-TEST_F(ProcessInstanceManagerTest, RefusesAndLeavesWhatIsNoPidFileOfOurs) {
-    const std::string lTarget = mDirectory / "target";
-    writeFile(lTarget, "untouched");
-    const struct {
-        const char* mpName;
-        std::function<void()> mMake;
-    } lRows[] = {
-        {"symbolic link", [&] { symlink(lTarget.c_str(), mPidFile.c_str()); }},
-        {"dangling link", [&] { symlink((mDirectory / "nothing").c_str(), mPidFile.c_str()); }},
-        {"hard link", [&] { link(lTarget.c_str(), mPidFile.c_str()); }},
-        {"directory", [&] { mkdir(mPidFile.c_str(), 0755); }},
-        {"pipe", [&] { mkfifo(mPidFile.c_str(), 0600); }},
-        {"another user's",
-         [&] {
-             writeFile(mPidFile, "1\n");
-             if (chown(mPidFile.c_str(), 12345, 12345) != 0) {
-                 unlink(mPidFile.c_str());
-                 symlink(lTarget.c_str(), mPidFile.c_str());  // only root can give a file away
-             }
-         }},
-    };
-    for (const auto& lrRow : lRows) {
-        SCOPED_TRACE(lrRow.mpName);
-        lrRow.mMake();
-        struct stat lBefore {};
-        lstat(mPidFile.c_str(), &lBefore);
-        for (const ZTCTestChild::Arguments& lrCommand : {sStart, sStop}) {
-            const ZTSTestEnd lEnd = runChild(lrCommand, mEnvironment);
-            EXPECT_EQ(lEnd.mStatus, lrCommand == sStart ? 0 : 1);
-            EXPECT_TRUE(contains(lEnd.mErr, mPidFile)) << lEnd.mErr;
-            EXPECT_EQ(std::count(lEnd.mErr.begin(), lEnd.mErr.end(), '\n'), 1) << lEnd.mErr;
-        }
-        struct stat lAfter {};
-        lstat(mPidFile.c_str(), &lAfter);
-        EXPECT_EQ(lAfter.st_ino, lBefore.st_ino);
-        EXPECT_EQ(lAfter.st_size, lBefore.st_size);
-        EXPECT_EQ(lAfter.st_mode, lBefore.st_mode);
-        EXPECT_EQ(readFile(lTarget), "untouched");
-        EXPECT_FALSE(std::filesystem::exists(mDirectory / "nothing"));
-        std::filesystem::remove_all(mPidFile);
     }
 }
 

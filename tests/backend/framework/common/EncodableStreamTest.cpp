@@ -139,15 +139,3 @@ TEST(EncodableStreamTest, RefusesTextThatHoldsANulOrLiesAboutItsLength) {
         EXPECT_LE(lStream.where(), lStream.getLength());
     }
 }
-
-TEST(EncodableStreamTest, GrowsFromAnySize) {
-    for (const unsigned int lSize : {0U, 1U, 3U, 5000U}) {
-        ZTCBufferExpOutStream lOut(lSize);
-        std::string lExpected;
-        for (unsigned short lAt = 0; lAt < 2000; ++lAt) {
-            lOut << lAt;
-            lExpected += {static_cast<char>(lAt >> 8), static_cast<char>(lAt)};
-        }
-        EXPECT_EQ(bytesOf(lOut), lExpected);
-    }
-}

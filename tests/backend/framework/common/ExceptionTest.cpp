@@ -1,68 +1,7 @@
-#include <gtest/gtest.h>
-
 #include <cerrno>
-#include <string>
-#include <type_traits>
 
 #include "Exception.h"
-
-namespace {
-
-template <class Handled, class Thrown>
-bool isCaughtBy() {
-    try {
-        throw Thrown("text", 7);
-    } catch (const Handled& lrException) {
-        return lrException.what() == std::string("text") && lrException.getCode() == 7;
-    } catch (...) {
-        return false;
-    }
-}
-
-// The handlers that catch the class, as letters: root, generic, halt, system, operation, C library.
-template <class Thrown>
-std::string handlersOf() {
-    static_assert(std::is_nothrow_constructible_v<Thrown, const char*, unsigned int>);
-    const std::pair<char, bool> lHandlers[] = {
-        {'R', isCaughtBy<ZTCException, Thrown>()},    {'G', isCaughtBy<ZTCGenericException, Thrown>()},
-        {'H', isCaughtBy<ZTCHaltEx, Thrown>()},       {'S', isCaughtBy<ZTCOsException, Thrown>()},
-        {'O', isCaughtBy<ZTCOpsException, Thrown>()}, {'C', isCaughtBy<ZTCClibEx, Thrown>()}};
-    std::string lLetters;
-    for (const auto& [lLetter, lIsCaught] : lHandlers) {
-        lLetters.append(lIsCaught ? 1 : 0, lLetter);
-    }
-    return lLetters;
-}
-
-template <class Exception, class Work>
-void expectThrown(Work aWork, const std::string& acrText, unsigned int aCode) {
-    try {
-        aWork();
-        FAIL() << "nothing was thrown instead of " << acrText;
-    } catch (const Exception& lrException) {
-        EXPECT_EQ(lrException.what(), acrText);
-        EXPECT_EQ(lrException.getCode(), aCode);
-    }
-}
-
-}  // namespace
-
-TEST(ExceptionTest, IsCaughtByTheHandlersOfItsFamilies) {
-    EXPECT_EQ(handlersOf<ZTCException>(), "R");
-    EXPECT_EQ(handlersOf<ZTCExistsEx>(), "RG");
-    EXPECT_EQ(handlersOf<ZTCNotFoundEx>(), "RG");
-    EXPECT_EQ(handlersOf<ZTCInvalidEx>(), "RG");
-    EXPECT_EQ(handlersOf<ZTCNotImplementedEx>(), "RG");
-    EXPECT_EQ(handlersOf<ZTCNoMemoryEx>(), "RGH");
-    EXPECT_EQ(handlersOf<ZTCExitConditionEx>(), "RGH");
-    EXPECT_EQ(handlersOf<ZTCShutDownEx>(), "RGH");
-    EXPECT_EQ(handlersOf<ZTCQuitThreadEx>(), "RGH");
-    EXPECT_EQ(handlersOf<ZTCTimeOutEx>(), "RS");
-    EXPECT_EQ(handlersOf<ZTCHeartbeatFailedEx>(), "RO");
-    EXPECT_EQ(handlersOf<ZTCClibStatFailedEx>(), "RC");
-    EXPECT_EQ(handlersOf<ZTCClibUtimeFailedEx>(), "RC");
-    EXPECT_EQ(handlersOf<ZTCClibGetProcStatusFailedEx>(), "RC");
-}
+#include "TestSupport.h"
 
 TEST(ExceptionTest, KeepsACopyOfTheTextThatIsCutWhenItIsLong) {
     constexpr unsigned int lMost = ZTCException::MaxText;

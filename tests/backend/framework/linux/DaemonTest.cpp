@@ -1,4 +1,3 @@
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -11,11 +10,7 @@ namespace {
 
 class DaemonTest : public ::testing::Test {
   protected:
-    // A daemon whose starter has gone is left to this process, and so can be collected here.
-    DaemonTest() { prctl(PR_SET_CHILD_SUBREAPER, 1); }
-
     std::string log() const { return readFile(mDirectory / "zt-test.log"); }
-    pid_t readPid() const { return static_cast<pid_t>(strtol(readFile(mPidFile).c_str(), nullptr, 10)); }
     bool isLocked() const {
         const ZTCDescriptor lFile(open(mPidFile.c_str(), O_RDONLY));
         return lFile.isOpen() && OsIsFileLocked(lFile.get());
@@ -29,43 +24,21 @@ class DaemonTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(DaemonTest, ReturnsWhenItIsReadyAndEndsInOrderOnASignal) {
-    for (const int lSignal : {SIGTERM, SIGINT}) {
-        const ZTSTestEnd lStart = runChild(ZTCTestChild::Arguments{ZT_TEST_SYSTEM}, mEnvironment);
-        ASSERT_EQ(lStart.mStatus, 0) << lStart.mErr;
-        EXPECT_EQ(lStart.mOut + lStart.mErr, "");
-        EXPECT_TRUE(isLocked());
-        ASSERT_GT(readPid(), 1);
-        ZTCTestProcess lDaemon(readPid());
-        const std::string lProcess = "/proc/" + std::to_string(lDaemon.getProcess());
-        EXPECT_EQ(std::filesystem::read_symlink(lProcess + "/cwd"), "/");
-        for (const char* const lpStream : {"/fd/0", "/fd/1", "/fd/2"}) {
-            EXPECT_EQ(std::filesystem::read_symlink(lProcess + lpStream), "/dev/null");
-        }
-        EXPECT_EQ(getsid(lDaemon.getProcess()), lDaemon.getProcess());
-        kill(lDaemon.getProcess(), lSignal);
-        EXPECT_EQ(lDaemon.waitForEnd(), 0);
-        EXPECT_FALSE(std::filesystem::exists(mPidFile));
-        EXPECT_TRUE(contains(log(), ": Ending on signal " + std::to_string(lSignal) + "\n"));
-        EXPECT_TRUE(log().ends_with(": Ending in order\n")) << log();
-        std::filesystem::remove(mDirectory / "zt-test.log");
-    }
-}
-
 TEST_F(DaemonTest, TellsWhyItDoesNotStart) {
-    const std::string lOpen = mDirectory / "open";
-    mkdir(lOpen.c_str(), 0700);
-    chmod(lOpen.c_str(), 0777);
-    const std::string lSticky = mDirectory / "sticky";
-    mkdir(lSticky.c_str(), 0700);
-    chmod(lSticky.c_str(), 01777);
-    mkdir((lSticky + "/zt-test.pid").c_str(), 0700);
+    constexpr std::pair<const char*, mode_t> lMade[] = {
+        {"open", 0777}, {"group", 0770}, {"others", 0702}, {"sticky", 01777}, {"sticky/zt-test.pid", 0700}};
+    for (const auto& [lpName, lMode] : lMade) {
+        mkdir((mDirectory / lpName).c_str(), 0700);
+        chmod((mDirectory / lpName).c_str(), lMode);
+    }
     writeFile(mDirectory / "file", "");
     const struct {
         const char* mpDirectory;
         const char* mpTold;
     } lRows[] = {
         {"open", "/open is refused: others may write in it"},
+        {"group", "/group is refused: others may write in it"},
+        {"others", "/others is refused: others may write in it"},
         {"file", "/file is refused: it is not a directory"},
         {"missing", "/missing: No such file or directory"},
         {"sticky", "/sticky/zt-test.pid"},  // told by the detached process
@@ -79,7 +52,7 @@ TEST_F(DaemonTest, TellsWhyItDoesNotStart) {
             EXPECT_TRUE(contains(lEnd.mErr, lrRow.mpTold)) << lEnd.mErr;
         }
     }
-    EXPECT_TRUE(std::filesystem::is_empty(lOpen));
+    EXPECT_TRUE(std::filesystem::is_empty(mDirectory / "open"));
 }
 
 TEST_F(DaemonTest, OpensTheLogAnewOnAHangUp) {
@@ -121,23 +94,4 @@ TEST_F(DaemonTest, TellsTheServiceManagerThatItIsReady) {
     EXPECT_TRUE(waitUntil([&] { return isLocked(); })) << lSystem.getErr();
     kill(lSystem.getProcess(), SIGTERM);
     EXPECT_EQ(lSystem.waitForEnd(), 0);
-}
-
-TEST_F(DaemonTest, EndsInOrderInAStormOfSignals) {
-    for (const bool lIsRunning : {false, true}) {
-        ZTCTestChild lSystem(mForeground, mEnvironment);
-        // Before its first record was made a signal ends it at once, as any program.
-        ASSERT_TRUE(waitUntil([&] {
-            return lIsRunning ? isLocked() : std::filesystem::exists(mDirectory / "zt-test.log");
-        })) << lSystem.getErr();
-        for (int lNumber = 0; lNumber < 300; ++lNumber) {
-            constexpr int lSignals[] = {SIGHUP, SIGHUP, SIGPIPE, SIGTERM, SIGINT, SIGHUP};
-            kill(lSystem.getProcess(), lSignals[lNumber % 6]);
-            std::this_thread::yield();
-        }
-        EXPECT_EQ(lSystem.waitForEnd(), 0);
-        EXPECT_FALSE(std::filesystem::exists(mPidFile));
-        EXPECT_TRUE(log().ends_with(": Ending in order\n")) << log();
-        std::filesystem::remove(mDirectory / "zt-test.log");
-    }
 }

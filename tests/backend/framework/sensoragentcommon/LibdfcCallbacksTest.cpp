@@ -182,7 +182,6 @@ TEST(LibdfcCallbacks, AreWaitedForAsLongAsTheyAreInside) {
     auto lWaited = std::async(std::launch::async, [] { return LibdfcGate().waitUntilEmpty(60); });
     EXPECT_EQ(lWaited.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
     lVisitor.mMayGo.count_down();
-    EXPECT_EQ(lWaited.wait_for(std::chrono::seconds(ZTTestSoon)), std::future_status::ready);
     EXPECT_EQ(lWaited.get(), 0U);
 }
 
@@ -193,9 +192,7 @@ TEST(LibdfcCallbacks, AreLeftBehindWhenTheyStay) {
         lrVisitor.mIsInside.wait();
         const auto lStart = std::chrono::steady_clock::now();
         ZTCLibdfcAbs::waitForCallbacks();
-        const auto lTaken = std::chrono::steady_clock::now() - lStart;
-        EXPECT_GE(lTaken, std::chrono::seconds(1));
-        EXPECT_LT(lTaken, std::chrono::seconds(ZTTestSoon));
+        EXPECT_GE(std::chrono::steady_clock::now() - lStart, std::chrono::seconds(1));
     });
     EXPECT_EQ(countIn(lLog, " 1 callbacks of the vendor library do not return"), 1U) << lLog;
 }
