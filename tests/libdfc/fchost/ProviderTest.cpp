@@ -1,45 +1,10 @@
 // The library over the kernel's transport, by the table that it exports; and an agent that has loaded it.
-#include <dlfcn.h>
 #include <sys/inotify.h>
 
-#include <atomic>
-#include <mutex>
-
 #include "FcTest.h"
-#include "SimClient.h"
-#include "libdfc_provider.h"
+#include "ProviderCalls.h"
 
 namespace {
-
-// What the callbacks have been given.
-struct {
-    std::mutex mMutex;
-    std::vector<std::string> mTaken;
-    std::atomic<unsigned int> mCount{0};
-    std::atomic<bool> mHold{false}, mIsInside{false};
-} sRecord;
-
-void take(const std::string& acrText) {
-    sRecord.mIsInside = true;
-    std::unique_lock<std::mutex> lLock(sRecord.mMutex);
-    sRecord.mTaken.push_back(acrText);
-    lLock.unlock();
-    for (++sRecord.mCount; sRecord.mHold;) {
-        std::this_thread::yield();
-    }
-    sRecord.mIsInside = false;
-}
-std::string bytesFrom(const void* apBytes, std::size_t aSize) {
-    return digitsOf(std::string(static_cast<const char*>(apBytes), aSize));
-}
-void onMask(std::uint32_t aBoard, const void* apData, std::uint32_t aLength) {
-    take(std::to_string(aBoard) + " " + bytesFrom(apData, aLength));
-}
-void onGeneric(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategory, std::uint32_t, void* apContext,
-               const ZT_event* apEvent) {
-    take(std::to_string(aBoard) + " " + std::to_string(aCategory) + static_cast<const char*>(apContext) +
-         bytesFrom(aPort.wwn, 8) + " " + std::to_string(apEvent->total_length));
-}
 
 std::set<std::string> pathsIn(const char* apDirectory) {
     std::set<std::string> lPaths;
@@ -57,33 +22,22 @@ struct ZTSFcTestStand {
                         "ZT_LIBDFC_FCHOST_NETLINK=" + mSender.getSetting(),
                         std::string("ZT_LIBDFC_FCHOST_PERIOD=") + apPeriod,
                         "ZT_LIBDFC_FCHOST_LOG=" + mTree.getPath() + "/log", "ZT_LIBDFC=" ZT_DFC_FCHOST};
-        for (const std::string& lrEntry : mEnvironment) {
-            const std::size_t lAt = lrEntry.find('=');
-            setenv(lrEntry.substr(0, lAt).c_str(), lrEntry.c_str() + lAt + 1, 1);
-        }
-        void* const lpEntry = dlsym(dlopen(ZT_DFC_FCHOST, RTLD_NOW), ZT_LIBDFC_ENTRY);
-        mpTable = reinterpret_cast<decltype(&zt_libdfc_provider)>(lpEntry)(ZT_LIBDFC_ABI);
-        sRecord.mTaken.clear();
-        sRecord.mCount = 0;
+        mpTable = loadProvider(ZT_DFC_FCHOST, mEnvironment);
     }
     std::string getLog() const { return readFile(mTree.getPath() + "/log"); }
     std::uint32_t registerKind(std::uint32_t aBoard, std::uint32_t aCategory) const {
         std::uint32_t lHandle = 0;
-        mpTable->ztapi_reg_event(aBoard, {}, aCategory, 1, const_cast<char*>("/1 "), &lHandle, onGeneric);
+        mpTable->ztapi_reg_event(aBoard, {}, aCategory, 1, const_cast<char*>("board"), &lHandle, onTestEvent);
         return lHandle;
     }
     std::uint32_t registerMask(std::uint32_t aBoard, std::uint32_t aMask) const {
-        return mpTable->dfc_reg_event(aBoard, aMask, 0, 0, onMask);
+        return mpTable->dfc_reg_event(aBoard, aMask, 0, 0, onTestMask);
     }
     // Waits for one callback, and no other.
     static void expect(const std::string& acrText) {
-        std::vector<std::string> lTaken;
-        EXPECT_TRUE(waitUntil([&] {
-            const std::lock_guard<std::mutex> lLock(sRecord.mMutex);
-            lTaken.swap(sRecord.mTaken);
-            return !lTaken.empty();
-        }));
-        EXPECT_EQ(lTaken, std::vector<std::string>{acrText});
+        std::string lTaken;
+        EXPECT_TRUE(waitUntil([&] { return !(lTaken = takeCalls()).empty(); }));
+        EXPECT_EQ(lTaken, acrText);
     }
 
     ZTCFcTestTree mTree;
@@ -102,7 +56,7 @@ TEST(FcProvider, DeliversToWhoIsRegistered) {
         HBA_wwn lNames[2]{};
         EXPECT_EQ(lrTable.number_of_adapters(), 2U);
         EXPECT_EQ(lrTable.adapter_info(1, lNames, lNames + 1), 0);
-        EXPECT_EQ(bytesFrom(lNames, sizeof lNames), "100000000000000b200000000000000b");
+        EXPECT_EQ(digitsOf(lNames, sizeof lNames), "100000000000000b200000000000000b");
         EXPECT_NE(lrTable.adapter_info(2, lNames, lNames + 1), 0);
         EXPECT_EQ(lStand.registerMask(2, ZT_DFC_LINK) + lStand.registerMask(0, 3) + lStand.registerKind(2, 8),
                   0U);
@@ -111,23 +65,23 @@ TEST(FcProvider, DeliversToWhoIsRegistered) {
         EXPECT_NE(lStand.registerMask(1, ZT_DFC_RSCN), 0U);
         EXPECT_NE(lStand.registerKind(1, 16), 0U);
 
-        const std::string lContext = "1 200000000000000b" + std::string(320, '0');
+        const std::string lContext = "mask 1 168 200000000000000b" + std::string(320, '0');
         lStand.mSender.send(3, 1);      // nobody is registered
         ZTCFcTestSender().send(11, 1);  // of somebody else
         lStand.mSender.sendBytes("no message");
         lStand.mSender.send(11, 3);
         lStand.expect(lContext);
         lStand.mSender.send(11, 5, 0x01020304);
-        lStand.expect("1 6104000801020304");
+        lStand.expect("mask 1 8 6104000801020304");
         lStand.mTree.add("fc_remote_ports/rport-11:0-0", {{"port_id", "0x1"}});  // its driver tells by itself
         lStand.mTree.set("fc_host/host3/statistics/link_failure_count", "0x6\n");
-        lStand.expect("0 8/1 2000000000000003 20");
+        lStand.expect("8/1 board0 2000000000000003 0 null");
         lStand.mTree.addHost(12);
-        lStand.expect("1 16/1 200000000000000c 20");
+        lStand.expect("16/1 board1 200000000000000c 0 null");
         EXPECT_EQ(lrTable.number_of_adapters(), 3U);
         EXPECT_NE(lStand.registerKind(2, 8), 0U);
         lStand.mTree.set("fc_host/host12/statistics/link_failure_count", "0x6\n");
-        lStand.expect("2 8/1 200000000000000c 20");
+        lStand.expect("8/1 board2 200000000000000c 0 null");
         for (const unsigned int lCode : {0x501U, 0xffffU, 0xffffU, 0xffffU}) {
             lStand.mSender.send(3, lCode);
         }
@@ -137,26 +91,13 @@ TEST(FcProvider, DeliversToWhoIsRegistered) {
         EXPECT_NE(lrTable.ztapi_unreg_event(0, {}, lError), 0U);
         EXPECT_NE(lrTable.ztapi_unreg_event(1, {}, lLink), 0U);  // by mask it was
         EXPECT_NE(lrTable.dfc_unreg_event(0, lLink), 0U);
-        sRecord.mHold = true;
+        ZTTestCalls.mHold = true;
         lStand.mSender.send(11, 4);
         lStand.expect(lContext);
-        std::atomic<pid_t> lThread{0};
-        std::atomic<bool> lHasReturned{false};
-        std::thread lEnd([&] {
-            lThread = gettid();
-            EXPECT_EQ(lrTable.dfc_unreg_event(1, lLink), 0U);
-            EXPECT_FALSE(sRecord.mIsInside);
-            lHasReturned = true;
-        });
-        EXPECT_TRUE(waitUntil([&] {
-            const std::string lStat = readFile("/proc/self/task/" + std::to_string(lThread) + "/stat");
-            return lHasReturned || contains(lStat, ") S ");
-        }));
-        sRecord.mHold = false;
-        lEnd.join();
+        expectToWaitForItsCallback([&] { return lrTable.dfc_unreg_event(1, lLink); });
         lStand.mSender.send(11, 4);
         lStand.mSender.send(11, 5, 7);
-        lStand.expect("1 6104000800000007");
+        lStand.expect("mask 1 8 6104000800000007");
         lrTable.close();
         std::string lLog = lStand.getLog();
         for (std::size_t lAt = 0; (lAt = lLog.find("libdfc-fchost: ", lAt)) != std::string::npos;) {
@@ -183,7 +124,7 @@ TEST(FcProvider, LooksForAHostThatItHearsOf) {
         lStand.registerKind(0, 16);
         lStand.mTree.addHost(4);
         lStand.mSender.send(4, 2);
-        lStand.expect("0 16/1 2000000000000004 20");
+        lStand.expect("16/1 board0 2000000000000004 0 null");
         lStand.mpTable->close();
     });
 }
@@ -193,24 +134,27 @@ TEST(FcProvider, CountsWhatIsLostToTheLast) {
         ZTSFcTestStand lStand;
         ASSERT_EQ(lStand.mpTable->init(), 0);
         lStand.registerMask(0, ZT_DFC_LINK);
-        sRecord.mHold = true;
+        ZTTestCalls.mHold = true;
         while (lStand.mSender.getSent() < 20000) {
             lStand.mSender.send(3, 1);
         }
-        EXPECT_TRUE(waitUntil([] { return sRecord.mCount == 1; }));
-        sRecord.mHold = false;
-        std::uint64_t lLost = 0;
-        EXPECT_TRUE(waitUntil([&] {
-            lStand.mSender.send(3, 1);  // the next one that arrives tells of those before it
+        EXPECT_TRUE(waitUntil([] { return ZTTestCalls.mCount == 1; }));
+        ZTTestCalls.mHold = false;
+        EXPECT_TRUE(waitUntil([&] { return contains(lStand.getLog(), "more to tell than there was room"); }));
+        const auto lLost = [&] {
             const std::string lLog = lStand.getLog();
             const std::size_t lAt = lLog.rfind("lost, ");
-            lLost = lAt == std::string::npos ? 0 : std::strtoull(lLog.c_str() + lAt + 6, nullptr, 10);
-            return lLost != 0;
+            return lAt == std::string::npos ? 0 : std::strtoull(lLog.c_str() + lAt + 6, nullptr, 10);
+        };
+        EXPECT_TRUE(waitUntil([&] {
+            lStand.mSender.send(3, 1);  // the next one that arrives tells of those before it
+            return lLost() != 0;
         }));
-        EXPECT_TRUE(waitUntil([&] { return lLost + sRecord.mCount == lStand.mSender.getSent(); })) << lLost;
+        EXPECT_TRUE(waitUntil([&] { return lLost() + ZTTestCalls.mCount == lStand.mSender.getSent(); }))
+            << lLost();
         lStand.mpTable->close();
         EXPECT_TRUE(
-            contains(lStand.getLog(), " " + std::to_string(lLost) + " events of the kernel were lost\n"));
+            contains(lStand.getLog(), " " + std::to_string(lLost()) + " events of the kernel were lost\n"));
     });
 }
 
@@ -274,29 +218,26 @@ TEST(FcProvider, AnAgentRecordsItsEvents) {
         ZTCTestAgent lAgent(lDirectory, {}, lStand.mEnvironment);
         const ZTCTestSensor lSensor(lDirectory);
         EXPECT_EQ(lSensor.ask(messageOf(1, '\0' + wordOf(65536))), successOf(1));
-        const auto lExpect = [&](const std::string& acrRecords) {
-            std::string lText;
-            EXPECT_TRUE(waitUntil([&] {
-                const ZTCTestFetch lFetch(lSensor.ask(messageOf(1, "\x01")).substr(12));
-                for (const ZTSTestList& lrList : lFetch.getLists()) {
-                    for (const ZTSTestRecord& lrRecord : lrList.mRecords) {
-                        lText += lrList.mLabel.substr(21, 3) + lrRecord.mDigits;
-                    }
-                }
-                return !lText.empty();
-            }));
-            EXPECT_EQ(lText, acrRecords);
-        };
         lStand.mTree.set("fc_host/host3/port_state", "Linkdown\n");
-        lExpect("03.00000001TT0802000000000401000000");
-        lStand.mSender.send(11, 5, 0x010203);
-        lExpect("0b.00000001TT012000000000080100000003020100");
         lStand.mTree.set("fc_host/host11/statistics/link_failure_count", "0x6\n");
-        lExpect("0b.00000001TT0801000000000401000000");
         lStand.mTree.addHost(12);
-        lExpect("03.00000001TT1001000000000401000000");
         lStand.mSender.send(3, 5, 0x010203);
-        lExpect("03.00000001TT012000000000080100000003020100");
+        lStand.mSender.send(11, 5, 0x010203);
+        std::set<std::string> lRecords;
+        EXPECT_TRUE(waitUntil([&] {
+            const ZTCTestFetch lFetch(lSensor.ask(messageOf(1, "\x01")).substr(12));
+            for (const ZTSTestList& lrList : lFetch.getLists()) {
+                for (const ZTSTestRecord& lrRecord : lrList.mRecords) {
+                    lRecords.insert(lrList.mLabel.substr(21, 3) + lrRecord.mDigits);
+                }
+            }
+            return lRecords.size() >= 5;
+        }));
+        EXPECT_EQ(lRecords,
+                  (std::set<std::string>{
+                      "03.00000001TT012000000000080100000003020100", "03.00000001TT0802000000000401000000",
+                      "03.00000001TT1001000000000401000000", "0b.00000001TT012000000000080100000003020100",
+                      "0b.00000001TT0801000000000401000000"}));
         lAgent.stop();
     });
 }

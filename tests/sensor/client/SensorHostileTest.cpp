@@ -1,5 +1,4 @@
 // A client against whatever may be at the other end of the pipes, or in their place.
-#include <sys/eventfd.h>
 #include <sys/stat.h>
 
 #include <random>
@@ -24,18 +23,16 @@ struct Part {
     milliseconds mPause{0};  // behind each byte that is said
 };
 
-// Two pipes like an agent's, and a thread that plays an agent until it is stopped.
+// Two pipes like an agent's, and a process that plays an agent until it is killed.
 class HostileAgent {
   public:
     HostileAgent(const ZTCTestDirectory& acrDirectory, const Part& acrPart)
         : mCommands(make(acrDirectory / ZTTestCommandPipe, O_RDONLY)),
-          mAnswers(make(acrDirectory / ZTTestOutputPipe, O_RDWR)) {
+          mAnswers(make(acrDirectory / ZTTestOutputPipe, O_RDWR)),
+          mChild([&] { play(acrPart); }) {
         fcntl(mCommands.get(), F_SETPIPE_SZ, 4096);  // is full before a command of many targets is whole
-        mThread = std::thread([this, &acrPart] { play(acrPart); });
-    }
-    ~HostileAgent() {
-        eventfd_write(mStop.get(), 1);
-        mThread.join();
+        const ZTCDescriptor lAnswers(std::move(mAnswers));  // they are the child's alone
+        const ZTCDescriptor lCommands(std::move(mCommands));
     }
 
   private:
@@ -43,43 +40,28 @@ class HostileAgent {
         mkfifo(acrPath.c_str(), 0600);
         return openPipe(acrPath, aMode);
     }
-    bool waitFor(pollfd aPipe, int aMilliseconds = -1) const {
-        pollfd lPolls[] = {{mStop.get(), POLLIN, 0}, aPipe};
-        poll(lPolls, 2, aMilliseconds);
-        return lPolls[0].revents == 0;
-    }
-    bool say(const std::string& acrBytes, milliseconds aPause) const {
-        const std::size_t lMost = aPause.count() != 0 ? 1 : acrBytes.size();
-        for (std::size_t lAt = 0; lAt < acrBytes.size() && waitFor({mAnswers.get(), POLLOUT, 0});) {
-            const ssize_t lSaid =
-                write(mAnswers.get(), acrBytes.data() + lAt, std::min(lMost, acrBytes.size() - lAt));
-            lAt += lSaid > 0 ? static_cast<std::size_t>(lSaid) : 0;
-            waitFor({-1, 0, 0}, static_cast<int>(aPause.count()));
-        }
-        return waitFor({-1, 0, 0}, 0);
-    }
-    void play(const Part& acrPart) {
-        say(acrPart.mBefore, milliseconds(0));
-        std::string lHeard;
-        while (lHeard.size() < acrPart.mHears && waitFor({mCommands.get(), POLLIN, 0})) {
-            lHeard += readBytes(mCommands, 1);
-        }
+    void play(const Part& acrPart) const {
+        writeAll(mAnswers, acrPart.mBefore);
+        const std::string lHeard = readBytes(mCommands, acrPart.mHears);
         std::string lSays = acrPart.mSays;
         if (const std::size_t lOurs = lSays.find("VRX1" + wordOf(0)); lOurs != std::string::npos) {
             lSays.replace(lOurs + 4, 4, lHeard.substr(4, 4));
         }
-        while (say(lSays, acrPart.mPause) && acrPart.mThen == Then::Repeat) {
-        }
-        if (acrPart.mThen == Then::Leave) {
-            const ZTCDescriptor lAnswers(std::move(mAnswers));
-            const ZTCDescriptor lCommands(std::move(mCommands));
+        const std::size_t lAtOnce = acrPart.mPause.count() != 0 ? 1 : lSays.size();
+        do {
+            for (std::size_t lAt = 0; lAt < lSays.size(); lAt += lAtOnce) {
+                writeAll(mAnswers, lSays.substr(lAt, lAtOnce));
+                std::this_thread::sleep_for(acrPart.mPause);
+            }
+        } while (acrPart.mThen == Then::Repeat);
+        if (acrPart.mThen == Then::Stay) {
+            pause();
         }
     }
 
-    const ZTCDescriptor mStop{eventfd(0, EFD_CLOEXEC)};
     ZTCDescriptor mCommands;
     ZTCDescriptor mAnswers;
-    std::thread mThread;
+    ZTCTestChild mChild;
 };
 
 std::ptrdiff_t countDescriptors() {
@@ -129,10 +111,10 @@ TEST(SensorClientHostile, EveryAgentIsSurvivedInTime) {
                 const auto lStart = std::chrono::steady_clock::now();
                 const std::string lOutcome = clientOutcomeOf(
                     [&] { lrPart.mHears == lShort ? lClient.stop() : lClient.registerTargets(lTargets); });
-                const double lRatio = (std::chrono::steady_clock::now() - lStart) / (lTimeout * 1.0);
+                const auto lTime = std::chrono::steady_clock::now() - lStart;
                 EXPECT_EQ(lOutcome, lExpected);
-                EXPECT_GE(lRatio, lExpected == "TimedOut" ? 1 : 0);
-                EXPECT_LT(lRatio, ZTIsSanitized ? 25 : 5);
+                EXPECT_TRUE(lExpected != "TimedOut" || lTime >= lTimeout);
+                EXPECT_LT(lTime, milliseconds(60000));  // what says "slow" takes longer
             }
             // Pipes that are of no use are not kept: only the claim on the directory.
             const bool lAreKept = lExpected == "done" || lExpected.starts_with("Refused");
