@@ -171,6 +171,10 @@ void* writerThread(void*) {
     int lQuiet = 0;
     for (;;) {
         sDrain.mLock.lock();
+        if (!sWriterRuns.load()) {
+            sDrain.mLock.unlock();
+            return nullptr;
+        }
         const std::uint64_t lTaken = sDrain.drainOnce();
         const bool lLost = sDrain.hasLost();
         sDrain.mLock.unlock();
@@ -227,6 +231,7 @@ void ztlog::finish() {
     if (sDrain.mLock.lockWithin(lSeconds)) {
         sDrain.drainAll();
         sDrain.mFile.spill();
+        sWriterRuns.store(false);  // the end of the process would cut what it writes now
         sDrain.mLock.unlock();
     }
 }

@@ -9,6 +9,22 @@
 #include <cstdlib>
 #include <cstring>
 
+namespace {
+
+// Whether the last line of a file that is not empty lacks its end.
+bool isLastLineTorn(const char* apPath, off_t aSize) {
+    const int lFile = open(apPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
+    if (lFile < 0) {
+        return false;  // then nobody can know
+    }
+    char lLast = '\0';
+    const bool lIsTorn = pread(lFile, &lLast, sizeof lLast, aSize - 1) == sizeof lLast && lLast != '\n';
+    close(lFile);
+    return lIsTorn;
+}
+
+}  // namespace
+
 int ZTCLogFile::open(const char* apPath) {
     // O_NONBLOCK: a pipe without a reader in the log's place must not hold up the start.
     const int lFile =
@@ -31,8 +47,12 @@ int ZTCLogFile::open(const char* apPath) {
         close(mFile);
     }
     mFile = lFile;
+    if (S_ISREG(lStatus.st_mode) && lStatus.st_size > 0 && isLastLineTorn(apPath, lStatus.st_size)) {
+        mTornText[0] = '\n';  // its writer was killed: ours do not continue it
+        mTorn = 1;
+    }
     if (mpKept != nullptr) {
-        putToFile(mpKept, mKept);
+        put(mpKept, mKept);
         free(mpKept);
         mpKept = nullptr;
         mKept = mKeptRoom = 0;

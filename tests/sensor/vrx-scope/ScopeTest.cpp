@@ -245,8 +245,15 @@ TEST(Scope, WatchesWhileAgentsComeAndGo) {
 TEST(Scope, IsTheAgentsSensorAsLongAsItWatches) {
     Stand lStand({"-b", "1"});
     // Two periods without a sensor end an agent.
-    EXPECT_EQ(runScope(lStand.mrDirectory, {"watch", "--every", "1", "--for", "4"}).mStatus, 0);
-    EXPECT_TRUE(lStand.mAgent.isAlive());
+    ZTCScopeRun lWatch(lStand.mrDirectory, {"watch", "--every", "1", "--for", "4"});
+    bool lIsKept = true;
+    EXPECT_TRUE(waitUntil([&] {
+        const bool lIsAlive = lStand.mAgent.isAlive();
+        lIsKept = lIsKept && (lIsAlive || !lWatch.isAlive());
+        return !lWatch.isAlive();
+    }));
+    EXPECT_TRUE(lIsKept);
+    EXPECT_EQ(lWatch.waitForEnd(), 0);
     lStand.mAgent.expectEnd("Failed in getting the status of Sensor");
 }
 

@@ -14,8 +14,8 @@
 class ZTCLogFile {
   public:
     /// Opens the path for appending, made with mode 0640, following no link, and no file of another
-    /// user's or with two names. Returns 0, and what was kept in
-    /// memory goes to the file first; or the errno, and nothing has changed.
+    /// user's or with two names. Returns 0, a line that a killed process has left without its end
+    /// gets one, and what was kept in memory goes to the file first; or the errno, and nothing has changed.
     int open(const char* apPath);
 
     /// Takes whole lines. What cannot be written, or kept while there is no file, is counted.
