@@ -1,6 +1,7 @@
 #include "StuckCallback.h"
 
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +22,7 @@ struct sigaction sEarlier {};
 void onFault(int aSignal, siginfo_t* apInfo, void* apContext) {
     const auto* const lpAddress = static_cast<const char*>(apInfo->si_addr);
     while (lpAddress >= spPage && lpAddress < spPage + sPageSize) {
+        prctl(PR_SET_NAME, "stuck-callback");
         pause();
     }
     if ((sEarlier.sa_flags & SA_SIGINFO) != 0) {
