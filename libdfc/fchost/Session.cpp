@@ -103,7 +103,7 @@ ZTCFcSession::~ZTCFcSession() {
     mStop.set();
     mThread.join();
     try {
-        report();  // what came behind the last look
+        addUp();  // what came behind the last look
     } catch (const std::bad_alloc&) {
         mJournal.note("no memory for the counts of what came last");
     }
@@ -165,12 +165,17 @@ void ZTCFcSession::run() {
                 mIsLookedFor = false;
                 lLastLook = Clock::now();  // if this one fails
                 look();
-                report();
+                addUp();
+                tellSums(false);
                 lLastLook = Clock::now();
+                mIsOutOfMemory = false;
             }
         } catch (const std::bad_alloc&) {
             deliver();
-            mJournal.note("no memory: what was left out is found by the next look, or counted as lost");
+            mWatcher.noteLoss();  // of a message that could not be taken
+            if (!std::exchange(mIsOutOfMemory, true)) {
+                mJournal.note("no memory: what was left out is found by the next look, or counted as lost");
+            }
         }
     }
 }
@@ -205,11 +210,13 @@ void ZTCFcSession::listen() {
     }
 }
 
-// A host may announce something before a look has found it.
+// A host may announce something before a look has found it. What that look finds of other hosts may be told
+// again by messages behind this one.
 void ZTCFcSession::announce(const ZTSFcMessage& acrMessage) {
     if (!mWatcher.isKnown(acrMessage.mHost) && !mIsLookedFor) {
         mIsLookedFor = true;
-        compare(readFcHosts(mSettings.mSysfs));
+        const auto lRead = Clock::now();
+        compare(readFcHosts(mSettings.mSysfs), lRead);
     }
     mWatcher.announce(acrMessage, Clock::now(), mEvents);
     deliver();
@@ -218,18 +225,24 @@ void ZTCFcSession::announce(const ZTSFcMessage& acrMessage) {
 // What is announced while sysfs is read comes first, or a change would be found before it is announced, and
 // told twice. One look is put off for that, but not the next.
 void ZTCFcSession::look() {
+    const auto lRead = Clock::now();
     const auto lHosts = readFcHosts(mSettings.mSysfs);
     pollfd lTold{mTransport.get(), POLLIN, 0};
-    mIsPutOff = !mIsPutOff && poll(&lTold, 1, 0) > 0;
+    mIsPutOff = poll(&lTold, 1, 0) > 0 && !mIsPutOff;
     mIsLookDue = mIsPutOff;
-    if (!mIsPutOff) {
-        compare(lHosts);
+    if (mIsPutOff) {
+        return;
     }
+    if ((lTold.revents & POLLERR) != 0) {
+        mWatcher.noteLoss();  // as the next message would show
+    }
+    compare(lHosts, lRead);
 }
 
-void ZTCFcSession::compare(const std::optional<ZTFcHosts>& acrHosts) {
+// aRead: when the reading of the hosts began.
+void ZTCFcSession::compare(const std::optional<ZTFcHosts>& acrHosts, ZTCFcWatcher::Time aRead) {
     if (acrHosts) {
-        mWatcher.look(*acrHosts, Clock::now(), mEvents);
+        mWatcher.look(*acrHosts, aRead, mEvents);
         publish();
         deliver();
     }
@@ -301,8 +314,8 @@ void ZTCFcSession::deliverArrival(std::uint32_t aBoard) {
     }
 }
 
-// Tells in the journal what was lost, and what has come that is no event.
-void ZTCFcSession::report() {
+// Adds up what has come that is no event, and tells in the journal what was lost.
+void ZTCFcSession::addUp() {
     if (std::exchange(mHasOverrun, false)) {
         mJournal.note("the kernel had more to tell than there was room for: the next event shows how much");
     }
@@ -318,15 +331,15 @@ void ZTCFcSession::report() {
         const bool lIsToldApart = mWithoutKind.size() < sCodes || mWithoutKind.count(lCode) != 0;
         (lIsToldApart ? mWithoutKind[lCode] : mOfOtherCodes).mCount += lCount;
     }
-    tellSums(false);
 }
 
 void ZTCFcSession::tellSums(bool aIsLast) {
     const auto lTell = [&](Sum& arSum, const char* apWhat) {
-        const std::uint64_t lNext = std::max<std::uint64_t>(10 * arSum.mTold, 1);
-        if (aIsLast ? arSum.mCount != 0 : arSum.mCount >= lNext) {
-            arSum.mTold = arSum.mCount;
+        if (aIsLast ? arSum.mCount != 0 : arSum.mCount >= arSum.mNext) {
             mJournal.note("%llu %s", static_cast<unsigned long long>(arSum.mCount), apWhat);
+        }
+        while (arSum.mNext <= arSum.mCount) {
+            arSum.mNext *= 10;
         }
     };
     for (auto& [lCode, lrSum] : mWithoutKind) {

@@ -30,19 +30,19 @@ class ZTCFcSession {
     void listen();
     void announce(const ZTSFcMessage& acrMessage);
     void look();
-    void compare(const std::optional<ZTFcHosts>& acrHosts);
+    void compare(const std::optional<ZTFcHosts>& acrHosts, ZTCFcWatcher::Time aRead);
     void deliver();
     void deliver(const ZTSFcEvent& acrEvent);
     void deliverArrival(std::uint32_t aBoard);
-    void report();
     void publish();
 
-    /// Of something that is no event. Its journal line comes with the first, the tenth, the hundredth and so
-    /// on, and at the end.
+    // Of something that is no event. Its journal line comes with the first, the tenth, the hundredth and so
+    // on, and at the end.
     struct Sum {
         std::uint64_t mCount = 0;
-        std::uint64_t mTold = 0;
+        std::uint64_t mNext = 1;
     };
+    void addUp();
     void tellSums(bool aIsLast);
 
     // What wakes the thread for its end.
@@ -67,12 +67,13 @@ class ZTCFcSession {
 
     // The thread's, once it runs.
     ZTCFcWatcher mWatcher;
-    ZTFcEvents mEvents;          // that are still to be handed on
-    bool mIsLookDue = false;     // something came that a look is to settle
-    bool mIsPutOff = false;      // the last look, for what was told meanwhile
-    bool mIsLookedFor = false;   // a host that was not known, since the last look by the clock
-    bool mIsUnreadable = false;  // the list of hosts, when it was looked at last
-    bool mHasOverrun = false;    // the kernel's queue for us, since the last report
+    ZTFcEvents mEvents;           // that are still to be handed on
+    bool mIsLookDue = false;      // something came that a look is to settle
+    bool mIsPutOff = false;       // the last look, for what was told meanwhile
+    bool mIsLookedFor = false;    // a host that was not known, since the last look by the clock
+    bool mIsUnreadable = false;   // the list of hosts, when it was looked at last
+    bool mIsOutOfMemory = false;  // since the last look that was not
+    bool mHasOverrun = false;     // the kernel's queue for us, since the last report
     Sum mLost;
     Sum mForeign;
     Sum mBad;

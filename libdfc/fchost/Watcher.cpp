@@ -23,6 +23,25 @@ void makeRoom(ZTFcEvents& arEvents) {
     }
 }
 
+// What a message is about, if there is a kind for it. An RSCN that names no page has none.
+std::optional<ZTSFcEvent::Kind> kindOf(const ZTSFcMessage& acrMessage) {
+    switch (acrMessage.mCode) {
+        case ZTFCC_Lip:
+        case ZTFCC_LinkUp:
+        case ZTFCC_LinkDown:
+        case ZTFCC_LipReset:
+        case ZTFCC_PortOffline:
+        case ZTFCC_PortOnline:
+            return ZTSFcEvent::Link;
+        case ZTFCC_Rscn:
+            return acrMessage.mData ? std::optional(ZTSFcEvent::Rscn) : std::nullopt;
+        case ZTFCC_AdapterChange:
+            return ZTSFcEvent::AdapterArrival;
+        default:
+            return {};
+    }
+}
+
 }  // namespace
 
 ZTCFcWatcher::ZTCFcWatcher(const ZTFcHosts& acrHosts, std::chrono::milliseconds aSettling)
@@ -66,13 +85,16 @@ bool ZTCFcWatcher::isRecent(const std::optional<Time>& acrThen, Time aNow) const
     return acrThen && aNow - *acrThen <= mSettling;
 }
 
-// The state of a board's port is another one, which is told unless it was announced.
+// The state of a board's port is another one, or none as the host has gone: that is told unless it was
+// announced.
 void ZTCFcWatcher::follow(std::uint32_t aBoard, const std::string& acrState, Time aNow,
                           ZTFcEvents& arEvents) {
     Board& lrBoard = mBoards[aBoard];
     std::string lState = acrState;
     makeRoom(arEvents);
-    if (!lrBoard.mLast.mState.empty() && (mHasLost || !isRecent(lrBoard.mAnnounced, aNow))) {
+    const bool lIsAnnounced =
+        !mHasLost && isRecent(lrBoard.mAnnounced, aNow) && (!acrState.empty() || lrBoard.mIsAnnouncedDown);
+    if (!lrBoard.mLast.mState.empty() && !lIsAnnounced) {
         arEvents.push_back({ZTSFcEvent::Link, aBoard});
     }
     lrBoard.mAnnounced.reset();
@@ -102,48 +124,31 @@ void ZTCFcWatcher::count(std::uint32_t aNumber) {
 }
 
 void ZTCFcWatcher::announce(const ZTSFcMessage& acrMessage, Time aNow, ZTFcEvents& arEvents) {
+    const auto lKind = kindOf(acrMessage);
+    if (!lKind) {
+        std::uint64_t& lrCount = mCounts.mWithoutKind[acrMessage.mCode];
+        count(acrMessage.mNumber);
+        ++lrCount;
+        return;
+    }
     makeRoom(arEvents);
     count(acrMessage.mNumber);
     const auto lBoard = findBoard(acrMessage.mHost);
-    Board* const lpBoard = lBoard ? &mBoards[*lBoard] : nullptr;
-    switch (acrMessage.mCode) {
-        case ZTFCC_Lip:
-        case ZTFCC_LinkUp:
-        case ZTFCC_LinkDown:
-        case ZTFCC_LipReset:
-        case ZTFCC_PortOffline:
-        case ZTFCC_PortOnline:
-            if (lpBoard != nullptr) {
-                lpBoard->mAnnounced = aNow;
-                arEvents.push_back({ZTSFcEvent::Link, *lBoard});
-                return;
-            }
-            break;
-        case ZTFCC_Rscn:
-            if (!acrMessage.mData) {
-                ++mCounts.mWithoutKind[acrMessage.mCode];  // it names nothing
-                return;
-            }
-            if (lpBoard != nullptr) {
-                lpBoard->mHasRscns = true;
-                arEvents.push_back({ZTSFcEvent::Rscn, *lBoard, *acrMessage.mData});
-                return;
-            }
-            break;
-        case ZTFCC_AdapterChange:
-            if (lpBoard != nullptr) {
-                // What a driver says of a host that has just come is told already.
-                if (!isRecent(lpBoard->mArrived, aNow)) {
-                    arEvents.push_back({ZTSFcEvent::AdapterArrival, *lBoard});
-                }
-                return;
-            }
-            break;
-        default:
-            ++mCounts.mWithoutKind[acrMessage.mCode];
-            return;
+    if (!lBoard) {
+        ++mCounts.mOfUnknownHosts;
+        return;
     }
-    ++mCounts.mOfUnknownHosts;
+    Board& lrBoard = mBoards[*lBoard];
+    if (*lKind == ZTSFcEvent::AdapterArrival && isRecent(std::exchange(lrBoard.mArrived, {}), aNow)) {
+        return;  // what a driver says of its host that has just come is told already
+    }
+    if (*lKind == ZTSFcEvent::Link) {
+        lrBoard.mAnnounced = aNow;
+        lrBoard.mIsAnnouncedDown =
+            acrMessage.mCode == ZTFCC_LinkDown || acrMessage.mCode == ZTFCC_PortOffline;
+    }
+    lrBoard.mHasRscns = lrBoard.mHasRscns || *lKind == ZTSFcEvent::Rscn;
+    arEvents.push_back({*lKind, *lBoard, *lKind == ZTSFcEvent::Rscn ? *acrMessage.mData : 0});
 }
 
 void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEvents) {

@@ -61,8 +61,9 @@ class ZTCFcWatcher {
     struct Board {
         std::uint32_t mHost = 0;
         bool mIsThere = true;
-        std::optional<Time> mArrived;    // when a look found it
+        std::optional<Time> mArrived;    // when a look found it, until its driver has announced it too
         std::optional<Time> mAnnounced;  // when something about its link was, until its state has followed
+        bool mIsAnnouncedDown = false;   // and what was is that it is down
         bool mHasRscns = false;          // its driver announces them
         std::uint64_t mNode = 0;
         std::uint64_t mPort = 0;

@@ -231,7 +231,8 @@ void ztlog::finish() {
     if (sDrain.mLock.lockWithin(lSeconds)) {
         sDrain.drainAll();
         sDrain.mFile.spill();
-        sWriterRuns.store(false);  // the end of the process would cut what it writes now
+        // The end of the process would cut what the writer writes now. A thread whose ring is full still may.
+        sWriterRuns.store(false);
         sDrain.mLock.unlock();
     }
 }

@@ -41,8 +41,8 @@ int ZTCLogFile::open(const char* apPath) {
     }
     if (mFile >= 0) {
         if (mTorn != 0 && !completeLine()) {
-            mTorn = 0;  // the old file keeps the part, its line is lost
-            ++mLost;
+            mLost += mTorn > 1 ? 1 : 0;  // the old file keeps the part: more than its line end is lost
+            mTorn = 0;
         }
         close(mFile);
     }

@@ -167,8 +167,14 @@ TEST(FcWatcher, ComingsAndGoingsThatAreAnnounced) {
     lWatch.mHosts = {{7, hostOf(2)}};
     EXPECT_EQ(lWatch.look(), "arrival 1");
     EXPECT_EQ(lWatch.announce(ZTFCC_AdapterChange, 7), "");
-    lWatch.mNow += std::chrono::seconds(3);
     EXPECT_EQ(lWatch.announce(ZTFCC_AdapterChange, 7), "arrival 1");
+    lWatch.mHosts[8] = hostOf(3);
+    EXPECT_EQ(lWatch.look(), "arrival 2");
+    lWatch.mNow += std::chrono::seconds(3);
+    EXPECT_EQ(lWatch.announce(ZTFCC_AdapterChange, 8), "arrival 2");
+    EXPECT_EQ(lWatch.announce(ZTFCC_Lip, 8), "link 2");  // which leaves it where it was
+    lWatch.mHosts.erase(8);
+    EXPECT_EQ(lWatch.look(), "link 2");
 }
 
 // Whichever allocation fails: each change is told once, then or at the next look.
@@ -197,6 +203,19 @@ TEST(FcWatcher, TellsEachChangeOnceWhenMemoryRunsOut) {
         lHasFailed = lpAllocator->hasFailed();
         lWatch.mWatcher.look(lAfter, {}, lWatch.mEvents);
         EXPECT_EQ(lWatch.takeEvents(), lExpected) << lFailing;
+    }
+    for (const std::uint32_t lCode : {ZTFCC_Lip, ZTFCC_LinkFpin}) {  // a message that is not taken is lost
+        ZTSFcTestWatch lWatch;
+        lWatch.announce(ZTFCC_Lip);
+        {
+            FailingAllocator lAllocator(1);
+            EXPECT_THROW(lWatch.mWatcher.announce({3, lWatch.mNumber++, lCode, 0}, {}, lWatch.mEvents),
+                         std::bad_alloc);
+        }
+        EXPECT_EQ(lWatch.announce(ZTFCC_Lip), "link 0");
+        const auto lCounts = lWatch.mWatcher.takeCounts();
+        EXPECT_EQ(lCounts.mLost, 1U);
+        EXPECT_TRUE(lCounts.mWithoutKind.empty());
     }
 }
 

@@ -100,7 +100,7 @@ template <class... Arguments>
 }
 
 /// Before the process ends: writes what is pending (to standard error when no file was opened), but waits at
-/// most 5 seconds for whoever is writing now, and for nobody who still logs.
+/// most 5 seconds for whoever is writing now, and for nobody who still logs. The writer thread ends.
 void finish();
 
 }  // namespace ztlog

@@ -14,8 +14,8 @@
 class ZTCLogFile {
   public:
     /// Opens the path for appending, made with mode 0640, following no link, and no file of another
-    /// user's or with two names. Returns 0, a line that a killed process has left without its end
-    /// gets one, and what was kept in memory goes to the file first; or the errno, and nothing has changed.
+    /// user's or with two names. Returns 0: a line that a killed process has left without its end is given
+    /// one, then comes what was kept in memory. Or returns the errno, and nothing has changed.
     int open(const char* apPath);
 
     /// Takes whole lines. What cannot be written, or kept while there is no file, is counted.
@@ -34,7 +34,7 @@ class ZTCLogFile {
     int lastError() const { return mLastError; }
     void setLost(std::uint64_t aLost) { mLost = aLost; }
 
-    /// Whether a line went out in part.
+    /// Whether a line stands in the file in part.
     bool isTorn() const { return mTorn != 0; }
     /// Completes the line that went out in part, if there is one. False: the file takes nothing now.
     bool completeLine();
