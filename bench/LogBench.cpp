@@ -66,7 +66,6 @@ void ztbench::useAgentLog() {
     static const bool sOpened = [] {
         setLogFilePath(directory().file("agent.log").c_str());
         openLog();
-        startLogWriter();
         return true;
     }();
     benchmark::DoNotOptimize(sOpened);

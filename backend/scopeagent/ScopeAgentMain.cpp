@@ -13,22 +13,35 @@ constexpr char sFile[] = "ScopeAgentMain";
 constinit const char* spAgentName = "vrx-sca";
 }  // namespace
 
+namespace {
+
+void sMakeSystem() {
+    try {
+        setLogFilePath("vrx-sca.log");
+        const ZTCString lName(spAgentName);
+        setSystemObject(new (std::nothrow) ZTCScopeAgentSystem(lName));
+    } catch (const ZTCException& lrException) {
+        tellFailure(spAgentName, lrException);
+        throw;
+    }
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
     OsOpenStandardDescriptors();
-    try {
+    {
         const ZTCTraceScope lTrace(sFile);
-        Log(ZTLL_Notice, sFile, "Starting the ScopeAgent");
-        setLogFilePath("vrx-sca.log");
-        {
-            const ZTCString lName(spAgentName);
-            setSystemObject(new (std::nothrow) ZTCScopeAgentSystem(lName));
+        try {
+            Log(ZTLL_Notice, sFile, "Starting the ScopeAgent");
+            sMakeSystem();
+            SystemMain(argc, argv);
+            Log(ZTLL_Highest, sFile, "ScopeAgent System exiting");
+        } catch (const ZTCExitConditionEx&) {
+            Log(ZTLL_Information, sFile, "Exit condition");
+        } catch (const ZTCException& lrException) {
+            Log(ZTLL_Information, sFile, "Failed with error - %s, exiting abruptly", lrException.what());
         }
-        SystemMain(argc, argv);
-        Log(ZTLL_Highest, sFile, "ScopeAgent System exiting");
-    } catch (const ZTCExitConditionEx&) {
-        Log(ZTLL_Information, sFile, "Exit condition");
-    } catch (const ZTCException& lrException) {
-        Log(ZTLL_Information, sFile, "Failed with error - %s, exiting abruptly", lrException.what());
     }
     leaveProcess(0);
 }

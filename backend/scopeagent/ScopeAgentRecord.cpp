@@ -1,12 +1,13 @@
 #include "ScopeAgentRecord.h"
 
-#include <algorithm>
-
 #include "EncodableStream.h"
 
 namespace {
 
 constexpr char sFile[] = "ScopeAgentRecord";
+
+// Nanoseconds. What is earlier than the last time by more is not another thread's: the clock was set back.
+constexpr std::uint64_t sMostOutOfOrder = 1000000000;
 
 }  // namespace
 
@@ -18,7 +19,9 @@ ZTCScopeAgentRecord::ZTCScopeAgentRecord(ZTCPointer<ZTCScopeData> aData, std::ui
 void ZTCScopeAgentRecord::incrementOccurrences(std::uint64_t aTime) {
     const ZTCTraceScope lTrace(sFile);
     ++mOccurrences;
-    mLastTime = std::max(mLastTime, aTime);
+    if (aTime > mLastTime || mLastTime - aTime >= sMostOutOfOrder) {
+        mLastTime = aTime;
+    }
 }
 
 void ZTCScopeAgentRecord::encode(ZTCEncodableOutStream& arStream) const {

@@ -16,7 +16,7 @@ void failAssertion(const char* apText, unsigned int aLine, const char* apFunctio
             pause();
         }
     }
-    if ((ztlog::gCode.load(std::memory_order_relaxed) & ZTLL_Highest.mBit) != 0) {
+    if (isLogged(ZTLL_Highest)) {
         ztlog::put(ZTLL_Highest.mBit, ZTLL_Highest.mpTag, aLine, apFunction, apFile,
                    "Assertion [ %s ] failed\n", apText);
     }

@@ -1,19 +1,27 @@
 #include "LogDrain.h"
 
+#include <poll.h>
 #include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "Log.h"
+
+constinit ztlog::Figures ztlog::gFigures{};
 
 namespace {
 
 constexpr char sFile[] = "LogDrain";
+constexpr std::uint64_t sSecond = 1000000000;
+constexpr int sSpillWait = 1000;  // milliseconds
+constexpr unsigned int sEchoed = ZTLL_Highest.mBit | ZTLL_Error.mBit;
 
 // The head of a ring once no record with an earlier time than now is half written. A thread that was stopped
 // in the middle of one is waited for only so long: its record may then stand behind a later one.
-std::uint64_t settledHead(const ZTCLogRing& acrRing) {
+std::uint64_t sSettledHead(const ZTCLogRing& acrRing) {
     constexpr int lSpins = 100;
     constexpr int lYields = 100;
     for (int lTry = 0; acrRing.isBeingWritten() && lTry < lSpins + lYields; ++lTry) {
@@ -24,10 +32,112 @@ std::uint64_t settledHead(const ZTCLogRing& acrRing) {
     return acrRing.head();
 }
 
+// Shows it on standard error as far as that takes it within the time. In pieces that fit into a pipe that has
+// room at all: a larger one would wait for its reader.
+void sShow(const char* apBytes, std::size_t aSize, int aMilliseconds) {
+    for (std::size_t lAt = 0; lAt < aSize;) {
+        pollfd lPoll{STDERR_FILENO, POLLOUT, 0};
+        if (poll(&lPoll, 1, aMilliseconds) <= 0 || (lPoll.revents & POLLOUT) == 0) {
+            return;
+        }
+        const ssize_t lWritten =
+            write(STDERR_FILENO, apBytes + lAt, std::min<std::size_t>(aSize - lAt, PIPE_BUF));
+        if (lWritten <= 0) {
+            return;
+        }
+        lAt += static_cast<std::size_t>(lWritten);
+    }
+}
+
+bool sIsUnmasked(unsigned int aLevel) {
+    return (ztlog::gMask.load(std::memory_order_relaxed) & aLevel) != 0;
+}
+
 }  // namespace
 
+// ---- The file ----
+
+int ZTCLogDrain::open(const char* apPath) {
+    const bool lIsFirst = !mFile.isOpen();
+    if (const int lErrno = mFile.open(apPath); lErrno != 0) {
+        if (!lIsFirst) {
+            putOwn({ZTLL_Error.mpTag, "reopenLog", "Log",
+                    "The log file could not be opened anew, the old one stays in use: %s", ZTLL_Error.mBit,
+                    __LINE__},
+                   ztlog::argument(strerrordesc_np(lErrno)));
+        }
+        return lErrno;
+    }
+    strcpy(mPath, apPath);
+    mRotateAt = 0;
+    if (lIsFirst) {
+        drainAll();
+        mIsMaskKnown = true;
+    }
+    return 0;
+}
+
+void ZTCLogDrain::forget() {
+    mFile = ZTCLogFile();
+    mUsed = 0;
+    mSourceCount = 0;
+}
+
+// The file is moved away before it passes its limit.
+void ZTCLogDrain::rotate() {
+    const std::uint64_t lLimit = std::uint64_t{mLimit} << 20;
+    if (mLimit == 0 || mFile.size() == 0 || mFile.size() + mUsed <= std::max(lLimit, mRotateAt)) {
+        return;
+    }
+    const auto lMebibytes = ztlog::argument(mLimit);
+    if (const int lErrno = mFile.rotate(mPath); lErrno != 0) {
+        mRotateAt = mFile.size() + lLimit / 8;
+        putOwn(
+            {ZTLL_Warning.mpTag, __func__, sFile,
+             "The log file has reached its limit of %u MiB and goes on growing, it cannot be moved away: %s",
+             ZTLL_Warning.mBit, __LINE__},
+            lMebibytes, ztlog::argument(strerrordesc_np(lErrno)));
+        return;
+    }
+    mRotateAt = 0;
+    putOwn({ZTLL_Highest.mpTag, __func__, sFile,
+            "The log file had reached its limit of %u MiB: what came before is in %s.1", ZTLL_Highest.mBit,
+            __LINE__},
+           lMebibytes, ztlog::argument(static_cast<const char*>(mPath)));
+}
+
+void ZTCLogDrain::putToFile(const char* apLines, std::size_t aSize) {
+    const std::uint64_t lLost = mFile.lost();
+    mFile.put(apLines, aSize);
+    ztlog::gFigures.mUnwritten.fetch_add(mFile.lost() - lLost, std::memory_order_relaxed);
+}
+
+// ---- The rings ----
+
 std::uint64_t ZTCLogDrain::drainOnce() {
-    tellLost();
+    if (!mFile.isOpen()) {
+        return 0;
+    }
+    tellUnwritten();
+    const std::uint64_t lTaken = look();
+    if (lTaken == 0 || ztlog::now() - mToldAt > sSecond) {
+        tellDropped();
+    }
+    return lTaken;
+}
+
+void ZTCLogDrain::drainAll() {
+    if (mFile.isOpen()) {
+        tellUnwritten();
+    }
+    look();
+    look();  // what one look has seen, the next one takes
+    if (mFile.isOpen()) {
+        tellDropped();
+    }
+}
+
+std::uint64_t ZTCLogDrain::look() {
     const std::uint64_t lStart = ztlog::now();
     findSources(lStart);
     std::uint64_t lOthers = 0;
@@ -45,16 +155,11 @@ std::uint64_t ZTCLogDrain::drainOnce() {
     return lTaken;
 }
 
-void ZTCLogDrain::drainAll() {
-    drainOnce();
-    drainOnce();  // what one look has seen, the next one takes
-}
-
 void ZTCLogDrain::findSources(std::uint64_t aStart) {
     mSourceCount = 0;
     for (ZTCLogRing& lrRing : mrRings) {
         const bool lIsOrphan = lrRing.mState.load(std::memory_order_acquire) == ZTCLogRing::State::Orphaned;
-        const std::uint64_t lHead = settledHead(lrRing);
+        const std::uint64_t lHead = sSettledHead(lrRing);
         const std::uint64_t lSeen = lrRing.mSeen;
         lrRing.mSeen = lHead;
         if (lHead != lrRing.tail()) {
@@ -69,16 +174,14 @@ void ZTCLogDrain::findSources(std::uint64_t aStart) {
 
 // Moves a source to its next record. Of the records that the look before did not see, those made since this
 // look began wait for the next one: an earlier one may have come to a ring that had been looked at already.
-// (A time far ahead means that the clock was set back, and waits for nothing.)
+// So none waits for longer than that, however the clock is set.
 void ZTCLogDrain::advance(Source& arSource, std::uint64_t aStart) {
-    constexpr std::uint64_t lFarAhead = 1000000000;
     arSource.mpNext = nullptr;
     if (arSource.mAt == arSource.mEnd) {
         return;
     }
     const ZTCLogRecord* const lpRecord = arSource.mpRing->at(arSource.mAt);
-    const bool lIsNew = arSource.mAt >= arSource.mSeen && lpRecord->mStamp > aStart;
-    if (!lIsNew || lpRecord->mStamp - aStart > lFarAhead) {
+    if (arSource.mAt < arSource.mSeen || lpRecord->mStamp <= aStart) {
         arSource.mpNext = lpRecord;
     }
 }
@@ -103,48 +206,82 @@ ZTCLogDrain::Source* ZTCLogDrain::earliest(std::uint64_t& arOthers) {
 }
 
 void ZTCLogDrain::addLine(const ZTCLogRecord& acrRecord) {
+    if (!mIsMaskKnown && !sIsUnmasked(acrRecord.mSite.mLevel)) {
+        return;  // from before the options were read
+    }
     if (mUsed + ZTCLogLine::MaxLine > sizeof mLines) {
         put();
     }
     char* const lpLine = mLines + mUsed;
     const auto lLength = static_cast<std::size_t>(mLine.format(acrRecord, lpLine) - lpLine);
     mUsed += lLength;
-    const bool lIsEchoed =
-        mEcho && mFile.isOpen() && (acrRecord.mSite.mLevel & (ZTLL_Highest.mBit | ZTLL_Error.mBit)) != 0;
-    if (lIsEchoed && write(STDERR_FILENO, lpLine, lLength) < 0) {
-        return;  // nobody reads standard error: the file has the line
+    ztlog::gFigures.mRecords.fetch_add(1, std::memory_order_relaxed);
+    if ((acrRecord.mSite.mLevel & sEchoed) != 0 && mFile.isOpen() && mEcho.load(std::memory_order_relaxed)) {
+        sShow(lpLine, lLength, 0);
     }
 }
 
 // A ring's tail moves only when its lines have been put, so a crash loses no more than what had not been put.
 void ZTCLogDrain::put() {
-    if (mUsed != 0) {
-        mFile.put(mLines, mUsed);
-        mUsed = 0;
+    if (mUsed != 0 && mFile.isOpen()) {
+        rotate();
+        putToFile(mLines, mUsed);
+    } else if (mUsed != 0) {
+        sShow(mLines, mUsed, sSpillWait);
     }
+    mUsed = 0;
     for (std::size_t lAt = 0; lAt < mSourceCount; ++lAt) {
         mSources[lAt].mpRing->setTail(mSources[lAt].mAt);
     }
 }
 
-// Tells how many records were lost, once the file takes lines again.
-void ZTCLogDrain::tellLost() {
+// ---- The drain's own records: it cannot wait for itself ----
+
+template <class... Arguments>
+void ZTCLogDrain::putOwn(const ztlog::Site& acrSite, const Arguments&... acrArguments) {
+    constexpr std::size_t lRoom = sizeof(ZTCLogRecord) + sizeof...(Arguments) * (ztlog::MaxArgumentText + 16);
+    if (!sIsUnmasked(acrSite.mLevel)) {
+        return;
+    }
+    alignas(ZTCLogRecord) unsigned char lBytes[lRoom];
+    auto& lrRecord = *new (lBytes) ZTCLogRecord;
+    lrRecord.mSize = static_cast<std::uint32_t>(ZTCLogRecord::sizeWith(acrArguments...));
+    lrRecord.mThread = static_cast<std::uint32_t>(gettid());
+    lrRecord.mStamp = ztlog::now();
+    lrRecord.fill(acrSite, acrArguments...);
+    char lLine[ZTCLogLine::MaxLine];
+    putToFile(lLine, static_cast<std::size_t>(mLine.format(lrRecord, lLine) - lLine));
+}
+
+void ZTCLogDrain::putLost(std::uint64_t aCount, const char* apReason) {
+    putOwn(
+        {ZTLL_Warning.mpTag, __func__, sFile, "%lu log records were lost: %s", ZTLL_Warning.mBit, __LINE__},
+        ztlog::argument(aCount), ztlog::argument(apReason));
+}
+
+// Tells how many records could not be written, once the file takes lines again.
+void ZTCLogDrain::tellUnwritten() {
     const std::uint64_t lLost = mFile.lost();
     if (!mFile.completeLine() || lLost == 0) {
         return;
     }
-    static constinit ZTCLogRing sOwn;  // the drainer's own: it cannot wait for itself
-    const auto lCount = ztlog::argument(lLost);
-    const auto lReason = ztlog::argument(strerrordesc_np(mFile.lastError()));
-    sOwn.begin(ZTCLogRecord::sizeWith(lCount, lReason), static_cast<std::uint32_t>(gettid()))
-        .fill({ZTLL_Warning.mpTag, __func__, sFile, "%lu log records were lost: %s", ZTLL_Warning.mBit,
-               __LINE__},
-              lCount, lReason);
-    sOwn.publish();
-    std::uint64_t lAt = sOwn.tail();
-    addLine(*sOwn.at(lAt));
-    put();
-    sOwn.setTail(sOwn.head());
+    putLost(lLost, strerrordesc_np(mFile.lastError()));
     // What could not tell it is none of the lost records: these are told when the file takes lines.
     mFile.setLost(mFile.lost() == lLost ? 0 : lLost);
+}
+
+// Tells how many records found no room in their ring.
+void ZTCLogDrain::tellDropped() {
+    const std::uint64_t lDropped = ztlog::gFigures.mDropped.load(std::memory_order_relaxed);
+    if (lDropped == mToldDropped) {
+        return;
+    }
+    const std::uint64_t lLost = mFile.lost();
+    putLost(lDropped - mToldDropped, "the file did not take them in time");
+    if (mFile.lost() == lLost) {
+        mToldDropped = lDropped;
+        mToldAt = ztlog::now();
+    } else {
+        mFile.setLost(lLost);
+    }
 }

@@ -6,113 +6,121 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <climits>
+#include <cstdio>
 #include <cstring>
 
 namespace {
 
-// Whether the last line of a file that is not empty lacks its end.
-bool isLastLineTorn(const char* apPath, off_t aSize) {
-    const int lFile = open(apPath, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
-    if (lFile < 0) {
-        return false;  // then nobody can know
+constexpr int sSafely = O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+constexpr mode_t sMode = 0640;
+
+// In a directory with the sticky bit others can put a file of theirs, a second name of one of ours, or a pipe
+// whose reader would get the log. 0, or the errno of the refusal.
+int sRefusal(const struct stat& acrStatus, const char* apPath) {
+    if (S_ISLNK(acrStatus.st_mode)) {
+        return ELOOP;
     }
-    char lLast = '\0';
-    const bool lIsTorn = pread(lFile, &lLast, sizeof lLast, aSize - 1) == sizeof lLast && lLast != '\n';
-    close(lFile);
-    return lIsTorn;
+    if (!S_ISREG(acrStatus.st_mode)) {
+        const bool lIsDevice = S_ISCHR(acrStatus.st_mode) && strncmp(apPath, "/dev/", 5) == 0;
+        return lIsDevice ? 0 : EINVAL;
+    }
+    if (acrStatus.st_uid != geteuid() && acrStatus.st_uid != 0) {
+        return EPERM;
+    }
+    return acrStatus.st_nlink > 1 ? EMLINK : 0;
+}
+
+// Opens what is at the path, which is looked at before it is opened: to open a device or a pipe has effects.
+// The descriptor, or less than 0 with the errno.
+int sOpenExisting(const char* apPath) {
+    const int lIdentity = open(apPath, O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    if (lIdentity < 0) {
+        return -1;
+    }
+    struct stat lStatus {};
+    fstat(lIdentity, &lStatus);
+    int lErrno = sRefusal(lStatus, apPath);
+    int lFile = -1;
+    if (lErrno == 0) {
+        char lSame[32];
+        snprintf(lSame, sizeof lSame, "/proc/self/fd/%d", lIdentity);
+        // For reading as well: the file's last byte is looked at.
+        lFile = open(lSame, O_RDWR | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+        lErrno = errno;
+    }
+    close(lIdentity);
+    errno = lErrno;
+    return lFile;
+}
+
+int sOpenOrMake(const char* apPath) {
+    for (int lTries = 0; lTries < 10; ++lTries) {  // somebody may make or remove it meanwhile
+        const int lFile = sOpenExisting(apPath);
+        if (lFile >= 0 || errno != ENOENT) {
+            return lFile;
+        }
+        const int lMade = open(apPath, O_WRONLY | O_APPEND | O_CREAT | O_EXCL | sSafely, sMode);
+        if (lMade >= 0 || errno != EEXIST) {
+            return lMade;
+        }
+    }
+    return -1;
 }
 
 }  // namespace
 
 int ZTCLogFile::open(const char* apPath) {
-    // O_NONBLOCK: a pipe without a reader in the log's place must not hold up the start.
-    const int lFile =
-        ::open(apPath, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0640);
+    const int lFile = sOpenOrMake(apPath);
     if (lFile < 0) {
         return errno;
     }
-    // In a directory with the sticky bit others can put a file of theirs, or a second name of one of ours.
     struct stat lStatus {};
-    fstat(lFile, &lStatus);
-    if (S_ISREG(lStatus.st_mode) && (lStatus.st_uid != geteuid() || lStatus.st_nlink > 1)) {
-        close(lFile);
-        return lStatus.st_nlink > 1 ? EMLINK : EPERM;
-    }
-    if (mFile >= 0) {
-        if (mTorn != 0 && !completeLine()) {
-            mLost += mTorn > 1 ? 1 : 0;  // the old file keeps the part: more than its line end is lost
-            mTorn = 0;
-        }
-        close(mFile);
-    }
-    mFile = lFile;
-    if (S_ISREG(lStatus.st_mode) && lStatus.st_size > 0 && isLastLineTorn(apPath, lStatus.st_size)) {
-        mTornText[0] = '\n';  // its writer was killed: ours do not continue it
-        mTorn = 1;
-    }
-    if (mpKept != nullptr) {
-        put(mpKept, mKept);
-        free(mpKept);
-        mpKept = nullptr;
-        mKept = mKeptRoom = 0;
-    }
+    char lLast = '\n';
+    const bool lHasLast = fstat(lFile, &lStatus) == 0 && S_ISREG(lStatus.st_mode) && lStatus.st_size > 0 &&
+                          pread(lFile, &lLast, sizeof lLast, lStatus.st_size - 1) == sizeof lLast;
+    use(lFile, lHasLast && lLast != '\n');
+    mSize = S_ISREG(lStatus.st_mode) ? static_cast<std::uint64_t>(lStatus.st_size) : 0;
     return 0;
 }
 
-void ZTCLogFile::put(const char* apLines, std::size_t aSize) {
-    if (mFile < 0) {
-        keep(apLines, aSize);
-    } else if (completeLine()) {
-        putToFile(apLines, aSize);
-    } else {
-        lose(apLines, aSize);
+int ZTCLogFile::rotate(const char* apPath) {
+    struct stat lOurs {};
+    struct stat lNamed {};
+    char lBefore[PATH_MAX];
+    if (fstat(mFile, &lOurs) != 0) {
+        return errno;
     }
-}
-
-void ZTCLogFile::discard() {
-    mDiscards = true;
-    mKept = 0;
-}
-
-void ZTCLogFile::spill() {
-    for (std::size_t lAt = 0; mFile < 0 && lAt < mKept;) {
-        const ssize_t lWritten = write(STDERR_FILENO, mpKept + lAt, mKept - lAt);
-        if (lWritten < 0 && errno != EINTR) {
-            break;
+    if (lstat(apPath, &lNamed) == 0 && lOurs.st_dev == lNamed.st_dev && lOurs.st_ino == lNamed.st_ino) {
+        if (snprintf(lBefore, sizeof lBefore, "%s.1", apPath) >= static_cast<int>(sizeof lBefore)) {
+            return ENAMETOOLONG;
         }
-        lAt += lWritten > 0 ? static_cast<std::size_t>(lWritten) : 0;
+        if (rename(apPath, lBefore) != 0) {
+            return errno;
+        }
     }
-    mKept = 0;
+    return open(apPath);
 }
 
-bool ZTCLogFile::completeLine() {
-    const std::size_t lWritten = writeSome(mTornText, mTorn);
-    memmove(mTornText, mTornText + lWritten, mTorn - lWritten);
-    mTorn -= lWritten;
-    return mTorn == 0;
+// Goes on in another file. A line that stands in the one before in part keeps its part; of the new one, a
+// writer that was killed may have left one without its end.
+void ZTCLogFile::use(int aFile, bool aIsTorn) {
+    if (mFile >= 0) {
+        if (!completeLine()) {
+            mLost += mTorn > 1 ? 1 : 0;  // more than its line end is lost
+        }
+        close(mFile);
+    }
+    mFile = aFile;
+    mTornText[0] = '\n';
+    mTorn = aIsTorn ? 1 : 0;
 }
 
-void ZTCLogFile::keep(const char* apLines, std::size_t aSize) {
-    if (mDiscards) {
+void ZTCLogFile::put(const char* apLines, std::size_t aSize) {
+    if (!completeLine()) {
+        lose(apLines, aSize);
         return;
     }
-    if (mKept + aSize > mKeptRoom) {
-        const std::size_t lRoom = std::max(2 * mKeptRoom, mKept + aSize);
-        char* const lpKept = static_cast<char*>(realloc(mpKept, lRoom));
-        if (lpKept == nullptr) {
-            mLastError = ENOMEM;
-            lose(apLines, aSize);
-            return;
-        }
-        mpKept = lpKept;
-        mKeptRoom = lRoom;
-    }
-    memcpy(mpKept + mKept, apLines, aSize);
-    mKept += aSize;
-}
-
-void ZTCLogFile::putToFile(const char* apLines, std::size_t aSize) {
     const std::size_t lWritten = writeSome(apLines, aSize);
     if (lWritten == aSize) {
         return;
@@ -128,6 +136,13 @@ void ZTCLogFile::putToFile(const char* apLines, std::size_t aSize) {
     lose(lpRest, static_cast<std::size_t>(lpEnd - lpRest));
 }
 
+bool ZTCLogFile::completeLine() {
+    const std::size_t lWritten = writeSome(mTornText, mTorn);
+    memmove(mTornText, mTornText + lWritten, mTorn - lWritten);
+    mTorn -= lWritten;
+    return mTorn == 0;
+}
+
 std::size_t ZTCLogFile::writeSome(const char* apBytes, std::size_t aSize) {
     std::size_t lDone = 0;
     while (lDone < aSize) {
@@ -140,6 +155,7 @@ std::size_t ZTCLogFile::writeSome(const char* apBytes, std::size_t aSize) {
             break;
         }
         lDone += static_cast<std::size_t>(lWritten);
+        mSize += static_cast<std::uint64_t>(lWritten);
     }
     return lDone;
 }

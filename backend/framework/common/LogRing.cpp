@@ -41,5 +41,4 @@ void ZTCLogRing::clear() {
     mHead.store(head(), std::memory_order_relaxed);
     setTail(head());
     mSeen = head();
-    mState.store(State::Free, std::memory_order_relaxed);
 }

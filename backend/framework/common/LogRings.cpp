@@ -14,11 +14,13 @@ ZTCLogRing* ZTCLogRings::takeFree() {
     return nullptr;
 }
 
-void ZTCLogRings::keepOnly(const ZTCLogRing* apMine) {
+void ZTCLogRings::keepOnly(const ZTCLogRing* apMine, bool aWithRecords) {
     for (ZTCLogRing& lrRing : mRings) {
-        lrRing.clear();
-        if (&lrRing == apMine) {
-            lrRing.mState.store(ZTCLogRing::State::Owned, std::memory_order_relaxed);
+        const bool lIsMine = &lrRing == apMine;
+        if (!lIsMine || !aWithRecords) {
+            lrRing.clear();
         }
+        lrRing.mState.store(lIsMine ? ZTCLogRing::State::Owned : ZTCLogRing::State::Free,
+                            std::memory_order_relaxed);
     }
 }

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cstdlib>
 #include <iterator>
+#include <optional>
 
 #include "Settings.h"
 #include "System.h"
@@ -17,6 +18,9 @@ constexpr char sFile[] = "CommandLine";
 
 constexpr unsigned int sMaxLogCode = 255;
 constexpr unsigned int sMaxHbTimeout = 86400;  // a day
+constexpr char sLogLimitVariable[] = "ZT_LOG_LIMIT";
+constexpr unsigned int sLogLimitDefault = 64;
+constexpr unsigned int sMaxLogLimit = 1024 * 1024;  // MiB: a terabyte
 
 using Setting = ZTCPointer<ZTCMultiType>;
 
@@ -34,14 +38,19 @@ Setting booleanOf(const char* apValue) {
     return makePointer<ZTCMultiType>(lTrue);
 }
 
-Setting numberOf(const char* apValue, unsigned int aLeast, unsigned int aMost) {
+std::optional<unsigned int> sRead(const char* apValue, unsigned int aLeast, unsigned int aMost) {
     unsigned int lNumber = 0;
     const char* const lpEnd = apValue + strlen(apValue);
     const auto lParsed = std::from_chars(apValue, lpEnd, lNumber);
     if (lParsed.ec != std::errc() || lParsed.ptr != lpEnd || lNumber < aLeast || lNumber > aMost) {
         return {};
     }
-    return makePointer<ZTCMultiType>(lNumber);
+    return lNumber;
+}
+
+Setting numberOf(const char* apValue, unsigned int aLeast, unsigned int aMost) {
+    const std::optional<unsigned int> lNumber = sRead(apValue, aLeast, aMost);
+    return lNumber ? makePointer<ZTCMultiType>(*lNumber) : Setting();
 }
 
 Setting logCodeOf(const char* apValue) {
@@ -192,6 +201,16 @@ void ZTCSystem::applySettings() {
     if (const ZTCMultiType* const lpConfFile = findSetting("-c")) {
         setConfFilePathStr(lpConfFile->getText());
     }
+    const char* const lpLimit = getenv(sLogLimitVariable);
+    const bool lIsSet = lpLimit != nullptr && *lpLimit != '\0';
+    const auto lLimit = lIsSet ? sRead(lpLimit, 0, sMaxLogLimit) : sLogLimitDefault;
+    if (!lLimit) {
+        char lText[512];
+        snprintf(lText, sizeof lText, "%s: '%.200s' is not a number of MiB from 0 to %u", sLogLimitVariable,
+                 lpLimit, sMaxLogLimit);
+        exitOnBadOption(lText);
+    }
+    setLogLimit(*lLimit);
 }
 
 bool ZTCSystem::isDaemonWanted() {
@@ -199,18 +218,30 @@ bool ZTCSystem::isDaemonWanted() {
     return lpDaemon == nullptr || lpDaemon->getBool();
 }
 
+bool ZTCSystem::isStopWanted() {
+    return findSetting("-s") != nullptr;
+}
+
+// The log is opened behind it: where its disk stands still, only this process has to wait for that.
+void ZTCSystem::stopRunningInstanceAndExit() {
+    int lStatus = 0;
+    try {
+        killRunningInstance();
+    } catch (const ZTCException& lrException) {
+        Log(ZTLL_Warning, sFile, "The running instance was not stopped: %s", lrException.what());
+        fprintf(stderr, "%s: %s\n", mName.get(), lrException.what());
+        lStatus = 1;
+    }
+    try {
+        openLog();
+    } catch (const ZTCException&) {
+        discardLog();  // what there is to tell has been shown
+    }
+    leaveProcess(lStatus);
+}
+
 void ZTCSystem::processCommandLineArguments() {
     const ZTCTraceScope lTrace(sFile);
-    if (findSetting("-s") != nullptr) {
-        try {
-            killRunningInstance();
-        } catch (const ZTCException& lrException) {
-            Log(ZTLL_Warning, sFile, "The running instance was not stopped: %s", lrException.what());
-            fprintf(stderr, "%s: %s\n", mName.get(), lrException.what());
-            exit(1);
-        }
-        exit(0);
-    }
     if (findSetting("-c") != nullptr) {
         processConfigFile();
     }

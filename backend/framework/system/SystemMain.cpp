@@ -1,6 +1,7 @@
 #include "SystemMain.h"
 
 #include <cstdio>
+#include <optional>
 
 #include "SafeFile.h"
 #include "SignalSource.h"
@@ -14,12 +15,22 @@ constexpr char sNull[] = "/dev/null";
 constinit ZTCSystem* spSystem = nullptr;
 
 // A log file without a directory in its name lies in the runtime directory.
-void openLogIn(const ZTCString& acrRuntimeDir) {
+void sNameLog(const ZTCString& acrRuntimeDir) {
     const ZTCString lName(getLogFilePath());
     if (strchr(lName.get(), '/') == nullptr) {
         setLogFilePath((acrRuntimeDir + "/" + lName.get()).get());
     }
-    openLog();
+}
+
+// Behind the daemon's fork, for the log's writer is a thread. Whatever the file's disk does, the start goes
+// on.
+void sOpenLog(const ZTCSystem& acrSystem) {
+    setLogEcho(true);
+    if (!openLog()) {
+        Log(ZTLL_Warning, sFile, "The log file does not open: going on without it until it does");
+        fprintf(stderr, "%s: the log file does not open: going on without it until it does\n",
+                acrSystem.getName().get());
+    }
 }
 
 void start(ZTCSystem& arSystem, int argc, char** argv) {
@@ -27,14 +38,16 @@ void start(ZTCSystem& arSystem, int argc, char** argv) {
     arSystem.processCommandLine(argc, argv);
     const char* const lpRuntimeDir = arSystem.getRuntimeDirStr().get();
     OsCheckDirectory(lpRuntimeDir);
-    openLogIn(arSystem.getRuntimeDirStr());
-    setLogEcho(true);
-    arSystem.processCommandLineArguments();
+    sNameLog(arSystem.getRuntimeDirStr());
+    if (arSystem.isStopWanted()) {
+        arSystem.stopRunningInstanceAndExit();
+    }
     if (arSystem.isDaemonWanted()) {
         // A runtime directory without a leading slash means the one below where the process was started.
         arSystem.systemDaemonize(lpRuntimeDir[0] == '/' ? "/" : ".", sNull, sNull, sNull);
     }
-    startLogWriter();
+    sOpenLog(arSystem);
+    arSystem.processCommandLineArguments();
     arSystem.markAsRunning();
     arSystem.init();
     arSystem.createThreads();
@@ -56,16 +69,6 @@ void end(ZTCSystem& arSystem) {
     arSystem.postDestroy();
 }
 
-// Why the system does not run, in the log and on standard error, whatever the log code is.
-void tellFailure(const ZTCSystem& acrSystem, const ZTCException& acrException) {
-    unsigned int lLogCode = 0;
-    getLogCode(lLogCode);
-    Log(ZTLL_Error, sFile, "%s", acrException.what());
-    if ((lLogCode & ZTLL_Error.mBit) == 0) {
-        fprintf(stderr, "%s: %s\n", acrSystem.getName().get(), acrException.what());
-    }
-}
-
 // Takes down what a start that failed had set up. What fails here has been told by the first failure.
 void abandon(ZTCSystem& arSystem) {
     const auto lTry = [](auto&& arStep) {
@@ -84,6 +87,16 @@ void abandon(ZTCSystem& arSystem) {
 
 }  // namespace
 
+void tellFailure(const char* apName, const ZTCException& acrException) {
+    unsigned int lLogCode = 0;
+    getLogCode(lLogCode);
+    Log(ZTLL_Error, "SystemMain", "%s", acrException.what());
+    // Shown by the log, if it can show anything.
+    if ((lLogCode & ZTLL_Error.mBit) == 0 || !flushLog()) {
+        fprintf(stderr, "%s: %s\n", apName, acrException.what());
+    }
+}
+
 void setSystemObject(ZTCSystem* apSystem) {
     spSystem = apSystem;
 }
@@ -95,13 +108,14 @@ ZTCSystem* getSystemObject() {
 int SystemMain(int argc, char** argv) {
     const ZTCTraceScope lTrace(sFile);
     ZT_ASSERT(0 != spSystem, __LINE__, sFile);
-    ZTCSignalSource lSignals;
-    spSystem->setSignalSource(&lSignals);
+    std::optional<ZTCSignalSource> lSignals;
     try {
+        lSignals.emplace();
+        spSystem->setSignalSource(&*lSignals);
         orNoMemory([&] { start(*spSystem, argc, argv); });
         spSystem->waitForThreads();
     } catch (const ZTCException& lrException) {
-        tellFailure(*spSystem, lrException);
+        tellFailure(spSystem->getName().get(), lrException);
         abandon(*spSystem);
         spSystem->setSignalSource(nullptr);
         throw;

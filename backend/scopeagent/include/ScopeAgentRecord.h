@@ -14,7 +14,8 @@ class ZTCScopeAgentRecord final {
     virtual ZTCPointer<ZTCScopeData>& getScopeData() { return mScopeData; }
     virtual const ZTCPointer<ZTCScopeData>& getScopeData() const { return mScopeData; }
 
-    /// Counts one more. Times of different threads may come out of order: the last one is the latest.
+    /// Counts one more. Times of threads that come out of order, by less than a second, do not move the last
+    /// one back; a clock that was set back does, also before the first one.
     void incrementOccurrences(std::uint64_t aTime);
     /// Wraps at 2^32.
     unsigned int getOccurrences() const { return mOccurrences; }

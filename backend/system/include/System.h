@@ -198,6 +198,9 @@ class ZTCSystem : public ZTCSystemInterface {
     void setSignalSource(ZTCSignalSource* apSignals) { mpSignals = apSignals; }
     /// Whether the process is to run detached (`-D`).
     bool isDaemonWanted();
+    bool isStopWanted();
+    /// What -s asks for: ends the running instance, and this process, with status 0 when it has ended.
+    [[noreturn]] void stopRunningInstanceAndExit();
     /// The system runs: tells the process that started it, or the service manager.
     void reportReady();
 

@@ -1,10 +1,11 @@
-// The log: one line a record, every line whole, nothing thrown away for speed.
+// The log: one line a record, every line whole, and nobody who logs waits for its disk.
 //
 // Any thread may log at any time, also before the log file is known and while the process ends. A caller
-// copies the record's arguments into a ring of its own thread and goes on; one writer thread formats and
-// writes the rings in order of time (LogRing.h, LogLine.h, LogFile.h). A caller waits only when its ring is
-// full, or for a record at ZTLL_Highest, ZTLL_Abnormal or ZTLL_Error: that one has been written to the file
-// when the call returns. A masked record costs one load and one branch.
+// copies the record's arguments into a ring of its own thread and goes on (LogRing.h); one writer thread, and
+// no other, formats and writes the rings in order of time (LogWriter.h, LogDrain.h, LogLine.h, LogFile.h). A
+// record that finds its ring full is lost and counted; only the first at ZTLL_Warning or above waits, a tenth
+// of a second at most, and after it nobody until the file has taken something. A masked record costs one load
+// and one branch.
 //
 // A line: UTC time to the microsecond, process.thread, tag, file:line, function, text.
 //
@@ -31,62 +32,68 @@ inline constexpr ZTCLogLevel ZTLL_Notice{32, "-N-"};       ///< notices
 inline constexpr ZTCLogLevel ZTLL_Information{64, "-I-"};  ///< information
 inline constexpr ZTCLogLevel ZTLL_Trace{128, "-T-"};       ///< "Entered" and "Left" of functions
 
-/// Records of these levels are in the file when the call returns.
-inline constexpr unsigned int ZTLL_WrittenAtOnce = ZTLL_Highest.mBit | ZTLL_Abnormal.mBit | ZTLL_Error.mBit;
+/// Records of these levels wake the writer from its rest; others are in the file within 100 ms.
+inline constexpr unsigned int ZTLL_Urgent = ZTLL_Highest.mBit | ZTLL_Abnormal.mBit | ZTLL_Error.mBit;
 
-/// Levels 1 to 32; what is written until setLogCode says otherwise.
+/// Levels 1 to 32; what is written unless setLogCode says otherwise.
 inline constexpr unsigned int ZTLogCodeDefault = 63;
 
 // The process-wide settings of the log. Safe from any thread.
 
-/// Sets the mask of the levels that are written.
+/// Sets the mask of the levels that are written. Until openLog records of all levels are kept, as many as the
+/// ring of their thread holds; which of them are written, says the mask at openLog.
 void setLogCode(unsigned int aCode);
 void getLogCode(unsigned int& arCode);
 
 /// Sets the name of the log file, at most PATH_MAX - 1 bytes, else ZTCInvalidEx. Takes effect with openLog.
 void setLogFilePath(const char* apPath);
-/// The name that setLogFilePath was given last; "" before. Valid until the next setLogFilePath.
+/// The name that setLogFilePath was given last; "" before. Main thread.
 const char* getLogFilePath();
 
-// The life of the log. Main thread only.
+// The life of the log. Main thread only, unless said otherwise.
 
-/// Opens (appending, making it with mode 0640, following no symbolic link) the file that setLogFilePath
-/// named. What was logged so far is kept until then and comes first in it. Throws ZTCOsException.
-void openLog();
+/// Before openLog: a file that reaches so many MiB becomes FILE.1, in place of the one before, and a new one
+/// is begun. 0: never.
+void setLogLimit(unsigned int aMebibytes);
 
-/// Starts the writer thread, with every signal blocked. Without it records are written when a ring is full,
-/// when one must be written at once, by flushLog and at exit. Throws ZTCOsException. The thread does not
-/// survive a fork: the child calls this again.
-void startLogWriter();
+/// Starts the writer thread, with every signal blocked, and has it open (appending, making it with mode 0640,
+/// following no symbolic link) the file that setLogFilePath named. What was logged so far comes first in it.
+/// Waits a second at most. False: the file's disk stands still; it is opened as soon as it moves. Throws
+/// ZTCOsException when the file cannot be opened, or the thread not be started. The thread does not survive a
+/// fork: the child calls this again.
+bool openLog();
 
-/// Writes what is pending, then opens the file's name anew. The old file stays in use, and an error is
-/// logged, when that fails.
+/// Has what is pending written, then the file's name opened anew; does not wait for that. The old file stays
+/// in use, and an error is logged, when it fails. Any thread.
 void reopenLog();
 
 /// What has been logged, and what will be until openLog, is shown nowhere: for help and version.
 void discardLog();
 
-/// While set, records of ZTLL_Highest and ZTLL_Error that go to the file are shown on standard error too.
+/// While set, records of ZTLL_Highest and ZTLL_Error that go to the file are shown on standard error too, if
+/// that takes them at once.
 void setLogEcho(bool aOn);
 
-/// Writes everything that was logged before the call. Any thread.
-void flushLog();
+/// Waits, a second at most, until everything that was logged before the call is in the file. False: it is
+/// not. Any thread.
+bool flushLog();
 
 namespace ztlog {
 
-extern std::atomic<unsigned int> gCode;
-
-/// Makes room for a record of so many bytes in the calling thread's ring, waiting if there is none, and reads
-/// the clock. What it returns is to be filled in, and then published, by the same thread.
-ZTCLogRecord& begin(std::size_t aSize);
-void publish();
+/// Makes room for a record of so many bytes in the calling thread's ring and reads the clock. What it returns
+/// is to be filled in, and then published, by the same thread. Null: there is no room, the record is lost.
+ZTCLogRecord* begin(std::size_t aSize, unsigned int aLevel);
+void publish(unsigned int aLevel);
 
 template <class... Arguments>
 std::uint64_t putArguments(const Site& acrSite, const Arguments&... acrArguments) {
-    ZTCLogRecord& lrRecord = begin(ZTCLogRecord::sizeWith(acrArguments...));
-    const std::uint64_t lStamp = lrRecord.mStamp;
-    lrRecord.fill(acrSite, acrArguments...);
-    publish();
+    ZTCLogRecord* const lpRecord = begin(ZTCLogRecord::sizeWith(acrArguments...), acrSite.mLevel);
+    if (lpRecord == nullptr) [[unlikely]] {
+        return now();
+    }
+    const std::uint64_t lStamp = lpRecord->mStamp;
+    lpRecord->fill(acrSite, acrArguments...);
+    publish(acrSite.mLevel);
     return lStamp;
 }
 
@@ -99,8 +106,8 @@ template <class... Arguments>
     return putArguments({apTag, apFunction, apFile, apFormat, aLevel, aLine}, argument(aArguments)...);
 }
 
-/// Before the process ends: writes what is pending (to standard error when no file was opened), but waits at
-/// most 5 seconds for whoever is writing now, and for nobody who still logs. The writer thread ends.
+/// Before the process ends: has what is pending written (to standard error when no file was opened), but
+/// waits a second at most, and for nobody who still logs. The writer thread ends.
 void finish();
 
 }  // namespace ztlog
@@ -108,7 +115,7 @@ void finish();
 /// Writes one record when the level's bit is set in the log code. The format is a printf literal, checked
 /// against the arguments by the compiler (integers, pointers, NUL-terminated text; no floating point). Tag,
 /// function, file and format must live as long as the process; the arguments are copied. Never throws;
-/// allocates nothing once the file is open. Any thread. Text beyond 4 KiB an argument or 16 KiB a record ends
+/// allocates nothing. Any thread. Text beyond 4 KiB an argument or 16 KiB a record ends
 /// in "[cut]".
 template <class... Arguments>
 void PrintLogMessageWithTimeStamp(unsigned int aLevel, const char* apTag, unsigned int aLine,
@@ -119,9 +126,6 @@ void PrintLogMessageWithTimeStamp(unsigned int aLevel, const char* apTag, unsign
         return;
     }
     ztlog::put(aLevel, apTag, aLine, apFunction, apFile, aFormat.mpText, aArguments...);
-    if ((aLevel & ZTLL_WrittenAtOnce) != 0) {
-        flushLog();
-    }
 }
 
 /// Whether records of the level are written: for arguments that cost something to make.

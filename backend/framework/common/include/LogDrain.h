@@ -1,66 +1,46 @@
-// Takes the records out of the rings, in order of time, and puts their lines into the file. Whoever holds the
-// lock is the one that drains: the writer thread, a caller that must have its record in the file, or one
-// whose ring stays full. See Log.h.
+// Takes the records out of the rings, in order of time, and puts their lines into the file. See Log.h.
 #pragma once
 
-#include <pthread.h>
-
+#include <atomic>
 #include <climits>
-#include <ctime>
 
 #include "LogFile.h"
 #include "LogLine.h"
 #include "LogRings.h"
-#include "ThreadAnnotations.h"
 
-/// The log's own lock: the framework's mutex cannot be it, for that one logs.
-class ZT_CAPABILITY("mutex") ZTCLogLock {
-  public:
-    void lock() ZT_ACQUIRE() { pthread_mutex_lock(&mMutex); }
-    bool tryLock() ZT_TRY_ACQUIRE(true) { return pthread_mutex_trylock(&mMutex) == 0; }
-    bool lockWithin(unsigned int aSeconds) ZT_TRY_ACQUIRE(true) {
-        timespec lDeadline;  // not pthread_mutex_clocklock, which the thread sanitizer does not know
-        clock_gettime(CLOCK_REALTIME, &lDeadline);
-        lDeadline.tv_sec += aSeconds;
-        return pthread_mutex_timedlock(&mMutex, &lDeadline) == 0;
-    }
-    void unlock() ZT_RELEASE() { pthread_mutex_unlock(&mMutex); }
-
-  private:
-    pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
-};
-
-class ZT_SCOPED_CAPABILITY ZTCLogGuard {
-  public:
-    explicit ZTCLogGuard(ZTCLogLock& arLock) ZT_ACQUIRE(arLock) : mrLock(arLock) { mrLock.lock(); }
-    ~ZTCLogGuard() ZT_RELEASE() { mrLock.unlock(); }
-    ZTCLogGuard(const ZTCLogGuard&) = delete;
-    ZTCLogGuard& operator=(const ZTCLogGuard&) = delete;
-
-  private:
-    ZTCLogLock& mrLock;
-};
-
+/// Used by one thread at a time: the log's writer, or, where there is none, the one that ends the process.
+/// What may be called from elsewhere says so.
 class ZTCLogDrain {
   public:
     explicit constexpr ZTCLogDrain(ZTCLogRings& arRings) : mrRings(arRings) {}
 
-    ZTCLogLock mLock;
+    /// Opens the file at the path, or opens it anew. At the first time what has been logged so far comes
+    /// first in it. Returns 0, or the errno: then the file before, if there was one, stays in use, and gets a
+    /// line that says so.
+    int open(const char* apPath);
+    bool isOpen() const { return mFile.isOpen(); }
 
-    /// One look at every ring. Returns the bytes taken from them; of records that came during the look some
-    /// stay for the next one.
-    std::uint64_t drainOnce() ZT_REQUIRES(mLock);
+    /// One look at every ring, while a file is open. Returns the bytes taken from them; of records that came
+    /// during the look some stay for the next one.
+    std::uint64_t drainOnce();
 
-    /// Everything that was put before the call.
-    void drainAll() ZT_REQUIRES(mLock);
+    /// Everything that was put before the call. Where no file was ever opened it goes to standard error.
+    void drainAll();
 
-    /// Whether lines were lost and this could not be told yet, or one went out in part.
-    bool hasLost() const ZT_REQUIRES(mLock) { return mFile.lost() != 0 || mFile.isTorn(); }
+    /// Whether records were lost and this could not be told yet, or a line went out in part.
+    bool hasUntold() const {
+        return mFile.lost() != 0 || mFile.isTorn() ||
+               ztlog::gFigures.mDropped.load(std::memory_order_relaxed) != mToldDropped;
+    }
 
-    ZTCLogFile mFile ZT_GUARDED_BY(mLock);
-    ZTCLogLine mLine ZT_GUARDED_BY(mLock);
-    char mPath[PATH_MAX] ZT_GUARDED_BY(mLock) = "";
-    bool mEcho ZT_GUARDED_BY(mLock) = false;  ///< see setLogEcho
+    /// The file's greatest size in MiB, 0: none. Before the file is opened.
+    void setLimit(unsigned int aMebibytes) { mLimit = aMebibytes; }
+
+    /// Any thread. See setLogEcho.
+    void setEcho(bool aOn) { mEcho.store(aOn, std::memory_order_relaxed); }
+
+    /// After a fork, in the child: the file is the parent's.
+    void forget();
 
   private:
     // A ring with something to take.
@@ -72,16 +52,32 @@ class ZTCLogDrain {
         const ZTCLogRecord* mpNext;  // what stands at mAt; null: nothing more in this look
     };
 
-    void findSources(std::uint64_t aStart) ZT_REQUIRES(mLock);
+    void findSources(std::uint64_t aStart);
     static void advance(Source& arSource, std::uint64_t aStart);
-    Source* earliest(std::uint64_t& arOthers) ZT_REQUIRES(mLock);
-    void addLine(const ZTCLogRecord& acrRecord) ZT_REQUIRES(mLock);
-    void put() ZT_REQUIRES(mLock);
-    void tellLost() ZT_REQUIRES(mLock);
+    Source* earliest(std::uint64_t& arOthers);
+    std::uint64_t look();
+    void addLine(const ZTCLogRecord& acrRecord);
+    void put();
+    void putToFile(const char* apLines, std::size_t aSize);
+    template <class... Arguments>
+    void putOwn(const ztlog::Site& acrSite, const Arguments&... acrArguments);
+    void putLost(std::uint64_t aCount, const char* apReason);
+    void rotate();
+    void tellUnwritten();
+    void tellDropped();
 
     ZTCLogRings& mrRings;
-    std::size_t mSourceCount ZT_GUARDED_BY(mLock) = 0;
-    Source mSources[ZTCLogRings::Count] ZT_GUARDED_BY(mLock){};
-    std::size_t mUsed ZT_GUARDED_BY(mLock) = 0;
-    char mLines[128 * 1024] ZT_GUARDED_BY(mLock){};  ///< formatted, on their way to the file
+    ZTCLogFile mFile;
+    ZTCLogLine mLine;
+    char mPath[PATH_MAX] = "";
+    unsigned int mLimit = 0;
+    std::uint64_t mRotateAt = 0;     ///< the size to try it at, once it has failed
+    bool mIsMaskKnown = false;       ///< what comes has been put behind the mask
+    std::uint64_t mToldDropped = 0;  ///< of ztlog::gFigures.mDropped
+    std::uint64_t mToldAt = 0;       ///< when, in nanoseconds since 1970
+    std::atomic<bool> mEcho{false};
+    std::size_t mSourceCount = 0;
+    Source mSources[ZTCLogRings::Count]{};
+    std::size_t mUsed = 0;
+    char mLines[128 * 1024]{};  ///< formatted, on their way to the file
 };

@@ -1,11 +1,12 @@
-// Where the log's lines go: memory until a file is named, then the file. See Log.h.
+// The file that the log's lines go to. See Log.h.
 //
-// Used by one thread at a time, under the log's drain lock. Failing to write never stops anything: lines that
-// could not be written are counted, and a line that went out in part is completed before anything else, so
-// every line of the file is whole.
+// Used by the log's writer alone. Failing to write never stops anything: lines that could not be written are
+// counted, and a line that went out in part is completed before anything else, so every line of the file is
+// whole.
 #pragma once
 
-#include <climits>
+#include <sys/types.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -13,21 +14,22 @@
 
 class ZTCLogFile {
   public:
-    /// Opens the path for appending, made with mode 0640, following no link, and no file of another
-    /// user's or with two names. Returns 0: a line that a killed process has left without its end is given
-    /// one, then comes what was kept in memory. Or returns the errno, and nothing has changed.
+    /// Opens the path for appending, made with mode 0640, following no link: a regular file of ours or of
+    /// root's with one name, or a device below /dev. Returns 0: a line that a killed process has left
+    /// without its end is given one. Or returns the errno, and nothing has changed.
     int open(const char* apPath);
 
-    /// Takes whole lines. What cannot be written, or kept while there is no file, is counted.
+    /// Makes the file at the path, which is this one, apPath.1, in place of the one before, and begins a new
+    /// one. When the path has become another file (somebody has moved ours away), that one is opened and
+    /// nothing is moved. Returns 0, or the errno, and the file stays in use.
+    int rotate(const char* apPath);
+
+    /// Takes whole lines. What cannot be written is counted.
     void put(const char* apLines, std::size_t aSize);
 
-    /// Counts kept or lost lines as shown nowhere, and keeps no more: for help and version.
-    void discard();
-
-    /// Writes what is kept, if there is still no file, to standard error: at the end of the process.
-    void spill();
-
     bool isOpen() const { return mFile >= 0; }
+    /// Bytes in the file.
+    std::uint64_t size() const { return mSize; }
 
     /// Lines that could not be written and have not been told yet; the errno of the last failure.
     std::uint64_t lost() const { return mLost; }
@@ -40,18 +42,14 @@ class ZTCLogFile {
     bool completeLine();
 
   private:
-    void keep(const char* apLines, std::size_t aSize);
-    void putToFile(const char* apLines, std::size_t aSize);
+    void use(int aFile, bool aIsTorn);
     std::size_t writeSome(const char* apBytes, std::size_t aSize);
     void lose(const char* apLines, std::size_t aSize);
 
     int mFile = -1;
     int mLastError = 0;
+    std::uint64_t mSize = 0;
     std::uint64_t mLost = 0;
-    bool mDiscards = false;
-    char* mpKept = nullptr;
-    std::size_t mKept = 0;
-    std::size_t mKeptRoom = 0;
     std::size_t mTorn = 0;  ///< bytes of mTornText still to be written
     char mTornText[ZTCLogLine::MaxLine]{};
 };

@@ -16,6 +16,7 @@
 class ZTCLogRing {
   public:
     static constexpr std::size_t Capacity = 256 * 1024;
+    static constexpr std::size_t Urgent = Capacity / 8;
 
     enum class State : unsigned int {
         Free,      ///< nobody's, and empty
@@ -28,12 +29,15 @@ class ZTCLogRing {
     /// Whether a record of aSize bytes can be put now.
     bool hasRoom(std::size_t aSize) {
         const std::uint64_t lHead = mHead.load(std::memory_order_relaxed);
-        const std::size_t lNeeded = aSize + fillerBefore(lHead, aSize);
-        if (lHead + lNeeded - mKnownTail > Capacity) {
+        const std::uint64_t lEnd = lHead + aSize + fillerBefore(lHead, aSize);
+        if (lEnd - mKnownTail > Urgent) {
             mKnownTail = mTail.load(std::memory_order_acquire);
         }
-        return lHead + lNeeded - mKnownTail <= Capacity;
+        return lEnd - mKnownTail <= Capacity;
     }
+
+    /// Whether so much is pending that the writer should not rest any longer.
+    bool isFilling() const { return mBegun - mKnownTail > Urgent; }
 
     /// Begins a record, for which there is room: reads the clock. The site and the arguments are to be set.
     ZTCLogRecord& begin(std::size_t aSize, std::uint32_t aThread);

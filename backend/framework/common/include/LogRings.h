@@ -29,8 +29,9 @@ class ZTCLogRings {
         });
     }
 
-    /// After a fork: the rings of threads that are not there are free, and empty; apMine stays the caller's.
-    void keepOnly(const ZTCLogRing* apMine);
+    /// After a fork: the rings of threads that are not there are free, and empty; apMine stays the caller's,
+    /// with what it holds or without.
+    void keepOnly(const ZTCLogRing* apMine, bool aWithRecords);
 
   private:
     // All of it starts as zeros, so that the rings take no room in the program's file.

@@ -1,6 +1,7 @@
 // Runs a process's one system object from its first step to its last.
 #pragma once
 
+class ZTCException;
 class ZTCSystem;
 
 /// Registers the system object; not owned, and never deleted here.
@@ -13,3 +14,6 @@ ZTCSystem* getSystemObject();
 /// have ended, destroy and postDestroy. Returns 0 then. A failure is logged and thrown on, after what had
 /// been set up was taken down. Main thread, once. Without a system object: a fatal assertion.
 int SystemMain(int argc, char** argv);
+
+/// Tells why the process does not run, in the log and on standard error, whatever the log code is.
+void tellFailure(const char* apName, const ZTCException& acrException);

@@ -1,0 +1,68 @@
+// The agent with its log on a disk that stands still: what it exists for goes on.
+#include "SimClient.h"
+#include "TestDisk.h"
+
+namespace {
+
+constexpr unsigned int sEvents = 100000;
+
+struct Stand {
+    Stand() : mSim("") {}
+
+    ZTCTestAgent::Options environment() const {
+        ZTCTestAgent::Options lEnvironment = mSim.getEnvironment();
+        const auto lMore = mDisk.getEnvironment();
+        lEnvironment.insert(lEnvironment.end(), lMore.begin(), lMore.end());
+        return lEnvironment;
+    }
+    std::string log() const { return readFile(mDisk / "log"); }
+
+    ZTCTestDirectory mDirectory;
+    ZTCTestDisk mDisk;
+    ZTCTestSim mSim;
+};
+
+std::vector<ZTSTestList> fetch(const ZTCTestSensor& acrSensor) {
+    return ZTCTestFetch(acrSensor.ask(messageOf(2, "\x01")).substr(12)).getLists();
+}
+
+}  // namespace
+
+TEST(LogDisk, StandsStillWhileEventsAreTakenAndTheAgentEnds) {
+    for (const bool lMovesAgain : {true, false}) {
+        Stand lStand;
+        ZTCTestAgent lAgent(lStand.mDirectory, {"-l", lStand.mDisk / "log"}, lStand.environment());
+        const ZTCTestSensor lSensor(lStand.mDirectory);
+        EXPECT_EQ(lSensor.ask(messageOf(1, '\0' + wordOf(64))), successOf(1));
+        lStand.mDisk.stand();
+        lStand.mSim.play("storm queue-full lun=1 rate=max times=" + std::to_string(sEvents) +
+                         "\nwait storms");
+        EXPECT_EQ(occurrencesIn(fetch(lSensor)), sEvents);
+        if (lMovesAgain) {
+            lStand.mDisk.move();
+            EXPECT_TRUE(waitUntil([&] { return contains(lStand.log(), " log records were lost: "); }));
+        }
+        lAgent.sendSignal(SIGTERM);
+        EXPECT_EQ(lAgent.waitForEnd(10), 0);
+        EXPECT_EQ(namesIn(lStand.mDirectory), std::set<std::string>{});
+    }
+}
+
+TEST(LogDisk, StandsStillAtAStartWhichGoesOn) {
+    for (const char* const lpIsDaemon : {"true", "false"}) {
+        Stand lStand;
+        lStand.mDisk.stand();
+        ZTCTestChild lStarter(ZTCTestAgent::commandOf({"-D", lpIsDaemon}, {"-l", lStand.mDisk / "log"}),
+                              ZTCTestAgent::environmentOf(lStand.mDirectory, lStand.environment()));
+        const ZTCTestSensor lSensor(lStand.mDirectory);
+        EXPECT_EQ(lSensor.ask(stopOf(1)), successOf(1));
+        EXPECT_EQ(lStarter.getErr(),
+                  "vrx-sca: the log file does not open: going on without it until it does\n");
+        lStand.mDisk.move();
+        EXPECT_TRUE(waitUntil([&] { return contains(lStand.log(), ": Starting the ScopeAgent\n"); }));
+        EXPECT_EQ(lSensor.ask(messageOf(9, "\x04")), successOf(9));
+        EXPECT_EQ(lStarter.waitForEnd(10), 0);
+        EXPECT_TRUE(waitUntil([&] { return contains(lStand.log(), ": ScopeAgent System exiting\n"); }));
+        EXPECT_EQ(namesIn(lStand.mDirectory), std::set<std::string>{});
+    }
+}
