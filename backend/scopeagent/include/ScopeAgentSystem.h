@@ -71,7 +71,7 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     void reportLosses();
 
     /// Whether all collected data has reached the limit; tells its size then. Any thread: a soft bound, which
-    /// may be passed by one event a thread.
+    /// may be passed by one event a thread, of an RSCN by all its pages.
     bool isTotalLimitOnScopeDataReached() const;
 
     // The collection. At most one record is held back outside its list, so that a repeat can still be folded

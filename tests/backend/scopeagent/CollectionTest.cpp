@@ -3,6 +3,7 @@
 
 #include <map>
 
+#include "EncodableStream.h"
 #include "FailingAllocator.h"
 #include "TestCollection.h"
 
@@ -311,6 +312,34 @@ TEST(Collection, HandsOutRecordsThatNeverChangeWithTheTimesOfTheirEvents) {
             EXPECT_GE(lAgain.of(0)[0].mFirst, lrRecord.mLast);
         }
     });
+}
+
+TEST(Collection, TheLastTimeFollowsAClockThatIsSetBackButNotThreadsOutOfOrder) {
+    constexpr std::uint64_t lSecond = 1000000000;
+    constexpr std::uint64_t lAtFirst = 1000 * lSecond;
+    const std::pair<std::uint64_t, std::uint64_t> lRows[] = {
+        // the time of a repeat, the last time that it makes
+        {lAtFirst, lAtFirst},
+        {lAtFirst - lSecond + 1, lAtFirst},
+        {lAtFirst - lSecond, lAtFirst - lSecond},
+        {lAtFirst + lSecond, lAtFirst + lSecond},
+        {lAtFirst - 900 * lSecond, lAtFirst - 900 * lSecond},
+    };
+    const auto lEncoded = [](const auto& acrWhat) {
+        ZTCBufferExpOutStream lStream(64);
+        acrWhat.encode(lStream);
+        return ZTCTestCollection::textOf(lStream.getBuffer());
+    };
+    for (const auto& [lTime, lLast] : lRows) {
+        const unsigned char lBlock[4]{1};
+        ZTCScopeAgentRecord lRecord(
+            makePointer<ZTCScopeData>(makePointer<ZTCScopeEvent>(std::uint8_t{2}, std::uint8_t{1}), lBlock,
+                                      4U, 4096U),
+            lAtFirst);
+        lRecord.incrementOccurrences(lTime);
+        EXPECT_EQ(lEncoded(lRecord).substr(0, 28),
+                  wordOf(2) + lEncoded(ZTCDateTime(lAtFirst)) + lEncoded(ZTCDateTime(lLast)));
+    }
 }
 
 TEST(Collection, GoesOnWhenTheLibraryTellsOfFewerAdaptersOrMore) {

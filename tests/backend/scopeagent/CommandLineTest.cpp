@@ -1,4 +1,6 @@
-#include "TestSupport.h"
+#include <sys/resource.h>
+
+#include "AgentClient.h"
 
 namespace {
 
@@ -102,6 +104,30 @@ TEST_F(CommandLineTest, SaysWhyItDoesNotStartWhateverTheLogCodeIs) {
         EXPECT_TRUE(contains(lEnd.mErr, "vrx-sca: cannot open the log file " + mDirectory.getPath() +
                                             "/not-there/vrx-sca.log: No such file or directory\n"))
             << lEnd.mErr;
+    }
+}
+
+TEST_F(CommandLineTest, SaysWhyItDoesNotStartAlsoWithoutADescriptorOrWithABadLimitOfTheLog) {
+    for (const unsigned int lMost : {4U, 5U, 6U}) {
+        const ZTSTestEnd lEnd = runChild([&] {
+            const rlimit lLimit{lMost, lMost};
+            setrlimit(RLIMIT_NOFILE, &lLimit);
+            for (const std::string& lrEntry : ZTCTestAgent::environmentOf(mDirectory)) {
+                putenv(strdup(lrEntry.c_str()));
+            }
+            closefrom(3);
+            execl(ZT_VRX_SCA, ZT_VRX_SCA, "-D", "false", nullptr);
+        });
+        EXPECT_EQ(lEnd.mStatus, 0);
+        EXPECT_TRUE(contains(lEnd.mErr, ": Too many open files\n")) << lEnd.mErr;
+    }
+    for (const char* const lpLimit : {"-1", "64M", "1048577", " "}) {
+        const ZTSTestEnd lEnd =
+            runChild(ZTCTestAgent::commandOf({"-D", "false"}, {}),
+                     ZTCTestAgent::environmentOf(mDirectory, {std::string("ZT_LOG_LIMIT=") + lpLimit}));
+        EXPECT_EQ(lEnd.mStatus, 1);
+        EXPECT_EQ(lEnd.mErr, std::string("vrx-sca: ZT_LOG_LIMIT: '") + lpLimit +
+                                 "' is not a number of MiB from 0 to 1048576\n");
     }
 }
 
