@@ -562,14 +562,17 @@ TEST_F(LogTest, GoesOnInAForkedProcess) {
         std::jthread lOther;
         lOther = std::jthread(logNumbers, 3, lCount);
         EXPECT_TRUE(waitUntil([&] { return isLogged("thread 3 number 0 of many"); }));
+        ZTSetWritesStand(true);  // so that it is not written before the fork
         Log(ZTLL_Notice, sFile, "the parent's");
         ZTCTestChild lChild([&] {
+            ZTSetWritesStand(false);
             EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(lGo); }));
             openLog();
             Log(ZTLL_Notice, sFile, "child %d", getpid());
             EXPECT_TRUE(waitUntil([&] { return isLogged("child " + std::to_string(getpid())); }));
             logNumbers(1, lCount);
         });
+        ZTSetWritesStand(false);
         lOther = std::jthread();  // it is waited for
         flushLog();
         writeFile(lGo, "");
