@@ -40,6 +40,11 @@ inline constexpr bool ZTIsSanitized = true;
 inline constexpr bool ZTIsSanitized = ZTHasThreadSanitizer;
 #endif
 
+/// How often to do what is to be done often: few times as a test, many with ZT_TORTURE=all.
+inline unsigned int ZTTestRounds(unsigned int aFew, unsigned int aMany) {
+    return getenv("ZT_TORTURE") != nullptr ? aMany : aFew;
+}
+
 /// Whether the condition comes true before what can only be a hang.
 template <class Condition>
 bool waitUntil(Condition&& arCondition, unsigned int aSeconds = 60) {

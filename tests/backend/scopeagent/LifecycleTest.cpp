@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr unsigned int sKills = ZTIsSanitized ? 40 : 200;
+const unsigned int sKills = ZTTestRounds(ZTIsSanitized ? 40 : 100, 1000);
 
 std::size_t descriptorsOf(pid_t aProcess) {
     const std::filesystem::directory_iterator lAll("/proc/" + std::to_string(aProcess) + "/fd");
