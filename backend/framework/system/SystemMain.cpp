@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "SafeFile.h"
-#include "SignalSource.h"
 #include "System.h"
 
 namespace {
@@ -35,15 +34,22 @@ void start(ZTCSystem& arSystem, int argc, char** argv) {
         arSystem.systemDaemonize(lpRuntimeDir[0] == '/' ? "/" : ".", sNull, sNull, sNull);
     }
     startLogWriter();
+    arSystem.startWatch();
     arSystem.markAsRunning();
     arSystem.init();
+    if (arSystem.isEnding()) {
+        return;  // there are no threads to wait for: the end follows
+    }
     arSystem.createThreads();
     arSystem.startThreads();
     arSystem.postThreadsInit();
+    arSystem.letExit(true);
     arSystem.reportReady();
 }
 
 void end(ZTCSystem& arSystem) {
+    arSystem.letExit(false);
+    arSystem.beginEnd();
     arSystem.createShutDownEvent();
     arSystem.destroyThreads();
     try {
@@ -75,6 +81,7 @@ void abandon(ZTCSystem& arSystem) {
             Log(ZTLL_Warning, sFile, "Going on with the end: %s", lrException.what());
         }
     };
+    lTry([&] { arSystem.letExit(false); });
     lTry([&] { arSystem.makeThreadsToExit(); });
     lTry([&] { arSystem.waitForThreads(); });
     lTry([&] { arSystem.destroyThreads(); });
@@ -95,18 +102,17 @@ ZTCSystem* getSystemObject() {
 int SystemMain(int argc, char** argv) {
     const ZTCTraceScope lTrace(sFile);
     ZT_ASSERT(0 != spSystem, __LINE__, sFile);
-    ZTCSignalSource lSignals;
-    spSystem->setSignalSource(&lSignals);
+    spSystem->makeWatch();
     try {
         orNoMemory([&] { start(*spSystem, argc, argv); });
         spSystem->waitForThreads();
     } catch (const ZTCException& lrException) {
         tellFailure(*spSystem, lrException);
         abandon(*spSystem);
-        spSystem->setSignalSource(nullptr);
+        spSystem->reportEnd();
         throw;
     }
     end(*spSystem);
-    spSystem->setSignalSource(nullptr);
+    spSystem->reportEnd();
     return 0;
 }
