@@ -91,8 +91,10 @@ void ZTCSystemWatch::run() {
                            {mWake.getDescriptor(), POLLIN, 0},
                            {mStarter.get(), 0, 0}};
         if (poll(lPolls, std::size(lPolls), timeToWait()) < 0) {
-            lPolls[2].revents =
-                0;  // for want of the kernel's memory: looked at again, as if the time had passed
+            // For want of the kernel's memory: all is looked at, and in a moment again.
+            lPolls[2].revents = 0;
+            const timespec lMoment{0, 10000000};
+            nanosleep(&lMoment, nullptr);
         }
         mWake.clear();
         lookAtStarter(lPolls[2].revents);
