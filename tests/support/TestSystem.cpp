@@ -65,6 +65,7 @@ class ZTCTestSystem : public ZTCSystem {
     void init() override {
         ZTCSystem::init();
         while (sHangs("start") && !hasFile("/go")) {
+            mMark.store(true);
             sNap();
         }
         const unsigned int lId = mConditionals.append(makePointer<ZTCConditional>());
@@ -81,10 +82,13 @@ class ZTCTestSystem : public ZTCSystem {
     }
 
     ZTSForeignCall getLongestCall() const override {
+        static_cast<void>(mMark.load());
         return hasFile("/inside") ? ZTSForeignCall{"function", 1} : ZTSForeignCall{};
     }
 
   private:
+    std::atomic<bool> mMark{false};  // what a call that is marked does for who looks: all before it is seen
+
     bool hasFile(const char* apName) const {
         char lPath[4096];
         snprintf(lPath, sizeof lPath, "%s%s", getenv("ZT_VRX_SENSOR_DIR"), apName);
