@@ -31,8 +31,8 @@ check_unit() {
     local figure example drop_in=/etc/systemd/system/vrx-sca.service.d
     figure=$(systemd-analyze security --offline=true --no-pager vrx-sca.service |
         sed -n 's/.*Overall exposure level for .*: \([0-9.]*\) .*/\1/p')
-    awk -v figure="$figure" 'BEGIN { exit !(figure != "" && figure <= 1.5) }' ||
-        die "the unit's exposure is '$figure', more than 1.5"
+    awk -v figure="$figure" 'BEGIN { exit !(figure != "" && figure <= 0.7) }' ||
+        die "the unit's exposure is '$figure', more than 0.7"
     printf 'exposure %s\n' "$figure"
     silent systemd-analyze verify --man=no vrx-sca.service
     for example in vendor-library fchost; do

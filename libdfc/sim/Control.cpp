@@ -7,9 +7,9 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <vector>
 
 #include "Scenario.h"
 
@@ -94,21 +94,26 @@ ZTCSimControl::~ZTCSimControl() {
 }
 
 void ZTCSimControl::run(const std::stop_token& acrStop) {
-    std::vector<char> lDatagram(sMaxDatagram);
+    static char lDatagram[sMaxDatagram];  // of the one control that there is
     for (;;) {
         sockaddr_un lSender{};
         socklen_t lLength = sizeof lSender;
         auto* const lpSender = reinterpret_cast<sockaddr*>(&lSender);
-        const ssize_t lRead = recvfrom(mSocket, lDatagram.data(), lDatagram.size(), 0, lpSender, &lLength);
+        const ssize_t lRead = recvfrom(mSocket, lDatagram, sizeof lDatagram, 0, lpSender, &lLength);
         if (lRead <= 0 && acrStop.stop_requested()) {
             return;  // all that came before has been answered
         }
         if (lRead < 0) {
             continue;
         }
-        const std::string lAnswer = mAnswer({lDatagram.data(), static_cast<size_t>(lRead)});
-        if (lLength > offsetof(sockaddr_un, sun_path)) {
-            sendto(mSocket, lAnswer.data(), lAnswer.size(), MSG_DONTWAIT | MSG_NOSIGNAL, lpSender, lLength);
+        try {
+            const std::string lAnswer = mAnswer({lDatagram, static_cast<size_t>(lRead)});
+            if (lLength > offsetof(sockaddr_un, sun_path)) {
+                sendto(mSocket, lAnswer.data(), lAnswer.size(), MSG_DONTWAIT | MSG_NOSIGNAL, lpSender,
+                       lLength);
+            }
+        } catch (const std::exception& lrException) {  // there is no memory for an answer
+            fprintf(stderr, "libdfc-sim: no answer: %s\n", lrException.what());
         }
     }
 }

@@ -16,7 +16,7 @@ constexpr Duration sDuringClose = std::chrono::milliseconds(100);
 std::atomic<uint32_t> sAdapters{0};
 
 // Calls each of the registrations back again and again, whatever has become of them.
-void insist(const ZTCSimulator::Registrations& acrRegistrations, Duration aFor) {
+void insist(const ZTCSimulator::Registrations& acrRegistrations, Duration aFor) try {
     std::vector<ZTCSimEvent> lEvents;
     for (const auto& lrRegistration : acrRegistrations) {
         lEvents.emplace_back(*lrRegistration);
@@ -28,6 +28,8 @@ void insist(const ZTCSimulator::Registrations& acrRegistrations, Duration aFor) 
         }
         std::this_thread::sleep_for(sBetweenCallbacks);
     }
+} catch (const std::exception& lrException) {
+    fprintf(stderr, "libdfc-sim: late callbacks end: %s\n", lrException.what());
 }
 
 class Session {
@@ -122,16 +124,22 @@ struct Current {
     std::mutex mMutex;
     std::shared_ptr<Session> mpSession;
 };
-Current& srCurrent = *new Current;
+Current& getCurrent() {
+    alignas(Current) static unsigned char sRoom[sizeof(Current)];  // what is there without memory
+    static Current& srCurrent = *new (sRoom) Current;
+    return srCurrent;
+}
 
 std::shared_ptr<Session> getSession() {
-    const std::lock_guard<std::mutex> lLock(srCurrent.mMutex);
-    return srCurrent.mpSession;
+    Current& lrCurrent = getCurrent();
+    const std::lock_guard<std::mutex> lLock(lrCurrent.mMutex);
+    return lrCurrent.mpSession;
 }
 
 void setSession(const std::shared_ptr<Session>& acrSession) {
-    const std::lock_guard<std::mutex> lLock(srCurrent.mMutex);
-    srCurrent.mpSession = acrSession;
+    Current& lrCurrent = getCurrent();
+    const std::lock_guard<std::mutex> lLock(lrCurrent.mMutex);
+    lrCurrent.mpSession = acrSession;
 }
 
 // What the work returns, given the simulator of the open library; else the result for a call that fails.

@@ -144,8 +144,9 @@ uint32_t ZTCSimulator::remove(uint32_t aBoard, uint32_t aHandle, bool aIsByMask)
         return BadArgument;
     }
     const Registration lRegistration = *lFound;
-    const uint32_t lStatus = applyRule(ZTESimVerb::OnUnregister, *lRegistration);
+    const auto lCallers = mCallers;  // what needs memory comes before what is changed
     mLastEnded[aBoard] = lRegistration;
+    const uint32_t lStatus = applyRule(ZTESimVerb::OnUnregister, *lRegistration);
     if (mFaults[ZTSIM_LateCallbacks]) {
         lRegistration->mIsLate = true;
         return lStatus;
@@ -153,7 +154,6 @@ uint32_t ZTCSimulator::remove(uint32_t aBoard, uint32_t aHandle, bool aIsByMask)
     mRegistrations.erase(lFound);
     lRegistration->mIsEnded = true;  // a caller that has not seen this is found inside below
     noteChange();
-    const auto lCallers = mCallers;
     lLock.unlock();
     for (const auto& lrCaller : lCallers) {
         while (lrCaller->mpInside == lRegistration.get()) {

@@ -1,7 +1,8 @@
 #include "Storm.h"
 
 #include <algorithm>
-#include <system_error>
+#include <cstdio>
+#include <exception>
 
 namespace {
 
@@ -71,15 +72,18 @@ void ZTCSimStorms::start(ZTSSimBurst aBurst) {
         return true;
     });
     Storm& lrStorm = mStorms.emplace_back(std::move(aBurst));
-    lrStorm.mThreads.reserve(lrStorm.mBurst.mThreads);
     mrSimulator.countStorms(1);
     for (unsigned int lThread = 0; lThread < lrStorm.mBurst.mThreads; ++lThread) {
         try {
             lrStorm.mThreads.emplace_back([this, &lrStorm, lThread] {
-                lrStorm.mBurst.play(mrSimulator, lThread);
+                try {
+                    lrStorm.mBurst.play(mrSimulator, lThread);
+                } catch (const std::exception& lrException) {
+                    fprintf(stderr, "libdfc-sim: a storm's thread ends: %s\n", lrException.what());
+                }
                 leave(lrStorm);
             });
-        } catch (const std::system_error&) {  // fewer threads play fewer events
+        } catch (const std::exception&) {  // fewer threads play fewer events
             leave(lrStorm);
         }
     }

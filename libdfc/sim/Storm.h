@@ -32,7 +32,9 @@ class ZTCSimStorms {
 
   private:
     struct Storm {
-        explicit Storm(ZTSSimBurst aBurst) : mBurst(std::move(aBurst)), mLeft(mBurst.mThreads) {}
+        explicit Storm(ZTSSimBurst aBurst) : mBurst(std::move(aBurst)), mLeft(mBurst.mThreads) {
+            mThreads.reserve(mBurst.mThreads);
+        }
 
         const ZTSSimBurst mBurst;
         std::atomic<unsigned int> mLeft;  // the threads that have not ended

@@ -1,12 +1,16 @@
 /* A provider that misbehaves as the words in ZT_BAD say; without any it has three adapters, where nothing
  * happens. With "storm" eight threads call back from the first registration until zt_bad_join, also after
- * close has returned. */
+ * close has returned. With "hang=FUNCTION;" that function ("loading": the library's initialiser) says so on
+ * standard error and does not return before there is a file by the name in ZT_BAD_UNTIL. With "raise=NUMBER"
+ * init gets that signal, with "exits" it ends the process. */
 #include <pthread.h>
+#include <signal.h>
 #include <stdatomic.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <threads.h>
+#include <unistd.h>
 
 #include "libdfc_provider.h"
 
@@ -34,19 +38,48 @@ __attribute__((destructor)) static void tell_of_destruction(void) {
     }
 }
 
+static void hang_in(const char* function) {
+    char lWord[64];
+    snprintf(lWord, sizeof lWord, "hang=%s;", function);
+    if (find(lWord) == NULL) {
+        return;
+    }
+    fprintf(stderr, "hanging\n");
+    const char* const lpUntil = getenv("ZT_BAD_UNTIL");
+    while (lpUntil == NULL || access(lpUntil, F_OK) != 0) {
+        const struct timespec lTime = {0, 1000000};
+        thrd_sleep(&lTime, NULL);
+    }
+}
+
+__attribute__((constructor)) static void load(void) {
+    hang_in("loading");
+}
+
 static int init(void) {
+    hang_in("init");
+    const char* const lpRaise = find("raise=");
+    if (lpRaise != NULL) {
+        raise(atoi(lpRaise + 6));
+    }
+    if (find("exits")) {
+        exit(0);
+    }
     return find("init-fails") ? 7 : 0;
 }
 
 static uint32_t number_of_adapters(void) {
+    hang_in("number_of_adapters");
     return find("no-adapters") ? 0 : find("countless") ? UINT32_MAX : 3;
 }
 
 static int ztapi_supported(void) {
+    hang_in("ztapi_supported");
     return find("old-driver") == NULL;
 }
 
 static int adapter_info(uint32_t board, HBA_wwn* node, HBA_wwn* port) {
+    hang_in("adapter_info");
     *node = (HBA_wwn){{0x20, 0, 0, 0x25, 0xb5, 0, 0, (uint8_t)board}};
     *port = (HBA_wwn){{0x10, 0, 0, 0x25, 0xb5, 0, 0, (uint8_t)board}};
     return board == 1 && find("nameless") ? 5 : 0;
@@ -82,6 +115,7 @@ static void begin(void) {
 static uint32_t ztapi_reg_event(uint32_t board, HBA_wwn port, uint32_t category, uint32_t subcategory,
                                 void* context, uint32_t* handle, ZT_generic_callback callback) {
     (void)board, (void)port, (void)category, (void)subcategory;
+    hang_in("ztapi_reg_event");
     sContext = context;
     sGeneric = callback;
     *handle = GENERIC_HANDLE;
@@ -91,6 +125,7 @@ static uint32_t ztapi_reg_event(uint32_t board, HBA_wwn port, uint32_t category,
 
 static uint32_t ztapi_unreg_event(uint32_t board, HBA_wwn port, uint32_t handle) {
     (void)board, (void)port;
+    hang_in("ztapi_unreg_event");
     sGeneric = (ZT_generic_callback)NULL;
     return handle == GENERIC_HANDLE ? 0 : 1;
 }
@@ -98,6 +133,7 @@ static uint32_t ztapi_unreg_event(uint32_t board, HBA_wwn port, uint32_t handle)
 static uint32_t dfc_reg_event(uint32_t board, uint32_t mask, uintptr_t argument, uint32_t size,
                               ZT_dfc_callback callback) {
     (void)board, (void)argument, (void)size;
+    hang_in("dfc_reg_event");
     sLink = callback;
     begin();
     return mask;
@@ -105,11 +141,13 @@ static uint32_t dfc_reg_event(uint32_t board, uint32_t mask, uintptr_t argument,
 
 static uint32_t dfc_unreg_event(uint32_t board, uint32_t handle) {
     (void)board;
+    hang_in("dfc_unreg_event");
     sLink = (ZT_dfc_callback)NULL;
     return handle == ZT_DFC_LINK ? 0 : 1;
 }
 
 static void close_library(void) {
+    hang_in("close");
     const struct timespec lTime = {find("close-hangs") ? 3600 : 0, find("close-slow") ? 200000000 : 0};
     thrd_sleep(&lTime, NULL);
     if (find("close-")) {

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 
 #include "Exception.h"
@@ -16,9 +17,10 @@
 namespace {
 
 constexpr char sReady = 'R';
+constexpr char sEnded = 'E';
 
 // In the process that was started: waits for the child's word or its end.
-[[noreturn]] void awaitChild(pid_t aChild, int aReport) {
+[[noreturn]] void awaitChild(pid_t aChild, int aReport, const char* apName) {
     sigset_t lNone;
     sigemptyset(&lNone);
     pthread_sigmask(SIG_SETMASK, &lNone, nullptr);  // who waits here may give up
@@ -33,7 +35,18 @@ constexpr char sReady = 'R';
     int lStatus = 0;
     while (waitpid(aChild, &lStatus, 0) < 0 && errno == EINTR) {
     }
-    _exit(WIFEXITED(lStatus) ? WEXITSTATUS(lStatus) : 1);
+    if (WIFSIGNALED(lStatus)) {
+        const char* const lpSignal = sigabbrev_np(WTERMSIG(lStatus));
+        dprintf(STDERR_FILENO, "%s: process %d was ended by SIG%s before it was ready\n", apName, aChild,
+                lpSignal != nullptr ? lpSignal : "?");
+        _exit(1);
+    }
+    if (lRead != 1 || lWord != sEnded) {
+        dprintf(STDERR_FILENO, "%s: process %d ended with status %d before it was ready\n", apName, aChild,
+                WEXITSTATUS(lStatus));
+        _exit(1);
+    }
+    _exit(WEXITSTATUS(lStatus));
 }
 
 void reopen(int aDescriptor, const ZTCString& acrPath, int aMode) {
@@ -45,7 +58,7 @@ void reopen(int aDescriptor, const ZTCString& acrPath, int aMode) {
 
 }  // namespace
 
-void ZTCDaemon::detach(const ZTCString& acrDirectory) {
+void ZTCDaemon::detach(const ZTCString& acrDirectory, const ZTCString& acrName) {
     int lPipe[2];
     if (pipe2(lPipe, O_CLOEXEC) != 0) {
         throwErrno<ZTCOsException>("pipe2", nullptr, errno);
@@ -58,7 +71,7 @@ void ZTCDaemon::detach(const ZTCString& acrDirectory) {
     }
     if (lChild > 0) {
         lWrite = ZTCDescriptor();
-        awaitChild(lChild, lRead.get());
+        awaitChild(lChild, lRead.get(), acrName.get());
     }
     mReport = std::move(lWrite);
     setsid();
@@ -74,6 +87,10 @@ void ZTCDaemon::ready(const ZTCString& acrInput, const ZTCString& acrOutput, con
     // Who started us may be gone: then nobody waits for the word.
     static_cast<void>(write(mReport.get(), &sReady, 1) == 1);
     mReport = ZTCDescriptor();
+}
+
+void ZTCDaemon::tellEnd(const ZTCDescriptor& acrStarter) {
+    static_cast<void>(write(acrStarter.get(), &sEnded, 1) == 1);  // as above
 }
 
 void OsOpenStandardDescriptors() {

@@ -5,10 +5,10 @@
 
 #include <climits>
 #include <cstdio>
-#include <future>
-#include <thread>
 
+#include "Immortal.h"
 #include "LibdfcCallbacks.h"
+#include "LibdfcCalls.h"
 #include "SafeFile.h"
 
 namespace {
@@ -19,26 +19,22 @@ constexpr char sLibraryName[] = "libdfc.so";
 constexpr char sDisabled[] = "none";
 constexpr unsigned int sNotFound = 8;
 constexpr unsigned int sCallbackSeconds = 1;
-constexpr std::chrono::seconds sCloseTime{5};
+constexpr unsigned int sCloseSeconds = 5;
 
 // Callbacks that did not return when they were waited for.
 constinit std::atomic<bool> sHaveStayed{false};
 
-// The functions of a provider, in their order.
-constexpr const char* sFunctions[] = {"init",          "number_of_adapters", "ztapi_supported",
-                                      "adapter_info",  "ztapi_reg_event",    "ztapi_unreg_event",
-                                      "dfc_reg_event", "dfc_unreg_event",    "close"};
 constexpr std::size_t sFunctionsAt = offsetof(ZT_libdfc_provider, init);
-static_assert(sizeof(ZT_libdfc_provider) == sFunctionsAt + sizeof(void*) * std::size(sFunctions));
+static_assert(sizeof(ZT_libdfc_provider) == sFunctionsAt + sizeof(void*) * (ZTELF_Count - ZTELF_Init));
 
 // The name of the first function that is not there, else null.
 const char* sFindMissing(const ZT_libdfc_provider& acrProvider) {
     const auto* lpAt = reinterpret_cast<const unsigned char*>(&acrProvider) + sFunctionsAt;
-    for (const char* const lpName : sFunctions) {
+    for (unsigned int lFunction = ZTELF_Init; lFunction < ZTELF_Count; ++lFunction) {
         void* lpFunction = nullptr;
         ClibMemcpy(&lpFunction, lpAt, sizeof lpFunction);
         if (lpFunction == nullptr) {
-            return lpName;
+            return ZTLibdfcFunctions[lFunction];
         }
         lpAt += sizeof lpFunction;
     }
@@ -49,6 +45,35 @@ HBA_wwn sNameOf(const ZTCPointer<ZTCWorldWideName>& acrName) {
     HBA_wwn lName;
     ClibMemcpy(lName.wwn, acrName->getBinaryForm(), sizeof lName.wwn);
     return lName;
+}
+
+// Every call into the library goes through here.
+template <class Function, class... Arguments>
+auto sCall(ZTELibdfcFunction aWhich, Function* apFunction, Arguments... aArguments) {
+    const ZTCLibdfcCall lCall(aWhich);
+    return apFunction(aArguments...);
+}
+
+// Signalled when the library's close has returned. Whoever waits for that may be gone by then.
+ZTCConditional& sCloseReturned() {
+    static ZTCImmortal<ZTCConditional> sReturned;
+    return sReturned.get();
+}
+
+void* sCloseThread(void* apClose) {
+    sCall(ZTELF_Close, reinterpret_cast<decltype(ZT_libdfc_provider::close)>(apClose));
+    sCloseReturned().signal();
+    return nullptr;
+}
+
+// Whether there is a thread that does it. What the thread is given is all that it needs: no memory.
+bool sStartToClose(decltype(ZT_libdfc_provider::close) apClose) {
+    pthread_t lThread;
+    if (pthread_create(&lThread, nullptr, sCloseThread, reinterpret_cast<void*>(apClose)) != 0) {
+        return false;
+    }
+    pthread_detach(lThread);
+    return true;
 }
 
 }  // namespace
@@ -104,7 +129,7 @@ void ZTCLibdfcAbs::LIBDFC_LoadLibrary() {
 }
 
 void ZTCLibdfcAbs::load(const char* apFile) {
-    mpLibrary = dlopen(apFile, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    mpLibrary = sCall(ZTELF_Load, dlopen, apFile, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (mpLibrary == nullptr) {
         refuse(dlerror());
     }
@@ -116,7 +141,7 @@ void ZTCLibdfcAbs::takeProvider() {
     if (lpEntry == nullptr) {
         refuse("it has no function " ZT_LIBDFC_ENTRY);
     }
-    const ZT_libdfc_provider* const lpProvider = lpEntry(ZT_LIBDFC_ABI);
+    const ZT_libdfc_provider* const lpProvider = sCall(ZTELF_Load, lpEntry, ZT_LIBDFC_ABI);
     char lReason[128];
     if (lpProvider == nullptr || lpProvider->abi != ZT_LIBDFC_ABI) {
         snprintf(lReason, sizeof lReason, "it does not speak version %u of the interface", ZT_LIBDFC_ABI);
@@ -136,7 +161,7 @@ void ZTCLibdfcAbs::takeProvider() {
 
 void ZTCLibdfcAbs::LIBDFC_Init() {
     const ZTCTraceScope lTrace(sFile);
-    const int lStatus = provider().init();
+    const int lStatus = sCall(ZTELF_Init, provider().init);
     if (lStatus != 0) {
         char lReason[64];
         snprintf(lReason, sizeof lReason, "its init failed with status %d", lStatus);
@@ -147,7 +172,7 @@ void ZTCLibdfcAbs::LIBDFC_Init() {
 }
 
 unsigned int ZTCLibdfcAbs::LIBDFC_GetNumberOfAdapters() const {
-    const unsigned int lCount = provider().number_of_adapters();
+    const unsigned int lCount = sCall(ZTELF_NumberOfAdapters, provider().number_of_adapters);
     if (lCount > MaxAdapters) {
         Log(ZTLL_Warning, sFile, "The vendor library tells of %u adapters: %u are taken", lCount,
             MaxAdapters);
@@ -157,14 +182,14 @@ unsigned int ZTCLibdfcAbs::LIBDFC_GetNumberOfAdapters() const {
 }
 
 bool ZTCLibdfcAbs::LIBDFC_IsZtapiSupported() const {
-    return provider().ztapi_supported() != 0;
+    return sCall(ZTELF_ZtapiSupported, provider().ztapi_supported) != 0;
 }
 
 void ZTCLibdfcAbs::LIBDFC_GetAdapterInfo(unsigned int aBoard, ZTCPointer<ZTCWorldWideName>& arNode,
                                          ZTCPointer<ZTCWorldWideName>& arPort) const {
     HBA_wwn lNode{};
     HBA_wwn lPort{};
-    const int lStatus = provider().adapter_info(aBoard, &lNode, &lPort);
+    const int lStatus = sCall(ZTELF_AdapterInfo, provider().adapter_info, aBoard, &lNode, &lPort);
     if (lStatus != 0) {
         Log(ZTLL_Warning, sFile, "The vendor library does not tell the names of board %u: status %d", aBoard,
             lStatus);
@@ -179,25 +204,26 @@ unsigned int ZTCLibdfcAbs::LIBDFC_ZtapiRegEvent(unsigned int aBoard,
                                                 const ZTCPointer<ZTCScopeEvent>& acrEvent, void* apContext,
                                                 unsigned int* apHandle,
                                                 ZT_generic_callback apCallback) const {
-    return provider().ztapi_reg_event(aBoard, sNameOf(acrPort), acrEvent->getCategory(),
-                                      acrEvent->getSubcategory(), apContext, apHandle,
-                                      LibdfcWrap(apCallback));
+    return sCall(ZTELF_ZtapiRegEvent, provider().ztapi_reg_event, aBoard, sNameOf(acrPort),
+                 acrEvent->getCategory(), acrEvent->getSubcategory(), apContext, apHandle,
+                 LibdfcWrap(apCallback));
 }
 
 unsigned int ZTCLibdfcAbs::LIBDFC_ZtapiUnregEvent(unsigned int aBoard,
                                                   const ZTCPointer<ZTCWorldWideName>& acrPort,
                                                   unsigned int aHandle) const {
-    return provider().ztapi_unreg_event(aBoard, sNameOf(acrPort), aHandle);
+    return sCall(ZTELF_ZtapiUnregEvent, provider().ztapi_unreg_event, aBoard, sNameOf(acrPort), aHandle);
 }
 
 unsigned int ZTCLibdfcAbs::LIBDFC_DfcRegEvent(unsigned int aBoard, unsigned int aMask,
                                               std::uintptr_t aArgument, unsigned int aSize,
                                               ZT_dfc_callback apCallback) const {
-    return provider().dfc_reg_event(aBoard, aMask, aArgument, aSize, LibdfcWrap(aMask, apCallback));
+    return sCall(ZTELF_DfcRegEvent, provider().dfc_reg_event, aBoard, aMask, aArgument, aSize,
+                 LibdfcWrap(aMask, apCallback));
 }
 
 unsigned int ZTCLibdfcAbs::LIBDFC_DfcUnregEvent(unsigned int aBoard, unsigned int aHandle) const {
-    return provider().dfc_unreg_event(aBoard, aHandle);
+    return sCall(ZTELF_DfcUnregEvent, provider().dfc_unreg_event, aBoard, aHandle);
 }
 
 void ZTCLibdfcAbs::LIBDFC_Close() {
@@ -205,16 +231,19 @@ void ZTCLibdfcAbs::LIBDFC_Close() {
     waitForCallbacks();
     // On a thread of its own, if there can be one: a library that hangs would keep the agent from ending.
     const auto lpClose = provider().close;
-    std::future<void> lClosed;
-    try {
-        std::packaged_task<void()> lTask(lpClose);
-        lClosed = lTask.get_future();
-        std::thread(std::move(lTask)).detach();
-    } catch (const std::exception&) {
-        lpClose();
+    ZTCConditional& lrReturned = sCloseReturned();
+    const timespec lDeadline = OsDeadlineIn(sCloseSeconds);
+    const ZTCScopedLock lLock(lrReturned.getMutex());
+    const unsigned long lBefore = lrReturned.getSignals();
+    if (!sStartToClose(lpClose)) {
+        sCall(ZTELF_Close, lpClose);
         return;
     }
-    if (lClosed.wait_for(sCloseTime) != std::future_status::ready) {
+    try {
+        while (lrReturned.getSignals() == lBefore) {
+            lrReturned.waitUntil(lDeadline);
+        }
+    } catch (const ZTCTimeOutEx&) {
         Log(ZTLL_Warning, sFile, "The vendor library's close does not return: going on without it");
     }
 }

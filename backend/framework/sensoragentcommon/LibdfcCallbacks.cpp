@@ -6,6 +6,7 @@
 #include "BigEndian.h"
 #include "ClibMemory.h"
 #include "Exception.h"
+#include "Immortal.h"
 #include "Log.h"
 #include "Rscn.h"
 
@@ -159,8 +160,8 @@ void dfcCallback(std::uint32_t aBoard, const void* apData, std::uint32_t aLength
 }  // namespace
 
 ZTCCallbackGate& LibdfcGate() {
-    static ZTCCallbackGate& srGate = *new ZTCCallbackGate;  // outlives the library's threads
-    return srGate;
+    static ZTCImmortal<ZTCCallbackGate> sGate;  // outlives the library's threads
+    return sGate.get();
 }
 
 ZT_generic_callback LibdfcWrap(ZT_generic_callback apCallback) {

@@ -1,6 +1,7 @@
 #include "WorldWideName.h"
 
 #include "EncodableStream.h"
+#include "Immortal.h"
 #include "Mutex.h"
 
 namespace {
@@ -32,11 +33,10 @@ bool parse(const char* apText, char aSeparator, unsigned char* apBinary) {
     return *apText == '\0';
 }
 
-// One lock for all names: a name is printed once in its life. Never destroyed; needs no memory.
+// One lock for all names: a name is printed once in its life.
 ZTCMutex& printLock() {
-    alignas(ZTCMutex) static unsigned char sRoom[sizeof(ZTCMutex)];
-    static ZTCMutex& srLock = *new (sRoom) ZTCMutex;
-    return srLock;
+    static ZTCImmortal<ZTCMutex> sLock;
+    return sLock.get();
 }
 
 }  // namespace

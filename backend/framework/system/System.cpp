@@ -4,9 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
-
-#include "SignalSource.h"
 
 namespace {
 constexpr char sFile[] = "System";
@@ -69,10 +66,12 @@ void ZTCSystem::postDestroy() {
 
 void ZTCSystem::systemDaemonize(ZTCString aDirectory, ZTCString aInput, ZTCString aOutput, ZTCString aError) {
     orNoMemory([&] { mDaemonStreams = {aInput, aOutput, aError}; });
-    mDaemon.detach(aDirectory);
+    mDaemon.detach(aDirectory, mName);
 }
 
 void ZTCSystem::reportReady() {
+    mIsStarting.store(false);  // before anybody who waits for it goes
+    wakeWatch();
     if (mDaemon.isDetached()) {
         mDaemon.ready(mDaemonStreams[0], mDaemonStreams[1], mDaemonStreams[2]);
         setLogEcho(false);
@@ -108,37 +107,100 @@ bool ZTCSystem::isInited(unsigned int aThreadId) const {
 
 void ZTCSystem::waitForThreads() {
     const ZTCTraceScope lTrace(sFile);
-    pollfd lPolls[2] = {{mThreadEnded.getDescriptor(), POLLIN, 0},
-                        {mpSignals != nullptr ? mpSignals->getDescriptor() : -1, POLLIN, 0}};
+    pollfd lPoll{mThreadEnded.getDescriptor(), POLLIN, 0};
     using Thread = ZTCPointer<ZTCThreadComponent>;
     const auto lIsRunning = [](const Thread& acrThread) { return !acrThread->hasEnded(); };
     const auto lHasFailed = [](const Thread& acrThread) { return acrThread->hasFailed(); };
     for (;;) {
         mThreadEnded.clear();
+        mTurns.fetch_add(1);
         if (std::none_of(mThreadComponents.begin(), mThreadComponents.end(), lIsRunning)) {
             break;
         }
         if (!isSetForExit() && std::any_of(mThreadComponents.begin(), mThreadComponents.end(), lHasFailed)) {
             makeThreadsToExit();
         }
-        if (poll(lPolls, std::size(lPolls), -1) < 0 && errno != EINTR) {
+        const int lLeft = timeForThreads();
+        if (lLeft == 0) {
+            leaveThreads();
+            break;
+        }
+        if (poll(&lPoll, 1, lLeft) < 0 && errno != EINTR) {
             throwErrno<ZTCOsException>("poll", nullptr, errno);
         }
-        takeSignals();
     }
     for (ZTCPointer<ZTCThreadComponent>& lrThread : mThreadComponents) {
-        lrThread->join();
+        if (lrThread->hasEnded()) {
+            lrThread->join();
+        }
     }
 }
 
-void ZTCSystem::takeSignals() {
-    while (const int lSignal = mpSignals != nullptr ? mpSignals->take() : 0) {
-        if (lSignal == SIGHUP) {
-            reopenLog();
-        } else if (!isSetForExit()) {
-            Log(ZTLL_Notice, sFile, "Ending on signal %d", lSignal);
-            makeThreadsToExit();
+// How long the threads may still take to end, in milliseconds; -1: they are not to end.
+int ZTCSystem::timeForThreads() const {
+    if (!isEnding()) {
+        return -1;
+    }
+    const auto lLeft = std::chrono::ceil<std::chrono::milliseconds>(getEndBegun() + mWatchTimes.mThreads -
+                                                                    std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<long>(lLeft.count(), 0));
+}
+
+// The threads that still run stay behind, with all that they use.
+void ZTCSystem::leaveThreads() {
+    mHasLeftThreads = true;
+    if (leaveForeignCode()) {
+        return;
+    }
+    for (const ZTCPointer<ZTCThreadComponent>& lrThread : mThreadComponents) {
+        if (!lrThread->hasEnded()) {
+            Log(ZTLL_Highest, sFile, "Thread %s does not end: ending without it", lrThread->getName().get());
         }
+    }
+}
+
+bool ZTCSystem::leaveForeignCode() {
+    keepForeignCallers();
+    const ZTSForeignCall lCall = getLongestCall();
+    if (lCall.mpFunction == nullptr) {
+        return false;
+    }
+    Log(ZTLL_Highest, sFile, "The vendor library's %s does not return: ending without it", lCall.mpFunction);
+    return true;
+}
+
+void ZTCSystem::startWatch() {
+    mWatch->start(mDaemon.getStarter(), mWatchTimes);
+}
+
+void ZTCSystem::wakeWatch() {
+    if (mWatch) {
+        mWatch->wake();
+    }
+}
+
+void ZTCSystem::beginEnd() {
+    long lNone = 0;
+    mEndBegun.compare_exchange_strong(lNone, std::chrono::steady_clock::now().time_since_epoch().count());
+    turn();
+    wakeWatch();
+}
+
+void ZTCSystem::letExit(bool aOn) {
+    {
+        const ZTCScopedLock lLock(mExitMutex);
+        mMayExit = aOn;
+    }
+    if (aOn && isEnding()) {
+        makeThreadsToExit();
+    }
+}
+
+void ZTCSystem::requestExit() {
+    beginEnd();
+    const ZTCScopedLock lLock(mExitMutex);
+    if (mMayExit) {
+        makeThreadsToExit();
     }
 }
 
@@ -149,6 +211,7 @@ void ZTCSystem::makeThreadsToExit() {
         lrThread->setForExit();
     }
     setForExit();
+    beginEnd();
     for (ZTCPointer<ZTCThreadComponent>& lrThread : mThreadComponents) {
         lrThread->finish();
     }
@@ -166,7 +229,9 @@ void ZTCSystem::makeThreadsToExit() {
 }
 
 void ZTCSystem::destroyThreads() {
-    mThreadComponents.clear();
+    if (!mHasLeftThreads) {
+        mThreadComponents.clear();
+    }
 }
 
 // ---- Conditionals ----

@@ -1,10 +1,8 @@
 #include "SystemMain.h"
 
 #include <cstdio>
-#include <optional>
 
 #include "SafeFile.h"
-#include "SignalSource.h"
 #include "System.h"
 
 namespace {
@@ -47,16 +45,23 @@ void start(ZTCSystem& arSystem, int argc, char** argv) {
         arSystem.systemDaemonize(lpRuntimeDir[0] == '/' ? "/" : ".", sNull, sNull, sNull);
     }
     sOpenLog(arSystem);
+    arSystem.startWatch();
     arSystem.processCommandLineArguments();
     arSystem.markAsRunning();
     arSystem.init();
+    if (arSystem.isEnding()) {
+        return;  // there are no threads to wait for: the end follows
+    }
     arSystem.createThreads();
     arSystem.startThreads();
     arSystem.postThreadsInit();
+    arSystem.letExit(true);
     arSystem.reportReady();
 }
 
 void end(ZTCSystem& arSystem) {
+    arSystem.letExit(false);
+    arSystem.beginEnd();
     arSystem.createShutDownEvent();
     arSystem.destroyThreads();
     try {
@@ -78,6 +83,7 @@ void abandon(ZTCSystem& arSystem) {
             Log(ZTLL_Warning, sFile, "Going on with the end: %s", lrException.what());
         }
     };
+    lTry([&] { arSystem.letExit(false); });
     lTry([&] { arSystem.makeThreadsToExit(); });
     lTry([&] { arSystem.waitForThreads(); });
     lTry([&] { arSystem.destroyThreads(); });
@@ -108,19 +114,17 @@ ZTCSystem* getSystemObject() {
 int SystemMain(int argc, char** argv) {
     const ZTCTraceScope lTrace(sFile);
     ZT_ASSERT(0 != spSystem, __LINE__, sFile);
-    std::optional<ZTCSignalSource> lSignals;
     try {
-        lSignals.emplace();
-        spSystem->setSignalSource(&*lSignals);
+        spSystem->makeWatch();
         orNoMemory([&] { start(*spSystem, argc, argv); });
         spSystem->waitForThreads();
     } catch (const ZTCException& lrException) {
         tellFailure(spSystem->getName().get(), lrException);
         abandon(*spSystem);
-        spSystem->setSignalSource(nullptr);
+        spSystem->reportEnd();
         throw;
     }
     end(*spSystem);
-    spSystem->setSignalSource(nullptr);
+    spSystem->reportEnd();
     return 0;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "LibdfcAbs.h"
+#include "LibdfcCalls.h"
 #include "Mutex.h"
 #include "ScopeAgentEventCatalogue.h"
 #include "ScopeAgentInitiator.h"
@@ -33,6 +34,8 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     void destroy() override;
     /// Shuts the vendor library's threads out, too.
     void makeThreadsToExit() override;
+    ZTSForeignCall getLongestCall() const override { return LibdfcLongestCall(); }
+    void keepForeignCallers() override { LibdfcKeepThreads(); }
     void setCmdLineArgDescs() override;
     /// Not provided: throws ZTCNotImplementedEx.
     void processConfigFile() override;

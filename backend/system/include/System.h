@@ -6,6 +6,8 @@
 // readers and writers) is safe from any thread.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -14,17 +16,17 @@
 #include "Conditional.h"
 #include "Daemon.h"
 #include "Event.h"
+#include "ForeignCall.h"
 #include "IdTable.h"
 #include "MultiType.h"
 #include "ProcessInstanceManager.h"
 #include "ProtocolHelper.h"
 #include "QueueTable.h"
 #include "SystemInterface.h"
+#include "SystemWatch.h"
 #include "ThreadComponent.h"
 #include "Version.h"
 #include "ZTMap.h"
-
-class ZTCSignalSource;
 
 inline constexpr char ZTSystemFile[] = "backend/system/include/System";
 
@@ -109,8 +111,8 @@ class ZTCSystem : public ZTCSystemInterface {
     virtual void startThread(unsigned int aThreadId);
     /// Called once the threads run.
     virtual void postThreadsInit() {}
-    /// Returns when all threads have ended. Takes the process's signals meanwhile: SIGTERM and SIGINT make
-    /// the threads exit, SIGHUP opens the log anew. An exception that ended one thread makes the others exit.
+    /// Returns when all threads have ended, or have been waited for long enough since they were to exit: one
+    /// that hangs is left behind, with a record. An exception that ended one thread makes the others exit.
     virtual void waitForThreads();
     /// Marks the system and every thread for exit and wakes whoever waits here. Any thread, any number of
     /// times.
@@ -188,14 +190,39 @@ class ZTCSystem : public ZTCSystemInterface {
     /// Detaches from the terminal (Daemon.h). The names replace the standard streams once the system is
     /// ready.
     virtual void systemDaemonize(ZTCString aDirectory, ZTCString aInput, ZTCString aOutput, ZTCString aError);
-    /// Forgets the thread components, whose threads have ended.
+    /// Forgets the thread components, whose threads have ended. Where one was left behind, all stay.
     virtual void destroyThreads();
 
-    // For SystemMain.
+    /// The call into code that is not ours which has lasted longest. Any thread, at any time.
+    virtual ZTSForeignCall getLongestCall() const { return {}; }
+    /// The process ends without the threads that are inside such code: none of them is to come back.
+    virtual void keepForeignCallers() {}
+
+    // For SystemMain and the watch.
 
     const ZTCString& getName() const { return mName; }
-    /// Where the process's signals come from; not owned.
-    void setSignalSource(ZTCSignalSource* apSignals) { mpSignals = apSignals; }
+    /// Has the process's signals wait to be taken, before any thread is started; then has the thread started
+    /// that takes them and watches. Throw ZTCOsException.
+    void makeWatch() { mWatch.emplace(*this); }
+    void startWatch();
+    /// Whether the system is not ready yet.
+    bool isStarting() const { return mIsStarting.load(); }
+    /// The end has begun: from here on its time is measured. Any thread, any number of times.
+    void beginEnd();
+    bool isEnding() const { return mEndBegun.load() != 0; }
+    std::chrono::steady_clock::time_point getEndBegun() const {
+        return std::chrono::steady_clock::time_point(std::chrono::steady_clock::duration(mEndBegun.load()));
+    }
+    /// Begins the end, and makes the threads exit if that is allowed now, else when it will be. Any thread.
+    void requestExit();
+    /// Between the threads' start and their end, others than these may make them exit.
+    void letExit(bool aOn);
+    /// Tells of a call into foreign code that does not return, and keeps its thread there; false: there is
+    /// none.
+    bool leaveForeignCode();
+    /// Has the main thread, where it waits for the others, take a turn; and how many it has taken.
+    void turn() { mThreadEnded.set(); }
+    unsigned int getTurns() const { return mTurns.load(); }
     /// Whether the process is to run detached (`-D`).
     bool isDaemonWanted();
     bool isStopWanted();
@@ -203,6 +230,8 @@ class ZTCSystem : public ZTCSystemInterface {
     [[noreturn]] void stopRunningInstanceAndExit();
     /// The system runs: tells the process that started it, or the service manager.
     void reportReady();
+    /// It has ended, or will not run, and has said why: tells the process that started it.
+    void reportEnd() { mDaemon.end(); }
 
   protected:
     static constexpr unsigned int MaxArgDescs = 10;
@@ -216,6 +245,7 @@ class ZTCSystem : public ZTCSystemInterface {
     ZTCPointer<ZTCProcessInstanceManager> mInstanceManager;
     ZTCPointer<ZTCVersion> mVersion;
     std::vector<ZTCCmdLineArgDesc> mArgDescs;
+    ZTSWatchTimes mWatchTimes;  ///< before the watch is started
 
     // Filled by init, before the threads are started; the lists themselves do not change afterwards.
     ZTCIdTable<ZTCThreadComponent> mThreadComponents;
@@ -233,16 +263,24 @@ class ZTCSystem : public ZTCSystemInterface {
     void takeOption(char aLetter, const char* apValue);
     [[noreturn]] void exitOnBadOption(const char* apText);
     void waitForSignal(unsigned int aConditionalId, const timespec* apDeadline);
-    void takeSignals();
+    int timeForThreads() const;
+    void leaveThreads();
+    void wakeWatch();
     int settleWriters();
 
     const ZTCString mName;
     const ZTCString mHostName{"localhost"};
     ZTCBufferManager mBuffers;
     ZTCPointer<ZTCProtocolHelper> mProtocolHelper;
-    ZTCSignalSource* mpSignals = nullptr;
+    std::optional<ZTCSystemWatch> mWatch;
     ZTCEvent mThreadEnded;
     std::atomic<bool> mIsSetForExit{false};
+    std::atomic<bool> mIsStarting{true};
+    std::atomic<long> mEndBegun{0};  // by the steady clock
+    std::atomic<unsigned int> mTurns{0};
+    bool mHasLeftThreads = false;
+    ZTCMutex mExitMutex;
+    bool mMayExit ZT_GUARDED_BY(mExitMutex) = false;
     ZTCDaemon mDaemon;
     std::vector<ZTCString> mDaemonStreams;
 

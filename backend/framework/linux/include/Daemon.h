@@ -1,7 +1,8 @@
 // Runs the process detached from the terminal that it was started on.
 //
 // The process that was started stays until the detached one is ready, or has ended: then it ends with the
-// same status. Until it is ready, the detached one writes to the terminal's standard error as before.
+// same status; one that ended without a word of its own, such as by a signal, it tells on standard error,
+// with status 1. Until it is ready, the detached one writes to the terminal's standard error as before.
 #pragma once
 
 #include "Descriptor.h"
@@ -10,14 +11,25 @@
 class ZTCDaemon {
   public:
     /// Forks; returns in the child, which leads a session of its own and works in aDirectory. Main thread,
-    /// before any other is started. Throws ZTCOsException.
-    void detach(const ZTCString& acrDirectory);
+    /// before any other is started. The name is the program's, for what is told. Throws ZTCOsException.
+    void detach(const ZTCString& acrDirectory, const ZTCString& acrName);
 
     bool isDetached() const { return mReport.isOpen(); }
 
     /// Opens these in the place of standard input, output and error, and lets the starting process go.
     /// Throws ZTCOsException.
     void ready(const ZTCString& acrInput, const ZTCString& acrOutput, const ZTCString& acrError);
+
+    /// The pipe to the process that waits, until it has been let go; else -1. When that process ends, this
+    /// has an error to be polled.
+    int getStarter() const { return mReport.get(); }
+
+    /// This process ends before it was ready, and has said why.
+    void end() {
+        tellEnd(mReport);
+        mReport = ZTCDescriptor();
+    }
+    static void tellEnd(const ZTCDescriptor& acrStarter);
 
   private:
     ZTCDescriptor mReport;

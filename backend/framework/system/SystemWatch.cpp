@@ -1,0 +1,226 @@
+#include "SystemWatch.h"
+
+#include <fcntl.h>
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <iterator>
+
+#include "System.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr char sFile[] = "SystemWatch";
+constexpr unsigned int sToldFrom =
+    10;  // seconds inside foreign code from which the service manager's status has it
+
+unsigned int sSecondsOf(milliseconds aTime) {
+    return static_cast<unsigned int>(std::chrono::duration_cast<std::chrono::seconds>(aTime).count());
+}
+
+// How long a call has lasted; the clock may have been set back meanwhile.
+milliseconds sTimeIn(const ZTSForeignCall& acrCall) {
+    const std::uint64_t lNow = ztlog::now();
+    return milliseconds(lNow > acrCall.mSince ? (lNow - acrCall.mSince) / 1000000 : 0);
+}
+
+// The period in which the service manager wants to hear of this process; 0: it does not.
+milliseconds sWatchdogPeriod() {
+    const auto lNumberOf = [](const char* apVariable) {
+        const char* const lpText = getenv(apVariable);
+        long long lNumber = 0;
+        if (lpText != nullptr) {
+            std::from_chars(lpText, lpText + strlen(lpText), lNumber);
+        }
+        return std::max(lNumber, 0LL);
+    };
+    const bool lIsOurs = getenv("WATCHDOG_PID") == nullptr || lNumberOf("WATCHDOG_PID") == getpid();
+    return milliseconds(lIsOurs ? lNumberOf("WATCHDOG_USEC") / 1000 : 0);
+}
+
+// On standard error, if that takes it at once: a terminal that stands still is not waited for.
+void sSay(const char* apText) {
+    pollfd lPoll{STDERR_FILENO, POLLOUT, 0};
+    if (poll(&lPoll, 1, 0) == 1 && (lPoll.revents & POLLOUT) != 0) {
+        static_cast<void>(write(STDERR_FILENO, apText, strlen(apText)) != 0);
+    }
+}
+
+}  // namespace
+
+ZTCSystemWatch::ZTCSystemWatch(ZTCSystem& arSystem) : mrSystem(arSystem) {}
+
+void ZTCSystemWatch::start(int aStarter, const ZTSWatchTimes& acrTimes) {
+    mTimes = acrTimes;
+    mStarter = ZTCDescriptor(fcntl(aStarter, F_DUPFD_CLOEXEC, 0));
+    mStarted = Clock::now();
+    mHasServiceManager = getenv("NOTIFY_SOCKET") != nullptr;
+    const milliseconds lWatchdog = sWatchdogPeriod();
+    mIsWatchdogSet = mHasServiceManager && lWatchdog.count() != 0;
+    if (mIsWatchdogSet) {
+        mTimes.mNote = std::clamp(lWatchdog / 2, milliseconds(1), mTimes.mNote);
+    }
+    mNextNote = mStarted + mTimes.mNote;
+    sigset_t lAll;
+    sigset_t lBefore;
+    sigfillset(&lAll);
+    pthread_sigmask(SIG_SETMASK, &lAll, &lBefore);
+    pthread_t lThread;
+    const int lErrno = pthread_create(&lThread, nullptr, threadMain, this);
+    pthread_sigmask(SIG_SETMASK, &lBefore, nullptr);
+    if (lErrno != 0) {
+        throwErrno<ZTCOsException>("pthread_create", "watch", lErrno);
+    }
+    pthread_setname_np(lThread, "watch");
+    pthread_detach(lThread);
+}
+
+void* ZTCSystemWatch::threadMain(void* apWatch) {
+    static_cast<ZTCSystemWatch*>(apWatch)->run();
+}
+
+void ZTCSystemWatch::run() {
+    for (;;) {
+        pollfd lPolls[] = {{mSignals.getDescriptor(), POLLIN, 0},
+                           {mWake.getDescriptor(), POLLIN, 0},
+                           {mStarter.get(), 0, 0}};
+        if (poll(lPolls, std::size(lPolls), timeToWait()) < 0) {
+            // For want of the kernel's memory: all is looked at, and in a moment again.
+            lPolls[2].revents = 0;
+            const timespec lMoment{0, 10000000};
+            nanosleep(&lMoment, nullptr);
+        }
+        mWake.clear();
+        lookAtStarter(lPolls[2].revents);
+        takeSignals();
+        lookAtStart();
+        lookAtEnd();
+        notifyServiceManager();
+    }
+}
+
+// Until something is due, in milliseconds; -1: nothing is.
+int ZTCSystemWatch::timeToWait() const {
+    constexpr auto lNever = Clock::time_point::max();
+    auto lDue = mHasServiceManager ? mNextNote : lNever;
+    if (mrSystem.isEnding()) {
+        const auto lThreads = mrSystem.getEndBegun() + mTimes.mThreads;
+        lDue = std::min(lDue, Clock::now() < lThreads ? lThreads : mrSystem.getEndBegun() + mTimes.mEnd);
+    } else if (mrSystem.isStarting() && !mHasToldStart) {
+        lDue = std::min(lDue, mStarted + mTimes.mStart);
+    }
+    if (lDue == lNever) {
+        return -1;
+    }
+    const auto lLeft = std::chrono::ceil<milliseconds>(lDue - Clock::now());
+    return static_cast<int>(std::max(lLeft, milliseconds(0)).count());
+}
+
+void ZTCSystemWatch::takeSignals() {
+    while (const int lSignal = mSignals.take()) {
+        if (lSignal == SIGHUP) {
+            reopenLog();
+        } else if (!mrSystem.isSetForExit() && !mrSystem.isEnding()) {
+            Log(ZTLL_Notice, sFile, "Ending on signal %d", lSignal);
+            mrSystem.requestExit();
+        }
+    }
+}
+
+// Who started a daemon goes when that is ready, or before, because somebody wants no daemon any more.
+void ZTCSystemWatch::lookAtStarter(short aEvents) {
+    if (!mrSystem.isStarting()) {
+        ZTCDescriptor lClosed(std::move(mStarter));
+    } else if (aEvents != 0) {
+        ZTCDescriptor lClosed(std::move(mStarter));
+        Log(ZTLL_Notice, sFile, "Ending: the process that waited for the start has gone");
+        mrSystem.requestExit();
+    }
+}
+
+void ZTCSystemWatch::lookAtStart() {
+    if (!mrSystem.isStarting() || mrSystem.isEnding() || mHasToldStart ||
+        Clock::now() - mStarted < mTimes.mStart) {
+        return;
+    }
+    mHasToldStart = true;
+    const unsigned int lSeconds = sSecondsOf(mTimes.mStart);
+    const ZTSForeignCall lCall = mrSystem.getLongestCall();
+    char lText[256];
+    if (lCall.mpFunction != nullptr) {
+        Log(ZTLL_Warning, sFile,
+            "Not ready after %u s: the vendor library's %s does not return; still waiting", lSeconds,
+            lCall.mpFunction);
+        snprintf(lText, sizeof lText,
+                 "%s: not ready after %u s: the vendor library's %s does not return; still waiting\n",
+                 mrSystem.getName().get(), lSeconds, lCall.mpFunction);
+    } else {
+        Log(ZTLL_Warning, sFile, "Not ready after %u s; still waiting", lSeconds);
+        snprintf(lText, sizeof lText, "%s: not ready after %u s; still waiting\n", mrSystem.getName().get(),
+                 lSeconds);
+    }
+    sSay(lText);
+}
+
+void ZTCSystemWatch::lookAtEnd() {
+    if (!mrSystem.isEnding()) {
+        return;
+    }
+    const auto lTime = Clock::now() - mrSystem.getEndBegun();
+    // A start that is inside the library has nothing yet that could be waited for.
+    const bool lIsInside = mrSystem.isStarting() && mrSystem.getLongestCall().mpFunction != nullptr;
+    if (lTime >= mTimes.mEnd || (lIsInside && lTime >= mTimes.mThreads)) {
+        giveUp();
+    }
+}
+
+// The main thread hangs. What it holds, such as the locks of standard streams, is not to be waited for.
+void ZTCSystemWatch::giveUp() {
+    if (mrSystem.isStarting() && mrSystem.leaveForeignCode()) {
+        mrSystem.exitInstanceManagement();  // there is nothing else yet
+    } else {
+        Log(ZTLL_Highest, sFile,
+            "The end takes longer than %u s, and it is not the vendor library that holds it up: leaving",
+            sSecondsOf(mTimes.mEnd));
+    }
+    ZTCDaemon::tellEnd(mStarter);
+    ztlog::finish();
+    _exit(0);
+}
+
+void ZTCSystemWatch::notifyServiceManager() {
+    if (!mHasServiceManager || Clock::now() < mNextNote) {
+        return;
+    }
+    mNextNote = Clock::now() + mTimes.mNote;
+    const ZTSForeignCall lCall = mrSystem.getLongestCall();
+    const milliseconds lTime = lCall.mpFunction != nullptr ? sTimeIn(lCall) : milliseconds(0);
+    char lText[256];
+    if (const unsigned int lSeconds = sSecondsOf(lTime); lSeconds >= sToldFrom) {
+        snprintf(lText, sizeof lText, "STATUS=Inside the vendor library's %s for %u s", lCall.mpFunction,
+                 lSeconds);
+        OsNotifyServiceManager(lText);
+        mHasToldCall = true;
+    } else if (mHasToldCall) {
+        OsNotifyServiceManager("STATUS=");
+        mHasToldCall = false;
+    }
+    if (mrSystem.isStarting()) {
+        snprintf(lText, sizeof lText, "EXTEND_TIMEOUT_USEC=%lld",
+                 3000LL * static_cast<long long>(mTimes.mNote.count()));
+        OsNotifyServiceManager(lText);
+    } else if (mIsWatchdogSet && lTime < mTimes.mCall) {
+        const unsigned int lTurns = mrSystem.getTurns();
+        if (lTurns != mTurns) {
+            OsNotifyServiceManager("WATCHDOG=1");
+        }
+        mTurns = lTurns;
+        mrSystem.turn();
+    }
+}
