@@ -1,5 +1,9 @@
 // The entry point. Every path through it ends with status 0: who needs to know why the agent ended reads
 // the log.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
 #include <new>
 
 #include "Assert.h"
@@ -14,6 +18,16 @@ constinit const char* spAgentName = "vrx-sca";
 }  // namespace
 
 namespace {
+
+// Where there is no memory from the first byte on, not even an exception can be thrown that says so.
+void sExpectMemory() {
+    void* const volatile lpAny = malloc(1);
+    if (lpAny == nullptr) {
+        fprintf(stderr, "%s: Out of Memory\n", spAgentName);
+        _exit(0);
+    }
+    free(lpAny);
+}
 
 void sMakeSystem() {
     try {
@@ -30,6 +44,7 @@ void sMakeSystem() {
 
 int main(int argc, char** argv) {
     OsOpenStandardDescriptors();
+    sExpectMemory();
     {
         const ZTCTraceScope lTrace(sFile);
         try {

@@ -41,7 +41,8 @@ inline constexpr bool ZTIsSanitized = ZTHasThreadSanitizer;
 #endif
 
 /// How often to do what is to be done often: few times as a test, many with ZT_TORTURE=all.
-inline unsigned int ZTTestRounds(unsigned int aFew, unsigned int aMany) {
+template <class Rounds>
+Rounds ZTTestRounds(Rounds aFew, Rounds aMany) {
     return getenv("ZT_TORTURE") != nullptr ? aMany : aFew;
 }
 

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 
 #include "Log.h"
@@ -25,6 +24,5 @@ void failAssertion(const char* apText, unsigned int aLine, const char* apFunctio
 
 void leaveProcess(int aStatus) noexcept {
     ztlog::finish();
-    fflush(nullptr);
     quick_exit(aStatus);
 }

@@ -9,7 +9,7 @@
 
 namespace {
 
-const unsigned int sKills = ZTTestRounds(ZTIsSanitized ? 40 : 100, 1000);
+const unsigned int sKills = ZTTestRounds(ZTIsSanitized ? 40U : 100U, 1000U);
 
 std::size_t descriptorsOf(pid_t aProcess) {
     const std::filesystem::directory_iterator lAll("/proc/" + std::to_string(aProcess) + "/fd");

@@ -7,8 +7,9 @@
 [[noreturn]] void failAssertion(const char* apText, unsigned int aLine, const char* apFunction,
                                 const char* apFile) noexcept;
 
-/// Ends the process: writes what is pending in the log, and leaves by quick_exit, so that no static object,
-/// of ours or of a library, is destroyed under a thread that still uses it.
+/// Ends the process: has what is pending in the log written, and leaves by quick_exit, so that no static
+/// object, of ours or of a library, is destroyed under a thread that still uses it. Streams are not flushed:
+/// their locks may be held by a thread that hangs.
 [[noreturn]] void leaveProcess(int aStatus) noexcept;
 
 /// Asserts a condition whose record carries the condition's own text, a stated line and a file.
