@@ -287,7 +287,7 @@ struct Obstacle {
 constexpr Obstacle sObstacles[] = {
     {"mkfifo $P.to; ln -s $P.to $P", "symbolic link", "symbolic link"},
     {"ln -s $P.to $P", "symbolic link", "symbolic link"},
-    {"mkdir $P", "is not a pipe", "Is a directory"},
+    {"mkdir $P", "is not a pipe", "is not a regular file"},
     {"mkfifo $P", nullptr, "is not a regular file"},
     {"echo text > $P", "is not a pipe", nullptr},
     {"mkfifo -m 640 $P; ln $P $P.other", "more than one name", "is not a regular file"},
