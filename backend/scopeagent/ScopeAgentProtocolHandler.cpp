@@ -72,9 +72,9 @@ class CommandStream : private ZTCBufferStream, public ZTCEncodableInStream {
         return lValue;
     }
 
-    ZTCPointer<ZTCWorldWideName> readName() {
-        ZTCPointer<ZTCWorldWideName> lName(makePointer<ZTCWorldWideName>());
-        lName->decode(*this);
+    ZTCWorldWideName readName() {
+        ZTCWorldWideName lName;
+        lName.decode(*this);
         return lName;
     }
 
@@ -286,11 +286,9 @@ void ZTCScopeAgentProtocolHandler::handleRegisterTargetsCommand(const Buffer& ac
         return;
     }
     for (unsigned int lAt = 0; lAt < lCount; ++lAt) {
-        const ZTCPointer<ZTCWorldWideName> lNodeName(lStream.readName());
-        const ZTCPointer<ZTCWorldWideName> lPortName(lStream.readName());
-        const auto lFcAddress = lStream.read<unsigned int>();
-        const ZTCPointer<ZTCScopeAgentTarget> lTarget(
-            makePointer<ZTCScopeAgentTarget>(lNodeName, lPortName, lFcAddress));
+        const ZTCWorldWideName lNodeName = lStream.readName();
+        const ZTCWorldWideName lPortName = lStream.readName();
+        const ZTCScopeAgentTarget lTarget(lNodeName, lPortName, lStream.read<unsigned int>());
         mpScopeAgentSystem->addFcTarget(lTarget);
         mpScopeAgentSystem->addWwpnTarget(lTarget);
     }

@@ -87,12 +87,6 @@ std::uint64_t sKeyOf(const unsigned char* apName) {
     return lKey;
 }
 
-template <class Map, class Key>
-const ZTCScopeAgentTarget* sFindIn(const Map& acrMap, const Key& acrKey) {
-    const auto* const lpFound = acrMap.find(acrKey);
-    return lpFound != nullptr ? lpFound->get() : nullptr;
-}
-
 }  // namespace
 
 ZTCScopeAgentSystem::ZTCScopeAgentSystem(const ZTCString& acrName)
@@ -251,24 +245,23 @@ void ZTCScopeAgentSystem::makeThreadsToExit() {
     ZTCSystem::makeThreadsToExit();
 }
 
-void ZTCScopeAgentSystem::addFcTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget) {
+void ZTCScopeAgentSystem::addFcTarget(const ZTCScopeAgentTarget& acrTarget) {
     const ZTCTraceScope lTrace(sFile);
-    const ZTCScopeAgentTarget& lrTarget = *acrTarget;
     {
         const ZTCScopedLock lLock(*mScopeDataLock);
-        if (mFcTargets.contains(lrTarget.getFcAddress())) {
+        if (mFcTargets.contains(acrTarget.getFcAddress())) {
             return;
         }
-        mFcTargets.insert(lrTarget.getFcAddress(), acrTarget);
+        mFcTargets.insert(acrTarget.getFcAddress(), acrTarget);
     }
-    Log(ZTLL_Notice, sFile, "Registered Target <%s, %s, %u>", lrTarget.getNodeName()->getStringForm().get(),
-        lrTarget.getPortName()->getStringForm().get(), lrTarget.getFcAddress());
+    Log(ZTLL_Notice, sFile, "Registered Target <%s, %s, %u>",
+        ZTCWorldWideName::Text(acrTarget.getNodeName()).get(),
+        ZTCWorldWideName::Text(acrTarget.getPortName()).get(), acrTarget.getFcAddress());
 }
 
-void ZTCScopeAgentSystem::addWwpnTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget) {
+void ZTCScopeAgentSystem::addWwpnTarget(const ZTCScopeAgentTarget& acrTarget) {
     const ZTCTraceScope lTrace(sFile);
-    const ZTCScopeAgentTarget& lrTarget = *acrTarget;
-    const std::uint64_t lKey = sKeyOf(lrTarget.getPortName()->getBinaryForm());
+    const std::uint64_t lKey = sKeyOf(acrTarget.getPortName());
     {
         const ZTCScopedLock lLock(*mScopeDataLock);
         if (mWwpnTargets.contains(lKey)) {
@@ -277,16 +270,16 @@ void ZTCScopeAgentSystem::addWwpnTarget(const ZTCPointer<ZTCScopeAgentTarget>& a
         mWwpnTargets.insert(lKey, acrTarget);
     }
     Log(ZTLL_Notice, sFile, "Added Target <%s, %s, %u> to Wwpn Target Map",
-        lrTarget.getNodeName()->getStringForm().get(), lrTarget.getPortName()->getStringForm().get(),
-        lrTarget.getFcAddress());
+        ZTCWorldWideName::Text(acrTarget.getNodeName()).get(),
+        ZTCWorldWideName::Text(acrTarget.getPortName()).get(), acrTarget.getFcAddress());
 }
 
 const ZTCScopeAgentTarget* ZTCScopeAgentSystem::findTargetByName(const unsigned char* apName) const {
-    return sFindIn(mWwpnTargets, sKeyOf(apName));
+    return mWwpnTargets.find(sKeyOf(apName));
 }
 
 const ZTCScopeAgentTarget* ZTCScopeAgentSystem::findTargetByPortId(unsigned int aPortId) const {
-    return sFindIn(mFcTargets, aPortId);
+    return mFcTargets.find(aPortId);
 }
 
 void ZTCScopeAgentSystem::reportLosses() {

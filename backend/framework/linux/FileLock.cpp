@@ -27,8 +27,9 @@ struct DirectoryCloser {
 };
 using Directory = std::unique_ptr<DIR, DirectoryCloser>;
 
-// Whether the kernel lists a lock under the descriptor's information, in /proc/PID/fdinfo.
-bool listsLock(const char* apInfo) {
+// Whether one of the lines that the kernel tells of a process is what is looked for.
+template <class Found>
+bool hasLine(const char* apInfo, const Found& acrFound) {
     FILE* const lpInfo = fopen(apInfo, "re");
     if (lpInfo == nullptr) {
         return false;
@@ -36,14 +37,34 @@ bool listsLock(const char* apInfo) {
     char lLine[256];
     bool lFound = false;
     while (!lFound && fgets(lLine, sizeof lLine, lpInfo) != nullptr) {
-        lFound = strncmp(lLine, "lock:", 5) == 0 && strstr(lLine, "WRITE") != nullptr;
+        lFound = acrFound(lLine);
     }
     fclose(lpInfo);
     return lFound;
 }
 
+// From /proc/PID/status; whom the folder belongs to, the process can make root.
+bool isOfOurUser(const char* apLine) {
+    uid_t lEffective = 0;
+    return sscanf(apLine, "Uid: %*u %u", &lEffective) == 1 && lEffective == geteuid();
+}
+
+// From /proc/PID/fdinfo, where only locks on the descriptor's own file are listed. The file's device in the
+// line is not compared: on some file systems it is not the one that stat tells.
+bool isOurKindOfLock(const char* apLine) {
+    char lKind[16];
+    char lMode[16];
+    char lRange[16];
+    return sscanf(apLine, "lock: %*d: %15s %*s %15s %*d %*s %15[0-9EOF ]", lKind, lMode, lRange) == 3 &&
+           strcmp(lKind, "OFDLCK") == 0 && strcmp(lMode, "WRITE") == 0 && strcmp(lRange, "0 EOF") == 0;
+}
+
 bool holdsLock(pid_t aProcess, const struct stat& acrFile) {
     char lPath[64];
+    snprintf(lPath, sizeof lPath, "/proc/%d/status", aProcess);
+    if (!hasLine(lPath, isOfOurUser)) {
+        return false;
+    }
     snprintf(lPath, sizeof lPath, "/proc/%d/fd", aProcess);
     const Directory lDirectory(opendir(lPath));
     if (lDirectory == nullptr) {
@@ -57,7 +78,7 @@ bool holdsLock(pid_t aProcess, const struct stat& acrFile) {
         }
         char lInfo[64 + sizeof lpEntry->d_name];
         snprintf(lInfo, sizeof lInfo, "/proc/%d/fdinfo/%s", aProcess, lpEntry->d_name);
-        if (listsLock(lInfo)) {
+        if (hasLine(lInfo, isOurKindOfLock)) {
             return true;
         }
     }
@@ -82,7 +103,14 @@ bool OsIsFileLocked(int aDescriptor) {
     if (fcntl(aDescriptor, F_OFD_GETLK, &lLock) != 0) {
         throwErrno<ZTCOsException>("fcntl F_OFD_GETLK", nullptr, errno);
     }
-    return lLock.l_type != F_UNLCK;
+    // The instance's lock goes with no other: while it is held, it is the one that is told of here.
+    if (lLock.l_type != F_WRLCK || lLock.l_pid != -1 || lLock.l_start != 0 || lLock.l_len != 0) {
+        return false;
+    }
+    // Into a file that others may write they can put a lock of this kind, too.
+    struct stat lFile {};
+    const bool lMayBeOthers = fstat(aDescriptor, &lFile) == 0 && (lFile.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    return !lMayBeOthers || OsFindLockHolder(aDescriptor) != 0;
 }
 
 pid_t OsFindLockHolder(int aDescriptor) {

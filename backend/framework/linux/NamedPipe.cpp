@@ -26,13 +26,6 @@ namespace {
 
 constexpr char sFile[] = "NamedPipe";
 
-// The path that leads to an open file wherever it lies now.
-struct IdentityPath {
-    explicit IdentityPath(int aIdentity) { snprintf(mText, sizeof mText, "/proc/self/fd/%d", aIdentity); }
-
-    char mText[64];
-};
-
 void closeOne(int& arDescriptor) {
     if (arDescriptor >= 0) {
         close(arDescriptor);
@@ -103,7 +96,7 @@ void ZTCNamedPipe::create(unsigned int /*aFlags*/) {
         throw;
     }
     // Without opening an end: a sensor that waits for one must not find it only to lose it again.
-    if (chmod(IdentityPath(mIdentity).mText, S_IRUSR | S_IWUSR) != 0) {
+    if (chmod(ZTSDescriptorPath(mIdentity).mText, S_IRUSR | S_IWUSR) != 0) {
         fail("chmod", errno);
     }
 }
@@ -120,7 +113,7 @@ void ZTCNamedPipe::destroy(unsigned int /*aFlags*/) {
 
 // Opens an end of the pipe that create() made or took, wherever its path leads now.
 int ZTCNamedPipe::openAnew(int aFlags) const {
-    const int lEnd = ::open(IdentityPath(mIdentity).mText, aFlags | O_NONBLOCK | O_CLOEXEC);
+    const int lEnd = ::open(ZTSDescriptorPath(mIdentity).mText, aFlags | O_NONBLOCK | O_CLOEXEC);
     if (lEnd < 0) {
         fail("open", errno);
     }
@@ -265,7 +258,7 @@ void ZTCNamedPipe::waitUntilWritable() {
     ZTCDescriptor lReadings;
     if (mKeeper >= 0) {
         lReadings = ZTCDescriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-        inotify_add_watch(lReadings.get(), IdentityPath(mIdentity).mText, IN_ACCESS);
+        inotify_add_watch(lReadings.get(), ZTSDescriptorPath(mIdentity).mText, IN_ACCESS);
         if (isHalfRead()) {
             setKeeper(false);
             return;

@@ -1,5 +1,6 @@
 #include "SafeFile.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +22,18 @@ namespace {
 void checkOwner(const char* apPath, const struct stat& acrStatus) {
     if (acrStatus.st_uid != geteuid() && acrStatus.st_uid != 0) {
         refuse(apPath, "it belongs to another user", EPERM);
+    }
+}
+
+void checkKind(const char* apPath, const struct stat& acrStatus, mode_t aType) {
+    if (S_ISLNK(acrStatus.st_mode)) {
+        refuse(apPath, "it is a symbolic link", ELOOP);
+    }
+    if ((acrStatus.st_mode & S_IFMT) != aType) {
+        refuse(apPath, aType == S_IFIFO ? "it is not a pipe" : "it is not a regular file", EINVAL);
+    }
+    if (acrStatus.st_nlink > 1) {  // 0: removed since it was opened
+        refuse(apPath, "it has more than one name (hard link)", EMLINK);
     }
 }
 
@@ -49,17 +62,44 @@ void OsCheckFile(int aDescriptor, const char* apPath, mode_t aType) {
     if (fstat(aDescriptor, &lStatus) != 0) {
         throwErrno<ZTCOsException>("fstat", apPath, errno);
     }
-    if (S_ISLNK(lStatus.st_mode)) {
-        refuse(apPath, "it is a symbolic link", ELOOP);
-    }
-    if ((lStatus.st_mode & S_IFMT) != aType) {
-        refuse(apPath, aType == S_IFIFO ? "it is not a pipe" : "it is not a regular file", EINVAL);
-    }
+    checkKind(apPath, lStatus, aType);
     if (lStatus.st_uid != geteuid()) {
         refuse(apPath, "it belongs to another user", EPERM);
     }
-    if (lStatus.st_nlink > 1) {  // 0: removed since it was opened
-        refuse(apPath, "it has more than one name (hard link)", EMLINK);
+}
+
+void OsCheckOurFile(const struct stat& acrStatus, const char* apPath) {
+    checkKind(apPath, acrStatus, S_IFREG);
+    checkOwner(apPath, acrStatus);
+}
+
+ZTCDescriptor OsOpenOurFile(const char* apPath, int aFlags, mode_t aMode) {
+    constexpr int lAlways = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    for (;;) {
+        const ZTCDescriptor lFound(open(apPath, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        if (lFound.isOpen()) {
+            struct stat lStatus {};
+            if (fstat(lFound.get(), &lStatus) != 0) {
+                throwErrno<ZTCOsException>("fstat", apPath, errno);
+            }
+            OsCheckOurFile(lStatus, apPath);
+            ZTCDescriptor lFile(
+                open(ZTSDescriptorPath(lFound.get()).mText, (aFlags & ~O_CREAT) | (lAlways & ~O_NOFOLLOW)));
+            if (!lFile.isOpen()) {
+                throwErrno<ZTCOsException>("open", apPath, errno);
+            }
+            return lFile;
+        }
+        if (errno != ENOENT || (aFlags & O_CREAT) == 0) {
+            throwErrno<ZTCOsException>("open", apPath, errno);
+        }
+        ZTCDescriptor lMade(open(apPath, aFlags | O_EXCL | lAlways, aMode));
+        if (lMade.isOpen()) {
+            return lMade;
+        }
+        if (errno != EEXIST) {  // somebody made it in this moment
+            throwErrno<ZTCOsException>("open", apPath, errno);
+        }
     }
 }
 

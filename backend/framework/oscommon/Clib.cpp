@@ -8,13 +8,13 @@
 #include "Exception.h"
 
 void ClibStat(const char* apPath, struct stat* apResult) {
-    if (stat(apPath, apResult) != 0) {
+    if (lstat(apPath, apResult) != 0) {
         throwErrno<ZTCClibStatFailedEx>("stat", apPath, errno);
     }
 }
 
 void ClibUtime(const char* apPath) {
-    if (utimensat(AT_FDCWD, apPath, nullptr, 0) != 0) {
+    if (utimensat(AT_FDCWD, apPath, nullptr, AT_SYMLINK_NOFOLLOW) != 0) {
         throwErrno<ZTCClibUtimeFailedEx>("utime", apPath, errno);
     }
 }

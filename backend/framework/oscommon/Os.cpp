@@ -78,3 +78,10 @@ timespec OsDeadlineIn(unsigned int aSeconds) {
     lDeadline.tv_sec += aSeconds;
     return lDeadline;
 }
+
+bool OsHasPassed(const timespec& acrDeadline) {
+    timespec lNow;
+    clock_gettime(CLOCK_MONOTONIC, &lNow);
+    return lNow.tv_sec > acrDeadline.tv_sec ||
+           (lNow.tv_sec == acrDeadline.tv_sec && lNow.tv_nsec >= acrDeadline.tv_nsec);
+}

@@ -12,13 +12,11 @@ ZTCScopeData::ZTCScopeData(const ZTCPointer<ZTCScopeEvent>& acrEvent, const unsi
 }
 
 ZTCScopeData::ZTCScopeData(const ZTCPointer<ZTCScopeEvent>& acrEvent, const unsigned char* apData,
-                           unsigned int aLength, unsigned int aCeiling,
-                           const ZTCPointer<ZTCWorldWideName>& acrNodeName,
-                           const ZTCPointer<ZTCWorldWideName>& acrPortName)
+                           unsigned int aLength, unsigned int aCeiling, const unsigned char* apNodeName,
+                           const unsigned char* apPortName)
     : ZTCScopeData(acrEvent, apData, aLength, aCeiling) {
-    unsigned char* const lpPortName =
-        ztwire::put(mNames, acrNodeName->getBinaryForm(), ZTCWorldWideName::Size);
-    ztwire::put(lpPortName, acrPortName->getBinaryForm(), ZTCWorldWideName::Size);
+    unsigned char* const lpPortName = ztwire::put(mNames, apNodeName, ZTCWorldWideName::Size);
+    ztwire::put(lpPortName, apPortName, ZTCWorldWideName::Size);
     mHasNames = true;
 }
 

@@ -4,34 +4,38 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <string_view>
 
 #include "Descriptor.h"
 #include "Exception.h"
 #include "FileLock.h"
+#include "Os.h"
 #include "Process.h"
 #include "SafeFile.h"
 
 namespace {
 
 constexpr unsigned int sKillSeconds = 10;
+constexpr unsigned int sTurnSeconds = 10;
+constexpr useconds_t sLookAgain = 1000;  // microseconds
 constexpr unsigned int sExitCondition = 19;
+constexpr char sNewSuffix[] = ".new";
 
-// Opens the pid file following no link, waiting for nothing. Not open when there is none and none is made.
-ZTCDescriptor openPidFile(const char* apPath, int aFlags) {
-    ZTCDescriptor lFile(open(apPath, aFlags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0644));
-    if (!lFile.isOpen()) {
-        if (errno == ENOENT && (aFlags & O_CREAT) == 0) {
-            return lFile;
+// Not open when there is none.
+ZTCDescriptor openIfThere(const char* apPath) {
+    try {
+        return OsOpenOurFile(apPath, O_RDONLY);
+    } catch (const ZTCOsException& lrException) {
+        if (lrException.getCode() != ENOENT) {
+            throw;
         }
-        throwErrno<ZTCOsException>(errno == ELOOP ? "The pid file must not be a symbolic link:" : "open",
-                                   apPath, errno);
+        return ZTCDescriptor();
     }
-    OsCheckFile(lFile.get(), apPath, S_IFREG);
-    return lFile;
 }
 
 bool isStillAt(int aDescriptor, const char* apPath) {
@@ -61,36 +65,62 @@ void writeNumber(int aDescriptor, const char* apPath) {
     }
 }
 
-// Asks the process that holds the lock to end. False: it has not, or it was gone before it could be asked.
-bool sStop(pid_t aHolder, int aDescriptor) {
+// The file that is to become the pid file, locked: nobody else than who holds its lock puts a file into the
+// pid file's place. Waits for its turn among those that start.
+ZTCDescriptor takeNewFile(const char* apPath) {
+    for (const timespec lEnd = OsDeadlineIn(sTurnSeconds); !OsHasPassed(lEnd); usleep(sLookAgain)) {
+        ZTCDescriptor lFile = OsOpenOurFile(apPath, O_RDWR | O_CREAT, S_IRUSR | S_IWUSR);
+        if (OsLockFile(lFile.get()) && isStillAt(lFile.get(), apPath)) {
+            OsCheckFile(lFile.get(), apPath, S_IFREG);
+            fchmod(lFile.get(), S_IRUSR | S_IWUSR);
+            return lFile;
+        }
+    }
+    throwErrno<ZTCTimeOutEx>("Waiting for another start, that has locked", apPath, ETIMEDOUT);
+}
+
+// Asks the process that holds the lock to end, and waits for its end. It may be gone, or hold the lock no
+// longer, before it can be asked; then it is not.
+void sStop(pid_t aHolder, int aDescriptor) {
     try {
         const ZTCProcess lProcess(aHolder);
         // Looked at again: what we hold may be another process that got the number of one that has ended.
         if (OsFindLockHolder(aDescriptor) != aHolder) {
-            return false;
+            return;
         }
         lProcess.sendSignal(SIGTERM);
-        return lProcess.waitForEnd(sKillSeconds);
+        if (!lProcess.waitForEnd(sKillSeconds)) {
+            char lText[64];
+            snprintf(lText, sizeof lText, "Process %d has not ended within %u seconds", aHolder,
+                     sKillSeconds);
+            throw ZTCTimeOutEx(lText, ETIMEDOUT);
+        }
     } catch (const ZTCOsException& lrException) {
         if (lrException.getCode() != ESRCH) {
             throw;
         }
-        return false;
     }
 }
 
-// The number that a pid file holds; 0 when it holds none. Throws ZTCClibGetProcStatusFailedEx.
+// The number that a pid file holds; 0 when it holds none. Blanks may follow it on its line. Throws
+// ZTCClibGetProcStatusFailedEx.
 pid_t readNumber(const char* apPath) {
-    const ZTCDescriptor lFile(open(apPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     char lText[32];
-    const ssize_t lLength = lFile.isOpen() ? read(lFile.get(), lText, sizeof lText) : -1;
+    ssize_t lLength = -1;
+    try {
+        lLength = read(OsOpenOurFile(apPath, O_RDONLY).get(), lText, sizeof lText);
+    } catch (const ZTCOsException& lrException) {
+        throw ZTCClibGetProcStatusFailedEx(lrException.what(), lrException.getCode());
+    }
     if (lLength < 0) {
         throwErrno<ZTCClibGetProcStatusFailedEx>("read", apPath, errno);
     }
     pid_t lProcess = 0;
     const char* const lpEnd = lText + lLength;
     const auto lParsed = std::from_chars(lText, lpEnd, lProcess);
-    const bool lIsWhole = lParsed.ec == std::errc() && (lParsed.ptr == lpEnd || *lParsed.ptr == '\n');
+    const std::string_view lRest(lParsed.ptr, static_cast<std::size_t>(lpEnd - lParsed.ptr));
+    const std::size_t lBlanks = std::min(lRest.find_first_not_of(" \t\r"), lRest.size());
+    const bool lIsWhole = lParsed.ec == std::errc() && (lBlanks == lRest.size() || lRest[lBlanks] == '\n');
     return lIsWhole && lProcess > 0 ? lProcess : 0;
 }
 
@@ -106,40 +136,53 @@ bool ZTCProcessInstanceManager::isAnInstanceRunning() {
     if (mState == Running) {
         return false;
     }
-    const ZTCDescriptor lFile = openPidFile(mPidFile.get(), O_RDONLY);
+    const ZTCDescriptor lFile = openIfThere(mPidFile.get());
     return lFile.isOpen() && OsIsFileLocked(lFile.get());
 }
 
+// Always a new file: whoever has an old one open could hold a lock on it.
 void ZTCProcessInstanceManager::markAsRunning() {
-    while (mState != Running) {
-        ZTCDescriptor lFile = openPidFile(mPidFile.get(), O_RDWR | O_CREAT);
-        if (!OsLockFile(lFile.get())) {
-            throwRunning(lFile.get());
-        }
-        if (!isStillAt(lFile.get(), mPidFile.get())) {
-            continue;  // an instance that was ending has removed the file that we had opened
-        }
-        writeNumber(lFile.get(), mPidFile.get());
-        mPidFd = lFile.release();
-        mState = Running;
+    if (mState == Running) {
+        return;
     }
+    const ZTCString lNewPath = mPidFile + sNewSuffix;
+    ZTCDescriptor lOld;
+    {
+        ZTCDescriptor lNew = takeNewFile(lNewPath.get());
+        try {
+            lOld = openIfThere(mPidFile.get());
+            if (!lOld.isOpen() || !OsIsFileLocked(lOld.get())) {
+                writeNumber(lNew.get(), lNewPath.get());
+                if (rename(lNewPath.get(), mPidFile.get()) != 0) {
+                    throwErrno<ZTCOsException>("rename", lNewPath.get(), errno);
+                }
+                mPidFd = lNew.release();
+                mState = Running;
+                return;
+            }
+        } catch (const ZTCException&) {
+            unlink(lNewPath.get());
+            throw;
+        }
+        unlink(lNewPath.get());
+    }
+    throwRunning(lOld.get());
 }
 
 void ZTCProcessInstanceManager::killRunningInstance() {
-    const ZTCDescriptor lFile = openPidFile(mPidFile.get(), O_RDONLY);
+    const ZTCDescriptor lFile = openIfThere(mPidFile.get());
     if (!lFile.isOpen() || !OsIsFileLocked(lFile.get())) {
         throw ZTCExitConditionEx("No instance is running", sExitCondition);
     }
-    const pid_t lHolder = OsFindLockHolder(lFile.get());
-    if ((lHolder != 0 && sStop(lHolder, lFile.get())) || !OsIsFileLocked(lFile.get())) {
-        return;
-    }
-    if (lHolder == 0) {
-        throwErrno<ZTCOsException>("The process that holds the lock cannot be seen:", mPidFile.get(), EPERM);
-    }
-    char lText[64];
-    snprintf(lText, sizeof lText, "Process %d has not ended within %u seconds", lHolder, sKillSeconds);
-    throw ZTCTimeOutEx(lText, ETIMEDOUT);
+    do {
+        const pid_t lHolder = OsFindLockHolder(lFile.get());
+        if (lHolder != 0) {
+            sStop(lHolder, lFile.get());
+        } else if (OsIsFileLocked(lFile.get())) {
+            throwErrno<ZTCOsException>("The process that holds the lock cannot be seen:", mPidFile.get(),
+                                       EPERM);
+        }
+    } while (OsIsFileLocked(lFile.get()));
 }
 
 void ZTCProcessInstanceManager::exitInstanceManagement() {

@@ -50,8 +50,9 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     /// The shutdown command's: destroy() does not close the library.
     void closeLibdfc();
     /// Adds a target, unless there is one by its address, or by its port name. Any thread.
-    void addFcTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget);
-    void addWwpnTarget(const ZTCPointer<ZTCScopeAgentTarget>& acrTarget);
+    /// Throws ZTCNoMemoryEx, nothing changed.
+    void addFcTarget(const ZTCScopeAgentTarget& acrTarget);
+    void addWwpnTarget(const ZTCScopeAgentTarget& acrTarget);
 
     /// By board number. Does not change after the start.
     const ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentInitiator>>& getInitiators() const {
@@ -112,9 +113,6 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     const ZTCScopeAgentTarget* findTargetByPortId(unsigned int aPortId) const ZT_REQUIRES(*mScopeDataLock);
 
   private:
-    template <class Key>
-    using TargetMap = ZTMap<Key, ZTCPointer<ZTCScopeAgentTarget>>;
-
     [[noreturn]] void refuseLibdfc(const char* apReason);
     void initConditionals();
     void initCommandIpc();
@@ -144,8 +142,9 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     ZTCScopeAgentRecordLists mRecordLists ZT_GUARDED_BY(*mScopeDataLock);
     std::uint64_t mPrevKey ZT_GUARDED_BY(*mScopeDataLock) = NoPrevKey;
     ZTCPointer<ZTCScopeAgentRecord> mPrevRecord ZT_GUARDED_BY(*mScopeDataLock);
-    TargetMap<unsigned int> mFcTargets ZT_GUARDED_BY(*mScopeDataLock);     ///< by Fibre Channel address
-    TargetMap<std::uint64_t> mWwpnTargets ZT_GUARDED_BY(*mScopeDataLock);  ///< by the port name's 8 bytes
+    /// By Fibre Channel address, and by the port name's 8 bytes.
+    ZTMap<unsigned int, ZTCScopeAgentTarget> mFcTargets ZT_GUARDED_BY(*mScopeDataLock);
+    ZTMap<std::uint64_t, ZTCScopeAgentTarget> mWwpnTargets ZT_GUARDED_BY(*mScopeDataLock);
     ZTCString mCommandPipePath{""};
     ZTCString mOutputPipePath{""};
 };

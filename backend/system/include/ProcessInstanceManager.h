@@ -25,19 +25,22 @@ class ZTCProcessInstanceManager {
     /// something that is not ours, which is left alone.
     virtual bool isAnInstanceRunning();
 
-    /// Makes this process the running instance until it ends: takes the lock, writes the number into the
-    /// file. Throws ZTCExitConditionEx, naming the process, when another one is; ZTCOsException as above.
+    /// Makes this process the running instance until it ends: puts a new file, mode 0600, with the lock and
+    /// the number in the old one's place. Throws ZTCExitConditionEx, naming the process, when another one is;
+    /// ZTCOsException as above; ZTCTimeOutEx when another start stands still.
     virtual void markAsRunning();
 
-    /// Sends the running instance SIGTERM and waits for its end, at most 10 seconds. Throws
-    /// ZTCExitConditionEx when none is running, ZTCTimeOutEx, ZTCOsException.
+    /// Sends the running instance SIGTERM and waits for its end, at most 10 seconds. Nobody is asked but a
+    /// process of our user that holds the lock. Throws ZTCExitConditionEx when none is running, ZTCTimeOutEx,
+    /// ZTCOsException.
     virtual void killRunningInstance();
 
     /// Removes the pid file, if this process made itself the running instance, and gives the lock up.
     virtual void exitInstanceManagement();
 
     /// Returns when the process that the pid file names exists. Throws ZTCClibGetProcStatusFailedEx when the
-    /// file cannot be read or names none, or the process is gone (also when only its status is left).
+    /// file cannot be believed (OsCheckOurFile), cannot be read or names none, or the process is gone (also
+    /// when only its status is left).
     virtual void getProcStatus(ZTCString aPidFile);
 
   private:

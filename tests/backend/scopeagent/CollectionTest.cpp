@@ -274,11 +274,32 @@ TEST(Collection, StaysWholeWhenACommandFindsNoMemory) {
             lTargets += ZTTestName(lTarget + 100) + ZTTestName(lTarget) + wordOf(lTarget);
         }
         for (const std::string& lrCommand : {std::string("\x01"), std::string(5, '\0'), lTargets}) {
-            EXPECT_GT(failIn(arCollection, lrCommand), 4U);
+            EXPECT_GT(failIn(arCollection, lrCommand), 3U);
         }
         // Whichever way it came about, they are registered now.
         plogi(0, 32, 1).deliver();
         EXPECT_EQ(arCollection.fetch().of(0).at(0).mNames, ZTTestName(132) + ZTTestName(32));
+    });
+}
+
+TEST(Collection, HoldsATargetIn200Bytes) {
+    inCollection(1, [](ZTCTestCollection& arCollection) {
+        constexpr unsigned int lTargets = 30000;
+        constexpr unsigned int lAtOnce = 3000;
+        const auto lBefore = memory();
+        for (unsigned int lTarget = 0; lTarget < lTargets;) {
+            std::string lCommand = "\x03" + wordOf(lAtOnce);
+            for (const unsigned int lEnd = lTarget + lAtOnce; lTarget < lEnd; ++lTarget) {
+                lCommand += ZTTestName(lTarget + 1000000) + ZTTestName(lTarget) + wordOf(lTarget);
+            }
+            EXPECT_EQ(arCollection.ask(lCommand), std::string(5, '\0'));
+        }
+        if (!ZTIsSanitized) {
+            EXPECT_LE(memory().first - lBefore.first, 200.0 * lTargets);
+        }
+        plogi(0, lTargets - 1, 1).deliver();
+        EXPECT_EQ(arCollection.fetch().of(0).at(0).mNames,
+                  ZTTestName(lTargets - 1 + 1000000) + ZTTestName(lTargets - 1));
     });
 }
 

@@ -1,10 +1,12 @@
 // The heartbeat: the agent's own, and its watch over the sensor's. Every case has an agent of its own, with a
 // period of a second; all run at once.
+#include <sys/inotify.h>
 #include <sys/stat.h>
 
 #include <ctime>
 
 #include "AgentClient.h"
+#include "CommonHeartbeat.h"
 
 namespace {
 
@@ -56,6 +58,20 @@ class Watch {
         return lStory;
     }
 
+    /// A look ends before the warning that the time has not changed, and behind the one that there is no
+    /// file.
+    void expectOrderOfTraces() const {
+        std::istringstream lLog(mAgent.getLog());
+        bool lIsInside = false;
+        for (std::string lLine; std::getline(lLog, lLine);) {
+            if (contains(lLine, " CheckStatus: ")) {
+                EXPECT_EQ(contains(lLine + "\n", sUnchanged) || contains(lLine, "Entered"), !lIsInside)
+                    << lLine;
+                lIsInside = contains(lLine, "Entered") || contains(lLine, sMissing);
+            }
+        }
+    }
+
   private:
     void prepare(const std::string& acrSensorFile) const {
         if (!acrSensorFile.empty()) {
@@ -79,6 +95,7 @@ constexpr char sNoProcess[] = "4194304\n";  // the kernel's numbers end before i
 void expectEndWith(Watch& arWatch, const std::string& acrStory) {
     EXPECT_EQ(arWatch.getAgent().waitForEnd(), 0);
     EXPECT_TRUE(arWatch.story().starts_with(acrStory)) << arWatch.story() << "\ninstead of\n" << acrStory;
+    arWatch.expectOrderOfTraces();
     std::filesystem::remove_all(arWatch.getDirectory() / ZTTestSensorFile);
     EXPECT_EQ(namesIn(arWatch.getDirectory()), std::set<std::string>{ZTTestLog});
 }
@@ -146,7 +163,7 @@ const std::pair<const char*, void (*)()> sCases[] = {
      [] {
          Watch lWatch;
          mkdir((lWatch.getDirectory() / ZTTestSensorFile).c_str(), 0700);
-         expectEndWith(lWatch, sSilentAndGone);
+         expectEndWith(lWatch, " beat missing beat missing check gone");
      }},
     {"own file removed",
      [] {
@@ -162,6 +179,64 @@ TEST(Heartbeat, JudgesTheSensorByItsFileAndThenByItsProcess) {
         SCOPED_TRACE(sCases[aCase].first);
         sCases[aCase].second();
     });
+}
+
+// The system's part of it is the instance manager's test.
+bool failsIn(ZTCCheckHeartbeat& arCheck) {
+    try {
+        arCheck.CheckStatus();
+        return false;
+    } catch (const ZTCHeartbeatFailedEx&) {
+        return true;
+    }
+}
+
+TEST(Heartbeat, CountsFailuresUntilTheTimeChanges) {
+    const ZTCTestDirectory lDirectory;
+    const std::string lPath = lDirectory / ZTTestSensorFile;
+    writeFile(lPath, ownPid());
+    ZTCCheckHeartbeat lCheck(makePointer<ZTCString>(lPath.c_str()), nullptr);
+    constexpr std::pair<time_t, bool> lLooks[] = {{0, false}, {0, false}, {0, true},  {0, true},  {5, false},
+                                                  {5, false}, {0, false}, {0, false}, {5, false}, {5, false},
+                                                  {5, true},  {6, false}, {6, false}};
+    for (const auto& lrLook : lLooks) {
+        Watch::setModTime(lPath, lrLook.first);
+        EXPECT_EQ(failsIn(lCheck), lrLook.second) << "look " << &lrLook - lLooks;
+    }
+}
+
+// What another user may put into the sensor's place. $T is a file of ours that names a process which lives.
+TEST(Heartbeat, BelievesNobodyElsesFile) {
+    const std::pair<const char*, bool> lRows[] = {
+        {"ln -s $T $P", false},
+        {"ln $T $P", false},
+        {"mkfifo $P", false},
+        {"mknod $P c 1 3", true},
+        {"cp $T $P; chown 65534 $P", true},
+    };
+    for (const auto& [lpMade, lNeedsRoot] : lRows) {
+        if (lNeedsRoot && geteuid() != 0) {
+            continue;
+        }
+        SCOPED_TRACE(lpMade);
+        const ZTCTestDirectory lDirectory;
+        const std::string lPath = lDirectory / ZTTestSensorFile;
+        writeFile(lDirectory / "target", ownPid());
+        EXPECT_EQ(runChild(ZTCTestChild::Arguments{"/bin/sh", "-c", lpMade},
+                           ZTCTestChild::Arguments{"P=" + lPath, "T=" + (lDirectory / "target")})
+                      .mStatus,
+                  0);
+        const ZTCDescriptor lOpenings(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+        inotify_add_watch(lOpenings.get(), lDirectory.getPath().c_str(), IN_OPEN);
+        ZTCCheckHeartbeat lCheck(makePointer<ZTCString>(lPath.c_str()), nullptr);
+        EXPECT_FALSE(failsIn(lCheck));
+        Watch::setModTime(lDirectory / "target", 5);
+        EXPECT_TRUE(failsIn(lCheck));
+        ZTCProcessInstanceManager lManager((lDirectory / "own.pid").c_str());
+        EXPECT_THROW(lManager.getProcStatus(lPath.c_str()), ZTCClibGetProcStatusFailedEx);
+        char lEvents[4096];
+        EXPECT_EQ(read(lOpenings.get(), lEvents, sizeof lEvents), -1) << "it was opened";
+    }
 }
 
 TEST(Heartbeat, EndsItsWaitOnAShutDown) {

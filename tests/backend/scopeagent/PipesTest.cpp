@@ -151,6 +151,34 @@ TEST_F(WrittenPipe, KeepsTheWholeMessagesBehindOneThatWasLeftHalfRead) {
     expectNothingElseIn(openOther(O_RDONLY), "thirdfourth");
 }
 
+// Its reader goes when there is no room yet for the message behind it.
+TEST_F(WrittenPipe, KeepsTheMessageThatWaitsBehindOneThatWasLeftHalfRead) {
+    write(numbered(static_cast<std::size_t>(mCapacity)));
+    ZTCDescriptor lReader(openOther(O_RDONLY));
+    EXPECT_EQ(readBytes(lReader, 1).size(), 1U);
+    const std::string lNext = "next";
+    std::future<void> lWrite = writeMeanwhile(lNext);
+    EXPECT_EQ(lWrite.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    close(lReader.release());
+    lWrite.get();
+    expectNothingElseIn(openOther(O_RDONLY), lNext);
+}
+
+TEST_F(WrittenPipe, RemovesNothingButItself) {
+    const std::string lOther = mDirectory / "other";
+    for (const bool lIsPipe : {true, false}) {
+        EXPECT_EQ(lIsPipe ? mkfifo(lOther.c_str(), 0600) : mknod(lOther.c_str(), S_IFREG | 0600, 0), 0);
+        mPipe.create(0);
+        std::filesystem::rename(lOther, mPath);
+        mPipe.destroy(0);
+        EXPECT_TRUE(std::filesystem::exists(mPath));
+        std::filesystem::remove(mPath);
+    }
+    mPipe.create(0);
+    mPipe.destroy(0);
+    EXPECT_TRUE(mDirectory.isEmpty());
+}
+
 TEST_F(WrittenPipe, KeepsWhatAnAgentBeforeItHasLeft) {
     write("before");
     ZTCNamedPipe lNext(mPath.c_str(), ZTNPD_Write, 1, 1);
@@ -273,7 +301,13 @@ TEST(AgentPipes, TheNextClientFindsItsOwnAnswer) {
         const ZTCTestSensor lSensor(lDirectory);
         EXPECT_EQ(lSensor.ask(stopOf(7)), successOf(7));
     }
+    {
+        // Behind one that has read all of its answer there is nothing to drop.
+        const ZTCTestSensor lSensor(lDirectory);
+        EXPECT_EQ(lSensor.ask(stopOf(8)), successOf(8));
+    }
     lAgent.stop();
+    EXPECT_EQ(countIn(lAgent.getLog(), "bytes were dropped"), 1U);
 }
 
 // What may lie at a path, how it is refused there when a pipe is wanted and when the pid file is; null: it is
@@ -287,7 +321,7 @@ struct Obstacle {
 constexpr Obstacle sObstacles[] = {
     {"mkfifo $P.to; ln -s $P.to $P", "symbolic link", "symbolic link"},
     {"ln -s $P.to $P", "symbolic link", "symbolic link"},
-    {"mkdir $P", "is not a pipe", "Is a directory"},
+    {"mkdir $P", "is not a pipe", "is not a regular file"},
     {"mkfifo $P", nullptr, "is not a regular file"},
     {"echo text > $P", "is not a pipe", nullptr},
     {"mkfifo -m 640 $P; ln $P $P.other", "more than one name", "is not a regular file"},

@@ -1,11 +1,25 @@
+#include <sys/eventfd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <list>
 
 #include "Exception.h"
+#include "FileLock.h"
 #include "ProcessInstanceManager.h"
 #include "TestSupport.h"
 
+// The linker leads the calls of syscall in this program here.
+extern "C" {
+long __real_syscall(long, ...);
+long __wrap_syscall(long, long, long, long, long, long, long);
+}
+
 namespace {
+
+// Called before a process is held by its number.
+std::function<void(pid_t)> sBeforeHolding;
 
 const ZTCTestChild::Arguments sStart{ZT_TEST_SYSTEM, "-D", "false"};
 const ZTCTestChild::Arguments sStop{ZT_TEST_SYSTEM, "-s"};
@@ -35,6 +49,35 @@ class ProcessInstanceManagerTest : public ::testing::Test {
     const ZTCTestChild::Arguments mEnvironment{"ZT_VRX_SENSOR_DIR=" + mDirectory.getPath()};
 };
 
+// Another user where there can be one.
+void becomeNobody() {
+    if (geteuid() == 0) {
+        ASSERT_TRUE(setgid(65534) == 0 && setuid(65534) == 0);
+    }
+}
+
+bool lock(int aFile, int aCommand, short aType, off_t aLength) {
+    struct flock lLock {};
+    lLock.l_type = aType;
+    lLock.l_len = aLength;
+    return fcntl(aFile, aCommand, &lLock) == 0;
+}
+
+// The locks that a bystander may hold on a pid file: the mode that lets him, and how he takes it.
+struct Lock {
+    const char* mpName;
+    mode_t mMode;
+    bool (*mTake)(int aFile);
+};
+constexpr Lock sLocks[] = {
+    {"flock", 0644, [](int aFile) { return flock(aFile, LOCK_EX) == 0; }},
+    {"of a process, to read", 0644, [](int aFile) { return lock(aFile, F_SETLK, F_RDLCK, 0); }},
+    {"to read", 0644, [](int aFile) { return lock(aFile, F_OFD_SETLK, F_RDLCK, 0); }},
+    {"of a process, to write", 0666, [](int aFile) { return lock(aFile, F_SETLK, F_WRLCK, 0); }},
+    {"of a part", 0666, [](int aFile) { return lock(aFile, F_OFD_SETLK, F_WRLCK, 9); }},
+    {"an instance's, another user's", 0666, [](int aFile) { return lock(aFile, F_OFD_SETLK, F_WRLCK, 0); }},
+};
+
 std::string sayRunning(pid_t aProcess) {
     return "Another instance is running: process " + std::to_string(aProcess) + "\n";
 }
@@ -42,6 +85,10 @@ std::string sayRunning(pid_t aProcess) {
 }  // namespace
 
 TEST_F(ProcessInstanceManagerTest, LetsOneOfManyStartsRun) {
+    // An old file, open to others, of whom one has locked it.
+    writeFile(mPidFile, "");
+    const ZTCDescriptor lOld(open(mPidFile.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_TRUE(lock(lOld.get(), F_OFD_SETLK, F_RDLCK, 0));
     constexpr std::size_t lStarts = 32;
     std::list<ZTCTestChild> lAll;
     for (std::size_t lStart = 0; lStart < lStarts; ++lStart) {
@@ -83,6 +130,72 @@ TEST_F(ProcessInstanceManagerTest, BelievesTheLockAndNotTheNumber) {
     EXPECT_TRUE(lBystander.isAlive());
 }
 
+TEST_F(ProcessInstanceManagerTest, ALockOfAnotherKindIsNoInstance) {
+    chmod(mDirectory.getPath().c_str(), 0755);
+    for (const Lock& lrLock : sLocks) {
+        if (lrLock.mMode == 0666 && geteuid() != 0) {
+            continue;  // whose it is, counts
+        }
+        SCOPED_TRACE(lrLock.mpName);
+        const ZTCDescriptor lIsLocked(eventfd(0, EFD_CLOEXEC));
+        eventfd_t lCount = 0;
+        writeFile(mPidFile, "");
+        chmod(mPidFile.c_str(), lrLock.mMode);
+        ZTCTestChild lBystander([&] {
+            becomeNobody();
+            const ZTCDescriptor lFile(open(mPidFile.c_str(), lrLock.mMode == 0666 ? O_RDWR : O_RDONLY));
+            ASSERT_TRUE(lrLock.mTake(lFile.get()));
+            eventfd_write(lIsLocked.get(), 1);
+            pause();
+        });
+        ASSERT_EQ(eventfd_read(lIsLocked.get(), &lCount), 0);
+        expectNoInstance();
+        // One of our own user that is before the instance, in whatever order they are looked at.
+        std::list<ZTCTestChild> lOurs;
+        lOurs.emplace_back([&] {
+            ASSERT_TRUE(waitUntil([&] { return !readFile(mPidFile).empty(); }));
+            const ZTCDescriptor lFile(open(mPidFile.c_str(), O_RDWR));
+            ASSERT_EQ(flock(lFile.get(), LOCK_EX), 0);
+            eventfd_write(lIsLocked.get(), 1);
+            pause();
+        });
+        ZTCTestChild lInstance(sStart, mEnvironment);
+        ASSERT_TRUE(waitUntil([&] { return isRunning(lInstance); })) << lInstance.getErr();
+        EXPECT_EQ(std::filesystem::status(mPidFile).permissions(), std::filesystem::perms{0600});
+        ASSERT_EQ(eventfd_read(lIsLocked.get(), &lCount), 0);
+        EXPECT_TRUE(contains(runChild(sStart, mEnvironment).mErr, sayRunning(lInstance.getProcess())));
+        expectStops(lInstance);
+        EXPECT_TRUE(lBystander.isAlive() && lOurs.front().isAlive());
+    }
+}
+
+// Two hold the lock together, until one lets go of it just as it is to be asked to end.
+TEST_F(ProcessInstanceManagerTest, AsksNobodyToEndWhoHoldsTheLockNoMore) {
+    const ZTCDescriptor lLetGo(eventfd(0, EFD_CLOEXEC));
+    const ZTCDescriptor lDone(eventfd(0, EFD_CLOEXEC));
+    eventfd_t lCount = 0;
+    ZTCDescriptor lFile(open(mPidFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_TRUE(OsLockFile(lFile.get()));
+    ZTCTestChild lFirst([&] {
+        eventfd_read(lLetGo.get(), &lCount);
+        close(lFile.release());
+        eventfd_write(lDone.get(), 1);
+        pause();
+    });
+    ZTCTestChild lSecond([] { pause(); });
+    close(lFile.release());
+    sBeforeHolding = [&](pid_t aProcess) {
+        if (aProcess == lFirst.getProcess()) {
+            eventfd_write(lLetGo.get(), 1);
+            eventfd_read(lDone.get(), &lCount);
+        }
+    };
+    ZTCProcessInstanceManager(mPidFile.c_str()).killRunningInstance();
+    sBeforeHolding = nullptr;
+    EXPECT_TRUE(lFirst.isAlive());
+    EXPECT_EQ(lSecond.waitForEnd(), 128 + SIGTERM);
+}
+
 TEST_F(ProcessInstanceManagerTest, KeepsTheLockWhateverElseUsesTheFile) {
     const ZTSTestEnd lEnd = runChild([&] {
         ZTCProcessInstanceManager lManager(mPidFile.c_str());
@@ -121,6 +234,17 @@ TEST_F(ProcessInstanceManagerTest, LeavesAPidFileThatIsNotItsOwn) {
 TEST_F(ProcessInstanceManagerTest, IsNeverHeldByTwo) {
     constexpr int lTimes = 300;
     std::list<ZTCTestChild> lAll;
+    const ZTCTestChild lBystander([&] {
+        // Now and then it has a lock on the file of one that is gone.
+        std::list<ZTCDescriptor> lFiles;
+        for (;;) {
+            lFiles.emplace_back(open(mPidFile.c_str(), O_RDONLY));
+            lock(lFiles.back().get(), F_OFD_SETLK, F_RDLCK, 0);
+            if (lFiles.size() == 8) {
+                lFiles.pop_front();
+            }
+        }
+    });
     for (int lProcess = 0; lProcess < 4; ++lProcess) {
         lAll.emplace_back([&] {
             for (int lHeld = 0; lHeld < lTimes;) {
@@ -159,6 +283,8 @@ TEST_F(ProcessInstanceManagerTest, TellsWhetherTheProcessOfAPidFileLives) {
     } lRows[] = {
         {lLiveText + "\n", true},
         {lLiveText, true},
+        {lLiveText + "\r\n", true},
+        {lLiveText + " \t", true},
         {std::to_string(getpid()) + "\n", true},
         {std::to_string(lZombie.getProcess()) + "\n", false},
         {std::to_string(lGone) + "\n", false},
@@ -168,6 +294,7 @@ TEST_F(ProcessInstanceManagerTest, TellsWhetherTheProcessOfAPidFileLives) {
         {"-1\n", false},
         {"-" + lLiveText + "\n", false},
         {lLiveText + "garbage\n", false},
+        {lLiveText + " 2\n", false},
         {"garbage\n", false},
         {"99999999999999999999\n", false},
     };
@@ -187,4 +314,12 @@ TEST_F(ProcessInstanceManagerTest, TellsWhetherTheProcessOfAPidFileLives) {
     }
     EXPECT_FALSE(lIsAlive(mDirectory / "missing.pid"));
     EXPECT_FALSE(lIsAlive(mDirectory.getPath()));
+}
+
+long __wrap_syscall(long aNumber, long aFirst, long aSecond, long aThird, long aFourth, long aFifth,
+                    long aSixth) {
+    if (aNumber == SYS_pidfd_open && sBeforeHolding) {
+        sBeforeHolding(static_cast<pid_t>(aFirst));
+    }
+    return __real_syscall(aNumber, aFirst, aSecond, aThird, aFourth, aFifth, aSixth);
 }

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <utility>
 
 class ZTCDescriptor {
@@ -25,4 +26,13 @@ class ZTCDescriptor {
 
   private:
     int mDescriptor;
+};
+
+/// The path that leads to an open file wherever it lies now. To open it anew is to open this very file.
+struct ZTSDescriptorPath {
+    explicit ZTSDescriptorPath(int aDescriptor) {
+        snprintf(mText, sizeof mText, "/proc/self/fd/%d", aDescriptor);
+    }
+
+    char mText[32];
 };

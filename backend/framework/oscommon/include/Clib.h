@@ -7,10 +7,10 @@
 
 #include "ClibMemory.h"
 
-/// stat of the path. Throws ZTCClibStatFailedEx.
+/// stat of the path itself: of a symbolic link, not of what it leads to. Throws ZTCClibStatFailedEx.
 void ClibStat(const char* apPath, struct stat* apResult);
 
-/// Sets the file's access and modification time to now. Throws ZTCClibUtimeFailedEx.
+/// Sets the file's access and modification time to now, following no link. Throws ZTCClibUtimeFailedEx.
 void ClibUtime(const char* apPath);
 
 /// Makes a directory; the mode is passed on as it is. Throws ZTCExistsEx when the path exists, else

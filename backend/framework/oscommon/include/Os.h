@@ -29,3 +29,5 @@ void OsReleaseMemory();
 
 /// The deadline so many seconds from now, by CLOCK_MONOTONIC.
 timespec OsDeadlineIn(unsigned int aSeconds);
+/// Whether it has passed.
+bool OsHasPassed(const timespec& acrDeadline);

@@ -14,10 +14,9 @@ class ZTCScopeData {
     /// judged by the one of its own time. Throws ZTCNoMemoryEx.
     ZTCScopeData(const ZTCPointer<ZTCScopeEvent>& acrEvent, const unsigned char* apData, unsigned int aLength,
                  unsigned int aCeiling);
-    /// The same with the target's node name and port name, whose bytes are copied.
+    /// The same with the bytes of the target's node name and port name.
     ZTCScopeData(const ZTCPointer<ZTCScopeEvent>& acrEvent, const unsigned char* apData, unsigned int aLength,
-                 unsigned int aCeiling, const ZTCPointer<ZTCWorldWideName>& acrNodeName,
-                 const ZTCPointer<ZTCWorldWideName>& acrPortName);
+                 unsigned int aCeiling, const unsigned char* apNodeName, const unsigned char* apPortName);
     ~ZTCScopeData();
     ZTCScopeData(const ZTCScopeData&) = delete;
     ZTCScopeData& operator=(const ZTCScopeData&) = delete;

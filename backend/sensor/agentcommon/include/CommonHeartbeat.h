@@ -4,6 +4,7 @@
 
 #include "Clib.h"
 #include "Log.h"
+#include "SafeFile.h"
 #include "System.h"
 
 inline constexpr char ZTCommonHeartbeatFile[] = "backend/sensor/agentcommon/include/CommonHeartbeat";
@@ -32,31 +33,36 @@ class ZTCCheckHeartbeat {
         : mFile(acrFile), mpSystem(apSystem) {}
     virtual ~ZTCCheckHeartbeat() = default;
 
-    /// Looks at the file's modification time. One look that finds it as it was, or cannot find it, is
-    /// tolerated; from the second on, until the time changes, each throws ZTCHeartbeatFailedEx.
+    /// Looks at the file's modification time. One look that finds it as it was, or finds no file that may be
+    /// believed (OsCheckOurFile), is tolerated; from the second on, until the time changes, each throws
+    /// ZTCHeartbeatFailedEx.
     void CheckStatus() {
-        const ZTCTraceScope lTrace(ZTCommonHeartbeatFile);
-        struct stat lStatus {};
-        try {
-            ClibStat(mFile->get(), &lStatus);
-        } catch (const ZTCClibStatFailedEx&) {
-            Log(ZTLL_Warning, ZTCommonHeartbeatFile, "Failed in stat on %s file", mFile->get());
-            countFailure();
-            return;
-        }
-        const auto lModTime = static_cast<unsigned int>(lStatus.st_mtime);
-        if (mLastModTime == 0) {
-            mLastModTime = lModTime;
-        } else if (lModTime == mLastModTime) {
-            if (mUnchangedCount != 0) {
-                Log(ZTLL_Warning, ZTCommonHeartbeatFile, "Modfication time of the %s hasn't changed",
-                    mFile->get());
+        {
+            const ZTCTraceScope lTrace(ZTCommonHeartbeatFile);
+            struct stat lStatus {};
+            try {
+                ClibStat(mFile->get(), &lStatus);
+                OsCheckOurFile(lStatus, mFile->get());
+            } catch (const ZTCException&) {
+                Log(ZTLL_Warning, ZTCommonHeartbeatFile, "Failed in stat on %s file", mFile->get());
+                if (hasFailedTwice()) {
+                    throwFailed();
+                }
+                return;
             }
-            countFailure();
-        } else {
-            mLastModTime = lModTime;
-            mUnchangedCount = 0;
+            const auto lModTime = static_cast<unsigned int>(lStatus.st_mtime);
+            if (!mIsSeen || lModTime != mLastModTime) {
+                mUnchangedCount = mIsSeen ? 0 : mUnchangedCount;
+                mLastModTime = lModTime;
+                mIsSeen = true;
+                return;
+            }
+            if (!hasFailedTwice()) {
+                return;
+            }
         }
+        Log(ZTLL_Warning, ZTCommonHeartbeatFile, "Modfication time of the %s hasn't changed", mFile->get());
+        throwFailed();
     }
 
     /// Returns when the process that the file names exists. Throws ZTCClibGetProcStatusFailedEx.
@@ -67,14 +73,12 @@ class ZTCCheckHeartbeat {
     }
 
   private:
-    void countFailure() {
-        if (++mUnchangedCount > 1) {
-            throw ZTCHeartbeatFailedEx("", 492);
-        }
-    }
+    bool hasFailedTwice() { return ++mUnchangedCount > 1; }
+    [[noreturn]] static void throwFailed() { throw ZTCHeartbeatFailedEx("", 492); }
 
     ZTCPointer<ZTCString> mFile;
     ZTCSystemInterface* mpSystem;
-    unsigned int mLastModTime = 0;     ///< seconds since the epoch, as seen last; 0: not seen yet
-    unsigned int mUnchangedCount = 0;  ///< looks in a row that failed
+    unsigned int mLastModTime = 0;     ///< seconds since the epoch, as seen last
+    unsigned int mUnchangedCount = 0;  ///< looks that failed since it was seen to change
+    bool mIsSeen = false;
 };

@@ -64,8 +64,7 @@ ZTCPointer<ZTCScopeEvent> event() {
 }
 
 void writeNamedData(Out& arOut) {
-    const auto lNode = makePointer<ZTCWorldWideName>(sNode);
-    ZTCScopeData(event(), sNode + 3, 2, 9, lNode, makePointer<ZTCWorldWideName>(sPort)).encode(arOut);
+    ZTCScopeData(event(), sNode + 3, 2, 9, sNode, sPort).encode(arOut);
 }
 
 const struct {
