@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "LibdfcCallbacks.h"
+#include "LibdfcFunctions.h"
 #include "SafeFile.h"
 
 namespace {
@@ -25,9 +26,9 @@ constexpr std::chrono::seconds sCloseTime{5};
 constinit std::atomic<bool> sHaveStayed{false};
 
 // The functions of a provider, in their order.
-constexpr const char* sFunctions[] = {"init",          "number_of_adapters", "ztapi_supported",
-                                      "adapter_info",  "ztapi_reg_event",    "ztapi_unreg_event",
-                                      "dfc_reg_event", "dfc_unreg_event",    "close"};
+#define ZT_FUNCTION(Name) #Name,
+constexpr const char* sFunctions[] = {ZT_LIBDFC_FUNCTIONS(ZT_FUNCTION)};
+#undef ZT_FUNCTION
 constexpr std::size_t sFunctionsAt = offsetof(ZT_libdfc_provider, init);
 static_assert(sizeof(ZT_libdfc_provider) == sFunctionsAt + sizeof(void*) * std::size(sFunctions));
 

@@ -11,6 +11,7 @@
 #include "ScopeAgentProtocolHandler.h"
 #include "ScopeAgentRecordList.h"
 #include "ScopeAgentTarget.h"
+#include "StatisticsFile.h"
 #include "System.h"
 
 /// Made by the entry point, driven by SystemMain. Lifecycle operations: main thread, before the threads start
@@ -25,8 +26,8 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     /// Global defaults, the runtime directory (ZT_VRX_SENSOR_DIR, without which the process ends with status
     /// 1), the paths in it, the instance manager, the version.
     void preInit() override;
-    /// The vendor library, the conditionals (heartbeat 0, commands 1), the pipes (reader 0, writer 0), the
-    /// handlers, the thread components (heartbeat 0, commands 1).
+    /// The statistics, the vendor library, the conditionals (heartbeat 0, commands 1), the pipes (reader 0,
+    /// writer 0), the handlers, the thread components (heartbeat 0, commands 1).
     void init() override;
     void postDestroy() override;
     /// Waits for the vendor library's threads, removes the command pipe, then the output pipe.
@@ -66,9 +67,12 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     unsigned int getDataCeiling() const { return mDataCeiling.load(std::memory_order_relaxed); }
     void setDataCeiling(unsigned int aCeiling) { mDataCeiling.store(aCeiling, std::memory_order_relaxed); }
 
-    ZTCScopeAgentLosses& getLosses() { return mLosses; }
+    /// Counts events that were lost on their way, by the codes with which they arrived. Any thread, without
+    /// the scope-data lock.
+    void countLost(ZTEScopeAgentLoss aLoss, unsigned int aCategory, unsigned int aSubcategory,
+                   unsigned int aOccurrences = 1) ZT_EXCLUDES(*mScopeDataLock);
     /// Logs what was lost since the last call, if anything.
-    void reportLosses();
+    void reportLosses() { mLosses.report(); }
 
     /// Whether all collected data has reached the limit; tells its size then. Any thread: a soft bound, which
     /// may be passed by one event a thread.
@@ -102,6 +106,11 @@ class ZTCScopeAgentSystem : public ZTCSystem {
         ZT_REQUIRES(*mScopeDataLock);
     /// Files the record that is held back. Throws ZTCNoMemoryEx, nothing changed.
     void clearPrevScopeData() ZT_REQUIRES(*mScopeDataLock);
+    /// Whether the collected data has passed an eighth of its limit since the last call: once between two
+    /// fetches.
+    bool takePassedEighth() ZT_REQUIRES(*mScopeDataLock) {
+        return mHasPassedEighth && std::exchange(mHasPassedEighth, false);
+    }
 
     /// The target of a port name's 8 bytes, or of a port id; null when none is registered.
     const ZTCScopeAgentTarget* findTargetByName(const unsigned char* apName) const
@@ -113,6 +122,7 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     using TargetMap = ZTMap<Key, ZTCPointer<ZTCScopeAgentTarget>>;
 
     [[noreturn]] void refuseLibdfc(const char* apReason);
+    void showStatistics();
     void initConditionals();
     void initCommandIpc();
     void initOutputIpc();
@@ -132,7 +142,6 @@ class ZTCScopeAgentSystem : public ZTCSystem {
 
     std::atomic<unsigned int> mDataCeiling{0};
     std::atomic<unsigned int> mTotalScopeDataSize{0};  ///< changed under the scope-data lock
-    ZTCScopeAgentLosses mLosses;
     ZTCPointer<ZTCLibdfcAbs> mLibdfc;
     ZTCPointer<ZTCScopeAgentProtocolHandler> mProtocolHandler;
     ZTCPointer<ZTCScopeAgentEventCatalogue> mEventCatalogue;
@@ -143,6 +152,9 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     ZTCPointer<ZTCScopeAgentRecord> mPrevRecord ZT_GUARDED_BY(*mScopeDataLock);
     TargetMap<unsigned int> mFcTargets ZT_GUARDED_BY(*mScopeDataLock);     ///< by Fibre Channel address
     TargetMap<std::uint64_t> mWwpnTargets ZT_GUARDED_BY(*mScopeDataLock);  ///< by the port name's 8 bytes
+    bool mHasPassedEighth ZT_GUARDED_BY(*mScopeDataLock) = false;
+    ZTCScopeAgentLosses mLosses;
+    ZTCStatisticsFile mStatisticsFile;
     ZTCString mCommandPipePath{""};
     ZTCString mOutputPipePath{""};
 };
