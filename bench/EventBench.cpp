@@ -18,6 +18,7 @@
 #include "BenchAgent.h"
 #include "NamedPipeWriterServer.h"
 #include "ProtocolHelper.h"
+#include "ScopeAgentStatistics.h"
 
 namespace {
 
@@ -153,6 +154,72 @@ const int sRegistered = [] {
                 ->UseManualTime();
         }
     }
+    return 0;
+}();
+
+// ---- What the agent counts of an event ----
+
+// The statistics as a file on tmpfs, from now on.
+const std::string& statisticsFile() {
+    static const std::string& srPath = *[] {
+        char lName[] = "/dev/shm/zt-bench-XXXXXX";
+        auto* const lpPath = new std::string(mkdtemp(lName) != nullptr ? lName : "/dev/shm");
+        lpPath->append("/vrx-sca.stats");
+        ZTNameStatistics();
+        static ZTCStatisticsFile& srFile = *new ZTCStatisticsFile;
+        srFile.show(lpPath->c_str(), [] {});
+        atexit([] {
+            srFile.withdraw();
+            rmdir(statisticsFile().substr(0, statisticsFile().rfind('/')).c_str());
+        });
+        return lpPath;
+    }();
+    return srPath;
+}
+
+void statisticsAlone(benchmark::State& arState) {
+    for (auto lStep : arState) {
+        ZTCountRecorded(ZTSEK_ElsPlogi, true);
+    }
+}
+
+const int sStatistics = [] {
+    static const Load sLoad{"repeated PLOGI", makePlogi, ZTLogCodeDefault};
+    const auto lRegister = [](const char* apName, auto aMeasure) {
+        return benchmark::RegisterBenchmark(apName, aMeasure)->Iterations(1)->Repetitions(5)->UseManualTime();
+    };
+    // The best of several: what is looked for is smaller than what else goes on in a machine.
+    const auto lTime = [](benchmark::State& arState) {
+        ztbench::agent();
+        for (auto lStep : arState) {
+            double lAllocations = 0;
+            double lBest = run(sLoad, 1, nullptr, lAllocations);
+            for (unsigned int lRound = 0; lRound < 20; ++lRound) {
+                lBest = std::min(lBest, run(sLoad, 1, nullptr, lAllocations));
+            }
+            arState.SetIterationTime(lBest * 1e-9);
+        }
+        setLogCode(ZTLogCodeDefault);
+    };
+    lRegister("statistics/repeated PLOGI, counted in memory, the floor", lTime);
+    lRegister("statistics/counted in a file on tmpfs", [=](benchmark::State& arState) {
+        statisticsFile();
+        lTime(arState);
+    });
+    lRegister("statistics/the same, read at 1 kHz", [=](benchmark::State& arState) {
+        std::atomic<bool> lEnds{false};
+        std::thread lReader([&, lFile = open(statisticsFile().c_str(), O_RDONLY | O_CLOEXEC)] {
+            for (char lBytes[sizeof(ZTSStatisticsBlock)]; !lEnds;) {
+                benchmark::DoNotOptimize(pread(lFile, lBytes, sizeof lBytes, 0));
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+            close(lFile);
+        });
+        lTime(arState);
+        lEnds = true;
+        lReader.join();
+    });
+    benchmark::RegisterBenchmark("statistics/the counting by itself", statisticsAlone)->Repetitions(5);
     return 0;
 }();
 

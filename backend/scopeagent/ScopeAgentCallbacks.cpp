@@ -7,7 +7,7 @@ namespace {
 
 constexpr char sFile[] = "ScopeAgentCallbacks";
 
-// The codes that the events by mask are stamped with.
+// The codes that an event arrives with, or is stamped with when it comes by mask.
 struct Stamp {
     unsigned int mCategory;
     unsigned int mSubcategory;
@@ -22,26 +22,32 @@ ZTCScopeAgentSystem& sSystem() {
     return *static_cast<ZTCScopeAgentSystem*>(getSystemObject());
 }
 
+// Apart from the road of an event that is not lost, which is the shorter for it.
+[[gnu::noinline]] void sLose(ZTEScopeAgentLoss aLoss, Stamp aStamp) {
+    sSystem().countLost(aLoss, aStamp.mCategory, aStamp.mSubcategory);
+}
+
 // Drops the event at the limit, or of a board that is not known; else has it processed. Nothing of ours is
 // thrown on: the caller is the vendor library.
 template <class MakeEvent>
-void sPass(unsigned int aBoard, const BadBoardText& acrBadBoard, const MakeEvent& acrMakeEvent) {
+void sPass(unsigned int aBoard, Stamp aStamp, const BadBoardText& acrBadBoard,
+           const MakeEvent& acrMakeEvent) {
     ZTCScopeAgentSystem& lrSystem = sSystem();
     if (lrSystem.isTotalLimitOnScopeDataReached()) {
         Log(ZTLL_Notice, sFile, "Ignoring the event as the limit on the total Event Data");
-        lrSystem.getLosses().count(ZTSAL_Limit);
+        sLose(ZTSAL_Limit, aStamp);
         return;
     }
     if (!lrSystem.isKnownBoard(aBoard)) {
         PrintLogMessageWithTimeStamp<unsigned int>(ZTLL_Notice.mBit, ZTLL_Notice.mpTag, acrBadBoard.mLine,
                                                    acrBadBoard.mpFunction, sFile, acrBadBoard, aBoard);
-        lrSystem.getLosses().count(ZTSAL_UnknownBoard);
+        sLose(ZTSAL_UnknownBoard, aStamp);
         return;
     }
     try {
         sProcessScopeEvent(lrSystem, acrMakeEvent(lrSystem));
     } catch (const ZTCException& lrException) {
-        lrSystem.getLosses().count(ZTSAL_NoMemory);
+        sLose(ZTSAL_NoMemory, aStamp);
         Log(ZTLL_Error, sFile, "Error: %s, processing event callback", lrException.what());
     }
 }
@@ -67,7 +73,7 @@ void ZTCScopeAgentProtocolHandler::ScopeCb_Generic(std::uint32_t aBoard, HBA_wwn
         Log(ZTLL_Trace, sFile, "Invoking Generic callback with boardId: %u, hba wwn: %s, Cat: %u, subCat: %u",
             aBoard, ZTCWorldWideName::Text(aPort.wwn).get(), aCategory, aSubcategory);
     }
-    sPass(aBoard, "Ignoring the DfcLink event callback as boardid %d is bad",
+    sPass(aBoard, Stamp{aCategory, aSubcategory}, "Ignoring the DfcLink event callback as boardid %d is bad",
           [&](const ZTCScopeAgentSystem&) {
               const unsigned char* lpData = nullptr;
               unsigned int lLength = 0;
@@ -84,7 +90,7 @@ void ZTCScopeAgentProtocolHandler::ScopeCb_DfcLink(std::uint32_t aBoard, const v
                                                    std::uint32_t /*aLength*/) {
     const ZTCTraceScope lTrace(sFile);
     Log(ZTLL_Trace, sFile, "Invoking LINK callback with boardId: %u", aBoard);
-    sPass(aBoard, "Ignoring the DfcLink event callback as boardid %d is bad",
+    sPass(aBoard, sLink, "Ignoring the DfcLink event callback as boardid %d is bad",
           [&](const ZTCScopeAgentSystem&) {
               return ZTCCallbackEventData(aBoard, static_cast<const unsigned char*>(apContext),
                                           sLink.mCategory, sLink.mSubcategory, nullptr, 0);
@@ -95,7 +101,7 @@ void ZTCScopeAgentProtocolHandler::ScopeCb_DfcRscn(std::uint32_t aBoard, const v
                                                    std::uint32_t aLength) {
     const ZTCTraceScope lTrace(sFile);
     Log(ZTLL_Trace, sFile, "Invoking RSCN callback with boardId: %u", aBoard);
-    sPass(aBoard, "Ignoring the DfcRscn event callback as boardid %d is bad",
+    sPass(aBoard, sRscn, "Ignoring the DfcRscn event callback as boardid %d is bad",
           [&](const ZTCScopeAgentSystem& acrSystem) {
               return sMakeEvent(acrSystem, aBoard, sRscn, apPayload, aLength);
           });
@@ -105,7 +111,7 @@ void ZTCScopeAgentProtocolHandler::ScopeCb_DfcTemp(std::uint32_t aBoard, const v
                                                    std::uint32_t /*aLength*/) {
     const ZTCTraceScope lTrace(sFile);
     Log(ZTLL_Trace, sFile, "Invoking TEMPERATURE callback with boardId: %u", aBoard);
-    sPass(aBoard, "Ignoring the DfcTemp event callback as boardid %d is bad",
+    sPass(aBoard, sTemperature, "Ignoring the DfcTemp event callback as boardid %d is bad",
           [&](const ZTCScopeAgentSystem& acrSystem) {
               return sMakeEvent(acrSystem, aBoard, sTemperature, nullptr, 0);
           });

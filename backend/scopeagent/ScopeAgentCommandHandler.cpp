@@ -26,6 +26,7 @@ void sReadAndProcessCommand(ZTCScopeAgentSystem& arSystem) {
     const ZTCTraceScope lTrace(sFile);
     ZTCPointer<ZTCBuffer> lCommand;
     sReadCommand(arSystem, lCommand);
+    ZTAddToStatistic(ZTS_Commands);
     ZTCPointer<ZTCBuffer> lResponse;
     try {
         sProcessCommand(arSystem, lCommand, lResponse);

@@ -8,7 +8,7 @@ constexpr char sFile[] = "ScopeAgentEventCatalogue";
 
 ZTCScopeAgentEventCatalogue::ZTCScopeAgentEventCatalogue() {
     const ZTCTraceScope lTrace(sFile);
-#define ZT_KIND(Name, Category, Subcategory)                                              \
+#define ZT_KIND(Name, Category, Subcategory, Label)                                       \
     Log(ZTLL_Information, sFile, "Inserting " #Name " ScopeEvent into Events Catalogue"); \
     insert(makePointerAs<ZTCScopeEvent, ZTC##Name##ScopeEvent>());
     ZT_SCOPE_EVENT_KINDS(ZT_KIND)

@@ -6,6 +6,7 @@
 #include "BigEndian.h"
 #include "Rscn.h"
 #include "ScopeAgentEventFacts.h"
+#include "ScopeAgentStatistics.h"
 #include "ScopeAgentSystem.h"
 
 namespace {
@@ -160,6 +161,23 @@ const ZTCPointer<ZTCScopeEvent>& sEventOf(const Facts& acrFacts) {
     return srEvents[acrFacts.mKind];
 }
 
+// Makes a record of an event, which is then the one that is held back.
+void sBeginRecord(ZTCScopeAgentSystem& arSystem, const Facts& acrFacts,
+                  const ZTCPointer<ZTCScopeEvent>& acrEvent, unsigned int aBoard,
+                  const unsigned char* apPayload, std::uint64_t aTime)
+    ZT_REQUIRES(arSystem.getScopeDataLock()) {
+    unsigned char lBlock[sMaxBlock];
+    const unsigned int lLength = sMakeBlock(acrFacts, apPayload, lBlock);
+    const unsigned int lCeiling = arSystem.getDataCeiling();
+    const ZTCScopeAgentTarget* const lpTarget = sFindTarget(arSystem, acrFacts, apPayload);
+    arSystem.setPrevScopeData(
+        aBoard,
+        lpTarget == nullptr ? makePointer<ZTCScopeData>(acrEvent, lBlock, lLength, lCeiling)
+                            : makePointer<ZTCScopeData>(acrEvent, lBlock, lLength, lCeiling,
+                                                        lpTarget->getNodeName(), lpTarget->getPortName()),
+        aTime);
+}
+
 // What the routines of all kinds share. The event's record in the log and its time are one reading of the
 // clock; the scope-data lock is taken after it.
 void sConsolidate(ZTCScopeAgentSystem& arSystem, const Facts& acrFacts, unsigned int aBoard,
@@ -170,22 +188,21 @@ void sConsolidate(ZTCScopeAgentSystem& arSystem, const Facts& acrFacts, unsigned
         LogAndTime<unsigned int, unsigned int>(ZTLL_Notice, acrFacts.mpRoutine, ZTScopeAgentEventFactsFile,
                                                lrText, acrFacts.mCategory, acrFacts.mSubcategory);
     const ZTCPointer<ZTCScopeEvent>& lrEvent = sEventOf(acrFacts);
-    const ZTCScopedLock lLock(arSystem.getScopeDataLock());
-    if (!arSystem.isNewEvent(*lrEvent, aBoard) &&
-        sMatches(acrFacts, apPayload, arSystem.getPrevScopeData().getEventData()) &&
-        sFold(arSystem, acrFacts, apPayload, lTime)) {
-        return;
+    bool lIsMuch = false;
+    {
+        const ZTCScopedLock lLock(arSystem.getScopeDataLock());
+        const bool lIsFolded = !arSystem.isNewEvent(*lrEvent, aBoard) &&
+                               sMatches(acrFacts, apPayload, arSystem.getPrevScopeData().getEventData()) &&
+                               sFold(arSystem, acrFacts, apPayload, lTime);
+        if (!lIsFolded) {
+            sBeginRecord(arSystem, acrFacts, lrEvent, aBoard, apPayload, lTime);
+        }
+        ZTCountRecorded(acrFacts.mKind, lIsFolded);
+        lIsMuch = arSystem.takePassedEighth();
     }
-    unsigned char lBlock[sMaxBlock];
-    const unsigned int lLength = sMakeBlock(acrFacts, apPayload, lBlock);
-    const unsigned int lCeiling = arSystem.getDataCeiling();
-    const ZTCScopeAgentTarget* const lpTarget = sFindTarget(arSystem, acrFacts, apPayload);
-    arSystem.setPrevScopeData(
-        aBoard,
-        lpTarget == nullptr ? makePointer<ZTCScopeData>(lrEvent, lBlock, lLength, lCeiling)
-                            : makePointer<ZTCScopeData>(lrEvent, lBlock, lLength, lCeiling,
-                                                        lpTarget->getNodeName(), lpTarget->getPortName()),
-        lTime);
+    if (lIsMuch) {
+        ZTCStatisticsFile::wake();  // not under the lock: it is a call of the system
+    }
 }
 
 // ---- Dispatch ----
@@ -198,7 +215,7 @@ bool sIsLongEnough(ZTCScopeAgentSystem& arSystem, const Facts& acrFacts, unsigne
     PrintLogMessageWithTimeStamp<unsigned int, unsigned int>(
         ZTLL_Warning.mBit, ZTLL_Warning.mpTag, lrText.mLine, acrFacts.mpRoutine, ZTScopeAgentEventFactsFile,
         lrText, acrFacts.mMinimum, aLength);
-    arSystem.getLosses().count(ZTSAL_TooShort);
+    arSystem.countLost(ZTSAL_TooShort, acrFacts.mCategory, acrFacts.mSubcategory);
     return false;
 }
 
@@ -237,7 +254,7 @@ void sConsolidateEvents(ZTCScopeAgentSystem& arSystem, unsigned int aCategory, u
     const Facts* const lpFacts = ZTFindScopeEventFacts(aCategory, aSubcategory);
     if (lpFacts == nullptr) {
         sTellUnknownKind(aCategory, aSubcategory);
-        arSystem.getLosses().count(ZTSAL_UnknownKind);
+        arSystem.countLost(ZTSAL_UnknownKind, aCategory, aSubcategory);
         return;
     }
     if (!sIsLongEnough(arSystem, *lpFacts, aLength)) {
@@ -270,8 +287,8 @@ void sProcessRscnEvent(ZTCScopeAgentSystem& arSystem, unsigned int aBoard, const
         try {
             sConsolidate(arSystem, lrFacts, aBoard, reinterpret_cast<const unsigned char*>(&lPage));
         } catch (const ZTCException&) {
-            arSystem.getLosses().count(ZTSAL_NoMemory,
-                                       lWords - lAt - 1);  // this page is the caller's to count
+            // This page is the caller's to count.
+            arSystem.countLost(ZTSAL_NoMemory, ZTRscnCategory, ZTRscnSubcategory, lWords - lAt - 1);
             throw;
         }
     }
@@ -307,7 +324,7 @@ void sProcessScopeEvent(ZTCScopeAgentSystem& arSystem, const ZTCCallbackEventDat
             "Bad boardid %d in event has been recieved. Event: wwn %s; cat %d; subcat %d.  Skip event!",
             acrEvent.mBoardId, ZTCWorldWideName::Text(acrEvent.mWwn).get(), acrEvent.mSubcategory,
             acrEvent.mCategory);
-        arSystem.getLosses().count(ZTSAL_UnknownBoard);
+        arSystem.countLost(ZTSAL_UnknownBoard, acrEvent.mCategory, acrEvent.mSubcategory);
         return;
     }
     const unsigned int lCategory = acrEvent.mCategory & 0xff;

@@ -199,7 +199,7 @@ void ZTCScopeAgentProtocolHandler::handleGetScopeDataCommand(const Buffer& acrCo
     } catch (const ZTCException&) {
         // They are gone, as if the sensor had not read them.
         for (const auto& [lBoard, lList] : mFetched) {
-            lrSystem.getLosses().count(ZTSAL_NoMemory, lList->getOccurrences());
+            ZTCScopeAgentLosses::count(ZTSAL_NoMemory, lList->getOccurrences());
         }
         releaseFetchedData();
         throw;
@@ -214,7 +214,7 @@ void ZTCScopeAgentProtocolHandler::encodeFetchedData(ZTCEncodableOutStream& arSt
         if (lpInitiator == nullptr) {
             Log(ZTLL_Error, sFile, "Bad boardid %d detected during handle GetScopeDataCommand command",
                 lList->getBoard());
-            mpScopeAgentSystem->getLosses().count(ZTSAL_UnknownBoard, lList->getOccurrences());
+            ZTCScopeAgentLosses::count(ZTSAL_UnknownBoard, lList->getOccurrences());
             lList->clear();
             continue;
         }

@@ -8,7 +8,9 @@
 #include "NamedPipeReaderServer.h"
 #include "NamedPipeWriterServer.h"
 #include "ScopeAgentCommandHandler.h"
+#include "ScopeAgentEventFacts.h"
 #include "ScopeAgentHeartbeatHandler.h"
+#include "ScopeAgentStatistics.h"
 #include "Settings.h"
 
 namespace {
@@ -18,6 +20,7 @@ constexpr char sRuntimeDirVariable[] = "ZT_VRX_SENSOR_DIR";
 constexpr char sCommandPipeName[] = "/vrxscacmd.fifo";
 constexpr char sOutputPipeName[] = "/vrxscaout.fifo";
 constexpr char sPidFileName[] = "/vrx-sca.pid";
+constexpr char sStatisticsName[] = "/vrx-sca.stats";
 constexpr unsigned char sCommandPipeMode = 2;
 constexpr unsigned char sOutputPipeMode = 1;
 constexpr unsigned int sCommandWaitSeconds = 3;
@@ -117,12 +120,20 @@ void ZTCScopeAgentSystem::init() {
     const ZTCTraceScope lTrace(sFile);
     Log(ZTLL_Information, sFile, "Performing ScopeAgent system data initialization");
     ZTCSystem::init();
+    showStatistics();
     initLibdfc();
     initConditionals();
     initCommandIpc();
     initOutputIpc();
     initScopeAgentHandlers();
     initThreadComponents();
+}
+
+void ZTCScopeAgentSystem::showStatistics() {
+    ZTNameStatistics();
+    ZTSetStatistic(ZTS_HeldBytesLimit, TotalDataLimit);
+    mStatisticsFile.show((getRuntimeDirStr() + sStatisticsName).get(),
+                         [] { ZTSetStatistic(ZTS_CallbacksInside, LibdfcGate().countInside()); });
 }
 
 void ZTCScopeAgentSystem::initConditionals() {
@@ -176,10 +187,16 @@ void ZTCScopeAgentSystem::destroy() {
     const ZTCTraceScope lTrace(sFile);
     ZTCLibdfcAbs::waitForCallbacks();
     reportLosses();
+    mStatisticsFile.withdraw();
     destroyCommandIpc();
     destroyOutputIpc();
     Log(ZTLL_Trace, sFile, "Performing common system data destruction");
     ZTCSystem::destroy();
+}
+
+void ZTCScopeAgentSystem::abandonStart() {
+    mStatisticsFile.withdraw();
+    ZTCSystem::abandonStart();
 }
 
 void ZTCScopeAgentSystem::postDestroy() {
@@ -282,11 +299,14 @@ const ZTCScopeAgentTarget* ZTCScopeAgentSystem::findTargetByPortId(unsigned int 
     return mFcTargets.find(aPortId);
 }
 
-void ZTCScopeAgentSystem::reportLosses() {
-    const ZTSLibdfcLosses lAtBoundary = LibdfcTakeLosses();
-    mLosses.count(ZTSAL_Malformed, lAtBoundary.mMalformed);
-    mLosses.count(ZTSAL_NoMemory, lAtBoundary.mFailed);
-    mLosses.report();
+void ZTCScopeAgentSystem::countLost(ZTEScopeAgentLoss aLoss, unsigned int aCategory,
+                                    unsigned int aSubcategory, unsigned int aOccurrences) {
+    const ZTSScopeEventFacts* const lpFacts = ZTFindScopeEventFacts(aCategory & 0xff, aSubcategory & 0xff);
+    if (lpFacts != nullptr) {
+        const ZTCScopedLock lLock(*mScopeDataLock);
+        ZTAddToStatistic(ZTRowOf(ZTS_Events, lpFacts->mKind), aOccurrences);
+    }
+    ZTCScopeAgentLosses::count(aLoss, aOccurrences);
 }
 
 bool ZTCScopeAgentSystem::isTotalLimitOnScopeDataReached() const {
@@ -300,8 +320,14 @@ bool ZTCScopeAgentSystem::isTotalLimitOnScopeDataReached() const {
 
 void ZTCScopeAgentSystem::addToTotal(unsigned int aSize) {
     // Under the lock, so nothing comes between; who reads without it sees one size or the other.
-    mTotalScopeDataSize.store(mTotalScopeDataSize.load(std::memory_order_relaxed) + aSize,
-                              std::memory_order_relaxed);
+    const unsigned int lBefore = mTotalScopeDataSize.load(std::memory_order_relaxed);
+    const unsigned int lNow = lBefore + aSize;
+    mTotalScopeDataSize.store(lNow, std::memory_order_relaxed);
+    ZTSetStatistic(ZTS_HeldBytes, lNow);
+    mHasPassedEighth = mHasPassedEighth || (lBefore < TotalDataLimit / 8 && lNow >= TotalDataLimit / 8);
+    if (lBefore < TotalDataLimit && lNow >= TotalDataLimit) {
+        ZTAddToStatistic(ZTS_LimitReached);
+    }
 }
 
 unsigned int ZTCScopeAgentSystem::getRecordListCount() {
@@ -321,6 +347,15 @@ ZTCScopeAgentRecordLists ZTCScopeAgentSystem::makeRecordLists() {
 void ZTCScopeAgentSystem::resetRecordLists(ZTCScopeAgentRecordLists& arLists) {
     mRecordLists.swap(arLists);
     mTotalScopeDataSize.store(0, std::memory_order_relaxed);
+    timespec lNow{};
+    clock_gettime(CLOCK_REALTIME, &lNow);
+    ZTSetStatistic(ZTS_LastFetchTime, static_cast<std::uint64_t>(lNow.tv_sec) * 1'000'000'000U +
+                                          static_cast<std::uint64_t>(lNow.tv_nsec));
+    ZTAddToStatistic(ZTS_Fetches);
+    ZTAddToStatistic(ZTS_FetchedEvents, ZTGetStatistic(ZTS_HeldEvents));
+    for (const unsigned int lHeld : {ZTS_HeldEvents, ZTS_HeldRecords, ZTS_HeldBytes}) {
+        ZTSetStatistic(lHeld, 0);
+    }
 }
 
 void ZTCScopeAgentSystem::incrementPrevRecord(std::uint64_t aTime) {
@@ -360,7 +395,10 @@ void ZTCScopeAgentSystem::filePrevRecord() {
         (*lpList)->addRecord(std::move(mPrevRecord));
     } else {
         // The library told of fewer adapters at the last fetch than at the start.
-        mLosses.count(ZTSAL_UnknownBoard, mPrevRecord->getOccurrences());
+        const unsigned int lLost = mPrevRecord->getOccurrences();
+        ZTCScopeAgentLosses::count(ZTSAL_UnknownBoard, lLost);
+        ZTSetStatistic(ZTS_HeldEvents, ZTGetStatistic(ZTS_HeldEvents) - lLost);
+        ZTSetStatistic(ZTS_HeldRecords, ZTGetStatistic(ZTS_HeldRecords) - 1);
     }
     mPrevKey = NoPrevKey;
 }

@@ -12,9 +12,11 @@
 #include "ProcessTable.h"
 #include "RecordText.h"
 #include "ShownText.h"
+#include "StatisticsText.h"
 #include "Targets.h"
 #include "Terminal.h"
 #include "TimeText.h"
+#include "Waiting.h"
 #include "WatchView.h"
 
 namespace {
@@ -76,7 +78,19 @@ std::string agoText(const std::optional<ZTSAgentStatus::Time>& acrTime, bool aIn
     return fmt::format("{}, {} s ago", plainText(lTime, aInUtc), std::max(lAgo, 0L));
 }
 
-std::string textOf(const ZTSAgentStatus& acrStatus, const ZTSScopeOptions& acrOptions) {
+// The figures of the agent that runs. Nothing if they cannot be read: a status is one all the same.
+std::optional<ZTSStatistics> statisticsOf(const ZTSAgentStatus& acrStatus, const std::string& acrDirectory) {
+    try {
+        const ZTCAgentStatistics lAgent(acrDirectory);
+        const bool lIsIt = acrStatus.mProcess == 0 || acrStatus.mProcess == lAgent.getProcess();
+        return acrStatus.mIsRunning && lIsIt ? std::optional(lAgent.read()) : std::nullopt;
+    } catch (const ZTCSensorError&) {
+        return {};
+    }
+}
+
+std::string textOf(const ZTSAgentStatus& acrStatus, const std::optional<ZTSStatistics>& acrStatistics,
+                   const ZTSScopeOptions& acrOptions) {
     const bool lInUtc = acrOptions.mInUtc;
     std::string lText = fmt::format("directory  {}\n", acrOptions.mDirectory);
     if (acrStatus.mIsRunning) {
@@ -84,6 +98,9 @@ std::string textOf(const ZTSAgentStatus& acrStatus, const ZTSScopeOptions& acrOp
                              describeProcess(acrStatus.mProcess), agoText(acrStatus.mSince, lInUtc),
                              acrStatus.mLog.empty() ? "unknown" : toShownText(acrStatus.mLog),
                              agoText(acrStatus.mHeartbeat, lInUtc));
+        lText += fmt::format("data       {}\n", acrStatistics ? heldText(*acrStatistics) : "unknown");
+        const std::string lLibrary = acrStatistics ? libraryText(*acrStatistics) : "";
+        lText += lLibrary.empty() ? "" : fmt::format("library    {}\n", lLibrary);
     } else {
         lText += "agent      not running\n";
     }
@@ -151,6 +168,42 @@ class Counter : public ZTCShow {
     std::uint64_t mAnswers = 0;
     std::uint64_t mRecords = 0;
     bool mIsGone = false;
+};
+
+// The agent's figures, shown again and again, whichever agent is there.
+class Figures {
+  public:
+    /// Throws ZTCNoAgentError and what reading throws.
+    explicit Figures(const ZTSScopeOptions& acrOptions)
+        : mrOptions(acrOptions), mpAgent(std::make_unique<ZTCAgentStatistics>(directoryOf(acrOptions))) {}
+
+    void show() {
+        try {
+            if (mpAgent == nullptr || mpAgent->hasGone()) {
+                mpAgent = std::make_unique<ZTCAgentStatistics>(mrOptions.mDirectory);
+                mBefore.reset();
+            }
+        } catch (const ZTCNoAgentError& lrError) {
+            mpAgent != nullptr ? void(refuse(lrError.what(), 0)) : void();
+            mpAgent.reset();
+            return;
+        }
+        ZTSStatisticsTaken lTaken{ZTCWaiting::Clock::now(), mpAgent->read(), {}, {}};
+        if (mBefore) {
+            lTaken.mSeconds = std::chrono::duration<double>(lTaken.mTime - mBefore->mTime).count();
+            lTaken.mBefore = std::move(mBefore->mNow);
+        }
+        const bool lIsTable = mrOptions.getForm() == ZTEScopeForm::Table;
+        put(lIsTable ? (mHasShown ? "\n" : "") + statisticsText(lTaken) : statisticsJson(*mpAgent, lTaken));
+        mHasShown = true;
+        mBefore = std::move(lTaken);
+    }
+
+  private:
+    const ZTSScopeOptions& mrOptions;
+    std::unique_ptr<ZTCAgentStatistics> mpAgent;
+    std::optional<ZTSStatisticsTaken> mBefore;
+    bool mHasShown = false;
 };
 
 // Every answer of a file that can be read, in its order. Those that cannot are told of; false: there were
@@ -269,9 +322,39 @@ int runShutDown(const ZTSScopeOptions& acrOptions) {
 
 int runShowStatus(const ZTSScopeOptions& acrOptions) {
     const ZTSAgentStatus lStatus = readAgentStatus(directoryOf(acrOptions));
-    put(acrOptions.getForm() == ZTEScopeForm::Table ? textOf(lStatus, acrOptions)
-                                                    : statusJson(acrOptions.mDirectory, lStatus));
+    const auto lStatistics = statisticsOf(lStatus, acrOptions.mDirectory);
+    put(acrOptions.getForm() == ZTEScopeForm::Table
+            ? textOf(lStatus, lStatistics, acrOptions)
+            : statusJson(acrOptions.mDirectory, lStatus, lStatistics));
     return lStatus.mIsRunning ? 0 : ZTScopeFailed;
+}
+
+int runShowStatistics(const ZTSScopeOptions& acrOptions) {
+    if (acrOptions.mFor > 0 && acrOptions.mEvery <= 0) {
+        throw ZTCScopeUsage("--for goes with --every");
+    }
+    Figures lFigures(acrOptions);
+    lFigures.show();
+    if (acrOptions.mEvery <= 0) {
+        return 0;
+    }
+    ZTCWaiting lWaiting;
+    const auto lBegin = ZTCWaiting::Clock::now();
+    const auto lEnd =
+        acrOptions.mFor > 0 ? lBegin + toDuration(acrOptions.mFor) : ZTCWaiting::Clock::time_point::max();
+    auto lNext = lBegin + toDuration(acrOptions.mEvery);
+    while (lNext <= lEnd) {
+        const ZTCWaiting::Reason lReason = lWaiting.until(lNext);
+        if (lReason == ZTCWaiting::End) {
+            return 0;
+        }
+        if (lReason == ZTCWaiting::Time) {
+            lFigures.show();
+            // After a long wait for who reads the output, none is made up for.
+            lNext = std::max(lNext + toDuration(acrOptions.mEvery), ZTCWaiting::Clock::now());
+        }
+    }
+    return 0;
 }
 
 int runWatch(const ZTSScopeOptions& acrOptions) {

@@ -44,6 +44,7 @@ int runSetPeriod(const ZTSScopeOptions& acrOptions);
 int runFetch(const ZTSScopeOptions& acrOptions);
 int runShutDown(const ZTSScopeOptions& acrOptions);
 int runShowStatus(const ZTSScopeOptions& acrOptions);
+int runShowStatistics(const ZTSScopeOptions& acrOptions);
 int runWatch(const ZTSScopeOptions& acrOptions);
 int runRecord(const ZTSScopeOptions& acrOptions);
 int runDecode(const ZTSScopeOptions& acrOptions);

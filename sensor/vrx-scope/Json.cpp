@@ -85,6 +85,29 @@ ZTJson toJson(const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord
     return lObject;
 }
 
+// What a status says of the figures.
+ZTJson summaryOf(const ZTSStatistics& acrStatistics) {
+    const auto lValueOf = [&](const char* apName) {
+        const auto lValue = acrStatistics.get(apName);
+        return lValue ? ZTJson(*lValue) : ZTJson();
+    };
+    ZTJson lSummary{{"held_bytes", lValueOf("held_bytes")},
+                    {"held_bytes_limit", lValueOf("held_bytes_limit")},
+                    {"lost", ZTJson::object()},
+                    {"library_call", ZTJson()}};
+    for (const ZTSLabelled& lrLoss : labelledIn(acrStatistics, "lost_total")) {
+        lSummary["lost"][lrLoss.mLabel] = lrLoss.mValue;
+    }
+    if (const auto lCall = findLibraryCall(acrStatistics)) {
+        constexpr std::uint64_t lSecond = 1'000'000'000;
+        lSummary["library_call"] = {
+            {"function", lCall->mLabel},
+            {"since", textOrNull(isoText(
+                          {lCall->mValue / lSecond, static_cast<std::uint32_t>(lCall->mValue % lSecond)}))}};
+    }
+    return lSummary;
+}
+
 }  // namespace
 
 std::string doneJson(const std::string& acrCommand) {
@@ -123,7 +146,8 @@ std::string fetchedJson(const std::string& acrCommand, const ZTSFetched& acrFetc
     return dump(lDocument, sIndent);
 }
 
-std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus) {
+std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus,
+                       const std::optional<ZTSStatistics>& acrStatistics) {
     ZTJson lDocument = makeDocument("status");
     lDocument["directory"] = acrDirectory;
     lDocument["running"] = acrStatus.mIsRunning;
@@ -136,6 +160,24 @@ std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& ac
         lDocument["sensor"] = {{"pid", acrStatus.mSensor != 0 ? ZTJson(acrStatus.mSensor) : ZTJson()},
                                {"running", acrStatus.mIsSensorRunning},
                                {"heartbeat", timeOrNull(acrStatus.mSensorHeartbeat)}};
+    }
+    lDocument["statistics"] = acrStatistics ? summaryOf(*acrStatistics) : ZTJson();
+    return dump(lDocument);
+}
+
+std::string statisticsJson(const ZTCAgentStatistics& acrAgent, const ZTSStatisticsTaken& acrTaken) {
+    ZTJson lDocument = makeDocument("stats");
+    lDocument["pid"] = acrAgent.getProcess();
+    lDocument["since"] = timeOrNull(acrAgent.getStart());
+    lDocument["seconds"] = acrTaken.mSeconds ? ZTJson(*acrTaken.mSeconds) : ZTJson();
+    lDocument["values"] = ZTJson::object();
+    lDocument["rates"] = acrTaken.mSeconds ? ZTJson::object() : ZTJson();
+    for (std::size_t lRow = 0; lRow < acrTaken.mNow.mRows.size(); ++lRow) {
+        const ZTSStatistic& lrRow = acrTaken.mNow.mRows[lRow];
+        lDocument["values"][lrRow.mName] = lrRow.mValue;
+        if (const auto lRate = acrTaken.rateOf(lRow)) {
+            lDocument["rates"][lrRow.mName] = *lRate;
+        }
     }
     return dump(lDocument);
 }

@@ -4,6 +4,7 @@
 
 #include "AgentStatus.h"
 #include "Fetched.h"
+#include "StatisticsText.h"
 
 /// That a command has been carried out.
 std::string doneJson(const std::string& acrCommand);
@@ -11,4 +12,8 @@ std::string doneJson(const std::string& acrCommand);
 std::string fetchedJson(const std::string& acrCommand, const ZTSFetched& acrFetched);
 /// A line a record.
 std::string recordLines(const std::string& acrCommand, const ZTSFetched& acrFetched);
-std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus);
+/// With the agent's figures, if they can be read.
+std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus,
+                       const std::optional<ZTSStatistics>& acrStatistics);
+/// On one line.
+std::string statisticsJson(const ZTCAgentStatistics& acrAgent, const ZTSStatisticsTaken& acrTaken);

@@ -86,6 +86,10 @@ void describe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
     addCeiling(*lpWatch, arOptions);
     addCommand(arProgram, "shutdown", "ends the agent", runShutDown, arChosen);
     addCommand(arProgram, "status", "whether an agent runs; status 1 if none does", runShowStatus, arChosen);
+    CLI::App* const lpStatistics =
+        addCommand(arProgram, "stats", "what the agent counts about itself", runShowStatistics, arChosen);
+    addEvery(*lpStatistics, arOptions, "again and again, with what has grown a second");
+    addFor(*lpStatistics, arOptions);
     addCommand(arProgram, "decode", "shows a file of raw answers", runDecode, arChosen)
         ->add_option("file", arOptions.mFile, "- for standard input")
         ->type_name("FILE")

@@ -49,7 +49,8 @@ std::string blockOf(const ZTSScopeEventFacts& acrFacts) {
 }
 
 TEST(Documents, TheProtocolHasTheKindsAndTheirBlocks) {
-#define ZT_KIND(Name, Category, Subcategory) {#Name, Category == 0 ? "mask " #Subcategory : "category"},
+#define ZT_KIND(Name, Category, Subcategory, Label) \
+    {#Name, Category == 0 ? "mask " #Subcategory : "category"},
     const std::pair<std::string, std::string> lKinds[] = {ZT_SCOPE_EVENT_KINDS(ZT_KIND)};
 #undef ZT_KIND
     Map lCode;
@@ -236,9 +237,10 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
         std::string mPage;
         Texts mHelp;      // the command that shows all options
         Texts mContexts;  // the words behind which they are offered
-    } lRows[] = {{"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
-                 {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
-                 {"vrx-scope.1", {ZT_VRX_SCOPE, "--help-all"}, {"", "start", "watch", "record", "replay"}}};
+    } lRows[] = {
+        {"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
+        {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
+        {"vrx-scope.1", {ZT_VRX_SCOPE, "--help-all"}, {"", "start", "watch", "record", "replay", "stats"}}};
     for (const auto& lrRow : lRows) {
         SCOPED_TRACE(lrRow.mPage);
         const std::string lProgram = lrRow.mPage.substr(0, lrRow.mPage.size() - 2);

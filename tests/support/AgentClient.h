@@ -12,6 +12,7 @@
 
 inline constexpr char ZTTestLog[] = "vrx-sca.log";
 inline constexpr char ZTTestPidFile[] = "vrx-sca.pid";
+inline constexpr char ZTTestStatistics[] = "vrx-sca.stats";
 inline constexpr char ZTTestSensorFile[] = "vrx-sn.pid";
 inline constexpr char ZTTestCommandPipe[] = "vrxscacmd.fifo";
 inline constexpr char ZTTestOutputPipe[] = "vrxscaout.fifo";

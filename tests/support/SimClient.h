@@ -37,13 +37,14 @@ class ZTCTestSim {
         EXPECT_EQ(bind(mSocket.get(), reinterpret_cast<const sockaddr*>(&lAny), sizeof lAny.sun_family), 0);
     }
 
-    ZTCTestAgent::Options getEnvironment() const {
+    ZTCTestAgent::Options getEnvironment(ZTCTestAgent::Options aMore = {}) const {
         // After a signal the agent ends without a close, and nobody joins the library's threads.
         const char* const lpOptions = getenv("TSAN_OPTIONS");
-        return {"ZT_LIBDFC=" ZT_DFC_SIM, "ZT_LIBDFC_SIM=" + (mDirectory / "scenario"),
-                "ZT_LIBDFC_SIM_CONTROL=" + (mDirectory / "socket"),
-                std::string("TSAN_OPTIONS=") + (lpOptions != nullptr ? lpOptions : "") +
-                    " report_thread_leaks=0"};
+        aMore.insert(aMore.end(), {"ZT_LIBDFC=" ZT_DFC_SIM, "ZT_LIBDFC_SIM=" + (mDirectory / "scenario"),
+                                   "ZT_LIBDFC_SIM_CONTROL=" + (mDirectory / "socket"),
+                                   std::string("TSAN_OPTIONS=") + (lpOptions != nullptr ? lpOptions : "") +
+                                       " report_thread_leaks=0"});
+        return aMore;
     }
 
     /// Has the lines played in their order, and returns the answer when they have been. A minute at the most.
@@ -92,8 +93,13 @@ inline std::uint64_t occurrencesIn(const std::vector<ZTSTestList>& acrLists) {
 
 /// An agent with the simulated library, and a sensor.
 struct ZTSTestStand {
-    explicit ZTSTestStand(const ZTCTestAgent::Options& acrOptions = {}, const std::string& acrScenario = "")
-        : mSim(acrScenario), mAgent(mDirectory, acrOptions, mSim.getEnvironment()), mSensor(mDirectory) {}
+    explicit ZTSTestStand(const ZTCTestAgent::Options& acrOptions = {}, const std::string& acrScenario = "",
+                          const std::string& acrParent = "/tmp",
+                          const ZTCTestAgent::Options& acrEnvironment = {})
+        : mDirectory(acrParent),
+          mSim(acrScenario),
+          mAgent(mDirectory, acrOptions, mSim.getEnvironment(acrEnvironment)),
+          mSensor(mDirectory) {}
     ~ZTSTestStand() { signal(SIGPIPE, mPipeHandler); }
     ZTSTestStand(const ZTSTestStand&) = delete;
     ZTSTestStand& operator=(const ZTSTestStand&) = delete;

@@ -1,24 +1,29 @@
-// Loaded before a program's own libraries (LD_PRELOAD), makes the directory that ZT_TEST_DISK names a disk
-// that stands still: while DIRECTORY.stands exists, whoever makes or writes a file in it waits.
+// Loaded before a program's own libraries (LD_PRELOAD), makes the paths that ZT_TEST_DISK is a part of lie on
+// a disk, and no file system be one in memory. While the file that ZT_TEST_STANDS names is there, whoever
+// makes, writes or removes a file of it waits; while that of ZT_TEST_FULL is, the disk has no room for a file
+// that is made.
 #define _GNU_SOURCE
+#include <errno.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <stdarg.h>
+#include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
+#include <sys/vfs.h>
 #include <time.h>
 #include <unistd.h>
 
+static bool sIsSwitched(const char* apVariable) {
+    const char* const lpSwitch = getenv(apVariable);
+    return lpSwitch != NULL && access(lpSwitch, F_OK) == 0;
+}
+
 static void sWait(const char* apPath) {
     const char* const lpDisk = getenv("ZT_TEST_DISK");
-    char lSwitch[4096];
-    if (lpDisk == NULL || strncmp(apPath, lpDisk, strlen(lpDisk)) != 0) {
-        return;
-    }
-    snprintf(lSwitch, sizeof lSwitch, "%s.stands", lpDisk);
-    while (access(lSwitch, F_OK) == 0) {
+    while (lpDisk != NULL && strstr(apPath, lpDisk) != NULL && sIsSwitched("ZT_TEST_STANDS")) {
         const struct timespec lTime = {0, 1000000};
         nanosleep(&lTime, NULL);
     }
@@ -35,6 +40,12 @@ static void sWaitFor(int aFile) {
     }
 }
 
+int statfs(const char* apPath, struct statfs* apStatus) {
+    const int lResult = (int)syscall(SYS_statfs, apPath, apStatus);
+    apStatus->f_type = EXT4_SUPER_MAGIC;
+    return lResult;
+}
+
 int open(const char* apPath, int aFlags, ...) {
     va_list lMore;
     va_start(lMore, aFlags);
@@ -46,9 +57,22 @@ int open(const char* apPath, int aFlags, ...) {
     return (int)syscall(SYS_openat, AT_FDCWD, apPath, aFlags, lMode);
 }
 
+int posix_fallocate(int aFile, off_t aAt, off_t aSize) {
+    sWaitFor(aFile);
+    if (sIsSwitched("ZT_TEST_FULL")) {
+        return ENOSPC;
+    }
+    return syscall(SYS_fallocate, aFile, 0, aAt, aSize) == 0 ? 0 : errno;
+}
+
 int rename(const char* apFrom, const char* apTo) {
     sWait(apTo);
     return (int)syscall(SYS_renameat2, AT_FDCWD, apFrom, AT_FDCWD, apTo, 0);
+}
+
+int unlink(const char* apPath) {
+    sWait(apPath);
+    return (int)syscall(SYS_unlink, apPath);
 }
 
 ssize_t write(int aFile, const void* apBytes, size_t aSize) {

@@ -1,22 +1,30 @@
-// A directory on a disk that can be made to stand still for a program that is started with its environment.
+// Paths on a disk that can be made to stand still, or be full, for a program that is started with its
+// environment.
 #pragma once
 
 #include "TestSupport.h"
 
 class ZTCTestDisk {
   public:
-    ZTCTestDisk() { std::filesystem::create_directory(getPath()); }
+    /// A directory of its own.
+    ZTCTestDisk() : ZTCTestDisk("") { std::filesystem::create_directory(getPath()); }
+    /// What has a part of a path in its own.
+    explicit ZTCTestDisk(const std::string& acrPath) : mPath(acrPath.empty() ? mOwn / "disk" : acrPath) {}
 
-    std::string getPath() const { return mOuter / "disk"; }
-    std::string operator/(const std::string& acrName) const { return getPath() + "/" + acrName; }
+    const std::string& getPath() const { return mPath; }
+    std::string operator/(const std::string& acrName) const { return mPath + "/" + acrName; }
 
-    void stand() const { writeFile(getPath() + ".stands", ""); }
-    void move() const { std::filesystem::remove(getPath() + ".stands"); }
+    void stand() const { writeFile(mOwn / "stands", ""); }
+    void move() const { std::filesystem::remove(mOwn / "stands"); }
+    void fill() const { writeFile(mOwn / "full", ""); }
+    void makeRoom() const { std::filesystem::remove(mOwn / "full"); }
 
     std::vector<std::string> getEnvironment() const {
-        return {"LD_PRELOAD=" ZT_STANDING_DISK, "ZT_TEST_DISK=" + getPath()};
+        return {"LD_PRELOAD=" ZT_STANDING_DISK, "ZT_TEST_DISK=" + mPath,
+                "ZT_TEST_STANDS=" + (mOwn / "stands"), "ZT_TEST_FULL=" + (mOwn / "full")};
     }
 
   private:
-    ZTCTestDirectory mOuter;
+    ZTCTestDirectory mOwn;
+    std::string mPath;
 };

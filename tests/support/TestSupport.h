@@ -107,9 +107,8 @@ void expectThrown(const Work& acrWork, const std::string& acrText, unsigned int 
 /// A new directory, removed with all that is in it.
 class ZTCTestDirectory {
   public:
-    ZTCTestDirectory() {
-        char lPath[] = "/tmp/zt-test-XXXXXX";
-        mPath = mkdtemp(lPath);
+    explicit ZTCTestDirectory(const std::string& acrParent = "/tmp") : mPath(acrParent + "/zt-test-XXXXXX") {
+        EXPECT_NE(mkdtemp(mPath.data()), nullptr);
     }
     ~ZTCTestDirectory() { std::filesystem::remove_all(mPath); }
     ZTCTestDirectory(const ZTCTestDirectory&) = delete;

@@ -112,7 +112,7 @@ bool sAwaitRoom(unsigned int aLevel, const HasRoom& acrHasRoom) {
 }
 
 ZTCLogRecord* sLose() {
-    ztlog::gFigures.mDropped.fetch_add(1, std::memory_order_relaxed);
+    ZTStatistic(ZTS_LogLostFull).fetch_add(1, std::memory_order_relaxed);
     return nullptr;
 }
 

@@ -9,8 +9,7 @@
 #include <new>
 
 #include "Log.h"
-
-constinit ztlog::Figures ztlog::gFigures{};
+#include "Statistics.h"
 
 namespace {
 
@@ -109,7 +108,7 @@ void ZTCLogDrain::rotate() {
 void ZTCLogDrain::putToFile(const char* apLines, std::size_t aSize) {
     const std::uint64_t lLost = mFile.lost();
     mFile.put(apLines, aSize);
-    ztlog::gFigures.mUnwritten.fetch_add(mFile.lost() - lLost, std::memory_order_relaxed);
+    ZTAddToStatistic(ZTS_LogLostError, mFile.lost() - lLost);
 }
 
 // ---- The rings ----
@@ -215,7 +214,7 @@ void ZTCLogDrain::addLine(const ZTCLogRecord& acrRecord) {
     char* const lpLine = mLines + mUsed;
     const auto lLength = static_cast<std::size_t>(mLine.format(acrRecord, lpLine) - lpLine);
     mUsed += lLength;
-    ztlog::gFigures.mRecords.fetch_add(1, std::memory_order_relaxed);
+    ZTAddToStatistic(ZTS_LogRecords);
     if ((acrRecord.mSite.mLevel & sEchoed) != 0 && mFile.isOpen() && mEcho.load(std::memory_order_relaxed)) {
         sShow(lpLine, lLength, 0);
     }
@@ -272,8 +271,8 @@ void ZTCLogDrain::tellUnwritten() {
 
 // Tells how many records found no room in their ring.
 void ZTCLogDrain::tellDropped() {
-    const std::uint64_t lDropped = ztlog::gFigures.mDropped.load(std::memory_order_relaxed);
-    if (lDropped == mToldDropped) {
+    const std::uint64_t lDropped = ZTGetStatistic(ZTS_LogLostFull);
+    if (lDropped <= mToldDropped) {
         return;
     }
     const std::uint64_t lLost = mFile.lost();

@@ -9,6 +9,7 @@
 #include "Immortal.h"
 #include "Log.h"
 #include "Rscn.h"
+#include "ScopeAgentLosses.h"
 
 namespace {
 
@@ -17,8 +18,6 @@ constexpr char sFile[] = "LibdfcCallbacks";
 // More payload than any event has: a record that claims more lies.
 constexpr unsigned int sMaxPayload = 65536;
 
-constinit std::atomic<unsigned int> sMalformed{0};
-constinit std::atomic<unsigned int> sFailed{0};
 constinit std::atomic<ZT_generic_callback> sGeneric{nullptr};
 
 // Lets a thread of the library in and has the work done, unless the gate is shut.
@@ -36,7 +35,7 @@ void letIn(const Work& acrWork) {
     } catch (...) {
         Log(ZTLL_Error, sFile, "An event is lost: unknown exception");
     }
-    sFailed.fetch_add(1, std::memory_order_relaxed);
+    ZTCScopeAgentLosses::count(ZTSAL_NoMemory);
 }
 
 bool isWhole(const ZT_event* apEvent) {
@@ -100,7 +99,7 @@ void genericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategor
                 "Event (%u, %u) of board %u is dropped: its record of %u bytes claims a payload that cannot "
                 "be",
                 aCategory, aSubcategory, aBoard, apEvent == nullptr ? 0 : apEvent->total_length);
-            sMalformed.fetch_add(1, std::memory_order_relaxed);
+            ZTCScopeAgentLosses::count(ZTSAL_Malformed);
             return;
         }
         const ZT_generic_callback lpCallback = sGeneric.load();
@@ -177,8 +176,4 @@ ZT_dfc_callback LibdfcWrap(unsigned int aMask, ZT_dfc_callback apCallback) {
         }
     }
     throwInvalidValue();
-}
-
-ZTSLibdfcLosses LibdfcTakeLosses() {
-    return {sMalformed.exchange(0), sFailed.exchange(0)};
 }

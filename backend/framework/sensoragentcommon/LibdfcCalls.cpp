@@ -6,14 +6,9 @@
 
 namespace {
 
-constinit std::atomic<std::uint64_t> sSince[ZTELF_Count]{};
 constinit std::atomic<bool> sKeepsThreads{false};
 
 }  // namespace
-
-std::atomic<std::uint64_t>& LibdfcSince(ZTELibdfcFunction aFunction) {
-    return sSince[aFunction];
-}
 
 ZTCLibdfcCall::ZTCLibdfcCall(ZTELibdfcFunction aFunction) : mrSince(LibdfcSince(aFunction)) {
     mrSince.store(ztlog::now());

@@ -183,7 +183,7 @@ void ZTCSystemWatch::lookAtEnd() {
 // The main thread hangs. What it holds, such as the locks of standard streams, is not to be waited for.
 void ZTCSystemWatch::giveUp() {
     if (mrSystem.isStarting() && mrSystem.leaveForeignCode()) {
-        mrSystem.exitInstanceManagement();  // there is nothing else yet
+        mrSystem.abandonStart();
     } else {
         Log(ZTLL_Highest, sFile,
             "The end takes longer than %u s, and it is not the vendor library that holds it up: leaving",

@@ -12,6 +12,7 @@
 #include "ScopeAgentProtocolHandler.h"
 #include "ScopeAgentRecordList.h"
 #include "ScopeAgentTarget.h"
+#include "StatisticsFile.h"
 #include "System.h"
 
 /// Made by the entry point, driven by SystemMain. Lifecycle operations: main thread, before the threads start
@@ -26,8 +27,8 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     /// Global defaults, the runtime directory (ZT_VRX_SENSOR_DIR, without which the process ends with status
     /// 1), the paths in it, the instance manager, the version.
     void preInit() override;
-    /// The vendor library, the conditionals (heartbeat 0, commands 1), the pipes (reader 0, writer 0), the
-    /// handlers, the thread components (heartbeat 0, commands 1).
+    /// The statistics, the vendor library, the conditionals (heartbeat 0, commands 1), the pipes (reader 0,
+    /// writer 0), the handlers, the thread components (heartbeat 0, commands 1).
     void init() override;
     void postDestroy() override;
     /// Waits for the vendor library's threads, removes the command pipe, then the output pipe.
@@ -36,6 +37,7 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     void makeThreadsToExit() override;
     ZTSForeignCall getLongestCall() const override { return LibdfcLongestCall(); }
     void keepForeignCallers() override { LibdfcKeepThreads(); }
+    void abandonStart() override;
     void setCmdLineArgDescs() override;
     /// Not provided: throws ZTCNotImplementedEx.
     void processConfigFile() override;
@@ -70,9 +72,12 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     unsigned int getDataCeiling() const { return mDataCeiling.load(std::memory_order_relaxed); }
     void setDataCeiling(unsigned int aCeiling) { mDataCeiling.store(aCeiling, std::memory_order_relaxed); }
 
-    ZTCScopeAgentLosses& getLosses() { return mLosses; }
+    /// Counts events that were lost on their way, by the codes with which they arrived. Any thread, without
+    /// the scope-data lock.
+    void countLost(ZTEScopeAgentLoss aLoss, unsigned int aCategory, unsigned int aSubcategory,
+                   unsigned int aOccurrences = 1) ZT_EXCLUDES(*mScopeDataLock);
     /// Logs what was lost since the last call, if anything.
-    void reportLosses();
+    void reportLosses() { mLosses.report(); }
 
     /// Whether all collected data has reached the limit; tells its size then. Any thread: a soft bound, which
     /// may be passed by one event a thread, of an RSCN by all its pages.
@@ -106,6 +111,11 @@ class ZTCScopeAgentSystem : public ZTCSystem {
         ZT_REQUIRES(*mScopeDataLock);
     /// Files the record that is held back. Throws ZTCNoMemoryEx, nothing changed.
     void clearPrevScopeData() ZT_REQUIRES(*mScopeDataLock);
+    /// Whether the collected data has passed an eighth of its limit since the last call: once between two
+    /// fetches.
+    bool takePassedEighth() ZT_REQUIRES(*mScopeDataLock) {
+        return mHasPassedEighth && std::exchange(mHasPassedEighth, false);
+    }
 
     /// The target of a port name's 8 bytes, or of a port id; null when none is registered.
     const ZTCScopeAgentTarget* findTargetByName(const unsigned char* apName) const
@@ -114,6 +124,7 @@ class ZTCScopeAgentSystem : public ZTCSystem {
 
   private:
     [[noreturn]] void refuseLibdfc(const char* apReason);
+    void showStatistics();
     void initConditionals();
     void initCommandIpc();
     void initOutputIpc();
@@ -133,7 +144,6 @@ class ZTCScopeAgentSystem : public ZTCSystem {
 
     std::atomic<unsigned int> mDataCeiling{0};
     std::atomic<unsigned int> mTotalScopeDataSize{0};  ///< changed under the scope-data lock
-    ZTCScopeAgentLosses mLosses;
     ZTCPointer<ZTCLibdfcAbs> mLibdfc;
     ZTCPointer<ZTCScopeAgentProtocolHandler> mProtocolHandler;
     ZTCPointer<ZTCScopeAgentEventCatalogue> mEventCatalogue;
@@ -145,6 +155,9 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     /// By Fibre Channel address, and by the port name's 8 bytes.
     ZTMap<unsigned int, ZTCScopeAgentTarget> mFcTargets ZT_GUARDED_BY(*mScopeDataLock);
     ZTMap<std::uint64_t, ZTCScopeAgentTarget> mWwpnTargets ZT_GUARDED_BY(*mScopeDataLock);
+    bool mHasPassedEighth ZT_GUARDED_BY(*mScopeDataLock) = false;
+    ZTCScopeAgentLosses mLosses;
+    ZTCStatisticsFile mStatisticsFile;
     ZTCString mCommandPipePath{""};
     ZTCString mOutputPipePath{""};
 };

@@ -197,6 +197,8 @@ class ZTCSystem : public ZTCSystemInterface {
     virtual ZTSForeignCall getLongestCall() const { return {}; }
     /// The process ends without the threads that are inside such code: none of them is to come back.
     virtual void keepForeignCallers() {}
+    /// The main thread does not come back from the library while it starts: removes what it has made so far.
+    virtual void abandonStart() { exitInstanceManagement(); }
 
     // For SystemMain and the watch.
 

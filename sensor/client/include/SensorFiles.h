@@ -8,6 +8,7 @@
 inline constexpr char ZTSensorCommandPipe[] = "/vrxscacmd.fifo";
 inline constexpr char ZTSensorOutputPipe[] = "/vrxscaout.fifo";
 inline constexpr char ZTSensorAgentPidFile[] = "/vrx-sca.pid";
+inline constexpr char ZTSensorStatistics[] = "/vrx-sca.stats";
 inline constexpr char ZTSensorOwnPidFile[] = "/vrx-sn.pid";
 
 /// A descriptor that is closed with its owner.

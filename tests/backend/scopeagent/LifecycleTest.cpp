@@ -38,8 +38,9 @@ TEST(Lifecycle, WhatItMakesIsItsOwnAndGoneAtTheEnd) {
         ZTCTestAgent lAgent(lDirectory);
         const ZTCTestSensor lSensor(lDirectory);
         EXPECT_EQ(lSensor.ask(stopOf(1)), successOf(1));
-        EXPECT_EQ(namesIn(lDirectory),
-                  (std::set<std::string>{ZTTestLog, ZTTestPidFile, ZTTestCommandPipe, ZTTestOutputPipe}));
+        const std::set<std::string> lNames{ZTTestLog, ZTTestPidFile, ZTTestStatistics, ZTTestCommandPipe,
+                                           ZTTestOutputPipe};
+        EXPECT_TRUE(waitUntil([&] { return namesIn(lDirectory) == lNames; }));
         EXPECT_EQ(readFile(lDirectory / ZTTestPidFile), std::to_string(lAgent.getProcess()) + "\n");
         for (const char* const lpPipe : {ZTTestCommandPipe, ZTTestOutputPipe}) {
             struct stat lStatus {};

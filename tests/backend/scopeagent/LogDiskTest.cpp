@@ -9,12 +9,7 @@ constexpr unsigned int sEvents = 100000;
 struct Stand {
     Stand() : mSim("") {}
 
-    ZTCTestAgent::Options environment() const {
-        ZTCTestAgent::Options lEnvironment = mSim.getEnvironment();
-        const auto lMore = mDisk.getEnvironment();
-        lEnvironment.insert(lEnvironment.end(), lMore.begin(), lMore.end());
-        return lEnvironment;
-    }
+    ZTCTestAgent::Options environment() const { return mSim.getEnvironment(mDisk.getEnvironment()); }
     std::string log() const { return readFile(mDisk / "log"); }
 
     ZTCTestDirectory mDirectory;

@@ -7,6 +7,7 @@
 #include "LogFile.h"
 #include "LogLine.h"
 #include "LogRings.h"
+#include "Statistics.h"
 
 /// Used by one thread at a time: the log's writer, or, where there is none, the one that ends the process.
 /// What may be called from elsewhere says so.
@@ -29,8 +30,7 @@ class ZTCLogDrain {
 
     /// Whether records were lost and this could not be told yet, or a line went out in part.
     bool hasUntold() const {
-        return mFile.lost() != 0 || mFile.isTorn() ||
-               ztlog::gFigures.mDropped.load(std::memory_order_relaxed) != mToldDropped;
+        return mFile.lost() != 0 || mFile.isTorn() || ZTGetStatistic(ZTS_LogLostFull) > mToldDropped;
     }
 
     /// The file's greatest size in MiB, 0: none. Before the file is opened.
@@ -73,7 +73,7 @@ class ZTCLogDrain {
     unsigned int mLimit = 0;
     std::uint64_t mRotateAt = 0;     ///< the size to try it at, once it has failed
     bool mIsMaskKnown = false;       ///< what comes has been put behind the mask
-    std::uint64_t mToldDropped = 0;  ///< of ztlog::gFigures.mDropped
+    std::uint64_t mToldDropped = 0;  ///< of the statistics' log_lost_total{reason="full"}
     std::uint64_t mToldAt = 0;       ///< when, in nanoseconds since 1970
     std::atomic<bool> mEcho{false};
     std::size_t mSourceCount = 0;

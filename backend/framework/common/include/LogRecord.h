@@ -17,14 +17,6 @@ inline constexpr std::uint32_t MaxArgumentText = 4096;  ///< bytes kept of one t
 /// Nanoseconds since 1970 by CLOCK_REALTIME.
 std::uint64_t now();
 
-/// What the log has done since the process began.
-struct Figures {
-    std::atomic<std::uint64_t> mRecords;    ///< taken by the writer
-    std::atomic<std::uint64_t> mDropped;    ///< lost, because there was no room for them
-    std::atomic<std::uint64_t> mUnwritten;  ///< lost, because the file could not be written
-};
-extern Figures gFigures;
-
 /// The levels whose records are put: all, until the log is opened and the mask is known. The mask.
 extern std::atomic<unsigned int> gCode;
 extern std::atomic<unsigned int> gMask;

@@ -51,6 +51,8 @@ class ZTCCallbackGate {
 
     /// Waits, with the gate shut, until nobody is inside; at most so long. Returns how many still are.
     unsigned int waitUntilEmpty(unsigned int aSeconds);
+    /// How many are inside now, or are just being turned away.
+    unsigned int countInside() const;
 
   private:
     static constexpr unsigned int Slots = 16;
@@ -61,7 +63,6 @@ class ZTCCallbackGate {
     };
 
     std::atomic<unsigned int>& ownSlot();
-    unsigned int countInside() const;
 
     // A thread counts itself and then looks whether the gate is open; who shuts it does so and then looks at
     // the counts. Both in the one order of all such operations: one of the two sees the other.

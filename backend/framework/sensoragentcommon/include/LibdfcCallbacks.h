@@ -16,12 +16,3 @@ ZT_generic_callback LibdfcWrap(ZT_generic_callback apCallback);
 /// than was delivered becomes one of the pages that were, a link event without the registration context one
 /// of zeros.
 ZT_dfc_callback LibdfcWrap(unsigned int aMask, ZT_dfc_callback apCallback);
-
-/// Events that ended here.
-struct ZTSLibdfcLosses {
-    unsigned int mMalformed;  ///< what was delivered cannot be
-    unsigned int mFailed;     ///< no memory, or an exception
-};
-
-/// Those since the last call.
-ZTSLibdfcLosses LibdfcTakeLosses();

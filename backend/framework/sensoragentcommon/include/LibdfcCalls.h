@@ -4,39 +4,39 @@
 // function, and can keep the thread from coming back once the process goes on without it.
 #pragma once
 
-#include <atomic>
-
 #include "ForeignCall.h"
+#include "Statistics.h"
 
-/// Loading the library and asking for its table; then the table's functions, in their order.
+/// Loading the library and asking for its table; then the table's functions (libdfc_provider.h), in their
+/// order.
+#define ZT_LIBDFC_FUNCTIONS(FUNCTION)              \
+    FUNCTION(Load, loading)                        \
+    FUNCTION(Init, init)                           \
+    FUNCTION(NumberOfAdapters, number_of_adapters) \
+    FUNCTION(ZtapiSupported, ztapi_supported)      \
+    FUNCTION(AdapterInfo, adapter_info)            \
+    FUNCTION(ZtapiRegEvent, ztapi_reg_event)       \
+    FUNCTION(ZtapiUnregEvent, ztapi_unreg_event)   \
+    FUNCTION(DfcRegEvent, dfc_reg_event)           \
+    FUNCTION(DfcUnregEvent, dfc_unreg_event)       \
+    FUNCTION(Close, close)
+
 enum ZTELibdfcFunction : unsigned char {
-    ZTELF_Load,
-    ZTELF_Init,
-    ZTELF_NumberOfAdapters,
-    ZTELF_ZtapiSupported,
-    ZTELF_AdapterInfo,
-    ZTELF_ZtapiRegEvent,
-    ZTELF_ZtapiUnregEvent,
-    ZTELF_DfcRegEvent,
-    ZTELF_DfcUnregEvent,
-    ZTELF_Close,
-    ZTELF_Count
+#define ZT_FUNCTION(Name, Label) ZTELF_##Name,
+    ZT_LIBDFC_FUNCTIONS(ZT_FUNCTION)
+#undef ZT_FUNCTION
+        ZTELF_Count
 };
+static_assert(ZTRowOf(ZTS_LibraryCalls, ZTELF_Count) == ZTS_Count, "a row a function");
 
-inline constexpr const char* ZTLibdfcFunctions[] = {"loading",
-                                                    "init",
-                                                    "number_of_adapters",
-                                                    "ztapi_supported",
-                                                    "adapter_info",
-                                                    "ztapi_reg_event",
-                                                    "ztapi_unreg_event",
-                                                    "dfc_reg_event",
-                                                    "dfc_unreg_event",
-                                                    "close"};
-static_assert(sizeof ZTLibdfcFunctions / sizeof *ZTLibdfcFunctions == ZTELF_Count);
+#define ZT_FUNCTION(Name, Label) #Label,
+inline constexpr const char* ZTLibdfcFunctions[] = {ZT_LIBDFC_FUNCTIONS(ZT_FUNCTION)};
+#undef ZT_FUNCTION
 
 /// When the thread that is inside the function went in, in nanoseconds since 1970; 0: nobody is.
-std::atomic<std::uint64_t>& LibdfcSince(ZTELibdfcFunction aFunction);
+inline std::atomic<std::uint64_t>& LibdfcSince(ZTELibdfcFunction aFunction) {
+    return ZTStatistic(ZTRowOf(ZTS_LibraryCalls, aFunction));
+}
 
 /// Marks a call while it stands. One thread at a time in a function.
 class ZTCLibdfcCall {

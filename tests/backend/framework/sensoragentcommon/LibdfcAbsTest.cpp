@@ -5,6 +5,7 @@
 #include "AgentClient.h"
 #include "LibdfcAbs.h"
 #include "LibdfcCallbacks.h"
+#include "ScopeAgentLosses.h"
 
 namespace {
 
@@ -57,7 +58,7 @@ class LibdfcAbs : public ::testing::Test {
         EXPECT_TRUE(waitUntil([&] { return askBad<unsigned long>("zt_bad_calls") > lCalls + 100; }));
         EXPECT_EQ(sGeneric + sLink, lDelivered);
         askBad<void>("zt_bad_join");
-        EXPECT_EQ(LibdfcTakeLosses().mMalformed, 0U);
+        EXPECT_EQ(ZTGetStatistic(ZTRowOf(ZTS_Lost, ZTSAL_Malformed)), 0U);
     }
 
     ZTCLibdfcAbs mLibrary;

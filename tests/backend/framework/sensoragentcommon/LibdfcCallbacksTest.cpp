@@ -6,12 +6,14 @@
 #include "AgentClient.h"
 #include "LibdfcAbs.h"
 #include "LibdfcCallbacks.h"
+#include "ScopeAgentLosses.h"
 
 namespace {
 
 constexpr HBA_wwn sPort = {{0x10, 0, 0, 0x25, 0xb5, 0, 0, 9}};
 
 unsigned int sCalls;
+ZTCScopeAgentLosses sLosses;
 std::string sSeen;  // the bytes that a callback by mask was given
 const ZT_event* spEvent;
 int sThrown;
@@ -102,13 +104,13 @@ TEST(LibdfcCallbacks, DropRecordsThatClaimWhatCannotBe) {
                 lpCall(3, sPort, 4, 64, &sCalls, &lEvent);
                 lTaken += lrRow.mIsTaken[lAt] ? 1 : 0;
                 EXPECT_EQ(sCalls, lTaken) << lrRow.mLength << ", " << lAt;
-                EXPECT_EQ(LibdfcTakeLosses().mMalformed, lrRow.mIsTaken[lAt] ? 0U : 1U);
+                EXPECT_EQ(sLosses.take()[ZTSAL_Malformed], lrRow.mIsTaken[lAt] ? 0U : 1U);
             }
         }
         lpCall(3, sPort, 4, 64, &sCalls, nullptr);
         lpCall(3, sPort, 4, 64, &sCalls, nullptr);
         EXPECT_EQ(sCalls, lTaken);
-        EXPECT_EQ(LibdfcTakeLosses().mMalformed, 2U);
+        EXPECT_EQ(sLosses.take()[ZTSAL_Malformed], 2U);
     });
     EXPECT_EQ(countIn(lLog, "Event (4, 64) of board 3 is dropped"), 12U) << lLog;
 }
@@ -133,7 +135,7 @@ TEST(LibdfcCallbacks, HandOnTheRscnPagesThatCame) {
             EXPECT_EQ(sSeen, "");
         }
         EXPECT_EQ(sCalls, 28U);
-        EXPECT_EQ(LibdfcTakeLosses().mMalformed, 0U);
+        EXPECT_EQ(sLosses.take()[ZTSAL_Malformed], 0U);
     });
 }
 
@@ -162,7 +164,7 @@ TEST(LibdfcCallbacks, LetNothingThrownOut) {
             for (const unsigned int lMask : {ZT_DFC_LINK, ZT_DFC_RSCN, ZT_DFC_TEMPERATURE}) {
                 LibdfcWrap(lMask, throwIt)(3, lPayload.data(), 12);
             }
-            EXPECT_EQ(LibdfcTakeLosses().mFailed, 4U) << sThrown;
+            EXPECT_EQ(sLosses.take()[ZTSAL_NoMemory], 4U) << sThrown;
         }
         LibdfcGate().shut();
         EXPECT_EQ(LibdfcGate().waitUntilEmpty(0), 0U);

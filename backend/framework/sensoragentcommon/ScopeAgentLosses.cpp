@@ -8,14 +8,27 @@ constexpr char sFile[] = "ScopeAgentLosses";
 
 }  // namespace
 
-void ZTCScopeAgentLosses::report() {
-    std::array<unsigned int, ZTSAL_Count> lLost;
-    unsigned int lAny = 0;
+std::array<std::uint64_t, ZTSAL_Count> ZTCScopeAgentLosses::now() {
+    std::array<std::uint64_t, ZTSAL_Count> lCounts{};
     for (unsigned int lAt = 0; lAt < ZTSAL_Count; ++lAt) {
-        lLost[lAt] = mLost[lAt].exchange(0, std::memory_order_relaxed);
-        lAny |= lLost[lAt];
+        lCounts[lAt] = ZTGetStatistic(ZTRowOf(ZTS_Lost, lAt));
     }
-    if (lAny != 0) {
+    return lCounts;
+}
+
+ZTCScopeAgentLosses::Counts ZTCScopeAgentLosses::take() {
+    const auto lNow = now();
+    Counts lNew{};
+    for (unsigned int lAt = 0; lAt < ZTSAL_Count; ++lAt) {
+        lNew[lAt] = static_cast<unsigned int>(lNow[lAt] - mTold[lAt]);
+    }
+    mTold = lNow;
+    return lNew;
+}
+
+void ZTCScopeAgentLosses::report() {
+    const Counts lLost = take();
+    if (lLost != Counts{}) {
         Log(ZTLL_Notice, sFile,
             "Events lost since the last fetch: %u at the limit, %u of unknown boards, %u too short, %u of "
             "unknown "

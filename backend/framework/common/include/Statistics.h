@@ -1,0 +1,101 @@
+// What the agent counts about itself: one block of memory, laid out to the byte as the file in which others
+// read it (docs/statistics.md). Everything counts into the block, always; whether a file shows it is the
+// business of StatisticsFile.h, and nobody who counts waits for it.
+//
+// A row has one way of being written: by one thread at a time (ZTAddToStatistic, ZTSetStatistic: plain loads
+// and stores, under the scope-data lock or by a thread whose row it is), or by any thread (fetch_add on
+// ZTStatistic). Which, stands beside it.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+/// The places of the rows. Their names are made in one table, ScopeAgentStatistics.cpp.
+enum ZTEStatistic : unsigned int {
+    ZTS_Events,                            ///< one a kind of event, in their order; under the lock
+    ZTS_RecordedEvents = ZTS_Events + 20,  ///< under the lock, as all to HeldBytes but the lost ones
+    ZTS_Records,                           ///< begun
+    ZTS_Folded,                            ///< events that an older record took in
+    ZTS_Lost,                              ///< one a reason (ZTEScopeAgentLoss); any thread
+    ZTS_Fetches = ZTS_Lost + 6,
+    ZTS_FetchedEvents,
+    ZTS_Commands,       ///< the command thread's
+    ZTS_LastFetchTime,  ///< nanoseconds since 1970
+    ZTS_HeldEvents,
+    ZTS_HeldRecords,
+    ZTS_HeldBytes,
+    ZTS_HeldBytesLimit,   ///< set once, at the start
+    ZTS_LimitReached,     ///< under the lock
+    ZTS_LogRecords,       ///< records that the log's writer has taken: whoever takes them
+    ZTS_LogLostFull,      ///< any thread
+    ZTS_LogLostError,     ///< whoever writes the file
+    ZTS_CallbacksInside,  ///< set by the thread of the statistics, each second
+    ZTS_LibraryCalls,     ///< one a function (ZTELibdfcFunction); whoever calls it
+    ZTS_Count = ZTS_LibraryCalls + 10
+};
+
+/// A place in a group of rows.
+constexpr unsigned int ZTRowOf(ZTEStatistic aFirst, unsigned int aAt) {
+    return aFirst + aAt;
+}
+
+struct ZTSStatisticsRow {
+    static constexpr unsigned int NameSize = 56;
+
+    char mName[NameSize];  ///< ends in a zero
+    std::atomic<std::uint64_t> mValue;
+};
+
+/// The header and the rows: one page, so that a mapped file can take its place.
+struct ZTSStatisticsBlock {
+    static constexpr unsigned int Size = 4096;
+    static constexpr unsigned int HeaderSize = 64;
+    static constexpr unsigned int MaxRows = (Size - HeaderSize) / sizeof(ZTSStatisticsRow);
+
+    char mMagic[8];
+    std::uint32_t mRowCount;
+    std::uint32_t mRowSize;
+    std::uint64_t mStart;  ///< nanoseconds since 1970
+    std::uint64_t mProcess;
+    std::atomic<std::uint32_t> mWake;
+    unsigned char mZeros[28];
+    ZTSStatisticsRow mRows[MaxRows];
+};
+static_assert(sizeof(ZTSStatisticsBlock) == ZTSStatisticsBlock::Size && sizeof(ZTSStatisticsRow) == 64 &&
+              offsetof(ZTSStatisticsBlock, mWake) == 32 &&
+              offsetof(ZTSStatisticsBlock, mRows) == ZTSStatisticsBlock::HeaderSize);
+static_assert(ZTS_Count <= ZTSStatisticsBlock::MaxRows);
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
+
+namespace ztstatistics {
+extern ZTSStatisticsBlock gBlock;
+}
+
+inline std::atomic<std::uint64_t>& ZTStatistic(unsigned int aRow) {
+    return ztstatistics::gBlock.mRows[aRow].mValue;
+}
+
+inline void ZTSetStatistic(unsigned int aRow, std::uint64_t aValue) {
+    ZTStatistic(aRow).store(aValue, std::memory_order_relaxed);
+}
+
+inline std::uint64_t ZTGetStatistic(unsigned int aRow) {
+    return ZTStatistic(aRow).load(std::memory_order_relaxed);
+}
+
+inline void ZTAddToStatistic(unsigned int aRow, std::uint64_t aCount = 1) {
+    ZTSetStatistic(aRow, ZTGetStatistic(aRow) + aCount);
+}
+
+/// Names the row: at the start, before anybody else looks at the block.
+void ZTNameStatistic(unsigned int aRow, const char* apName);
+
+/// Fills the header in, for so many rows of this process.
+void ZTBeginStatistics(unsigned int aRows);
+
+/// Copies the block into another, rows that are being counted in included.
+void ZTCopyStatistics(ZTSStatisticsBlock& arTo);
+
+/// The bytes of the header and the rows.
+unsigned int ZTSizeOfStatistics();

@@ -1,0 +1,146 @@
+#include "AgentStatistics.h"
+
+#include <fcntl.h>
+#include <linux/futex.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "ProcessTable.h"
+
+namespace {
+
+// The file: a header, then rows of a name and a value. All numbers are in the host's order.
+constexpr char sMagic[] = "VRXSTAT1";
+constexpr std::size_t sRowCountAt = 8;
+constexpr std::size_t sRowSizeAt = 12;
+constexpr std::size_t sStartAt = 16;
+constexpr std::size_t sProcessAt = 24;
+constexpr std::size_t sWakeAt = 32;
+constexpr std::size_t sHeaderSize = 64;
+constexpr std::size_t sNameSize = 56;
+constexpr std::size_t sLeastRow = sNameSize + sizeof(std::uint64_t);
+constexpr std::size_t sMostRow = 4096;
+constexpr std::size_t sMostRows = 65536;
+
+// An agent whose file is on a disk wakes nobody: it is looked at this often.
+constexpr std::chrono::milliseconds sLook(1000);
+
+template <class Value>
+Value valueAt(const std::string& acrBytes, std::size_t aOffset) {
+    Value lValue;
+    memcpy(&lValue, acrBytes.data() + aOffset, sizeof lValue);
+    return lValue;
+}
+
+bool isPrintable(const std::string& acrText) {
+    return !acrText.empty() && std::all_of(acrText.begin(), acrText.end(),
+                                           [](char aSign) { return aSign >= ' ' && aSign <= '~'; });
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> ZTSStatistics::get(std::string_view aName) const {
+    const auto lRow = std::find_if(mRows.begin(), mRows.end(),
+                                   [=](const ZTSStatistic& acrRow) { return acrRow.mName == aName; });
+    return lRow != mRows.end() ? std::optional(lRow->mValue) : std::nullopt;
+}
+
+ZTCAgentStatistics::ZTCAgentStatistics(const std::string& acrDirectory)
+    : mPath(acrDirectory + ZTSensorStatistics), mFile(openSensorFile(mPath, O_RDONLY, S_IFREG)) {
+    read();  // refuses what is none
+    mProcess = static_cast<pid_t>(headerAt<std::uint64_t>(sProcessAt));
+    mStart = Time(std::chrono::duration_cast<Time::duration>(
+        std::chrono::nanoseconds(headerAt<std::int64_t>(sStartAt))));
+    if (hasGone()) {
+        throw ZTCNoAgentError("no agent serves " + acrDirectory + ": process " + std::to_string(mProcess) +
+                              ", whose figures are left there, has gone");
+    }
+    void* const lpHeader = mmap(nullptr, sHeaderSize, PROT_READ, MAP_SHARED, mFile.get(), 0);
+    if (lpHeader == MAP_FAILED) {
+        throwSensorErrno(mPath, errno);
+    }
+    mpHeader = lpHeader;
+}
+
+ZTCAgentStatistics::~ZTCAgentStatistics() {
+    if (mpHeader != nullptr) {
+        munmap(const_cast<void*>(mpHeader), sHeaderSize);
+    }
+}
+
+void ZTCAgentStatistics::refuse(const std::string& acrWhy) const {
+    throw ZTCSensorError(mPath + " holds no statistics: " + acrWhy);
+}
+
+std::string ZTCAgentStatistics::load(std::size_t aSize) const {
+    std::string lBytes(aSize, '\0');
+    const ssize_t lRead = pread(mFile.get(), lBytes.data(), aSize, 0);
+    if (lRead < 0) {
+        throwSensorErrno(mPath, errno);
+    }
+    if (static_cast<std::size_t>(lRead) < aSize) {
+        refuse("it is cut short");
+    }
+    return lBytes;
+}
+
+template <class Value>
+Value ZTCAgentStatistics::headerAt(std::size_t aOffset) const {
+    return valueAt<Value>(load(sHeaderSize), aOffset);
+}
+
+ZTSStatistics ZTCAgentStatistics::read() const {
+    const std::string lHeader = load(sHeaderSize);
+    if (!lHeader.starts_with(sMagic)) {
+        refuse("it begins with something else");
+    }
+    const auto lCount = valueAt<std::uint32_t>(lHeader, sRowCountAt);
+    const auto lSize = valueAt<std::uint32_t>(lHeader, sRowSizeAt);
+    if (lCount > sMostRows || lSize < sLeastRow || lSize > sMostRow) {
+        refuse("its header cannot be");
+    }
+    const std::string lBytes = load(sHeaderSize + std::size_t{lCount} * lSize);
+    ZTSStatistics lAll;
+    lAll.mWake = valueAt<std::uint32_t>(lBytes, sWakeAt);
+    for (std::size_t lAt = sHeaderSize; lAt < lBytes.size(); lAt += lSize) {
+        const char* const lpName = lBytes.data() + lAt;
+        std::string lName(lpName, strnlen(lpName, sNameSize));
+        if (!isPrintable(lName)) {
+            refuse("a name in it cannot be");
+        }
+        lAll.mRows.push_back({std::move(lName), valueAt<std::uint64_t>(lBytes, lAt + sNameSize)});
+    }
+    return lAll;
+}
+
+bool ZTCAgentStatistics::hasGone() const {
+    struct stat lFile {};
+    return fstat(mFile.get(), &lFile) != 0 || lFile.st_nlink == 0 || !getProcessStart(mProcess);
+}
+
+bool ZTCAgentStatistics::waitForWake(std::uint32_t aSeen, std::chrono::milliseconds aTime) const {
+    using Clock = std::chrono::steady_clock;
+    const auto lEnd = Clock::now() + aTime;
+    for (;;) {
+        if (headerAt<std::uint32_t>(sWakeAt) != aSeen) {
+            return true;
+        }
+        const auto lLeft = std::min<std::chrono::nanoseconds>(lEnd - Clock::now(), sLook);
+        if (lLeft.count() <= 0 || hasGone()) {
+            return false;
+        }
+        const timespec lTime{static_cast<time_t>(lLeft.count() / 1'000'000'000),
+                             static_cast<long>(lLeft.count() % 1'000'000'000)};
+        if (syscall(SYS_futex, static_cast<const char*>(mpHeader) + sWakeAt, FUTEX_WAIT, aSeen, &lTime,
+                    nullptr, 0) != 0 &&
+            errno == EINTR) {
+            return false;
+        }
+    }
+}

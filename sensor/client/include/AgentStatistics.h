@@ -1,0 +1,69 @@
+// What the agent counts about itself, from the file that it keeps for that.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "SensorFiles.h"
+
+struct ZTSStatistic {
+    std::string mName;  ///< printable; as events_total{kind="plogi"}
+    std::uint64_t mValue;
+
+    /// Whether it only ever grows, so that it has a rate.
+    bool isCounter() const { return mName.substr(0, mName.find('{')).ends_with("_total"); }
+};
+
+/// The figures of one moment.
+struct ZTSStatistics {
+    std::vector<ZTSStatistic> mRows;  ///< in the file's order, which an agent never changes
+    std::uint32_t mWake = 0;
+
+    /// Nothing if there is no such row.
+    std::optional<std::uint64_t> get(std::string_view aName) const;
+};
+
+/// Reading costs the agent nothing, and works as often as one likes. One thread.
+class ZTCAgentStatistics {
+  public:
+    using Time = std::chrono::system_clock::time_point;
+
+    /// Opens the file of the agent in a directory. Throws ZTCNoAgentError (no file, or one that an agent has
+    /// left that was killed), ZTCNoPermissionError, ZTCUnsafeFileError, ZTCSensorError (it is cut, or
+    /// something else).
+    explicit ZTCAgentStatistics(const std::string& acrDirectory);
+    ~ZTCAgentStatistics();
+    ZTCAgentStatistics(const ZTCAgentStatistics&) = delete;
+    ZTCAgentStatistics& operator=(const ZTCAgentStatistics&) = delete;
+
+    pid_t getProcess() const { return mProcess; }
+    Time getStart() const { return mStart; }
+
+    /// Throws ZTCSensorError. When the agent has gone these are its last figures.
+    ZTSStatistics read() const;
+
+    /// Whether the agent has removed its file, another has put its own there, or the process is no more. Then
+    /// it is time for a new object.
+    bool hasGone() const;
+
+    /// Waits until `wake` is another than the one that was seen: the data that the agent holds has passed an
+    /// eighth of its limit, and it is time to fetch. False: the time is over, a signal came, or the agent has
+    /// gone. Throws ZTCSensorError.
+    bool waitForWake(std::uint32_t aSeen, std::chrono::milliseconds aTime) const;
+
+  private:
+    std::string load(std::size_t aSize) const;
+    template <class Value>
+    Value headerAt(std::size_t aOffset) const;
+    [[noreturn]] void refuse(const std::string& acrWhy) const;
+
+    std::string mPath;
+    ZTCSensorDescriptor mFile;
+    pid_t mProcess = 0;
+    Time mStart;
+    const void* mpHeader = nullptr;  ///< mapped; never read here, because the file may be cut by somebody
+};

@@ -1,0 +1,108 @@
+#include "StatisticsText.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "RecordText.h"
+#include "Table.h"
+
+namespace {
+
+constexpr std::uint64_t sKiB = 1024;
+constexpr std::chrono::seconds sLong(10);
+
+// How people say why events were lost, by the label.
+struct LossText {
+    const char* mpLabel;
+    const char* mpText;
+};
+constexpr LossText sLosses[] = {{"limit", "at the limit"},           {"unknown_board", "of unknown boards"},
+                                {"too_short", "too short"},          {"unknown_kind", "of unknown kinds"},
+                                {"no_memory", "for want of memory"}, {"malformed", "malformed"}};
+
+std::string lossText(const ZTSLabelled& acrLoss) {
+    const auto* const lpRow =
+        std::find_if(std::begin(sLosses), std::end(sLosses),
+                     [&](const LossText& acrRow) { return acrRow.mpLabel == acrLoss.mLabel; });
+    return lpRow != std::end(sLosses) ? lpRow->mpText : acrLoss.mLabel;
+}
+
+}  // namespace
+
+std::optional<double> ZTSStatisticsTaken::rateOf(std::size_t aRow) const {
+    const ZTSStatistic& lrRow = mNow.mRows.at(aRow);
+    if (!mSeconds || *mSeconds <= 0 || !lrRow.isCounter() || aRow >= mBefore.mRows.size()) {
+        return {};
+    }
+    return static_cast<double>(lrRow.mValue - mBefore.mRows[aRow].mValue) / *mSeconds;
+}
+
+std::string statisticsText(const ZTSStatisticsTaken& acrTaken) {
+    std::vector<ZTSColumn> lColumns{{"name"}, {"value", true}};
+    if (acrTaken.mSeconds) {
+        lColumns.push_back({"a second", true});
+    }
+    ZTCTable lTable(lColumns);
+    for (std::size_t lRow = 0; lRow < acrTaken.mNow.mRows.size(); ++lRow) {
+        const ZTSStatistic& lrRow = acrTaken.mNow.mRows[lRow];
+        std::vector<std::string> lCells{lrRow.mName, std::to_string(lrRow.mValue)};
+        if (acrTaken.mSeconds) {
+            const auto lRate = acrTaken.rateOf(lRow);
+            lCells.push_back(lRate ? fmt::format("{:.1f}", *lRate) : "-");
+        }
+        lTable.add(std::move(lCells));
+    }
+    return lTable.toText();
+}
+
+std::vector<ZTSLabelled> labelledIn(const ZTSStatistics& acrStatistics, const std::string& acrName) {
+    std::vector<ZTSLabelled> lRows;
+    for (const ZTSStatistic& lrRow : acrStatistics.mRows) {
+        const std::size_t lFrom = lrRow.mName.find('"') + 1;
+        if (lrRow.mName.starts_with(acrName + "{") && lFrom != 0) {
+            lRows.push_back({lrRow.mName.substr(lFrom, lrRow.mName.rfind('"') - lFrom), lrRow.mValue});
+        }
+    }
+    return lRows;
+}
+
+std::string heldText(const ZTSStatistics& acrStatistics) {
+    const auto lInKiB = [&](const char* apName) {
+        return (acrStatistics.get(apName).value_or(0) + sKiB - 1) / sKiB;
+    };
+    std::string lLost;
+    for (const ZTSLabelled& lrLoss : labelledIn(acrStatistics, "lost_total")) {
+        if (lrLoss.mValue != 0) {
+            lLost += lLost.empty() ? ", " + countText(lrLoss.mValue, "event") + " lost "
+                                   : ", " + std::to_string(lrLoss.mValue) + " ";
+            lLost += lossText(lrLoss);
+        }
+    }
+    return fmt::format("holds {} of {} KiB{}", lInKiB("held_bytes"), lInKiB("held_bytes_limit"),
+                       lLost.empty() ? ", no event lost" : lLost);
+}
+
+std::optional<ZTSLabelled> findLibraryCall(const ZTSStatistics& acrStatistics) {
+    std::optional<ZTSLabelled> lOldest;
+    for (const ZTSLabelled& lrCall : labelledIn(acrStatistics, "library_call_since_ns")) {
+        if (lrCall.mValue != 0 && (!lOldest || lrCall.mValue < lOldest->mValue)) {
+            lOldest = lrCall;
+        }
+    }
+    return lOldest;
+}
+
+std::string libraryText(const ZTSStatistics& acrStatistics) {
+    const auto lCall = findLibraryCall(acrStatistics);
+    if (!lCall) {
+        return {};
+    }
+    const auto lSince = std::chrono::nanoseconds(static_cast<std::int64_t>(lCall->mValue));
+    const auto lTime = std::chrono::system_clock::now().time_since_epoch() - lSince;
+    if (lTime < sLong) {
+        return {};
+    }
+    return fmt::format("inside the vendor library's {} for {} s", lCall->mLabel,
+                       std::chrono::duration_cast<std::chrono::seconds>(lTime).count());
+}

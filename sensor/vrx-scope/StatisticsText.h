@@ -1,0 +1,35 @@
+// What the agent's figures say, for people.
+#pragma once
+
+#include "AgentStatistics.h"
+
+/// Figures, and how fast they have grown.
+struct ZTSStatisticsTaken {
+    std::chrono::steady_clock::time_point mTime;
+    ZTSStatistics mNow;
+    std::optional<double> mSeconds;  ///< since those before, of the same agent
+    ZTSStatistics mBefore;
+
+    /// Per second. Nothing for what is no counter, and as long as there is nothing to compare with.
+    std::optional<double> rateOf(std::size_t aRow) const;
+};
+
+/// A table of all.
+std::string statisticsText(const ZTSStatisticsTaken& acrTaken);
+
+/// A row of a group: what its name has between quotes, and its value.
+struct ZTSLabelled {
+    std::string mLabel;
+    std::uint64_t mValue;
+};
+/// The rows whose name has a label.
+std::vector<ZTSLabelled> labelledIn(const ZTSStatistics& acrStatistics, const std::string& acrName);
+
+/// "holds 12 of 256 KiB, 3 events lost at the limit".
+std::string heldText(const ZTSStatistics& acrStatistics);
+
+/// The call of the vendor's library that has been under way for longest: its function, and when it began in
+/// nanoseconds since 1970.
+std::optional<ZTSLabelled> findLibraryCall(const ZTSStatistics& acrStatistics);
+/// "inside the vendor library's ztapi_reg_event for 75 s"; empty if there is no call that takes long.
+std::string libraryText(const ZTSStatistics& acrStatistics);

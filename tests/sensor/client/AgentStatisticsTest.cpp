@@ -1,0 +1,103 @@
+// The client's reading of an agent's figures, from files that a test has made.
+#include "AgentStatistics.h"
+#include "StatisticsBytes.h"
+#include "TestSupport.h"
+
+namespace {
+
+const ZTTestRows sRows{{"records_total", 5}, {"held_bytes", 12}};
+
+TEST(AgentStatistics, RefusesWhatIsNone) {
+    const ZTCTestDirectory lDirectory;
+    const std::string lName = lDirectory / "vrx-sca.stats";
+    const std::string lGood = ZTTestStatisticsOf(sRows);
+    const auto lWith = [&](std::size_t aAt, const std::string& acrBytes) {
+        return std::string(lGood).replace(aAt, acrBytes.size(), acrBytes);
+    };
+    const std::pair<std::string, std::string> lFiles[] = {
+        {"", "cut short"},
+        {lGood.substr(0, 63), "cut short"},
+        {lGood.substr(0, lGood.size() - 1), "cut short"},
+        {"x" + lGood.substr(1), "begins with something else"},
+        {lWith(8, ZTTestHostOrder(~0U)), "header cannot be"},
+        {lWith(8, ZTTestHostOrder(3U)), "cut short"},
+        {lWith(12, ZTTestHostOrder(63U)), "header cannot be"},
+        {lWith(12, ZTTestHostOrder(~0U)), "header cannot be"},
+        {lWith(64, "\x1b[2J"), "a name in it cannot be"},
+        {lWith(64, std::string(56, '\0')), "a name in it cannot be"},
+        {lWith(24, ZTTestHostOrder(0UL)), "no agent serves"},
+        {lWith(24, ZTTestHostOrder(~0UL)), "no agent serves"},
+    };
+    const auto lErrorOf = [&]() -> std::string {
+        try {
+            const ZTCAgentStatistics lAgent(lDirectory.getPath());
+            return "";
+        } catch (const ZTCSensorError& lrError) {
+            return lrError.what();
+        }
+    };
+    EXPECT_TRUE(contains(lErrorOf(), "no agent serves"));
+    for (const auto& [lBytes, lError] : lFiles) {
+        writeFile(lName, lBytes);
+        EXPECT_TRUE(contains(lErrorOf(), lError)) << lErrorOf() << " is not " << lError;
+    }
+    writeFile(lName, lGood);
+    EXPECT_EQ(lErrorOf(), "");
+    if (chown(lName.c_str(), 12345, 12345) == 0) {
+        EXPECT_TRUE(contains(lErrorOf(), "belongs to another user"));
+    }
+    std::filesystem::rename(lName, lDirectory / "other");
+    std::filesystem::create_symlink(lDirectory / "other", lName);
+    EXPECT_TRUE(contains(lErrorOf(), "it is a symbolic link"));
+    std::filesystem::remove(lName);
+    EXPECT_EQ(mkfifo(lName.c_str(), 0600), 0);
+    EXPECT_TRUE(contains(lErrorOf(), "it is not a file"));
+}
+
+TEST(AgentStatistics, ReadsRowsOfAnySizeAndNoticesTheEnd) {
+    for (const unsigned int lRowSize : {64U, 128U}) {
+        const ZTCTestDirectory lDirectory;
+        const std::string lName = lDirectory / "vrx-sca.stats";
+        const ZTTestRows lRows{{std::string(56, 'n'), 7}, {"a_total{b=\"c_d\"}", ~0UL}, {"a_total_b", 1}};
+        writeFile(lName, ZTTestStatisticsOf(lRows, static_cast<unsigned long>(getpid()), lRowSize));
+        const ZTCAgentStatistics lAgent(lDirectory.getPath());
+        const ZTSStatistics lAll = lAgent.read();
+        ASSERT_EQ(lAll.mRows.size(), 3U);
+        EXPECT_EQ(lAll.get(std::string(56, 'n')), 7U);
+        EXPECT_EQ(lAll.get("a_total{b=\"c_d\"}"), ~0UL);
+        EXPECT_EQ(lAll.get("a_total"), std::nullopt);
+        EXPECT_TRUE(lAll.mRows[1].isCounter() && !lAll.mRows[2].isCounter());
+        EXPECT_EQ(lAll.mWake, 7U);
+        EXPECT_EQ(lAgent.getProcess(), getpid());
+        EXPECT_EQ(lAgent.getStart().time_since_epoch(), std::chrono::seconds(5));
+        EXPECT_FALSE(lAgent.hasGone());
+        writeFile(lName + ".new", "another");
+        std::filesystem::rename(lName + ".new", lName);
+        EXPECT_TRUE(lAgent.hasGone());
+        EXPECT_EQ(lAgent.read().mRows.size(), 3U);
+        EXPECT_FALSE(lAgent.waitForWake(7, std::chrono::minutes(5)));
+    }
+}
+
+TEST(AgentStatistics, WaitsForTheWakeAndNotForEver) {
+    const ZTCTestDirectory lDirectory;
+    const std::string lName = lDirectory / "vrx-sca.stats";
+    writeFile(lName, ZTTestStatisticsOf(sRows));
+    const ZTCAgentStatistics lAgent(lDirectory.getPath());
+    EXPECT_TRUE(lAgent.waitForWake(6, std::chrono::minutes(5)));
+    EXPECT_FALSE(lAgent.waitForWake(7, std::chrono::milliseconds(1)));
+    // Written as on a disk, where nobody is woken.
+    std::atomic<bool> lIsOver{false};
+    std::thread lWaiter([&] {
+        EXPECT_TRUE(lAgent.waitForWake(7, std::chrono::minutes(5)));
+        lIsOver = true;
+    });
+    EXPECT_FALSE(lIsOver);
+    const ZTCDescriptor lFile(open(lName.c_str(), O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(pwrite(lFile.get(), "\x08", 1, 32), 1);
+    lWaiter.join();
+    EXPECT_EQ(truncate(lName.c_str(), 0), 0);
+    EXPECT_THROW(lAgent.waitForWake(8, std::chrono::minutes(5)), ZTCSensorError);
+}
+
+}  // namespace
