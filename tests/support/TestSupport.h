@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -42,7 +43,7 @@ inline constexpr bool ZTIsSanitized = ZTHasThreadSanitizer;
 
 /// Whether the condition comes true before what can only be a hang.
 template <class Condition>
-bool waitUntil(Condition&& arCondition, unsigned int aSeconds = 60) {
+bool waitUntil(Condition&& arCondition, unsigned int aSeconds = ZTIsSanitized ? 60 : 30) {
     const auto lDeadline = std::chrono::steady_clock::now() + std::chrono::seconds(aSeconds);
     while (!arCondition()) {
         if (std::chrono::steady_clock::now() > lDeadline) {
@@ -193,6 +194,7 @@ class ZTCTestChild {
         if (lProcess != 0) {
             return lProcess;
         }
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that hangs leaves nobody behind
         dup2(mOut.get(), STDOUT_FILENO);
         dup2(mErr.get(), STDERR_FILENO);
         try {
