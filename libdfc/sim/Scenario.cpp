@@ -35,12 +35,9 @@ std::vector<std::string_view> split(std::string_view aText, std::string_view aSe
     }
 }
 
-// What an error shows of a text: one line of bounded length, whatever the text.
+// What an error shows of a line's text: of bounded length, whatever the text.
 std::string shown(std::string_view aText) {
-    std::string lShown(aText.substr(0, sMaxShown));
-    std::replace_if(
-        lShown.begin(), lShown.end(), [](char aChar) { return aChar < ' ' || aChar > '~'; }, '?');
-    return "'" + lShown + (aText.size() > sMaxShown ? "...'" : "'");
+    return "'" + std::string(aText.substr(0, sMaxShown)) + (aText.size() > sMaxShown ? "...'" : "'");
 }
 
 std::optional<uint64_t> digitsOf(std::string_view aText, int aBase) {
@@ -356,4 +353,18 @@ std::vector<ZTSSimStatement> readScenarioFile(const std::string& acrPath) {
         throw ZTCSimError(acrPath + ":0: " + strerror(errno) + ", expected a scenario to read");
     }
     return readScenario(lText, acrPath);
+}
+
+std::string toShownSimText(std::string_view aText) {
+    constexpr char lDigits[] = "0123456789abcdef";
+    std::string lShown;
+    for (const char lSign : aText) {
+        const auto lByte = static_cast<unsigned char>(lSign);
+        if ((lByte >= ' ' && lByte <= '~') || lByte == '\n') {
+            lShown += lSign;
+        } else {
+            lShown += {'\\', 'x', lDigits[lByte >> 4], lDigits[lByte & 15]};
+        }
+    }
+    return lShown;
 }

@@ -9,9 +9,13 @@
 
 #include "Language.h"
 
+/// The text as it may be shown on a terminal: what is neither printable ASCII nor a line end is \xNN.
+std::string toShownSimText(std::string_view aText);
+
 /// A mistake in one line: PLACE:LINE: what is wrong, what was expected.
 class ZTCSimError : public std::runtime_error {
-    using std::runtime_error::runtime_error;
+  public:
+    explicit ZTCSimError(const std::string& acrText) : std::runtime_error(toShownSimText(acrText)) {}
 };
 
 struct ZTSSimValueRead {

@@ -75,7 +75,7 @@ class Client {
         }
         lAnswer.resize(static_cast<size_t>(lRead));
         const bool lIsError = lAnswer.starts_with("control:");
-        (lIsError ? std::cerr : std::cout) << lAnswer << std::flush;
+        (lIsError ? std::cerr : std::cout) << toShownSimText(lAnswer) << std::flush;
         return lIsError ? 1 : 0;
     }
 

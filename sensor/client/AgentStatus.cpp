@@ -28,11 +28,23 @@ ZTCSensorDescriptor openIfThere(const std::string& acrPath) {
     }
 }
 
+// As the agent looks for it: what is not to be believed counts as absent.
+ZTCSensorDescriptor openSensorPidFile(const std::string& acrPath) {
+    try {
+        return openIfThere(acrPath);
+    } catch (const ZTCUnsafeFileError&) {
+        return ZTCSensorDescriptor();
+    }
+}
+
+// The lock of an agent: for writing, on the whole file, held by an open file description. Others mean
+// nothing.
 bool isLocked(int aFile) {
     struct flock lLock {};
     lLock.l_type = F_WRLCK;
     lLock.l_whence = SEEK_SET;
-    return fcntl(aFile, F_OFD_GETLK, &lLock) == 0 && lLock.l_type != F_UNLCK;
+    return fcntl(aFile, F_OFD_GETLK, &lLock) == 0 && lLock.l_type == F_WRLCK && lLock.l_pid == -1 &&
+           lLock.l_start == 0 && lLock.l_len == 0;
 }
 
 }  // namespace
@@ -45,8 +57,9 @@ ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
         lPid.isOpen() && isLocked(lPid.get()) && fstat(lPid.get(), &lFile) == 0) {
         lStatus.mIsRunning = true;
         lStatus.mHeartbeat = changeTimeOf(lFile);
-        lStatus.mProcess = findProcessWith(lFile, ZTSensorAgentPidFile,
-                                           [](const ZTSOpenFile& acrFile) { return acrFile.mIsLocked; });
+        lStatus.mProcess = findProcessWith(lFile, ZTSensorAgentPidFile, [](const ZTSOpenFile& acrFile) {
+            return acrFile.mLock == "OFDLCK";
+        });
     }
     if (lStatus.mProcess != 0) {
         lStatus.mSince = getProcessStart(lStatus.mProcess);
@@ -56,7 +69,7 @@ ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
         });
         lStatus.mLog = lLog ? lLog->mPath : "";
     }
-    if (const auto lSensor = openIfThere(acrDirectory + ZTSensorOwnPidFile);
+    if (const auto lSensor = openSensorPidFile(acrDirectory + ZTSensorOwnPidFile);
         lSensor.isOpen() && fstat(lSensor.get(), &lFile) == 0) {
         lStatus.mSensor = readPidFile(lSensor.get());
         lStatus.mSensorHeartbeat = changeTimeOf(lFile);

@@ -23,8 +23,8 @@ ZTCDirectoryClaim::ZTCDirectoryClaim(const std::string& acrDirectory, std::chron
             // Its name, wherever the path leads.
             const auto lName =
                 std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(mDirectory.get()));
-            const pid_t lHolder =
-                findProcessWith(lStatus, lName, [](const ZTSOpenFile& acrFile) { return acrFile.mIsLocked; });
+            const pid_t lHolder = findProcessWith(
+                lStatus, lName, [](const ZTSOpenFile& acrFile) { return acrFile.mLock == "FLOCK"; });
             throw ZTCPipesTakenError("the pipes in " + acrDirectory + " are taken by " +
                                          describeProcess(lHolder) +
                                          ": end it, or wait for it (--wait SECONDS)",

@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "SensorFiles.h"
+#include "ShownText.h"
 
 namespace {
 
@@ -49,7 +50,9 @@ void readFacts(const std::string& acrInfo, ZTSOpenFile& arFile) {
             arFile.mIsWritten = (lFlags & O_ACCMODE) != O_RDONLY;
             arFile.mIsAppended = (lFlags & O_APPEND) != 0;
         }
-        arFile.mIsLocked = arFile.mIsLocked || lLine.starts_with("lock:");
+        if (lLine.starts_with("lock:") && lLine.find(" WRITE ") != std::string::npos) {
+            std::istringstream(lLine) >> arFile.mLock >> arFile.mLock >> arFile.mLock;
+        }
     }
 }
 
@@ -98,16 +101,15 @@ std::string describeProcess(pid_t aProcess) {
     }
     std::string lName;
     std::ifstream lFile(folderOf(aProcess) + "/comm");
-    std::getline(lFile, lName);
-    std::replace_if(
-        lName.begin(), lName.end(), [](char aSign) { return aSign < ' ' || aSign > '~'; }, '?');
-    return "process " + std::to_string(aProcess) + (lName.empty() ? "" : " (" + lName + ")");
+    std::getline(lFile, lName, '\0');
+    lName.resize(lName.empty() ? 0 : lName.size() - 1);  // the line end behind it; the name may hold others
+    return "process " + std::to_string(aProcess) + (lName.empty() ? "" : " (" + toShownText(lName) + ")");
 }
 
 std::optional<std::chrono::system_clock::time_point> getProcessStart(pid_t aProcess) {
     std::ifstream lFile(folderOf(aProcess) + "/stat");
     std::string lText;
-    std::getline(lFile, lText);
+    std::getline(lFile, lText, '\0');
     // The name, in brackets, may hold anything. Behind it the start is the 20th field, in ticks since the
     // boot.
     const std::size_t lEnd = lText.rfind(')');

@@ -51,26 +51,55 @@ void throwSensorErrno(const std::string& acrPath, int aErrno) {
     }
 }
 
-ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType) {
-    // A directory may be named by a link, as the agent's own may be.
-    const int lNoLink = aType == S_IFDIR ? 0 : O_NOFOLLOW;
-    ZTCSensorDescriptor lFile(
-        open(acrPath.c_str(), aFlags | lNoLink | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0644));
-    struct stat lStatus {};
-    if (!lFile.isOpen() || fstat(lFile.get(), &lStatus) != 0) {
-        throwSensorErrno(acrPath, errno);
+namespace {
+
+void check(const struct stat& acrStatus, const std::string& acrPath, unsigned int aType) {
+    if (S_ISLNK(acrStatus.st_mode)) {
+        throwSensorErrno(acrPath, ELOOP);
     }
-    if ((lStatus.st_mode & S_IFMT) != aType) {
+    if ((acrStatus.st_mode & S_IFMT) != aType) {
         refuse(acrPath, nameOf(aType));
     }
-    if (lStatus.st_uid != geteuid() && lStatus.st_uid != 0) {
+    if (acrStatus.st_uid != geteuid() && acrStatus.st_uid != 0) {
         refuse(acrPath, "it belongs to another user");
     }
-    if (aType != S_IFDIR && lStatus.st_nlink > 1) {
+    if (aType != S_IFDIR && acrStatus.st_nlink > 1) {
         refuse(acrPath, "it has more than one name");
     }
-    if (aType == S_IFIFO && (lStatus.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+    if (aType == S_IFIFO && (acrStatus.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
         refuse(acrPath, "others may use it");
     }
-    return lFile;
+}
+
+}  // namespace
+
+// A file is looked at before it is opened: to open a device has effects.
+ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType) {
+    constexpr int lAlways = O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    // A directory may be named by a link, as the agent's own may be.
+    const int lNoLink = aType == S_IFDIR ? 0 : O_NOFOLLOW;
+    for (;;) {
+        const ZTCSensorDescriptor lFound(
+            open(acrPath.c_str(), O_PATH | O_CLOEXEC | lNoLink | (aFlags & O_DIRECTORY)));
+        struct stat lStatus {};
+        if (lFound.isOpen() && fstat(lFound.get(), &lStatus) == 0) {
+            check(lStatus, acrPath, aType);
+            const std::string lItself = "/proc/self/fd/" + std::to_string(lFound.get());
+            ZTCSensorDescriptor lFile(open(lItself.c_str(), (aFlags & ~O_CREAT) | lAlways));
+            if (!lFile.isOpen()) {
+                throwSensorErrno(acrPath, errno);
+            }
+            return lFile;
+        }
+        if (errno != ENOENT || (aFlags & O_CREAT) == 0) {
+            throwSensorErrno(acrPath, errno);
+        }
+        ZTCSensorDescriptor lMade(open(acrPath.c_str(), aFlags | O_EXCL | O_NOFOLLOW | lAlways, 0644));
+        if (lMade.isOpen()) {
+            return lMade;
+        }
+        if (errno != EEXIST) {  // somebody made it in this moment
+            throwSensorErrno(acrPath, errno);
+        }
+    }
 }

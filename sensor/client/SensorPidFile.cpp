@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <string_view>
 
 #include "ProcessTable.h"
 
@@ -16,9 +18,10 @@ int readPidFile(int aDescriptor) {
     const char* const lpEnd = lText + (lLength > 0 ? lLength : 0);
     int lProcess = 0;
     const auto lParsed = std::from_chars(lText, lpEnd, lProcess);
-    return lParsed.ec == std::errc() && (lParsed.ptr == lpEnd || *lParsed.ptr == '\n') && lProcess > 0
-               ? lProcess
-               : 0;
+    const std::string_view lRest(lParsed.ptr, static_cast<std::size_t>(lpEnd - lParsed.ptr));
+    const std::size_t lBlanks = std::min(lRest.find_first_not_of(" \t\r"), lRest.size());
+    const bool lIsWhole = lParsed.ec == std::errc() && (lBlanks == lRest.size() || lRest[lBlanks] == '\n');
+    return lIsWhole && lProcess > 0 ? lProcess : 0;
 }
 
 pid_t findLivingSensor(int aDescriptor) {

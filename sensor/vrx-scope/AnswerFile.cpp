@@ -45,9 +45,19 @@ void ZTCAnswerFile::checkWhole() const {
 }
 
 void ZTCAnswerFile::add(const ZTSensorBytes& acrMessage) {
+    const auto lFail = [&](int aError) {
+        throw ZTCUnsavedAnswer(fmt::format("cannot write {}: {}{}", mPath, strerror(aError),
+                                           mWholeEnd ? ", and its last message is cut short" : ""),
+                               acrMessage);
+    };
+    if (mWholeEnd && ftruncate(mFile.get(), *mWholeEnd) != 0) {
+        lFail(errno);
+    }
+    mWholeEnd.reset();
     const off_t lEnd = lseek(mFile.get(), 0, SEEK_END);
     int lError = 0;
-    for (std::size_t lAt = 0; lAt < acrMessage.size() && lError == 0;) {
+    std::size_t lAt = 0;
+    while (lAt < acrMessage.size() && lError == 0) {
         const ssize_t lWritten = write(mFile.get(), acrMessage.data() + lAt, acrMessage.size() - lAt);
         lError = lWritten < 0 && errno != EINTR ? errno : 0;
         lAt += lWritten < 0 ? 0 : static_cast<std::size_t>(lWritten);
@@ -57,11 +67,10 @@ void ZTCAnswerFile::add(const ZTSensorBytes& acrMessage) {
     }
     if (lError != 0) {
         // A message half written would hide those that come after it.
-        const bool lIsAsItWas = lEnd >= 0 && ftruncate(mFile.get(), lEnd) == 0;
-        throw ZTCUnsavedAnswer(
-            fmt::format("cannot write {}: {}{}; what was fetched:", mPath, strerror(lError),
-                        lIsAsItWas ? "" : ", and its last message is cut short"),
-            acrMessage);
+        if (lAt != 0 && ftruncate(mFile.get(), lEnd) != 0) {
+            mWholeEnd = lEnd;
+        }
+        lFail(lError);
     }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "Failure.h"
@@ -26,8 +27,8 @@ class ZTCAnswerFile {
     /// Opens it to be added to. Throws ZTCScopeFailure, also when what it holds is not whole answers.
     explicit ZTCAnswerFile(std::string aPath);
 
-    /// The message is on the disk, whole, when this returns; when it cannot be, the file is as it was. Throws
-    /// ZTCUnsavedAnswer.
+    /// The message is on the disk, whole, when this returns; when it cannot be, the file is as it was, and
+    /// the next one may be tried. Throws ZTCUnsavedAnswer.
     void add(const ZTSensorBytes& acrMessage);
 
   private:
@@ -35,6 +36,7 @@ class ZTCAnswerFile {
 
     std::string mPath;
     ZTCSensorDescriptor mFile;
+    std::optional<off_t> mWholeEnd;  ///< where the last whole message ends, if half a one stands behind it
 };
 
 /// Calls the function with each message of a file ("-": standard input) in its order, and the place where it

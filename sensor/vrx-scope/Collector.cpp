@@ -107,12 +107,32 @@ void ZTCCollector::begin() {
 
 void ZTCCollector::take(const ZTSensorBytes& acrMessage) {
     if (mpSaved != nullptr) {
-        mpSaved->add(acrMessage);  // first: whatever happens to be wrong with it
+        save(acrMessage);  // first: whatever happens to be wrong with it
     }
     mrShow.add(readFetched(acrMessage, std::chrono::system_clock::now()));
     if (!mToldLast.empty()) {
         mToldLast.clear();
         mrShow.tell("the agent answers again", true);
+    }
+}
+
+// A full disk is tried again with each answer: the file then lacks those that came meanwhile.
+void ZTCCollector::save(const ZTSensorBytes& acrMessage) {
+    try {
+        mpSaved->add(acrMessage);
+        if (!mIsSaving) {
+            mrShow.tell(fmt::format("answers are saved again, {} were not", mUnsaved), true);
+        }
+        mIsSaving = true;
+    } catch (const ZTCUnsavedAnswer& lrError) {
+        if (!mCollection.mGoesOnUnsaved) {
+            throw;
+        }
+        if (mIsSaving) {
+            mrShow.tell(fmt::format("answers are shown, but no longer saved: {}", lrError.what()), true);
+        }
+        mIsSaving = false;
+        ++mUnsaved;
     }
 }
 

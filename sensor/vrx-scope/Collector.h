@@ -16,6 +16,7 @@ struct ZTSCollection {
     Duration mEvery{5000};                  ///< from fetch to fetch
     std::optional<Duration> mFor;           ///< how long; nothing: until a signal
     std::optional<std::uint32_t> mCeiling;  ///< set: each agent's collection is started, with this ceiling
+    bool mGoesOnUnsaved = false;            ///< what cannot be saved is shown, and does not end the run
 };
 
 /// One thread.
@@ -29,6 +30,8 @@ class ZTCCollector {
     /// Until the time is over or a signal ends it. Whatever was fetched is saved and shown by then, whole.
     /// Throws ZTCScopeFailure when it can be neither.
     void run();
+    /// The answers that could not be saved.
+    std::uint64_t getUnsaved() const { return mUnsaved; }
 
   private:
     using Clock = ZTCWaiting::Clock;
@@ -37,6 +40,7 @@ class ZTCCollector {
     void checkNothingOpen() const;
     void begin();
     void take(const ZTSensorBytes& acrMessage);
+    void save(const ZTSensorBytes& acrMessage);
     void lose(const char* apWhy);
     void tellOnce(const std::string& acrText, bool aIsThere);
 
@@ -49,6 +53,8 @@ class ZTCCollector {
     ZTCSensorPidFile mPidFile;
     bool mIsThere = false;  ///< an agent has answered, and has not failed since
     std::string mToldLast;
+    bool mIsSaving = true;  ///< the last answer was saved
+    std::uint64_t mUnsaved = 0;
 };
 
 /// Starts a collection, also when one is under way: that one is ended, so that no event is told twice.

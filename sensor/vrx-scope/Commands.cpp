@@ -11,6 +11,7 @@
 #include "Json.h"
 #include "ProcessTable.h"
 #include "RecordText.h"
+#include "ShownText.h"
 #include "Targets.h"
 #include "Terminal.h"
 #include "TimeText.h"
@@ -81,7 +82,7 @@ std::string textOf(const ZTSAgentStatus& acrStatus, const ZTSScopeOptions& acrOp
     if (acrStatus.mIsRunning) {
         lText += fmt::format("agent      running, {}\nsince      {}\nlog        {}\nheartbeat  {}\n",
                              describeProcess(acrStatus.mProcess), agoText(acrStatus.mSince, lInUtc),
-                             acrStatus.mLog.empty() ? "unknown" : acrStatus.mLog,
+                             acrStatus.mLog.empty() ? "unknown" : toShownText(acrStatus.mLog),
                              agoText(acrStatus.mHeartbeat, lInUtc));
     } else {
         lText += "agent      not running\n";
@@ -133,7 +134,7 @@ class Counter : public ZTCShow {
     }
     void tell(const std::string& acrText, bool aIsThere) override {
         if (!aIsThere || mIsGone) {
-            std::cerr << "vrx-scope: " << acrText << std::endl;
+            complain(acrText);
         }
         mIsGone = !aIsThere;
     }
@@ -205,8 +206,7 @@ bool replayOne(ZTCShow& arShow, const ZTSFetched& acrFetched, ZTCWaiting& arWait
 
 // One line on standard error. Returns the status.
 int refuse(const std::string& acrText, int aStatus) {
-    std::cerr << "vrx-scope: " << acrText << (aStatus == ZTScopeWrongUsage ? " (vrx-scope --help-all)" : "")
-              << "\n";
+    complain(acrText + (aStatus == ZTScopeWrongUsage ? " (vrx-scope --help-all)" : ""));
     return aStatus;
 }
 
@@ -280,14 +280,22 @@ int runWatch(const ZTSScopeOptions& acrOptions) {
         lSaved = std::make_unique<ZTCAnswerFile>(acrOptions.mFile);
     }
     const std::unique_ptr<ZTCShow> lShow = makeShow(acrOptions, isTerminal());
+    std::uint64_t lUnsaved = 0;
     try {
-        ZTCCollector(clientOptions(acrOptions), collectionOf(acrOptions), *lShow, lSaved.get()).run();
+        ZTSCollection lCollection = collectionOf(acrOptions);
+        lCollection.mGoesOnUnsaved = true;
+        ZTCCollector lCollector(clientOptions(acrOptions), lCollection, *lShow, lSaved.get());
+        lCollector.run();
+        lUnsaved = lCollector.getUnsaved();
     } catch (const std::runtime_error&) {
         lShow->finish();
         throw;
     }
     lShow->finish();
-    return 0;
+    return lUnsaved == 0
+               ? 0
+               : refuse(fmt::format("{} not saved in {}", countText(lUnsaved, "answer"), acrOptions.mFile),
+                        ZTScopeFailed);
 }
 
 int runRecord(const ZTSScopeOptions& acrOptions) {
@@ -341,7 +349,7 @@ int runReplay(const ZTSScopeOptions& acrOptions) {
 
 // The agent no longer has what could not be saved: it is shown instead.
 int rescue(const ZTCUnsavedAnswer& acrError, const ZTSScopeOptions& acrOptions) {
-    refuse(acrError.what(), ZTScopeFailed);
+    refuse(std::string(acrError.what()) + "; what was fetched:", ZTScopeFailed);
     try {
         put(toText("rescue", readFetched(acrError.getMessage(), {}), acrOptions.getForm(),
                    acrOptions.mInUtc));

@@ -59,9 +59,9 @@ std::string digitsOf(const ZTSensorBytes& acrBytes) {
     return lText;
 }
 
-// Over several lines, or on one.
+// Over several lines, or on one. In ASCII, so that a terminal acts on nothing in it.
 std::string dump(const ZTJson& acrJson, int aIndent = -1) {
-    return acrJson.dump(aIndent, ' ', false, ZTJson::error_handler_t::replace) + "\n";
+    return acrJson.dump(aIndent, ' ', true, ZTJson::error_handler_t::replace) + "\n";
 }
 
 ZTJson makeDocument(const std::string& acrCommand) {

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <iostream>
-
 #include "Json.h"
 #include "RecordText.h"
 #include "Table.h"
@@ -63,5 +61,5 @@ void ZTCLines::add(const ZTSFetched& acrFetched) {
 }
 
 void ZTCLines::tell(const std::string& acrText, bool /*aIsThere*/) {
-    std::cerr << "vrx-scope: " << acrText << std::endl;
+    complain(acrText);
 }

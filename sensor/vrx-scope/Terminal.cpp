@@ -10,9 +10,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <sstream>
+#include <string_view>
 
 #include "Failure.h"
+#include "ShownText.h"
 
 namespace {
 
@@ -45,6 +48,44 @@ std::string cut(const std::string& acrLine, std::size_t aColumns) {
     return lCut;
 }
 
+// The text with nothing in it that a terminal acts on but line ends, and what bold() makes.
+std::string shown(std::string_view aText) {
+    std::string lShown;
+    while (!aText.empty()) {
+        std::size_t lEnd = aText.size();
+        std::string_view lOurs;
+        for (const std::string_view lSequence : {std::string_view(sBold), std::string_view(sPlain)}) {
+            if (const std::size_t lAt = isColoured() ? aText.find(lSequence) : aText.npos; lAt < lEnd) {
+                lEnd = lAt;
+                lOurs = lSequence;
+            }
+        }
+        lShown += toShownText(aText.substr(0, lEnd), true);
+        lShown += lOurs;
+        aText.remove_prefix(lEnd + lOurs.size());
+    }
+    return lShown;
+}
+
+void putAsItIs(const std::string& acrText) {
+    for (std::size_t lAt = 0; lAt < acrText.size();) {
+        pollfd lPoll{STDOUT_FILENO, POLLOUT, 0};
+        if (poll(&lPoll, 1, sLookEvery) == 0) {
+            if (isAskedToEnd()) {
+                throw ZTCScopeFailure("interrupted: nobody reads the output, and the rest of it is lost");
+            }
+            continue;
+        }
+        // So much fits into a pipe that takes anything, without waiting.
+        const ssize_t lWritten =
+            write(STDOUT_FILENO, acrText.data() + lAt, std::min<std::size_t>(acrText.size() - lAt, PIPE_BUF));
+        if (lWritten < 0 && errno != EINTR && errno != EAGAIN) {
+            throw ZTCScopeFailure(std::string("cannot write the output: ") + strerror(errno));
+        }
+        lAt += lWritten < 0 ? 0 : static_cast<std::size_t>(lWritten);
+    }
+}
+
 }  // namespace
 
 bool isTerminal() {
@@ -66,22 +107,11 @@ ZTSTerminalSize getTerminalSize() {
 }
 
 void put(const std::string& acrText) {
-    for (std::size_t lAt = 0; lAt < acrText.size();) {
-        pollfd lPoll{STDOUT_FILENO, POLLOUT, 0};
-        if (poll(&lPoll, 1, sLookEvery) == 0) {
-            if (isAskedToEnd()) {
-                throw ZTCScopeFailure("interrupted: nobody reads the output, and the rest of it is lost");
-            }
-            continue;
-        }
-        // So much fits into a pipe that takes anything, without waiting.
-        const ssize_t lWritten =
-            write(STDOUT_FILENO, acrText.data() + lAt, std::min<std::size_t>(acrText.size() - lAt, PIPE_BUF));
-        if (lWritten < 0 && errno != EINTR && errno != EAGAIN) {
-            throw ZTCScopeFailure(std::string("cannot write the output: ") + strerror(errno));
-        }
-        lAt += lWritten < 0 ? 0 : static_cast<std::size_t>(lWritten);
-    }
+    putAsItIs(shown(acrText));
+}
+
+void complain(const std::string& acrText) {
+    std::cerr << "vrx-scope: " << toShownText(acrText, true) << std::endl;
 }
 
 std::string bold(const std::string& acrText) {
@@ -89,12 +119,12 @@ std::string bold(const std::string& acrText) {
 }
 
 ZTCScreen::ZTCScreen() {
-    put("\x1b[?1049h\x1b[?25l");
+    putAsItIs("\x1b[?1049h\x1b[?25l");
 }
 
 ZTCScreen::~ZTCScreen() {
     try {
-        put("\x1b[?25h\x1b[?1049l");
+        putAsItIs("\x1b[?25h\x1b[?1049l");
     } catch (const ZTCScopeFailure&) {
         return;  // the terminal has gone
     }
@@ -102,11 +132,11 @@ ZTCScreen::~ZTCScreen() {
 
 void ZTCScreen::show(const std::string& acrLines) {
     const ZTSTerminalSize lSize = getTerminalSize();
-    std::istringstream lLines(acrLines);
+    std::istringstream lLines(shown(acrLines));
     std::string lFrame = "\x1b[H";
     unsigned int lRow = 0;
     for (std::string lLine; lRow < lSize.mRows && std::getline(lLines, lLine); ++lRow) {
         lFrame += (lRow == 0 ? "" : "\r\n") + cut(lLine, lSize.mColumns) + "\x1b[K";
     }
-    put(lFrame + "\x1b[J");
+    putAsItIs(lFrame + "\x1b[J");
 }

@@ -15,9 +15,14 @@ struct ZTSTerminalSize {
 /// Its size now.
 ZTSTerminalSize getTerminalSize();
 
-/// Writes to standard output, at once and wholly. Waits for who reads it, but not when a signal that is
-/// blocked asks the program to end. Throws ZTCScopeFailure.
+/// Writes to standard output, at once and wholly. Nothing that a terminal would act on gets through but line
+/// ends and bold(); in a line, text from elsewhere goes through toShownText before, so that it stays in it.
+/// Waits for who reads it, but not when a signal that is blocked asks the program to end. Throws
+/// ZTCScopeFailure.
 void put(const std::string& acrText);
+
+/// The same to standard error, as a line of the program.
+void complain(const std::string& acrText);
 
 /// The text in bold, where there is colour.
 std::string bold(const std::string& acrText);

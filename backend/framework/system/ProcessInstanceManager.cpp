@@ -4,11 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <cstdio>
+#include <string_view>
 
 #include "Descriptor.h"
 #include "Exception.h"
@@ -101,7 +102,7 @@ void sStop(pid_t aHolder, int aDescriptor) {
     }
 }
 
-// The number that a pid file holds; 0 when it holds none. Blanks may follow it, and further lines. Throws
+// The number that a pid file holds; 0 when it holds none. Blanks may follow it on its line. Throws
 // ZTCClibGetProcStatusFailedEx.
 pid_t readNumber(const char* apPath) {
     char lText[32];
@@ -117,8 +118,9 @@ pid_t readNumber(const char* apPath) {
     pid_t lProcess = 0;
     const char* const lpEnd = lText + lLength;
     const auto lParsed = std::from_chars(lText, lpEnd, lProcess);
-    const bool lIsWhole = lParsed.ec == std::errc() &&
-                          (lParsed.ptr == lpEnd || isspace(static_cast<unsigned char>(*lParsed.ptr)) != 0);
+    const std::string_view lRest(lParsed.ptr, static_cast<std::size_t>(lpEnd - lParsed.ptr));
+    const std::size_t lBlanks = std::min(lRest.find_first_not_of(" \t\r"), lRest.size());
+    const bool lIsWhole = lParsed.ec == std::errc() && (lBlanks == lRest.size() || lRest[lBlanks] == '\n');
     return lIsWhole && lProcess > 0 ? lProcess : 0;
 }
 

@@ -15,7 +15,8 @@ struct ZTSOpenFile {
     struct stat mStatus {};  ///< of the file
     bool mIsWritten = false;
     bool mIsAppended = false;
-    bool mIsLocked = false;  ///< a lock was taken through this descriptor
+    std::string
+        mLock{};  ///< the kind of write lock that was taken through it ("OFDLCK", "FLOCK"), if one was
 };
 /// The first descriptor of the process for which the condition holds, of those whose path holds the part: no
 /// other file is touched, because one on a server that does not answer would not let go.
@@ -27,7 +28,7 @@ std::optional<ZTSOpenFile> findOpenFile(pid_t aProcess, const std::string& acrPa
 pid_t findProcessWith(const struct stat& acrFile, const std::string& acrPath,
                       const std::function<bool(const ZTSOpenFile&)>& acrCondition);
 
-/// "process 1234 (vrx-scope)", with what cannot be printed as "?", or "another process" for 0.
+/// "process 1234 (vrx-scope)", with a name that may be shown, or "another process" for 0.
 std::string describeProcess(pid_t aProcess);
 
 /// When it began. Nothing if there is no such process.

@@ -34,6 +34,6 @@ class ZTCSensorDescriptor {
 [[noreturn]] void throwSensorErrno(const std::string& acrPath, int aErrno);
 
 /// Opens a file without following a link in its place (a directory's may be one) and without waiting for
-/// anything, and looks at what it got: it must be of the type (S_IFIFO, S_IFREG, S_IFDIR), the caller's or
+/// anything. It is looked at before: it must be of the type (S_IFIFO, S_IFREG, S_IFDIR), the caller's or
 /// root's, with one name, and a pipe must not be open to others. Throws as throwSensorErrno does.
 ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType);

@@ -294,6 +294,7 @@ TEST_F(ProcessInstanceManagerTest, TellsWhetherTheProcessOfAPidFileLives) {
         {"-1\n", false},
         {"-" + lLiveText + "\n", false},
         {lLiveText + "garbage\n", false},
+        {lLiveText + " 2\n", false},
         {"garbage\n", false},
         {"99999999999999999999\n", false},
     };

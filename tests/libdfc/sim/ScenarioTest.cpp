@@ -53,7 +53,7 @@ TEST(Scenario, AMistakeIsOneLineThatSaysWhatIsValid) {
     const std::pair<const char*, std::vector<std::string>> lRows[] = {
         {"unknown verb 'plogin', expected one of plogi, adisc", {"plogin"}},
         {"fault, report", {"KIND"}},
-        {"'a\?\?\?', expected", {std::string("a\x01\xff\0", 4)}},
+        {"'a\\x01\\xff\\x00', expected", {std::string("a\x01\xff\0", 4)}},
         {"xxx...', expected", {std::string(5000, 'x')}},
         {"unknown key 'form', expected one of board, times, every, from, to", {"plogi form=1"}},
         {"unknown key 'board', expected none", {"report board=1"}},

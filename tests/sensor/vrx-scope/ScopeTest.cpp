@@ -1,11 +1,16 @@
 // vrx-scope as people use it: what it prints, how it fails, how it watches.
 #include <gtest/gtest.h>
 #include <pty.h>
+#include <sys/eventfd.h>
+#include <sys/file.h>
+#include <sys/resource.h>
 
 #include <nlohmann/json.hpp>
 
 #include "AnswerBytes.h"
+#include "FileLock.h"
 #include "ScopeProgram.h"
+#include "ShownText.h"
 
 namespace {
 
@@ -136,6 +141,112 @@ TEST(Scope, ShowsWhatCannotBeSaved) {
     EXPECT_EQ(lStatus["log"], lStand.mDirectory / ZTTestLog);
     askScope(lStand.mrDirectory, {"shutdown"});
     EXPECT_EQ(runScope(lStand.mrDirectory, {"status"}).mStatus, 1);
+}
+
+// On a disk that is full for a while.
+TEST(Scope, WatchesOnWhenItCannotSave) {
+    Stand lStand;
+    const std::string lFile = lStand.mDirectory / "answers";
+    // Larger than the output will be, which has the same limit.
+    writeFile(lFile, answerOf({recordOf(1, "\x01\x01", std::string(65536, 'x'))}));
+    const auto lBefore = std::filesystem::file_size(lFile);
+    ZTCScopeRun lWatch(lStand.mrDirectory, {"watch", "--every", "0.05", "--ndjson", "--save", lFile});
+    const auto lSee = [&](const char* apKind, unsigned int aCount, const char* apSaid) {
+        lStand.mSim.play(apKind);
+        EXPECT_TRUE(waitUntil([&] {
+            return countIn(lWatch.getOut(), "\"kind\"") == aCount && contains(lWatch.getErr(), apSaid);
+        })) << lWatch.getErr();
+    };
+    const auto lSetLimit = [&](rlim_t aBytes) {
+        const rlimit lLimit{aBytes, RLIM_INFINITY};
+        EXPECT_EQ(prlimit(lWatch.getProcess(), RLIMIT_FSIZE, &lLimit, nullptr), 0);
+    };
+    lSee("bus-reset", 1, "a fetch every");
+    EXPECT_TRUE(waitUntil([&] { return std::filesystem::file_size(lFile) > lBefore; }));
+    lSetLimit(lBefore);
+    lSee("lun-reset", 2, "no longer saved: cannot write ");
+    lSee("target-reset", 3, "");
+    lSetLimit(RLIM_INFINITY);
+    lSee("fabric-busy", 4, "answers are saved again, ");
+    lWatch.interrupt();
+    EXPECT_EQ(lWatch.waitForEnd(), 1);
+    EXPECT_EQ(countIn(lWatch.getErr(), "\n"), 4U) << lWatch.getErr();
+    EXPECT_TRUE(contains(lWatch.getErr(), " not saved in " + lFile)) << lWatch.getErr();
+    const std::string lSaved = askScope(lStand.mrDirectory, {"decode", "--ndjson", lFile});
+    EXPECT_TRUE(contains(lSaved, "bus_reset") && contains(lSaved, "fabric_busy")) << lSaved;
+    EXPECT_FALSE(contains(lSaved, "lun_reset") || contains(lSaved, "target_reset")) << lSaved;
+}
+
+// A process that holds the lock of a pid file, under a name and with a log that somebody chose with care.
+TEST(Scope, ShowsNothingThatATerminalActsOn) {
+    const ZTCTestDirectory lDirectory;
+    const std::string lBad = "\x1b[2J\x1b[1m\n\x7f\x9b\xc2\x9b\xc3\xa9";
+    const std::string lShown = "\\x1b[2J\\x1b[1m\\x0a\\x7f\\x9b\\xc2\\x9b\xc3\xa9";
+    writeFile(lDirectory / ZTTestPidFile, "1\n");
+    const ZTCDescriptor lIsReady(eventfd(0, EFD_CLOEXEC));
+    const ZTCTestChild lHolder([&] {
+        prctl(PR_SET_NAME, lBad.c_str());
+        open((lDirectory / ("log" + lBad)).c_str(), O_WRONLY | O_APPEND | O_CREAT, 0600);
+        ASSERT_TRUE(OsLockFile(open((lDirectory / ZTTestPidFile).c_str(), O_RDWR)));
+        eventfd_write(lIsReady.get(), 1);
+        pause();
+    });
+    eventfd_t lCount = 0;
+    eventfd_read(lIsReady.get(), &lCount);
+    const std::string lTable = askScope(lDirectory.getPath(), {"status"});
+    EXPECT_TRUE(contains(lTable, "/log" + lShown + "\n") &&
+                contains(lTable, "(" + lShown.substr(0, 37) + ")\nsince      20"))
+        << lTable;
+    const std::string lJson = askScope(lDirectory.getPath(), {"status", "--json"});
+    EXPECT_TRUE(std::all_of(lJson.begin(), lJson.end(), [](char aSign) {
+        return aSign == '\n' || (aSign >= ' ' && aSign <= '~');
+    })) << lJson;
+    // What a line of a file holds is not shown as it is either.
+    writeFile(lDirectory / "targets", lBad.substr(0, 8) + " 1 2\n");
+    EXPECT_TRUE(contains(runScope(lDirectory.getPath(), {"targets", "load", lDirectory / "targets"}).mErr,
+                         "'\\x1b[2J\\x1b[1m'"));
+    writeFile(lDirectory / "scenario", lBad + "\n");
+    const ZTSTestEnd lCheck = runChild(ZTCTestChild::Arguments{ZT_VRX_SIM, "check", lDirectory / "scenario"},
+                                       ZTCTestChild::Arguments{});
+    EXPECT_TRUE(contains(lCheck.mErr, "\\x1b[2J") && !contains(lCheck.mErr, "\x1b")) << lCheck.mErr;
+}
+
+TEST(Scope, TakesNothingElseForAnAgentOrASensor) {
+    const ZTCTestDirectory lDirectory;
+    writeFile(lDirectory / ZTTestPidFile, "1\n");
+    std::filesystem::create_symlink(lDirectory / ZTTestPidFile, lDirectory / ZTTestSensorFile);
+    const auto lStatus = [&] { return runScope(lDirectory.getPath(), {"status"}).mOut; };
+    struct flock lLock {};
+    for (const auto& [lCommand, lType] :
+         {std::pair{0, short{0}}, {F_SETLK, short{F_WRLCK}}, {F_OFD_SETLK, short{F_RDLCK}}}) {
+        const ZTCDescriptor lFile(open((lDirectory / ZTTestPidFile).c_str(), O_RDWR | O_CLOEXEC));
+        lLock.l_type = lType;
+        EXPECT_EQ(lCommand == 0 ? flock(lFile.get(), LOCK_EX) : fcntl(lFile.get(), lCommand, &lLock), 0);
+        EXPECT_TRUE(contains(lStatus(), "agent      not running\nsensor     none\n")) << lStatus();
+    }
+    // Blanks behind the number are none of it.
+    std::filesystem::remove(lDirectory / ZTTestSensorFile);
+    writeFile(lDirectory / ZTTestSensorFile, std::to_string(getpid()) + " \r\n");
+    EXPECT_TRUE(contains(lStatus(), "sensor     process " + std::to_string(getpid()) + ", ")) << lStatus();
+}
+
+TEST(Scope, KnowsWhatIsPrintable) {
+    using namespace std::string_literals;
+    const std::pair<std::string, std::string> lRows[] = {
+        {"plain \xc2\xa0\xe2\x82\xac\xf0\x9f\x98\x80", "plain \xc2\xa0\xe2\x82\xac\xf0\x9f\x98\x80"},
+        {"\0\t\r"s, "\\x00\\x09\\x0d"},
+        {"\xc0\x80", "\\xc0\\x80"},  // longer than it need be
+        {"\xe0\x9f\xbf", "\\xe0\\x9f\\xbf"},
+        {"\xed\xa0\x80", "\\xed\\xa0\\x80"},  // half of a pair
+        {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
+        {"\xe2\x82", "\\xe2\\x82"},  // cut short
+        {"\xe2\x82g", "\\xe2\\x82g"},
+        {"\x80\xff", "\\x80\\xff"},
+    };
+    for (const auto& [lrText, lrShown] : lRows) {
+        EXPECT_EQ(toShownText(lrText), lrShown);
+    }
+    EXPECT_EQ(toShownText("a\nb", true), "a\nb");
 }
 
 // Interrupted again and again while events come without pause, it has printed all that it has fetched.
