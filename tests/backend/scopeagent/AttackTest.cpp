@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <optional>
 #include <random>
 
 #include "SimClient.h"
@@ -120,7 +121,7 @@ TEST(Attack, AStrangerWhoSwapsThingsInAStickyDirectoryGetsNothing) {
     auto* const lpSwaps = static_cast<std::atomic<unsigned long>*>(
         mmap(nullptr, sizeof(std::atomic<unsigned long>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
              -1, 0));
-    const ZTCTestChild lStranger([&] {
+    std::optional<ZTCTestChild> lStranger(std::in_place, [&] {
         EXPECT_EQ(setgid(65534), 0);
         EXPECT_EQ(setuid(65534), 0);
         swapThings(lDirectory, lVictim, *lpSwaps);
@@ -146,6 +147,7 @@ TEST(Attack, AStrangerWhoSwapsThingsInAStickyDirectoryGetsNothing) {
         ASSERT_EQ(lAgent.waitForEnd(20), 0) << lAgent.getErr();
         lServed += lAgent.getErr().empty() ? 1 : 0;
     }
+    lStranger.reset();
     struct stat lStatus {};
     EXPECT_EQ(stat(lVictim.c_str(), &lStatus), 0);
     EXPECT_EQ(lStatus.st_mode & 07777, 0644U);

@@ -13,8 +13,8 @@ class ZTCProcess {
     /// False once it has ended, also when nobody has collected its status yet.
     bool isAlive() const { return !waitForEnd(0); }
 
-    /// Whether it ended within so many seconds.
-    bool waitForEnd(unsigned int aSeconds) const;
+    /// Whether it ended within so many milliseconds.
+    bool waitForEnd(unsigned int aMilliseconds) const;
 
     /// Throws ZTCOsException.
     void sendSignal(int aSignal) const;
@@ -22,3 +22,7 @@ class ZTCProcess {
   private:
     ZTCDescriptor mDescriptor;
 };
+
+/// Whether nothing of the process will ever run again, though it may still be there: its status has not been
+/// collected, or the kernel waits in it for a disk that stands still.
+bool OsIsZombie(pid_t aProcess);
