@@ -45,8 +45,8 @@ std::string garbageOf(std::minstd_rand& arRandom) {
 // Fills the directory's names again and again with what another user may put there. Never returns.
 void swapThings(const ZTCTestDirectory& acrDirectory, const std::string& acrVictim,
                 std::atomic<unsigned long>& arSwaps) {
-    const char* const lpNames[] = {ZTTestPidFile,    ZTTestSensorFile, ZTTestCommandPipe,
-                                   ZTTestOutputPipe, ZTTestLog,        "vrx-sca.stats"};
+    const char* const lpNames[] = {ZTTestPidFile, ZTTestSensorFile, ZTTestCommandPipe, ZTTestOutputPipe,
+                                   ZTTestLog,     "vrx-sca.stats",  "vrx-sca.pid.new"};
     const std::string lMine = acrDirectory / "mine";
     for (std::size_t lAt = 0;; ++lAt) {
         switch (lAt / std::size(lpNames) % 4) {
