@@ -81,7 +81,7 @@ class Run {
         if (lStatus == 1 && contains(lSaid, " -H- ")) {
             return Outcome::Asserted;
         }
-        if (lStatus != 0 || lSaid.empty()) {
+        if (lStatus != 0 || (lSaid.empty() && !lIsServed)) {
             return Outcome::Fault;
         }
         return lIsServed ? Outcome::Served : Outcome::Ended;
