@@ -94,12 +94,12 @@ ZTCSimControl::~ZTCSimControl() {
 }
 
 void ZTCSimControl::run(const std::stop_token& acrStop) {
-    static char lDatagram[sMaxDatagram];  // of the one control that there is
+    static char sDatagram[sMaxDatagram];  // of the one control that there is
     for (;;) {
         sockaddr_un lSender{};
         socklen_t lLength = sizeof lSender;
         auto* const lpSender = reinterpret_cast<sockaddr*>(&lSender);
-        const ssize_t lRead = recvfrom(mSocket, lDatagram, sizeof lDatagram, 0, lpSender, &lLength);
+        const ssize_t lRead = recvfrom(mSocket, sDatagram, sizeof sDatagram, 0, lpSender, &lLength);
         if (lRead <= 0 && acrStop.stop_requested()) {
             return;  // all that came before has been answered
         }
@@ -107,7 +107,7 @@ void ZTCSimControl::run(const std::stop_token& acrStop) {
             continue;
         }
         try {
-            const std::string lAnswer = mAnswer({lDatagram, static_cast<size_t>(lRead)});
+            const std::string lAnswer = mAnswer({sDatagram, static_cast<size_t>(lRead)});
             if (lLength > offsetof(sockaddr_un, sun_path)) {
                 sendto(mSocket, lAnswer.data(), lAnswer.size(), MSG_DONTWAIT | MSG_NOSIGNAL, lpSender,
                        lLength);

@@ -83,7 +83,7 @@ class ZTCTestSystem : public ZTCSystem {
 
     ZTSForeignCall getLongestCall() const override {
         static_cast<void>(mMark.load());
-        return hasFile("/inside") ? ZTSForeignCall{"function", 1} : ZTSForeignCall{};
+        return hasFile("/inside") ? ZTSForeignCall{"function", {}} : ZTSForeignCall{};
     }
 
   private:

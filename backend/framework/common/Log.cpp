@@ -203,6 +203,7 @@ bool openLog() {
     ztlog::gCode.store(ztlog::gMask.load());
     sWriter.start();
     if (!sWriter.ask(ZTCLogWriter::ZTLW_Open, sOpenWait)) {
+        sWriter.openWhenItCan();
         return false;
     }
     if (const int lErrno = sWriter.getOpenErrno(); lErrno != 0) {
@@ -225,5 +226,5 @@ void setLogEcho(bool aOn) {
 }
 
 bool flushLog() {
-    return sWriter.ask(ZTCLogWriter::ZTLW_Write, sFlushWait) && sWriter.getOpenErrno() == 0;
+    return sWriter.ask(ZTCLogWriter::ZTLW_Write, sFlushWait) && sWriter.hasFile();
 }

@@ -1,6 +1,5 @@
 #include "LogDrain.h"
 
-#include <poll.h>
 #include <sched.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 #include <new>
 
 #include "Log.h"
+#include "StandardError.h"
 #include "Statistics.h"
 
 namespace {
@@ -29,23 +29,6 @@ std::uint64_t sSettledHead(const ZTCLogRing& acrRing) {
         }
     }
     return acrRing.head();
-}
-
-// Shows it on standard error as far as that takes it within the time. In pieces that fit into a pipe that has
-// room at all: a larger one would wait for its reader.
-void sShow(const char* apBytes, std::size_t aSize, int aMilliseconds) {
-    for (std::size_t lAt = 0; lAt < aSize;) {
-        pollfd lPoll{STDERR_FILENO, POLLOUT, 0};
-        if (poll(&lPoll, 1, aMilliseconds) <= 0 || (lPoll.revents & POLLOUT) == 0) {
-            return;
-        }
-        const ssize_t lWritten =
-            write(STDERR_FILENO, apBytes + lAt, std::min<std::size_t>(aSize - lAt, PIPE_BUF));
-        if (lWritten <= 0) {
-            return;
-        }
-        lAt += static_cast<std::size_t>(lWritten);
-    }
 }
 
 bool sIsUnmasked(unsigned int aLevel) {
@@ -106,9 +89,9 @@ void ZTCLogDrain::rotate() {
 }
 
 void ZTCLogDrain::putToFile(const char* apLines, std::size_t aSize) {
-    const std::uint64_t lLost = mFile.lost();
-    mFile.put(apLines, aSize);
-    ZTAddToStatistic(ZTS_LogLostError, mFile.lost() - lLost);
+    const std::uint64_t lLost = mFile.put(apLines, aSize);
+    mUnwritten += lLost;
+    ZTAddToStatistic(ZTS_LogLostError, lLost);
 }
 
 // ---- The rings ----
@@ -216,7 +199,7 @@ void ZTCLogDrain::addLine(const ZTCLogRecord& acrRecord) {
     mUsed += lLength;
     ZTAddToStatistic(ZTS_LogRecords);
     if ((acrRecord.mSite.mLevel & sEchoed) != 0 && mFile.isOpen() && mEcho.load(std::memory_order_relaxed)) {
-        sShow(lpLine, lLength, 0);
+        showOnStandardError(lpLine, lLength, 0);
     }
 }
 
@@ -226,7 +209,7 @@ void ZTCLogDrain::put() {
         rotate();
         putToFile(mLines, mUsed);
     } else if (mUsed != 0) {
-        sShow(mLines, mUsed, sSpillWait);
+        showOnStandardError(mLines, mUsed, sSpillWait);
     }
     mUsed = 0;
     for (std::size_t lAt = 0; lAt < mSourceCount; ++lAt) {
@@ -236,11 +219,12 @@ void ZTCLogDrain::put() {
 
 // ---- The drain's own records: it cannot wait for itself ----
 
+// False: it could not be written. It is none of the lost records then: these are told later.
 template <class... Arguments>
-void ZTCLogDrain::putOwn(const ztlog::Site& acrSite, const Arguments&... acrArguments) {
+bool ZTCLogDrain::putOwn(const ztlog::Site& acrSite, const Arguments&... acrArguments) {
     constexpr std::size_t lRoom = sizeof(ZTCLogRecord) + sizeof...(Arguments) * (ztlog::MaxArgumentText + 16);
     if (!sIsUnmasked(acrSite.mLevel)) {
-        return;
+        return true;
     }
     alignas(ZTCLogRecord) unsigned char lBytes[lRoom];
     auto& lrRecord = *new (lBytes) ZTCLogRecord;
@@ -249,38 +233,27 @@ void ZTCLogDrain::putOwn(const ztlog::Site& acrSite, const Arguments&... acrArgu
     lrRecord.mStamp = ztlog::now();
     lrRecord.fill(acrSite, acrArguments...);
     char lLine[ZTCLogLine::MaxLine];
-    putToFile(lLine, static_cast<std::size_t>(mLine.format(lrRecord, lLine) - lLine));
+    return mFile.put(lLine, static_cast<std::size_t>(mLine.format(lrRecord, lLine) - lLine)) == 0;
 }
 
-void ZTCLogDrain::putLost(std::uint64_t aCount, const char* apReason) {
-    putOwn(
+bool ZTCLogDrain::putLost(std::uint64_t aCount, const char* apReason) {
+    return putOwn(
         {ZTLL_Warning.mpTag, __func__, sFile, "%lu log records were lost: %s", ZTLL_Warning.mBit, __LINE__},
         ztlog::argument(aCount), ztlog::argument(apReason));
 }
 
 // Tells how many records could not be written, once the file takes lines again.
 void ZTCLogDrain::tellUnwritten() {
-    const std::uint64_t lLost = mFile.lost();
-    if (!mFile.completeLine() || lLost == 0) {
-        return;
+    if (mFile.completeLine() && mUnwritten != 0 && putLost(mUnwritten, strerrordesc_np(mFile.lastError()))) {
+        mUnwritten = 0;
     }
-    putLost(lLost, strerrordesc_np(mFile.lastError()));
-    // What could not tell it is none of the lost records: these are told when the file takes lines.
-    mFile.setLost(mFile.lost() == lLost ? 0 : lLost);
 }
 
 // Tells how many records found no room in their ring.
 void ZTCLogDrain::tellDropped() {
     const std::uint64_t lDropped = ZTGetStatistic(ZTS_LogLostFull);
-    if (lDropped <= mToldDropped) {
-        return;
-    }
-    const std::uint64_t lLost = mFile.lost();
-    putLost(lDropped - mToldDropped, "the file did not take them in time");
-    if (mFile.lost() == lLost) {
+    if (lDropped > mToldDropped && putLost(lDropped - mToldDropped, "the file did not take them in time")) {
         mToldDropped = lDropped;
         mToldAt = ztlog::now();
-    } else {
-        mFile.setLost(lLost);
     }
 }

@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -80,7 +81,8 @@ int ZTCLogFile::open(const char* apPath) {
     const bool lHasLast = fstat(lFile, &lStatus) == 0 && S_ISREG(lStatus.st_mode) && lStatus.st_size > 0 &&
                           pread(lFile, &lLast, sizeof lLast, lStatus.st_size - 1) == sizeof lLast;
     use(lFile, lHasLast && lLast != '\n');
-    mSize = S_ISREG(lStatus.st_mode) ? static_cast<std::uint64_t>(lStatus.st_size) : 0;
+    mIsRegular = S_ISREG(lStatus.st_mode);
+    mSize = static_cast<std::uint64_t>(lStatus.st_size);
     return 0;
 }
 
@@ -98,6 +100,11 @@ int ZTCLogFile::rotate(const char* apPath) {
         if (rename(apPath, lBefore) != 0) {
             return errno;
         }
+        const int lErrno = open(apPath);
+        if (lErrno != 0) {
+            rename(lBefore, apPath);
+        }
+        return lErrno;
     }
     return open(apPath);
 }
@@ -116,24 +123,18 @@ void ZTCLogFile::use(int aFile, bool aIsTorn) {
     mTorn = aIsTorn ? 1 : 0;
 }
 
-void ZTCLogFile::put(const char* apLines, std::size_t aSize) {
-    if (!completeLine()) {
-        lose(apLines, aSize);
-        return;
-    }
-    const std::size_t lWritten = writeSome(apLines, aSize);
-    if (lWritten == aSize) {
-        return;
-    }
+std::uint64_t ZTCLogFile::put(const char* apLines, std::size_t aSize) {
+    const std::size_t lWritten = completeLine() ? writeSome(apLines, aSize) : 0;
     const char* lpRest = apLines + lWritten;
     const char* const lpEnd = apLines + aSize;
-    if (lWritten != 0 && lpRest[-1] != '\n') {
+    if (lWritten != aSize && lWritten != 0 && lpRest[-1] != '\n') {
         const char* const lpLineEnd = std::find(lpRest, lpEnd, '\n') + 1;
         mTorn = static_cast<std::size_t>(lpLineEnd - lpRest);
         memcpy(mTornText, lpRest, mTorn);
         lpRest = lpLineEnd;
     }
-    lose(lpRest, static_cast<std::size_t>(lpEnd - lpRest));
+    mLost += static_cast<std::uint64_t>(std::count(lpRest, lpEnd, '\n'));
+    return std::exchange(mLost, 0);
 }
 
 bool ZTCLogFile::completeLine() {
@@ -158,8 +159,4 @@ std::size_t ZTCLogFile::writeSome(const char* apBytes, std::size_t aSize) {
         mSize += static_cast<std::uint64_t>(lWritten);
     }
     return lDone;
-}
-
-void ZTCLogFile::lose(const char* apLines, std::size_t aSize) {
-    mLost += static_cast<std::uint64_t>(std::count(apLines, apLines + aSize, '\n'));
 }

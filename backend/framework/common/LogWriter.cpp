@@ -2,17 +2,18 @@
 
 #include <linux/futex.h>
 #include <linux/membarrier.h>
-#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 
+#include "DetachedThread.h"
 #include "Exception.h"
+#include "StandardError.h"
 
 namespace {
 
@@ -57,19 +58,10 @@ void ZTCLogWriter::start() {
     }
     sem_init(&mWake, 0, 0);
     syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0);
-    sigset_t lAll;
-    sigset_t lBefore;
-    sigfillset(&lAll);
-    pthread_sigmask(SIG_SETMASK, &lAll, &lBefore);
-    pthread_t lThread;
-    const int lErrno = pthread_create(&lThread, nullptr, threadMain, this);
-    pthread_sigmask(SIG_SETMASK, &lBefore, nullptr);
-    if (lErrno != 0) {
+    if (const int lErrno = startDetachedThread("log-writer", threadMain, this); lErrno != 0) {
         mIsRunning.store(false);
         throwErrno<ZTCOsException>("pthread_create", "log writer", lErrno);
     }
-    pthread_setname_np(lThread, "log-writer");
-    pthread_detach(lThread);
 }
 
 bool ZTCLogWriter::ask(Wish aWish, std::chrono::milliseconds aWait) {
@@ -104,6 +96,7 @@ void ZTCLogWriter::afterForkInChild() {
     mRest.store(Awake);
     mWishes.store(0);
     mDone.store(mAsked.load());
+    mHasFile.store(false);
     mDrain.forget();
     mPathLock.unlock();
 }
@@ -125,13 +118,8 @@ void ZTCLogWriter::run() {
 std::uint64_t ZTCLogWriter::work() {
     const unsigned int lAsked = mAsked.load();
     const unsigned int lWishes = mWishes.exchange(0);
-    if ((lWishes & ZTLW_Open) != 0) {
-        char lPath[PATH_MAX];
-        {
-            const ZTCLogGuard lGuard(mPathLock);
-            strcpy(lPath, mPath);
-        }
-        mOpenErrno.store(mDrain.open(lPath));
+    if ((lWishes & ZTLW_Open) != 0 || (!mDrain.isOpen() && mOpensAlone.load())) {
+        open();
     }
     std::uint64_t lTaken = 0;
     const bool lStops = (lWishes & ZTLW_Stop) != 0;
@@ -149,6 +137,25 @@ std::uint64_t ZTCLogWriter::work() {
     mDone.store(lAsked);
     sWakeAll(mDone);
     return lTaken;
+}
+
+void ZTCLogWriter::open() {
+    char lPath[PATH_MAX];
+    {
+        const ZTCLogGuard lGuard(mPathLock);
+        strcpy(lPath, mPath);
+    }
+    if (mDrain.isOpen()) {
+        mDrain.drainAll();  // what is pending belongs to the file before
+    }
+    const int lErrno = mDrain.open(lPath);
+    const bool lIsNew = lErrno != mOpenErrno.exchange(lErrno);
+    mHasFile.store(mDrain.isOpen());
+    if (!mDrain.isOpen() && mOpensAlone.load() && lIsNew) {
+        char lText[PATH_MAX + 128];
+        snprintf(lText, sizeof lText, "cannot open %s: %s", lPath, strerrordesc_np(lErrno));
+        tellOnStandardError("log", lText);
+    }
 }
 
 void ZTCLogWriter::rest(std::uint64_t aTaken) {
@@ -190,7 +197,7 @@ void ZTCLogWriter::sleep() {
     mRest.store(Asleep);
     const bool lIsFenced = sFenceAllThreads();
     if (!mDrain.isOpen()) {
-        doze(Napping, sLong);  // until it is asked to open one
+        doze(Deaf, sTellWait);
     } else if (mrRings.isSomethingPending()) {
         mRest.store(Awake);
     } else {

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdio>
 
+#include "DetachedThread.h"
 #include "Immortal.h"
 #include "LibdfcCallbacks.h"
 #include "LibdfcCalls.h"
@@ -68,12 +69,7 @@ void* sCloseThread(void* apClose) {
 
 // Whether there is a thread that does it. What the thread is given is all that it needs: no memory.
 bool sStartToClose(decltype(ZT_libdfc_provider::close) apClose) {
-    pthread_t lThread;
-    if (pthread_create(&lThread, nullptr, sCloseThread, reinterpret_cast<void*>(apClose)) != 0) {
-        return false;
-    }
-    pthread_detach(lThread);
-    return true;
+    return startDetachedThread("library-close", sCloseThread, reinterpret_cast<void*>(apClose)) == 0;
 }
 
 }  // namespace

@@ -71,13 +71,13 @@ void ZTCSystem::systemDaemonize(ZTCString aDirectory, ZTCString aInput, ZTCStrin
 
 void ZTCSystem::reportReady() {
     mIsStarting.store(false);  // before anybody who waits for it goes
-    wakeWatch();
     if (mDaemon.isDetached()) {
         mDaemon.ready(mDaemonStreams[0], mDaemonStreams[1], mDaemonStreams[2]);
         setLogEcho(false);
     } else {
         OsNotifyServiceManager("READY=1");
     }
+    wakeWatch();
     createStartUpEvent();
 }
 
@@ -160,9 +160,10 @@ void ZTCSystem::leaveThreads() {
 }
 
 bool ZTCSystem::leaveForeignCode() {
-    keepForeignCallers();
+    keepForeignCallers(true);
     const ZTSForeignCall lCall = getLongestCall();
     if (lCall.mpFunction == nullptr) {
+        keepForeignCallers(false);
         return false;
     }
     Log(ZTLL_Highest, sFile, "The vendor library's %s does not return: ending without it", lCall.mpFunction);
@@ -170,6 +171,7 @@ bool ZTCSystem::leaveForeignCode() {
 }
 
 void ZTCSystem::startWatch() {
+    mWatch.emplace(*this);
     mWatch->start(mDaemon.getStarter(), mWatchTimes);
 }
 

@@ -1,8 +1,7 @@
 #include "SystemMain.h"
 
-#include <cstdio>
-
 #include "SafeFile.h"
+#include "StandardError.h"
 #include "System.h"
 
 namespace {
@@ -26,8 +25,8 @@ void sOpenLog(const ZTCSystem& acrSystem) {
     setLogEcho(true);
     if (!openLog()) {
         Log(ZTLL_Warning, sFile, "The log file does not open: going on without it until it does");
-        fprintf(stderr, "%s: the log file does not open: going on without it until it does\n",
-                acrSystem.getName().get());
+        tellOnStandardError(acrSystem.getName().get(),
+                            "the log file does not open: going on without it until it does");
     }
 }
 
@@ -44,8 +43,8 @@ void start(ZTCSystem& arSystem, int argc, char** argv) {
         // A runtime directory without a leading slash means the one below where the process was started.
         arSystem.systemDaemonize(lpRuntimeDir[0] == '/' ? "/" : ".", sNull, sNull, sNull);
     }
-    sOpenLog(arSystem);
     arSystem.startWatch();
+    sOpenLog(arSystem);
     arSystem.processCommandLineArguments();
     arSystem.markAsRunning();
     arSystem.init();
@@ -99,7 +98,7 @@ void tellFailure(const char* apName, const ZTCException& acrException) {
     Log(ZTLL_Error, "SystemMain", "%s", acrException.what());
     // Shown by the log, if it can show anything.
     if ((lLogCode & ZTLL_Error.mBit) == 0 || !flushLog()) {
-        fprintf(stderr, "%s: %s\n", apName, acrException.what());
+        tellOnStandardError(apName, acrException.what());
     }
 }
 
@@ -115,7 +114,6 @@ int SystemMain(int argc, char** argv) {
     const ZTCTraceScope lTrace(sFile);
     ZT_ASSERT(0 != spSystem, __LINE__, sFile);
     try {
-        spSystem->makeWatch();
         orNoMemory([&] { start(*spSystem, argc, argv); });
         spSystem->waitForThreads();
     } catch (const ZTCException& lrException) {

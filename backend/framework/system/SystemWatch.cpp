@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <iterator>
 
+#include "DetachedThread.h"
+#include "StandardError.h"
 #include "System.h"
 
 namespace {
@@ -24,10 +26,9 @@ unsigned int sSecondsOf(milliseconds aTime) {
     return static_cast<unsigned int>(std::chrono::duration_cast<std::chrono::seconds>(aTime).count());
 }
 
-// How long a call has lasted; the clock may have been set back meanwhile.
+// How long a call has lasted.
 milliseconds sTimeIn(const ZTSForeignCall& acrCall) {
-    const std::uint64_t lNow = ztlog::now();
-    return milliseconds(lNow > acrCall.mSince ? (lNow - acrCall.mSince) / 1000000 : 0);
+    return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - acrCall.mBegun);
 }
 
 // The period in which the service manager wants to hear of this process; 0: it does not.
@@ -42,14 +43,6 @@ milliseconds sWatchdogPeriod() {
     };
     const bool lIsOurs = getenv("WATCHDOG_PID") == nullptr || lNumberOf("WATCHDOG_PID") == getpid();
     return milliseconds(lIsOurs ? lNumberOf("WATCHDOG_USEC") / 1000 : 0);
-}
-
-// On standard error, if that takes it at once: a terminal that stands still is not waited for.
-void sSay(const char* apText) {
-    pollfd lPoll{STDERR_FILENO, POLLOUT, 0};
-    if (poll(&lPoll, 1, 0) == 1 && (lPoll.revents & POLLOUT) != 0) {
-        static_cast<void>(write(STDERR_FILENO, apText, strlen(apText)) != 0);
-    }
 }
 
 }  // namespace
@@ -67,18 +60,9 @@ void ZTCSystemWatch::start(int aStarter, const ZTSWatchTimes& acrTimes) {
         mTimes.mNote = std::clamp(lWatchdog / 2, milliseconds(1), mTimes.mNote);
     }
     mNextNote = mStarted + mTimes.mNote;
-    sigset_t lAll;
-    sigset_t lBefore;
-    sigfillset(&lAll);
-    pthread_sigmask(SIG_SETMASK, &lAll, &lBefore);
-    pthread_t lThread;
-    const int lErrno = pthread_create(&lThread, nullptr, threadMain, this);
-    pthread_sigmask(SIG_SETMASK, &lBefore, nullptr);
-    if (lErrno != 0) {
+    if (const int lErrno = startDetachedThread("watch", threadMain, this); lErrno != 0) {
         throwErrno<ZTCOsException>("pthread_create", "watch", lErrno);
     }
-    pthread_setname_np(lThread, "watch");
-    pthread_detach(lThread);
 }
 
 void* ZTCSystemWatch::threadMain(void* apWatch) {
@@ -158,14 +142,13 @@ void ZTCSystemWatch::lookAtStart() {
             "Not ready after %u s: the vendor library's %s does not return; still waiting", lSeconds,
             lCall.mpFunction);
         snprintf(lText, sizeof lText,
-                 "%s: not ready after %u s: the vendor library's %s does not return; still waiting\n",
-                 mrSystem.getName().get(), lSeconds, lCall.mpFunction);
+                 "not ready after %u s: the vendor library's %s does not return; still waiting", lSeconds,
+                 lCall.mpFunction);
     } else {
         Log(ZTLL_Warning, sFile, "Not ready after %u s; still waiting", lSeconds);
-        snprintf(lText, sizeof lText, "%s: not ready after %u s; still waiting\n", mrSystem.getName().get(),
-                 lSeconds);
+        snprintf(lText, sizeof lText, "not ready after %u s; still waiting", lSeconds);
     }
-    sSay(lText);
+    tellOnStandardError(mrSystem.getName().get(), lText);
 }
 
 void ZTCSystemWatch::lookAtEnd() {
@@ -174,21 +157,38 @@ void ZTCSystemWatch::lookAtEnd() {
     }
     const auto lTime = Clock::now() - mrSystem.getEndBegun();
     // A start that is inside the library has nothing yet that could be waited for.
-    const bool lIsInside = mrSystem.isStarting() && mrSystem.getLongestCall().mpFunction != nullptr;
-    if (lTime >= mTimes.mEnd || (lIsInside && lTime >= mTimes.mThreads)) {
-        giveUp();
+    if (mrSystem.isStarting() && lTime >= mTimes.mThreads && mrSystem.leaveForeignCode()) {
+        cleanUp();
+        leave();
     }
-}
-
-// The main thread hangs. What it holds, such as the locks of standard streams, is not to be waited for.
-void ZTCSystemWatch::giveUp() {
-    if (mrSystem.isStarting() && mrSystem.leaveForeignCode()) {
-        mrSystem.abandonStart();
-    } else {
+    if (lTime >= mTimes.mEnd) {
         Log(ZTLL_Highest, sFile,
             "The end takes longer than %u s, and it is not the vendor library that holds it up: leaving",
             sSecondsOf(mTimes.mEnd));
+        leave();
     }
+}
+
+// Removes what the start had made, on a thread of its own: its disk may stand still, and is not waited for
+// long.
+void ZTCSystemWatch::cleanUp() {
+    const auto lWork = [](void* apWatch) -> void* {
+        auto& lrWatch = *static_cast<ZTCSystemWatch*>(apWatch);
+        lrWatch.mrSystem.abandonStart();
+        lrWatch.mHasCleanedUp.store(true);
+        return nullptr;
+    };
+    if (startDetachedThread("clean-up", lWork, this) != 0) {
+        return;
+    }
+    constexpr timespec lMoment{0, 10000000};
+    for (int lMoments = 0; lMoments < 100 && !mHasCleanedUp.load(); ++lMoments) {
+        nanosleep(&lMoment, nullptr);
+    }
+}
+
+// What the main thread holds, such as the locks of standard streams, is not to be waited for.
+void ZTCSystemWatch::leave() {
     ZTCDaemon::tellEnd(mStarter);
     ztlog::finish();
     _exit(0);

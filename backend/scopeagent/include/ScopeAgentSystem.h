@@ -36,7 +36,7 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     /// Shuts the vendor library's threads out, too.
     void makeThreadsToExit() override;
     ZTSForeignCall getLongestCall() const override { return LibdfcLongestCall(); }
-    void keepForeignCallers() override { LibdfcKeepThreads(); }
+    void keepForeignCallers(bool aOn) override { LibdfcKeepThreads(aOn); }
     void abandonStart() override;
     void setCmdLineArgDescs() override;
     /// Not provided: throws ZTCNotImplementedEx.

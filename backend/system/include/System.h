@@ -196,16 +196,15 @@ class ZTCSystem : public ZTCSystemInterface {
     /// The call into code that is not ours which has lasted longest. Any thread, at any time.
     virtual ZTSForeignCall getLongestCall() const { return {}; }
     /// The process ends without the threads that are inside such code: none of them is to come back.
-    virtual void keepForeignCallers() {}
+    virtual void keepForeignCallers(bool /*aOn*/) {}
     /// The main thread does not come back from the library while it starts: removes what it has made so far.
     virtual void abandonStart() { exitInstanceManagement(); }
 
     // For SystemMain and the watch.
 
     const ZTCString& getName() const { return mName; }
-    /// Has the process's signals wait to be taken, before any thread is started; then has the thread started
-    /// that takes them and watches. Throw ZTCOsException.
-    void makeWatch() { mWatch.emplace(*this); }
+    /// Starts the thread that takes the process's signals and watches: before any other, behind a daemon's
+    /// fork. Until then a signal ends the process at once, which has made nothing yet. Throws ZTCOsException.
     void startWatch();
     /// Whether the system is not ready yet.
     bool isStarting() const { return mIsStarting.load(); }

@@ -43,6 +43,23 @@ TEST(LogDisk, StandsStillWhileEventsAreTakenAndTheAgentEnds) {
     }
 }
 
+TEST(LogDisk, CannotBeOpenedOnceItMovesAndIsTriedAgain) {
+    Stand lStand;
+    lStand.mDisk.stand();
+    ZTCTestAgent lAgent(lStand.mDirectory, {"-l", lStand.mDisk / "log"}, lStand.environment());
+    const ZTCTestSensor lSensor(lStand.mDirectory);
+    std::filesystem::rename(lStand.mDisk.getPath(), lStand.mDisk.getPath() + ".away");
+    lStand.mDisk.move();
+    EXPECT_TRUE(waitUntil([&] {
+        return contains(lAgent.getErr(),
+                        "log: cannot open " + (lStand.mDisk / "log") + ": No such file or directory\n");
+    })) << lAgent.getErr();
+    std::filesystem::rename(lStand.mDisk.getPath() + ".away", lStand.mDisk.getPath());
+    EXPECT_TRUE(waitUntil([&] { return contains(lStand.log(), ": Starting the ScopeAgent\n"); }));
+    lAgent.sendSignal(SIGTERM);
+    EXPECT_EQ(lAgent.waitForEnd(10), 0);
+}
+
 TEST(LogDisk, StandsStillAtAStartWhichGoesOn) {
     for (const char* const lpIsDaemon : {"true", "false"}) {
         Stand lStand;

@@ -30,7 +30,7 @@ class ZTCLogDrain {
 
     /// Whether records were lost and this could not be told yet, or a line went out in part.
     bool hasUntold() const {
-        return mFile.lost() != 0 || mFile.isTorn() || ZTGetStatistic(ZTS_LogLostFull) > mToldDropped;
+        return mUnwritten != 0 || mFile.isTorn() || ZTGetStatistic(ZTS_LogLostFull) > mToldDropped;
     }
 
     /// The file's greatest size in MiB, 0: none. Before the file is opened.
@@ -60,8 +60,8 @@ class ZTCLogDrain {
     void put();
     void putToFile(const char* apLines, std::size_t aSize);
     template <class... Arguments>
-    void putOwn(const ztlog::Site& acrSite, const Arguments&... acrArguments);
-    void putLost(std::uint64_t aCount, const char* apReason);
+    bool putOwn(const ztlog::Site& acrSite, const Arguments&... acrArguments);
+    bool putLost(std::uint64_t aCount, const char* apReason);
     void rotate();
     void tellUnwritten();
     void tellDropped();
@@ -73,6 +73,7 @@ class ZTCLogDrain {
     unsigned int mLimit = 0;
     std::uint64_t mRotateAt = 0;     ///< the size to try it at, once it has failed
     bool mIsMaskKnown = false;       ///< what comes has been put behind the mask
+    std::uint64_t mUnwritten = 0;    ///< lines that could not be written and have not been told yet
     std::uint64_t mToldDropped = 0;  ///< of the statistics' log_lost_total{reason="full"}
     std::uint64_t mToldAt = 0;       ///< when, in nanoseconds since 1970
     std::atomic<bool> mEcho{false};

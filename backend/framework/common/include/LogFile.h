@@ -21,20 +21,18 @@ class ZTCLogFile {
 
     /// Makes the file at the path, which is this one, apPath.1, in place of the one before, and begins a new
     /// one. When the path has become another file (somebody has moved ours away), that one is opened and
-    /// nothing is moved. Returns 0, or the errno, and the file stays in use.
+    /// nothing is moved. Returns 0, or the errno, and the file stays in use, under its name.
     int rotate(const char* apPath);
 
-    /// Takes whole lines. What cannot be written is counted.
-    void put(const char* apLines, std::size_t aSize);
+    /// Takes whole lines. Returns how many were lost since the last call, because they could not be written.
+    std::uint64_t put(const char* apLines, std::size_t aSize);
 
     bool isOpen() const { return mFile >= 0; }
-    /// Bytes in the file.
-    std::uint64_t size() const { return mSize; }
+    /// Bytes in the file; 0 for a device.
+    std::uint64_t size() const { return mIsRegular ? mSize : 0; }
 
-    /// Lines that could not be written and have not been told yet; the errno of the last failure.
-    std::uint64_t lost() const { return mLost; }
+    /// The errno of the last failure to write.
     int lastError() const { return mLastError; }
-    void setLost(std::uint64_t aLost) { mLost = aLost; }
 
     /// Whether a line stands in the file in part.
     bool isTorn() const { return mTorn != 0; }
@@ -44,12 +42,12 @@ class ZTCLogFile {
   private:
     void use(int aFile, bool aIsTorn);
     std::size_t writeSome(const char* apBytes, std::size_t aSize);
-    void lose(const char* apLines, std::size_t aSize);
 
     int mFile = -1;
+    bool mIsRegular = false;
     int mLastError = 0;
     std::uint64_t mSize = 0;
-    std::uint64_t mLost = 0;
-    std::size_t mTorn = 0;  ///< bytes of mTornText still to be written
+    std::uint64_t mLost = 0;  ///< since the last call of put
+    std::size_t mTorn = 0;    ///< bytes of mTornText still to be written
     char mTornText[ZTCLogLine::MaxLine]{};
 };

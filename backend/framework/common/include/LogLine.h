@@ -1,6 +1,6 @@
 // Turns a record of a ring into its line. See Log.h for the line's form.
 //
-// Used by one thread at a time, under the log's drain lock. Most of a line stood in an earlier one already,
+// Used by one thread at a time (LogDrain.h). Most of a line stood in an earlier one already,
 // so it is kept: the text of the time, of process and thread, and, of the places that logged lately, all
 // that does not depend on the arguments.
 #pragma once

@@ -1,10 +1,10 @@
 // One thread's ring of log records, from the thread that logs to whoever drains. See Log.h.
 //
-// The producer owns mHead, the drainer (under the log's drain lock) owns mTail; both count bytes since the
-// ring was made, so their difference is what is pending. Records are multiples of 8 bytes, never wrap (a
-// filler takes the rest of the ring) and so leave the lowest bit of mHead free: it is set while a record is
-// between its clock reading and its publication. By that bit the drainer knows that a record with an earlier
-// time is about to come, and waits for it.
+// The producer owns mHead, the drainer (one at a time) owns mTail; both count bytes since the ring was made,
+// so their difference is what is pending. Records are multiples of 8 bytes, never wrap (a filler takes the
+// rest of the ring) and so leave the lowest bit of mHead free: it is set while a record is between its clock
+// reading and its publication. By that bit the drainer knows that a record with an earlier time is about to
+// come, and waits for it.
 #pragma once
 
 #include <atomic>

@@ -4,7 +4,6 @@
 #include <semaphore.h>
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <climits>
 
@@ -39,8 +38,6 @@ class ZTCLogWriter {
             wake();
         }
     }
-    bool isResting() const { return mRest.load(std::memory_order_relaxed) != Awake; }
-
     /// Whether there is hope that a full ring becomes less full soon: the one caller that gets true may wait
     /// for that, and no other until the file has taken something.
     bool mayWait() { return isRunning() && mMayWait.exchange(false); }
@@ -48,8 +45,12 @@ class ZTCLogWriter {
     /// Main thread, both. Throws ZTCInvalidEx when the path is too long.
     void setPath(const char* apPath);
     const char* getPath() const ZT_NO_THREAD_SAFETY_ANALYSIS { return mPath; }  // nobody else changes it
-    /// The errno of the last opening: 0 when it went well, ENOENT before there was one.
+    /// The errno of the last opening: 0 when it went well.
     int getOpenErrno() const { return mOpenErrno.load(); }
+    /// Whether a file is in use: the one that was opened last, or one before.
+    bool hasFile() const { return mHasFile.load(); }
+    /// Nobody waits for the opening any longer: when it fails, the thread says so, and tries again.
+    void openWhenItCan() { mOpensAlone.store(true); }
 
     /// The thread's, or of the one that ends the process where it does not run.
     ZTCLogDrain& getDrain() { return mDrain; }
@@ -63,12 +64,14 @@ class ZTCLogWriter {
     enum Rest : unsigned int {
         Awake,
         Napping,  ///< for a moment: wakes by itself, or for what is urgent
+        Deaf,     ///< for a moment, without a file: wakes by itself, or when it is asked for something
         Asleep,   ///< until somebody logs
     };
 
     static void* threadMain(void* apWriter);
     void run();
     std::uint64_t work();
+    void open();
     void rest(std::uint64_t aTaken);
     void wake();
     void doze(Rest aRest, std::chrono::milliseconds aTime);
@@ -81,7 +84,9 @@ class ZTCLogWriter {
     std::atomic<unsigned int> mWishes{0};
     std::atomic<unsigned int> mAsked{0};  ///< how often it was asked
     std::atomic<unsigned int> mDone{0};   ///< up to which time of asking it has done everything
-    std::atomic<int> mOpenErrno{ENOENT};
+    std::atomic<int> mOpenErrno{0};
+    std::atomic<bool> mHasFile{false};
+    std::atomic<bool> mOpensAlone{false};
     sem_t mWake{};
     ZTCLogLock mPathLock;  ///< never held while anything is waited for
     char mPath[PATH_MAX] ZT_GUARDED_BY(mPathLock) = "";

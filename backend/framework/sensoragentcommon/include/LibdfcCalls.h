@@ -42,17 +42,18 @@ inline std::atomic<std::uint64_t>& LibdfcSince(ZTELibdfcFunction aFunction) {
 class ZTCLibdfcCall {
   public:
     explicit ZTCLibdfcCall(ZTELibdfcFunction aFunction);
-    /// Does not return behind LibdfcKeepThreads.
+    /// Does not return as long as LibdfcKeepThreads keeps it.
     ~ZTCLibdfcCall();
     ZTCLibdfcCall(const ZTCLibdfcCall&) = delete;
     ZTCLibdfcCall& operator=(const ZTCLibdfcCall&) = delete;
 
   private:
-    std::atomic<std::uint64_t>& mrSince;
+    const ZTELibdfcFunction mFunction;
 };
 
-/// The call that has lasted longest. Any thread; takes no lock.
+/// The call that has lasted longest, but for that of close, which is waited for only so long in any case. Any
+/// thread; takes no lock.
 ZTSForeignCall LibdfcLongestCall();
 
-/// From now on a thread that comes out of the library stops there, for good: the process ends without it.
-void LibdfcKeepThreads();
+/// While it is on, a thread that comes out of the library stops there: the process ends without it.
+void LibdfcKeepThreads(bool aOn);

@@ -1,9 +1,9 @@
 // A call into code that is not ours, and that may not return.
 #pragma once
 
-#include <cstdint>
+#include <chrono>
 
 struct ZTSForeignCall {
     const char* mpFunction = nullptr;  ///< null: nobody is inside
-    std::uint64_t mSince = 0;          ///< nanoseconds since 1970
+    std::chrono::steady_clock::time_point mBegun;
 };

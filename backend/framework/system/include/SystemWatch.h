@@ -2,8 +2,7 @@
 // keeps the process from starting unsaid, or from ending.
 #pragma once
 
-#include <pthread.h>
-
+#include <atomic>
 #include <chrono>
 
 #include "Event.h"
@@ -22,7 +21,7 @@ struct ZTSWatchTimes {
     std::chrono::milliseconds mNote{10000};  ///< the service manager hears at least so often
 };
 
-/// A thread that lives as long as the process. It never waits for another one of the system, and needs no
+/// A thread that lives as long as the process. It waits for nothing that may stand still, and needs no
 /// memory.
 ///
 /// - SIGHUP opens the log anew; SIGTERM and SIGINT, and the end of the process that started a daemon before
@@ -31,7 +30,8 @@ struct ZTSWatchTimes {
 ///   back.
 /// - A system that does not end in time is left, with a record that says what holds it up.
 /// - The service manager's watchdog is fed while the main thread turns and no call into foreign code lasts
-/// too long.
+/// too
+///   long.
 class ZTCSystemWatch {
   public:
     /// Blocks the signals: on the main thread, before any other is started. Throws ZTCOsException.
@@ -57,7 +57,8 @@ class ZTCSystemWatch {
     void lookAtStart();
     void lookAtEnd();
     void notifyServiceManager();
-    [[noreturn]] void giveUp();
+    void cleanUp();
+    [[noreturn]] void leave();
 
     ZTCSystem& mrSystem;
     ZTSWatchTimes mTimes;
@@ -66,6 +67,7 @@ class ZTCSystemWatch {
     ZTCDescriptor mStarter;  // our own: the system closes its own when it is ready
     Clock::time_point mStarted;
     Clock::time_point mNextNote;
+    std::atomic<bool> mHasCleanedUp{false};
     bool mHasToldStart = false;
     bool mHasServiceManager = false;
     bool mIsWatchdogSet = false;

@@ -1,4 +1,5 @@
 // The log is the process's: every case that writes one does so in a child process.
+#include <pty.h>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -15,6 +16,7 @@
 #include "Exception.h"
 #include "Log.h"
 #include "StandingWrites.h"
+#include "Statistics.h"
 #include "TestSupport.h"
 
 namespace {
@@ -380,6 +382,7 @@ TEST_F(LogTest, CountsWhatAFullDiskTookAndTellsItAfterwards) {
             }
             flushLog();
             EXPECT_TRUE(isLogged(" log records were lost: File too large"));
+            EXPECT_EQ(ZTGetStatistic(ZTS_LogLostError), lostIn(log()));
         });
         const std::size_t lWritten = countIn(log(), ": thread 0 number");
         EXPECT_EQ(lostIn(log()) + lWritten, lCount);
@@ -455,23 +458,43 @@ TEST_F(LogTest, ADiskThatStandsStillDoesNotHoldUpTheEnd) {
 
 TEST_F(LogTest, AStandardErrorThatNobodyReadsHoldsUpNothing) {
     constexpr unsigned int lCount = 2000;
-    inChild([&] {
-        int lPipe[2];
-        ASSERT_EQ(pipe(lPipe), 0);
-        dup2(lPipe[1], STDERR_FILENO);
-        setLogEcho(true);
-        for (unsigned int lNumber = 0; lNumber < lCount; ++lNumber) {
-            Log(ZTLL_Error, sFile, "thread %u number %u of %s", 0U, lNumber, "many");
-            if (lNumber % 1000 == 0) {
-                EXPECT_TRUE(flushLog());
+    for (const bool lIsTerminal : {false, true}) {
+        writeFile(mPath, "");
+        inChild([&] {
+            int lPipe[2];
+            ASSERT_EQ(lIsTerminal ? openpty(&lPipe[0], &lPipe[1], nullptr, nullptr, nullptr) : pipe(lPipe),
+                      0);
+            dup2(lPipe[1], STDERR_FILENO);
+            setLogEcho(true);
+            for (unsigned int lNumber = 0; lNumber < lCount; ++lNumber) {
+                Log(ZTLL_Error, sFile, "thread %u number %u of %s", 0U, lNumber, "many");
+                if (lNumber % 1000 == 0) {
+                    EXPECT_TRUE(flushLog());
+                }
             }
-        }
-        EXPECT_TRUE(flushLog());
-        int lShown = 0;
-        ioctl(lPipe[0], FIONREAD, &lShown);
-        EXPECT_GT(lShown, 50000);
-    });
-    expectNumbers(log(), 1, lCount);
+            EXPECT_TRUE(flushLog());
+            int lShown = 0;
+            ioctl(lPipe[0], FIONREAD, &lShown);
+            EXPECT_GT(lShown, 1000);
+        });
+        expectNumbers(log(), 1, lCount);
+    }
+}
+
+TEST_F(LogTest, ADeviceHasNoLimitAndStaysWhereItIs) {
+    const std::string lDevice = "/dev/zt-test-" + std::to_string(getpid());
+    if (mknod(lDevice.c_str(), S_IFCHR | 0600, makedev(1, 3)) != 0) {
+        GTEST_SKIP() << "only root can make one";
+    }
+    EXPECT_EQ(runChild([&] {
+                  setLogLimit(1);
+                  openLogAt(lDevice);
+                  logNumbers(0, 30000);
+              }).mStatus,
+              0);
+    EXPECT_EQ(std::filesystem::status(lDevice).type(), std::filesystem::file_type::character);
+    EXPECT_FALSE(std::filesystem::exists(lDevice + ".1"));
+    unlink(lDevice.c_str());
 }
 
 TEST_F(LogTest, BecomesAnotherFileBeforeItPassesItsLimit) {
@@ -531,6 +554,7 @@ TEST_F(LogTest, GoesOnInANewFileWithoutSplittingALine) {
     inChild([&] {
         std::thread lLogs([] { inThreads(4, [](unsigned int aThread) { logNumbers(aThread, lCount); }); });
         for (unsigned int lFile = 0; lFile < lFiles; ++lFile) {
+            Log(ZTLL_Notice, sFile, "of file %u", lFile);
             std::filesystem::rename(mPath, mPath + std::to_string(lFile));
             reopenLog();
             EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(mPath); }));
@@ -547,6 +571,8 @@ TEST_F(LogTest, GoesOnInANewFileWithoutSplittingALine) {
     for (unsigned int lFile = 0; lFile <= lFiles; ++lFile) {
         lAll += readFile(mPath + std::to_string(lFile));
         EXPECT_TRUE(lAll.empty() || lAll.back() == '\n');
+        const bool lHasIts = contains(lAll, ": of file " + std::to_string(lFile) + "\n");
+        EXPECT_EQ(lHasIts, lFile != lFiles) << "what was logged before a file was left is in it";
     }
     expectNumbers(lAll, 4, lCount);
 }
