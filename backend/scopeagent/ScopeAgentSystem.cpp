@@ -12,6 +12,7 @@
 #include "ScopeAgentHeartbeatHandler.h"
 #include "ScopeAgentStatistics.h"
 #include "Settings.h"
+#include "SystemMain.h"
 
 namespace {
 
@@ -132,8 +133,12 @@ void ZTCScopeAgentSystem::init() {
 void ZTCScopeAgentSystem::showStatistics() {
     ZTNameStatistics();
     ZTSetStatistic(ZTS_HeldBytesLimit, TotalDataLimit);
-    mStatisticsFile.show((getRuntimeDirStr() + sStatisticsName).get(),
-                         [] { ZTSetStatistic(ZTS_CallbacksInside, LibdfcGate().countInside()); });
+    mStatisticsFile.show((getRuntimeDirStr() + sStatisticsName).get(), [] {
+        if (auto* const lpSystem = static_cast<ZTCScopeAgentSystem*>(getSystemObject());
+            lpSystem != nullptr) {
+            lpSystem->refreshStatistics();
+        }
+    });
 }
 
 void ZTCScopeAgentSystem::initConditionals() {
@@ -303,10 +308,23 @@ void ZTCScopeAgentSystem::countLost(ZTEScopeAgentLoss aLoss, unsigned int aCateg
                                     unsigned int aSubcategory, unsigned int aOccurrences) {
     const ZTSScopeEventFacts* const lpFacts = ZTFindScopeEventFacts(aCategory & 0xff, aSubcategory & 0xff);
     if (lpFacts != nullptr) {
-        const ZTCScopedLock lLock(*mScopeDataLock);
-        ZTAddToStatistic(ZTRowOf(ZTS_Events, lpFacts->mKind), aOccurrences);
+        mLostOfKind[lpFacts->mKind].fetch_add(aOccurrences, std::memory_order_relaxed);
     }
     ZTCScopeAgentLosses::count(aLoss, aOccurrences);
+}
+
+// The rows by kind are written under the lock, which nobody takes who loses an event.
+void ZTCScopeAgentSystem::countLostByKind() {
+    for (unsigned int lKind = 0; lKind < ZTSEK_Count; ++lKind) {
+        ZTAddToStatistic(ZTRowOf(ZTS_Events, lKind),
+                         mLostOfKind[lKind].exchange(0, std::memory_order_relaxed));
+    }
+}
+
+void ZTCScopeAgentSystem::refreshStatistics() {
+    ZTSetStatistic(ZTS_CallbacksInside, LibdfcGate().countInside());
+    const ZTCScopedLock lLock(*mScopeDataLock);
+    countLostByKind();
 }
 
 bool ZTCScopeAgentSystem::isTotalLimitOnScopeDataReached() const {
@@ -351,6 +369,7 @@ void ZTCScopeAgentSystem::resetRecordLists(ZTCScopeAgentRecordLists& arLists) {
     clock_gettime(CLOCK_REALTIME, &lNow);
     ZTSetStatistic(ZTS_LastFetchTime, static_cast<std::uint64_t>(lNow.tv_sec) * 1'000'000'000U +
                                           static_cast<std::uint64_t>(lNow.tv_nsec));
+    countLostByKind();
     ZTAddToStatistic(ZTS_Fetches);
     ZTAddToStatistic(ZTS_FetchedEvents, ZTGetStatistic(ZTS_HeldEvents));
     for (const unsigned int lHeld : {ZTS_HeldEvents, ZTS_HeldRecords, ZTS_HeldBytes}) {

@@ -1,12 +1,15 @@
 // The agent's system object: what it sets up, in which order, and what the agent's parts share.
 #pragma once
 
+#include <array>
+#include <atomic>
 #include <cstdint>
 
 #include "LibdfcAbs.h"
 #include "LibdfcCalls.h"
 #include "Mutex.h"
 #include "ScopeAgentEventCatalogue.h"
+#include "ScopeAgentEventKinds.h"
 #include "ScopeAgentInitiator.h"
 #include "ScopeAgentLosses.h"
 #include "ScopeAgentProtocolHandler.h"
@@ -72,10 +75,9 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     unsigned int getDataCeiling() const { return mDataCeiling.load(std::memory_order_relaxed); }
     void setDataCeiling(unsigned int aCeiling) { mDataCeiling.store(aCeiling, std::memory_order_relaxed); }
 
-    /// Counts events that were lost on their way, by the codes with which they arrived. Any thread, without
-    /// the scope-data lock.
+    /// Counts events that were lost on their way, by the codes with which they arrived. Any thread.
     void countLost(ZTEScopeAgentLoss aLoss, unsigned int aCategory, unsigned int aSubcategory,
-                   unsigned int aOccurrences = 1) ZT_EXCLUDES(*mScopeDataLock);
+                   unsigned int aOccurrences = 1);
     /// Logs what was lost since the last call, if anything.
     void reportLosses() { mLosses.report(); }
 
@@ -125,6 +127,9 @@ class ZTCScopeAgentSystem : public ZTCSystem {
   private:
     [[noreturn]] void refuseLibdfc(const char* apReason);
     void showStatistics();
+    /// Each second, by the statistics' thread.
+    void refreshStatistics() ZT_EXCLUDES(*mScopeDataLock);
+    void countLostByKind() ZT_REQUIRES(*mScopeDataLock);
     void initConditionals();
     void initCommandIpc();
     void initOutputIpc();
@@ -156,6 +161,7 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     ZTMap<unsigned int, ZTCScopeAgentTarget> mFcTargets ZT_GUARDED_BY(*mScopeDataLock);
     ZTMap<std::uint64_t, ZTCScopeAgentTarget> mWwpnTargets ZT_GUARDED_BY(*mScopeDataLock);
     bool mHasPassedEighth ZT_GUARDED_BY(*mScopeDataLock) = false;
+    std::array<std::atomic<unsigned int>, ZTSEK_Count> mLostOfKind{};  ///< not yet in the statistics
     ZTCScopeAgentLosses mLosses;
     ZTCStatisticsFile mStatisticsFile;
     ZTCString mCommandPipePath{""};
