@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "AgentClient.h"
+#include "TestDisk.h"
 
 namespace {
 
@@ -66,6 +67,22 @@ TEST(HangingLibrary, DoesNotKeepTheAgentFromEnding) {
         lrAgent->expectEnd();
     }
     EXPECT_EQ(lStop.waitForEnd(), 0) << lStop.getErr();
+}
+
+// What is to be removed cannot be, and is left.
+TEST(HangingLibrary, EndsTheAgentAlsoWhereItsDirectoryStandsStill) {
+    const ZTCTestDisk lDisk(ZTTestPidFile);
+    const ZTCTestDirectory lDirectory;
+    Options lEnvironment = badEnvironment("hang=init;");
+    for (const std::string& lrEntry : lDisk.getEnvironment()) {
+        lEnvironment.push_back(lrEntry);
+    }
+    ZTCTestAgent lAgent(lDirectory, {}, lEnvironment);
+    EXPECT_TRUE(waitUntil([&] { return isHanging(lAgent.getErr()); }));
+    lDisk.stand();
+    lAgent.sendSignal(SIGTERM);
+    EXPECT_EQ(lAgent.waitForEnd(ZTTestSoon), 0);
+    EXPECT_TRUE(contains(lAgent.getLog(), "The vendor library's init does not return: ending without it\n"));
 }
 
 TEST(HangingLibrary, EndsTheAgentInOrderWhenItReturnsInTime) {
