@@ -153,8 +153,8 @@ void ZTCLogWriter::open() {
     mHasFile.store(mDrain.isOpen());
     if (!mDrain.isOpen() && mOpensAlone.load() && lIsNew) {
         char lText[PATH_MAX + 128];
-        snprintf(lText, sizeof lText, "cannot open %s: %s", lPath, strerrordesc_np(lErrno));
-        tellOnStandardError("log", lText);
+        snprintf(lText, sizeof lText, "cannot open the log file %s: %s", lPath, strerrordesc_np(lErrno));
+        tellOnStandardError(program_invocation_short_name, lText);
     }
 }
 

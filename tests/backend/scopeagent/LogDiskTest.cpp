@@ -51,8 +51,8 @@ TEST(LogDisk, CannotBeOpenedOnceItMovesAndIsTriedAgain) {
     std::filesystem::rename(lStand.mDisk.getPath(), lStand.mDisk.getPath() + ".away");
     lStand.mDisk.move();
     EXPECT_TRUE(waitUntil([&] {
-        return contains(lAgent.getErr(),
-                        "log: cannot open " + (lStand.mDisk / "log") + ": No such file or directory\n");
+        return contains(lAgent.getErr(), "vrx-sca: cannot open the log file " + (lStand.mDisk / "log") +
+                                             ": No such file or directory\n");
     })) << lAgent.getErr();
     std::filesystem::rename(lStand.mDisk.getPath() + ".away", lStand.mDisk.getPath());
     EXPECT_TRUE(waitUntil([&] { return contains(lStand.log(), ": Starting the ScopeAgent\n"); }));
