@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "EncodableStream.h"
+#include "LogRecord.h"
 #include "ScopeAgentSystem.h"
 #include "ScopeAgentTarget.h"
 
@@ -188,10 +189,11 @@ void ZTCScopeAgentProtocolHandler::handleGetScopeDataCommand(const Buffer& acrCo
     lStream << static_cast<unsigned char>(ZTSSCAR_ScopeData) << lrSystem.getRecordListCount();
     releaseFetchedData();
     mFetched = lrSystem.makeRecordLists();
+    const std::uint64_t lNow = ztlog::now();
     {
         const ZTCScopedLock lLock(lrSystem.getScopeDataLock());
         lrSystem.clearPrevScopeData();
-        lrSystem.resetRecordLists(mFetched);
+        lrSystem.resetRecordLists(mFetched, lNow);
     }
     lrSystem.reportLosses();
     try {

@@ -362,13 +362,10 @@ ZTCScopeAgentRecordLists ZTCScopeAgentSystem::makeRecordLists() {
     return lLists;
 }
 
-void ZTCScopeAgentSystem::resetRecordLists(ZTCScopeAgentRecordLists& arLists) {
+void ZTCScopeAgentSystem::resetRecordLists(ZTCScopeAgentRecordLists& arLists, std::uint64_t aTime) {
     mRecordLists.swap(arLists);
     mTotalScopeDataSize.store(0, std::memory_order_relaxed);
-    timespec lNow{};
-    clock_gettime(CLOCK_REALTIME, &lNow);
-    ZTSetStatistic(ZTS_LastFetchTime, static_cast<std::uint64_t>(lNow.tv_sec) * 1'000'000'000U +
-                                          static_cast<std::uint64_t>(lNow.tv_nsec));
+    ZTSetStatistic(ZTS_LastFetchTime, aTime);
     countLostByKind();
     ZTAddToStatistic(ZTS_Fetches);
     ZTAddToStatistic(ZTS_FetchedEvents, ZTGetStatistic(ZTS_HeldEvents));

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "AgentStatus.h"
 #include "ProcessTable.h"
 
 namespace {
@@ -43,6 +44,17 @@ bool isPrintable(const std::string& acrText) {
                                            [](char aSign) { return aSign >= ' ' && aSign <= '~'; });
 }
 
+// The number of a process that was killed may be another's by now: the lock is nobody else's.
+bool mayBeRunning(const std::string& acrDirectory) {
+    try {
+        return isAgentRunning(acrDirectory);
+    } catch (const ZTCNoPermissionError&) {
+        return true;  // the agent's group may read the figures, and not the pid file
+    } catch (const ZTCSensorError&) {
+        return false;
+    }
+}
+
 }  // namespace
 
 std::optional<std::uint64_t> ZTSStatistics::get(std::string_view aName) const {
@@ -52,7 +64,9 @@ std::optional<std::uint64_t> ZTSStatistics::get(std::string_view aName) const {
 }
 
 ZTCAgentStatistics::ZTCAgentStatistics(const std::string& acrDirectory)
-    : mPath(acrDirectory + ZTSensorStatistics), mFile(openSensorFile(mPath, O_RDONLY, S_IFREG)) {
+    : mDirectory(acrDirectory),
+      mPath(acrDirectory + ZTSensorStatistics),
+      mFile(openSensorFile(mPath, O_RDONLY, S_IFREG)) {
     read();  // refuses what is none
     mProcess = static_cast<pid_t>(headerAt<std::uint64_t>(sProcessAt));
     mStart = Time(std::chrono::duration_cast<Time::duration>(
@@ -121,7 +135,8 @@ ZTSStatistics ZTCAgentStatistics::read() const {
 
 bool ZTCAgentStatistics::hasGone() const {
     struct stat lFile {};
-    return fstat(mFile.get(), &lFile) != 0 || lFile.st_nlink == 0 || !getProcessStart(mProcess);
+    return fstat(mFile.get(), &lFile) != 0 || lFile.st_nlink == 0 || !getProcessStart(mProcess) ||
+           !mayBeRunning(mDirectory);
 }
 
 bool ZTCAgentStatistics::waitForWake(std::uint32_t aSeen, std::chrono::milliseconds aTime) const {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "ProcessTable.h"
 #include "SensorFiles.h"
@@ -47,14 +48,23 @@ bool isLocked(int aFile) {
            lLock.l_start == 0 && lLock.l_len == 0;
 }
 
+// The agent's, not open if nobody holds its lock.
+ZTCSensorDescriptor openLockedPidFile(const std::string& acrDirectory) {
+    ZTCSensorDescriptor lFile = openIfThere(acrDirectory + ZTSensorAgentPidFile);
+    return lFile.isOpen() && isLocked(lFile.get()) ? std::move(lFile) : ZTCSensorDescriptor();
+}
+
 }  // namespace
+
+bool isAgentRunning(const std::string& acrDirectory) {
+    return openLockedPidFile(acrDirectory).isOpen();
+}
 
 ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
     openSensorFile(acrDirectory, O_RDONLY | O_DIRECTORY, S_IFDIR);
     ZTSAgentStatus lStatus;
     struct stat lFile {};
-    if (const auto lPid = openIfThere(acrDirectory + ZTSensorAgentPidFile);
-        lPid.isOpen() && isLocked(lPid.get()) && fstat(lPid.get(), &lFile) == 0) {
+    if (const auto lPid = openLockedPidFile(acrDirectory); lPid.isOpen() && fstat(lPid.get(), &lFile) == 0) {
         lStatus.mIsRunning = true;
         lStatus.mHeartbeat = changeTimeOf(lFile);
         lStatus.mProcess = findProcessWith(lFile, ZTSensorAgentPidFile, [](const ZTSOpenFile& acrFile) {

@@ -92,7 +92,7 @@ std::optional<ZTSStatistics> statisticsOf(const ZTSAgentStatus& acrStatus, const
 std::string textOf(const ZTSAgentStatus& acrStatus, const std::optional<ZTSStatistics>& acrStatistics,
                    const ZTSScopeOptions& acrOptions) {
     const bool lInUtc = acrOptions.mInUtc;
-    std::string lText = fmt::format("directory  {}\n", acrOptions.mDirectory);
+    std::string lText = fmt::format("directory  {}\n", toShownText(acrOptions.mDirectory));
     if (acrStatus.mIsRunning) {
         lText += fmt::format("agent      running, {}\nsince      {}\nlog        {}\nheartbeat  {}\n",
                              describeProcess(acrStatus.mProcess), agoText(acrStatus.mSince, lInUtc),
@@ -292,16 +292,18 @@ int runSetPeriod(const ZTSScopeOptions& acrOptions) {
 }
 
 int runFetch(const ZTSScopeOptions& acrOptions) {
+    int lStatus = 0;
     fetchOnce(acrOptions, [&](const ZTSensorBytes& acrMessage) {
         const std::string lText = toText("fetch", readFetched(acrMessage, std::chrono::system_clock::now()),
                                          acrOptions.getForm(), acrOptions.mInUtc);
         try {
             put(lText);
         } catch (const ZTCScopeFailure& lrError) {
-            throw ZTCScopeFailure(std::string(lrError.what()) + "; what was fetched:\n" + lText);
+            complain(std::string(lrError.what()) + "; what was fetched:", lText);
+            lStatus = ZTScopeFailed;
         }
     });
-    return 0;
+    return lStatus;
 }
 
 int runShutDown(const ZTSScopeOptions& acrOptions) {

@@ -32,7 +32,8 @@ bool isAskedToEnd() {
            sigismember(&lPending, SIGHUP) == 1;
 }
 
-// The beginning of a line that fits, where the sequences for colours take no room.
+// The beginning of a line that fits, where the sequences for colours take no room, nor does what follows the
+// first byte of a character.
 std::string cut(const std::string& acrLine, std::size_t aColumns) {
     std::string lCut;
     std::size_t lShown = 0;
@@ -41,7 +42,10 @@ std::string cut(const std::string& acrLine, std::size_t aColumns) {
             const std::size_t lEnd = std::min(acrLine.find('m', lAt), acrLine.size() - 1);
             lCut.append(acrLine, lAt, lEnd - lAt + 1);
             lAt = lEnd;
-        } else if (lShown++ < aColumns) {
+            continue;
+        }
+        lShown += (acrLine[lAt] & 0xc0) != 0x80 ? 1 : 0;
+        if (lShown <= aColumns) {
             lCut += acrLine[lAt];
         }
     }
@@ -110,8 +114,8 @@ void put(const std::string& acrText) {
     putAsItIs(shown(acrText));
 }
 
-void complain(const std::string& acrText) {
-    std::cerr << "vrx-scope: " << toShownText(acrText, true) << std::endl;
+void complain(const std::string& acrText, const std::string& acrLines) {
+    std::cerr << "vrx-scope: " << toShownText(acrText) << "\n" << toShownText(acrLines, true) << std::flush;
 }
 
 std::string bold(const std::string& acrText) {

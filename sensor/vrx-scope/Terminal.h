@@ -21,8 +21,8 @@ ZTSTerminalSize getTerminalSize();
 /// ZTCScopeFailure.
 void put(const std::string& acrText);
 
-/// The same to standard error, as a line of the program.
-void complain(const std::string& acrText);
+/// The same to standard error, as one line of the program, and lines behind it.
+void complain(const std::string& acrText, const std::string& acrLines = "");
 
 /// The text in bold, where there is colour.
 std::string bold(const std::string& acrText);

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "RecordText.h"
+#include "ShownText.h"
 #include "Table.h"
 #include "TimeText.h"
 
@@ -43,7 +44,7 @@ void ZTCWatchView::add(const ZTSFetched& acrFetched) {
 }
 
 void ZTCWatchView::tell(const std::string& acrText, bool /*aIsThere*/) {
-    mState = acrText;
+    mState = toShownText(acrText);
     draw();
 }
 

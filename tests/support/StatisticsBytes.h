@@ -15,7 +15,8 @@ std::string ZTTestHostOrder(Value aValue) {
 }
 
 /// Of a process that has written it for a wake of 7.
-inline std::string ZTTestStatisticsOf(const ZTTestRows& acrRows, unsigned long aProcess = getpid(),
+inline std::string ZTTestStatisticsOf(const ZTTestRows& acrRows,
+                                      unsigned long aProcess = static_cast<unsigned long>(getpid()),
                                       unsigned int aRowSize = 64) {
     std::string lBytes = "VRXSTAT1" + ZTTestHostOrder(static_cast<unsigned int>(acrRows.size())) +
                          ZTTestHostOrder(aRowSize) + ZTTestHostOrder(5'000'000'000UL) +

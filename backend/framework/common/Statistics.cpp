@@ -3,7 +3,8 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <ctime>
+
+#include "LogRecord.h"
 
 alignas(ZTSStatisticsBlock::Size) constinit ZTSStatisticsBlock ztstatistics::gBlock{};
 
@@ -14,13 +15,10 @@ void ZTNameStatistic(unsigned int aRow, const char* apName) {
 }
 
 void ZTBeginStatistics(unsigned int aRows) {
-    timespec lNow{};
-    clock_gettime(CLOCK_REALTIME, &lNow);
     memcpy(gBlock.mMagic, "VRXSTAT1", sizeof gBlock.mMagic);
     gBlock.mRowCount = aRows;
     gBlock.mRowSize = sizeof(ZTSStatisticsRow);
-    gBlock.mStart =
-        static_cast<std::uint64_t>(lNow.tv_sec) * 1'000'000'000U + static_cast<std::uint64_t>(lNow.tv_nsec);
+    gBlock.mStart = ztlog::now();
     gBlock.mProcess = static_cast<std::uint64_t>(getpid());
 }
 

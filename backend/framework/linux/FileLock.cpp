@@ -71,14 +71,13 @@ bool holdsLock(pid_t aProcess, const struct stat& acrFile) {
         return false;
     }
     while (const dirent* lpEntry = readdir(lDirectory.get())) {
-        struct stat lStatus {};
-        if (fstatat(dirfd(lDirectory.get()), lpEntry->d_name, &lStatus, 0) != 0 ||
-            lStatus.st_dev != acrFile.st_dev || lStatus.st_ino != acrFile.st_ino) {
-            continue;
-        }
         char lInfo[64 + sizeof lpEntry->d_name];
         snprintf(lInfo, sizeof lInfo, "/proc/%d/fdinfo/%s", aProcess, lpEntry->d_name);
-        if (hasLine(lInfo, isOurKindOfLock)) {
+        // No other file is looked at: one on a server that does not answer would not let go.
+        struct stat lStatus {};
+        if (hasLine(lInfo, isOurKindOfLock) &&
+            fstatat(dirfd(lDirectory.get()), lpEntry->d_name, &lStatus, 0) == 0 &&
+            lStatus.st_dev == acrFile.st_dev && lStatus.st_ino == acrFile.st_ino) {
             return true;
         }
     }

@@ -92,9 +92,9 @@ struct ZTCStatisticsFile::Work {
             return;
         }
         if (mFile.isOpen()) {
-            writeOut(mFile.get());
+            writeOut(mFile.get());  // what fails is tried again in a second
         } else {
-            tryToMake(&Work::writeOut);
+            tryToMake(&Work::fill);
         }
     }
 
@@ -132,6 +132,7 @@ struct ZTCStatisticsFile::Work {
                 throwErrno<ZTCOsException>("rename", mPath, errno);
             }
         } catch (const ZTCException&) {
+            mIsMapped = false;  // to be tried again
             unlink(mNewPath);
             throw;
         }
@@ -155,10 +156,16 @@ struct ZTCStatisticsFile::Work {
         mIsMapped = true;
     }
 
-    void writeOut(int aFile) {
+    ssize_t writeOut(int aFile) {
         ZTCopyStatistics(mCopy);
-        // What fails is tried again in a second.
-        static_cast<void>(!pwrite(aFile, &mCopy, ZTSizeOfStatistics(), 0));
+        return pwrite(aFile, &mCopy, ZTSizeOfStatistics(), 0);
+    }
+
+    void fill(int aFile) {
+        const ssize_t lWritten = writeOut(aFile);
+        if (lWritten != static_cast<ssize_t>(ZTSizeOfStatistics())) {
+            throwErrno<ZTCOsException>("write", mNewPath, lWritten < 0 ? errno : ENOSPC);
+        }
     }
 
     void remove() const {
@@ -197,7 +204,12 @@ void ZTCStatisticsFile::show(const char* apPath, Refresh apRefresh) {
         }
         mpWork->begin();
     } catch (const ZTCException& lrException) {
-        tell(lrException);
+        if (mpWork != nullptr && mpWork->mIsMapped && mpWork->mFile.isOpen()) {
+            Log(ZTLL_Warning, sFile, "Nobody looks after callbacks_inside in the statistics: %s",
+                lrException.what());
+        } else {
+            tell(lrException);
+        }
     }
 }
 

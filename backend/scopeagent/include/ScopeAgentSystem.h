@@ -94,8 +94,10 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     unsigned int getRecordListCount() ZT_EXCLUDES(*mScopeDataLock);
     /// An empty list for every adapter that the vendor library tells of now. Throws ZTCNoMemoryEx.
     ZTCScopeAgentRecordLists makeRecordLists();
-    /// Begins anew with these lists: the caller gets the old ones, and the size of the collected data is 0.
-    void resetRecordLists(ZTCScopeAgentRecordLists& arLists) ZT_REQUIRES(*mScopeDataLock);
+    /// Begins anew with these lists, as of a time in nanoseconds since 1970: the caller gets the old ones,
+    /// and the size of the collected data is 0.
+    void resetRecordLists(ZTCScopeAgentRecordLists& arLists, std::uint64_t aTime)
+        ZT_REQUIRES(*mScopeDataLock);
 
     /// Whether no record is held back, or one of another kind or board.
     bool isNewEvent(const ZTCScopeEvent& acrEvent, unsigned int aBoard) const ZT_REQUIRES(*mScopeDataLock) {

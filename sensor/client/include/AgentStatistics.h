@@ -46,7 +46,8 @@ class ZTCAgentStatistics {
     /// Throws ZTCSensorError. When the agent has gone these are its last figures.
     ZTSStatistics read() const;
 
-    /// Whether the agent has removed its file, another has put its own there, or the process is no more. Then
+    /// Whether the agent has removed its file, another has put its own there, the process is no more, or
+    /// nobody holds the lock of the pid file: a caller who may not open that goes by the process alone. Then
     /// it is time for a new object.
     bool hasGone() const;
 
@@ -61,6 +62,7 @@ class ZTCAgentStatistics {
     Value headerAt(std::size_t aOffset) const;
     [[noreturn]] void refuse(const std::string& acrWhy) const;
 
+    std::string mDirectory;
     std::string mPath;
     ZTCSensorDescriptor mFile;
     pid_t mProcess = 0;

@@ -20,5 +20,9 @@ struct ZTSAgentStatus {
     std::optional<Time> mSensorHeartbeat;
 };
 
+/// Whether an agent serves the directory: a process holds the lock of its pid file. Throws
+/// ZTCNoPermissionError, ZTCUnsafeFileError, ZTCSensorError.
+bool isAgentRunning(const std::string& acrDirectory);
+
 /// Throws ZTCNoAgentError (no such directory), ZTCNoPermissionError, ZTCUnsafeFileError, ZTCSensorError.
 ZTSAgentStatus readAgentStatus(const std::string& acrDirectory);

@@ -42,14 +42,30 @@ std::string garbageOf(std::minstd_rand& arRandom) {
     return lBytes;
 }
 
+// The names in the directory, first those without which an agent starts and serves all the same.
+const char* const sNames[] = {ZTTestSensorFile, ZTTestStatistics,  "vrx-sca.stats.new", ZTTestPidFile,
+                              ZTTestLog,        ZTTestCommandPipe, ZTTestOutputPipe,    "vrx-sca.pid.new"};
+constexpr std::size_t sHarmless = 3;
+
+// What the stranger's process and the test share.
+struct Stranger {
+    std::atomic<unsigned long> mSwaps{0};
+    std::atomic<std::size_t> mNames{std::size(sNames)};  // how many of the names are to be attacked
+    std::atomic<std::size_t> mAttacked{0};               // how many are
+
+    void attack(std::size_t aNames) {
+        mNames = aNames;
+        EXPECT_TRUE(waitUntil([&] { return mAttacked == aNames; }));
+    }
+};
+
 // Fills the directory's names again and again with what another user may put there. Never returns.
-void swapThings(const ZTCTestDirectory& acrDirectory, const std::string& acrVictim,
-                std::atomic<unsigned long>& arSwaps) {
-    const char* const lpNames[] = {ZTTestPidFile, ZTTestSensorFile, ZTTestCommandPipe, ZTTestOutputPipe,
-                                   ZTTestLog,     "vrx-sca.stats",  "vrx-sca.pid.new"};
+void swapThings(const ZTCTestDirectory& acrDirectory, const std::string& acrVictim, Stranger& arStranger) {
     const std::string lMine = acrDirectory / "mine";
     for (std::size_t lAt = 0;; ++lAt) {
-        switch (lAt / std::size(lpNames) % 4) {
+        const std::size_t lNames = arStranger.mNames;
+        arStranger.mAttacked = lNames;
+        switch (lAt / lNames % 4) {
             case 0:
                 symlink(acrVictim.c_str(), lMine.c_str());
                 break;
@@ -63,8 +79,8 @@ void swapThings(const ZTCTestDirectory& acrDirectory, const std::string& acrVict
                 link(acrVictim.c_str(), lMine.c_str());
                 break;
         }
-        const std::string lName = acrDirectory / lpNames[lAt % std::size(lpNames)];
-        arSwaps += rename(lMine.c_str(), lName.c_str()) == 0 ? 1 : 0;
+        const std::string lName = acrDirectory / sNames[lAt % lNames];
+        arStranger.mSwaps += rename(lMine.c_str(), lName.c_str()) == 0 ? 1 : 0;
         if (lAt % 3 == 0) {
             unlink(lName.c_str());
         }
@@ -118,37 +134,57 @@ TEST(Attack, AStrangerWhoSwapsThingsInAStickyDirectoryGetsNothing) {
     chmod(lElsewhere.getPath().c_str(), 0755);
     chmod(lVictim.c_str(), 0644);
     chmod(lDirectory.getPath().c_str(), S_ISVTX | 0777);
-    auto* const lpSwaps = static_cast<std::atomic<unsigned long>*>(
-        mmap(nullptr, sizeof(std::atomic<unsigned long>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS,
-             -1, 0));
+    void* const lpShared =
+        mmap(nullptr, sizeof(Stranger), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(lpShared, MAP_FAILED);
+    Stranger& lrStranger = *new (lpShared) Stranger;
     std::optional<ZTCTestChild> lStranger(std::in_place, [&] {
         EXPECT_EQ(setgid(65534), 0);
         EXPECT_EQ(setuid(65534), 0);
-        swapThings(lDirectory, lVictim, *lpSwaps);
+        swapThings(lDirectory, lVictim, lrStranger);
     });
     unsigned int lStarts = 0;
     unsigned int lServed = 0;
-    while (lpSwaps->load() < lWanted || lStarts < 20) {
+    struct stat lStatus {};
+    // The log is not looked at: it may be the stranger's pipe.
+    const auto lServes = [&] {
+        return lstat((lDirectory / ZTTestOutputPipe).c_str(), &lStatus) == 0 && lStatus.st_uid == 0;
+    };
+    while (lrStranger.mSwaps < lWanted || lStarts < 20) {
         ++lStarts;
-        // Where the log is one of the names, the agent seldom comes to the others.
+        // Every other agent is let start, and has all names attacked while it serves and ends; one of these
+        // lives until it has looked for its sensor. Of the others most have their log elsewhere: where it is
+        // one of the names, the agent seldom comes to the rest.
+        const bool lIsLet = lStarts % 2 != 0;
+        lrStranger.attack(lIsLet ? sHarmless : std::size(sNames));
+        for (const char* const lpName : sNames) {
+            lIsLet ? unlink((lDirectory / lpName).c_str()) : 0;
+        }
         ZTCTestAgent::Options lOptions{"-b", "1"};
         if (lStarts % 4 != 0) {
             lOptions.insert(lOptions.end(), {"-l", lElsewhere / "log"});
         }
         ZTCTestAgent lAgent(lDirectory, lOptions);
-        // It serves, by a pipe of its own, or has refused what it found. The log is not looked at: it may be
-        // the stranger's pipe.
-        struct stat lPipe {};
-        waitUntil([&] {
-            return !lAgent.isAlive() ||
-                   (lstat((lDirectory / ZTTestOutputPipe).c_str(), &lPipe) == 0 && lPipe.st_uid == 0);
-        });
+        // It serves, by a pipe of its own, or has refused what it found.
+        waitUntil([&] { return !lAgent.isAlive() || lServes(); });
+        lServed += lServes() ? 1 : 0;
+        if (lIsLet) {
+            EXPECT_TRUE(lServes()) << lAgent.getErr();
+            lrStranger.attack(std::size(sNames));
+            const unsigned long lSwaps = lrStranger.mSwaps;
+            EXPECT_TRUE(waitUntil([&] { return lrStranger.mSwaps > lSwaps + 20; }));
+            const auto lTouched = [&] {
+                return std::filesystem::last_write_time(lDirectory / ZTTestPidFile);
+            };
+            const auto lBefore = lTouched();
+            EXPECT_TRUE(lStarts != 1 || waitUntil([&] { return lTouched() != lBefore; }));
+        }
         lAgent.sendSignal(SIGTERM);
         ASSERT_EQ(lAgent.waitForEnd(20), 0) << lAgent.getErr();
-        lServed += lAgent.getErr().empty() ? 1 : 0;
+        EXPECT_FALSE(lServes());
     }
     lStranger.reset();
-    struct stat lStatus {};
+    EXPECT_GT(lServed, 0U);
     EXPECT_EQ(stat(lVictim.c_str(), &lStatus), 0);
     EXPECT_EQ(lStatus.st_mode & 07777, 0644U);
     EXPECT_EQ(lStatus.st_uid, 0U);
@@ -158,6 +194,6 @@ TEST(Attack, AStrangerWhoSwapsThingsInAStickyDirectoryGetsNothing) {
         EXPECT_TRUE(lStatus.st_uid == 0 || !S_ISREG(lStatus.st_mode) || lStatus.st_size == 0)
             << lrEntry.path();
     }
-    printf("%lu swaps, %u starts, %u served\n", lpSwaps->load(), lStarts, lServed);
-    munmap(lpSwaps, sizeof *lpSwaps);
+    printf("%lu swaps, %u starts, %u served\n", lrStranger.mSwaps.load(), lStarts, lServed);
+    munmap(lpShared, sizeof(Stranger));
 }

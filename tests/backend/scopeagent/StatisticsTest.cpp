@@ -257,6 +257,29 @@ TEST(Statistics, ADiskThatStandsStillOrIsFullStopsNothing) {
     }
 }
 
+// Whichever thread of the agent's it is that cannot be made: when it is that of the file, counting goes on.
+TEST(Statistics, InMemoryGoOnWithoutTheirThread) {
+    if (ZTIsSanitized) {
+        GTEST_SKIP() << "the sanitizers are in the place of what is preloaded";
+    }
+    bool lHasGoneOn = false;
+    for (unsigned int lThread = 1; lThread < 10 && !lHasGoneOn; ++lThread) {
+        const ZTCTestDirectory lDirectory(sTmpfs);
+        ZTCTestAgent lAgent(
+            lDirectory, {},
+            {"LD_PRELOAD=" ZT_SCARCITY, "ZT_SCARCE=pthread_create:" + std::to_string(lThread) + ":1:11"});
+        const auto lServes = [&] { return namesIn(lDirectory).count(ZTTestOutputPipe) == 1; };
+        EXPECT_TRUE(waitUntil([&] { return !lAgent.isAlive() || lServes(); }));
+        const bool lIsShown = lServes() && namesIn(lDirectory).count(ZTTestStatistics) == 1;
+        lAgent.sendSignal(SIGTERM);
+        lAgent.waitForEnd();
+        lHasGoneOn = contains(lAgent.getLog(), "-W- StatisticsFile");
+        EXPECT_TRUE(!lHasGoneOn || lIsShown);
+        EXPECT_EQ(contains(lAgent.getLog(), "Nobody looks after callbacks_inside"), lHasGoneOn);
+    }
+    EXPECT_TRUE(lHasGoneOn);
+}
+
 // The page has every row, the kinds have one name everywhere, and the threads inside are told.
 TEST(Statistics, ThePageHasTheRowsAndTheKindsHaveOneName) {
     const ZTCTestDirectory lDirectory(sTmpfs);

@@ -1,14 +1,28 @@
 // The client's reading of an agent's figures, from files that a test has made.
+#include <linux/futex.h>
+#include <sys/syscall.h>
+
+#include <regex>
+
+#include "AgentClient.h"
 #include "AgentStatistics.h"
+#include "FileLock.h"
 #include "StatisticsBytes.h"
-#include "TestSupport.h"
 
 namespace {
 
 const ZTTestRows sRows{{"records_total", 5}, {"held_bytes", 12}};
 
+// The lock by which an agent is known, held by this process.
+ZTCDescriptor lockOf(const ZTCTestDirectory& acrDirectory) {
+    ZTCDescriptor lFile(open((acrDirectory / ZTTestPidFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    EXPECT_TRUE(OsLockFile(lFile.get()));
+    return lFile;
+}
+
 TEST(AgentStatistics, RefusesWhatIsNone) {
     const ZTCTestDirectory lDirectory;
+    const ZTCDescriptor lLock = lockOf(lDirectory);
     const std::string lName = lDirectory / "vrx-sca.stats";
     const std::string lGood = ZTTestStatisticsOf(sRows);
     const auto lWith = [&](std::size_t aAt, const std::string& acrBytes) {
@@ -54,9 +68,33 @@ TEST(AgentStatistics, RefusesWhatIsNone) {
     EXPECT_TRUE(contains(lErrorOf(), "it is not a file"));
 }
 
+// The agent was killed, and its number is another process's.
+TEST(AgentStatistics, BelievesNoProcessWithoutTheLock) {
+    const ZTCTestDirectory lDirectory;
+    const std::string& lrDirectory = lDirectory.getPath();
+    writeFile(lDirectory / "vrx-sca.stats", ZTTestStatisticsOf(sRows, 1));
+    EXPECT_THROW(ZTCAgentStatistics{lrDirectory}, ZTCNoAgentError);
+    ZTCDescriptor lLock = lockOf(lDirectory);
+    const ZTCAgentStatistics lAgent(lrDirectory);
+    EXPECT_FALSE(lAgent.hasGone());
+    close(lLock.release());
+    EXPECT_TRUE(lAgent.hasGone());
+    EXPECT_THROW(ZTCAgentStatistics{lrDirectory}, ZTCNoAgentError);
+    if (geteuid() == 0) {
+        // One of the agent's group reads the figures, but no pid file.
+        const ZTSTestEnd lEnd = runChild([&] {
+            EXPECT_EQ(chmod(lrDirectory.c_str(), 0755), 0);
+            EXPECT_EQ(setuid(65534), 0);
+            EXPECT_FALSE(ZTCAgentStatistics(lrDirectory).hasGone());
+        });
+        EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut << lEnd.mErr;
+    }
+}
+
 TEST(AgentStatistics, ReadsRowsOfAnySizeAndNoticesTheEnd) {
     for (const unsigned int lRowSize : {64U, 128U}) {
         const ZTCTestDirectory lDirectory;
+        const ZTCDescriptor lLock = lockOf(lDirectory);
         const std::string lName = lDirectory / "vrx-sca.stats";
         const ZTTestRows lRows{{std::string(56, 'n'), 7}, {"a_total{b=\"c_d\"}", ~0UL}, {"a_total_b", 1}};
         writeFile(lName, ZTTestStatisticsOf(lRows, static_cast<unsigned long>(getpid()), lRowSize));
@@ -81,20 +119,31 @@ TEST(AgentStatistics, ReadsRowsOfAnySizeAndNoticesTheEnd) {
 
 TEST(AgentStatistics, WaitsForTheWakeAndNotForEver) {
     const ZTCTestDirectory lDirectory;
+    const ZTCDescriptor lLock = lockOf(lDirectory);
     const std::string lName = lDirectory / "vrx-sca.stats";
     writeFile(lName, ZTTestStatisticsOf(sRows));
     const ZTCAgentStatistics lAgent(lDirectory.getPath());
     EXPECT_TRUE(lAgent.waitForWake(6, std::chrono::minutes(5)));
     EXPECT_FALSE(lAgent.waitForWake(7, std::chrono::milliseconds(1)));
-    // Written as on a disk, where nobody is woken.
+    // Written as on a disk, where nobody is woken, once the kernel says that the thread waits for another
+    // value than 7. It waits longer than the test does.
+    std::atomic<pid_t> lThread{0};
     std::atomic<bool> lIsOver{false};
     std::thread lWaiter([&] {
-        EXPECT_TRUE(lAgent.waitForWake(7, std::chrono::minutes(5)));
+        lThread = gettid();
+        EXPECT_TRUE(lAgent.waitForWake(7, std::chrono::seconds(3 * ZTTestSoon)));
         lIsOver = true;
     });
+    const std::regex lInWait("^" + std::to_string(SYS_futex) + " 0x\\w+ 0x" + std::to_string(FUTEX_WAIT) +
+                             " 0x7 ");
+    EXPECT_TRUE(waitUntil([&] {
+        return std::regex_search(readFile("/proc/self/task/" + std::to_string(lThread) + "/syscall"),
+                                 lInWait);
+    }));
     EXPECT_FALSE(lIsOver);
     const ZTCDescriptor lFile(open(lName.c_str(), O_WRONLY | O_CLOEXEC));
     EXPECT_EQ(pwrite(lFile.get(), "\x08", 1, 32), 1);
+    EXPECT_TRUE(waitUntil([&] { return lIsOver.load(); }, ZTTestSoon));
     lWaiter.join();
     EXPECT_EQ(truncate(lName.c_str(), 0), 0);
     EXPECT_THROW(lAgent.waitForWake(8, std::chrono::minutes(5)), ZTCSensorError);

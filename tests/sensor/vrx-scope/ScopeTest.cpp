@@ -142,6 +142,14 @@ TEST(Scope, ShowsWhatCannotBeSaved) {
     EXPECT_EQ(lResult.mStatus, 1);
     EXPECT_TRUE(contains(lResult.mErr, "No space left on device")) << lResult.mErr;
     EXPECT_EQ(Json::parse(lResult.mOut)["occurrences"], 3);
+    lStand.mSim.play("plogi times=2");
+    const ZTSTestEnd lFetch =
+        runChild(ZTCTestChild::Arguments{"/bin/sh", "-c", "exec \"$@\" > /dev/full", "sh", ZT_VRX_SCOPE,
+                                         "--dir", lStand.mrDirectory, "fetch", "--ndjson"},
+                 ZTCTestChild::Arguments{});
+    EXPECT_EQ(lFetch.mStatus, 1);
+    EXPECT_TRUE(contains(lFetch.mErr, "; what was fetched:\n{")) << lFetch.mErr;
+    EXPECT_EQ(Json::parse(lFetch.mErr.substr(lFetch.mErr.find('\n')))["occurrences"], 2);
     const Json lStatus = Json::parse(askScope(lStand.mrDirectory, {"status", "--json"}));
     EXPECT_EQ(lStatus["pid"], lStand.mAgent.getProcess());
     EXPECT_EQ(lStatus["log"], lStand.mDirectory / ZTTestLog);
@@ -207,6 +215,10 @@ TEST(Scope, ShowsNothingThatATerminalActsOn) {
     EXPECT_TRUE(std::all_of(lJson.begin(), lJson.end(), [](char aSign) {
         return aSign == '\n' || (aSign >= ' ' && aSign <= '~');
     })) << lJson;
+    const std::string lNone = runScope(lDirectory / lBad, {"status"}).mErr;
+    EXPECT_TRUE(contains(lNone, "/" + lShown) && countIn(lNone, "\n") == 1) << lNone;
+    std::filesystem::create_directory(lDirectory / lBad);
+    EXPECT_TRUE(contains(runScope(lDirectory / lBad, {"status"}).mOut, "/" + lShown + "\nagent "));
     // What a line of a file holds is not shown as it is either.
     writeFile(lDirectory / "targets", lBad.substr(0, 8) + " 1 2\n");
     EXPECT_TRUE(contains(runScope(lDirectory.getPath(), {"targets", "load", lDirectory / "targets"}).mErr,
