@@ -167,7 +167,8 @@ const std::string& statisticsFile() {
         lpPath->append("/vrx-sca.stats");
         ZTNameStatistics();
         static ZTCStatisticsFile& srFile = *new ZTCStatisticsFile;
-        srFile.show(lpPath->c_str(), [] {});
+        srFile.show(
+            lpPath->c_str(), [](void* /*apContext*/) {}, nullptr);
         atexit([] {
             srFile.withdraw();
             rmdir(statisticsFile().substr(0, statisticsFile().rfind('/')).c_str());

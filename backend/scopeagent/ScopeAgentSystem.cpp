@@ -12,7 +12,6 @@
 #include "ScopeAgentHeartbeatHandler.h"
 #include "ScopeAgentStatistics.h"
 #include "Settings.h"
-#include "SystemMain.h"
 
 namespace {
 
@@ -133,12 +132,10 @@ void ZTCScopeAgentSystem::init() {
 void ZTCScopeAgentSystem::showStatistics() {
     ZTNameStatistics();
     ZTSetStatistic(ZTS_HeldBytesLimit, TotalDataLimit);
-    mStatisticsFile.show((getRuntimeDirStr() + sStatisticsName).get(), [] {
-        if (auto* const lpSystem = static_cast<ZTCScopeAgentSystem*>(getSystemObject());
-            lpSystem != nullptr) {
-            lpSystem->refreshStatistics();
-        }
-    });
+    const auto lRefresh = [](void* apSystem) {
+        static_cast<ZTCScopeAgentSystem*>(apSystem)->refreshStatistics();
+    };
+    mStatisticsFile.show((getRuntimeDirStr() + sStatisticsName).get(), lRefresh, this);
 }
 
 void ZTCScopeAgentSystem::initConditionals() {

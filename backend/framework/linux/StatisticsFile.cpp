@@ -77,7 +77,7 @@ struct ZTCStatisticsFile::Work {
 
     void run() {
         do {
-            mpRefresh();
+            mpRefresh(mpContext);
             write();
         } while (!happensWithin(mEnd, sPeriod));
         if (!mIsMapped) {
@@ -177,6 +177,7 @@ struct ZTCStatisticsFile::Work {
     }
 
     Refresh mpRefresh = nullptr;
+    void* mpContext = nullptr;
     char mPath[PATH_MAX]{};
     char mNewPath[PATH_MAX]{};
     ZTCEvent mEnd;
@@ -190,13 +191,14 @@ struct ZTCStatisticsFile::Work {
     ZTSStatisticsBlock mCopy{};
 };
 
-void ZTCStatisticsFile::show(const char* apPath, Refresh apRefresh) {
+void ZTCStatisticsFile::show(const char* apPath, Refresh apRefresh, void* apContext) {
     try {
         mpWork = new (std::nothrow) Work;
         if (mpWork == nullptr) {
             throwNoMemory();
         }
         mpWork->mpRefresh = apRefresh;
+        mpWork->mpContext = apContext;
         const int lLength = snprintf(mpWork->mPath, PATH_MAX, "%s", apPath);
         if (lLength >= PATH_MAX || snprintf(mpWork->mNewPath, PATH_MAX, "%s.new", apPath) >= PATH_MAX) {
             delete std::exchange(mpWork, nullptr);

@@ -9,7 +9,7 @@
 class ZTCStatisticsFile {
   public:
     /// Called by the thread each second, for the figures that somebody has to look after.
-    using Refresh = void (*)();
+    using Refresh = void (*)(void* apContext);
 
     ZTCStatisticsFile() = default;
     ~ZTCStatisticsFile() { withdraw(); }
@@ -18,7 +18,7 @@ class ZTCStatisticsFile {
 
     /// Shows the block, whose rows have been named, as a file of mode 0640. What is counted by other threads
     /// while it is mapped may be lost.
-    void show(const char* apPath, Refresh apRefresh);
+    void show(const char* apPath, Refresh apRefresh, void* apContext);
     /// Removes the file, if it is still the one in its place. Who has it open reads the last figures. Where a
     /// disk stands still, that is not waited for longer than a second.
     void withdraw();
