@@ -289,7 +289,7 @@ std::uint64_t detach() {
     {
         const ZTCScopedLock lLock(lrAgent.getScopeDataLock());
         lrAgent.clearPrevScopeData();
-        lrAgent.resetRecordLists(lLists);
+        lrAgent.resetRecordLists(lLists, ztlog::now());
     }
     return ztbench::ticks() - lBefore;
 }
