@@ -96,8 +96,7 @@ void genericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategor
     letIn([&] {
         if (!isWhole(apEvent)) {
             Log(ZTLL_Warning, sFile,
-                "Event (%u, %u) of board %u is dropped: its record of %u bytes claims a payload that cannot "
-                "be",
+                "Event (%u, %u) of board %u is dropped: its record of %u bytes claims a payload that cannot be",
                 aCategory, aSubcategory, aBoard, apEvent == nullptr ? 0 : apEvent->total_length);
             ZTCScopeAgentLosses::count(ZTSAL_Malformed);
             return;

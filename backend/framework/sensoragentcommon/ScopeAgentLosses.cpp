@@ -30,9 +30,7 @@ void ZTCScopeAgentLosses::report() {
     const Counts lLost = take();
     if (lLost != Counts{}) {
         Log(ZTLL_Notice, sFile,
-            "Events lost since the last fetch: %u at the limit, %u of unknown boards, %u too short, %u of "
-            "unknown "
-            "kinds, %u for want of memory, %u malformed",
+            "Events lost since the last fetch: %u at the limit, %u of unknown boards, %u too short, %u of unknown kinds, %u for want of memory, %u malformed",
             lLost[ZTSAL_Limit], lLost[ZTSAL_UnknownBoard], lLost[ZTSAL_TooShort], lLost[ZTSAL_UnknownKind],
             lLost[ZTSAL_NoMemory], lLost[ZTSAL_Malformed]);
     }
