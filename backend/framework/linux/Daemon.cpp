@@ -70,7 +70,7 @@ void ZTCDaemon::detach(const ZTCString& acrDirectory, const ZTCString& acrName) 
         throwErrno<ZTCOsException>("fork", nullptr, errno);
     }
     if (lChild > 0) {
-        lWrite = ZTCDescriptor();
+        lWrite.close();
         awaitChild(lChild, lRead.get(), acrName.get());
     }
     mReport = std::move(lWrite);
@@ -86,7 +86,7 @@ void ZTCDaemon::ready(const ZTCString& acrInput, const ZTCString& acrOutput, con
     reopen(STDERR_FILENO, acrError, O_WRONLY);
     // Who started us may be gone: then nobody waits for the word.
     static_cast<void>(write(mReport.get(), &sReady, 1) == 1);
-    mReport = ZTCDescriptor();
+    mReport.close();
 }
 
 void ZTCDaemon::tellEnd(const ZTCDescriptor& acrStarter) {

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 
+#include "Descriptor.h"
 #include "Exception.h"
 
 namespace {
@@ -77,7 +78,7 @@ bool holdsLock(pid_t aProcess, const struct stat& acrFile) {
         struct stat lStatus {};
         if (hasLine(lInfo, isOurKindOfLock) &&
             fstatat(dirfd(lDirectory.get()), lpEntry->d_name, &lStatus, 0) == 0 &&
-            lStatus.st_dev == acrFile.st_dev && lStatus.st_ino == acrFile.st_ino) {
+            ZTIsSameFile(lStatus, acrFile)) {
             return true;
         }
     }

@@ -123,7 +123,6 @@ struct ZTCStatisticsFile::Work {
             // back.
             int lErrno = posix_fallocate(lFile.get(), 0, lSize);
             lErrno = lErrno == 0 && fchmod(lFile.get(), sMode) != 0 ? errno : lErrno;
-            lErrno = lErrno == 0 && fstat(lFile.get(), &mStatus) != 0 ? errno : lErrno;
             if (lErrno != 0) {
                 throwErrno<ZTCOsException>("fallocate", mNewPath, lErrno);
             }
@@ -169,9 +168,7 @@ struct ZTCStatisticsFile::Work {
     }
 
     void remove() const {
-        struct stat lNamed {};
-        if (mFile.isOpen() && lstat(mPath, &lNamed) == 0 && lNamed.st_dev == mStatus.st_dev &&
-            lNamed.st_ino == mStatus.st_ino) {
+        if (ZTIsStillAt(mFile.get(), mPath)) {
             unlink(mPath);
         }
     }
@@ -183,7 +180,6 @@ struct ZTCStatisticsFile::Work {
     ZTCEvent mEnd;
     ZTCEvent mHasEnded;
     ZTCDescriptor mFile;
-    struct stat mStatus {};
     bool mIsMapped = false;
     pthread_t mThread{};
     bool mHasThread = false;

@@ -10,8 +10,8 @@
 #include <csignal>
 #include <cstdio>
 #include <string_view>
+#include <utility>
 
-#include "Descriptor.h"
 #include "Exception.h"
 #include "FileLock.h"
 #include "Os.h"
@@ -36,13 +36,6 @@ ZTCDescriptor openIfThere(const char* apPath) {
         }
         return ZTCDescriptor();
     }
-}
-
-bool isStillAt(int aDescriptor, const char* apPath) {
-    struct stat lOpened {};
-    struct stat lNamed {};
-    return fstat(aDescriptor, &lOpened) == 0 && lstat(apPath, &lNamed) == 0 &&
-           lOpened.st_dev == lNamed.st_dev && lOpened.st_ino == lNamed.st_ino;
 }
 
 [[noreturn]] void throwRunning(int aDescriptor) {
@@ -70,7 +63,7 @@ void writeNumber(int aDescriptor, const char* apPath) {
 ZTCDescriptor takeNewFile(const char* apPath) {
     for (const timespec lEnd = OsDeadlineIn(sTurnSeconds); !OsHasPassed(lEnd); usleep(sLookAgain)) {
         ZTCDescriptor lFile = OsOpenOurFile(apPath, O_RDWR | O_CREAT, S_IRUSR | S_IWUSR);
-        if (OsLockFile(lFile.get()) && isStillAt(lFile.get(), apPath)) {
+        if (OsLockFile(lFile.get()) && ZTIsStillAt(lFile.get(), apPath)) {
             OsCheckFile(lFile.get(), apPath, S_IFREG);
             fchmod(lFile.get(), S_IRUSR | S_IWUSR);
             return lFile;
@@ -134,11 +127,7 @@ pid_t readNumber(const char* apPath) {
 
 }  // namespace
 
-ZTCProcessInstanceManager::~ZTCProcessInstanceManager() {
-    if (mPidFd >= 0) {
-        close(mPidFd);
-    }
-}
+ZTCProcessInstanceManager::~ZTCProcessInstanceManager() = default;
 
 bool ZTCProcessInstanceManager::isAnInstanceRunning() {
     if (mState == Running) {
@@ -164,7 +153,7 @@ void ZTCProcessInstanceManager::markAsRunning() {
                 if (rename(lNewPath.get(), mPidFile.get()) != 0) {
                     throwErrno<ZTCOsException>("rename", lNewPath.get(), errno);
                 }
-                mPidFd = lNew.release();
+                mPidFd = std::move(lNew);
                 mState = Running;
                 return;
             }
@@ -198,11 +187,10 @@ void ZTCProcessInstanceManager::exitInstanceManagement() {
         return;
     }
     // Removed while the lock is held: who opens it now sees, once it has the lock, that it is gone.
-    if (isStillAt(mPidFd, mPidFile.get())) {
+    if (ZTIsStillAt(mPidFd.get(), mPidFile.get())) {
         unlink(mPidFile.get());
     }
-    close(mPidFd);
-    mPidFd = -1;
+    mPidFd.close();
     mState = NotRunning;
 }
 

@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include "Descriptor.h"
 #include "Log.h"
 #include "ZTString.h"
 
@@ -47,6 +48,6 @@ class ZTCProcessInstanceManager {
     enum State : unsigned int { NotRunning, Running };
 
     ZTCString mPidFile;
-    int mPidFd = -1;
+    ZTCDescriptor mPidFd;
     unsigned int mState = NotRunning;
 };
