@@ -23,7 +23,6 @@ namespace {
 constexpr unsigned int sKillSeconds = 10;
 constexpr unsigned int sTurnSeconds = 10;
 constexpr useconds_t sLookAgain = 1000;  // microseconds
-constexpr unsigned int sExitCondition = 19;
 constexpr char sNewSuffix[] = ".new";
 
 // Not open when there is none.
@@ -46,7 +45,7 @@ ZTCDescriptor openIfThere(const char* apPath) {
     } else {
         snprintf(lText, sizeof lText, "Another instance is running");
     }
-    throw ZTCExitConditionEx(lText, sExitCondition);
+    throw ZTCExitConditionEx(lText);
 }
 
 void writeNumber(int aDescriptor, const char* apPath) {
@@ -169,7 +168,7 @@ void ZTCProcessInstanceManager::markAsRunning() {
 void ZTCProcessInstanceManager::killRunningInstance() {
     const ZTCDescriptor lFile = openIfThere(mPidFile.get());
     if (!lFile.isOpen() || !OsIsFileLocked(lFile.get())) {
-        throw ZTCExitConditionEx("No instance is running", sExitCondition);
+        throw ZTCExitConditionEx("No instance is running");
     }
     do {
         const pid_t lHolder = OsFindLockHolder(lFile.get());
