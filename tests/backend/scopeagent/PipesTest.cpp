@@ -52,6 +52,10 @@ class WrittenPipe : public Pipes {
     WrittenPipe() : mCapacity(fcntl(mObserver.get(), F_GETPIPE_SZ)) {}
 
     int unread() const { return unreadIn(mObserver); }
+    bool isRead() const {
+        pollfd lPoll{mObserver.get(), 0, 0};
+        return poll(&lPoll, 1, 0) == 0;
+    }
     void expectNothingElseIn(const ZTCDescriptor& acrReader, const std::string& acrMessage) {
         EXPECT_EQ(unread(), static_cast<int>(acrMessage.size()));
         EXPECT_EQ(readBytes(acrReader, acrMessage.size()), acrMessage);
@@ -109,8 +113,9 @@ TEST_F(WrittenPipe, DropsTheMessageThatItsReaderLeavesWhileItIsWritten) {
         }
         EXPECT_EQ(readBytes(lReader, lTaken), mLarge.substr(0, lTaken));
         EXPECT_TRUE(waitUntil([&] { return unread() > mCapacity - 4096; }));
-        ZTCDescriptor(std::move(lReader));
+        lReader.close();
         lWrite.get();
+        EXPECT_FALSE(isRead());
         EXPECT_EQ(unread(), 0);
         write("next");
         const ZTCDescriptor lNext(openOther(O_RDONLY));
@@ -131,6 +136,7 @@ TEST_F(WrittenPipe, DropsWhatIsLeftOfAMessageThatWasWholeInThePipe) {
         EXPECT_EQ(poll(&lChange, 1, 0), 1);
         if (lSettles) {
             mPipe.settle();
+            EXPECT_FALSE(isRead());
             EXPECT_EQ(unread(), 0);
             mPipe.settle();
             EXPECT_EQ(poll(&lChange, 1, 0), 0);
@@ -159,7 +165,7 @@ TEST_F(WrittenPipe, KeepsTheMessageThatWaitsBehindOneThatWasLeftHalfRead) {
     const std::string lNext = "next";
     std::future<void> lWrite = writeMeanwhile(lNext);
     EXPECT_EQ(lWrite.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-    close(lReader.release());
+    lReader.close();
     lWrite.get();
     expectNothingElseIn(openOther(O_RDONLY), lNext);
 }
