@@ -115,7 +115,8 @@ std::uint64_t ZTCPipeWritingEnd::readSoFar() const {
     return mWritten - sUnread(*mFile, mEnd);
 }
 
-// Whether what is in the pipe begins in the middle of a message.
+// Whether what is in the pipe begins in the middle of a message. Forgets those that have been read whole: the
+// list is never longer than what the pipe holds.
 bool ZTCPipeWritingEnd::isHalfRead() {
     const std::uint64_t lRead = readSoFar();
     while (!mEnds.empty() && mEnds.front() <= lRead) {
@@ -129,7 +130,8 @@ void ZTCPipeWritingEnd::settle() {
     epoll_event lChange;
     while (epoll_wait(mChange.get(), &lChange, 1, 0) > 0) {
     }
-    if (!hasReader() && isHalfRead()) {
+    const bool lHasReader = hasReader();  // asked first: until it has gone, a reader goes on reading
+    if (isHalfRead() && !lHasReader) {
         drop();
     }
 }

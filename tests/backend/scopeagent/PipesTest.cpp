@@ -1,5 +1,6 @@
 // The pipes themselves: other ends that are absent, slow, or gone at the worst moment, and what lies in the
 // runtime directory where the agent wants its own.
+#include <malloc.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 
@@ -168,6 +169,27 @@ TEST_F(WrittenPipe, KeepsTheMessageThatWaitsBehindOneThatWasLeftHalfRead) {
     lReader.close();
     lWrite.get();
     expectNothingElseIn(openOther(O_RDONLY), lNext);
+}
+
+// Always a message behind, so that it is never sure to have read all.
+TEST_F(WrittenPipe, RemembersNothingOfWhatAReaderThatStaysHasRead) {
+    const auto lAllocated = [] { return mallinfo2().uordblks; };
+    ZTCDescriptor lReader(openOther(O_RDONLY));
+    write("0000");
+    const std::size_t lBefore = lAllocated();
+    std::size_t lMost = 0;
+    for (std::size_t lAt = 1; lAt <= 100000; ++lAt) {
+        write(wordOf(lAt));
+        readBytes(lReader, 4);
+        lMost = std::max(lMost, lAllocated());
+    }
+    EXPECT_LT(lMost, lBefore + 16 * 1024);
+    write("next");
+    EXPECT_EQ(readBytes(lReader, 6), wordOf(100000) + "ne");
+    lReader.close();
+    mPipe.settle();
+    write("last");
+    expectNothingElseIn(openOther(O_RDONLY), "last");
 }
 
 TEST_F(WrittenPipe, RemovesNothingButItself) {
