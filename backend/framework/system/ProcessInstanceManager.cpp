@@ -26,7 +26,7 @@ constexpr useconds_t sLookAgain = 1000;  // microseconds
 constexpr char sNewSuffix[] = ".new";
 
 // Not open when there is none.
-ZTCDescriptor openIfThere(const char* apPath) {
+ZTCDescriptor sOpenIfThere(const char* apPath) {
     try {
         return OsOpenOurFile(apPath, O_RDONLY);
     } catch (const ZTCOsException& lrException) {
@@ -37,7 +37,7 @@ ZTCDescriptor openIfThere(const char* apPath) {
     }
 }
 
-[[noreturn]] void throwRunning(int aDescriptor) {
+[[noreturn]] void sThrowRunning(int aDescriptor) {
     char lText[64];
     const pid_t lHolder = OsFindLockHolder(aDescriptor);
     if (lHolder != 0) {
@@ -48,7 +48,7 @@ ZTCDescriptor openIfThere(const char* apPath) {
     throw ZTCExitConditionEx(lText);
 }
 
-void writeNumber(int aDescriptor, const char* apPath) {
+void sWriteNumber(int aDescriptor, const char* apPath) {
     char lText[16];
     const int lLength = snprintf(lText, sizeof lText, "%d\n", getpid());
     if (pwrite(aDescriptor, lText, static_cast<std::size_t>(lLength), 0) != lLength ||
@@ -59,7 +59,7 @@ void writeNumber(int aDescriptor, const char* apPath) {
 
 // The file that is to become the pid file, locked: nobody else than who holds its lock puts a file into the
 // pid file's place. Waits for its turn among those that start.
-ZTCDescriptor takeNewFile(const char* apPath) {
+ZTCDescriptor sTakeNewFile(const char* apPath) {
     for (const timespec lEnd = OsDeadlineIn(sTurnSeconds); !OsHasPassed(lEnd); usleep(sLookAgain)) {
         ZTCDescriptor lFile = OsOpenOurFile(apPath, O_RDWR | O_CREAT, S_IRUSR | S_IWUSR);
         if (OsLockFile(lFile.get()) && ZTIsStillAt(lFile.get(), apPath)) {
@@ -104,7 +104,7 @@ void sStop(pid_t aHolder, int aDescriptor) {
 
 // The number that a pid file holds; 0 when it holds none. Blanks may follow it on its line. Throws
 // ZTCClibGetProcStatusFailedEx.
-pid_t readNumber(const char* apPath) {
+pid_t sReadNumber(const char* apPath) {
     char lText[32];
     ssize_t lLength = -1;
     try {
@@ -129,31 +129,31 @@ pid_t readNumber(const char* apPath) {
 ZTCProcessInstanceManager::~ZTCProcessInstanceManager() = default;
 
 bool ZTCProcessInstanceManager::isAnInstanceRunning() {
-    if (mState == Running) {
+    if (mState == ZTIS_Running) {
         return false;
     }
-    const ZTCDescriptor lFile = openIfThere(mPidFile.get());
+    const ZTCDescriptor lFile = sOpenIfThere(mPidFile.get());
     return lFile.isOpen() && OsIsFileLocked(lFile.get());
 }
 
 // Always a new file: whoever has an old one open could hold a lock on it.
 void ZTCProcessInstanceManager::markAsRunning() {
-    if (mState == Running) {
+    if (mState == ZTIS_Running) {
         return;
     }
     const ZTCString lNewPath = mPidFile + sNewSuffix;
     ZTCDescriptor lOld;
     {
-        ZTCDescriptor lNew = takeNewFile(lNewPath.get());
+        ZTCDescriptor lNew = sTakeNewFile(lNewPath.get());
         try {
-            lOld = openIfThere(mPidFile.get());
+            lOld = sOpenIfThere(mPidFile.get());
             if (!lOld.isOpen() || !OsIsFileLocked(lOld.get())) {
-                writeNumber(lNew.get(), lNewPath.get());
+                sWriteNumber(lNew.get(), lNewPath.get());
                 if (rename(lNewPath.get(), mPidFile.get()) != 0) {
                     throwErrno<ZTCOsException>("rename", lNewPath.get(), errno);
                 }
                 mPidFd = std::move(lNew);
-                mState = Running;
+                mState = ZTIS_Running;
                 return;
             }
         } catch (const ZTCException&) {
@@ -162,11 +162,11 @@ void ZTCProcessInstanceManager::markAsRunning() {
         }
         unlink(lNewPath.get());
     }
-    throwRunning(lOld.get());
+    sThrowRunning(lOld.get());
 }
 
 void ZTCProcessInstanceManager::killRunningInstance() {
-    const ZTCDescriptor lFile = openIfThere(mPidFile.get());
+    const ZTCDescriptor lFile = sOpenIfThere(mPidFile.get());
     if (!lFile.isOpen() || !OsIsFileLocked(lFile.get())) {
         throw ZTCExitConditionEx("No instance is running");
     }
@@ -182,7 +182,7 @@ void ZTCProcessInstanceManager::killRunningInstance() {
 }
 
 void ZTCProcessInstanceManager::exitInstanceManagement() {
-    if (mState != Running) {
+    if (mState != ZTIS_Running) {
         return;
     }
     // Removed while the lock is held: who opens it now sees, once it has the lock, that it is gone.
@@ -190,11 +190,11 @@ void ZTCProcessInstanceManager::exitInstanceManagement() {
         unlink(mPidFile.get());
     }
     mPidFd.close();
-    mState = NotRunning;
+    mState = ZTIS_NotRunning;
 }
 
 void ZTCProcessInstanceManager::getProcStatus(ZTCString aPidFile) {
-    const pid_t lProcess = readNumber(aPidFile.get());
+    const pid_t lProcess = sReadNumber(aPidFile.get());
     bool lIsAlive = false;
     if (lProcess != 0) {
         try {

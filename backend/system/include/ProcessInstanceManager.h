@@ -45,9 +45,9 @@ class ZTCProcessInstanceManager {
     virtual void getProcStatus(ZTCString aPidFile);
 
   private:
-    enum State : unsigned int { NotRunning, Running };
+    enum ZTEInstanceState : unsigned int { ZTIS_NotRunning, ZTIS_Running };
 
     ZTCString mPidFile;
     ZTCDescriptor mPidFd;
-    unsigned int mState = NotRunning;
+    unsigned int mState = ZTIS_NotRunning;
 };
