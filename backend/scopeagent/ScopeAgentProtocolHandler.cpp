@@ -12,7 +12,6 @@ namespace {
 
 constexpr char sFile[] = "ScopeAgentProtocolHandler";
 constexpr unsigned int sInitialResponseSize = 1024;
-constexpr unsigned int sShutDown = 19;
 constexpr unsigned int sLabelRoom = 128;
 constexpr unsigned int sManyRecords = 4096;
 
@@ -315,7 +314,7 @@ void ZTCScopeAgentProtocolHandler::handleShutDownCommand(const Buffer& /*acrComm
     const ZTCTraceScope lTrace(sFile);
     mpScopeAgentSystem->closeLibdfc();
     createSuccessResponse(arResponse);
-    throw ZTCShutDownEx("Shutting down ScopeAgent", sShutDown);
+    throw ZTCShutDownEx("Shutting down ScopeAgent");
 }
 
 void ZTCScopeAgentProtocolHandler::createSuccessResponse(Buffer& arResponse) {

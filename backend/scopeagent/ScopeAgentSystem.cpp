@@ -24,7 +24,6 @@ constexpr char sStatisticsName[] = "/vrx-sca.stats";
 constexpr unsigned char sCommandPipeMode = 2;
 constexpr unsigned char sOutputPipeMode = 1;
 constexpr unsigned int sCommandWaitSeconds = 3;
-constexpr unsigned int sExitCondition = 19;
 
 constexpr unsigned int sMaxRuntimeDir = PATH_MAX;
 constinit char sRuntimeDir[sMaxRuntimeDir] = "";
@@ -225,7 +224,7 @@ void ZTCScopeAgentSystem::initLibdfc() {
         mLibdfc->LIBDFC_Init();
     } catch (const ZTCNotFoundEx&) {
         Log(ZTLL_Notice, sFile, "No Libdfc Found or Disabled.. ScopeAgent would exit");
-        throw ZTCExitConditionEx("No Libdfc found", sExitCondition);
+        throw ZTCExitConditionEx("No Libdfc found");
     }
     const unsigned int lCount = mLibdfc->LIBDFC_GetNumberOfAdapters();
     if (lCount == 0) {
@@ -250,7 +249,7 @@ void ZTCScopeAgentSystem::refuseLibdfc(const char* apReason) {
     mLibdfc->LIBDFC_Close();
     mLibdfc->LIBDFC_FreeLibrary();
     Log(ZTLL_Notice, sFile, "%s", apReason);
-    throw ZTCExitConditionEx(apReason, sExitCondition);
+    throw ZTCExitConditionEx(apReason);
 }
 
 void ZTCScopeAgentSystem::closeLibdfc() {
@@ -426,7 +425,7 @@ void ZTCScopeAgentSystem::setCmdLineArgDescs() {
 
 void ZTCScopeAgentSystem::processConfigFile() {
     const ZTCTraceScope lTrace(sFile);
-    throw ZTCNotImplementedEx("Not Implemented", 13);
+    throw ZTCNotImplementedEx("Not Implemented");
 }
 
 // -l is an option but not told of here, and -S is told of but does nothing: both on purpose.

@@ -18,7 +18,7 @@ class ZTMap {
         if (!lInserted) {
             PrintLogMessageWithTimeStamp(ZTLL_Error.mBit, ZTLL_Error.mpTag, 139, __func__, ZTMapFile,
                                          "Element already existed in the map");
-            throw ZTCExistsEx("Element already exists in map.. can't insert", 10);
+            throw ZTCExistsEx("Element already exists in map.. can't insert");
         }
     }
 
@@ -48,7 +48,7 @@ class ZTMap {
         if (lFound == arMap.end()) {
             PrintLogMessageWithTimeStamp(ZTLL_Information.mBit, ZTLL_Information.mpTag, aLine, apFunction,
                                          ZTMapFile, "Element does not exist in the map");
-            throw ZTCNotFoundEx("No element for the key exists in map", 8);
+            throw ZTCNotFoundEx("No element for the key exists in map");
         }
         return lFound->second;
     }

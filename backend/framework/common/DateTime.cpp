@@ -8,7 +8,7 @@
 namespace {
 
 [[noreturn]] void throwNotATime() {
-    throw ZTCInvalidEx("Not a time of the form 2026-11-21T02:46:01.5Z", 6);
+    throw ZTCInvalidEx("Not a time of the form 2026-11-21T02:46:01.5Z");
 }
 
 // The fraction behind the seconds, ".5" say, in nanoseconds. Moves the text behind it.
@@ -69,7 +69,7 @@ void ZTCDateTime::decode(ZTCEncodableInStream& arStream) {
     const unsigned char* const lpBytes = arStream.take(EncodedSize);
     const auto lNanoseconds = ztwire::get<std::uint32_t>(lpBytes + 8);
     if (lNanoseconds >= NanosecondsPerSecond) {
-        throw ZTCInvalidEx("A time has a second's worth of nanoseconds or more", 6);
+        throw ZTCInvalidEx("A time has a second's worth of nanoseconds or more");
     }
     mSeconds = static_cast<std::uint64_t>(ztwire::get<std::uint32_t>(lpBytes)) << 32 |
                ztwire::get<std::uint32_t>(lpBytes + 4);

@@ -13,7 +13,7 @@ ZTCEncodableInStream& ZTCEncodableInStream::operator>>(ZTCString& arValue) {
     *this >> lLength;
     const unsigned char* const lpText = take(lLength);
     if (memchr(lpText, '\0', lLength) != nullptr) {
-        throw ZTCInvalidEx("A text holds a NUL byte", 6);
+        throw ZTCInvalidEx("A text holds a NUL byte");
     }
     arValue = orNoMemory([&] { return ZTCString(std::string(lpText, lpText + lLength).c_str()); });
     return *this;

@@ -17,11 +17,11 @@ const char* ZTCException::what() const {
 }
 
 void throwNoMemory() {
-    throw ZTCNoMemoryEx("Out of Memory", 2);
+    throw ZTCNoMemoryEx("Out of Memory");
 }
 
 void throwInvalidValue() {
-    throw ZTCInvalidEx("Invalid Value", 6);
+    throw ZTCInvalidEx("Invalid Value");
 }
 
 void ztexception::errnoText(char* apBuffer, unsigned int aSize, const char* apOperation,

@@ -11,6 +11,8 @@
 #include <cstring>
 #include <utility>
 
+#include "Descriptor.h"
+
 namespace {
 
 constexpr int sSafely = O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
@@ -35,22 +37,21 @@ int sRefusal(const struct stat& acrStatus, const char* apPath) {
 // Opens what is at the path, which is looked at before it is opened: to open a device or a pipe has effects.
 // The descriptor, or less than 0 with the errno.
 int sOpenExisting(const char* apPath) {
-    const int lIdentity = open(apPath, O_PATH | O_NOFOLLOW | O_CLOEXEC);
-    if (lIdentity < 0) {
+    ZTCDescriptor lIdentity(open(apPath, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!lIdentity.isOpen()) {
         return -1;
     }
     struct stat lStatus {};
-    fstat(lIdentity, &lStatus);
+    fstat(lIdentity.get(), &lStatus);
     int lErrno = sRefusal(lStatus, apPath);
     int lFile = -1;
     if (lErrno == 0) {
-        char lSame[32];
-        snprintf(lSame, sizeof lSame, "/proc/self/fd/%d", lIdentity);
         // For reading as well: the file's last byte is looked at.
-        lFile = open(lSame, O_RDWR | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+        lFile = open(ZTSDescriptorPath(lIdentity.get()).mText,
+                     O_RDWR | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
         lErrno = errno;
     }
-    close(lIdentity);
+    lIdentity.close();
     errno = lErrno;
     return lFile;
 }
@@ -87,26 +88,21 @@ int ZTCLogFile::open(const char* apPath) {
 }
 
 int ZTCLogFile::rotate(const char* apPath) {
-    struct stat lOurs {};
-    struct stat lNamed {};
+    if (!ZTIsStillAt(mFile, apPath)) {
+        return open(apPath);
+    }
     char lBefore[PATH_MAX];
-    if (fstat(mFile, &lOurs) != 0) {
+    if (snprintf(lBefore, sizeof lBefore, "%s.1", apPath) >= static_cast<int>(sizeof lBefore)) {
+        return ENAMETOOLONG;
+    }
+    if (rename(apPath, lBefore) != 0) {
         return errno;
     }
-    if (lstat(apPath, &lNamed) == 0 && lOurs.st_dev == lNamed.st_dev && lOurs.st_ino == lNamed.st_ino) {
-        if (snprintf(lBefore, sizeof lBefore, "%s.1", apPath) >= static_cast<int>(sizeof lBefore)) {
-            return ENAMETOOLONG;
-        }
-        if (rename(apPath, lBefore) != 0) {
-            return errno;
-        }
-        const int lErrno = open(apPath);
-        if (lErrno != 0) {
-            rename(lBefore, apPath);
-        }
-        return lErrno;
+    const int lErrno = open(apPath);
+    if (lErrno != 0) {
+        rename(lBefore, apPath);
     }
-    return open(apPath);
+    return lErrno;
 }
 
 // Goes on in another file. A line that stands in the one before in part keeps its part; of the new one, a

@@ -20,7 +20,7 @@ constexpr char sReady = 'R';
 constexpr char sEnded = 'E';
 
 // In the process that was started: waits for the child's word or its end.
-[[noreturn]] void awaitChild(pid_t aChild, int aReport, const char* apName) {
+[[noreturn]] void sAwaitChild(pid_t aChild, int aReport, const char* apName) {
     sigset_t lNone;
     sigemptyset(&lNone);
     pthread_sigmask(SIG_SETMASK, &lNone, nullptr);  // who waits here may give up
@@ -49,7 +49,7 @@ constexpr char sEnded = 'E';
     _exit(WEXITSTATUS(lStatus));
 }
 
-void reopen(int aDescriptor, const ZTCString& acrPath, int aMode) {
+void sReopen(int aDescriptor, const ZTCString& acrPath, int aMode) {
     const ZTCDescriptor lOpened(open(acrPath.get(), aMode | O_CLOEXEC | O_NOCTTY));
     if (!lOpened.isOpen() || dup2(lOpened.get(), aDescriptor) < 0) {
         throwErrno<ZTCOsException>("open", acrPath.get(), errno);
@@ -70,8 +70,8 @@ void ZTCDaemon::detach(const ZTCString& acrDirectory, const ZTCString& acrName) 
         throwErrno<ZTCOsException>("fork", nullptr, errno);
     }
     if (lChild > 0) {
-        lWrite = ZTCDescriptor();
-        awaitChild(lChild, lRead.get(), acrName.get());
+        lWrite.close();
+        sAwaitChild(lChild, lRead.get(), acrName.get());
     }
     mReport = std::move(lWrite);
     setsid();
@@ -81,12 +81,12 @@ void ZTCDaemon::detach(const ZTCString& acrDirectory, const ZTCString& acrName) 
 }
 
 void ZTCDaemon::ready(const ZTCString& acrInput, const ZTCString& acrOutput, const ZTCString& acrError) {
-    reopen(STDIN_FILENO, acrInput, O_RDONLY);
-    reopen(STDOUT_FILENO, acrOutput, O_WRONLY);
-    reopen(STDERR_FILENO, acrError, O_WRONLY);
+    sReopen(STDIN_FILENO, acrInput, O_RDONLY);
+    sReopen(STDOUT_FILENO, acrOutput, O_WRONLY);
+    sReopen(STDERR_FILENO, acrError, O_WRONLY);
     // Who started us may be gone: then nobody waits for the word.
     static_cast<void>(write(mReport.get(), &sReady, 1) == 1);
-    mReport = ZTCDescriptor();
+    mReport.close();
 }
 
 void ZTCDaemon::tellEnd(const ZTCDescriptor& acrStarter) {

@@ -11,25 +11,26 @@
 #include <cstring>
 #include <memory>
 
+#include "Descriptor.h"
 #include "Exception.h"
 
 namespace {
 
-struct flock wholeFile() {
+struct flock sWholeFile() {
     struct flock lLock {};
     lLock.l_type = F_WRLCK;
     lLock.l_whence = SEEK_SET;
     return lLock;
 }
 
-struct DirectoryCloser {
+struct ZTSDirectoryCloser {
     void operator()(DIR* apDirectory) const { closedir(apDirectory); }
 };
-using Directory = std::unique_ptr<DIR, DirectoryCloser>;
+using Directory = std::unique_ptr<DIR, ZTSDirectoryCloser>;
 
 // Whether one of the lines that the kernel tells of a process is what is looked for.
 template <class Found>
-bool hasLine(const char* apInfo, const Found& acrFound) {
+bool sHasLine(const char* apInfo, const Found& acrFound) {
     FILE* const lpInfo = fopen(apInfo, "re");
     if (lpInfo == nullptr) {
         return false;
@@ -44,14 +45,14 @@ bool hasLine(const char* apInfo, const Found& acrFound) {
 }
 
 // From /proc/PID/status; whom the folder belongs to, the process can make root.
-bool isOfOurUser(const char* apLine) {
+bool sIsOfOurUser(const char* apLine) {
     uid_t lEffective = 0;
     return sscanf(apLine, "Uid: %*u %u", &lEffective) == 1 && lEffective == geteuid();
 }
 
 // From /proc/PID/fdinfo, where only locks on the descriptor's own file are listed. The file's device in the
 // line is not compared: on some file systems it is not the one that stat tells.
-bool isOurKindOfLock(const char* apLine) {
+bool sIsOurKindOfLock(const char* apLine) {
     char lKind[16];
     char lMode[16];
     char lRange[16];
@@ -59,10 +60,10 @@ bool isOurKindOfLock(const char* apLine) {
            strcmp(lKind, "OFDLCK") == 0 && strcmp(lMode, "WRITE") == 0 && strcmp(lRange, "0 EOF") == 0;
 }
 
-bool holdsLock(pid_t aProcess, const struct stat& acrFile) {
+bool sHoldsLock(pid_t aProcess, const struct stat& acrFile) {
     char lPath[64];
     snprintf(lPath, sizeof lPath, "/proc/%d/status", aProcess);
-    if (!hasLine(lPath, isOfOurUser)) {
+    if (!sHasLine(lPath, sIsOfOurUser)) {
         return false;
     }
     snprintf(lPath, sizeof lPath, "/proc/%d/fd", aProcess);
@@ -75,9 +76,9 @@ bool holdsLock(pid_t aProcess, const struct stat& acrFile) {
         snprintf(lInfo, sizeof lInfo, "/proc/%d/fdinfo/%s", aProcess, lpEntry->d_name);
         // No other file is looked at: one on a server that does not answer would not let go.
         struct stat lStatus {};
-        if (hasLine(lInfo, isOurKindOfLock) &&
+        if (sHasLine(lInfo, sIsOurKindOfLock) &&
             fstatat(dirfd(lDirectory.get()), lpEntry->d_name, &lStatus, 0) == 0 &&
-            lStatus.st_dev == acrFile.st_dev && lStatus.st_ino == acrFile.st_ino) {
+            ZTIsSameFile(lStatus, acrFile)) {
             return true;
         }
     }
@@ -87,7 +88,7 @@ bool holdsLock(pid_t aProcess, const struct stat& acrFile) {
 }  // namespace
 
 bool OsLockFile(int aDescriptor) {
-    struct flock lLock = wholeFile();
+    struct flock lLock = sWholeFile();
     if (fcntl(aDescriptor, F_OFD_SETLK, &lLock) == 0) {
         return true;
     }
@@ -98,7 +99,7 @@ bool OsLockFile(int aDescriptor) {
 }
 
 bool OsIsFileLocked(int aDescriptor) {
-    struct flock lLock = wholeFile();
+    struct flock lLock = sWholeFile();
     if (fcntl(aDescriptor, F_OFD_GETLK, &lLock) != 0) {
         throwErrno<ZTCOsException>("fcntl F_OFD_GETLK", nullptr, errno);
     }
@@ -121,7 +122,7 @@ pid_t OsFindLockHolder(int aDescriptor) {
     while (const dirent* lpEntry = readdir(lProcesses.get())) {
         char* lpEnd = nullptr;
         const long lProcess = strtol(lpEntry->d_name, &lpEnd, 10);
-        if (*lpEnd == '\0' && lProcess > 0 && holdsLock(static_cast<pid_t>(lProcess), lFile)) {
+        if (*lpEnd == '\0' && lProcess > 0 && sHoldsLock(static_cast<pid_t>(lProcess), lFile)) {
             return static_cast<pid_t>(lProcess);
         }
     }

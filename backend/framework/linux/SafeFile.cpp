@@ -13,31 +13,31 @@
 
 namespace {
 
-[[noreturn]] void refuse(const char* apPath, const char* apReason, int aErrno) {
+[[noreturn]] void sRefuse(const char* apPath, const char* apReason, int aErrno) {
     char lText[ZTCException::MaxText + 1];
     snprintf(lText, sizeof lText, "%s is refused: %s", apPath, apReason);
     throw ZTCOsException(lText, static_cast<unsigned int>(aErrno));
 }
 
-void checkOwner(const char* apPath, const struct stat& acrStatus) {
+void sCheckOwner(const char* apPath, const struct stat& acrStatus) {
     if (acrStatus.st_uid != geteuid() && acrStatus.st_uid != 0) {
-        refuse(apPath, "it belongs to another user", EPERM);
+        sRefuse(apPath, "it belongs to another user", EPERM);
     }
 }
 
-void checkKind(const char* apPath, const struct stat& acrStatus, mode_t aType) {
+void sCheckKind(const char* apPath, const struct stat& acrStatus, mode_t aType) {
     if (S_ISLNK(acrStatus.st_mode)) {
-        refuse(apPath, "it is a symbolic link", ELOOP);
+        sRefuse(apPath, "it is a symbolic link", ELOOP);
     }
     if ((acrStatus.st_mode & S_IFMT) != aType) {
-        refuse(apPath, aType == S_IFIFO ? "it is not a pipe" : "it is not a regular file", EINVAL);
+        sRefuse(apPath, aType == S_IFIFO ? "it is not a pipe" : "it is not a regular file", EINVAL);
     }
     if (acrStatus.st_nlink > 1) {  // 0: removed since it was opened
-        refuse(apPath, "it has more than one name (hard link)", EMLINK);
+        sRefuse(apPath, "it has more than one name (hard link)", EMLINK);
     }
 }
 
-bool mayOthersWrite(const struct stat& acrStatus) {
+bool sMayOthersWrite(const struct stat& acrStatus) {
     return (acrStatus.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
@@ -49,11 +49,11 @@ void OsCheckDirectory(const char* apPath) {
         throwErrno<ZTCOsException>("stat", apPath, errno);
     }
     if (!S_ISDIR(lStatus.st_mode)) {
-        refuse(apPath, "it is not a directory", ENOTDIR);
+        sRefuse(apPath, "it is not a directory", ENOTDIR);
     }
-    checkOwner(apPath, lStatus);
-    if (mayOthersWrite(lStatus) && (lStatus.st_mode & S_ISVTX) == 0) {
-        refuse(apPath, "others may write in it (chmod go-w, or set the sticky bit)", EPERM);
+    sCheckOwner(apPath, lStatus);
+    if (sMayOthersWrite(lStatus) && (lStatus.st_mode & S_ISVTX) == 0) {
+        sRefuse(apPath, "others may write in it (chmod go-w, or set the sticky bit)", EPERM);
     }
 }
 
@@ -62,15 +62,15 @@ void OsCheckFile(int aDescriptor, const char* apPath, mode_t aType) {
     if (fstat(aDescriptor, &lStatus) != 0) {
         throwErrno<ZTCOsException>("fstat", apPath, errno);
     }
-    checkKind(apPath, lStatus, aType);
+    sCheckKind(apPath, lStatus, aType);
     if (lStatus.st_uid != geteuid()) {
-        refuse(apPath, "it belongs to another user", EPERM);
+        sRefuse(apPath, "it belongs to another user", EPERM);
     }
 }
 
 void OsCheckOurFile(const struct stat& acrStatus, const char* apPath) {
-    checkKind(apPath, acrStatus, S_IFREG);
-    checkOwner(apPath, acrStatus);
+    sCheckKind(apPath, acrStatus, S_IFREG);
+    sCheckOwner(apPath, acrStatus);
 }
 
 ZTCDescriptor OsOpenOurFile(const char* apPath, int aFlags, mode_t aMode) {
@@ -109,11 +109,11 @@ void OsCheckCode(const char* apPath, char* apResolved) {
         throwErrno<ZTCOsException>("cannot look at", apPath, errno);
     }
     if (!S_ISREG(lStatus.st_mode)) {
-        refuse(apResolved, "it is not a regular file", EINVAL);
+        sRefuse(apResolved, "it is not a regular file", EINVAL);
     }
-    checkOwner(apResolved, lStatus);
-    if (mayOthersWrite(lStatus)) {
-        refuse(apResolved, "others may write it (chmod go-w)", EPERM);
+    sCheckOwner(apResolved, lStatus);
+    if (sMayOthersWrite(lStatus)) {
+        sRefuse(apResolved, "others may write it (chmod go-w)", EPERM);
     }
     char lDirectory[PATH_MAX];
     ClibStrcpy(lDirectory, apResolved);

@@ -30,7 +30,7 @@ constexpr int sPeriod = 1000;  // milliseconds
 constexpr int sPatience = 1000;
 constexpr mode_t sMode = 0640;
 
-bool happensWithin(const ZTCEvent& acrEvent, int aMilliseconds) {
+bool sHappensWithin(const ZTCEvent& acrEvent, int aMilliseconds) {
     pollfd lPoll{acrEvent.getDescriptor(), POLLIN, 0};
     int lReady = 0;
     do {
@@ -40,7 +40,7 @@ bool happensWithin(const ZTCEvent& acrEvent, int aMilliseconds) {
 }
 
 // Whether files here are nothing but memory. The block is as long as a page nearly everywhere.
-bool mayBeMapped(const char* apPath) {
+bool sMayBeMapped(const char* apPath) {
     char lPath[PATH_MAX];
     ClibStrcpy(lPath, apPath);
     struct statfs lSystem {};
@@ -48,7 +48,7 @@ bool mayBeMapped(const char* apPath) {
            sysconf(_SC_PAGESIZE) == ZTSStatisticsBlock::Size;
 }
 
-void tell(const ZTCException& acrException) {
+void sTell(const ZTCException& acrException) {
     Log(ZTLL_Warning, sFile, "The statistics are in no file: %s", acrException.what());
 }
 
@@ -64,7 +64,7 @@ struct ZTCStatisticsFile::Work {
     }
 
     void begin() {
-        if (mayBeMapped(mPath)) {
+        if (sMayBeMapped(mPath)) {
             tryToMake(&Work::map);
         }
         const int lErrno = pthread_create(&mThread, nullptr, threadMain, this);
@@ -79,7 +79,7 @@ struct ZTCStatisticsFile::Work {
         do {
             mpRefresh(mpContext);
             write();
-        } while (!happensWithin(mEnd, sPeriod));
+        } while (!sHappensWithin(mEnd, sPeriod));
         if (!mIsMapped) {
             write();
             remove();
@@ -103,7 +103,7 @@ struct ZTCStatisticsFile::Work {
         try {
             make(aFill);
         } catch (const ZTCException& lrException) {
-            mHasFailed ? void() : tell(lrException);
+            mHasFailed ? void() : sTell(lrException);
             mHasFailed = true;
         }
     }
@@ -123,7 +123,6 @@ struct ZTCStatisticsFile::Work {
             // back.
             int lErrno = posix_fallocate(lFile.get(), 0, lSize);
             lErrno = lErrno == 0 && fchmod(lFile.get(), sMode) != 0 ? errno : lErrno;
-            lErrno = lErrno == 0 && fstat(lFile.get(), &mStatus) != 0 ? errno : lErrno;
             if (lErrno != 0) {
                 throwErrno<ZTCOsException>("fallocate", mNewPath, lErrno);
             }
@@ -169,9 +168,7 @@ struct ZTCStatisticsFile::Work {
     }
 
     void remove() const {
-        struct stat lNamed {};
-        if (mFile.isOpen() && lstat(mPath, &lNamed) == 0 && lNamed.st_dev == mStatus.st_dev &&
-            lNamed.st_ino == mStatus.st_ino) {
+        if (ZTIsStillAt(mFile.get(), mPath)) {
             unlink(mPath);
         }
     }
@@ -183,7 +180,6 @@ struct ZTCStatisticsFile::Work {
     ZTCEvent mEnd;
     ZTCEvent mHasEnded;
     ZTCDescriptor mFile;
-    struct stat mStatus {};
     bool mIsMapped = false;
     pthread_t mThread{};
     bool mHasThread = false;
@@ -210,7 +206,7 @@ void ZTCStatisticsFile::show(const char* apPath, Refresh apRefresh, void* apCont
             Log(ZTLL_Warning, sFile, "Nobody looks after callbacks_inside in the statistics: %s",
                 lrException.what());
         } else {
-            tell(lrException);
+            sTell(lrException);
         }
     }
 }
@@ -224,7 +220,7 @@ void ZTCStatisticsFile::withdraw() {
         lpWork->remove();
     }
     lpWork->mEnd.set();
-    if (lpWork->mHasThread && !happensWithin(lpWork->mHasEnded, sPatience)) {
+    if (lpWork->mHasThread && !sHappensWithin(lpWork->mHasEnded, sPatience)) {
         pthread_detach(lpWork->mThread);  // held up by a disk: it keeps what it works with
         return;
     }

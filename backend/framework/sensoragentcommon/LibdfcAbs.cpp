@@ -18,7 +18,6 @@ constexpr char sFile[] = "LibdfcAbs";
 constexpr char sLibraryVariable[] = "ZT_LIBDFC";
 constexpr char sLibraryName[] = "libdfc.so";
 constexpr char sDisabled[] = "none";
-constexpr unsigned int sNotFound = 8;
 constexpr unsigned int sCallbackSeconds = 1;
 constexpr unsigned int sCloseSeconds = 5;
 
@@ -82,7 +81,7 @@ void ZTCLibdfcAbs::refuse(const char* apReason) {
     Log(ZTLL_Error, sFile, "The vendor library %s is not used: %s", mFile.get(), apReason);
     const ZTCString lReason(apReason);  // which may go with the library
     LIBDFC_FreeLibrary();
-    throw ZTCNotFoundEx(lReason.get(), sNotFound);
+    throw ZTCNotFoundEx(lReason.get());
 }
 
 const ZT_libdfc_provider& ZTCLibdfcAbs::provider() const {

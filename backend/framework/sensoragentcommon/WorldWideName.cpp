@@ -71,7 +71,7 @@ void ZTCWorldWideName::_init(const ZTCString& acrString) {
     const bool lHasPrefix = lpText[0] == '0' && (lpText[1] == 'x' || lpText[1] == 'X');
     unsigned char lBinary[Size];
     if (!parse(lHasPrefix ? lpText + 2 : lpText, '\0', lBinary) && !parse(lpText, ':', lBinary)) {
-        throw ZTCInvalidEx("Not a world wide name of the form 20:00:00:25:b5:01:00:0a", 6);
+        throw ZTCInvalidEx("Not a world wide name of the form 20:00:00:25:b5:01:00:0a");
     }
     _init(lBinary);
 }

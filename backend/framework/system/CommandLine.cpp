@@ -248,7 +248,7 @@ void ZTCSystem::processCommandLineArguments() {
 }
 
 void ZTCSystem::processConfigFile() {
-    throw ZTCNotImplementedEx("Not Implemented", 13);
+    throw ZTCNotImplementedEx("Not Implemented");
 }
 
 void ZTCSystem::displayVersionAndExit() {

@@ -10,8 +10,8 @@
 #include <csignal>
 #include <cstdio>
 #include <string_view>
+#include <utility>
 
-#include "Descriptor.h"
 #include "Exception.h"
 #include "FileLock.h"
 #include "Os.h"
@@ -23,11 +23,10 @@ namespace {
 constexpr unsigned int sKillSeconds = 10;
 constexpr unsigned int sTurnSeconds = 10;
 constexpr useconds_t sLookAgain = 1000;  // microseconds
-constexpr unsigned int sExitCondition = 19;
 constexpr char sNewSuffix[] = ".new";
 
 // Not open when there is none.
-ZTCDescriptor openIfThere(const char* apPath) {
+ZTCDescriptor sOpenIfThere(const char* apPath) {
     try {
         return OsOpenOurFile(apPath, O_RDONLY);
     } catch (const ZTCOsException& lrException) {
@@ -38,14 +37,7 @@ ZTCDescriptor openIfThere(const char* apPath) {
     }
 }
 
-bool isStillAt(int aDescriptor, const char* apPath) {
-    struct stat lOpened {};
-    struct stat lNamed {};
-    return fstat(aDescriptor, &lOpened) == 0 && lstat(apPath, &lNamed) == 0 &&
-           lOpened.st_dev == lNamed.st_dev && lOpened.st_ino == lNamed.st_ino;
-}
-
-[[noreturn]] void throwRunning(int aDescriptor) {
+[[noreturn]] void sThrowRunning(int aDescriptor) {
     char lText[64];
     const pid_t lHolder = OsFindLockHolder(aDescriptor);
     if (lHolder != 0) {
@@ -53,10 +45,10 @@ bool isStillAt(int aDescriptor, const char* apPath) {
     } else {
         snprintf(lText, sizeof lText, "Another instance is running");
     }
-    throw ZTCExitConditionEx(lText, sExitCondition);
+    throw ZTCExitConditionEx(lText);
 }
 
-void writeNumber(int aDescriptor, const char* apPath) {
+void sWriteNumber(int aDescriptor, const char* apPath) {
     char lText[16];
     const int lLength = snprintf(lText, sizeof lText, "%d\n", getpid());
     if (pwrite(aDescriptor, lText, static_cast<std::size_t>(lLength), 0) != lLength ||
@@ -67,10 +59,10 @@ void writeNumber(int aDescriptor, const char* apPath) {
 
 // The file that is to become the pid file, locked: nobody else than who holds its lock puts a file into the
 // pid file's place. Waits for its turn among those that start.
-ZTCDescriptor takeNewFile(const char* apPath) {
+ZTCDescriptor sTakeNewFile(const char* apPath) {
     for (const timespec lEnd = OsDeadlineIn(sTurnSeconds); !OsHasPassed(lEnd); usleep(sLookAgain)) {
         ZTCDescriptor lFile = OsOpenOurFile(apPath, O_RDWR | O_CREAT, S_IRUSR | S_IWUSR);
-        if (OsLockFile(lFile.get()) && isStillAt(lFile.get(), apPath)) {
+        if (OsLockFile(lFile.get()) && ZTIsStillAt(lFile.get(), apPath)) {
             OsCheckFile(lFile.get(), apPath, S_IFREG);
             fchmod(lFile.get(), S_IRUSR | S_IWUSR);
             return lFile;
@@ -112,7 +104,7 @@ void sStop(pid_t aHolder, int aDescriptor) {
 
 // The number that a pid file holds; 0 when it holds none. Blanks may follow it on its line. Throws
 // ZTCClibGetProcStatusFailedEx.
-pid_t readNumber(const char* apPath) {
+pid_t sReadNumber(const char* apPath) {
     char lText[32];
     ssize_t lLength = -1;
     try {
@@ -134,38 +126,34 @@ pid_t readNumber(const char* apPath) {
 
 }  // namespace
 
-ZTCProcessInstanceManager::~ZTCProcessInstanceManager() {
-    if (mPidFd >= 0) {
-        close(mPidFd);
-    }
-}
+ZTCProcessInstanceManager::~ZTCProcessInstanceManager() = default;
 
 bool ZTCProcessInstanceManager::isAnInstanceRunning() {
-    if (mState == Running) {
+    if (mState == ZTIS_Running) {
         return false;
     }
-    const ZTCDescriptor lFile = openIfThere(mPidFile.get());
+    const ZTCDescriptor lFile = sOpenIfThere(mPidFile.get());
     return lFile.isOpen() && OsIsFileLocked(lFile.get());
 }
 
 // Always a new file: whoever has an old one open could hold a lock on it.
 void ZTCProcessInstanceManager::markAsRunning() {
-    if (mState == Running) {
+    if (mState == ZTIS_Running) {
         return;
     }
     const ZTCString lNewPath = mPidFile + sNewSuffix;
     ZTCDescriptor lOld;
     {
-        ZTCDescriptor lNew = takeNewFile(lNewPath.get());
+        ZTCDescriptor lNew = sTakeNewFile(lNewPath.get());
         try {
-            lOld = openIfThere(mPidFile.get());
+            lOld = sOpenIfThere(mPidFile.get());
             if (!lOld.isOpen() || !OsIsFileLocked(lOld.get())) {
-                writeNumber(lNew.get(), lNewPath.get());
+                sWriteNumber(lNew.get(), lNewPath.get());
                 if (rename(lNewPath.get(), mPidFile.get()) != 0) {
                     throwErrno<ZTCOsException>("rename", lNewPath.get(), errno);
                 }
-                mPidFd = lNew.release();
-                mState = Running;
+                mPidFd = std::move(lNew);
+                mState = ZTIS_Running;
                 return;
             }
         } catch (const ZTCException&) {
@@ -174,13 +162,13 @@ void ZTCProcessInstanceManager::markAsRunning() {
         }
         unlink(lNewPath.get());
     }
-    throwRunning(lOld.get());
+    sThrowRunning(lOld.get());
 }
 
 void ZTCProcessInstanceManager::killRunningInstance() {
-    const ZTCDescriptor lFile = openIfThere(mPidFile.get());
+    const ZTCDescriptor lFile = sOpenIfThere(mPidFile.get());
     if (!lFile.isOpen() || !OsIsFileLocked(lFile.get())) {
-        throw ZTCExitConditionEx("No instance is running", sExitCondition);
+        throw ZTCExitConditionEx("No instance is running");
     }
     do {
         const pid_t lHolder = OsFindLockHolder(lFile.get());
@@ -194,20 +182,19 @@ void ZTCProcessInstanceManager::killRunningInstance() {
 }
 
 void ZTCProcessInstanceManager::exitInstanceManagement() {
-    if (mState != Running) {
+    if (mState != ZTIS_Running) {
         return;
     }
     // Removed while the lock is held: who opens it now sees, once it has the lock, that it is gone.
-    if (isStillAt(mPidFd, mPidFile.get())) {
+    if (ZTIsStillAt(mPidFd.get(), mPidFile.get())) {
         unlink(mPidFile.get());
     }
-    close(mPidFd);
-    mPidFd = -1;
-    mState = NotRunning;
+    mPidFd.close();
+    mState = ZTIS_NotRunning;
 }
 
 void ZTCProcessInstanceManager::getProcStatus(ZTCString aPidFile) {
-    const pid_t lProcess = readNumber(aPidFile.get());
+    const pid_t lProcess = sReadNumber(aPidFile.get());
     bool lIsAlive = false;
     if (lProcess != 0) {
         try {

@@ -11,7 +11,7 @@ constexpr unsigned int sMagic = 0x56525831;  // "VRX1"
 [[noreturn]] void refuse(const char* apWhat, unsigned int aValue) {
     char lText[128];
     snprintf(lText, sizeof lText, "A message header is malformed: %s 0x%x", apWhat, aValue);
-    throw ZTCInvalidEx(lText, 6);
+    throw ZTCInvalidEx(lText);
 }
 
 }  // namespace

@@ -80,7 +80,7 @@ ZTCQueueTable::Sequence& ZTCQueueTable::at(unsigned int aId) {
 ZTCQueueTable::Sequence& ZTCQueueTable::notEmpty(unsigned int aId) {
     Sequence& lrSequence = at(aId);
     if (lrSequence.empty()) {
-        throw ZTCNotFoundEx("The queue or list is empty", 8);
+        throw ZTCNotFoundEx("The queue or list is empty");
     }
     return lrSequence;
 }

@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include "Descriptor.h"
 #include "Log.h"
 #include "ZTString.h"
 
@@ -44,9 +45,9 @@ class ZTCProcessInstanceManager {
     virtual void getProcStatus(ZTCString aPidFile);
 
   private:
-    enum State : unsigned int { NotRunning, Running };
+    enum ZTEInstanceState : unsigned int { ZTIS_NotRunning, ZTIS_Running };
 
     ZTCString mPidFile;
-    int mPidFd = -1;
-    unsigned int mState = NotRunning;
+    ZTCDescriptor mPidFd;
+    unsigned int mState = ZTIS_NotRunning;
 };

@@ -31,55 +31,56 @@ class ZTCException {
     char mMessage[MaxText + 1];
 };
 
-// The classes differ in nothing but their names and bases. One line each below: class, then its bases.
-#define ZT_EXCEPTION(Name, Base)                                        \
-    class Name : public virtual Base {                                  \
-      public:                                                           \
-        Name(const char* apMessage, unsigned int aCode) noexcept        \
-            : ZTCException(apMessage, aCode), Base(apMessage, aCode) {} \
-    }
+// The classes differ in nothing but their names, bases and codes. One line each below: the class, its bases,
+// and the code of its failures. Where none is given it depends on the failure, and is an errno.
 #define ZT_EXCEPTION_OF_ROOT(Name)                                                                   \
     class Name : public virtual ZTCException {                                                       \
       public:                                                                                        \
         Name(const char* apMessage, unsigned int aCode) noexcept : ZTCException(apMessage, aCode) {} \
     }
-#define ZT_EXCEPTION_OF_TWO(Name, First, Second)                                                   \
-    class Name : public virtual First, public virtual Second {                                     \
-      public:                                                                                      \
-        Name(const char* apMessage, unsigned int aCode) noexcept                                   \
-            : ZTCException(apMessage, aCode), First(apMessage, aCode), Second(apMessage, aCode) {} \
+#define ZT_EXCEPTION(Name, Base, ...)                                                               \
+    class Name : public virtual Base {                                                              \
+      public:                                                                                       \
+        explicit Name(const char* apMessage, unsigned int aCode __VA_OPT__(=) __VA_ARGS__) noexcept \
+            : ZTCException(apMessage, aCode), Base(apMessage, aCode) {}                             \
+    }
+#define ZT_EXCEPTION_OF_TWO(Name, First, Second, ...)                                               \
+    class Name : public virtual First, public virtual Second {                                      \
+      public:                                                                                       \
+        explicit Name(const char* apMessage, unsigned int aCode __VA_OPT__(=) __VA_ARGS__) noexcept \
+            : ZTCException(apMessage, aCode), First(apMessage, aCode), Second(apMessage, aCode) {}  \
     }
 
 ZT_EXCEPTION_OF_ROOT(ZTCGenericException);  ///< an operation failed, its caller may go on
 ZT_EXCEPTION_OF_ROOT(ZTCHaltEx);            ///< the thread or the process must stop
-ZT_EXCEPTION_OF_ROOT(ZTCOsException);       ///< an Os* wrapper failed; the code is the errno
+ZT_EXCEPTION_OF_ROOT(ZTCOsException);       ///< an Os* wrapper failed
 ZT_EXCEPTION_OF_ROOT(ZTCOpsException);      ///< the outcome of an operation is a failure
-ZT_EXCEPTION_OF_ROOT(ZTCClibEx);            ///< a Clib* wrapper failed; the code is the errno
+ZT_EXCEPTION_OF_ROOT(ZTCClibEx);            ///< a Clib* wrapper failed
 
-ZT_EXCEPTION(ZTCExistsEx, ZTCGenericException);          ///< a key or file is already present
-ZT_EXCEPTION(ZTCNotFoundEx, ZTCGenericException);        ///< a key is absent
-ZT_EXCEPTION(ZTCInvalidEx, ZTCGenericException);         ///< a value is not valid
-ZT_EXCEPTION(ZTCNotImplementedEx, ZTCGenericException);  ///< an operation is not provided
+ZT_EXCEPTION(ZTCInvalidEx, ZTCGenericException, 6);          ///< a value is not valid
+ZT_EXCEPTION(ZTCNotFoundEx, ZTCGenericException, 8);         ///< a key is absent
+ZT_EXCEPTION(ZTCExistsEx, ZTCGenericException, 10);          ///< a key or file is already present
+ZT_EXCEPTION(ZTCNotImplementedEx, ZTCGenericException, 13);  ///< an operation is not provided
 
-ZT_EXCEPTION_OF_TWO(ZTCNoMemoryEx, ZTCGenericException, ZTCHaltEx);       ///< allocation failed
-ZT_EXCEPTION_OF_TWO(ZTCExitConditionEx, ZTCGenericException, ZTCHaltEx);  ///< the process must not run
-ZT_EXCEPTION_OF_TWO(ZTCShutDownEx, ZTCGenericException, ZTCHaltEx);       ///< an ordered shutdown
-ZT_EXCEPTION_OF_TWO(ZTCQuitThreadEx, ZTCGenericException, ZTCHaltEx);     ///< one thread leaves its loop
+ZT_EXCEPTION_OF_TWO(ZTCNoMemoryEx, ZTCGenericException, ZTCHaltEx, 2);        ///< allocation failed
+ZT_EXCEPTION_OF_TWO(ZTCExitConditionEx, ZTCGenericException, ZTCHaltEx, 19);  ///< the process must not run
+ZT_EXCEPTION_OF_TWO(ZTCShutDownEx, ZTCGenericException, ZTCHaltEx, 19);       ///< an ordered shutdown
+ZT_EXCEPTION_OF_TWO(ZTCQuitThreadEx, ZTCGenericException, ZTCHaltEx);         ///< one thread leaves its loop
 
-ZT_EXCEPTION(ZTCTimeOutEx, ZTCOsException);             ///< a timed wait expired
-ZT_EXCEPTION(ZTCHeartbeatFailedEx, ZTCOpsException);    ///< the watched heartbeat file went stale
-ZT_EXCEPTION(ZTCClibStatFailedEx, ZTCClibEx);           ///< ClibStat failed
-ZT_EXCEPTION(ZTCClibUtimeFailedEx, ZTCClibEx);          ///< ClibUtime failed
-ZT_EXCEPTION(ZTCClibGetProcStatusFailedEx, ZTCClibEx);  ///< a process is gone or cannot be told
+ZT_EXCEPTION(ZTCTimeOutEx, ZTCOsException);                ///< a timed wait expired
+ZT_EXCEPTION(ZTCHeartbeatFailedEx, ZTCOpsException, 492);  ///< the watched heartbeat file went stale
+ZT_EXCEPTION(ZTCClibStatFailedEx, ZTCClibEx);              ///< ClibStat failed
+ZT_EXCEPTION(ZTCClibUtimeFailedEx, ZTCClibEx);             ///< ClibUtime failed
+ZT_EXCEPTION(ZTCClibGetProcStatusFailedEx, ZTCClibEx);     ///< a process is gone or cannot be told
 
 #undef ZT_EXCEPTION
 #undef ZT_EXCEPTION_OF_ROOT
 #undef ZT_EXCEPTION_OF_TWO
 
-/// The one ZTCNoMemoryEx: "Out of Memory", code 2.
+/// The one ZTCNoMemoryEx: "Out of Memory".
 [[noreturn]] void throwNoMemory();
 
-/// The one ZTCInvalidEx for an id outside a table: "Invalid Value", code 6.
+/// The one ZTCInvalidEx for an id outside a table: "Invalid Value".
 [[noreturn]] void throwInvalidValue();
 
 namespace ztexception {

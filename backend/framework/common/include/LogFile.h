@@ -43,7 +43,7 @@ class ZTCLogFile {
     void use(int aFile, bool aIsTorn);
     std::size_t writeSome(const char* apBytes, std::size_t aSize);
 
-    int mFile = -1;
+    int mFile = -1;  ///< not closed with this: there is a log until the process is gone
     bool mIsRegular = false;
     int mLastError = 0;
     std::uint64_t mSize = 0;

@@ -27,7 +27,7 @@ class ZTCDaemon {
     /// This process ends before it was ready, and has said why.
     void end() {
         tellEnd(mReport);
-        mReport = ZTCDescriptor();
+        mReport.close();
     }
     static void tellEnd(const ZTCDescriptor& acrStarter);
 

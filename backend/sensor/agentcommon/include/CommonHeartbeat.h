@@ -74,7 +74,7 @@ class ZTCCheckHeartbeat {
 
   private:
     bool hasFailedTwice() { return ++mUnchangedCount > 1; }
-    [[noreturn]] static void throwFailed() { throw ZTCHeartbeatFailedEx("", 492); }
+    [[noreturn]] static void throwFailed() { throw ZTCHeartbeatFailedEx(""); }
 
     ZTCPointer<ZTCString> mFile;
     ZTCSystemInterface* mpSystem;
