@@ -33,19 +33,19 @@ constexpr std::size_t sMostRows = 65536;
 constexpr std::chrono::milliseconds sLook(1000);
 
 template <class Value>
-Value valueAt(const std::string& acrBytes, std::size_t aOffset) {
+Value sValueAt(const std::string& acrBytes, std::size_t aOffset) {
     Value lValue;
     memcpy(&lValue, acrBytes.data() + aOffset, sizeof lValue);
     return lValue;
 }
 
-bool isPrintable(const std::string& acrText) {
+bool sIsPrintable(const std::string& acrText) {
     return !acrText.empty() && std::all_of(acrText.begin(), acrText.end(),
                                            [](char aSign) { return aSign >= ' ' && aSign <= '~'; });
 }
 
 // The number of a process that was killed may be another's by now: the lock is nobody else's.
-bool mayBeRunning(const std::string& acrDirectory) {
+bool sMayBeRunning(const std::string& acrDirectory) {
     try {
         return isAgentRunning(acrDirectory);
     } catch (const ZTCNoPermissionError&) {
@@ -106,7 +106,7 @@ std::string ZTCAgentStatistics::load(std::size_t aSize) const {
 
 template <class Value>
 Value ZTCAgentStatistics::headerAt(std::size_t aOffset) const {
-    return valueAt<Value>(load(sHeaderSize), aOffset);
+    return sValueAt<Value>(load(sHeaderSize), aOffset);
 }
 
 ZTSStatistics ZTCAgentStatistics::read() const {
@@ -114,21 +114,21 @@ ZTSStatistics ZTCAgentStatistics::read() const {
     if (!lHeader.starts_with(sMagic)) {
         refuse("it begins with something else");
     }
-    const auto lCount = valueAt<std::uint32_t>(lHeader, sRowCountAt);
-    const auto lSize = valueAt<std::uint32_t>(lHeader, sRowSizeAt);
+    const auto lCount = sValueAt<std::uint32_t>(lHeader, sRowCountAt);
+    const auto lSize = sValueAt<std::uint32_t>(lHeader, sRowSizeAt);
     if (lCount > sMostRows || lSize < sLeastRow || lSize > sMostRow) {
         refuse("its header cannot be");
     }
     const std::string lBytes = load(sHeaderSize + std::size_t{lCount} * lSize);
     ZTSStatistics lAll;
-    lAll.mWake = valueAt<std::uint32_t>(lBytes, sWakeAt);
+    lAll.mWake = sValueAt<std::uint32_t>(lBytes, sWakeAt);
     for (std::size_t lAt = sHeaderSize; lAt < lBytes.size(); lAt += lSize) {
         const char* const lpName = lBytes.data() + lAt;
         std::string lName(lpName, strnlen(lpName, sNameSize));
-        if (!isPrintable(lName)) {
+        if (!sIsPrintable(lName)) {
             refuse("a name in it cannot be");
         }
-        lAll.mRows.push_back({std::move(lName), valueAt<std::uint64_t>(lBytes, lAt + sNameSize)});
+        lAll.mRows.push_back({std::move(lName), sValueAt<std::uint64_t>(lBytes, lAt + sNameSize)});
     }
     return lAll;
 }
@@ -136,7 +136,7 @@ ZTSStatistics ZTCAgentStatistics::read() const {
 bool ZTCAgentStatistics::hasGone() const {
     struct stat lFile {};
     return fstat(mFile.get(), &lFile) != 0 || lFile.st_nlink == 0 || !getProcessStart(mProcess) ||
-           !mayBeRunning(mDirectory);
+           !sMayBeRunning(mDirectory);
 }
 
 bool ZTCAgentStatistics::waitForWake(std::uint32_t aSeen, std::chrono::milliseconds aTime) const {

@@ -8,7 +8,7 @@
 namespace {
 
 // What a message has behind its header.
-std::span<const std::uint8_t> bodyOf(const ZTSensorBytes& acrMessage) {
+std::span<const std::uint8_t> sBodyOf(const ZTSensorBytes& acrMessage) {
     return std::span(acrMessage).subspan(ZTSSensorHeader::Size);
 }
 
@@ -107,6 +107,6 @@ void ZTCSensorClient::order(const ZTSensorBytes& acrCommand) {
         finishFetch(aDeadline);
         open(aDeadline);
         mPipes->send(acrCommand, aDeadline);
-        decodeSuccess(bodyOf(mPipes->receive(mTag++, aDeadline)));
+        decodeSuccess(sBodyOf(mPipes->receive(mTag++, aDeadline)));
     });
 }
