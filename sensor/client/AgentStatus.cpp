@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "ProcessTable.h"
+#include "ScopeWire.h"
 #include "SensorFiles.h"
 #include "SensorPidFile.h"
 
@@ -50,7 +51,7 @@ bool sIsLocked(int aFile) {
 
 // The agent's, not open if nobody holds its lock.
 ZTCSensorDescriptor sOpenLockedPidFile(const std::string& acrDirectory) {
-    ZTCSensorDescriptor lFile = sOpenIfThere(acrDirectory + ZTSensorAgentPidFile);
+    ZTCSensorDescriptor lFile = sOpenIfThere(acrDirectory + ZTWirePidFile);
     return lFile.isOpen() && sIsLocked(lFile.get()) ? std::move(lFile) : ZTCSensorDescriptor();
 }
 
@@ -67,9 +68,8 @@ ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
     if (const auto lPid = sOpenLockedPidFile(acrDirectory); lPid.isOpen() && fstat(lPid.get(), &lFile) == 0) {
         lStatus.mIsRunning = true;
         lStatus.mHeartbeat = changeTimeOf(lFile);
-        lStatus.mProcess = findProcessWith(lFile, ZTSensorAgentPidFile, [](const ZTSOpenFile& acrFile) {
-            return acrFile.mLock == "OFDLCK";
-        });
+        lStatus.mProcess = findProcessWith(
+            lFile, ZTWirePidFile, [](const ZTSOpenFile& acrFile) { return acrFile.mLock == "OFDLCK"; });
     }
     if (lStatus.mProcess != 0) {
         lStatus.mSince = getProcessStart(lStatus.mProcess);
@@ -79,7 +79,7 @@ ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
         });
         lStatus.mLog = lLog ? lLog->mPath : "";
     }
-    if (const auto lSensor = sOpenSensorPidFile(acrDirectory + ZTSensorOwnPidFile);
+    if (const auto lSensor = sOpenSensorPidFile(acrDirectory + ZTWireSensorPidFile);
         lSensor.isOpen() && fstat(lSensor.get(), &lFile) == 0) {
         lStatus.mSensor = readPidFile(lSensor.get());
         lStatus.mSensorHeartbeat = changeTimeOf(lFile);

@@ -10,8 +10,8 @@ constexpr std::size_t sLeastRecord = 35;  // bytes, without a target and without
 
 class Writer {
   public:
-    explicit Writer(std::uint32_t aTag, ZTESensorCommand aCommand)
-        : mBytes(ZTSSensorHeader::Magic.begin(), ZTSSensorHeader::Magic.end()) {
+    Writer(std::uint32_t aTag, ZTEScopeAgentCommand aCommand) {
+        u32(ZTWireMagic);
         u32(aTag);
         u32(0);  // the length, when it is known
         mBytes.push_back(static_cast<std::uint8_t>(aCommand));
@@ -27,9 +27,9 @@ class Writer {
     }
     ZTSensorBytes finish() {
         const auto lLength = static_cast<std::uint32_t>(mBytes.size() - ZTSSensorHeader::Size);
-        u32(lLength);
-        std::copy(mBytes.end() - 4, mBytes.end(), mBytes.begin() + 8);
-        mBytes.resize(mBytes.size() - 4);
+        for (unsigned int lAt = 0; lAt < sizeof lLength; ++lAt) {
+            mBytes[ZTWireLengthAt + lAt] = static_cast<std::uint8_t>(lLength >> (24 - 8 * lAt));
+        }
         return std::move(mBytes);
     }
 
@@ -39,9 +39,9 @@ class Writer {
 
 const char* sDescribe(std::uint16_t aCode) {
     switch (aCode) {
-        case ZTSensorBadArgument:
+        case ZTSSCAE_BadArgument:
             return "a bad argument (0 targets, or a period of 0)";
-        case ZTSensorRegistrationFailed:
+        case ZTSSCAE_RegistrationFailed:
             return "the vendor library did not register an event: see the agent's log";
         default:
             return "see the agent's log";
@@ -49,9 +49,9 @@ const char* sDescribe(std::uint16_t aCode) {
 }
 
 // Reads the kind of answer. Throws the refusal that it may be.
-void sExpect(ZTCWireReader& arReader, ZTESensorAnswer aExpected) {
-    const auto lKind = static_cast<ZTESensorAnswer>(arReader.u8());
-    if (lKind == ZTESensorAnswer::Failure) {
+void sExpect(ZTCWireReader& arReader, ZTEScopeAgentResponse aExpected) {
+    const auto lKind = static_cast<ZTEScopeAgentResponse>(arReader.u8());
+    if (lKind == ZTSSCAR_Failure) {
         const std::uint16_t lCode = arReader.u16();
         throw ZTCRefusedError(
             "the agent refused the command with code " + std::to_string(lCode) + ": " + sDescribe(lCode),
@@ -113,8 +113,7 @@ ZTSSensorRecord sReadRecord(ZTCWireReader& arReader) {
 
 std::optional<ZTSSensorHeader> ZTSSensorHeader::decode(std::span<const std::uint8_t> aBytes) {
     ZTCWireReader lReader(aBytes);
-    if (const auto lMagic = lReader.take(Magic.size());
-        !std::equal(lMagic.begin(), lMagic.end(), Magic.begin())) {
+    if (lReader.u32() != ZTWireMagic) {
         return {};
     }
     ZTSSensorHeader lHeader;
@@ -123,18 +122,18 @@ std::optional<ZTSSensorHeader> ZTSSensorHeader::decode(std::span<const std::uint
     return lHeader;
 }
 
-ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand) {
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTEScopeAgentCommand aCommand) {
     return Writer(aTag, aCommand).finish();
 }
 
-ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand, std::uint32_t aValue) {
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTEScopeAgentCommand aCommand, std::uint32_t aValue) {
     Writer lWriter(aTag, aCommand);
     lWriter.u32(aValue);
     return lWriter.finish();
 }
 
 ZTSensorBytes encodeTargets(std::uint32_t aTag, std::span<const ZTSSensorTarget> aTargets) {
-    Writer lWriter(aTag, ZTESensorCommand::RegisterTargets);
+    Writer lWriter(aTag, ZTSSCAC_RegisterTargets);
     lWriter.u32(static_cast<std::uint32_t>(aTargets.size()));
     for (const ZTSSensorTarget& lrTarget : aTargets) {
         lWriter.name(lrTarget.mNames.mNode);
@@ -146,7 +145,7 @@ ZTSensorBytes encodeTargets(std::uint32_t aTag, std::span<const ZTSSensorTarget>
 
 void decodeSuccess(std::span<const std::uint8_t> aBody) {
     ZTCWireReader lReader(aBody);
-    sExpect(lReader, ZTESensorAnswer::Success);
+    sExpect(lReader, ZTSSCAR_Success);
     if (const std::uint32_t lResult = lReader.u32(); lResult != 0) {
         lReader.fail("tells of success with result " + std::to_string(lResult));
     }
@@ -154,7 +153,7 @@ void decodeSuccess(std::span<const std::uint8_t> aBody) {
 
 ZTSensorScopeData decodeScopeData(std::span<const std::uint8_t> aBody) {
     ZTCWireReader lReader(aBody);
-    sExpect(lReader, ZTESensorAnswer::ScopeData);
+    sExpect(lReader, ZTSSCAR_ScopeData);
     lReader.u32();  // how many lists there were when the agent began to answer
     ZTSensorScopeData lData;
     while (!lReader.isAtEnd()) {

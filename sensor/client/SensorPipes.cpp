@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "ProcessTable.h"
+#include "ScopeWire.h"
 
 namespace {
 
@@ -80,9 +81,8 @@ ZTCSensorDescriptor sOpenOutputPipe(const std::string& acrPath, ZTCSensorPipes::
 }  // namespace
 
 ZTCSensorPipes::ZTCSensorPipes(const std::string& acrDirectory, Clock::time_point aDeadline)
-    : mCommands(sOpenCommandPipe(acrDirectory + ZTSensorCommandPipe)),
-      mAnswers(
-          sOpenOutputPipe(acrDirectory + ZTSensorOutputPipe, std::min(aDeadline, Clock::now() + sStart))),
+    : mCommands(sOpenCommandPipe(acrDirectory + ZTWireCommandPipe)),
+      mAnswers(sOpenOutputPipe(acrDirectory + ZTWireOutputPipe, std::min(aDeadline, Clock::now() + sStart))),
       mReader([this](std::uint8_t* apBytes, std::size_t aRoom) { return readSome(apBytes, aRoom); }) {}
 
 ZTSensorBytes ZTCSensorPipes::receive(std::uint32_t aTag, Clock::time_point aDeadline) {
