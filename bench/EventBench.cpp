@@ -342,7 +342,7 @@ class Sensor {
 
     /// Writes a message and returns when it has been read wholly.
     void pass(const ZTCPointer<ZTCBuffer>& acrMessage) {
-        mLeft = acrMessage->getLength() + ZTCProtocolHelper::HeaderSize;
+        mLeft = acrMessage->getLength() + ZTWireHeaderSize;
         mHelper.write(mServer, acrMessage, 0);
         for (std::size_t lLeft = mLeft; lLeft != 0; lLeft = mLeft) {
             mLeft.wait(lLeft);

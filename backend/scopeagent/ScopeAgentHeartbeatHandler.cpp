@@ -1,11 +1,11 @@
 #include "ScopeAgentHeartbeatHandler.h"
 
 #include "ScopeAgentSystem.h"
+#include "ScopeWire.h"
 
 namespace {
 
 constexpr char sFile[] = "ScopeAgentHeartbeatHandler";
-constexpr char sSensorPidFileName[] = "/vrx-sn.pid";
 constexpr unsigned int sConditional[] = {0};
 
 // Lives as long as the program: the threads of a process that ends may still use it.
@@ -26,7 +26,7 @@ ZTCScopeAgentHeartbeatHandler::ZTCScopeAgentHeartbeatHandler(ZTCSystemInterface*
                                            std::size(sConditional), aTimeout) {
     const ZTCTraceScope lTrace(sFile);
     const ZTCPointer<ZTCString> lSensorPidFile(
-        makePointer<ZTCString>(apSystem->getRuntimeDirStr() + sSensorPidFileName));
+        makePointer<ZTCString>(apSystem->getRuntimeDirStr() + ZTWireSensorPidFile));
     const ZTCPointer<ZTCString> lOwnPidFile(makePointer<ZTCString>(apSystem->getPidFilePathStr()));
     mSetHeartbeat = makePointer<ZTCSetHeartbeat>(lOwnPidFile);
     mCheckHeartbeat = makePointer<ZTCCheckHeartbeat>(lSensorPidFile, apSystem);

@@ -11,16 +11,13 @@
 #include "ScopeAgentEventFacts.h"
 #include "ScopeAgentHeartbeatHandler.h"
 #include "ScopeAgentStatistics.h"
+#include "ScopeWire.h"
 #include "Settings.h"
 
 namespace {
 
 constexpr char sFile[] = "ScopeAgentSystem";
 constexpr char sRuntimeDirVariable[] = "ZT_VRX_SENSOR_DIR";
-constexpr char sCommandPipeName[] = "/vrxscacmd.fifo";
-constexpr char sOutputPipeName[] = "/vrxscaout.fifo";
-constexpr char sPidFileName[] = "/vrx-sca.pid";
-constexpr char sStatisticsName[] = "/vrx-sca.stats";
 constexpr unsigned char sCommandPipeMode = 2;
 constexpr unsigned char sOutputPipeMode = 1;
 constexpr unsigned int sCommandWaitSeconds = 3;
@@ -104,9 +101,9 @@ void ZTCScopeAgentSystem::preInit() {
     char lVrxSensorDir[sMaxRuntimeDir];
     ClibGetenv(sRuntimeDirVariable, lVrxSensorDir);
     setRuntimeDirStr(lVrxSensorDir);
-    mCommandPipePath = getRuntimeDirStr() + sCommandPipeName;
-    mOutputPipePath = getRuntimeDirStr() + sOutputPipeName;
-    setPidFilePathStr(getRuntimeDirStr() + sPidFileName);
+    mCommandPipePath = getRuntimeDirStr() + ZTWireCommandPipe;
+    mOutputPipePath = getRuntimeDirStr() + ZTWireOutputPipe;
+    setPidFilePathStr(getRuntimeDirStr() + ZTWirePidFile);
 
     ZTCSystem::preInit();
     Log(ZTLL_Information, sFile, "Creating instance manager");
@@ -134,7 +131,7 @@ void ZTCScopeAgentSystem::showStatistics() {
     const auto lRefresh = [](void* apSystem) {
         static_cast<ZTCScopeAgentSystem*>(apSystem)->refreshStatistics();
     };
-    mStatisticsFile.show((getRuntimeDirStr() + sStatisticsName).get(), lRefresh, this);
+    mStatisticsFile.show((getRuntimeDirStr() + ZTWireStatistics).get(), lRefresh, this);
 }
 
 void ZTCScopeAgentSystem::initConditionals() {

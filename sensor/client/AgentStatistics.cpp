@@ -13,19 +13,13 @@
 
 #include "AgentStatus.h"
 #include "ProcessTable.h"
+#include "ScopeWire.h"
+#include "StatisticsBlock.h"
 
 namespace {
 
-// The file: a header, then rows of a name and a value. All numbers are in the host's order.
-constexpr char sMagic[] = "VRXSTAT1";
-constexpr std::size_t sRowCountAt = 8;
-constexpr std::size_t sRowSizeAt = 12;
-constexpr std::size_t sStartAt = 16;
-constexpr std::size_t sProcessAt = 24;
-constexpr std::size_t sWakeAt = 32;
-constexpr std::size_t sHeaderSize = 64;
-constexpr std::size_t sNameSize = 56;
-constexpr std::size_t sLeastRow = sNameSize + sizeof(std::uint64_t);
+constexpr std::size_t sHeaderSize = ZTSStatisticsBlock::HeaderSize;
+constexpr std::size_t sWakeAt = offsetof(ZTSStatisticsBlock, mWake);
 constexpr std::size_t sMostRow = 4096;
 constexpr std::size_t sMostRows = 65536;
 
@@ -33,19 +27,19 @@ constexpr std::size_t sMostRows = 65536;
 constexpr std::chrono::milliseconds sLook(1000);
 
 template <class Value>
-Value valueAt(const std::string& acrBytes, std::size_t aOffset) {
+Value sValueAt(const std::string& acrBytes, std::size_t aOffset) {
     Value lValue;
     memcpy(&lValue, acrBytes.data() + aOffset, sizeof lValue);
     return lValue;
 }
 
-bool isPrintable(const std::string& acrText) {
+bool sIsPrintable(const std::string& acrText) {
     return !acrText.empty() && std::all_of(acrText.begin(), acrText.end(),
                                            [](char aSign) { return aSign >= ' ' && aSign <= '~'; });
 }
 
 // The number of a process that was killed may be another's by now: the lock is nobody else's.
-bool mayBeRunning(const std::string& acrDirectory) {
+bool sMayBeRunning(const std::string& acrDirectory) {
     try {
         return isAgentRunning(acrDirectory);
     } catch (const ZTCNoPermissionError&) {
@@ -65,12 +59,12 @@ std::optional<std::uint64_t> ZTSStatistics::get(std::string_view aName) const {
 
 ZTCAgentStatistics::ZTCAgentStatistics(const std::string& acrDirectory)
     : mDirectory(acrDirectory),
-      mPath(acrDirectory + ZTSensorStatistics),
+      mPath(acrDirectory + ZTWireStatistics),
       mFile(openSensorFile(mPath, O_RDONLY, S_IFREG)) {
     read();  // refuses what is none
-    mProcess = static_cast<pid_t>(headerAt<std::uint64_t>(sProcessAt));
+    mProcess = static_cast<pid_t>(headerAt<std::uint64_t>(offsetof(ZTSStatisticsBlock, mProcess)));
     mStart = Time(std::chrono::duration_cast<Time::duration>(
-        std::chrono::nanoseconds(headerAt<std::int64_t>(sStartAt))));
+        std::chrono::nanoseconds(headerAt<std::int64_t>(offsetof(ZTSStatisticsBlock, mStart)))));
     if (hasGone()) {
         throw ZTCNoAgentError("no agent serves " + acrDirectory + ": process " + std::to_string(mProcess) +
                               ", whose figures are left there, has gone");
@@ -106,29 +100,30 @@ std::string ZTCAgentStatistics::load(std::size_t aSize) const {
 
 template <class Value>
 Value ZTCAgentStatistics::headerAt(std::size_t aOffset) const {
-    return valueAt<Value>(load(sHeaderSize), aOffset);
+    return sValueAt<Value>(load(sHeaderSize), aOffset);
 }
 
 ZTSStatistics ZTCAgentStatistics::read() const {
     const std::string lHeader = load(sHeaderSize);
-    if (!lHeader.starts_with(sMagic)) {
+    if (!lHeader.starts_with(ZTStatisticsMagic)) {
         refuse("it begins with something else");
     }
-    const auto lCount = valueAt<std::uint32_t>(lHeader, sRowCountAt);
-    const auto lSize = valueAt<std::uint32_t>(lHeader, sRowSizeAt);
-    if (lCount > sMostRows || lSize < sLeastRow || lSize > sMostRow) {
+    const auto lCount = sValueAt<std::uint32_t>(lHeader, offsetof(ZTSStatisticsBlock, mRowCount));
+    const auto lSize = sValueAt<std::uint32_t>(lHeader, offsetof(ZTSStatisticsBlock, mRowSize));
+    if (lCount > sMostRows || lSize < sizeof(ZTSStatisticsRow) || lSize > sMostRow) {
         refuse("its header cannot be");
     }
     const std::string lBytes = load(sHeaderSize + std::size_t{lCount} * lSize);
     ZTSStatistics lAll;
-    lAll.mWake = valueAt<std::uint32_t>(lBytes, sWakeAt);
+    lAll.mWake = sValueAt<std::uint32_t>(lBytes, sWakeAt);
     for (std::size_t lAt = sHeaderSize; lAt < lBytes.size(); lAt += lSize) {
         const char* const lpName = lBytes.data() + lAt;
-        std::string lName(lpName, strnlen(lpName, sNameSize));
-        if (!isPrintable(lName)) {
+        std::string lName(lpName, strnlen(lpName, ZTSStatisticsRow::NameSize));
+        if (!sIsPrintable(lName)) {
             refuse("a name in it cannot be");
         }
-        lAll.mRows.push_back({std::move(lName), valueAt<std::uint64_t>(lBytes, lAt + sNameSize)});
+        lAll.mRows.push_back(
+            {std::move(lName), sValueAt<std::uint64_t>(lBytes, lAt + offsetof(ZTSStatisticsRow, mValue))});
     }
     return lAll;
 }
@@ -136,7 +131,7 @@ ZTSStatistics ZTCAgentStatistics::read() const {
 bool ZTCAgentStatistics::hasGone() const {
     struct stat lFile {};
     return fstat(mFile.get(), &lFile) != 0 || lFile.st_nlink == 0 || !getProcessStart(mProcess) ||
-           !mayBeRunning(mDirectory);
+           !sMayBeRunning(mDirectory);
 }
 
 bool ZTCAgentStatistics::waitForWake(std::uint32_t aSeen, std::chrono::milliseconds aTime) const {

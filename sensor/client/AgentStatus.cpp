@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "ProcessTable.h"
+#include "ScopeWire.h"
 #include "SensorFiles.h"
 #include "SensorPidFile.h"
 
@@ -21,7 +22,7 @@ Time changeTimeOf(const struct stat& acrStatus) {
 }
 
 // Opens a file that may be missing.
-ZTCSensorDescriptor openIfThere(const std::string& acrPath) {
+ZTCSensorDescriptor sOpenIfThere(const std::string& acrPath) {
     try {
         return openSensorFile(acrPath, O_RDONLY, S_IFREG);
     } catch (const ZTCNoAgentError&) {
@@ -30,9 +31,9 @@ ZTCSensorDescriptor openIfThere(const std::string& acrPath) {
 }
 
 // As the agent looks for it: what is not to be believed counts as absent.
-ZTCSensorDescriptor openSensorPidFile(const std::string& acrPath) {
+ZTCSensorDescriptor sOpenSensorPidFile(const std::string& acrPath) {
     try {
-        return openIfThere(acrPath);
+        return sOpenIfThere(acrPath);
     } catch (const ZTCUnsafeFileError&) {
         return ZTCSensorDescriptor();
     }
@@ -40,7 +41,7 @@ ZTCSensorDescriptor openSensorPidFile(const std::string& acrPath) {
 
 // The lock of an agent: for writing, on the whole file, held by an open file description. Others mean
 // nothing.
-bool isLocked(int aFile) {
+bool sIsLocked(int aFile) {
     struct flock lLock {};
     lLock.l_type = F_WRLCK;
     lLock.l_whence = SEEK_SET;
@@ -49,27 +50,26 @@ bool isLocked(int aFile) {
 }
 
 // The agent's, not open if nobody holds its lock.
-ZTCSensorDescriptor openLockedPidFile(const std::string& acrDirectory) {
-    ZTCSensorDescriptor lFile = openIfThere(acrDirectory + ZTSensorAgentPidFile);
-    return lFile.isOpen() && isLocked(lFile.get()) ? std::move(lFile) : ZTCSensorDescriptor();
+ZTCSensorDescriptor sOpenLockedPidFile(const std::string& acrDirectory) {
+    ZTCSensorDescriptor lFile = sOpenIfThere(acrDirectory + ZTWirePidFile);
+    return lFile.isOpen() && sIsLocked(lFile.get()) ? std::move(lFile) : ZTCSensorDescriptor();
 }
 
 }  // namespace
 
 bool isAgentRunning(const std::string& acrDirectory) {
-    return openLockedPidFile(acrDirectory).isOpen();
+    return sOpenLockedPidFile(acrDirectory).isOpen();
 }
 
 ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
     openSensorFile(acrDirectory, O_RDONLY | O_DIRECTORY, S_IFDIR);
     ZTSAgentStatus lStatus;
     struct stat lFile {};
-    if (const auto lPid = openLockedPidFile(acrDirectory); lPid.isOpen() && fstat(lPid.get(), &lFile) == 0) {
+    if (const auto lPid = sOpenLockedPidFile(acrDirectory); lPid.isOpen() && fstat(lPid.get(), &lFile) == 0) {
         lStatus.mIsRunning = true;
         lStatus.mHeartbeat = changeTimeOf(lFile);
-        lStatus.mProcess = findProcessWith(lFile, ZTSensorAgentPidFile, [](const ZTSOpenFile& acrFile) {
-            return acrFile.mLock == "OFDLCK";
-        });
+        lStatus.mProcess = findProcessWith(
+            lFile, ZTWirePidFile, [](const ZTSOpenFile& acrFile) { return acrFile.mLock == "OFDLCK"; });
     }
     if (lStatus.mProcess != 0) {
         lStatus.mSince = getProcessStart(lStatus.mProcess);
@@ -79,7 +79,7 @@ ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
         });
         lStatus.mLog = lLog ? lLog->mPath : "";
     }
-    if (const auto lSensor = openSensorPidFile(acrDirectory + ZTSensorOwnPidFile);
+    if (const auto lSensor = sOpenSensorPidFile(acrDirectory + ZTWireSensorPidFile);
         lSensor.isOpen() && fstat(lSensor.get(), &lFile) == 0) {
         lStatus.mSensor = readPidFile(lSensor.get());
         lStatus.mSensorHeartbeat = changeTimeOf(lFile);

@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::size_t sChunk = 64 * 1024;
 
-[[noreturn]] void fail(const std::string& acrWhat) {
+[[noreturn]] void sFail(const std::string& acrWhat) {
     throw ZTCMalformedAnswerError("malformed answer: " + acrWhat +
                                   " (is it an agent that serves these pipes?)");
 }
@@ -22,7 +22,7 @@ ZTSensorBytes ZTCAnswerReader::read(std::uint32_t aTag) {
         }
         const bool lIsWanted = mHeader->mTag == aTag;
         if (lIsWanted && (mHeader->mLength == 0 || mHeader->mLength > MaxAnswer)) {
-            fail("its header says " + std::to_string(mHeader->mLength) + " bytes");
+            sFail("its header says " + std::to_string(mHeader->mLength) + " bytes");
         }
         if (!lIsWanted) {
             mMessage.clear();
@@ -59,7 +59,7 @@ ZTSSensorHeader ZTCAnswerReader::readHeader() {
             return *lHeader;
         }
         if (mIsInStep || mSkipped == MaxAnswer) {
-            fail("a message does not begin with VRX1");
+            sFail("a message does not begin with VRX1");
         }
     }
 }

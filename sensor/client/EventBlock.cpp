@@ -43,30 +43,30 @@ struct KindRow {
     std::array<FieldRow, 4> mGroup{};
 };
 
-constexpr FieldRow name(const char* apName) {
+constexpr FieldRow sName(const char* apName) {
     return {apName, Shape::Name};
 }
-constexpr FieldRow word(const char* apName, std::uint8_t aShift = 0, std::uint32_t aMask = 0xffffffff,
-                        bool aStays = false) {
+constexpr FieldRow sWordOf(const char* apName, std::uint8_t aShift = 0, std::uint32_t aMask = 0xffffffff,
+                           bool aStays = false) {
     return {apName, Shape::Word, aShift, aMask, nullptr, aStays};
 }
 // A word that the next field names.
-constexpr FieldRow named(const char* apName) {
-    return word(apName, 0, 0xffffffff, true);
+constexpr FieldRow sNamed(const char* apName) {
+    return sWordOf(apName, 0, 0xffffffff, true);
 }
-constexpr FieldRow nameOf(const char* apName, const char* (*apNameOf)(std::uint32_t), std::uint8_t aShift = 0,
-                          std::uint32_t aMask = 0xffffffff, bool aStays = false) {
+constexpr FieldRow sNameOf(const char* apName, const char* (*apNameOf)(std::uint32_t),
+                           std::uint8_t aShift = 0, std::uint32_t aMask = 0xffffffff, bool aStays = false) {
     return {apName, Shape::Text, aShift, aMask, apNameOf, aStays};
 }
-constexpr FieldRow rest(const char* apName, Shape aShape) {
+constexpr FieldRow sRest(const char* apName, Shape aShape) {
     return {apName, aShape};
 }
 
-constexpr FieldRow sRemotePort = name("remote_port_name");
-constexpr FieldRows sTwoNames{sRemotePort, name("second_name")};
+constexpr FieldRow sRemotePort = sName("remote_port_name");
+constexpr FieldRows sTwoNames{sRemotePort, sName("second_name")};
 constexpr FieldRows sOneName{sRemotePort};
-constexpr FieldRows sSetOfLuns{sRemotePort, rest("luns", Shape::Set)};
-constexpr FieldRows sListOfLuns{sRemotePort, rest("luns", Shape::List)};
+constexpr FieldRows sSetOfLuns{sRemotePort, sRest("luns", Shape::Set)};
+constexpr FieldRows sListOfLuns{sRemotePort, sRest("luns", Shape::List)};
 
 // In the order of their numbers.
 constexpr KindRow sKinds[] = {
@@ -74,37 +74,37 @@ constexpr KindRow sKinds[] = {
     {{1, 2, "prlo"}, sOneName},
     {{1, 4, "adisc"}, sTwoNames},
     {{1, 8, "ls_rjt"},
-     {sRemotePort, named("rejected_command"), nameOf("rejected_command_name", nameElsCommand),
-      rest("rejections", Shape::Groups)},
-     {named("reason"), nameOf("reason_name", nameRejectReason), named("explanation"),
-      nameOf("explanation_name", nameRejectExplanation)}},
+     {sRemotePort, sNamed("rejected_command"), sNameOf("rejected_command_name", nameElsCommand),
+      sRest("rejections", Shape::Groups)},
+     {sNamed("reason"), sNameOf("reason_name", nameRejectReason), sNamed("explanation"),
+      sNameOf("explanation_name", nameRejectExplanation)}},
     {{1, 16, "logo"}, sTwoNames},
     {{1, 32, "rscn"},
-     {nameOf("address_format", nameAddressFormat, 24, 3, true), FieldRow{"port_id", Shape::PortId}}},
+     {sNameOf("address_format", nameAddressFormat, 24, 3, true), FieldRow{"port_id", Shape::PortId}}},
     {{2, 1, "fabric_busy"}},
     {{2, 2, "port_busy"}, sOneName},
     {{2, 4, "fcp_read_check_error"},
-     {sRemotePort, named("operation_code"), nameOf("operation_name", nameScsiOperation), word("lun"),
-      rest("residuals", Shape::List)}},
+     {sRemotePort, sNamed("operation_code"), sNameOf("operation_name", nameScsiOperation), sWordOf("lun"),
+      sRest("residuals", Shape::List)}},
     {{4, 1, "queue_full"}, sSetOfLuns},
     {{4, 2, "device_busy"}, sSetOfLuns},
     {{4, 4, "check_condition"},
-     {sRemotePort, named("sense_key"), nameOf("sense_key_name", nameSenseKey), word("asc", 8, 0xff, true),
-      word("ascq", 0, 0xff), rest("luns", Shape::Set), rest("operation_codes", Shape::Set),
-      rest("queue_tags", Shape::Set)}},
+     {sRemotePort, sNamed("sense_key"), sNameOf("sense_key_name", nameSenseKey),
+      sWordOf("asc", 8, 0xff, true), sWordOf("ascq", 0, 0xff), sRest("luns", Shape::Set),
+      sRest("operation_codes", Shape::Set), sRest("queue_tags", Shape::Set)}},
     {{4, 8, "lun_reset"}, sListOfLuns},
     {{4, 16, "target_reset"}, sListOfLuns},
     {{4, 32, "bus_reset"}},
     {{4, 64, "queue_depth_change"},
-     {sRemotePort, rest("changes", Shape::Groups)},
-     {word("lun"), word("new_depth")}},
+     {sRemotePort, sRest("changes", Shape::Groups)},
+     {sWordOf("lun"), sWordOf("new_depth")}},
     {{8, 1, "port_interrupt_error"}},
     {{8, 2, "link"}},
     {{8, 4, "temperature"}},
     {{16, 1, "adapter_arrival"}},
 };
 
-const KindRow* findRow(std::uint8_t aCategory, std::uint8_t aSubcategory) {
+const KindRow* sFindRow(std::uint8_t aCategory, std::uint8_t aSubcategory) {
     const auto* const lpRow = std::find_if(std::begin(sKinds), std::end(sKinds), [=](const KindRow& acrRow) {
         return acrRow.mKind.mCategory == aCategory && acrRow.mKind.mSubcategory == aSubcategory;
     });
@@ -135,7 +135,7 @@ class BlockReader {
     std::span<const std::uint8_t> mBytes;
 };
 
-ZTEventValue readName(BlockReader& arReader) {
+ZTEventValue sReadName(BlockReader& arReader) {
     const auto lBytes = arReader.take(ZTSWwn::Size);
     if (lBytes.empty()) {
         return {};
@@ -145,7 +145,7 @@ ZTEventValue readName(BlockReader& arReader) {
     return lName;
 }
 
-ZTEventValue readWord(BlockReader& arReader, const FieldRow& acrRow) {
+ZTEventValue sReadWord(BlockReader& arReader, const FieldRow& acrRow) {
     const auto lWhole = arReader.peekWord();
     if (!acrRow.mStays) {
         arReader.take(sWord);
@@ -166,7 +166,7 @@ ZTEventValue readWord(BlockReader& arReader, const FieldRow& acrRow) {
     return lValue;
 }
 
-ZTEventValue readSet(BlockReader& arReader) {
+ZTEventValue sReadSet(BlockReader& arReader) {
     std::vector<std::uint32_t> lValues;
     if (arReader.peekWord() != ZTEventSetSize) {
         arReader.take(arReader.getLeft());
@@ -182,7 +182,7 @@ ZTEventValue readSet(BlockReader& arReader) {
     return lValues;
 }
 
-ZTEventValue readList(BlockReader& arReader) {
+ZTEventValue sReadList(BlockReader& arReader) {
     std::vector<std::uint32_t> lValues;
     while (const auto lValue = arReader.peekWord()) {
         lValues.push_back(*lValue);
@@ -192,41 +192,42 @@ ZTEventValue readList(BlockReader& arReader) {
 }
 
 template <class Rows>
-ZTEventGroup readFields(BlockReader& arReader, const Rows& acrRows, const KindRow& acrKind);
+ZTEventGroup sReadFields(BlockReader& arReader, const Rows& acrRows, const KindRow& acrKind);
 
-ZTEventValue readGroups(BlockReader& arReader, const KindRow& acrKind) {
+ZTEventValue sReadGroups(BlockReader& arReader, const KindRow& acrKind) {
     std::size_t lSize = 0;
     for (const FieldRow& lrRow : acrKind.mGroup) {
         lSize += lrRow.mShape != Shape::None && !lrRow.mStays ? sWord : 0;
     }
     std::vector<ZTEventGroup> lGroups;
     while (arReader.getLeft() >= lSize) {
-        lGroups.push_back(readFields(arReader, acrKind.mGroup, acrKind));
+        lGroups.push_back(sReadFields(arReader, acrKind.mGroup, acrKind));
     }
     return lGroups;
 }
 
-ZTEventValue readField(BlockReader& arReader, const FieldRow& acrRow, const KindRow& acrKind) {
+ZTEventValue sReadField(BlockReader& arReader, const FieldRow& acrRow, const KindRow& acrKind) {
     switch (acrRow.mShape) {
         case Shape::Name:
-            return readName(arReader);
+            return sReadName(arReader);
         case Shape::Set:
-            return readSet(arReader);
+            return sReadSet(arReader);
         case Shape::List:
-            return readList(arReader);
+            return sReadList(arReader);
         case Shape::Groups:
-            return readGroups(arReader, acrKind);
+            return sReadGroups(arReader, acrKind);
         default:
-            return readWord(arReader, acrRow);
+            return sReadWord(arReader, acrRow);
     }
 }
 
 template <class Rows>
-ZTEventGroup readFields(BlockReader& arReader, const Rows& acrRows, const KindRow& acrKind) {
+ZTEventGroup sReadFields(BlockReader& arReader, const Rows& acrRows, const KindRow& acrKind) {
     ZTEventGroup lFields;
+    lFields.reserve(acrRows.size());
     for (const FieldRow& lrRow : acrRows) {
         if (lrRow.mShape != Shape::None) {
-            lFields.push_back({lrRow.mpName, readField(arReader, lrRow, acrKind)});
+            lFields.push_back({lrRow.mpName, sReadField(arReader, lrRow, acrKind)});
         }
     }
     return lFields;
@@ -235,7 +236,7 @@ ZTEventGroup readFields(BlockReader& arReader, const Rows& acrRows, const KindRo
 }  // namespace
 
 const char* findEventKind(std::uint8_t aCategory, std::uint8_t aSubcategory) {
-    const KindRow* const lpRow = findRow(aCategory, aSubcategory);
+    const KindRow* const lpRow = sFindRow(aCategory, aSubcategory);
     return lpRow != nullptr ? lpRow->mKind.mpName : nullptr;
 }
 
@@ -249,11 +250,11 @@ std::vector<ZTSEventKindName> listEventKinds() {
 
 std::optional<ZTEventGroup> decodeEventBlock(std::uint8_t aCategory, std::uint8_t aSubcategory,
                                              std::span<const std::uint8_t> aBlock) {
-    const KindRow* const lpRow = findRow(aCategory, aSubcategory);
+    const KindRow* const lpRow = sFindRow(aCategory, aSubcategory);
     BlockReader lReader(aBlock);
     if (lpRow == nullptr || lReader.peekWord() != sForm) {
         return {};
     }
     lReader.take(sWord);
-    return readFields(lReader, lpRow->mFields, *lpRow);
+    return sReadFields(lReader, lpRow->mFields, *lpRow);
 }

@@ -24,7 +24,7 @@ struct DirectoryCloser {
 
 // The entries of a directory that are numbers, until one is what was looked for.
 template <class Found>
-void eachNumber(const std::string& acrDirectory, const Found& acrFound) {
+void sEachNumber(const std::string& acrDirectory, const Found& acrFound) {
     const std::unique_ptr<DIR, DirectoryCloser> lDirectory(opendir(acrDirectory.c_str()));
     while (const dirent* const lpEntry = lDirectory != nullptr ? readdir(lDirectory.get()) : nullptr) {
         int lNumber = 0;
@@ -36,12 +36,12 @@ void eachNumber(const std::string& acrDirectory, const Found& acrFound) {
     }
 }
 
-std::string folderOf(pid_t aProcess) {
+std::string sFolderOf(pid_t aProcess) {
     return "/proc/" + std::to_string(aProcess);
 }
 
 // What the kernel says of a descriptor: a line a fact.
-void readFacts(const std::string& acrInfo, ZTSOpenFile& arFile) {
+void sReadFacts(const std::string& acrInfo, ZTSOpenFile& arFile) {
     std::ifstream lInfo(acrInfo);
     for (std::string lLine; std::getline(lInfo, lLine);) {
         if (lLine.starts_with("flags:")) {
@@ -61,9 +61,9 @@ void readFacts(const std::string& acrInfo, ZTSOpenFile& arFile) {
 std::optional<ZTSOpenFile> findOpenFile(pid_t aProcess, const std::string& acrPart,
                                         const std::function<bool(const ZTSOpenFile&)>& acrCondition) {
     std::optional<ZTSOpenFile> lFound;
-    eachNumber(folderOf(aProcess) + "/fd", [&](int aDescriptor) {
+    sEachNumber(sFolderOf(aProcess) + "/fd", [&](int aDescriptor) {
         const std::string lDescriptor = std::to_string(aDescriptor);
-        const std::string lLink = folderOf(aProcess) + "/fd/" + lDescriptor;
+        const std::string lLink = sFolderOf(aProcess) + "/fd/" + lDescriptor;
         ZTSOpenFile lFile;
         char lPath[4096];
         const ssize_t lLength = readlink(lLink.c_str(), lPath, sizeof lPath);
@@ -71,7 +71,7 @@ std::optional<ZTSOpenFile> findOpenFile(pid_t aProcess, const std::string& acrPa
         if (lFile.mPath.find(acrPart) == std::string::npos || stat(lLink.c_str(), &lFile.mStatus) != 0) {
             return false;
         }
-        readFacts(folderOf(aProcess) + "/fdinfo/" + lDescriptor, lFile);
+        sReadFacts(sFolderOf(aProcess) + "/fdinfo/" + lDescriptor, lFile);
         if (acrCondition(lFile)) {
             lFound = std::move(lFile);
         }
@@ -84,7 +84,7 @@ pid_t findProcessWith(const struct stat& acrFile, const std::string& acrPath,
                       const std::function<bool(const ZTSOpenFile&)>& acrCondition) {
     pid_t lHolder = 0;
     const std::string lName = "/" + std::filesystem::path(acrPath).filename().string();
-    eachNumber("/proc", [&](int aProcess) {
+    sEachNumber("/proc", [&](int aProcess) {
         const auto lFile = findOpenFile(aProcess, lName, [&](const ZTSOpenFile& acrOpen) {
             return acrOpen.mStatus.st_dev == acrFile.st_dev && acrOpen.mStatus.st_ino == acrFile.st_ino &&
                    acrCondition(acrOpen);
@@ -100,14 +100,14 @@ std::string describeProcess(pid_t aProcess) {
         return "another process";
     }
     std::string lName;
-    std::ifstream lFile(folderOf(aProcess) + "/comm");
+    std::ifstream lFile(sFolderOf(aProcess) + "/comm");
     std::getline(lFile, lName, '\0');
     lName.resize(lName.empty() ? 0 : lName.size() - 1);  // the line end behind it; the name may hold others
     return "process " + std::to_string(aProcess) + (lName.empty() ? "" : " (" + toShownText(lName) + ")");
 }
 
 std::optional<std::chrono::system_clock::time_point> getProcessStart(pid_t aProcess) {
-    std::ifstream lFile(folderOf(aProcess) + "/stat");
+    std::ifstream lFile(sFolderOf(aProcess) + "/stat");
     std::string lText;
     std::getline(lFile, lText, '\0');
     // The name, in brackets, may hold anything. Behind it the start is the 20th field, in ticks since the

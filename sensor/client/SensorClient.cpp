@@ -8,7 +8,7 @@
 namespace {
 
 // What a message has behind its header.
-std::span<const std::uint8_t> bodyOf(const ZTSensorBytes& acrMessage) {
+std::span<const std::uint8_t> sBodyOf(const ZTSensorBytes& acrMessage) {
     return std::span(acrMessage).subspan(ZTSSensorHeader::Size);
 }
 
@@ -21,11 +21,11 @@ ZTCSensorClient::ZTCSensorClient(ZTSSensorOptions aOptions)
       mTag(std::random_device()()) {}
 
 void ZTCSensorClient::startScope(std::uint32_t aCeiling) {
-    order(encodeCommand(mTag, ZTESensorCommand::StartScope, aCeiling));
+    order(encodeCommand(mTag, ZTSSCAC_StartScope, aCeiling));
 }
 
 void ZTCSensorClient::stop() {
-    order(encodeCommand(mTag, ZTESensorCommand::Stop));
+    order(encodeCommand(mTag, ZTSSCAC_Stop));
 }
 
 void ZTCSensorClient::registerTargets(std::span<const ZTSSensorTarget> aTargets) {
@@ -37,11 +37,11 @@ void ZTCSensorClient::registerTargets(std::span<const ZTSSensorTarget> aTargets)
 }
 
 void ZTCSensorClient::setCollectionPeriod(std::uint32_t aSeconds) {
-    order(encodeCommand(mTag, ZTESensorCommand::CollectionPeriod, aSeconds));
+    order(encodeCommand(mTag, ZTSSCAC_CollectionPeriod, aSeconds));
 }
 
 void ZTCSensorClient::shutDown() {
-    order(encodeCommand(mTag, ZTESensorCommand::ShutDown));
+    order(encodeCommand(mTag, ZTSSCAC_ShutDown));
 }
 
 // Whatever fails but a refusal leaves the pipes in a state that nobody knows.
@@ -94,7 +94,7 @@ ZTSensorBytes ZTCSensorClient::fetch() {
     return guarded([this](Clock::time_point aDeadline) {
         if (!mOpenFetch && mLateFetch.empty()) {
             open(aDeadline);
-            mPipes->send(encodeCommand(mTag, ZTESensorCommand::GetScopeData), aDeadline);
+            mPipes->send(encodeCommand(mTag, ZTSSCAC_GetScopeData), aDeadline);
             mOpenFetch = mTag++;
         }
         finishFetch(aDeadline);
@@ -107,6 +107,6 @@ void ZTCSensorClient::order(const ZTSensorBytes& acrCommand) {
         finishFetch(aDeadline);
         open(aDeadline);
         mPipes->send(acrCommand, aDeadline);
-        decodeSuccess(bodyOf(mPipes->receive(mTag++, aDeadline)));
+        decodeSuccess(sBodyOf(mPipes->receive(mTag++, aDeadline)));
     });
 }

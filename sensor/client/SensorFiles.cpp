@@ -14,7 +14,7 @@ namespace {
     throw ZTCUnsafeFileError(acrPath + " is not used: " + apWhy);
 }
 
-const char* nameOf(unsigned int aType) {
+const char* sNameOf(unsigned int aType) {
     return aType == S_IFIFO   ? "it is not a pipe"
            : aType == S_IFDIR ? "it is not a directory"
                               : "it is not a file";
@@ -58,7 +58,7 @@ void check(const struct stat& acrStatus, const std::string& acrPath, unsigned in
         throwSensorErrno(acrPath, ELOOP);
     }
     if ((acrStatus.st_mode & S_IFMT) != aType) {
-        refuse(acrPath, nameOf(aType));
+        refuse(acrPath, sNameOf(aType));
     }
     if (acrStatus.st_uid != geteuid() && acrStatus.st_uid != 0) {
         refuse(acrPath, "it belongs to another user");

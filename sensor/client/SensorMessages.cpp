@@ -6,11 +6,12 @@
 namespace {
 
 constexpr std::uint32_t sNanoseconds = 1'000'000'000;
+constexpr std::size_t sLeastRecord = 35;  // bytes, without a target and without data
 
 class Writer {
   public:
-    explicit Writer(std::uint32_t aTag, ZTESensorCommand aCommand)
-        : mBytes(ZTSSensorHeader::Magic.begin(), ZTSSensorHeader::Magic.end()) {
+    Writer(std::uint32_t aTag, ZTEScopeAgentCommand aCommand) {
+        u32(ZTWireMagic);
         u32(aTag);
         u32(0);  // the length, when it is known
         mBytes.push_back(static_cast<std::uint8_t>(aCommand));
@@ -26,9 +27,9 @@ class Writer {
     }
     ZTSensorBytes finish() {
         const auto lLength = static_cast<std::uint32_t>(mBytes.size() - ZTSSensorHeader::Size);
-        u32(lLength);
-        std::copy(mBytes.end() - 4, mBytes.end(), mBytes.begin() + 8);
-        mBytes.resize(mBytes.size() - 4);
+        for (unsigned int lAt = 0; lAt < sizeof lLength; ++lAt) {
+            mBytes[ZTWireLengthAt + lAt] = static_cast<std::uint8_t>(lLength >> (24 - 8 * lAt));
+        }
         return std::move(mBytes);
     }
 
@@ -36,11 +37,11 @@ class Writer {
     ZTSensorBytes mBytes;
 };
 
-const char* describe(std::uint16_t aCode) {
+const char* sDescribe(std::uint16_t aCode) {
     switch (aCode) {
-        case ZTSensorBadArgument:
+        case ZTSSCAE_BadArgument:
             return "a bad argument (0 targets, or a period of 0)";
-        case ZTSensorRegistrationFailed:
+        case ZTSSCAE_RegistrationFailed:
             return "the vendor library did not register an event: see the agent's log";
         default:
             return "see the agent's log";
@@ -48,12 +49,12 @@ const char* describe(std::uint16_t aCode) {
 }
 
 // Reads the kind of answer. Throws the refusal that it may be.
-void expect(ZTCWireReader& arReader, ZTESensorAnswer aExpected) {
-    const auto lKind = static_cast<ZTESensorAnswer>(arReader.u8());
-    if (lKind == ZTESensorAnswer::Failure) {
+void sExpect(ZTCWireReader& arReader, ZTEScopeAgentResponse aExpected) {
+    const auto lKind = static_cast<ZTEScopeAgentResponse>(arReader.u8());
+    if (lKind == ZTSSCAR_Failure) {
         const std::uint16_t lCode = arReader.u16();
         throw ZTCRefusedError(
-            "the agent refused the command with code " + std::to_string(lCode) + ": " + describe(lCode),
+            "the agent refused the command with code " + std::to_string(lCode) + ": " + sDescribe(lCode),
             lCode);
     }
     if (lKind != aExpected) {
@@ -61,13 +62,13 @@ void expect(ZTCWireReader& arReader, ZTESensorAnswer aExpected) {
     }
 }
 
-ZTSPortNames readNames(ZTCWireReader& arReader) {
+ZTSPortNames sReadNames(ZTCWireReader& arReader) {
     const ZTSWwn lNode = arReader.name();
     return {lNode, arReader.name()};
 }
 
 // The names of the adapter port, as they are printed: node name, dot, port name.
-ZTSPortNames readLabel(ZTCWireReader& arReader) {
+ZTSPortNames sReadLabel(ZTCWireReader& arReader) {
     const auto lBytes = arReader.take(arReader.u32());
     const std::string_view lText(reinterpret_cast<const char*>(lBytes.data()), lBytes.size());
     const std::size_t lDot = std::min(lText.find('.'), lText.size());
@@ -79,7 +80,7 @@ ZTSPortNames readLabel(ZTCWireReader& arReader) {
     return {*lNode, *lPort};
 }
 
-ZTSSensorTime readTime(ZTCWireReader& arReader) {
+ZTSSensorTime sReadTime(ZTCWireReader& arReader) {
     ZTSSensorTime lTime;
     lTime.mSeconds = arReader.integer<std::uint64_t>();
     lTime.mNanoseconds = arReader.u32();
@@ -89,11 +90,11 @@ ZTSSensorTime readTime(ZTCWireReader& arReader) {
     return lTime;
 }
 
-ZTSSensorRecord readRecord(ZTCWireReader& arReader) {
+ZTSSensorRecord sReadRecord(ZTCWireReader& arReader) {
     ZTSSensorRecord lRecord;
     lRecord.mOccurrences = arReader.u32();
-    lRecord.mFirst = readTime(arReader);
-    lRecord.mLast = readTime(arReader);
+    lRecord.mFirst = sReadTime(arReader);
+    lRecord.mLast = sReadTime(arReader);
     lRecord.mCategory = arReader.u8();
     lRecord.mSubcategory = arReader.u8();
     const std::uint8_t lHasTarget = arReader.u8();
@@ -101,7 +102,7 @@ ZTSSensorRecord readRecord(ZTCWireReader& arReader) {
         arReader.fail("neither says that a target's names follow nor that they do not");
     }
     if (lHasTarget == 1) {
-        lRecord.mTarget = readNames(arReader);
+        lRecord.mTarget = sReadNames(arReader);
     }
     const auto lData = arReader.take(arReader.u32());
     lRecord.mData.assign(lData.begin(), lData.end());
@@ -112,8 +113,7 @@ ZTSSensorRecord readRecord(ZTCWireReader& arReader) {
 
 std::optional<ZTSSensorHeader> ZTSSensorHeader::decode(std::span<const std::uint8_t> aBytes) {
     ZTCWireReader lReader(aBytes);
-    if (const auto lMagic = lReader.take(Magic.size());
-        !std::equal(lMagic.begin(), lMagic.end(), Magic.begin())) {
+    if (lReader.u32() != ZTWireMagic) {
         return {};
     }
     ZTSSensorHeader lHeader;
@@ -122,18 +122,18 @@ std::optional<ZTSSensorHeader> ZTSSensorHeader::decode(std::span<const std::uint
     return lHeader;
 }
 
-ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand) {
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTEScopeAgentCommand aCommand) {
     return Writer(aTag, aCommand).finish();
 }
 
-ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand, std::uint32_t aValue) {
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTEScopeAgentCommand aCommand, std::uint32_t aValue) {
     Writer lWriter(aTag, aCommand);
     lWriter.u32(aValue);
     return lWriter.finish();
 }
 
 ZTSensorBytes encodeTargets(std::uint32_t aTag, std::span<const ZTSSensorTarget> aTargets) {
-    Writer lWriter(aTag, ZTESensorCommand::RegisterTargets);
+    Writer lWriter(aTag, ZTSSCAC_RegisterTargets);
     lWriter.u32(static_cast<std::uint32_t>(aTargets.size()));
     for (const ZTSSensorTarget& lrTarget : aTargets) {
         lWriter.name(lrTarget.mNames.mNode);
@@ -145,7 +145,7 @@ ZTSensorBytes encodeTargets(std::uint32_t aTag, std::span<const ZTSSensorTarget>
 
 void decodeSuccess(std::span<const std::uint8_t> aBody) {
     ZTCWireReader lReader(aBody);
-    expect(lReader, ZTESensorAnswer::Success);
+    sExpect(lReader, ZTSSCAR_Success);
     if (const std::uint32_t lResult = lReader.u32(); lResult != 0) {
         lReader.fail("tells of success with result " + std::to_string(lResult));
     }
@@ -153,14 +153,16 @@ void decodeSuccess(std::span<const std::uint8_t> aBody) {
 
 ZTSensorScopeData decodeScopeData(std::span<const std::uint8_t> aBody) {
     ZTCWireReader lReader(aBody);
-    expect(lReader, ZTESensorAnswer::ScopeData);
+    sExpect(lReader, ZTSSCAR_ScopeData);
     lReader.u32();  // how many lists there were when the agent began to answer
     ZTSensorScopeData lData;
     while (!lReader.isAtEnd()) {
         ZTSSensorRecordList& lrList = lData.emplace_back();
-        lrList.mInitiator = readLabel(lReader);
-        for (std::uint32_t lLeft = lReader.u32(); lLeft > 0; --lLeft) {
-            lrList.mRecords.push_back(readRecord(lReader));
+        lrList.mInitiator = sReadLabel(lReader);
+        std::uint32_t lLeft = lReader.u32();
+        lrList.mRecords.reserve(std::min<std::size_t>(lLeft, lReader.getLeft() / sLeastRecord));
+        for (; lLeft > 0; --lLeft) {
+            lrList.mRecords.push_back(sReadRecord(lReader));
         }
     }
     return lData;

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "ProcessTable.h"
+#include "ScopeWire.h"
 
 int readPidFile(int aDescriptor) {
     char lText[16];
@@ -34,7 +35,7 @@ pid_t findLivingSensor(int aDescriptor) {
 }
 
 ZTCSensorPidFile::ZTCSensorPidFile(const std::string& acrDirectory)
-    : mPath(acrDirectory + ZTSensorOwnPidFile) {
+    : mPath(acrDirectory + ZTWireSensorPidFile) {
     take();
 }
 

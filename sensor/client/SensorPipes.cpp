@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "ProcessTable.h"
+#include "ScopeWire.h"
 
 namespace {
 
@@ -44,7 +45,7 @@ class PipeSignalBlock {
     bool mWasPending = false;
 };
 
-ZTCSensorDescriptor openCommandPipe(const std::string& acrPath) {
+ZTCSensorDescriptor sOpenCommandPipe(const std::string& acrPath) {
     // Its end for writing is opened by clients alone.
     struct stat lStatus {};
     const pid_t lClient = lstat(acrPath.c_str(), &lStatus) != 0 || !S_ISFIFO(lStatus.st_mode)
@@ -60,7 +61,7 @@ ZTCSensorDescriptor openCommandPipe(const std::string& acrPath) {
 }
 
 // The agent makes it after the other one.
-ZTCSensorDescriptor openOutputPipe(const std::string& acrPath, ZTCSensorPipes::Clock::time_point aDeadline) {
+ZTCSensorDescriptor sOpenOutputPipe(const std::string& acrPath, ZTCSensorPipes::Clock::time_point aDeadline) {
     for (;;) {
         try {
             return openSensorFile(acrPath, O_RDONLY, S_IFIFO);
@@ -73,15 +74,15 @@ ZTCSensorDescriptor openOutputPipe(const std::string& acrPath, ZTCSensorPipes::C
     }
 }
 
-[[noreturn]] void throwEnded() {
+[[noreturn]] void sThrowEnded() {
     throw ZTCNoAgentError("the agent ended before it had answered: its log says why");
 }
 
 }  // namespace
 
 ZTCSensorPipes::ZTCSensorPipes(const std::string& acrDirectory, Clock::time_point aDeadline)
-    : mCommands(openCommandPipe(acrDirectory + ZTSensorCommandPipe)),
-      mAnswers(openOutputPipe(acrDirectory + ZTSensorOutputPipe, std::min(aDeadline, Clock::now() + sStart))),
+    : mCommands(sOpenCommandPipe(acrDirectory + ZTWireCommandPipe)),
+      mAnswers(sOpenOutputPipe(acrDirectory + ZTWireOutputPipe, std::min(aDeadline, Clock::now() + sStart))),
       mReader([this](std::uint8_t* apBytes, std::size_t aRoom) { return readSome(apBytes, aRoom); }) {}
 
 ZTSensorBytes ZTCSensorPipes::receive(std::uint32_t aTag, Clock::time_point aDeadline) {
@@ -98,7 +99,7 @@ void ZTCSensorPipes::send(const ZTSensorBytes& acrBytes, Clock::time_point aDead
         if (lWritten >= 0) {
             lAt += static_cast<std::size_t>(lWritten);
         } else if (errno == EPIPE) {
-            throwEnded();
+            sThrowEnded();
         } else if (errno != EAGAIN && errno != EINTR) {
             throwSensorErrno("the command pipe", errno);
         }
@@ -113,7 +114,7 @@ std::size_t ZTCSensorPipes::readSome(std::uint8_t* apBytes, std::size_t aRoom) {
             return static_cast<std::size_t>(lRead);
         }
         if (lRead == 0) {
-            throwEnded();
+            sThrowEnded();
         }
         if (errno != EAGAIN && errno != EINTR) {
             throwSensorErrno("the output pipe", errno);

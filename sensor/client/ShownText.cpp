@@ -15,7 +15,7 @@ constexpr Lead sLeads[] = {
     {0x80, 0x00, 0x20}, {0xe0, 0xc0, 0xa0}, {0xf0, 0xe0, 0x800}, {0xf8, 0xf0, 0x10000}};
 
 // The bytes of the printable character that the text begins with; 0 if it does not begin with one.
-std::size_t lengthOfFirst(std::string_view aText) {
+std::size_t sLengthOfFirst(std::string_view aText) {
     const auto lFirst = static_cast<std::uint8_t>(aText[0]);
     const auto* const lpLead = std::find_if(std::begin(sLeads), std::end(sLeads), [=](const Lead& acrLead) {
         return (lFirst & acrLead.mMask) == acrLead.mBits;
@@ -41,8 +41,19 @@ std::string toShownText(std::string_view aText, bool aKeepLineEnds) {
     constexpr char lDigits[] = "0123456789abcdef";
     std::string lShown;
     while (!aText.empty()) {
-        const bool lIsKept = aKeepLineEnds && aText[0] == '\n';
-        const std::size_t lLength = lIsKept ? 1 : lengthOfFirst(aText);
+        // Nearly all text is this, and there may be much of it.
+        const auto lPlain = static_cast<std::size_t>(
+            std::find_if_not(aText.begin(), aText.end(),
+                             [=](char aSign) {
+                                 return (aSign >= ' ' && aSign <= '~') || (aKeepLineEnds && aSign == '\n');
+                             }) -
+            aText.begin());
+        lShown += aText.substr(0, lPlain);
+        aText.remove_prefix(lPlain);
+        if (aText.empty()) {
+            break;
+        }
+        const std::size_t lLength = sLengthOfFirst(aText);
         if (lLength == 0) {
             const auto lByte = static_cast<std::uint8_t>(aText[0]);
             lShown += {'\\', 'x', lDigits[lByte >> 4], lDigits[lByte & 15]};

@@ -2,7 +2,7 @@
 
 namespace {
 
-int valueOf(char aDigit) {
+int sValueOf(char aDigit) {
     if (aDigit >= '0' && aDigit <= '9') {
         return aDigit - '0';
     }
@@ -14,11 +14,10 @@ int valueOf(char aDigit) {
 
 std::string ZTSWwn::toText() const {
     constexpr char lDigits[] = "0123456789abcdef";
-    std::string lText;
-    for (const std::uint8_t lByte : mBytes) {
-        lText += lText.empty() ? "" : ":";
-        lText += lDigits[lByte >> 4];
-        lText += lDigits[lByte & 15];
+    std::string lText(TextSize, ':');
+    for (std::size_t lByte = 0; lByte < Size; ++lByte) {
+        lText[3 * lByte] = lDigits[mBytes[lByte] >> 4];
+        lText[3 * lByte + 1] = lDigits[mBytes[lByte] & 15];
     }
     return lText;
 }
@@ -37,8 +36,8 @@ std::optional<ZTSWwn> ZTSWwn::fromText(std::string_view aText) {
     ZTSWwn lName;
     for (std::size_t lByte = 0; lByte < Size; ++lByte) {
         const std::size_t lAt = lByte * lStep;
-        const int lHigh = valueOf(aText[lAt]);
-        const int lLow = valueOf(aText[lAt + 1]);
+        const int lHigh = sValueOf(aText[lAt]);
+        const int lLow = sValueOf(aText[lAt + 1]);
         if (lHigh < 0 || lLow < 0 || (lStep == 3 && lByte + 1 < Size && aText[lAt + 2] != ':')) {
             return {};
         }

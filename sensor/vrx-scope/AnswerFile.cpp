@@ -7,10 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iostream>
 
-#include "AnswerReader.h"
 #include "Failure.h"
 
 ZTCAnswerFile::ZTCAnswerFile(std::string aPath)
@@ -71,50 +68,5 @@ void ZTCAnswerFile::add(const ZTSensorBytes& acrMessage) {
             mWholeEnd = lEnd;
         }
         lFail(lError);
-    }
-}
-
-void eachAnswer(const std::string& acrPath,
-                const std::function<void(const ZTSensorBytes&, std::uint64_t aOffset)>& acrDo) {
-    std::ifstream lFile;
-    if (acrPath != "-") {
-        lFile.open(acrPath, std::ios::binary);
-        if (!lFile) {
-            throw ZTCScopeFailure(fmt::format("cannot read {}: {}", acrPath, strerror(errno)));
-        }
-    }
-    std::istream& lrInput = acrPath == "-" ? std::cin : lFile;
-    std::uint64_t lOffset = 0;
-    const auto lFail = [&](const char* apWhat) {
-        throw ZTCScopeFailure(fmt::format("{}: the message at byte {} {}", acrPath, lOffset, apWhat));
-    };
-    // False: the file ends before.
-    const auto lRead = [&](ZTSensorBytes& arMessage, std::size_t aCount) {
-        const std::size_t lHeld = arMessage.size();
-        arMessage.resize(lHeld + aCount);
-        lrInput.read(reinterpret_cast<char*>(arMessage.data() + lHeld), static_cast<std::streamsize>(aCount));
-        if (lrInput.bad()) {
-            lFail("cannot be read");
-        }
-        arMessage.resize(lHeld + static_cast<std::size_t>(lrInput.gcount()));
-        return arMessage.size() == lHeld + aCount;
-    };
-    for (;;) {
-        ZTSensorBytes lMessage;
-        if (!lRead(lMessage, ZTSSensorHeader::Size)) {
-            if (!lMessage.empty()) {
-                lFail("is cut short");
-            }
-            return;
-        }
-        const auto lHeader = ZTSSensorHeader::decode(lMessage);
-        if (!lHeader || lHeader->mLength > ZTCAnswerReader::MaxAnswer) {
-            lFail("is none: is this a file of raw answers (vrx-scope record)?");
-        }
-        if (!lRead(lMessage, lHeader->mLength)) {
-            lFail("is cut short");
-        }
-        acrDo(lMessage, lOffset);
-        lOffset += lMessage.size();
     }
 }

@@ -1,7 +1,7 @@
-// Files of raw answers: the messages as they came from the pipe, one after the other.
+// Files of raw answers: the messages as they came from the pipe, one after the other. AnswerInput.h reads
+// them.
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -38,8 +38,3 @@ class ZTCAnswerFile {
     ZTCSensorDescriptor mFile;
     std::optional<off_t> mWholeEnd;  ///< where the last whole message ends, if half a one stands behind it
 };
-
-/// Calls the function with each message of a file ("-": standard input) in its order, and the place where it
-/// begins. Throws ZTCScopeFailure at what is no message or not whole.
-void eachAnswer(const std::string& acrPath,
-                const std::function<void(const ZTSensorBytes&, std::uint64_t aOffset)>& acrDo);

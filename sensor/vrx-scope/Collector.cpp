@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::chrono::milliseconds sHeartbeat(1000);
 
-std::string countText(const ZTSCollection& acrCollection) {
+std::string sPeriodText(const ZTSCollection& acrCollection) {
     const double lSeconds = std::chrono::duration<double>(acrCollection.mEvery).count();
     return fmt::format("a fetch every {:g} s", lSeconds);
 }
@@ -53,12 +53,12 @@ void ZTCCollector::run() {
             break;
         }
         switch (mWaiting.until(std::min({lNextFetch, lEnd, lNow + sHeartbeat}))) {
-            case ZTCWaiting::End:
+            case ZTCWaiting::Reason::End:
                 return checkNothingOpen();
-            case ZTCWaiting::Resize:
+            case ZTCWaiting::Reason::Resize:
                 mrShow.draw();
                 break;
-            case ZTCWaiting::Time:
+            case ZTCWaiting::Reason::Time:
                 break;
         }
     }
@@ -101,7 +101,7 @@ void ZTCCollector::begin() {
     mIsThere = true;
     mToldLast.clear();
     mrShow.tell(fmt::format("vrx-sca, process {}, in {}: {}{}", lStatus.mProcess, mDirectory,
-                            countText(mCollection), mCollection.mCeiling ? ", collection started" : ""),
+                            sPeriodText(mCollection), mCollection.mCeiling ? ", collection started" : ""),
                 true);
 }
 

@@ -7,8 +7,10 @@
 #include <iostream>
 
 #include "AgentStatus.h"
+#include "AnswerInput.h"
 #include "Collector.h"
 #include "Json.h"
+#include "Lines.h"
 #include "ProcessTable.h"
 #include "RecordText.h"
 #include "ShownText.h"
@@ -21,26 +23,26 @@
 
 namespace {
 
-std::chrono::milliseconds toDuration(double aSeconds) {
+std::chrono::milliseconds sToDuration(double aSeconds) {
     if (!std::isfinite(aSeconds)) {
         throw ZTCScopeUsage("that is no number of seconds");
     }
     return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(aSeconds));
 }
 
-const std::string& directoryOf(const ZTSScopeOptions& acrOptions) {
+const std::string& sDirectoryOf(const ZTSScopeOptions& acrOptions) {
     if (acrOptions.mDirectory.empty()) {
         throw ZTCScopeUsage("which agent? Name its runtime directory: --dir DIR, or ZT_VRX_SENSOR_DIR");
     }
     return acrOptions.mDirectory;
 }
 
-ZTSSensorOptions clientOptions(const ZTSScopeOptions& acrOptions) {
-    return {directoryOf(acrOptions), toDuration(acrOptions.mTimeout), toDuration(acrOptions.mWait)};
+ZTSSensorOptions sClientOptions(const ZTSScopeOptions& acrOptions) {
+    return {sDirectoryOf(acrOptions), sToDuration(acrOptions.mTimeout), sToDuration(acrOptions.mWait)};
 }
 
 // Says that a command has been carried out.
-void putDone(const ZTSScopeOptions& acrOptions, const std::string& acrCommand, const std::string& acrText) {
+void sPutDone(const ZTSScopeOptions& acrOptions, const std::string& acrCommand, const std::string& acrText) {
     if (acrOptions.getForm() == ZTEScopeForm::Table) {
         put(acrText + "\n");
         return;
@@ -48,17 +50,17 @@ void putDone(const ZTSScopeOptions& acrOptions, const std::string& acrCommand, c
     put(doneJson(acrCommand));
 }
 
-int registerTargets(const ZTSScopeOptions& acrOptions, const std::vector<ZTSSensorTarget>& acrTargets) {
-    ZTCSensorClient(clientOptions(acrOptions)).registerTargets(acrTargets);
-    putDone(acrOptions, "targets", countText(acrTargets.size(), "target") + " registered");
+int sRegisterTargets(const ZTSScopeOptions& acrOptions, const std::vector<ZTSSensorTarget>& acrTargets) {
+    ZTCSensorClient(sClientOptions(acrOptions)).registerTargets(acrTargets);
+    sPutDone(acrOptions, "targets", countText(acrTargets.size(), "target") + " registered");
     return 0;
 }
 
 // One fetch. What the agent no longer has is not to be lost to a signal: those that come meanwhile wait for
 // aDo's end.
 template <class Do>
-void fetchOnce(const ZTSScopeOptions& acrOptions, const Do& acrDo) {
-    ZTCSensorClient lClient(clientOptions(acrOptions));
+void sFetchOnce(const ZTSScopeOptions& acrOptions, const Do& acrDo) {
+    ZTCSensorClient lClient(sClientOptions(acrOptions));
     const ZTCWaiting lNoSignals;
     try {
         acrDo(lClient.fetch());
@@ -68,7 +70,7 @@ void fetchOnce(const ZTSScopeOptions& acrOptions, const Do& acrDo) {
 }
 
 // The moment, and how long ago it was.
-std::string agoText(const std::optional<ZTSAgentStatus::Time>& acrTime, bool aInUtc) {
+std::string sAgoText(const std::optional<ZTSAgentStatus::Time>& acrTime, bool aInUtc) {
     if (!acrTime) {
         return "unknown";
     }
@@ -78,8 +80,20 @@ std::string agoText(const std::optional<ZTSAgentStatus::Time>& acrTime, bool aIn
     return fmt::format("{}, {} s ago", plainText(lTime, aInUtc), std::max(lAgo, 0L));
 }
 
+// All of one fetch.
+std::string sPrinted(const std::string& acrCommand, const ZTSFetched& acrFetched,
+                     const ZTSScopeOptions& acrOptions) {
+    std::string lText;
+    const auto lPrinter = makeRecordPrinter(acrOptions.getForm(), acrCommand, acrOptions.mInUtc,
+                                            [&](const std::string& acrPiece) { lText += acrPiece; });
+    lPrinter->announce(acrFetched);
+    lPrinter->add(acrFetched);
+    lPrinter->finish();
+    return lText;
+}
+
 // The figures of the agent that runs. Nothing if they cannot be read: a status is one all the same.
-std::optional<ZTSStatistics> statisticsOf(const ZTSAgentStatus& acrStatus, const std::string& acrDirectory) {
+std::optional<ZTSStatistics> sStatisticsOf(const ZTSAgentStatus& acrStatus, const std::string& acrDirectory) {
     try {
         const ZTCAgentStatistics lAgent(acrDirectory);
         const bool lIsIt = acrStatus.mProcess == 0 || acrStatus.mProcess == lAgent.getProcess();
@@ -89,15 +103,15 @@ std::optional<ZTSStatistics> statisticsOf(const ZTSAgentStatus& acrStatus, const
     }
 }
 
-std::string textOf(const ZTSAgentStatus& acrStatus, const std::optional<ZTSStatistics>& acrStatistics,
-                   const ZTSScopeOptions& acrOptions) {
+std::string sTextOf(const ZTSAgentStatus& acrStatus, const std::optional<ZTSStatistics>& acrStatistics,
+                    const ZTSScopeOptions& acrOptions) {
     const bool lInUtc = acrOptions.mInUtc;
     std::string lText = fmt::format("directory  {}\n", toShownText(acrOptions.mDirectory));
     if (acrStatus.mIsRunning) {
         lText += fmt::format("agent      running, {}\nsince      {}\nlog        {}\nheartbeat  {}\n",
-                             describeProcess(acrStatus.mProcess), agoText(acrStatus.mSince, lInUtc),
+                             describeProcess(acrStatus.mProcess), sAgoText(acrStatus.mSince, lInUtc),
                              acrStatus.mLog.empty() ? "unknown" : toShownText(acrStatus.mLog),
-                             agoText(acrStatus.mHeartbeat, lInUtc));
+                             sAgoText(acrStatus.mHeartbeat, lInUtc));
         lText += fmt::format("data       {}\n", acrStatistics ? heldText(*acrStatistics) : "unknown");
         const std::string lLibrary = acrStatistics ? libraryText(*acrStatistics) : "";
         lText += lLibrary.empty() ? "" : fmt::format("library    {}\n", lLibrary);
@@ -107,7 +121,7 @@ std::string textOf(const ZTSAgentStatus& acrStatus, const std::optional<ZTSStati
     if (acrStatus.mSensorHeartbeat) {
         lText +=
             fmt::format("sensor     {}process {}, heartbeat {}\n", acrStatus.mIsSensorRunning ? "" : "gone, ",
-                        acrStatus.mSensor, agoText(acrStatus.mSensorHeartbeat, lInUtc));
+                        acrStatus.mSensor, sAgoText(acrStatus.mSensorHeartbeat, lInUtc));
     } else {
         lText += "sensor     none\n";
     }
@@ -115,7 +129,7 @@ std::string textOf(const ZTSAgentStatus& acrStatus, const std::optional<ZTSStati
 }
 
 // A view of sums, where it is asked for, or a line a record.
-std::unique_ptr<ZTCShow> makeShow(const ZTSScopeOptions& acrOptions, bool aSums) {
+std::unique_ptr<ZTCShow> sMakeShow(const ZTSScopeOptions& acrOptions, bool aSums) {
     if (acrOptions.mAsJson) {
         throw ZTCScopeUsage("what goes on and on is no single document: use --ndjson");
     }
@@ -125,13 +139,13 @@ std::unique_ptr<ZTCShow> makeShow(const ZTSScopeOptions& acrOptions, bool aSums)
     return std::make_unique<ZTCLines>(acrOptions.getForm(), acrOptions.mInUtc);
 }
 
-ZTSCollection collectionOf(const ZTSScopeOptions& acrOptions) {
+ZTSCollection sCollectionOf(const ZTSScopeOptions& acrOptions) {
     ZTSCollection lCollection;
     if (acrOptions.mEvery > 0) {
-        lCollection.mEvery = toDuration(acrOptions.mEvery);
+        lCollection.mEvery = sToDuration(acrOptions.mEvery);
     }
     if (acrOptions.mFor > 0) {
-        lCollection.mFor = toDuration(acrOptions.mFor);
+        lCollection.mFor = sToDuration(acrOptions.mFor);
     }
     if (acrOptions.mStarts) {
         lCollection.mCeiling = acrOptions.mCeiling;
@@ -175,7 +189,7 @@ class Figures {
   public:
     /// Throws ZTCNoAgentError and what reading throws.
     explicit Figures(const ZTSScopeOptions& acrOptions)
-        : mrOptions(acrOptions), mpAgent(std::make_unique<ZTCAgentStatistics>(directoryOf(acrOptions))) {}
+        : mrOptions(acrOptions), mpAgent(std::make_unique<ZTCAgentStatistics>(sDirectoryOf(acrOptions))) {}
 
     void show() {
         try {
@@ -206,29 +220,8 @@ class Figures {
     bool mHasShown = false;
 };
 
-// Every answer of a file that can be read, in its order. Those that cannot are told of; false: there were
-// some.
-bool readAnswers(const std::string& acrFile, const std::function<void(ZTSFetched)>& acrDo) {
-    bool lAreGood = true;
-    try {
-        eachAnswer(acrFile, [&](const ZTSensorBytes& acrMessage, std::uint64_t aOffset) {
-            try {
-                acrDo(readFetched(acrMessage, {}));
-            } catch (const ZTCSensorError& lrError) {
-                lAreGood = false;
-                refuse(fmt::format("{}: the message at byte {}: {}", acrFile, aOffset, lrError.what()),
-                       ZTScopeFailed);
-            }
-        });
-    } catch (const ZTCScopeFailure& lrError) {
-        lAreGood = false;
-        refuse(lrError.what(), ZTScopeFailed);
-    }
-    return lAreGood;
-}
-
 // When an answer came, as near as its records tell.
-std::optional<ZTSFetched::Time> lastTimeIn(const ZTSFetched& acrFetched) {
+std::optional<ZTSFetched::Time> sLastTimeIn(const ZTSFetched& acrFetched) {
     ZTSSensorTime lLast;
     for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
         for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
@@ -239,17 +232,17 @@ std::optional<ZTSFetched::Time> lastTimeIn(const ZTSFetched& acrFetched) {
 }
 
 // Shows one answer, until it is time for the next. False: the program is to end.
-bool replayOne(ZTCShow& arShow, const ZTSFetched& acrFetched, ZTCWaiting& arWaiting,
-               ZTCWaiting::Clock::time_point aNext) {
+bool sReplayOne(ZTCShow& arShow, const ZTSFetched& acrFetched, ZTCWaiting& arWaiting,
+                ZTCWaiting::Clock::time_point aNext) {
     arShow.add(acrFetched);
     for (;;) {
         switch (arWaiting.until(aNext)) {
-            case ZTCWaiting::End:
+            case ZTCWaiting::Reason::End:
                 return false;
-            case ZTCWaiting::Resize:
+            case ZTCWaiting::Reason::Resize:
                 arShow.draw();
                 break;
-            case ZTCWaiting::Time:
+            case ZTCWaiting::Reason::Time:
                 return true;
         }
     }
@@ -264,38 +257,38 @@ int refuse(const std::string& acrText, int aStatus) {
 }
 
 int runStart(const ZTSScopeOptions& acrOptions) {
-    ZTCSensorClient lClient(clientOptions(acrOptions));
+    ZTCSensorClient lClient(sClientOptions(acrOptions));
     startCollection(lClient, acrOptions.mCeiling);
-    putDone(acrOptions, "start",
-            fmt::format("started, up to {} bytes of data a record", acrOptions.mCeiling));
+    sPutDone(acrOptions, "start",
+             fmt::format("started, up to {} bytes of data a record", acrOptions.mCeiling));
     return 0;
 }
 
 int runStop(const ZTSScopeOptions& acrOptions) {
-    ZTCSensorClient(clientOptions(acrOptions)).stop();
-    putDone(acrOptions, "stop", "stopped");
+    ZTCSensorClient(sClientOptions(acrOptions)).stop();
+    sPutDone(acrOptions, "stop", "stopped");
     return 0;
 }
 
 int runAddTargets(const ZTSScopeOptions& acrOptions) {
-    return registerTargets(acrOptions, readTargets(acrOptions.mTargets));
+    return sRegisterTargets(acrOptions, readTargets(acrOptions.mTargets));
 }
 
 int runAddLoadedTargets(const ZTSScopeOptions& acrOptions) {
-    return registerTargets(acrOptions, loadTargets(acrOptions.mFile));
+    return sRegisterTargets(acrOptions, loadTargets(acrOptions.mFile));
 }
 
 int runSetPeriod(const ZTSScopeOptions& acrOptions) {
-    ZTCSensorClient(clientOptions(acrOptions)).setCollectionPeriod(acrOptions.mPeriod);
-    putDone(acrOptions, "period", fmt::format("a period of {} s", acrOptions.mPeriod));
+    ZTCSensorClient(sClientOptions(acrOptions)).setCollectionPeriod(acrOptions.mPeriod);
+    sPutDone(acrOptions, "period", fmt::format("a period of {} s", acrOptions.mPeriod));
     return 0;
 }
 
 int runFetch(const ZTSScopeOptions& acrOptions) {
     int lStatus = 0;
-    fetchOnce(acrOptions, [&](const ZTSensorBytes& acrMessage) {
-        const std::string lText = toText("fetch", readFetched(acrMessage, std::chrono::system_clock::now()),
-                                         acrOptions.getForm(), acrOptions.mInUtc);
+    sFetchOnce(acrOptions, [&](const ZTSensorBytes& acrMessage) {
+        const std::string lText =
+            sPrinted("fetch", readFetched(acrMessage, std::chrono::system_clock::now()), acrOptions);
         try {
             put(lText);
         } catch (const ZTCScopeFailure& lrError) {
@@ -307,26 +300,26 @@ int runFetch(const ZTSScopeOptions& acrOptions) {
 }
 
 int runShutDown(const ZTSScopeOptions& acrOptions) {
-    ZTCSensorClient lClient(clientOptions(acrOptions));
+    ZTCSensorClient lClient(sClientOptions(acrOptions));
     const pid_t lAgent = readAgentStatus(acrOptions.mDirectory).mProcess;
     lClient.shutDown();
     if (lAgent == 0) {
-        putDone(acrOptions, "shutdown", "the agent ends");
+        sPutDone(acrOptions, "shutdown", "the agent ends");
         return 0;
     }
-    if (!waitForEnd(lAgent, toDuration(acrOptions.mTimeout))) {
+    if (!waitForEnd(lAgent, sToDuration(acrOptions.mTimeout))) {
         throw ZTCScopeFailure(
             fmt::format("{} has promised to end, and has not: look at its log", describeProcess(lAgent)));
     }
-    putDone(acrOptions, "shutdown", "the agent has ended");
+    sPutDone(acrOptions, "shutdown", "the agent has ended");
     return 0;
 }
 
 int runShowStatus(const ZTSScopeOptions& acrOptions) {
-    const ZTSAgentStatus lStatus = readAgentStatus(directoryOf(acrOptions));
-    const auto lStatistics = statisticsOf(lStatus, acrOptions.mDirectory);
+    const ZTSAgentStatus lStatus = readAgentStatus(sDirectoryOf(acrOptions));
+    const auto lStatistics = sStatisticsOf(lStatus, acrOptions.mDirectory);
     put(acrOptions.getForm() == ZTEScopeForm::Table
-            ? textOf(lStatus, lStatistics, acrOptions)
+            ? sTextOf(lStatus, lStatistics, acrOptions)
             : statusJson(acrOptions.mDirectory, lStatus, lStatistics));
     return lStatus.mIsRunning ? 0 : ZTScopeFailed;
 }
@@ -343,17 +336,17 @@ int runShowStatistics(const ZTSScopeOptions& acrOptions) {
     ZTCWaiting lWaiting;
     const auto lBegin = ZTCWaiting::Clock::now();
     const auto lEnd =
-        acrOptions.mFor > 0 ? lBegin + toDuration(acrOptions.mFor) : ZTCWaiting::Clock::time_point::max();
-    auto lNext = lBegin + toDuration(acrOptions.mEvery);
+        acrOptions.mFor > 0 ? lBegin + sToDuration(acrOptions.mFor) : ZTCWaiting::Clock::time_point::max();
+    auto lNext = lBegin + sToDuration(acrOptions.mEvery);
     while (lNext <= lEnd) {
         const ZTCWaiting::Reason lReason = lWaiting.until(lNext);
-        if (lReason == ZTCWaiting::End) {
+        if (lReason == ZTCWaiting::Reason::End) {
             return 0;
         }
-        if (lReason == ZTCWaiting::Time) {
+        if (lReason == ZTCWaiting::Reason::Time) {
             lFigures.show();
             // After a long wait for who reads the output, none is made up for.
-            lNext = std::max(lNext + toDuration(acrOptions.mEvery), ZTCWaiting::Clock::now());
+            lNext = std::max(lNext + sToDuration(acrOptions.mEvery), ZTCWaiting::Clock::now());
         }
     }
     return 0;
@@ -364,12 +357,12 @@ int runWatch(const ZTSScopeOptions& acrOptions) {
     if (!acrOptions.mFile.empty()) {
         lSaved = std::make_unique<ZTCAnswerFile>(acrOptions.mFile);
     }
-    const std::unique_ptr<ZTCShow> lShow = makeShow(acrOptions, isTerminal());
+    const std::unique_ptr<ZTCShow> lShow = sMakeShow(acrOptions, isTerminal());
     std::uint64_t lUnsaved = 0;
     try {
-        ZTSCollection lCollection = collectionOf(acrOptions);
+        ZTSCollection lCollection = sCollectionOf(acrOptions);
         lCollection.mGoesOnUnsaved = true;
-        ZTCCollector lCollector(clientOptions(acrOptions), lCollection, *lShow, lSaved.get());
+        ZTCCollector lCollector(sClientOptions(acrOptions), lCollection, *lShow, lSaved.get());
         lCollector.run();
         lUnsaved = lCollector.getUnsaved();
     } catch (const std::runtime_error&) {
@@ -387,57 +380,66 @@ int runRecord(const ZTSScopeOptions& acrOptions) {
     ZTCAnswerFile lFile(acrOptions.mFile);
     Counter lCounter;
     if (acrOptions.mEvery > 0 || acrOptions.mFor > 0) {
-        ZTCCollector(clientOptions(acrOptions), collectionOf(acrOptions), lCounter, &lFile).run();
+        ZTCCollector(sClientOptions(acrOptions), sCollectionOf(acrOptions), lCounter, &lFile).run();
     } else {
-        fetchOnce(acrOptions, [&](const ZTSensorBytes& acrMessage) {
+        sFetchOnce(acrOptions, [&](const ZTSensorBytes& acrMessage) {
             lFile.add(acrMessage);
             lCounter.add(readFetched(acrMessage, {}));
         });
     }
     lCounter.finish();
-    putDone(acrOptions, "record", fmt::format("added to {}: {}", acrOptions.mFile, lCounter.toText()));
+    sPutDone(acrOptions, "record", fmt::format("added to {}: {}", acrOptions.mFile, lCounter.toText()));
     return 0;
 }
 
 int runDecode(const ZTSScopeOptions& acrOptions) {
-    ZTSFetched lAll;
-    const bool lAreGood = readAnswers(acrOptions.mFile, [&](ZTSFetched aFetched) {
-        std::move(aFetched.mData.begin(), aFetched.mData.end(), std::back_inserter(lAll.mData));
-    });
-    if (lAreGood || !lAll.mData.empty()) {
-        put(toText("decode", lAll, acrOptions.getForm(), acrOptions.mInUtc));
+    const auto lPrinter = makeRecordPrinter(acrOptions.getForm(), "decode", acrOptions.mInUtc, put);
+    const bool lIsAnnounced = acrOptions.getForm() == ZTEScopeForm::Json;
+    ZTCAnswerInput lInput(acrOptions.mFile, lIsAnnounced);
+    if (lIsAnnounced) {
+        while (const auto lFetched = lInput.next()) {
+            lPrinter->announce(*lFetched);
+        }
+        lInput.rewind();
     }
-    return lAreGood ? 0 : ZTScopeFailed;
+    bool lAreAny = false;
+    while (const auto lFetched = lInput.next()) {
+        lPrinter->add(*lFetched);
+        lAreAny = lAreAny || !lFetched->mData.empty();
+    }
+    if (lInput.areGood() || lAreAny) {
+        lPrinter->finish();
+    }
+    return lInput.areGood() ? 0 : ZTScopeFailed;
 }
 
 int runReplay(const ZTSScopeOptions& acrOptions) {
-    const std::unique_ptr<ZTCShow> lShow = makeShow(acrOptions, true);
-    // All of them first: while they are read, any signal may end the program.
-    std::vector<ZTSFetched> lAnswers;
-    const bool lAreGood = readAnswers(acrOptions.mFile, [&](ZTSFetched aFetched) {
-        aFetched.mTime = lastTimeIn(aFetched);
-        lAnswers.push_back(std::move(aFetched));
-    });
+    const std::unique_ptr<ZTCShow> lShow = sMakeShow(acrOptions, true);
+    // All of it is read first: what is wrong with it is told before anything is shown, and meanwhile any
+    // signal may end the program.
+    ZTCAnswerInput lInput(acrOptions.mFile, true);
+    while (lInput.next()) {
+    }
+    lInput.rewind();
     ZTCWaiting lWaiting;
     auto lNext = ZTCWaiting::Clock::now();
-    std::size_t lNumber = 0;
-    for (const ZTSFetched& lrAnswer : lAnswers) {
-        lNext += toDuration(acrOptions.mEvery);
-        lShow->tell(fmt::format("{}, answer {}", acrOptions.mFile, ++lNumber), true);
-        if (!replayOne(*lShow, lrAnswer, lWaiting, lNext)) {
+    for (std::size_t lNumber = 1; auto lAnswer = lInput.next(); ++lNumber) {
+        lAnswer->mTime = sLastTimeIn(*lAnswer);
+        lNext += sToDuration(acrOptions.mEvery);
+        lShow->tell(fmt::format("{}, answer {}", acrOptions.mFile, lNumber), true);
+        if (!sReplayOne(*lShow, *lAnswer, lWaiting, lNext)) {
             break;
         }
     }
     lShow->finish();
-    return lAreGood ? 0 : ZTScopeFailed;
+    return lInput.areGood() ? 0 : ZTScopeFailed;
 }
 
 // The agent no longer has what could not be saved: it is shown instead.
 int rescue(const ZTCUnsavedAnswer& acrError, const ZTSScopeOptions& acrOptions) {
     refuse(std::string(acrError.what()) + "; what was fetched:", ZTScopeFailed);
     try {
-        put(toText("rescue", readFetched(acrError.getMessage(), {}), acrOptions.getForm(),
-                   acrOptions.mInUtc));
+        put(sPrinted("rescue", readFetched(acrError.getMessage(), {}), acrOptions));
     } catch (const std::runtime_error& lrError) {
         refuse(lrError.what(), ZTScopeFailed);
     }

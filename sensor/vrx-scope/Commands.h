@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "AnswerFile.h"
-#include "Lines.h"
+#include "RecordPrinter.h"
 
 /// What the command line says. Times are in seconds.
 struct ZTSScopeOptions {

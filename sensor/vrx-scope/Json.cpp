@@ -1,6 +1,5 @@
 #include "Json.h"
 
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "TimeText.h"
@@ -9,84 +8,25 @@ namespace {
 
 using ZTJson = nlohmann::ordered_json;
 
-constexpr int sSchema = 1;
-constexpr int sIndent = 2;
-
-ZTJson textOrNull(const std::string& acrText) {
+ZTJson sTextOrNull(const std::string& acrText) {
     return acrText.empty() ? ZTJson() : ZTJson(acrText);
 }
 
-ZTJson timeOrNull(const std::optional<ZTSAgentStatus::Time>& acrTime) {
-    return acrTime ? textOrNull(isoText(toSensorTime(*acrTime))) : ZTJson();
+ZTJson sTimeOrNull(const std::optional<ZTSAgentStatus::Time>& acrTime) {
+    return acrTime ? sTextOrNull(isoText(toSensorTime(*acrTime))) : ZTJson();
 }
 
-ZTJson namesOf(const ZTSPortNames& acrNames) {
-    return {{"node_name", acrNames.mNode.toText()}, {"port_name", acrNames.mPort.toText()}};
+// On one line, and in ASCII, so that a terminal acts on nothing in it.
+std::string sDump(const ZTJson& acrJson) {
+    return acrJson.dump(-1, ' ', true, ZTJson::error_handler_t::replace) + "\n";
 }
 
-ZTJson fieldsToJson(const ZTEventGroup& acrFields);
-
-struct ValueToJson {
-    ZTJson operator()(std::monostate) const { return {}; }
-    ZTJson operator()(std::uint32_t aNumber) const { return aNumber; }
-    ZTJson operator()(const ZTSWwn& acrName) const { return acrName.toText(); }
-    ZTJson operator()(const std::string& acrText) const { return acrText; }
-    ZTJson operator()(const std::vector<std::uint32_t>& acrValues) const { return acrValues; }
-    ZTJson operator()(const std::vector<ZTEventGroup>& acrGroups) const {
-        ZTJson lList = ZTJson::array();
-        for (const ZTEventGroup& lrGroup : acrGroups) {
-            lList.push_back(fieldsToJson(lrGroup));
-        }
-        return lList;
-    }
-};
-
-ZTJson fieldsToJson(const ZTEventGroup& acrFields) {
-    ZTJson lObject = ZTJson::object();
-    for (const ZTSEventField& lrField : acrFields) {
-        lObject[lrField.mpName] = std::visit(ValueToJson(), lrField.mValue);
-    }
-    return lObject;
-}
-
-std::string digitsOf(const ZTSensorBytes& acrBytes) {
-    constexpr char lDigits[] = "0123456789abcdef";
-    std::string lText;
-    for (const std::uint8_t lByte : acrBytes) {
-        lText += lDigits[lByte >> 4];
-        lText += lDigits[lByte & 15];
-    }
-    return lText;
-}
-
-// Over several lines, or on one. In ASCII, so that a terminal acts on nothing in it.
-std::string dump(const ZTJson& acrJson, int aIndent = -1) {
-    return acrJson.dump(aIndent, ' ', true, ZTJson::error_handler_t::replace) + "\n";
-}
-
-ZTJson makeDocument(const std::string& acrCommand) {
-    return {{"schema", sSchema}, {"command", acrCommand}};
-}
-
-ZTJson toJson(const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
-    const char* const lpKind = findEventKind(acrRecord.mCategory, acrRecord.mSubcategory);
-    const auto lFields = fieldsOf(acrRecord);
-    ZTJson lObject;
-    lObject["initiator"] = namesOf(acrInitiator);
-    lObject["kind"] = lpKind != nullptr ? ZTJson(lpKind) : ZTJson();
-    lObject["category"] = acrRecord.mCategory;
-    lObject["subcategory"] = acrRecord.mSubcategory;
-    lObject["occurrences"] = acrRecord.mOccurrences;
-    lObject["first"] = textOrNull(isoText(acrRecord.mFirst));
-    lObject["last"] = textOrNull(isoText(acrRecord.mLast));
-    lObject["target"] = acrRecord.mTarget ? namesOf(*acrRecord.mTarget) : ZTJson();
-    lObject["event"] = lFields ? fieldsToJson(*lFields) : ZTJson();
-    lObject["data"] = digitsOf(acrRecord.mData);
-    return lObject;
+ZTJson sMakeDocument(const std::string& acrCommand) {
+    return {{"schema", ZTScopeSchema}, {"command", acrCommand}};
 }
 
 // What a status says of the figures.
-ZTJson summaryOf(const ZTSStatistics& acrStatistics) {
+ZTJson sSummaryOf(const ZTSStatistics& acrStatistics) {
     const auto lValueOf = [&](const char* apName) {
         const auto lValue = acrStatistics.get(apName);
         return lValue ? ZTJson(*lValue) : ZTJson();
@@ -102,7 +42,7 @@ ZTJson summaryOf(const ZTSStatistics& acrStatistics) {
         constexpr std::uint64_t lSecond = 1'000'000'000;
         lSummary["library_call"] = {
             {"function", lCall->mLabel},
-            {"since", textOrNull(isoText(
+            {"since", sTextOrNull(isoText(
                           {lCall->mValue / lSecond, static_cast<std::uint32_t>(lCall->mValue % lSecond)}))}};
     }
     return lSummary;
@@ -111,64 +51,34 @@ ZTJson summaryOf(const ZTSStatistics& acrStatistics) {
 }  // namespace
 
 std::string doneJson(const std::string& acrCommand) {
-    ZTJson lDocument = makeDocument(acrCommand);
+    ZTJson lDocument = sMakeDocument(acrCommand);
     lDocument["done"] = true;
-    return dump(lDocument);
-}
-
-std::string recordLines(const std::string& acrCommand, const ZTSFetched& acrFetched) {
-    std::string lText;
-    for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
-        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            ZTJson lLine = makeDocument(acrCommand);
-            lLine.update(toJson(lrList.mInitiator, lrRecord));
-            lText += dump(lLine);
-        }
-    }
-    return lText;
-}
-
-std::string fetchedJson(const std::string& acrCommand, const ZTSFetched& acrFetched) {
-    ZTJson lDocument = makeDocument(acrCommand);
-    lDocument["fetched"] = timeOrNull(acrFetched.mTime);
-    lDocument["initiators"] = ZTJson::array();
-    lDocument["records"] = ZTJson::array();
-    for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
-        if (const ZTJson lNames = namesOf(lrList.mInitiator);
-            std::find(lDocument["initiators"].begin(), lDocument["initiators"].end(), lNames) ==
-            lDocument["initiators"].end()) {
-            lDocument["initiators"].push_back(lNames);
-        }
-        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            lDocument["records"].push_back(toJson(lrList.mInitiator, lrRecord));
-        }
-    }
-    return dump(lDocument, sIndent);
+    return sDump(lDocument);
 }
 
 std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus,
                        const std::optional<ZTSStatistics>& acrStatistics) {
-    ZTJson lDocument = makeDocument("status");
+    ZTJson lDocument = sMakeDocument("status");
     lDocument["directory"] = acrDirectory;
     lDocument["running"] = acrStatus.mIsRunning;
     lDocument["pid"] = acrStatus.mProcess != 0 ? ZTJson(acrStatus.mProcess) : ZTJson();
-    lDocument["since"] = timeOrNull(acrStatus.mSince);
-    lDocument["log"] = textOrNull(acrStatus.mLog);
-    lDocument["heartbeat"] = timeOrNull(acrStatus.mHeartbeat);
+    lDocument["since"] = sTimeOrNull(acrStatus.mSince);
+    lDocument["log"] = sTextOrNull(acrStatus.mLog);
+    lDocument["heartbeat"] = sTimeOrNull(acrStatus.mHeartbeat);
     lDocument["sensor"] = ZTJson();
     if (acrStatus.mSensorHeartbeat) {
         lDocument["sensor"] = {{"pid", acrStatus.mSensor != 0 ? ZTJson(acrStatus.mSensor) : ZTJson()},
                                {"running", acrStatus.mIsSensorRunning},
-                               {"heartbeat", timeOrNull(acrStatus.mSensorHeartbeat)}};
+                               {"heartbeat", sTimeOrNull(acrStatus.mSensorHeartbeat)}};
     }
-    lDocument["statistics"] = acrStatistics ? summaryOf(*acrStatistics) : ZTJson();
-    return dump(lDocument);
+    lDocument["statistics"] = acrStatistics ? sSummaryOf(*acrStatistics) : ZTJson();
+    return sDump(lDocument);
 }
 
 std::string statisticsJson(const ZTCAgentStatistics& acrAgent, const ZTSStatisticsTaken& acrTaken) {
-    ZTJson lDocument = makeDocument("stats");
+    ZTJson lDocument = sMakeDocument("stats");
     lDocument["pid"] = acrAgent.getProcess();
-    lDocument["since"] = timeOrNull(acrAgent.getStart());
+    lDocument["since"] = sTimeOrNull(acrAgent.getStart());
     lDocument["seconds"] = acrTaken.mSeconds ? ZTJson(*acrTaken.mSeconds) : ZTJson();
     lDocument["values"] = ZTJson::object();
     lDocument["rates"] = acrTaken.mSeconds ? ZTJson::object() : ZTJson();
@@ -179,5 +89,5 @@ std::string statisticsJson(const ZTCAgentStatistics& acrAgent, const ZTSStatisti
             lDocument["rates"][lrRow.mName] = *lRate;
         }
     }
-    return dump(lDocument);
+    return sDump(lDocument);
 }

@@ -17,7 +17,7 @@ constexpr std::string_view sHexadecimal[] = {
     "rejected_command", "reason",         "explanation", "sense_key", "asc", "ascq",
     "operation_code",   "operation_codes"};
 
-std::string numberText(std::string_view aField, std::uint32_t aValue) {
+std::string sNumberText(std::string_view aField, std::uint32_t aValue) {
     const bool lIsHexadecimal =
         std::find(std::begin(sHexadecimal), std::end(sHexadecimal), aField) != std::end(sHexadecimal);
     return aValue == ZTEventAllLuns && aField.starts_with("lun") ? "all"
@@ -25,14 +25,14 @@ std::string numberText(std::string_view aField, std::uint32_t aValue) {
                                                                  : std::to_string(aValue);
 }
 
-std::string wordsOf(std::string_view aField) {
+std::string sWordsOf(std::string_view aField) {
     std::string lWords(aField);
     std::replace(lWords.begin(), lWords.end(), '_', ' ');
     return lWords;
 }
 
 // Values in their order, those that follow one another as a range.
-std::string listText(std::string_view aField, const std::vector<std::uint32_t>& acrValues) {
+std::string sListText(std::string_view aField, const std::vector<std::uint32_t>& acrValues) {
     if (acrValues.size() == ZTEventSetSize && aField == "luns") {
         return "all";
     }
@@ -46,33 +46,33 @@ std::string listText(std::string_view aField, const std::vector<std::uint32_t>& 
         if (lShown++ == sMaxShown) {
             return lText + fmt::format(",... ({} in all)", acrValues.size());
         }
-        lText += (lText.empty() ? "" : ",") + numberText(aField, acrValues[lAt]);
+        lText += (lText.empty() ? "" : ",") + sNumberText(aField, acrValues[lAt]);
         if (lEnd - lAt > 1) {
-            lText += "-" + numberText(aField, acrValues[lEnd - 1]);
+            lText += "-" + sNumberText(aField, acrValues[lEnd - 1]);
         }
         lAt = lEnd;
     }
     return lText.empty() ? "none" : lText;
 }
 
-std::string groupText(const ZTEventGroup& acrFields);
+std::string sGroupText(const ZTEventGroup& acrFields);
 
-std::string groupsText(const std::vector<ZTEventGroup>& acrGroups) {
+std::string sGroupsText(const std::vector<ZTEventGroup>& acrGroups) {
     std::string lText;
     for (std::size_t lAt = 0; lAt < acrGroups.size(); ++lAt) {
         if (lAt == sMaxShown) {
             return lText + fmt::format("; ... ({} in all)", acrGroups.size());
         }
-        lText += (lAt == 0 ? "" : "; ") + groupText(acrGroups[lAt]);
+        lText += (lAt == 0 ? "" : "; ") + sGroupText(acrGroups[lAt]);
     }
     return lText;
 }
 
 // A field and, when there is one, the name of its number, which is the field behind it.
-std::string fieldText(const ZTSEventField& acrField, const std::string* apName) {
-    const std::string lWords = wordsOf(acrField.mpName) + " ";
+std::string sFieldText(const ZTSEventField& acrField, const std::string* apName) {
+    const std::string lWords = sWordsOf(acrField.mpName) + " ";
     if (const auto* const lpNumber = std::get_if<std::uint32_t>(&acrField.mValue)) {
-        const std::string lNumber = numberText(acrField.mpName, *lpNumber);
+        const std::string lNumber = sNumberText(acrField.mpName, *lpNumber);
         return lWords + (apName != nullptr ? fmt::format("{} ({})", *apName, lNumber) : lNumber);
     }
     if (const auto* const lpName = std::get_if<ZTSWwn>(&acrField.mValue)) {
@@ -82,27 +82,27 @@ std::string fieldText(const ZTSEventField& acrField, const std::string* apName) 
         return lWords + *lpText;
     }
     if (const auto* const lpValues = std::get_if<std::vector<std::uint32_t>>(&acrField.mValue)) {
-        return lWords + listText(acrField.mpName, *lpValues);
+        return lWords + sListText(acrField.mpName, *lpValues);
     }
     if (const auto* const lpGroups = std::get_if<std::vector<ZTEventGroup>>(&acrField.mValue)) {
-        return groupsText(*lpGroups);
+        return sGroupsText(*lpGroups);
     }
     return lWords + "not told";
 }
 
-bool isNameOf(const ZTSEventField& acrField) {
+bool sIsNameOf(const ZTSEventField& acrField) {
     return std::string_view(acrField.mpName).ends_with(sNameSuffix) &&
            !std::holds_alternative<ZTSWwn>(acrField.mValue);
 }
 
-std::string groupText(const ZTEventGroup& acrFields) {
+std::string sGroupText(const ZTEventGroup& acrFields) {
     std::string lText;
     for (std::size_t lAt = 0; lAt < acrFields.size(); ++lAt) {
-        if (acrFields[lAt].mpName == sRemotePort || isNameOf(acrFields[lAt])) {
+        if (acrFields[lAt].mpName == sRemotePort || sIsNameOf(acrFields[lAt])) {
             continue;
         }
-        const bool lHasName = lAt + 1 < acrFields.size() && isNameOf(acrFields[lAt + 1]);
-        const std::string lField = fieldText(
+        const bool lHasName = lAt + 1 < acrFields.size() && sIsNameOf(acrFields[lAt + 1]);
+        const std::string lField = sFieldText(
             acrFields[lAt], lHasName ? std::get_if<std::string>(&acrFields[lAt + 1].mValue) : nullptr);
         lText += (lText.empty() || lField.empty() ? "" : ", ") + lField;
     }
@@ -116,11 +116,14 @@ std::string kindText(const ZTSSensorRecord& acrRecord) {
     return lpKind != nullptr ? lpKind : fmt::format("{},{}", acrRecord.mCategory, acrRecord.mSubcategory);
 }
 
-std::string remoteText(const ZTSSensorRecord& acrRecord) {
+std::string remoteText(const ZTSSensorRecord& acrRecord, const std::optional<ZTEventGroup>& acrFields) {
     if (acrRecord.mTarget) {
         return acrRecord.mTarget->mPort.toText();
     }
-    for (const ZTSEventField& lrField : fieldsOf(acrRecord).value_or(ZTEventGroup())) {
+    if (!acrFields) {
+        return "-";
+    }
+    for (const ZTSEventField& lrField : *acrFields) {
         const auto* const lpName = std::get_if<ZTSWwn>(&lrField.mValue);
         const auto* const lpText = std::get_if<std::string>(&lrField.mValue);
         if (lrField.mpName == sRemotePort && lpName != nullptr) {
@@ -133,9 +136,8 @@ std::string remoteText(const ZTSSensorRecord& acrRecord) {
     return "-";
 }
 
-std::string detailText(const ZTSSensorRecord& acrRecord) {
-    const auto lFields = fieldsOf(acrRecord);
-    return lFields ? groupText(*lFields) : "a block of " + countText(acrRecord.mData.size(), "byte");
+std::string detailText(const ZTSSensorRecord& acrRecord, const std::optional<ZTEventGroup>& acrFields) {
+    return acrFields ? sGroupText(*acrFields) : "a block of " + countText(acrRecord.mData.size(), "byte");
 }
 
 std::string countText(std::uint64_t aCount, const char* apThing) {

@@ -1,4 +1,4 @@
-// A record in words.
+// A record in words. acrFields are those of its block (fieldsOf).
 #pragma once
 
 #include <string>
@@ -9,8 +9,8 @@
 std::string kindText(const ZTSSensorRecord& acrRecord);
 /// The port beyond the fabric that it is about: a registered target's port name, else the port name that the
 /// event gives, else the port id of an RSCN. "-" if there is none.
-std::string remoteText(const ZTSSensorRecord& acrRecord);
+std::string remoteText(const ZTSSensorRecord& acrRecord, const std::optional<ZTEventGroup>& acrFields);
 /// What else the event says: "luns 3,5-7, sense key aborted command (0xb)".
-std::string detailText(const ZTSSensorRecord& acrRecord);
+std::string detailText(const ZTSSensorRecord& acrRecord, const std::optional<ZTEventGroup>& acrFields);
 /// "1 record", "2 records".
 std::string countText(std::uint64_t aCount, const char* apThing);

@@ -21,7 +21,7 @@ constexpr LossText sLosses[] = {{"limit", "at the limit"},           {"unknown_b
                                 {"too_short", "too short"},          {"unknown_kind", "of unknown kinds"},
                                 {"no_memory", "for want of memory"}, {"malformed", "malformed"}};
 
-std::string lossText(const ZTSLabelled& acrLoss) {
+std::string sLossText(const ZTSLabelled& acrLoss) {
     const auto* const lpRow =
         std::find_if(std::begin(sLosses), std::end(sLosses),
                      [&](const LossText& acrRow) { return acrRow.mpLabel == acrLoss.mLabel; });
@@ -76,7 +76,7 @@ std::string heldText(const ZTSStatistics& acrStatistics) {
         if (lrLoss.mValue != 0) {
             lLost += lLost.empty() ? ", " + countText(lrLoss.mValue, "event") + " lost "
                                    : ", " + std::to_string(lrLoss.mValue) + " ";
-            lLost += lossText(lrLoss);
+            lLost += sLossText(lrLoss);
         }
     }
     return fmt::format("holds {} of {} KiB{}", lInKiB("held_bytes"), lInKiB("held_bytes_limit"),

@@ -1,32 +1,54 @@
 #include "Table.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "Terminal.h"
 
+ZTCTable::ZTCTable(std::vector<ZTSColumn> aColumns) : mColumns(std::move(aColumns)) {
+    for (const ZTSColumn& lrColumn : mColumns) {
+        mWidths.push_back(lrColumn.mHeading.size());
+    }
+}
+
+void ZTCTable::add(Row aRow) {
+    measure(aRow);
+    mRows.push_back(std::move(aRow));
+}
+
 std::string ZTCTable::toText() const {
-    std::vector<std::size_t> lWidths;
+    std::string lText = getHeading();
+    for (const Row& lrRow : mRows) {
+        lText += toLine(lrRow);
+    }
+    return lText;
+}
+
+void ZTCTable::measure(const Row& acrRow) {
+    for (std::size_t lAt = 0; lAt < mWidths.size(); ++lAt) {
+        mWidths[lAt] = std::max(mWidths[lAt], acrRow[lAt].size());
+    }
+}
+
+std::string ZTCTable::getHeading() const {
+    Row lHeadings;
+    for (const ZTSColumn& lrColumn : mColumns) {
+        lHeadings.push_back(lrColumn.mHeading);
+    }
+    return bold(joinCells(lHeadings)) + "\n";
+}
+
+std::string ZTCTable::toLine(const Row& acrRow) const {
+    return joinCells(acrRow) + "\n";
+}
+
+std::string ZTCTable::joinCells(const Row& acrRow) const {
+    std::string lText;
     for (std::size_t lAt = 0; lAt < mColumns.size(); ++lAt) {
-        std::size_t lWidth = mColumns[lAt].mHeading.size();
-        for (const auto& lrRow : mRows) {
-            lWidth = std::max(lWidth, lrRow[lAt].size());
-        }
-        lWidths.push_back(lWidth);
+        const std::size_t lBlanks = mWidths[lAt] - std::min(mWidths[lAt], acrRow[lAt].size());
+        lText.append(2 + (mColumns[lAt].mIsNumber ? lBlanks : 0), ' ');
+        lText += acrRow[lAt];
+        lText.append(mColumns[lAt].mIsNumber ? 0 : lBlanks, ' ');
     }
-    const auto lLine = [&](const auto& acrCellAt) {
-        std::string lText;
-        for (std::size_t lAt = 0; lAt < mColumns.size(); ++lAt) {
-            lText += mColumns[lAt].mIsNumber ? fmt::format("  {:>{}}", acrCellAt(lAt), lWidths[lAt])
-                                             : fmt::format("  {:<{}}", acrCellAt(lAt), lWidths[lAt]);
-        }
-        lText.erase(lText.find_last_not_of(' ') + 1);
-        return lText;
-    };
-    std::string lText = bold(lLine([&](std::size_t aAt) { return mColumns[aAt].mHeading; })) + "\n";
-    for (const auto& lrRow : mRows) {
-        lText += lLine([&](std::size_t aAt) { return lrRow[aAt]; }) + "\n";
-    }
+    lText.erase(lText.find_last_not_of(' ') + 1);
     return lText;
 }

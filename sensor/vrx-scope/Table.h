@@ -12,14 +12,23 @@ struct ZTSColumn {
 
 class ZTCTable {
   public:
-    explicit ZTCTable(std::vector<ZTSColumn> aColumns) : mColumns(std::move(aColumns)) {}
+    using Row = std::vector<std::string>;  ///< a cell a column
 
-    /// A row has a cell a column.
-    void add(std::vector<std::string> aRow) { mRows.push_back(std::move(aRow)); }
-    /// The heading and the rows, a line each, indented by two.
+    explicit ZTCTable(std::vector<ZTSColumn> aColumns);
+
+    void add(Row aRow);
+    /// The heading and the rows that were added, a line each, indented by two.
     std::string toText() const;
 
+    // The same for more rows than should be held: each is measured, then made into its line.
+    void measure(const Row& acrRow);
+    std::string getHeading() const;
+    std::string toLine(const Row& acrRow) const;
+
   private:
+    std::string joinCells(const Row& acrRow) const;
+
     std::vector<ZTSColumn> mColumns;
-    std::vector<std::vector<std::string>> mRows;
+    std::vector<std::size_t> mWidths;
+    std::vector<Row> mRows;
 };

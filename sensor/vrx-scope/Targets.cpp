@@ -18,7 +18,7 @@ namespace {
 constexpr std::size_t sWords = 3;
 constexpr std::size_t sAddressDigits = 6;
 
-ZTSWwn readName(const std::string& acrWord) {
+ZTSWwn sReadName(const std::string& acrWord) {
     if (const auto lName = ZTSWwn::fromText(acrWord)) {
         return *lName;
     }
@@ -27,7 +27,7 @@ ZTSWwn readName(const std::string& acrWord) {
         acrWord));
 }
 
-std::uint32_t readAddress(const std::string& acrWord) {
+std::uint32_t sReadAddress(const std::string& acrWord) {
     const std::string lDigits = acrWord.starts_with("0x") ? acrWord.substr(2) : acrWord;
     std::uint32_t lAddress = 0;
     const char* const lpEnd = lDigits.data() + lDigits.size();
@@ -39,8 +39,8 @@ std::uint32_t readAddress(const std::string& acrWord) {
     return lAddress;
 }
 
-ZTSSensorTarget readTarget(const std::string* apWords) {
-    return {{readName(apWords[0]), readName(apWords[1])}, readAddress(apWords[2])};
+ZTSSensorTarget sReadTarget(const std::string* apWords) {
+    return {{sReadName(apWords[0]), sReadName(apWords[1])}, sReadAddress(apWords[2])};
 }
 
 }  // namespace
@@ -51,7 +51,7 @@ std::vector<ZTSSensorTarget> readTargets(const std::vector<std::string>& acrWord
     }
     std::vector<ZTSSensorTarget> lTargets;
     for (std::size_t lAt = 0; lAt < acrWords.size(); lAt += sWords) {
-        lTargets.push_back(readTarget(&acrWords[lAt]));
+        lTargets.push_back(sReadTarget(&acrWords[lAt]));
     }
     return lTargets;
 }
@@ -78,7 +78,7 @@ std::vector<ZTSSensorTarget> loadTargets(const std::string& acrFile) {
             if (lWords.size() != sWords) {
                 throw ZTCScopeUsage("a target is NODE PORT ADDRESS");
             }
-            lTargets.push_back(readTarget(lWords.data()));
+            lTargets.push_back(sReadTarget(lWords.data()));
         } catch (const ZTCScopeUsage& lrError) {
             throw ZTCScopeFailure(fmt::format("{}:{}: {}", acrFile, lNumber, lrError.what()));
         }

@@ -25,7 +25,7 @@ constexpr char sBold[] = "\x1b[1m";
 constexpr char sPlain[] = "\x1b[0m";
 
 // Whether a signal waits that would end the program if it were not blocked.
-bool isAskedToEnd() {
+bool sIsAskedToEnd() {
     sigset_t lPending;
     sigpending(&lPending);
     return sigismember(&lPending, SIGINT) == 1 || sigismember(&lPending, SIGTERM) == 1 ||
@@ -34,7 +34,7 @@ bool isAskedToEnd() {
 
 // The beginning of a line that fits, where the sequences for colours take no room, nor does what follows the
 // first byte of a character.
-std::string cut(const std::string& acrLine, std::size_t aColumns) {
+std::string sCut(const std::string& acrLine, std::size_t aColumns) {
     std::string lCut;
     std::size_t lShown = 0;
     for (std::size_t lAt = 0; lAt < acrLine.size(); ++lAt) {
@@ -53,7 +53,7 @@ std::string cut(const std::string& acrLine, std::size_t aColumns) {
 }
 
 // The text with nothing in it that a terminal acts on but line ends, and what bold() makes.
-std::string shown(std::string_view aText) {
+std::string sShown(std::string_view aText) {
     std::string lShown;
     while (!aText.empty()) {
         std::size_t lEnd = aText.size();
@@ -71,11 +71,11 @@ std::string shown(std::string_view aText) {
     return lShown;
 }
 
-void putAsItIs(const std::string& acrText) {
+void sPutAsItIs(const std::string& acrText) {
     for (std::size_t lAt = 0; lAt < acrText.size();) {
         pollfd lPoll{STDOUT_FILENO, POLLOUT, 0};
         if (poll(&lPoll, 1, sLookEvery) == 0) {
-            if (isAskedToEnd()) {
+            if (sIsAskedToEnd()) {
                 throw ZTCScopeFailure("interrupted: nobody reads the output, and the rest of it is lost");
             }
             continue;
@@ -111,7 +111,7 @@ ZTSTerminalSize getTerminalSize() {
 }
 
 void put(const std::string& acrText) {
-    putAsItIs(shown(acrText));
+    sPutAsItIs(sShown(acrText));
 }
 
 void complain(const std::string& acrText, const std::string& acrLines) {
@@ -123,12 +123,12 @@ std::string bold(const std::string& acrText) {
 }
 
 ZTCScreen::ZTCScreen() {
-    putAsItIs("\x1b[?1049h\x1b[?25l");
+    sPutAsItIs("\x1b[?1049h\x1b[?25l");
 }
 
 ZTCScreen::~ZTCScreen() {
     try {
-        putAsItIs("\x1b[?25h\x1b[?1049l");
+        sPutAsItIs("\x1b[?25h\x1b[?1049l");
     } catch (const ZTCScopeFailure&) {
         return;  // the terminal has gone
     }
@@ -136,11 +136,11 @@ ZTCScreen::~ZTCScreen() {
 
 void ZTCScreen::show(const std::string& acrLines) {
     const ZTSTerminalSize lSize = getTerminalSize();
-    std::istringstream lLines(shown(acrLines));
+    std::istringstream lLines(sShown(acrLines));
     std::string lFrame = "\x1b[H";
     unsigned int lRow = 0;
     for (std::string lLine; lRow < lSize.mRows && std::getline(lLines, lLine); ++lRow) {
-        lFrame += (lRow == 0 ? "" : "\r\n") + cut(lLine, lSize.mColumns) + "\x1b[K";
+        lFrame += (lRow == 0 ? "" : "\r\n") + sCut(lLine, lSize.mColumns) + "\x1b[K";
     }
-    putAsItIs(lFrame + "\x1b[J");
+    sPutAsItIs(lFrame + "\x1b[J");
 }

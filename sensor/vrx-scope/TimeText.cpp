@@ -1,6 +1,6 @@
 #include "TimeText.h"
 
-#include <fmt/chrono.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <ctime>
@@ -11,7 +11,14 @@ constexpr std::uint64_t sEndOfYears = 253402300800;   // 10000-01-01T00:00:00Z
 constexpr std::uint64_t sEndOfClock = 9'000'000'000;  // its 64 bits of nanoseconds end soon after, in 2262
 constexpr std::uint32_t sNanosecondsInMillisecond = 1'000'000;
 
-std::tm calendarOf(const ZTSSensorTime& acrTime, bool aInUtc) {
+// "2026-11-21", the separator, "14:00:00".
+std::string sDayAndTime(const std::tm& acrCalendar, char aSeparator) {
+    return fmt::format("{:04}-{:02}-{:02}{}{:02}:{:02}:{:02}", acrCalendar.tm_year + 1900,
+                       acrCalendar.tm_mon + 1, acrCalendar.tm_mday, aSeparator, acrCalendar.tm_hour,
+                       acrCalendar.tm_min, acrCalendar.tm_sec);
+}
+
+std::tm sCalendarOf(const ZTSSensorTime& acrTime, bool aInUtc) {
     const auto lSeconds = static_cast<std::time_t>(acrTime.mSeconds);
     std::tm lCalendar{};
     if (aInUtc) {
@@ -39,15 +46,15 @@ std::string isoText(const ZTSSensorTime& acrTime) {
     if (acrTime.mSeconds >= sEndOfYears) {
         return {};
     }
-    return fmt::format("{:%Y-%m-%dT%H:%M:%S}.{:09}Z", calendarOf(acrTime, true), acrTime.mNanoseconds);
+    return fmt::format("{}.{:09}Z", sDayAndTime(sCalendarOf(acrTime, true), 'T'), acrTime.mNanoseconds);
 }
 
 std::string plainText(const ZTSSensorTime& acrTime, bool aInUtc) {
     if (acrTime.mSeconds >= sEndOfYears) {
         return {};
     }
-    const std::tm lCalendar = calendarOf(acrTime, aInUtc);
-    return fmt::format("{:%Y-%m-%d %H:%M:%S}.{:03} {}", lCalendar,
+    const std::tm lCalendar = sCalendarOf(acrTime, aInUtc);
+    return fmt::format("{}.{:03} {}", sDayAndTime(lCalendar, ' '),
                        acrTime.mNanoseconds / sNanosecondsInMillisecond, aInUtc ? "UTC" : lCalendar.tm_zone);
 }
 

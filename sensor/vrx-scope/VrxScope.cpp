@@ -15,30 +15,30 @@ constexpr double sLongest = 86400;  // seconds
 
 // A command: what it is called and does, which function does it, and what it takes.
 using Run = int (*)(const ZTSScopeOptions&);
-CLI::App* addCommand(CLI::App& arParent, const char* apName, const char* apText, Run aRun, Run& arChosen) {
+CLI::App* sAddCommand(CLI::App& arParent, const char* apName, const char* apText, Run aRun, Run& arChosen) {
     CLI::App* const lpCommand = arParent.add_subcommand(apName, apText);
     lpCommand->callback([&arChosen, aRun] { arChosen = aRun; });
     return lpCommand;
 }
 
-void addCeiling(CLI::App& arCommand, ZTSScopeOptions& arOptions) {
+void sAddCeiling(CLI::App& arCommand, ZTSScopeOptions& arOptions) {
     arCommand.add_option("--ceiling", arOptions.mCeiling, "up to so many bytes a record's data grows (4096)")
         ->type_name("BYTES");
 }
 
-void addEvery(CLI::App& arCommand, ZTSScopeOptions& arOptions, const char* apText) {
+void sAddEvery(CLI::App& arCommand, ZTSScopeOptions& arOptions, const char* apText) {
     arCommand.add_option("--every", arOptions.mEvery, apText)
         ->type_name("SECONDS")
         ->check(CLI::Range(0.05, sLongest));
 }
 
-void addFor(CLI::App& arCommand, ZTSScopeOptions& arOptions) {
+void sAddFor(CLI::App& arCommand, ZTSScopeOptions& arOptions) {
     arCommand.add_option("--for", arOptions.mFor, "ends by itself after that time")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.05, sLongest * 366));
 }
 
-void describe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
+void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
     arProgram.require_subcommand(1)->fallthrough();
     arProgram.set_help_all_flag("--help-all", "the help of every command");
     arProgram.set_version_flag("--version", "vrx-scope v" ZT_SCOPE_VERSION, "the version");
@@ -56,62 +56,62 @@ void describe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
     arProgram.add_flag("--ndjson", arOptions.mAsJsonLines, "a line of JSON a record")->excludes(lpJson);
     arProgram.add_flag("--utc", arOptions.mInUtc, "times in UTC, not in the local zone");
 
-    CLI::App* const lpStart =
-        addCommand(arProgram, "start", "starts the collection, anew if one is under way", runStart, arChosen);
-    addCeiling(*lpStart, arOptions);
-    addCommand(arProgram, "stop", "ends the collection", runStop, arChosen);
+    CLI::App* const lpStart = sAddCommand(
+        arProgram, "start", "starts the collection, anew if one is under way", runStart, arChosen);
+    sAddCeiling(*lpStart, arOptions);
+    sAddCommand(arProgram, "stop", "ends the collection", runStop, arChosen);
     CLI::App* const lpTargets =
         arProgram.add_subcommand("targets", "registers ports that records are to name");
     lpTargets->require_subcommand(1)->fallthrough();
-    addCommand(*lpTargets, "add", "those that are named", runAddTargets, arChosen)
+    sAddCommand(*lpTargets, "add", "those that are named", runAddTargets, arChosen)
         ->add_option("target", arOptions.mTargets, "node name, port name and address of each")
         ->type_name("NODE PORT ADDRESS")
         ->required();
-    addCommand(*lpTargets, "load", "those of a file: NODE PORT ADDRESS a line, # begins a comment",
-               runAddLoadedTargets, arChosen)
+    sAddCommand(*lpTargets, "load", "those of a file: NODE PORT ADDRESS a line, # begins a comment",
+                runAddLoadedTargets, arChosen)
         ->add_option("file", arOptions.mFile, "- for standard input")
         ->type_name("FILE")
         ->required();
-    addCommand(arProgram, "period", "tells the agent how often it is fetched from", runSetPeriod, arChosen)
+    sAddCommand(arProgram, "period", "tells the agent how often it is fetched from", runSetPeriod, arChosen)
         ->add_option("seconds", arOptions.mPeriod, "not 0")
         ->type_name("SECONDS")
         ->required();
-    addCommand(arProgram, "fetch", "takes what has been collected, and shows it", runFetch, arChosen);
+    sAddCommand(arProgram, "fetch", "takes what has been collected, and shows it", runFetch, arChosen);
     CLI::App* const lpWatch =
-        addCommand(arProgram, "watch", "fetches again and again, as the agent's sensor", runWatch, arChosen);
-    addEvery(*lpWatch, arOptions, "from fetch to fetch (5)");
-    addFor(*lpWatch, arOptions);
+        sAddCommand(arProgram, "watch", "fetches again and again, as the agent's sensor", runWatch, arChosen);
+    sAddEvery(*lpWatch, arOptions, "from fetch to fetch (5)");
+    sAddFor(*lpWatch, arOptions);
     lpWatch->add_option("--save", arOptions.mFile, "adds the raw answers to a file")->type_name("FILE");
     lpWatch->add_flag("--start", arOptions.mStarts, "starts the collection of each agent that comes");
-    addCeiling(*lpWatch, arOptions);
-    addCommand(arProgram, "shutdown", "ends the agent", runShutDown, arChosen);
-    addCommand(arProgram, "status", "whether an agent runs; status 1 if none does", runShowStatus, arChosen);
+    sAddCeiling(*lpWatch, arOptions);
+    sAddCommand(arProgram, "shutdown", "ends the agent", runShutDown, arChosen);
+    sAddCommand(arProgram, "status", "whether an agent runs; status 1 if none does", runShowStatus, arChosen);
     CLI::App* const lpStatistics =
-        addCommand(arProgram, "stats", "what the agent counts about itself", runShowStatistics, arChosen);
-    addEvery(*lpStatistics, arOptions, "again and again, with what has grown a second");
-    addFor(*lpStatistics, arOptions);
-    addCommand(arProgram, "decode", "shows a file of raw answers", runDecode, arChosen)
+        sAddCommand(arProgram, "stats", "what the agent counts about itself", runShowStatistics, arChosen);
+    sAddEvery(*lpStatistics, arOptions, "again and again, with what has grown a second");
+    sAddFor(*lpStatistics, arOptions);
+    sAddCommand(arProgram, "decode", "shows a file of raw answers", runDecode, arChosen)
         ->add_option("file", arOptions.mFile, "- for standard input")
         ->type_name("FILE")
         ->required();
     CLI::App* const lpRecord =
-        addCommand(arProgram, "record", "adds raw answers to a file: one, or with --every or --for many",
-                   runRecord, arChosen);
+        sAddCommand(arProgram, "record", "adds raw answers to a file: one, or with --every or --for many",
+                    runRecord, arChosen);
     lpRecord->add_option("file", arOptions.mFile, "what it is added to")->type_name("FILE")->required();
-    addEvery(*lpRecord, arOptions, "from fetch to fetch (5)");
-    addFor(*lpRecord, arOptions);
-    CLI::App* const lpReplay = addCommand(
+    sAddEvery(*lpRecord, arOptions, "from fetch to fetch (5)");
+    sAddFor(*lpRecord, arOptions);
+    CLI::App* const lpReplay = sAddCommand(
         arProgram, "replay", "shows a file of raw answers as watch would have", runReplay, arChosen);
     lpReplay->add_option("file", arOptions.mFile, "- for standard input")->type_name("FILE")->required();
-    addEvery(*lpReplay, arOptions, "from answer to answer (0)");
+    sAddEvery(*lpReplay, arOptions, "from answer to answer (0)");
 }
 
-int run(int argc, char** argv) {
+int sRun(int argc, char** argv) {
     tzset();
     ZTSScopeOptions lOptions;
     Run lRun = nullptr;
     CLI::App lProgram("Drives vrx-sca and shows the events that it has collected.", "vrx-scope");
-    describe(lProgram, lOptions, lRun);
+    sDescribe(lProgram, lOptions, lRun);
     try {
         lProgram.parse(argc, argv);
         return lRun(lOptions);
@@ -145,7 +145,7 @@ int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
     signal(SIGXFSZ, SIG_IGN);
     try {
-        return run(argc, argv);
+        return sRun(argc, argv);
     } catch (...) {
         return ZTScopeFailed;  // there is not even memory, or a stream, to say so
     }

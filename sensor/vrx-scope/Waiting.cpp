@@ -13,7 +13,7 @@
 
 namespace {
 
-bool isIgnored(int aSignal) {
+bool sIsIgnored(int aSignal) {
     struct sigaction lAction {};
     return sigaction(aSignal, nullptr, &lAction) == 0 && lAction.sa_handler == SIG_IGN;
 }
@@ -23,7 +23,7 @@ bool isIgnored(int aSignal) {
 ZTCWaiting::ZTCWaiting() {
     sigemptyset(&mBlocked);
     for (const int lSignal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH}) {
-        if (!isIgnored(lSignal)) {
+        if (!sIsIgnored(lSignal)) {
             sigaddset(&mBlocked, lSignal);
         }
     }
@@ -49,10 +49,10 @@ ZTCWaiting::Reason ZTCWaiting::until(Clock::time_point aTime) {
         const int lReady = poll(&lPoll, 1, static_cast<int>(std::clamp<std::int64_t>(lLeft, 0, 60'000)));
         signalfd_siginfo lSignal{};
         if (lReady > 0 && read(mSignals.get(), &lSignal, sizeof lSignal) == sizeof lSignal) {
-            return lSignal.ssi_signo == SIGWINCH ? Resize : End;
+            return lSignal.ssi_signo == SIGWINCH ? Reason::Resize : Reason::End;
         }
         if (lReady <= 0 && lLeft <= 60'000) {
-            return Time;
+            return Reason::Time;
         }
     }
 }

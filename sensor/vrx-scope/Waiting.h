@@ -11,7 +11,7 @@
 class ZTCWaiting {
   public:
     using Clock = std::chrono::steady_clock;
-    enum Reason : unsigned char { Time, Resize, End };
+    enum class Reason : unsigned char { Time, Resize, End };
 
     ZTCWaiting();  ///< throws ZTCScopeFailure, and nothing is held back
     ~ZTCWaiting();

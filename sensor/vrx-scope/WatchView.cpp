@@ -11,7 +11,7 @@
 
 namespace {
 
-std::string rateText(std::uint64_t aEvents, double aSeconds) {
+std::string sRateText(std::uint64_t aEvents, double aSeconds) {
     return aSeconds > 0 ? fmt::format("{:.1f}", static_cast<double>(aEvents) / aSeconds) : "-";
 }
 
@@ -25,9 +25,9 @@ void ZTCWatchView::add(const ZTSFetched& acrFetched) {
     }
     for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
         for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            const Key lKey{lrList.mInitiator, kindText(lrRecord), remoteText(lrRecord)};
-            const bool lHasRoom = mSums.size() < MaxRows || mSums.count(lKey) != 0;
-            Sums& lrSums = mSums[lHasRoom ? lKey : Key{lrList.mInitiator, "others", "-"}];
+            Sums& lrSums =
+                sumsOf({lrList.mInitiator, kindText(lrRecord),
+                        remoteText(lrRecord, lrRecord.mTarget ? std::nullopt : fieldsOf(lrRecord))});
             lrSums.mEvents += lrRecord.mOccurrences;
             lrSums.mNewEvents += lrRecord.mOccurrences;
             lrSums.mLast = std::max(lrSums.mLast, lrRecord.mLast);
@@ -41,6 +41,14 @@ void ZTCWatchView::add(const ZTSFetched& acrFetched) {
     mEvents += acrFetched.countEvents();
     mRecords += acrFetched.countRecords();
     draw();
+}
+
+ZTCWatchView::Sums& ZTCWatchView::sumsOf(Key aKey) {
+    const auto lAt = mSums.find(aKey);
+    if (lAt != mSums.end()) {
+        return lAt->second;
+    }
+    return mSums[mSums.size() < MaxRows ? std::move(aKey) : Key{aKey.mInitiator, "others", "-"}];
 }
 
 void ZTCWatchView::tell(const std::string& acrText, bool /*aIsThere*/) {
@@ -85,7 +93,7 @@ std::string ZTCWatchView::toText(bool aIsWhole) const {
             lpInitiator = &lrKey.mInitiator;
         }
         lTable.add({lrKey.mKind, lrKey.mRemote, std::to_string(lrSums.mEvents),
-                    rateText(aIsWhole ? lrSums.mEvents : lrSums.mNewEvents, lSeconds),
+                    sRateText(aIsWhole ? lrSums.mEvents : lrSums.mNewEvents, lSeconds),
                     plainText(lrSums.mLast, mInUtc)});
     }
     lFinish();

@@ -34,6 +34,7 @@ class ZTCWatchView : public ZTCShow {
         ZTSSensorTime mLast;
     };
 
+    Sums& sumsOf(Key aKey);
     // aIsWhole: rates are those of the whole time, not of what was fetched last.
     std::string toText(bool aIsWhole) const;
 

@@ -3,6 +3,7 @@
 #include "NamedPipe.h"
 #include "ScopeAgentEventFacts.h"
 #include "ScopeAgentSystem.h"
+#include "ScopeWire.h"
 #include "Settings.h"
 #include "SimClient.h"
 #include "TestPages.h"
@@ -20,7 +21,7 @@ TEST(Documents, TheProtocolHasTheCodesOfTheCode) {
          {std::pair("C", "code | command"), std::pair("R", "status | response"),
           std::pair("E", "failure code | failure")}) {
         Map lCodes;
-        for (const Texts& lrCode : matchesIn(sourceOf("backend/scopeagent/include/ScopeAgentProtocol.h"),
+        for (const Texts& lrCode : matchesIn(sourceOf("wire/include/ScopeWire.h"),
                                              std::string("  ZTSSCA") + lLetter + "_(\\w+) = (\\d+)")) {
             lCodes[lrCode[0]] = lrCode[1];
         }
@@ -88,10 +89,9 @@ std::string widthOf(const Value& acrValue) {
 }
 
 TEST(Documents, TheProtocolHasTheWidthsAndLimitsOfTheCode) {
-    const auto lMagics =
-        matchesIn(sourceOf("backend/framework/system/ProtocolHelper.cpp"), "sMagic = (\\w+);");
-    EXPECT_TRUE(
-        contains(mapOf(sProtocol, "offset | width | field | what it is", 2, 3)["magic"], lMagics.at(0)[0]));
+    char lMagic[16];
+    snprintf(lMagic, sizeof lMagic, "%#x", ZTWireMagic);
+    EXPECT_TRUE(contains(mapOf(sProtocol, "offset | width | field | what it is", 2, 3)["magic"], lMagic));
     EXPECT_EQ(mapOf(sProtocol, "value | bytes", 0, 1),
               (Map{{"u8", widthOf(static_cast<unsigned char>(0))},
                    {"u16", widthOf(static_cast<unsigned short>(0))},
@@ -102,10 +102,9 @@ TEST(Documents, TheProtocolHasTheWidthsAndLimitsOfTheCode) {
                    {"string", widthOf(ZTCString("")) + " and more"}}));
 #define ZT_ROW(constant) {"`" #constant "`", std::to_string(constant)}
     EXPECT_EQ(mapOf(sProtocol, "limit | value", 2, 1),
-              (Map{ZT_ROW(ZTCProtocolHelper::HeaderSize), ZT_ROW(ZTCProtocolHelper::MaxCommandSize),
-                   ZT_ROW(ZTCNamedPipe::StallSeconds), ZT_ROW(ZTCNamedPipe::Capacity),
-                   ZT_ROW(ZTCScopeAgentSystem::TotalDataLimit), ZT_ROW(ZTCLibdfcAbs::MaxAdapters),
-                   ZT_ROW(ZTHbTimeoutDefault)}));
+              (Map{ZT_ROW(ZTWireHeaderSize), ZT_ROW(ZTWireMaxCommand), ZT_ROW(ZTCNamedPipe::StallSeconds),
+                   ZT_ROW(ZTCNamedPipe::Capacity), ZT_ROW(ZTCScopeAgentSystem::TotalDataLimit),
+                   ZT_ROW(ZTCLibdfcAbs::MaxAdapters), ZT_ROW(ZTHbTimeoutDefault)}));
 #undef ZT_ROW
 }
 

@@ -23,3 +23,9 @@ inline std::string listOf(const std::string& acrLabel, const std::vector<std::st
     }
     return lList;
 }
+
+/// The answer to a fetch from an agent with one adapter port.
+inline std::string answerOf(const std::vector<std::string>& acrRecords) {
+    return messageOf(
+        77, "\x02" + wordOf(1) + listOf("20:00:00:25:b5:01:00:00.10:00:00:25:b5:01:00:00", acrRecords));
+}

@@ -32,3 +32,12 @@ inline std::string askScope(const std::string& acrDirectory, const ZTCTestChild:
     EXPECT_EQ(lResult.mErr, "");
     return lResult.mOut;
 }
+
+/// An agent that collects, and nobody at its pipes.
+struct ZTSScopeStand : ZTSTestStand {
+    explicit ZTSScopeStand(const ZTCTestAgent::Options& acrOptions = {}) : ZTSTestStand(acrOptions) {
+        { const ZTCTestSensor lGone(std::move(mSensor)); }
+        askScope(mrDirectory, {"start"});
+    }
+    const std::string& mrDirectory = mDirectory.getPath();
+};

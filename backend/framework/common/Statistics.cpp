@@ -15,7 +15,7 @@ void ZTNameStatistic(unsigned int aRow, const char* apName) {
 }
 
 void ZTBeginStatistics(unsigned int aRows) {
-    memcpy(gBlock.mMagic, "VRXSTAT1", sizeof gBlock.mMagic);
+    memcpy(gBlock.mMagic, ZTStatisticsMagic, sizeof gBlock.mMagic);
     gBlock.mRowCount = aRows;
     gBlock.mRowSize = sizeof(ZTSStatisticsRow);
     gBlock.mStart = ztlog::now();

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "Buffer.h"
-#include "ScopeAgentProtocol.h"
 #include "ScopeAgentRecordList.h"
+#include "ScopeWire.h"
 #include "libdfc_provider.h"
 
 class ZTCScopeAgentInitiator;

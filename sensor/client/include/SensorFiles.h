@@ -1,15 +1,9 @@
-// The files in the agent's runtime directory, and how a sensor opens them.
+// How a sensor opens the files in the agent's runtime directory (ScopeWire.h has their names).
 #pragma once
 
 #include <string>
 
 #include "SensorError.h"
-
-inline constexpr char ZTSensorCommandPipe[] = "/vrxscacmd.fifo";
-inline constexpr char ZTSensorOutputPipe[] = "/vrxscaout.fifo";
-inline constexpr char ZTSensorAgentPidFile[] = "/vrx-sca.pid";
-inline constexpr char ZTSensorStatistics[] = "/vrx-sca.stats";
-inline constexpr char ZTSensorOwnPidFile[] = "/vrx-sn.pid";
 
 /// A descriptor that is closed with its owner.
 class ZTCSensorDescriptor {

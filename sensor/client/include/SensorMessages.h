@@ -1,35 +1,17 @@
 // The messages on the pipes, as a sensor sees them (docs/protocol.md): commands to bytes, answers from bytes.
 #pragma once
 
-#include <array>
 #include <optional>
 #include <vector>
 
+#include "ScopeWire.h"
 #include "WireReader.h"
 
 using ZTSensorBytes = std::vector<std::uint8_t>;
 
-/// The first byte of a command's body.
-enum class ZTESensorCommand : std::uint8_t {
-    StartScope = 0,
-    GetScopeData = 1,
-    Stop = 2,
-    RegisterTargets = 3,
-    ShutDown = 4,
-    CollectionPeriod = 5,
-};
-
-/// The first byte of an answer's body.
-enum class ZTESensorAnswer : std::uint8_t { Success = 0, Failure = 1, ScopeData = 2 };
-
-/// Failure codes that the agent is known to give.
-inline constexpr std::uint16_t ZTSensorBadArgument = 6;
-inline constexpr std::uint16_t ZTSensorRegistrationFailed = 9;
-
 /// What every message begins with.
 struct ZTSSensorHeader {
-    static constexpr std::size_t Size = 12;
-    static constexpr std::array<std::uint8_t, 4> Magic{'V', 'R', 'X', '1'};
+    static constexpr std::size_t Size = ZTWireHeaderSize;
 
     std::uint32_t mTag = 0;
     std::uint32_t mLength = 0;  ///< of the body, in bytes
@@ -45,14 +27,14 @@ struct ZTSSensorTarget {
 };
 
 /// How many targets one RegisterTargets holds.
-inline constexpr std::size_t ZTSensorMaxTargets = (65536 - 5) / 20;
+inline constexpr std::size_t ZTSensorMaxTargets = (ZTWireMaxCommand - 5) / 20;
 
 // ---- Commands: the whole message, header and body ----
 
-ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand);
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTEScopeAgentCommand aCommand);
 /// A command with one number: StartScope (the ceiling of a record's data, in bytes), CollectionPeriod
 /// (seconds).
-ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTESensorCommand aCommand, std::uint32_t aValue);
+ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTEScopeAgentCommand aCommand, std::uint32_t aValue);
 /// RegisterTargets. At most ZTSensorMaxTargets.
 ZTSensorBytes encodeTargets(std::uint32_t aTag, std::span<const ZTSSensorTarget> aTargets);
 

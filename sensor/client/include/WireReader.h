@@ -14,10 +14,10 @@ class ZTCWireReader {
     explicit ZTCWireReader(std::span<const std::uint8_t> aBytes) : mBytes(aBytes) {}
 
     bool isAtEnd() const { return mAt == mBytes.size(); }
-    std::size_t getOffset() const { return mAt; }
+    std::size_t getLeft() const { return mBytes.size() - mAt; }
 
     std::span<const std::uint8_t> take(std::size_t aCount) {
-        if (aCount > mBytes.size() - mAt) {
+        if (aCount > getLeft()) {
             fail("ends too early");
         }
         mAt += aCount;

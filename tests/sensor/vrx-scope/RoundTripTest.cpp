@@ -93,7 +93,14 @@ TEST_P(Golden, RecordsOfAScenarioBecomeTheirJson) {
     }
     askScope(lrDirectory, {"record", lFile});
     EXPECT_EQ(lStand.mSim.getSent(), lrRow.mSent);
-    const std::string lSums = sumsOf(askScope(lrDirectory, {"decode", lFile, "--ndjson"}));
+    const std::string lLines = askScope(lrDirectory, {"decode", lFile, "--ndjson"});
+    const std::string lDocument = askScope(lrDirectory, {"decode", lFile, "--json"});
+    const Json lParsed = Json::parse(lDocument);
+    EXPECT_EQ(lParsed.dump(2) + "\n", lDocument);
+    EXPECT_EQ(lParsed["records"].size(), countIn(lLines, "\n"));
+    const std::string lLine = lLines.substr(0, lLines.find('\n'));
+    EXPECT_EQ(Json::parse(lLine).dump(), lLine);
+    const std::string lSums = sumsOf(lLines);
     const std::string lGolden = sGolden + lrRow.mpScenario + ".ndjson";
     if (getenv("ZT_UPDATE_GOLDEN") != nullptr) {
         writeFile(lGolden, lSums);

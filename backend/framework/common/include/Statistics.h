@@ -8,8 +8,9 @@
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
+
+#include "StatisticsBlock.h"
 
 /// The places of the rows. Their names are made in one table, ScopeAgentStatistics.cpp.
 enum ZTEStatistic : unsigned int {
@@ -40,33 +41,7 @@ constexpr unsigned int ZTRowOf(ZTEStatistic aFirst, unsigned int aAt) {
     return aFirst + aAt;
 }
 
-struct ZTSStatisticsRow {
-    static constexpr unsigned int NameSize = 56;
-
-    char mName[NameSize];  ///< ends in a zero
-    std::atomic<std::uint64_t> mValue;
-};
-
-/// The header and the rows: one page, so that a mapped file can take its place.
-struct ZTSStatisticsBlock {
-    static constexpr unsigned int Size = 4096;
-    static constexpr unsigned int HeaderSize = 64;
-    static constexpr unsigned int MaxRows = (Size - HeaderSize) / sizeof(ZTSStatisticsRow);
-
-    char mMagic[8];
-    std::uint32_t mRowCount;
-    std::uint32_t mRowSize;
-    std::uint64_t mStart;  ///< nanoseconds since 1970
-    std::uint64_t mProcess;
-    std::atomic<std::uint32_t> mWake;
-    unsigned char mZeros[28];
-    ZTSStatisticsRow mRows[MaxRows];
-};
-static_assert(sizeof(ZTSStatisticsBlock) == ZTSStatisticsBlock::Size && sizeof(ZTSStatisticsRow) == 64 &&
-              offsetof(ZTSStatisticsBlock, mWake) == 32 &&
-              offsetof(ZTSStatisticsBlock, mRows) == ZTSStatisticsBlock::HeaderSize);
 static_assert(ZTS_Count <= ZTSStatisticsBlock::MaxRows);
-static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
 
 namespace ztstatistics {
 extern ZTSStatisticsBlock gBlock;

@@ -8,11 +8,8 @@
 /// Used by one thread, which reads a command and writes its response before it reads the next.
 class ZTCProtocolHelper {
   public:
-    static constexpr unsigned int HeaderSize = 12;
-    static constexpr unsigned int MaxCommandSize = 65536;  ///< of a body that is read, in bytes
-
     /// Reads one whole message and makes arBuffer its body. Throws ZTCInvalidEx for a wrong magic and for a
-    /// length of 0 or above MaxCommandSize, and what the reader throws. aFlags is 0.
+    /// length of 0 or above ZTWireMaxCommand, and what the reader throws. aFlags is 0.
     void read(ZTCPointer<ZTCReader>& arReader, ZTCPointer<ZTCBuffer>& arBuffer, unsigned int aFlags);
 
     /// Writes the buffer as one message, with the tag of the message that was read last. aFlags is 0.

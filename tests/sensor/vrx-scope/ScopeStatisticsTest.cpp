@@ -1,0 +1,94 @@
+// The agent's figures as vrx-scope shows them.
+#include <nlohmann/json.hpp>
+
+#include "FileLock.h"
+#include "ScopeProgram.h"
+#include "StatisticsBytes.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// The figures of an agent that this process plays: it holds the lock, and has written the file.
+TEST(ScopeStatistics, ShowsWhatTheAgentCounts) {
+    const ZTCTestDirectory lDirectory;
+    const std::string& lrDirectory = lDirectory.getPath();
+    const ZTCDescriptor lLock(open((lDirectory / ZTTestPidFile).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_TRUE(OsLockFile(lLock.get()));
+    const auto lNow = static_cast<unsigned long>(time(nullptr)) * 1'000'000'000;
+    const auto lWrite = [&](const ZTTestRows& acrLost, unsigned long aSince) {
+        ZTTestRows lRows{{"held_bytes", 11 * 1024 + 1},
+                         {"held_bytes_limit", 256 * 1024},
+                         {"library_call_since_ns{function=\"init\"}", 0},
+                         {"library_call_since_ns{function=\"ztapi_reg_event\"}", aSince}};
+        lRows.insert(lRows.end(), acrLost.begin(), acrLost.end());
+        writeFile(lDirectory / ZTTestStatistics, ZTTestStatisticsOf(lRows));
+        return askScope(lrDirectory, {"status"});
+    };
+    EXPECT_TRUE(contains(lWrite({{"lost_total{reason=\"limit\"}", 3}}, lNow - 75'000'000'000),
+                         "\ndata       holds 12 of 256 KiB, 3 events lost at the limit\n"
+                         "library    inside the vendor library's ztapi_reg_event for 7"));
+    const Json lStatus = Json::parse(askScope(lrDirectory, {"status", "--json"}))["statistics"];
+    EXPECT_EQ(lStatus["lost"], Json({{"limit", 3}}));
+    EXPECT_EQ(lStatus["library_call"]["function"], "ztapi_reg_event");
+    const std::string lYoung =
+        lWrite({{"lost_total{reason=\"too_short\"}", 1}, {"lost_total{reason=\"no_memory\"}", 2}}, lNow);
+    EXPECT_TRUE(contains(lYoung, "256 KiB, 1 event lost too short, 2 for want of memory\n")) << lYoung;
+    EXPECT_FALSE(contains(lYoung, "library")) << lYoung;
+    EXPECT_TRUE(contains(lWrite({{"lost_total{reason=\"limit\"}", 0}}, 0), "256 KiB, no event lost\n"));
+    EXPECT_EQ(askScope(lrDirectory, {"stats"}),
+              "  name                                                value\n"
+              "  held_bytes                                          11265\n"
+              "  held_bytes_limit                                   262144\n"
+              "  library_call_since_ns{function=\"init\"}                  0\n"
+              "  library_call_since_ns{function=\"ztapi_reg_event\"}       0\n"
+              "  lost_total{reason=\"limit\"}                              0\n");
+    const Json lFigures = Json::parse(askScope(lrDirectory, {"stats", "--json"}));
+    EXPECT_EQ(lFigures["values"]["held_bytes"], 11265);
+    EXPECT_EQ(lFigures["rates"], nullptr);
+    EXPECT_EQ(lFigures["pid"], getpid());
+    std::filesystem::remove(lDirectory / ZTTestStatistics);
+    EXPECT_TRUE(contains(askScope(lrDirectory, {"status"}), "data       unknown\n"));
+}
+
+TEST(ScopeStatistics, ShowsHowFastTheFiguresGrow) {
+    ZTSScopeStand lStand;
+    const auto lLinesOf = [](const std::string& acrText) {
+        std::istringstream lText(acrText);
+        std::vector<Json> lLines;
+        for (std::string lLine; std::getline(lText, lLine);) {
+            lLines.push_back(Json::parse(lLine, nullptr, false));
+        }
+        return lLines;
+    };
+    ZTCScopeRun lRun(lStand.mrDirectory, {"stats", "--every", "0.05", "--json"});
+    const auto lLast = [&] {
+        const auto lLines = lLinesOf(lRun.getOut());
+        return lLines.empty() || lLines.back().is_discarded() ? Json() : lLines.back();
+    };
+    EXPECT_TRUE(waitUntil([&] { return lLast().is_object(); }));
+    lStand.mSim.play("plogi times=500");
+    EXPECT_TRUE(waitUntil([&] { return lLast()["values"]["recorded_events_total"] == 500; }));
+    // Another agent takes its place, which begins at 0.
+    lStand.mAgent.sendSignal(SIGTERM);
+    lStand.mAgent.waitForEnd();
+    EXPECT_TRUE(waitUntil([&] { return contains(lRun.getErr(), "no agent serves"); }));
+    const ZTCTestAgent lNew(lStand.mDirectory);
+    EXPECT_TRUE(waitUntil([&] { return lLast()["pid"] == lNew.getProcess(); }));
+    lRun.interrupt();
+    EXPECT_EQ(lRun.waitForEnd(), 0);
+    EXPECT_EQ(countIn(lRun.getErr(), "\n"), 1U) << lRun.getErr();
+    double lGrown = 0;
+    for (const Json& lrLine : lLinesOf(lRun.getOut())) {
+        const bool lHasRates = lrLine["rates"].is_object();
+        const double lRate = lHasRates ? lrLine["rates"]["recorded_events_total"].get<double>() : 0;
+        EXPECT_GE(lRate, 0);
+        EXPECT_FALSE(lHasRates && lrLine["rates"].contains("held_events"));
+        lGrown += lHasRates ? lRate * lrLine["seconds"].get<double>() : 0;
+    }
+    EXPECT_NEAR(lGrown, 500, 0.01);
+    EXPECT_TRUE(
+        contains(askScope(lStand.mrDirectory, {"stats", "--every", "0.05", "--for", "0.1"}), "a second\n"));
+}
+
+}  // namespace
