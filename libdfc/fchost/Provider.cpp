@@ -26,7 +26,7 @@ int initialise() {
 }
 
 std::uint32_t countBoards() {
-    return session() != nullptr ? session()->countBoards() : 0;
+    return session() != nullptr ? session()->boards().count() : 0;
 }
 
 int isSupported() {
@@ -34,7 +34,7 @@ int isSupported() {
 }
 
 int tellNames(std::uint32_t aBoard, HBA_wwn* apNode, HBA_wwn* apPort) {
-    return session() != nullptr && session()->getNames(aBoard, *apNode, *apPort) ? 0 : 1;
+    return session() != nullptr && session()->boards().getNames(aBoard, *apNode, *apPort) ? 0 : 1;
 }
 
 std::uint32_t registerEvent(std::uint32_t aBoard, HBA_wwn /*aPort*/, std::uint32_t aCategory,

@@ -24,7 +24,7 @@ void makeRoom(ZTFcEvents& arEvents) {
 }
 
 // What a message is about, if there is a kind for it. An RSCN that names no page has none.
-std::optional<ZTSFcEvent::Kind> kindOf(const ZTSFcMessage& acrMessage) {
+std::optional<ZTEFcEventKind> kindOf(const ZTSFcMessage& acrMessage) {
     switch (acrMessage.mCode) {
         case ZTFCC_Lip:
         case ZTFCC_LinkUp:
@@ -32,11 +32,11 @@ std::optional<ZTSFcEvent::Kind> kindOf(const ZTSFcMessage& acrMessage) {
         case ZTFCC_LipReset:
         case ZTFCC_PortOffline:
         case ZTFCC_PortOnline:
-            return ZTSFcEvent::Link;
+            return ZTFEK_Link;
         case ZTFCC_Rscn:
-            return acrMessage.mData ? std::optional(ZTSFcEvent::Rscn) : std::nullopt;
+            return acrMessage.mData ? std::optional(ZTFEK_Rscn) : std::nullopt;
         case ZTFCC_AdapterChange:
-            return ZTSFcEvent::AdapterArrival;
+            return ZTFEK_AdapterArrival;
         default:
             return {};
     }
@@ -95,7 +95,7 @@ void ZTCFcWatcher::follow(std::uint32_t aBoard, const std::string& acrState, Tim
     const bool lIsAnnounced =
         !mHasLost && isRecent(lrBoard.mAnnounced, aNow) && (!acrState.empty() || lrBoard.mIsAnnouncedDown);
     if (!lrBoard.mLast.mState.empty() && !lIsAnnounced) {
-        arEvents.push_back({ZTSFcEvent::Link, aBoard});
+        arEvents.push_back({ZTFEK_Link, aBoard});
     }
     lrBoard.mAnnounced.reset();
     lrBoard.mLast.mState = std::move(lState);
@@ -139,16 +139,16 @@ void ZTCFcWatcher::announce(const ZTSFcMessage& acrMessage, Time aNow, ZTFcEvent
         return;
     }
     Board& lrBoard = mBoards[*lBoard];
-    if (*lKind == ZTSFcEvent::AdapterArrival && isRecent(std::exchange(lrBoard.mArrived, {}), aNow)) {
+    if (*lKind == ZTFEK_AdapterArrival && isRecent(std::exchange(lrBoard.mArrived, {}), aNow)) {
         return;  // what a driver says of its host that has just come is told already
     }
-    if (*lKind == ZTSFcEvent::Link) {
+    if (*lKind == ZTFEK_Link) {
         lrBoard.mAnnounced = aNow;
         lrBoard.mIsAnnouncedDown =
             acrMessage.mCode == ZTFCC_LinkDown || acrMessage.mCode == ZTFCC_PortOffline;
     }
-    lrBoard.mHasRscns = lrBoard.mHasRscns || *lKind == ZTSFcEvent::Rscn;
-    arEvents.push_back({*lKind, *lBoard, *lKind == ZTSFcEvent::Rscn ? *acrMessage.mData : 0});
+    lrBoard.mHasRscns = lrBoard.mHasRscns || *lKind == ZTFEK_Rscn;
+    arEvents.push_back({*lKind, *lBoard, *lKind == ZTFEK_Rscn ? *acrMessage.mData : 0});
 }
 
 void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEvents) {
@@ -175,8 +175,7 @@ void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEven
             makeRoom(arEvents);
             Board& lrBoard = add(lHost, lrHost);
             lrBoard.mArrived = aNow;
-            arEvents.push_back(
-                {ZTSFcEvent::AdapterArrival, static_cast<std::uint32_t>(&lrBoard - mBoards.data())});
+            arEvents.push_back({ZTFEK_AdapterArrival, static_cast<std::uint32_t>(&lrBoard - mBoards.data())});
         }
     }
     mNameless = std::move(lNameless);
@@ -202,7 +201,7 @@ void ZTCFcWatcher::compare(std::uint32_t aBoard, const ZTSFcHost& acrNow, Time a
         lrLast = lrNow ? lrNow : lrLast;
     }
     if (lHasRisen) {
-        arEvents.push_back({ZTSFcEvent::PortInterruptError, aBoard});
+        arEvents.push_back({ZTFEK_PortInterruptError, aBoard});
     }
     compareRemotePorts(aBoard, acrNow, arEvents);
 }
@@ -212,7 +211,7 @@ void ZTCFcWatcher::compareRemotePorts(std::uint32_t aBoard, const ZTSFcHost& acr
     auto& lrLast = lrBoard.mLast.mRemotePorts;
     const auto lTell = [&](const std::optional<std::uint32_t>& acrPortId) {
         if (acrPortId && (!lrBoard.mHasRscns || mHasLost)) {
-            arEvents.push_back({ZTSFcEvent::Rscn, aBoard, *acrPortId});
+            arEvents.push_back({ZTFEK_Rscn, aBoard, *acrPortId});
         }
     };
     for (auto lPort = lrLast.begin(); lPort != lrLast.end();) {

@@ -116,7 +116,7 @@ TEST(Documents, EveryLineOfTheLibraryForTheKernelIsExplained) {
     }
     std::set<std::string> lCode;
     for (const Texts& lrCall :
-         matchesIn(sourceOf("libdfc/fchost/Session.cpp"), "(?:note|lTell|snprintf)\\(([^;]*);")) {
+         matchesIn(sourceOf("libdfc/fchost/Report.cpp"), "(?:note|lTell|snprintf)\\(([^;]*);")) {
         for (const Texts& lrText : matchesIn(lrCall[0], "((?:\"(?:[^\"\\\\]|\\\\.)*\"\\s*)+)")) {
             lCode.insert(joined(lrText[0]));
         }

@@ -264,28 +264,28 @@ TEST(FcWatcher, ThousandHostsAndTheirRemotePorts) {
     for (unsigned int lLook = 1; lLook <= 10; ++lLook) {
         std::multiset<std::string> lExpected;
         for (std::uint32_t lHost = 0; lHost < 1000; ++lHost) {
-            const auto lExpect = [&](ZTSFcEvent::Kind aKind) {
-                lExpected.insert(nameOf(
-                    {aKind, lBoards.at(*lrHosts[lHost].mPort), aKind == ZTSFcEvent::Rscn ? lHost + 1 : 0}));
+            const auto lExpect = [&](ZTEFcEventKind aKind) {
+                lExpected.insert(
+                    nameOf({aKind, lBoards.at(*lrHosts[lHost].mPort), aKind == ZTFEK_Rscn ? lHost + 1 : 0}));
             };
             const bool lWasThere = lrHosts.count(lHost) != 0;
             if (lWasThere && lOneIn(4)) {
                 if (lrHosts[lHost].mState == "Online") {
-                    lExpect(ZTSFcEvent::Link);
+                    lExpect(ZTFEK_Link);
                 }
                 if (!lrHosts[lHost].mRemotePorts.empty()) {
-                    lExpect(ZTSFcEvent::Rscn);
+                    lExpect(ZTFEK_Rscn);
                 }
                 lrHosts.erase(lHost);
             } else if (lWasThere) {
                 auto& lrPorts = lrHosts[lHost].mRemotePorts;
                 if (lOneIn(3)) {
                     lrHosts[lHost].mState += "x";
-                    lExpect(ZTSFcEvent::Link);
+                    lExpect(ZTFEK_Link);
                 }
                 if (lOneIn(3)) {
                     ++*lrHosts[lHost].mCounters[0];
-                    lExpect(ZTSFcEvent::PortInterruptError);
+                    lExpect(ZTFEK_PortInterruptError);
                 }
                 if (lOneIn(2)) {
                     if (lrPorts.empty() || lOneIn(2)) {  // one comes, or changes its state
@@ -293,7 +293,7 @@ TEST(FcWatcher, ThousandHostsAndTheirRemotePorts) {
                     } else {
                         lrPorts.clear();
                     }
-                    lExpect(ZTSFcEvent::Rscn);
+                    lExpect(ZTFEK_Rscn);
                 }
             }
             if (lrHosts.count(lHost) == 0 && lOneIn(2)) {  // maybe again, within the look that it went in
@@ -301,7 +301,7 @@ TEST(FcWatcher, ThousandHostsAndTheirRemotePorts) {
                 lrHosts[lHost] = hostOf(lName, lLook);
                 lrHosts[lHost].mCounters[0] = 0;
                 lBoards.try_emplace(lName, static_cast<std::uint32_t>(lBoards.size()));
-                lExpect(ZTSFcEvent::AdapterArrival);
+                lExpect(ZTFEK_AdapterArrival);
             }
         }
         std::multiset<std::string> lEvents;
