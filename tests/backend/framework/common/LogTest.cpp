@@ -213,6 +213,23 @@ TEST_F(LogTest, BeginsWithWhatWasLoggedBeforeItWasOpened) {
     EXPECT_EQ(std::filesystem::status(mPath).permissions(), std::filesystem::perms{0640});
 }
 
+TEST_F(LogTest, ADaemonsRecordsFromBeforeItsForkAreItsOwn) {
+    const ZTSTestEnd lEnd = runChild([&] {
+        Log(ZTLL_Notice, sFile, "before");
+        ZTCTestChild lDaemon([&] {
+            openLogAt(mPath);
+            Log(ZTLL_Notice, sFile, "after");
+        });
+        EXPECT_EQ(lDaemon.waitForEnd(), 0);
+        discardLog();
+    });
+    EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut;
+    EXPECT_EQ(lastTexts(log(), 3), (std::vector<std::string>{"before", "after"}));
+    for (const Line& lrLine : linesOf(log())) {
+        EXPECT_EQ(lrLine.mThread, lrLine.mProcess) << lrLine.mText;
+    }
+}
+
 TEST_F(LogTest, EndsTheLineOfAWriterThatWasKilled) {
     for (const char* const lpLeft : {"whole\n", "whole\nha"}) {
         writeFile(mPath, lpLeft);
