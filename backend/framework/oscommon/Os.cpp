@@ -8,7 +8,7 @@
 
 namespace {
 
-int orThrow(const char* apOperation, int aErrno) {
+int sOrThrow(const char* apOperation, int aErrno) {
     if (aErrno != 0) {
         throwErrno<ZTCOsException>(apOperation, nullptr, aErrno);
     }
@@ -19,44 +19,44 @@ int orThrow(const char* apOperation, int aErrno) {
 
 int OsInitMutex(pthread_mutex_t& arMutex) {
     pthread_mutexattr_t lAttributes;
-    orThrow("pthread_mutexattr_init", pthread_mutexattr_init(&lAttributes));
+    sOrThrow("pthread_mutexattr_init", pthread_mutexattr_init(&lAttributes));
     pthread_mutexattr_settype(&lAttributes, PTHREAD_MUTEX_ADAPTIVE_NP);
     const int lErrno = pthread_mutex_init(&arMutex, &lAttributes);
     pthread_mutexattr_destroy(&lAttributes);
-    return orThrow("pthread_mutex_init", lErrno);
+    return sOrThrow("pthread_mutex_init", lErrno);
 }
 
 int OsDestroyMutex(pthread_mutex_t& arMutex) {
-    return orThrow("pthread_mutex_destroy", pthread_mutex_destroy(&arMutex));
+    return sOrThrow("pthread_mutex_destroy", pthread_mutex_destroy(&arMutex));
 }
 
 int OsLockMutex(pthread_mutex_t& arMutex) {
-    return orThrow("pthread_mutex_lock", pthread_mutex_lock(&arMutex));
+    return sOrThrow("pthread_mutex_lock", pthread_mutex_lock(&arMutex));
 }
 
 int OsUnlockMutex(pthread_mutex_t& arMutex) {
-    return orThrow("pthread_mutex_unlock", pthread_mutex_unlock(&arMutex));
+    return sOrThrow("pthread_mutex_unlock", pthread_mutex_unlock(&arMutex));
 }
 
 int OsInitConditional(pthread_cond_t& arConditional) {
     pthread_condattr_t lAttributes;
-    orThrow("pthread_condattr_init", pthread_condattr_init(&lAttributes));
+    sOrThrow("pthread_condattr_init", pthread_condattr_init(&lAttributes));
     pthread_condattr_setclock(&lAttributes, CLOCK_MONOTONIC);
     const int lErrno = pthread_cond_init(&arConditional, &lAttributes);
     pthread_condattr_destroy(&lAttributes);
-    return orThrow("pthread_cond_init", lErrno);
+    return sOrThrow("pthread_cond_init", lErrno);
 }
 
 int OsDestroyConditional(pthread_cond_t& arConditional) {
-    return orThrow("pthread_cond_destroy", pthread_cond_destroy(&arConditional));
+    return sOrThrow("pthread_cond_destroy", pthread_cond_destroy(&arConditional));
 }
 
 int OsBroadcastConditional(pthread_cond_t& arConditional) {
-    return orThrow("pthread_cond_broadcast", pthread_cond_broadcast(&arConditional));
+    return sOrThrow("pthread_cond_broadcast", pthread_cond_broadcast(&arConditional));
 }
 
 int OsWaitConditional(pthread_cond_t& arConditional, pthread_mutex_t& arMutex) {
-    return orThrow("pthread_cond_wait", pthread_cond_wait(&arConditional, &arMutex));
+    return sOrThrow("pthread_cond_wait", pthread_cond_wait(&arConditional, &arMutex));
 }
 
 int OsTimedWaitConditional(pthread_cond_t& arConditional, pthread_mutex_t& arMutex,
@@ -65,7 +65,7 @@ int OsTimedWaitConditional(pthread_cond_t& arConditional, pthread_mutex_t& arMut
     if (lErrno == ETIMEDOUT) {
         throwErrno<ZTCTimeOutEx>("pthread_cond_timedwait", nullptr, lErrno);
     }
-    return orThrow("pthread_cond_timedwait", lErrno);
+    return sOrThrow("pthread_cond_timedwait", lErrno);
 }
 
 void OsReleaseMemory() {

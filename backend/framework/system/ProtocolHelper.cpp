@@ -8,7 +8,7 @@ namespace {
 
 constexpr unsigned int sMagic = 0x56525831;  // "VRX1"
 
-[[noreturn]] void refuse(const char* apWhat, unsigned int aValue) {
+[[noreturn]] void sRefuse(const char* apWhat, unsigned int aValue) {
     char lText[128];
     snprintf(lText, sizeof lText, "A message header is malformed: %s 0x%x", apWhat, aValue);
     throw ZTCInvalidEx(lText, 6);
@@ -23,10 +23,10 @@ void ZTCProtocolHelper::read(ZTCPointer<ZTCReader>& arReader, ZTCPointer<ZTCBuff
     const auto lMagic = ztwire::get<unsigned int>(lHeader);
     const auto lLength = ztwire::get<unsigned int>(lHeader + 8);
     if (lMagic != sMagic) {
-        refuse("magic", lMagic);
+        sRefuse("magic", lMagic);
     }
     if (lLength == 0 || lLength > MaxCommandSize) {
-        refuse("body length", lLength);
+        sRefuse("body length", lLength);
     }
     ZTCPointer<ZTCBuffer> lBody(makePointer<ZTCBuffer>(lLength));
     lBody->setLength(lLength);
