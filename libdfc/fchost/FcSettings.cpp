@@ -11,7 +11,7 @@ constexpr double sLongest = 3600;
 
 // Reads a number up to the end of a text or, if there is one, up to the colon.
 template <class Number>
-bool readNumber(const char*& arpText, Number& arNumber) {
+bool sReadNumber(const char*& arpText, Number& arNumber) {
     const char* const lpEnd = arpText + strcspn(arpText, ":");
     const auto lParsed = std::from_chars(arpText, lpEnd, arNumber);
     const bool lIsRead = lParsed.ec == std::errc() && lParsed.ptr == lpEnd;
@@ -30,15 +30,15 @@ ZTSFcSettings ZTSFcSettings::fromEnvironment() {
         lSettings.mSysfs = lpSysfs;
     }
     if (const char* lpNetlink = getenv("ZT_LIBDFC_FCHOST_NETLINK")) {
-        const bool lIsRead = readNumber(lpNetlink, lSettings.mProtocol) && lSettings.mProtocol >= 0 &&
-                             (*lpNetlink == '\0' || readNumber(++lpNetlink, lSettings.mSender));
+        const bool lIsRead = sReadNumber(lpNetlink, lSettings.mProtocol) && lSettings.mProtocol >= 0 &&
+                             (*lpNetlink == '\0' || sReadNumber(++lpNetlink, lSettings.mSender));
         if (!lIsRead || *lpNetlink != '\0') {
             throw ZTCFcError("ZT_LIBDFC_FCHOST_NETLINK: not PROTOCOL or PROTOCOL:SENDER, two numbers");
         }
     }
     if (const char* lpPeriod = getenv("ZT_LIBDFC_FCHOST_PERIOD")) {
         double lSeconds = 0;
-        if (!readNumber(lpPeriod, lSeconds) || *lpPeriod != '\0' ||
+        if (!sReadNumber(lpPeriod, lSeconds) || *lpPeriod != '\0' ||
             !(lSeconds >= sShortest && lSeconds <= sLongest)) {
             throw ZTCFcError("ZT_LIBDFC_FCHOST_PERIOD: not a number of seconds from 0.01 to 3600");
         }

@@ -38,7 +38,7 @@ ZTCFcSocket::~ZTCFcSocket() {
     }
 }
 
-ZTCFcSocket::Outcome ZTCFcSocket::receive(unsigned char* apBytes, std::size_t aRoom, std::size_t& arSize) {
+ZTEFcReceipt ZTCFcSocket::receive(unsigned char* apBytes, std::size_t aRoom, std::size_t& arSize) {
     sockaddr_nl lFrom{};
     iovec lPiece{apBytes, aRoom};
     msghdr lMessage{};
@@ -51,10 +51,10 @@ ZTCFcSocket::Outcome ZTCFcSocket::receive(unsigned char* apBytes, std::size_t aR
         lRead = recvmsg(mSocket, &lMessage, 0);
     } while (lRead < 0 && errno == EINTR);
     if (lRead < 0) {
-        return errno == ENOBUFS ? Loss : Nothing;
+        return errno == ENOBUFS ? ZTFR_Loss : ZTFR_Nothing;
     }
     const bool lIsOurs = lMessage.msg_namelen == sizeof lFrom && lFrom.nl_pid == mSender &&
                          (lMessage.msg_flags & MSG_TRUNC) == 0;
     arSize = static_cast<std::size_t>(lRead);
-    return lIsOurs ? Message : Foreign;
+    return lIsOurs ? ZTFR_Message : ZTFR_Foreign;
 }

@@ -4,6 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 
+/// What receiving has brought.
+enum ZTEFcReceipt : unsigned char {
+    ZTFR_Nothing,  ///< there is no more
+    ZTFR_Message,
+    ZTFR_Foreign,  ///< one that somebody else has sent, or that is longer than any: not to be read
+    ZTFR_Loss,     ///< the kernel had more to say than there was room for
+};
+
 /// One thread.
 class ZTCFcSocket {
   public:
@@ -18,14 +26,8 @@ class ZTCFcSocket {
     int get() const { return mSocket; }
     int getError() const { return mError; }
 
-    enum Outcome : unsigned char {
-        Nothing,  ///< there is no more
-        Message,
-        Foreign,  ///< one that somebody else has sent, or that is longer than any: not to be read
-        Loss,     ///< the kernel had more to say than there was room for
-    };
     /// Takes what there is next, without waiting.
-    Outcome receive(unsigned char* apBytes, std::size_t aRoom, std::size_t& arSize);
+    ZTEFcReceipt receive(unsigned char* apBytes, std::size_t aRoom, std::size_t& arSize);
 
   private:
     int mSocket;

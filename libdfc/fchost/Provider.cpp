@@ -8,15 +8,15 @@ namespace {
 
 constexpr std::uint32_t sBadArgument = 1;
 
-std::unique_ptr<ZTCFcSession>& session() {
+std::unique_ptr<ZTCFcSession>& sSession() {
     static auto& srSession =
         *new std::unique_ptr<ZTCFcSession>;  // outlives the threads of a process that ends
     return srSession;
 }
 
-int initialise() {
+int sInitialise() {
     try {
-        session() = std::make_unique<ZTCFcSession>(ZTSFcSettings::fromEnvironment());
+        sSession() = std::make_unique<ZTCFcSession>(ZTSFcSettings::fromEnvironment());
         return 0;
     } catch (const std::exception& lrError) {
         // The agent's start fails, and its standard error is still somebody's.
@@ -25,61 +25,57 @@ int initialise() {
     }
 }
 
-std::uint32_t countBoards() {
-    return session() != nullptr ? session()->countBoards() : 0;
+std::uint32_t sCountBoards() {
+    return sSession() != nullptr ? sSession()->boards().count() : 0;
 }
 
-int isSupported() {
+int sIsSupported() {
     return 1;
 }
 
-int tellNames(std::uint32_t aBoard, HBA_wwn* apNode, HBA_wwn* apPort) {
-    return session() != nullptr && session()->getNames(aBoard, *apNode, *apPort) ? 0 : 1;
+int sTellNames(std::uint32_t aBoard, HBA_wwn* apNode, HBA_wwn* apPort) {
+    return sSession() != nullptr && sSession()->boards().getNames(aBoard, *apNode, *apPort) ? 0 : 1;
 }
 
-std::uint32_t registerEvent(std::uint32_t aBoard, HBA_wwn /*aPort*/, std::uint32_t aCategory,
-                            std::uint32_t aSubcategory, void* apContext, std::uint32_t* apHandle,
-                            ZT_generic_callback apCallback) {
-    if (aBoard >= countBoards() || apHandle == nullptr || apCallback == nullptr) {
+std::uint32_t sRegisterEvent(std::uint32_t aBoard, HBA_wwn /*aPort*/, std::uint32_t aCategory,
+                             std::uint32_t aSubcategory, void* apContext, std::uint32_t* apHandle,
+                             ZT_generic_callback apCallback) {
+    if (aBoard >= sCountBoards() || apHandle == nullptr || apCallback == nullptr) {
         return sBadArgument;
     }
-    *apHandle = session()->registrations().add({.mBoard = aBoard,
-                                                .mId = {0, aCategory, aSubcategory},
-                                                .mpGeneric = apCallback,
-                                                .mpContext = apContext});
+    *apHandle = sSession()->registrations().add({.mBoard = aBoard,
+                                                 .mId = {0, aCategory, aSubcategory},
+                                                 .mpGeneric = apCallback,
+                                                 .mpContext = apContext});
     return *apHandle != 0 ? 0 : sBadArgument;
 }
 
-std::uint32_t unregisterEvent(std::uint32_t aBoard, HBA_wwn /*aPort*/, std::uint32_t aHandle) {
-    return session() != nullptr && session()->registrations().remove(aBoard, aHandle, false) ? 0
-                                                                                             : sBadArgument;
+std::uint32_t sUnregisterEvent(std::uint32_t aBoard, HBA_wwn /*aPort*/, std::uint32_t aHandle) {
+    return sSession() != nullptr && sSession()->registrations().remove(aBoard, aHandle, false) ? 0
+                                                                                               : sBadArgument;
 }
 
-std::uint32_t registerMask(std::uint32_t aBoard, std::uint32_t aMask, uintptr_t /*aArgument*/,
-                           std::uint32_t /*aSize*/, ZT_dfc_callback apCallback) {
+std::uint32_t sRegisterMask(std::uint32_t aBoard, std::uint32_t aMask, uintptr_t /*aArgument*/,
+                            std::uint32_t /*aSize*/, ZT_dfc_callback apCallback) {
     const bool lIsMask = aMask == ZT_DFC_LINK || aMask == ZT_DFC_RSCN || aMask == ZT_DFC_TEMPERATURE;
-    if (aBoard >= countBoards() || !lIsMask || apCallback == nullptr) {
+    if (aBoard >= sCountBoards() || !lIsMask || apCallback == nullptr) {
         return 0;
     }
-    return session()->registrations().add({.mBoard = aBoard, .mId = {aMask, 0, 0}, .mpByMask = apCallback});
+    return sSession()->registrations().add({.mBoard = aBoard, .mId = {aMask, 0, 0}, .mpByMask = apCallback});
 }
 
-std::uint32_t unregisterMask(std::uint32_t aBoard, std::uint32_t aHandle) {
-    return session() != nullptr && session()->registrations().remove(aBoard, aHandle, true) ? 0
-                                                                                            : sBadArgument;
+std::uint32_t sUnregisterMask(std::uint32_t aBoard, std::uint32_t aHandle) {
+    return sSession() != nullptr && sSession()->registrations().remove(aBoard, aHandle, true) ? 0
+                                                                                              : sBadArgument;
 }
 
-void closeSession() {
-    session().reset();
+void sCloseSession() {
+    sSession().reset();
 }
 
 constexpr ZT_libdfc_provider sProvider{
-    ZT_LIBDFC_ABI, sizeof(ZT_libdfc_provider),
-    initialise,    countBoards,
-    isSupported,   tellNames,
-    registerEvent, unregisterEvent,
-    registerMask,  unregisterMask,
-    closeSession,
+    ZT_LIBDFC_ABI,  sizeof(ZT_libdfc_provider), sInitialise,   sCountBoards,    sIsSupported,  sTellNames,
+    sRegisterEvent, sUnregisterEvent,           sRegisterMask, sUnregisterMask, sCloseSession,
 };
 
 }  // namespace

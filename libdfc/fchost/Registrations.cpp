@@ -4,7 +4,7 @@
 #include <new>
 
 std::uint32_t ZTCFcRegistrations::add(ZTSFcRegistration aRegistration) {
-    const std::lock_guard<std::mutex> lLock(mLock);
+    const ZTCFcGuard lGuard(mLock);
     mLastHandle += mLastHandle == UINT32_MAX ? 2 : 1;  // 0 is none
     aRegistration.mHandle = mLastHandle;
     try {
@@ -16,7 +16,7 @@ std::uint32_t ZTCFcRegistrations::add(ZTSFcRegistration aRegistration) {
 }
 
 bool ZTCFcRegistrations::remove(std::uint32_t aBoard, std::uint32_t aHandle, bool aIsByMask) {
-    const std::lock_guard<std::mutex> lLock(mLock);
+    const ZTCFcGuard lGuard(mLock);
     const auto lEnd =
         std::remove_if(mRegistrations.begin(), mRegistrations.end(), [=](const auto& acrRegistration) {
             return acrRegistration.mBoard == aBoard && acrRegistration.mHandle == aHandle &&
@@ -25,9 +25,4 @@ bool ZTCFcRegistrations::remove(std::uint32_t aBoard, std::uint32_t aHandle, boo
     const bool lIsThere = lEnd != mRegistrations.end();
     mRegistrations.erase(lEnd, mRegistrations.end());
     return lIsThere;
-}
-
-void ZTCFcRegistrations::clear() {
-    const std::lock_guard<std::mutex> lLock(mLock);
-    mRegistrations.clear();
 }

@@ -2,9 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
+#include "Lock.h"
 #include "libdfc_provider.h"
 
 /// An event's number: a category and a subcategory, or a mask.
@@ -25,20 +25,19 @@ struct ZTSFcRegistration {
     std::uint32_t mHandle = 0;
 };
 
-/// Any thread. Callbacks are made one after the other; what ends a registration waits for the one that is
-/// inside.
+/// Any thread but one that is inside a callback. Callbacks are made one after the other; what ends a
+/// registration waits for the one that is inside.
 class ZTCFcRegistrations {
   public:
     /// Returns the handle. 0: there is no memory.
     std::uint32_t add(ZTSFcRegistration aRegistration);
     /// False: there is none.
     bool remove(std::uint32_t aBoard, std::uint32_t aHandle, bool aIsByMask);
-    void clear();
 
     /// Calls the function with each registration of the board for the event. Returns how many there were.
     template <class Call>
     unsigned int each(std::uint32_t aBoard, const ZTSFcEventId& acrId, const Call& acrCall) {
-        const std::lock_guard<std::mutex> lLock(mLock);
+        const ZTCFcGuard lGuard(mLock);
         unsigned int lCount = 0;
         for (const ZTSFcRegistration& lrRegistration : mRegistrations) {
             if (lrRegistration.mBoard == aBoard && lrRegistration.mId == acrId) {
@@ -50,7 +49,7 @@ class ZTCFcRegistrations {
     }
 
   private:
-    std::mutex mLock;
-    std::vector<ZTSFcRegistration> mRegistrations;
-    std::uint32_t mLastHandle = 0;
+    ZTCFcLock mLock;  // held while a callback is made
+    std::vector<ZTSFcRegistration> mRegistrations ZT_FC_GUARDED_BY(mLock);
+    std::uint32_t mLastHandle ZT_FC_GUARDED_BY(mLock) = 0;
 };

@@ -20,7 +20,7 @@ struct DirectoryCloser {
 };
 
 // The first line of an attribute, without blanks at its ends. Empty if there is none, or none that is text.
-std::string readText(const std::string& acrPath) {
+std::string sReadText(const std::string& acrPath) {
     // O_NONBLOCK: for a pipe in its place. A driver that takes its time for an attribute is waited for.
     const int lFile = open(acrPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (lFile < 0) {
@@ -45,8 +45,8 @@ std::string readText(const std::string& acrPath) {
 }
 
 // A number as sysfs writes those of Fibre Channel: hexadecimal, with 0x.
-std::optional<std::uint64_t> readNumber(const std::string& acrPath) {
-    const std::string lText = readText(acrPath);
+std::optional<std::uint64_t> sReadNumber(const std::string& acrPath) {
+    const std::string lText = sReadText(acrPath);
     std::uint64_t lNumber = 0;
     if (!lText.starts_with("0x")) {
         return {};
@@ -57,18 +57,18 @@ std::optional<std::uint64_t> readNumber(const std::string& acrPath) {
 }
 
 // All ones: the driver does not count that. Of a name and a port id: there is none.
-std::optional<std::uint64_t> unlessAllOnes(std::optional<std::uint64_t> aNumber,
-                                           std::uint64_t aAllOnes = UINT64_MAX) {
+std::optional<std::uint64_t> sUnlessAllOnes(std::optional<std::uint64_t> aNumber,
+                                            std::uint64_t aAllOnes = UINT64_MAX) {
     return aNumber == aAllOnes ? std::nullopt : aNumber;
 }
 
-std::optional<std::uint64_t> readName(const std::string& acrPath) {
-    const auto lName = unlessAllOnes(readNumber(acrPath));
+std::optional<std::uint64_t> sReadName(const std::string& acrPath) {
+    const auto lName = sUnlessAllOnes(sReadNumber(acrPath));
     return lName == 0 ? std::nullopt : lName;
 }
 
 // The number that a name such as host3 or rport-3:0-1 has behind the prefix.
-std::optional<std::uint32_t> numberIn(std::string_view aName, std::string_view aPrefix, char aEnd) {
+std::optional<std::uint32_t> sNumberIn(std::string_view aName, std::string_view aPrefix, char aEnd) {
     std::uint32_t lNumber = 0;
     if (!aName.starts_with(aPrefix)) {
         return {};
@@ -83,7 +83,7 @@ std::optional<std::uint32_t> numberIn(std::string_view aName, std::string_view a
 
 // Calls the function with each name in a directory. False: it cannot be read; one that is not there is empty.
 template <class Do>
-bool eachName(const std::string& acrDirectory, const Do& acrDo) {
+bool sEachName(const std::string& acrDirectory, const Do& acrDo) {
     const std::unique_ptr<DIR, DirectoryCloser> lDirectory(opendir(acrDirectory.c_str()));
     if (lDirectory == nullptr) {
         return errno == ENOENT;
@@ -97,21 +97,21 @@ bool eachName(const std::string& acrDirectory, const Do& acrDo) {
 }
 
 // Adds a host, unless it has gone since its name was read. False: whether it is there cannot be known.
-bool readHost(const std::string& acrFolder, std::uint32_t aNumber, ZTFcHosts& arHosts) {
+bool sReadHost(const std::string& acrFolder, std::uint32_t aNumber, ZTFcHosts& arHosts) {
     struct stat lFolder {};
     if (stat(acrFolder.c_str(), &lFolder) != 0) {
         return errno == ENOENT || errno == ENOTDIR || errno == ENODEV;
     }
     ZTSFcHost& lrHost = arHosts[aNumber];
     lrHost.mIdentity = lFolder.st_ino;
-    lrHost.mState = readText(acrFolder + "port_state");
-    lrHost.mNode = readName(acrFolder + "node_name");
-    lrHost.mPort = readName(acrFolder + "port_name");
+    lrHost.mState = sReadText(acrFolder + "port_state");
+    lrHost.mNode = sReadName(acrFolder + "node_name");
+    lrHost.mPort = sReadName(acrFolder + "port_name");
     if (!lrHost.mPort) {
-        lrHost.mPermanentPort = readName(acrFolder + "permanent_port_name");
+        lrHost.mPermanentPort = sReadName(acrFolder + "permanent_port_name");
     }
     for (std::size_t lAt = 0; lAt < lrHost.mCounters.size(); ++lAt) {
-        lrHost.mCounters[lAt] = unlessAllOnes(readNumber(acrFolder + "statistics/" + ZTFcCounters[lAt]));
+        lrHost.mCounters[lAt] = sUnlessAllOnes(sReadNumber(acrFolder + "statistics/" + ZTFcCounters[lAt]));
     }
     return true;
 }
@@ -122,23 +122,23 @@ std::optional<ZTFcHosts> readFcHosts(const std::string& acrRoot) {
     ZTFcHosts lHosts;
     const std::string lFolder = acrRoot + "/class/fc_host/";
     bool lAreHostsRead = true;
-    const bool lIsListRead = eachName(lFolder, [&](const std::string& acrName) {
-        if (const auto lNumber = numberIn(acrName, "host", '\0')) {
-            lAreHostsRead = readHost(lFolder + acrName + "/", *lNumber, lHosts) && lAreHostsRead;
+    const bool lIsListRead = sEachName(lFolder, [&](const std::string& acrName) {
+        if (const auto lNumber = sNumberIn(acrName, "host", '\0')) {
+            lAreHostsRead = sReadHost(lFolder + acrName + "/", *lNumber, lHosts) && lAreHostsRead;
         }
     });
     const std::string lPorts = acrRoot + "/class/fc_remote_ports/";
-    const bool lArePortsRead = eachName(lPorts, [&](const std::string& acrName) {
-        const auto lNumber = numberIn(acrName, "rport-", ':');
+    const bool lArePortsRead = sEachName(lPorts, [&](const std::string& acrName) {
+        const auto lNumber = sNumberIn(acrName, "rport-", ':');
         const auto lHost = lNumber ? lHosts.find(*lNumber) : lHosts.end();
         if (lHost == lHosts.end()) {
             return;
         }
         const std::string lPort = lPorts + acrName + "/";
-        const auto lId = unlessAllOnes(readNumber(lPort + "port_id"), UINT32_MAX);
+        const auto lId = sUnlessAllOnes(sReadNumber(lPort + "port_id"), UINT32_MAX);
         lHost->second.mRemotePorts[acrName] = {
             lId && *lId <= 0xffffff ? std::optional(static_cast<std::uint32_t>(*lId)) : std::nullopt,
-            readText(lPort + "port_state")};
+            sReadText(lPort + "port_state")};
     });
     return lIsListRead && lAreHostsRead && lArePortsRead ? std::optional(std::move(lHosts)) : std::nullopt;
 }

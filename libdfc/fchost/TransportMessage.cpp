@@ -35,7 +35,7 @@ constexpr std::uint16_t sHostEvent = 0x0100;
 
 enum class Outcome : unsigned char { Taken, OfOthers, Bad };
 
-Outcome read(const unsigned char* apBytes, std::size_t aSize, ZTSFcMessage& arMessage) {
+Outcome sRead(const unsigned char* apBytes, std::size_t aSize, ZTSFcMessage& arMessage) {
     TransportHeader lHeader{};
     if (aSize < sizeof lHeader) {
         return Outcome::Bad;
@@ -79,7 +79,7 @@ unsigned int readTransportMessages(const unsigned char* apBytes, std::size_t aSi
         ZTSFcMessage lMessage;
         const Outcome lOutcome =
             lHeader.nlmsg_type == sMessageType
-                ? read(apBytes + sizeof lHeader, lHeader.nlmsg_len - sizeof lHeader, lMessage)
+                ? sRead(apBytes + sizeof lHeader, lHeader.nlmsg_len - sizeof lHeader, lMessage)
                 : Outcome::OfOthers;
         if (lOutcome == Outcome::Taken) {
             acrDo(lMessage);

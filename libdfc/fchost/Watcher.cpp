@@ -8,23 +8,23 @@ namespace {
 constexpr std::int32_t sReordered = 256;  // messages that one may come late by
 constexpr char sOnline[] = "Online";      // the port_state of a link that is up
 
-void keep(std::uint64_t& arKnown, const std::optional<std::uint64_t>& acrNow) {
+void sKeep(std::uint64_t& arKnown, const std::optional<std::uint64_t>& acrNow) {
     arKnown = acrNow.value_or(arKnown);
 }
 
-std::optional<std::uint64_t> portOf(const ZTSFcHost& acrHost) {
+std::optional<std::uint64_t> sPortOf(const ZTSFcHost& acrHost) {
     return acrHost.mPort ? acrHost.mPort : acrHost.mPermanentPort;
 }
 
 // For one event more: adding it then cannot fail, and what it tells of may be taken as seen.
-void makeRoom(ZTFcEvents& arEvents) {
+void sMakeRoom(ZTFcEvents& arEvents) {
     if (arEvents.size() == arEvents.capacity()) {
         arEvents.reserve(2 * arEvents.size() + 1);
     }
 }
 
 // What a message is about, if there is a kind for it. An RSCN that names no page has none.
-std::optional<ZTSFcEvent::Kind> kindOf(const ZTSFcMessage& acrMessage) {
+std::optional<ZTEFcEventKind> sKindOf(const ZTSFcMessage& acrMessage) {
     switch (acrMessage.mCode) {
         case ZTFCC_Lip:
         case ZTFCC_LinkUp:
@@ -32,11 +32,11 @@ std::optional<ZTSFcEvent::Kind> kindOf(const ZTSFcMessage& acrMessage) {
         case ZTFCC_LipReset:
         case ZTFCC_PortOffline:
         case ZTFCC_PortOnline:
-            return ZTSFcEvent::Link;
+            return ZTFEK_Link;
         case ZTFCC_Rscn:
-            return acrMessage.mData ? std::optional(ZTSFcEvent::Rscn) : std::nullopt;
+            return acrMessage.mData ? std::optional(ZTFEK_Rscn) : std::nullopt;
         case ZTFCC_AdapterChange:
-            return ZTSFcEvent::AdapterArrival;
+            return ZTFEK_AdapterArrival;
         default:
             return {};
     }
@@ -53,7 +53,7 @@ ZTCFcWatcher::ZTCFcWatcher(const ZTFcHosts& acrHosts, std::chrono::milliseconds 
 
 // Returns the board that it has now.
 ZTCFcWatcher::Board& ZTCFcWatcher::add(std::uint32_t aHost, const ZTSFcHost& acrHost) {
-    const auto lPort = portOf(acrHost);
+    const auto lPort = sPortOf(acrHost);
     ZTSFcHost lNow = acrHost;
     std::erase_if(lNow.mRemotePorts, [](const auto& acrPort) { return !acrPort.second.mPortId; });
     auto lBoard = std::find_if(mBoards.begin(), mBoards.end(), [&](const Board& acrBoard) {
@@ -65,8 +65,8 @@ ZTCFcWatcher::Board& ZTCFcWatcher::add(std::uint32_t aHost, const ZTSFcHost& acr
     lBoard->mHost = aHost;
     lBoard->mIsThere = true;
     lBoard->mHasRscns = false;
-    keep(lBoard->mNode, lNow.mNode);
-    keep(lBoard->mPort, lPort);
+    sKeep(lBoard->mNode, lNow.mNode);
+    sKeep(lBoard->mPort, lPort);
     lBoard->mLast = std::move(lNow);
     return *lBoard;
 }
@@ -91,11 +91,11 @@ void ZTCFcWatcher::follow(std::uint32_t aBoard, const std::string& acrState, Tim
                           ZTFcEvents& arEvents) {
     Board& lrBoard = mBoards[aBoard];
     std::string lState = acrState;
-    makeRoom(arEvents);
+    sMakeRoom(arEvents);
     const bool lIsAnnounced =
         !mHasLost && isRecent(lrBoard.mAnnounced, aNow) && (!acrState.empty() || lrBoard.mIsAnnouncedDown);
     if (!lrBoard.mLast.mState.empty() && !lIsAnnounced) {
-        arEvents.push_back({ZTSFcEvent::Link, aBoard});
+        arEvents.push_back({ZTFEK_Link, aBoard});
     }
     lrBoard.mAnnounced.reset();
     lrBoard.mLast.mState = std::move(lState);
@@ -124,14 +124,14 @@ void ZTCFcWatcher::count(std::uint32_t aNumber) {
 }
 
 void ZTCFcWatcher::announce(const ZTSFcMessage& acrMessage, Time aNow, ZTFcEvents& arEvents) {
-    const auto lKind = kindOf(acrMessage);
+    const auto lKind = sKindOf(acrMessage);
     if (!lKind) {
         std::uint64_t& lrCount = mCounts.mWithoutKind[acrMessage.mCode];
         count(acrMessage.mNumber);
         ++lrCount;
         return;
     }
-    makeRoom(arEvents);
+    sMakeRoom(arEvents);
     count(acrMessage.mNumber);
     const auto lBoard = findBoard(acrMessage.mHost);
     if (!lBoard) {
@@ -139,16 +139,16 @@ void ZTCFcWatcher::announce(const ZTSFcMessage& acrMessage, Time aNow, ZTFcEvent
         return;
     }
     Board& lrBoard = mBoards[*lBoard];
-    if (*lKind == ZTSFcEvent::AdapterArrival && isRecent(std::exchange(lrBoard.mArrived, {}), aNow)) {
+    if (*lKind == ZTFEK_AdapterArrival && isRecent(std::exchange(lrBoard.mArrived, {}), aNow)) {
         return;  // what a driver says of its host that has just come is told already
     }
-    if (*lKind == ZTSFcEvent::Link) {
+    if (*lKind == ZTFEK_Link) {
         lrBoard.mAnnounced = aNow;
         lrBoard.mIsAnnouncedDown =
             acrMessage.mCode == ZTFCC_LinkDown || acrMessage.mCode == ZTFCC_PortOffline;
     }
-    lrBoard.mHasRscns = lrBoard.mHasRscns || *lKind == ZTSFcEvent::Rscn;
-    arEvents.push_back({*lKind, *lBoard, *lKind == ZTSFcEvent::Rscn ? *acrMessage.mData : 0});
+    lrBoard.mHasRscns = lrBoard.mHasRscns || *lKind == ZTFEK_Rscn;
+    arEvents.push_back({*lKind, *lBoard, *lKind == ZTFEK_Rscn ? *acrMessage.mData : 0});
 }
 
 void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEvents) {
@@ -169,14 +169,13 @@ void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEven
         if (findBoard(lHost)) {
             continue;
         }
-        if (!portOf(lrHost) && mNameless.count(lHost) == 0) {
+        if (!sPortOf(lrHost) && mNameless.count(lHost) == 0) {
             lNameless.insert(lHost);
         } else {
-            makeRoom(arEvents);
+            sMakeRoom(arEvents);
             Board& lrBoard = add(lHost, lrHost);
             lrBoard.mArrived = aNow;
-            arEvents.push_back(
-                {ZTSFcEvent::AdapterArrival, static_cast<std::uint32_t>(&lrBoard - mBoards.data())});
+            arEvents.push_back({ZTFEK_AdapterArrival, static_cast<std::uint32_t>(&lrBoard - mBoards.data())});
         }
     }
     mNameless = std::move(lNameless);
@@ -188,12 +187,12 @@ void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEven
 
 void ZTCFcWatcher::compare(std::uint32_t aBoard, const ZTSFcHost& acrNow, Time aNow, ZTFcEvents& arEvents) {
     Board& lrBoard = mBoards[aBoard];
-    keep(lrBoard.mNode, acrNow.mNode);
-    keep(lrBoard.mPort, lrBoard.mPort != 0 ? acrNow.mPort : portOf(acrNow));
+    sKeep(lrBoard.mNode, acrNow.mNode);
+    sKeep(lrBoard.mPort, lrBoard.mPort != 0 ? acrNow.mPort : sPortOf(acrNow));
     if (!acrNow.mState.empty() && acrNow.mState != lrBoard.mLast.mState) {
         follow(aBoard, acrNow.mState, aNow, arEvents);
     }
-    makeRoom(arEvents);
+    sMakeRoom(arEvents);
     bool lHasRisen = false;
     for (std::size_t lAt = 0; lAt < acrNow.mCounters.size(); ++lAt) {
         const auto& lrNow = acrNow.mCounters[lAt];
@@ -202,7 +201,7 @@ void ZTCFcWatcher::compare(std::uint32_t aBoard, const ZTSFcHost& acrNow, Time a
         lrLast = lrNow ? lrNow : lrLast;
     }
     if (lHasRisen) {
-        arEvents.push_back({ZTSFcEvent::PortInterruptError, aBoard});
+        arEvents.push_back({ZTFEK_PortInterruptError, aBoard});
     }
     compareRemotePorts(aBoard, acrNow, arEvents);
 }
@@ -212,11 +211,11 @@ void ZTCFcWatcher::compareRemotePorts(std::uint32_t aBoard, const ZTSFcHost& acr
     auto& lrLast = lrBoard.mLast.mRemotePorts;
     const auto lTell = [&](const std::optional<std::uint32_t>& acrPortId) {
         if (acrPortId && (!lrBoard.mHasRscns || mHasLost)) {
-            arEvents.push_back({ZTSFcEvent::Rscn, aBoard, *acrPortId});
+            arEvents.push_back({ZTFEK_Rscn, aBoard, *acrPortId});
         }
     };
     for (auto lPort = lrLast.begin(); lPort != lrLast.end();) {
-        makeRoom(arEvents);
+        sMakeRoom(arEvents);
         const bool lHasGone = acrNow.mRemotePorts.count(lPort->first) == 0;
         if (lHasGone) {
             lTell(lPort->second.mPortId);
@@ -227,7 +226,7 @@ void ZTCFcWatcher::compareRemotePorts(std::uint32_t aBoard, const ZTSFcHost& acr
         if (!lrNow.mPortId && lrLast.count(lrName) == 0) {
             continue;  // its attributes follow it: it has come when it has an address
         }
-        makeRoom(arEvents);
+        sMakeRoom(arEvents);
         std::string lState = lrNow.mState;
         const auto [lPort, lIsNew] = lrLast.try_emplace(lrName, lrNow);
         ZTSFcRemotePort& lrKnown = lPort->second;

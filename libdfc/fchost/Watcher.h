@@ -8,11 +8,16 @@
 #include "Sysfs.h"
 #include "TransportMessage.h"
 
+enum ZTEFcEventKind : unsigned char {
+    ZTFEK_Link,
+    ZTFEK_Rscn,
+    ZTFEK_AdapterArrival,
+    ZTFEK_PortInterruptError,
+};
+
 /// An event for the agent.
 struct ZTSFcEvent {
-    enum Kind : unsigned char { Link, Rscn, AdapterArrival, PortInterruptError };
-
-    Kind mKind;
+    ZTEFcEventKind mKind;
     std::uint32_t mBoard;
     std::uint32_t mPage = 0;  ///< of an RSCN: the address format in bits 24 and 25, the port id below
 

@@ -20,35 +20,35 @@ constexpr size_t sMaxDatagram = 256 * 1024;  // more than a socket takes
 // The socket of this process, for an end without a close.
 char sBoundPath[sizeof sockaddr_un::sun_path] = "";
 
-void removeSocket() {
+void sRemoveSocket() {
     if (sBoundPath[0] != '\0') {
         unlink(sBoundPath);
         sBoundPath[0] = '\0';
     }
 }
 
-[[noreturn]] void refuse(const std::string& acrPath, const char* apReason) {
+[[noreturn]] void sRefuse(const std::string& acrPath, const char* apReason) {
     throw ZTCSimError("libdfc-sim: " + acrPath + ": " + apReason + ", expected a path for a socket");
 }
 
-sockaddr_un makeAddress(const std::string& acrPath) {
+sockaddr_un sMakeAddress(const std::string& acrPath) {
     sockaddr_un lAddress{};
     lAddress.sun_family = AF_UNIX;
     if (acrPath.size() >= sizeof lAddress.sun_path) {
-        refuse(acrPath, strerror(ENAMETOOLONG));
+        sRefuse(acrPath, strerror(ENAMETOOLONG));
     }
     memcpy(lAddress.sun_path, acrPath.data(), acrPath.size());
     return lAddress;
 }
 
 // Removes the socket of a process that is no more.
-void removeStale(const std::string& acrPath, const sockaddr_un& acrAddress) {
+void sRemoveStale(const std::string& acrPath, const sockaddr_un& acrAddress) {
     struct stat lState {};
     if (lstat(acrPath.c_str(), &lState) != 0) {
         return;
     }
     if (!S_ISSOCK(lState.st_mode)) {
-        refuse(acrPath, "is there and no socket");
+        sRefuse(acrPath, "is there and no socket");
     }
     const int lProbe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const bool lIsStale =
@@ -56,24 +56,24 @@ void removeStale(const std::string& acrPath, const sockaddr_un& acrAddress) {
         errno == ECONNREFUSED;
     close(lProbe);
     if (!lIsStale) {
-        refuse(acrPath, "is in use");
+        sRefuse(acrPath, "is in use");
     }
     unlink(acrPath.c_str());
 }
 
-int openSocket(const std::string& acrPath) {
-    const sockaddr_un lAddress = makeAddress(acrPath);
-    removeStale(acrPath, lAddress);
+int sOpenSocket(const std::string& acrPath) {
+    const sockaddr_un lAddress = sMakeAddress(acrPath);
+    sRemoveStale(acrPath, lAddress);
     const int lSocket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     // The file takes the socket's mode over, so that it never has a wider one.
     if (lSocket < 0 || fchmod(lSocket, S_IRUSR | S_IWUSR) != 0 ||
         bind(lSocket, reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress) != 0) {
         const char* const lpReason = strerror(errno);
         close(lSocket);
-        refuse(acrPath, lpReason);
+        sRefuse(acrPath, lpReason);
     }
     memcpy(sBoundPath, lAddress.sun_path, sizeof sBoundPath);
-    static const int sAtExit = atexit(removeSocket) | at_quick_exit(removeSocket);
+    static const int sAtExit = atexit(sRemoveSocket) | at_quick_exit(sRemoveSocket);
     static_cast<void>(sAtExit);
     return lSocket;
 }
@@ -81,7 +81,7 @@ int openSocket(const std::string& acrPath) {
 }  // namespace
 
 ZTCSimControl::ZTCSimControl(const std::string& acrPath, Answer aAnswer)
-    : mAnswer(std::move(aAnswer)), mSocket(openSocket(acrPath)) {
+    : mAnswer(std::move(aAnswer)), mSocket(sOpenSocket(acrPath)) {
     mThread = std::jthread([this](const std::stop_token& acrStop) { run(acrStop); });
 }
 
@@ -89,7 +89,7 @@ ZTCSimControl::~ZTCSimControl() {
     mThread.request_stop();
     shutdown(mSocket, SHUT_RD);  // wakes the thread
     mThread.join();
-    removeSocket();
+    sRemoveSocket();
     close(mSocket);
 }
 

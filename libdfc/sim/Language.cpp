@@ -15,34 +15,34 @@ constexpr uint64_t sMaxTimes = 1'000'000'000'000'000;
 constexpr uint64_t sMaxRate = 1'000'000'000;
 constexpr uint32_t sMaxBoards = 64;
 
-constexpr Key name(const char* apName, uint32_t aOffset, uint64_t aDefault = 0x500601603b200001) {
+constexpr Key sName(const char* apName, uint32_t aOffset, uint64_t aDefault = 0x500601603b200001) {
     return {.mpName = apName,
             .mValue = Value::Name,
             .mHasDefault = true,
             .mDefault = aDefault,
             .mOffset = aOffset};
 }
-constexpr Key word(const char* apName, uint32_t aOffset) {
+constexpr Key sWord(const char* apName, uint32_t aOffset) {
     return {.mpName = apName, .mHasDefault = true, .mOffset = aOffset};
 }
-constexpr Key lunAt(uint32_t aOffset) {
+constexpr Key sLunAt(uint32_t aOffset) {
     return {.mpName = "lun", .mHasDefault = true, .mpNames = "all", .mOffset = aOffset};
 }
-constexpr Key number(const char* apName, uint64_t aDefault, uint64_t aLeast = 0,
-                     uint64_t aMost = UINT32_MAX) {
+constexpr Key sNumber(const char* apName, uint64_t aDefault, uint64_t aLeast = 0,
+                      uint64_t aMost = UINT32_MAX) {
     return {.mpName = apName, .mHasDefault = true, .mDefault = aDefault, .mLeast = aLeast, .mMost = aMost};
 }
-constexpr Key optional(const char* apName, uint64_t aLeast = 0, uint64_t aMost = UINT32_MAX) {
+constexpr Key sOptional(const char* apName, uint64_t aLeast = 0, uint64_t aMost = UINT32_MAX) {
     return {.mpName = apName, .mLeast = aLeast, .mMost = aMost};
 }
-constexpr Key value(const char* apName, Value aValue, Form aForm = Form::Pair) {
+constexpr Key sValue(const char* apName, Value aValue, Form aForm = Form::Pair) {
     return {.mpName = apName, .mValue = aValue, .mForm = aForm};
 }
-constexpr Key flag(const char* apName) {
-    return value(apName, Value::Flag, Form::KeyAlone);
+constexpr Key sFlag(const char* apName) {
+    return sValue(apName, Value::Flag, Form::KeyAlone);
 }
-constexpr Key choice(const char* apName, const char* apNames, Form aForm = Form::Pair,
-                     bool aIsRequired = false) {
+constexpr Key sChoice(const char* apName, const char* apNames, Form aForm = Form::Pair,
+                      bool aIsRequired = false) {
     return {.mpName = apName,
             .mValue = Value::Choice,
             .mForm = aForm,
@@ -50,19 +50,20 @@ constexpr Key choice(const char* apName, const char* apNames, Form aForm = Form:
             .mpNames = apNames};
 }
 
-constexpr Key sFromTo[] = {name("from", 4), name("to", 12, 0x50060160bb200001)};
-constexpr Key sFrom[] = {name("from", 4)};
-constexpr Key sReject[] = {name("from", 4), word("command", 12), word("reason", 16), word("explanation", 20)};
-constexpr Key sPort[] = {name("port", 4)};
-constexpr Key sReadCheck[] = {name("port", 4), lunAt(12), word("command", 16), word("residual", 20)};
-constexpr Key sPortLun[] = {name("port", 4), lunAt(12)};
+constexpr Key sFromTo[] = {sName("from", 4), sName("to", 12, 0x50060160bb200001)};
+constexpr Key sFrom[] = {sName("from", 4)};
+constexpr Key sReject[] = {sName("from", 4), sWord("command", 12), sWord("reason", 16),
+                           sWord("explanation", 20)};
+constexpr Key sPort[] = {sName("port", 4)};
+constexpr Key sReadCheck[] = {sName("port", 4), sLunAt(12), sWord("command", 16), sWord("residual", 20)};
+constexpr Key sPortLun[] = {sName("port", 4), sLunAt(12)};
 constexpr Key sCheckCondition[] = {
-    name("port", 4),
-    lunAt(12),
-    word("command", 16),
+    sName("port", 4),
+    sLunAt(12),
+    sWord("command", 16),
     {.mpName = "sense", .mValue = Value::Sense, .mHasDefault = true, .mOffset = 20},
-    word("queue-tag", 28)};
-constexpr Key sDepth[] = {name("port", 4), lunAt(12), word("old", 16), word("new", 20)};
+    sWord("queue-tag", 28)};
+constexpr Key sDepth[] = {sName("port", 4), sLunAt(12), sWord("old", 16), sWord("new", 20)};
 constexpr Key sPages[] = {
     {.mpName = "pages", .mValue = Value::Pages, .mHasDefault = true, .mDefault = 0x010203}};
 
@@ -109,7 +110,7 @@ constexpr ZTSSimKind sKinds[] = {
      "an adapter's temperature passes a limit"},
 };
 
-const char* checkRaw(const ZTSSimStatement& acrStatement) {
+const char* sCheckRaw(const ZTSSimStatement& acrStatement) {
     const bool lGeneric = acrStatement.has("category") && acrStatement.has("subcategory");
     const bool lEither = acrStatement.has("category") || acrStatement.has("subcategory") ||
                          acrStatement.has("total-length") || acrStatement.has("no-descriptor");
@@ -118,18 +119,18 @@ const char* checkRaw(const ZTSSimStatement& acrStatement) {
                    : (acrStatement.has("mask") ? nullptr : "category= and subcategory=, or mask=");
 }
 
-const char* checkStorm(const ZTSSimStatement& acrStatement) {
+const char* sCheckStorm(const ZTSSimStatement& acrStatement) {
     if (acrStatement.has("board") && acrStatement.has("boards")) {
         return "board= or boards=, not both";
     }
     return acrStatement.has("for") || acrStatement.has("times") ? nullptr : "for= or times=, or both";
 }
 
-const char* checkWait(const ZTSSimStatement& acrStatement) {
+const char* sCheckWait(const ZTSSimStatement& acrStatement) {
     return acrStatement.mValues.size() == 1 ? nullptr : "one of for=, registrations, storms";
 }
 
-const char* checkFault(const ZTSSimStatement& acrStatement) {
+const char* sCheckFault(const ZTSSimStatement& acrStatement) {
     const uint64_t lFault = acrStatement.getNumber("name");
     const bool lTakesTime = lFault == ZTSIM_CallbacksAfterClose || lFault == ZTSIM_SlowClose;
     return acrStatement.has("for") == lTakesTime ? nullptr
@@ -137,25 +138,25 @@ const char* checkFault(const ZTSSimStatement& acrStatement) {
                                                  : "no for= with this fault";
 }
 
-const char* checkNothing(const ZTSSimStatement& /*acrStatement*/) {
+const char* sCheckNothing(const ZTSSimStatement& /*acrStatement*/) {
     return nullptr;
 }
 
-constexpr Key sEventKeys[] = {number("board", 0),
-                              number("times", 1, 1, sMaxTimes),
+constexpr Key sEventKeys[] = {sNumber("board", 0),
+                              sNumber("times", 1, 1, sMaxTimes),
                               {.mpName = "every", .mValue = Value::Duration, .mHasDefault = true}};
 constexpr Key sAdaptersKeys[] = {{.mpName = "count", .mIsRequired = true, .mMost = sMaxBoards},
-                                 value("node", Value::Name),
-                                 value("port", Value::Name),
-                                 choice("fail", "init|info"),
-                                 flag("old-driver")};
-constexpr Key sRawKeys[] = {optional("category"),
-                            optional("subcategory"),
-                            optional("mask", 1),
-                            value("bytes", Value::Bytes),
-                            optional("total-length"),
-                            optional("length"),
-                            flag("no-descriptor"),
+                                 sValue("node", Value::Name),
+                                 sValue("port", Value::Name),
+                                 sChoice("fail", "init|info"),
+                                 sFlag("old-driver")};
+constexpr Key sRawKeys[] = {sOptional("category"),
+                            sOptional("subcategory"),
+                            sOptional("mask", 1),
+                            sValue("bytes", Value::Bytes),
+                            sOptional("total-length"),
+                            sOptional("length"),
+                            sFlag("no-descriptor"),
                             sEventKeys[0],
                             sEventKeys[1],
                             sEventKeys[2]};
@@ -167,50 +168,50 @@ constexpr Key sStormKeys[] = {
      .mLeast = 1,
      .mMost = sMaxRate,
      .mpNames = "max"},
-    value("for", Value::Duration),
-    optional("times", 1, sMaxTimes),
-    number("threads", 1, 1, 64),
-    optional("board"),
-    optional("boards", 1, sMaxBoards)};
-constexpr Key sWaitKeys[] = {value("for", Value::Duration, Form::Word),
+    sValue("for", Value::Duration),
+    sOptional("times", 1, sMaxTimes),
+    sNumber("threads", 1, 1, 64),
+    sOptional("board"),
+    sOptional("boards", 1, sMaxBoards)};
+constexpr Key sWaitKeys[] = {sValue("for", Value::Duration, Form::Word),
                              {.mpName = "registrations", .mForm = Form::KeyAlone, .mLeast = 1},
-                             flag("storms")};
+                             sFlag("storms")};
 constexpr Key sRuleKeys[] = {{.mpName = "status", .mIsRequired = true},
-                             value("kind", Value::Kind),
-                             optional("board"),
-                             number("times", sMaxTimes, 1, sMaxTimes)};
+                             sValue("kind", Value::Kind),
+                             sOptional("board"),
+                             sNumber("times", sMaxTimes, 1, sMaxTimes)};
 constexpr Key sFaultKeys[] = {
-    choice("name", "late-callbacks|callbacks-during-close|callbacks-after-close|stuck-callback|slow-close",
-           Form::Word, true),
-    value("for", Value::Duration)};
+    sChoice("name", "late-callbacks|callbacks-during-close|callbacks-after-close|stuck-callback|slow-close",
+            Form::Word, true),
+    sValue("for", Value::Duration)};
 
 constexpr ZTSSimVerb sVerbs[] = {
-    {ZTESimVerb::Event, "KIND", sEventKeys, checkNothing, "plogi board=1 times=3 every=1.5s",
+    {ZTESimVerb::Event, "KIND", sEventKeys, sCheckNothing, "plogi board=1 times=3 every=1.5s",
      "plays an event of a kind"},
-    {ZTESimVerb::Adapters, "adapters", sAdaptersKeys, checkNothing,
+    {ZTESimVerb::Adapters, "adapters", sAdaptersKeys, sCheckNothing,
      "adapters count=2 node=20:00:00:25:b5:01:00:00 port=10:00:00:25:b5:01:00:00",
      "the adapters; a file's first such line holds from the start. 2 if there is none"},
-    {ZTESimVerb::Raw, "raw", sRawKeys, checkRaw,
+    {ZTESimVerb::Raw, "raw", sRawKeys, sCheckRaw,
      "raw category=1 subcategory=1 bytes=01000000 total-length=4096", "plays any event, sound or not"},
-    {ZTESimVerb::Storm, "storm", sStormKeys, checkStorm,
+    {ZTESimVerb::Storm, "storm", sStormKeys, sCheckStorm,
      "storm queue-full lun=3 rate=5000 for=10s threads=4 boards=2",
      "plays many events in the background; takes the keys of its kind too. rate is in events a second"},
-    {ZTESimVerb::Wait, "wait", sWaitKeys, checkWait, "wait registrations",
+    {ZTESimVerb::Wait, "wait", sWaitKeys, sCheckWait, "wait registrations",
      "waits for a time, for registrations (of each kind and adapter, or so many), or for the storms' ends"},
-    {ZTESimVerb::OnRegister, "on-register", sRuleKeys, checkNothing,
+    {ZTESimVerb::OnRegister, "on-register", sRuleKeys, sCheckNothing,
      "on-register status=5 kind=plogi times=2", "what later registrations return; status=0 takes it back"},
-    {ZTESimVerb::OnUnregister, "on-unregister", sRuleKeys, checkNothing, "on-unregister status=1 board=1",
+    {ZTESimVerb::OnUnregister, "on-unregister", sRuleKeys, sCheckNothing, "on-unregister status=1 board=1",
      "what later unregistrations return; status=0 takes it back"},
-    {ZTESimVerb::Fault, "fault", sFaultKeys, checkFault, "fault slow-close for=2s",
+    {ZTESimVerb::Fault, "fault", sFaultKeys, sCheckFault, "fault slow-close for=2s",
      "the library misbehaves from here on"},
     {ZTESimVerb::Report,
      "report",
      {},
-     checkNothing,
+     sCheckNothing,
      "report",
      "what was sent, which storms run, and what is registered"},
 };
-constexpr bool areInOrder() {
+constexpr bool sAreInOrder() {
     for (unsigned int lVerb = 0; lVerb < std::size(sVerbs); ++lVerb) {
         if (sVerbs[lVerb].mVerb != static_cast<ZTESimVerb>(lVerb)) {
             return false;
@@ -218,7 +219,7 @@ constexpr bool areInOrder() {
     }
     return std::size(sVerbs) == static_cast<unsigned int>(ZTESimVerb::Count);
 }
-static_assert(areInOrder(), "one row a verb, at its place");
+static_assert(sAreInOrder(), "one row a verb, at its place");
 
 }  // namespace
 

@@ -16,7 +16,7 @@ constexpr Duration sDuringClose = std::chrono::milliseconds(100);
 std::atomic<uint32_t> sAdapters{0};
 
 // Calls each of the registrations back again and again, whatever has become of them.
-void insist(const ZTCSimulator::Registrations& acrRegistrations, Duration aFor) try {
+void sInsist(const ZTCSimulator::Registrations& acrRegistrations, Duration aFor) try {
     std::vector<ZTCSimEvent> lEvents;
     for (const auto& lrRegistration : acrRegistrations) {
         lEvents.emplace_back(*lrRegistration);
@@ -63,12 +63,12 @@ class Session {
 
     void close() {
         if (mSimulator.getFault(ZTSIM_CallbacksDuringClose)) {
-            std::thread(insist, mSimulator.getOneOfEach(false), sDuringClose).join();
+            std::thread(sInsist, mSimulator.getOneOfEach(false), sDuringClose).join();
         }
         stop();
         std::this_thread::sleep_for(mSimulator.getFault(ZTSIM_SlowClose).value_or(Duration(0)));
         if (const auto lFor = mSimulator.getFault(ZTSIM_CallbacksAfterClose)) {
-            std::thread(insist, mSimulator.getOneOfEach(true), *lFor).detach();
+            std::thread(sInsist, mSimulator.getOneOfEach(true), *lFor).detach();
         }
     }
 
@@ -124,29 +124,29 @@ struct Current {
     std::mutex mMutex;
     std::shared_ptr<Session> mpSession;
 };
-Current& getCurrent() {
+Current& sGetCurrent() {
     alignas(Current) static unsigned char sRoom[sizeof(Current)];  // what is there without memory
     static Current& srCurrent = *new (sRoom) Current;
     return srCurrent;
 }
 
-std::shared_ptr<Session> getSession() {
-    Current& lrCurrent = getCurrent();
+std::shared_ptr<Session> sGetSession() {
+    Current& lrCurrent = sGetCurrent();
     const std::lock_guard<std::mutex> lLock(lrCurrent.mMutex);
     return lrCurrent.mpSession;
 }
 
-void setSession(const std::shared_ptr<Session>& acrSession) {
-    Current& lrCurrent = getCurrent();
+void sSetSession(const std::shared_ptr<Session>& acrSession) {
+    Current& lrCurrent = sGetCurrent();
     const std::lock_guard<std::mutex> lLock(lrCurrent.mMutex);
     lrCurrent.mpSession = acrSession;
 }
 
 // What the work returns, given the simulator of the open library; else the result for a call that fails.
 template <class Result, class Work>
-Result withSimulator(Result aFailure, const Work& acrWork) noexcept {
+Result sWithSimulator(Result aFailure, const Work& acrWork) noexcept {
     try {
-        const auto lSession = getSession();
+        const auto lSession = sGetSession();
         return lSession != nullptr ? acrWork(lSession->simulator()) : aFailure;
     } catch (const std::exception& lrException) {
         fprintf(stderr, "libdfc-sim: %s\n", lrException.what());
@@ -154,14 +154,14 @@ Result withSimulator(Result aFailure, const Work& acrWork) noexcept {
     }
 }
 
-int initLibrary() {
+int sInitLibrary() {
     try {
-        if (getSession() != nullptr) {
+        if (sGetSession() != nullptr) {
             throw ZTCSimError("libdfc-sim: init while the library is open, expected close before it");
         }
         const auto lSession = std::make_shared<Session>();
         lSession->start();
-        setSession(lSession);
+        sSetSession(lSession);
         return 0;
     } catch (const std::exception& lrException) {
         fprintf(stderr, "%s\n", lrException.what());
@@ -169,16 +169,16 @@ int initLibrary() {
     }
 }
 
-uint32_t countAdapters() {
+uint32_t sCountAdapters() {
     return sAdapters;
 }
 
-int isZtapiSupported() {
-    return withSimulator(0, [](ZTCSimulator& arSimulator) { return arSimulator.isDriverOld() ? 0 : 1; });
+int sIsZtapiSupported() {
+    return sWithSimulator(0, [](ZTCSimulator& arSimulator) { return arSimulator.isDriverOld() ? 0 : 1; });
 }
 
-int getAdapterInfo(uint32_t aBoard, HBA_wwn* apNode, HBA_wwn* apPort) {
-    return withSimulator(1, [&](ZTCSimulator& arSimulator) {
+int sGetAdapterInfo(uint32_t aBoard, HBA_wwn* apNode, HBA_wwn* apPort) {
+    return sWithSimulator(1, [&](ZTCSimulator& arSimulator) {
         if (aBoard >= sAdapters || arSimulator.isFailing(ZTSIMF_Info)) {
             return 1;
         }
@@ -188,9 +188,9 @@ int getAdapterInfo(uint32_t aBoard, HBA_wwn* apNode, HBA_wwn* apPort) {
     });
 }
 
-uint32_t registerByCategory(uint32_t aBoard, HBA_wwn aPort, uint32_t aCategory, uint32_t aSubcategory,
-                            void* apContext, uint32_t* apHandle, ZT_generic_callback apCallback) {
-    return withSimulator(ZTCSimulator::BadArgument, [&](ZTCSimulator& arSimulator) {
+uint32_t sRegisterByCategory(uint32_t aBoard, HBA_wwn aPort, uint32_t aCategory, uint32_t aSubcategory,
+                             void* apContext, uint32_t* apHandle, ZT_generic_callback apCallback) {
+    return sWithSimulator(ZTCSimulator::BadArgument, [&](ZTCSimulator& arSimulator) {
         const auto lRegistration = std::make_shared<ZTSSimRegistration>();
         lRegistration->mId = {0, aCategory, aSubcategory};
         lRegistration->mBoard = aBoard;
@@ -203,15 +203,15 @@ uint32_t registerByCategory(uint32_t aBoard, HBA_wwn aPort, uint32_t aCategory, 
     });
 }
 
-uint32_t unregisterByCategory(uint32_t aBoard, HBA_wwn /*aPort*/, uint32_t aHandle) {
-    return withSimulator(ZTCSimulator::BadArgument, [&](ZTCSimulator& arSimulator) {
+uint32_t sUnregisterByCategory(uint32_t aBoard, HBA_wwn /*aPort*/, uint32_t aHandle) {
+    return sWithSimulator(ZTCSimulator::BadArgument, [&](ZTCSimulator& arSimulator) {
         return arSimulator.remove(aBoard, aHandle, false);
     });
 }
 
-uint32_t registerByMask(uint32_t aBoard, uint32_t aMask, uintptr_t /*aArgument*/, uint32_t /*aSize*/,
-                        ZT_dfc_callback apCallback) {
-    return withSimulator(0U, [&](ZTCSimulator& arSimulator) {
+uint32_t sRegisterByMask(uint32_t aBoard, uint32_t aMask, uintptr_t /*aArgument*/, uint32_t /*aSize*/,
+                         ZT_dfc_callback apCallback) {
+    return sWithSimulator(0U, [&](ZTCSimulator& arSimulator) {
         const auto lRegistration = std::make_shared<ZTSSimRegistration>();
         lRegistration->mId.mMask = aMask;
         lRegistration->mBoard = aBoard;
@@ -221,27 +221,27 @@ uint32_t registerByMask(uint32_t aBoard, uint32_t aMask, uintptr_t /*aArgument*/
     });
 }
 
-uint32_t unregisterByMask(uint32_t aBoard, uint32_t aHandle) {
-    return withSimulator(ZTCSimulator::BadArgument, [&](ZTCSimulator& arSimulator) {
+uint32_t sUnregisterByMask(uint32_t aBoard, uint32_t aHandle) {
+    return sWithSimulator(ZTCSimulator::BadArgument, [&](ZTCSimulator& arSimulator) {
         return arSimulator.remove(aBoard, aHandle, true);
     });
 }
 
-void closeLibrary() {
-    if (const auto lSession = getSession()) {
+void sCloseLibrary() {
+    if (const auto lSession = sGetSession()) {
         try {
             lSession->close();
         } catch (const std::exception& lrException) {
             fprintf(stderr, "libdfc-sim: %s\n", lrException.what());
         }
-        setSession(nullptr);
+        sSetSession(nullptr);
     }
 }
 
 constexpr ZT_libdfc_provider sProvider = {
-    ZT_LIBDFC_ABI,  sizeof(ZT_libdfc_provider), initLibrary,          countAdapters,  isZtapiSupported,
-    getAdapterInfo, registerByCategory,         unregisterByCategory, registerByMask, unregisterByMask,
-    closeLibrary};
+    ZT_LIBDFC_ABI,   sizeof(ZT_libdfc_provider), sInitLibrary,          sCountAdapters,  sIsZtapiSupported,
+    sGetAdapterInfo, sRegisterByCategory,        sUnregisterByCategory, sRegisterByMask, sUnregisterByMask,
+    sCloseLibrary};
 
 }  // namespace
 

@@ -23,7 +23,7 @@ struct UnitRow {
 };
 constexpr UnitRow sUnits[] = {{"ns", 1}, {"us", 1e3}, {"ms", 1e6}, {"s", 1e9}, {"m", 60e9}};
 
-std::vector<std::string_view> split(std::string_view aText, std::string_view aSeparators) {
+std::vector<std::string_view> sSplit(std::string_view aText, std::string_view aSeparators) {
     std::vector<std::string_view> lParts;
     for (;;) {
         const size_t lEnd = aText.find_first_of(aSeparators);
@@ -36,44 +36,44 @@ std::vector<std::string_view> split(std::string_view aText, std::string_view aSe
 }
 
 // What an error shows of a line's text: of bounded length, whatever the text.
-std::string shown(std::string_view aText) {
+std::string sShown(std::string_view aText) {
     return "'" + std::string(aText.substr(0, sMaxShown)) + (aText.size() > sMaxShown ? "...'" : "'");
 }
 
-std::optional<uint64_t> digitsOf(std::string_view aText, int aBase) {
+std::optional<uint64_t> sDigitsOf(std::string_view aText, int aBase) {
     uint64_t lNumber = 0;
     const auto lParsed = std::from_chars(aText.data(), aText.data() + aText.size(), lNumber, aBase);
     const bool lWhole = lParsed.ec == std::errc() && lParsed.ptr == aText.data() + aText.size();
     return lWhole ? std::optional(lNumber) : std::nullopt;
 }
 
-std::string_view withoutPrefix(std::string_view aText) {
+std::string_view sWithoutPrefix(std::string_view aText) {
     return aText.starts_with("0x") || aText.starts_with("0X") ? aText.substr(2) : aText;
 }
 
-std::optional<uint64_t> numberOf(std::string_view aText, uint64_t aLeast, uint64_t aMost) {
-    const std::string_view lDigits = withoutPrefix(aText);
-    const auto lNumber = digitsOf(lDigits, lDigits.size() != aText.size() ? 16 : 10);
+std::optional<uint64_t> sNumberOf(std::string_view aText, uint64_t aLeast, uint64_t aMost) {
+    const std::string_view lDigits = sWithoutPrefix(aText);
+    const auto lNumber = sDigitsOf(lDigits, lDigits.size() != aText.size() ? 16 : 10);
     return lNumber && *lNumber >= aLeast && *lNumber <= aMost ? lNumber : std::nullopt;
 }
 
-Read readOf(std::optional<uint64_t> aNumber) {
+Read sReadOf(std::optional<uint64_t> aNumber) {
     return aNumber ? Read(ZTSSimValueRead{*aNumber, {}}) : Read();
 }
 
 // One function a value: null if the text is none.
 
-Read flagOf(std::string_view /*aText*/, const ZTSSimKey& /*acrKey*/) {
+Read sFlagOf(std::string_view /*aText*/, const ZTSSimKey& /*acrKey*/) {
     return {};  // a flag has no value
 }
 
-Read namedNumberOf(std::string_view aText, const ZTSSimKey& acrKey) {
-    return readOf(acrKey.mpNames[0] != '\0' && aText == acrKey.mpNames
-                      ? acrKey.mMost
-                      : numberOf(aText, acrKey.mLeast, acrKey.mMost));
+Read sNamedNumberOf(std::string_view aText, const ZTSSimKey& acrKey) {
+    return sReadOf(acrKey.mpNames[0] != '\0' && aText == acrKey.mpNames
+                       ? acrKey.mMost
+                       : sNumberOf(aText, acrKey.mLeast, acrKey.mMost));
 }
 
-Read durationOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
+Read sDurationOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
     const size_t lDigits = std::min(aText.find_first_not_of("0123456789."), aText.size());
     const auto* const lpUnit = std::ranges::find(sUnits, aText.substr(lDigits), &UnitRow::mName);
     double lNumber = 0;
@@ -83,25 +83,25 @@ Read durationOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
         lNumber * lpUnit->mNanoseconds > static_cast<double>(sNanosecondsADay)) {
         return {};
     }
-    return readOf(static_cast<uint64_t>(std::llround(lNumber * lpUnit->mNanoseconds)));
+    return sReadOf(static_cast<uint64_t>(std::llround(lNumber * lpUnit->mNanoseconds)));
 }
 
-Read nameOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
-    std::string lDigits(withoutPrefix(aText));
+Read sNameOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
+    std::string lDigits(sWithoutPrefix(aText));
     if (aText.size() == 23) {
         lDigits.clear();
-        for (const std::string_view lByte : split(aText, ":")) {
+        for (const std::string_view lByte : sSplit(aText, ":")) {
             lDigits += lByte.size() == 2 ? lByte : " ";
         }
     }
-    return lDigits.size() == 16 ? readOf(digitsOf(lDigits, 16)) : Read();
+    return lDigits.size() == 16 ? sReadOf(sDigitsOf(lDigits, 16)) : Read();
 }
 
-Read senseOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
-    const auto lParts = split(aText, "/");
+Read sSenseOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
+    const auto lParts = sSplit(aText, "/");
     ZTSSimValueRead lSense;
     for (const std::string_view lPart : lParts) {
-        const auto lByte = digitsOf(lPart, 16);
+        const auto lByte = sDigitsOf(lPart, 16);
         if (lParts.size() != 3 || !lByte || *lByte > UINT8_MAX) {
             return {};
         }
@@ -110,28 +110,28 @@ Read senseOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
     return lSense;
 }
 
-void appendPage(std::vector<uint8_t>& arBytes, uint64_t aPage) {
+void sAppendPage(std::vector<uint8_t>& arBytes, uint64_t aPage) {
     for (const int lShift : {24, 16, 8, 0}) {
         arBytes.push_back(static_cast<uint8_t>(aPage >> lShift));
     }
 }
 
-Read pagesOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
+Read sPagesOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
     ZTSSimValueRead lPages;
-    for (const std::string_view lText : split(aText, ",")) {
-        const auto lPage = numberOf(lText, 0, UINT32_MAX);
+    for (const std::string_view lText : sSplit(aText, ",")) {
+        const auto lPage = sNumberOf(lText, 0, UINT32_MAX);
         if (!lPage) {
             return {};
         }
-        appendPage(lPages.mBytes, *lPage);
+        sAppendPage(lPages.mBytes, *lPage);
     }
     return lPages.mBytes.size() <= sMaxPages * 4 ? Read(lPages) : Read();
 }
 
-Read bytesOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
+Read sBytesOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
     ZTSSimValueRead lBytes;
     for (; !aText.empty(); aText.remove_prefix(2)) {
-        const auto lByte = digitsOf(aText.substr(0, 2), 16);
+        const auto lByte = sDigitsOf(aText.substr(0, 2), 16);
         if (aText.size() < 2 || !lByte) {
             return {};
         }
@@ -141,13 +141,13 @@ Read bytesOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
 }
 
 template <class Names>
-Read placeIn(const Names& acrNames, std::string_view aText) {
+Read sPlaceIn(const Names& acrNames, std::string_view aText) {
     const auto lFound = std::ranges::find(acrNames, aText);
-    return lFound != acrNames.end() ? readOf(static_cast<uint64_t>(std::distance(acrNames.begin(), lFound)))
+    return lFound != acrNames.end() ? sReadOf(static_cast<uint64_t>(std::distance(acrNames.begin(), lFound)))
                                     : Read();
 }
 
-std::vector<std::string_view> kindNames() {
+std::vector<std::string_view> sKindNames() {
     std::vector<std::string_view> lNames;
     for (const ZTSSimKind& lrKind : getSimKinds()) {
         lNames.emplace_back(lrKind.mpName);
@@ -155,12 +155,12 @@ std::vector<std::string_view> kindNames() {
     return lNames;
 }
 
-Read kindOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
-    return placeIn(kindNames(), aText);
+Read sKindOf(std::string_view aText, const ZTSSimKey& /*acrKey*/) {
+    return sPlaceIn(sKindNames(), aText);
 }
 
-Read choiceOf(std::string_view aText, const ZTSSimKey& acrKey) {
-    return placeIn(split(acrKey.mpNames, "|"), aText);
+Read sChoiceOf(std::string_view aText, const ZTSSimKey& acrKey) {
+    return sPlaceIn(sSplit(acrKey.mpNames, "|"), aText);
 }
 
 struct ValueRow {
@@ -169,24 +169,24 @@ struct ValueRow {
     const char* mpExpected;  // null: said from the key
 };
 constexpr ValueRow sValues[] = {
-    {ZTESimValue::Flag, flagOf, "no value"},
-    {ZTESimValue::Number, namedNumberOf, nullptr},
-    {ZTESimValue::Duration, durationOf, "a duration to a day, such as 250ms or 1.5s, in ns, us, ms, s or m"},
-    {ZTESimValue::Name, nameOf, "a name such as 20:00:00:25:b5:01:00:0a or 0x20000025b501000a"},
-    {ZTESimValue::Sense, senseOf, "KEY/ASC/ASCQ in hex bytes, such as 5/24/00"},
-    {ZTESimValue::Pages, pagesOf,
+    {ZTESimValue::Flag, sFlagOf, "no value"},
+    {ZTESimValue::Number, sNamedNumberOf, nullptr},
+    {ZTESimValue::Duration, sDurationOf, "a duration to a day, such as 250ms or 1.5s, in ns, us, ms, s or m"},
+    {ZTESimValue::Name, sNameOf, "a name such as 20:00:00:25:b5:01:00:0a or 0x20000025b501000a"},
+    {ZTESimValue::Sense, sSenseOf, "KEY/ASC/ASCQ in hex bytes, such as 5/24/00"},
+    {ZTESimValue::Pages, sPagesOf,
      "1 to 16382 pages of 32 bits with commas between, such as 0x010203,0x03000000"},
-    {ZTESimValue::Bytes, bytesOf, "two hex digits a byte"},
-    {ZTESimValue::Choice, choiceOf, nullptr},
-    {ZTESimValue::Kind, kindOf, nullptr},
+    {ZTESimValue::Bytes, sBytesOf, "two hex digits a byte"},
+    {ZTESimValue::Choice, sChoiceOf, nullptr},
+    {ZTESimValue::Kind, sKindOf, nullptr},
 };
 static_assert(std::size(sValues) == static_cast<size_t>(ZTESimValue::Count));
 
-const ValueRow& rowOf(const ZTSSimKey& acrKey) {
+const ValueRow& sRowOf(const ZTSSimKey& acrKey) {
     return *std::ranges::find(sValues, acrKey.mValue, &ValueRow::mValue);
 }
 
-std::string listOf(const std::vector<std::string_view>& acrNames) {
+std::string sListOf(const std::vector<std::string_view>& acrNames) {
     std::string lList;
     for (const std::string_view lName : acrNames) {
         lList.append(lList.empty() ? "one of " : ", ").append(lName);
@@ -197,7 +197,7 @@ std::string listOf(const std::vector<std::string_view>& acrNames) {
 class LineReader {
   public:
     explicit LineReader(std::string_view aLine) {
-        for (const std::string_view lWord : split(aLine.substr(0, aLine.find('#')), " \t\r\v\f")) {
+        for (const std::string_view lWord : sSplit(aLine.substr(0, aLine.find('#')), " \t\r\v\f")) {
             if (!lWord.empty()) {
                 mStatement.mpVerb == nullptr ? takeVerb(lWord) : takeWord(lWord);
             }
@@ -215,8 +215,8 @@ class LineReader {
     }
 
     void takeVerb(std::string_view aWord) {
-        auto lNames = kindNames();
-        if (const Read lKind = placeIn(lNames, aWord)) {
+        auto lNames = sKindNames();
+        if (const Read lKind = sPlaceIn(lNames, aWord)) {
             mStatement.mpKind = &getSimKinds()[lKind->mNumber];
             mStatement.mpVerb = &getSimVerbs().front();
             return;
@@ -228,7 +228,7 @@ class LineReader {
             lNames.emplace_back(lrVerb.mpName);
         }
         if (mStatement.mpVerb == nullptr) {
-            refuse("unknown verb " + shown(aWord), listOf(lNames));
+            refuse("unknown verb " + sShown(aWord), sListOf(lNames));
         }
     }
 
@@ -264,14 +264,14 @@ class LineReader {
             return;
         }
         const bool lIsKey = std::ranges::find(lNames, lName) != lNames.end();
-        refuse(lIsKey ? shown(lName) + " without a value" : "unknown key " + shown(lName),
-               lIsKey ? std::string(lName) + "=..." : listOf(lNames));
+        refuse(lIsKey ? sShown(lName) + " without a value" : "unknown key " + sShown(lName),
+               lIsKey ? std::string(lName) + "=..." : sListOf(lNames));
     }
 
     static ZTSSimValueRead readValue(const ZTSSimKey& acrKey, std::string_view aText) {
-        const Read lRead = rowOf(acrKey).mRead(aText, acrKey);
+        const Read lRead = sRowOf(acrKey).mRead(aText, acrKey);
         if (!lRead) {
-            refuse(shown(aText) + " as " + acrKey.mpName, describeSimValue(acrKey));
+            refuse(sShown(aText) + " as " + acrKey.mpName, describeSimValue(acrKey));
         }
         return *lRead;
     }
@@ -300,7 +300,7 @@ class LineReader {
                 ZTSSimValueRead& lrValue = mStatement.mValues[lpKey->mpName];
                 lrValue.mNumber = lpKey->mDefault;
                 if (lpKey->mValue == ZTESimValue::Pages) {
-                    appendPage(lrValue.mBytes, lpKey->mDefault);
+                    sAppendPage(lrValue.mBytes, lpKey->mDefault);
                 }
             }
         }
@@ -312,20 +312,20 @@ class LineReader {
 }  // namespace
 
 std::string describeSimValue(const ZTSSimKey& acrKey) {
-    if (const char* const lpExpected = rowOf(acrKey).mpExpected) {
+    if (const char* const lpExpected = sRowOf(acrKey).mpExpected) {
         return lpExpected;
     }
     if (acrKey.mValue == ZTESimValue::Number) {
         return "a number from " + std::to_string(acrKey.mLeast) + " to " + std::to_string(acrKey.mMost) +
                (acrKey.mpNames[0] != '\0' ? std::string(" or ") + acrKey.mpNames : "");
     }
-    return listOf(acrKey.mValue == ZTESimValue::Kind ? kindNames() : split(acrKey.mpNames, "|"));
+    return sListOf(acrKey.mValue == ZTESimValue::Kind ? sKindNames() : sSplit(acrKey.mpNames, "|"));
 }
 
 std::vector<ZTSSimStatement> readScenario(std::string_view aText, std::string_view aPlace) {
     std::vector<ZTSSimStatement> lStatements;
     unsigned int lNumber = 0;
-    for (const std::string_view lLine : split(aText, "\n")) {
+    for (const std::string_view lLine : sSplit(aText, "\n")) {
         ++lNumber;
         try {
             const LineReader lReader(lLine);

@@ -9,16 +9,16 @@ constexpr uint32_t sEventVersion = 1;
 constexpr uint8_t sRscnCommand = 0x61;
 constexpr uint8_t sRscnPageSize = 4;
 
-void putWord(std::vector<uint8_t>& arBytes, uint32_t aOffset, uint64_t aWord) {
+void sPutWord(std::vector<uint8_t>& arBytes, uint32_t aOffset, uint64_t aWord) {
     const auto lWord = static_cast<uint32_t>(aWord);
     memcpy(arBytes.data() + aOffset, &lWord, sizeof lWord);
 }
 
-void putName(std::vector<uint8_t>& arBytes, uint32_t aOffset, const HBA_wwn& acrName) {
+void sPutName(std::vector<uint8_t>& arBytes, uint32_t aOffset, const HBA_wwn& acrName) {
     std::ranges::copy(acrName.wwn, arBytes.begin() + aOffset);
 }
 
-std::vector<uint8_t> makeRscn(const std::vector<uint8_t>& acrPages) {
+std::vector<uint8_t> sMakeRscn(const std::vector<uint8_t>& acrPages) {
     const size_t lSize = 4 + acrPages.size();
     std::vector<uint8_t> lBytes{sRscnCommand, sRscnPageSize, static_cast<uint8_t>(lSize >> 8),
                                 static_cast<uint8_t>(lSize)};
@@ -26,29 +26,29 @@ std::vector<uint8_t> makeRscn(const std::vector<uint8_t>& acrPages) {
     return lBytes;
 }
 
-std::vector<uint8_t> makePayload(const ZTSSimKind& acrKind, const ZTSSimStatement& acrStatement,
-                                 const HBA_wwn& acrPort) {
+std::vector<uint8_t> sMakePayload(const ZTSSimKind& acrKind, const ZTSSimStatement& acrStatement,
+                                  const HBA_wwn& acrPort) {
     std::vector<uint8_t> lBytes(acrKind.mSize);
     if (acrKind.mId.mMask == ZT_DFC_LINK) {
-        putName(lBytes, 0, acrPort);
+        sPutName(lBytes, 0, acrPort);
     } else if (acrKind.mSize != 0) {
-        putWord(lBytes, 0, acrKind.mId.mSubcategory);
+        sPutWord(lBytes, 0, acrKind.mId.mSubcategory);
     }
     for (const ZTSSimKey& lrField : acrKind.mFields) {
         const ZTSSimValueRead& lrValue = acrStatement.mValues.at(lrField.mpName);
         switch (lrField.mValue) {
             case ZTESimValue::Name:
-                putName(lBytes, lrField.mOffset, makeSimName(lrValue.mNumber));
+                sPutName(lBytes, lrField.mOffset, makeSimName(lrValue.mNumber));
                 break;
             case ZTESimValue::Sense:  // the key, then the additional code and qualifier
-                putWord(lBytes, lrField.mOffset, lrValue.mNumber >> 16);
-                putWord(lBytes, lrField.mOffset + 4, lrValue.mNumber & 0xFFFF);
+                sPutWord(lBytes, lrField.mOffset, lrValue.mNumber >> 16);
+                sPutWord(lBytes, lrField.mOffset + 4, lrValue.mNumber & 0xFFFF);
                 break;
             case ZTESimValue::Pages:
-                lBytes = makeRscn(lrValue.mBytes);
+                lBytes = sMakeRscn(lrValue.mBytes);
                 break;
             default:
-                putWord(lBytes, lrField.mOffset, lrValue.mNumber);
+                sPutWord(lBytes, lrField.mOffset, lrValue.mNumber);
         }
     }
     return lBytes;
@@ -68,7 +68,7 @@ ZTCSimEvent::ZTCSimEvent(const ZTSSimStatement& acrStatement, uint32_t aBoard, u
     : mBoard(aBoard), mPort(makeSimName(aPort)), mIsRaw(acrStatement.mpKind == nullptr) {
     if (const ZTSSimKind* const lpKind = acrStatement.mpKind) {
         mId = lpKind->mId;
-        setPayload(makePayload(*lpKind, acrStatement, mPort));
+        setPayload(sMakePayload(*lpKind, acrStatement, mPort));
         return;
     }
     mId = {acrStatement.getWord("mask"), acrStatement.getWord("category"),
@@ -87,7 +87,7 @@ ZTCSimEvent::ZTCSimEvent(const ZTSSimRegistration& acrRegistration)
     : mId(acrRegistration.mId), mBoard(acrRegistration.mBoard), mPort(acrRegistration.mPort) {
     const auto lFound = std::ranges::find(getSimKinds(), mId, &ZTSSimKind::mId);
     if (lFound != getSimKinds().end()) {
-        setPayload(makePayload(*lFound, readScenario(lFound->mpName, "").front(), mPort));
+        setPayload(sMakePayload(*lFound, readScenario(lFound->mpName, "").front(), mPort));
     }
 }
 

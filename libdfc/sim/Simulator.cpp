@@ -8,22 +8,22 @@ namespace {
 using Lock = std::unique_lock<std::mutex>;
 
 // The counters have one writer, which saves it the cost of a locked addition.
-void increase(std::atomic<uint64_t>& arCounter, uint64_t aBy = 1) {
+void sIncrease(std::atomic<uint64_t>& arCounter, uint64_t aBy = 1) {
     arCounter.store(arCounter.load(std::memory_order_relaxed) + aBy, std::memory_order_relaxed);
 }
 
-void addCounts(ZTCSimulator::CallerState& arTo, const ZTCSimulator::CallerState& acrFrom) {
-    increase(arTo.mSent, acrFrom.mSent);
-    increase(arTo.mDelivered, acrFrom.mDelivered);
-    increase(arTo.mUnregistered, acrFrom.mUnregistered);
+void sAddCounts(ZTCSimulator::CallerState& arTo, const ZTCSimulator::CallerState& acrFrom) {
+    sIncrease(arTo.mSent, acrFrom.mSent);
+    sIncrease(arTo.mDelivered, acrFrom.mDelivered);
+    sIncrease(arTo.mUnregistered, acrFrom.mUnregistered);
 }
 
 // Whether a status of a registration by category means that it was made.
-bool isSuccess(uint32_t aStatus) {
+bool sIsSuccess(uint32_t aStatus) {
     return aStatus == 0 || (aStatus >= 5 && aStatus <= 7);
 }
 
-std::string textOf(const HBA_wwn& acrName) {
+std::string sTextOf(const HBA_wwn& acrName) {
     char lText[sizeof acrName.wwn * 3];
     char* lpAt = lText;
     for (const uint8_t lByte : acrName.wwn) {
@@ -32,10 +32,10 @@ std::string textOf(const HBA_wwn& acrName) {
     return lText;
 }
 
-std::string lineOf(const ZTSSimRegistration& acrRegistration) {
+std::string sLineOf(const ZTSSimRegistration& acrRegistration) {
     const ZTSSimEventId& lrId = acrRegistration.mId;
     const std::string lWhat = lrId.mMask != 0 ? " mask=" + std::to_string(lrId.mMask)
-                                              : " port=" + textOf(acrRegistration.mPort) +
+                                              : " port=" + sTextOf(acrRegistration.mPort) +
                                                     " category=" + std::to_string(lrId.mCategory) +
                                                     " subcategory=" + std::to_string(lrId.mSubcategory);
     return "registration board=" + std::to_string(acrRegistration.mBoard) + lWhat +
@@ -125,7 +125,7 @@ ZTCSimulator::Outcome ZTCSimulator::add(const Registration& acrRegistration) {
         return {BadArgument, 0};
     }
     const uint32_t lStatus = applyRule(ZTESimVerb::OnRegister, *acrRegistration);
-    if (lIsByMask ? lStatus != 0 : !isSuccess(lStatus)) {
+    if (lIsByMask ? lStatus != 0 : !sIsSuccess(lStatus)) {
         return {lStatus, 0};
     }
     acrRegistration->mHandle = ++mLastHandle;
@@ -221,7 +221,7 @@ std::shared_ptr<ZTCSimulator::CallerState> ZTCSimulator::addCaller() {
 
 void ZTCSimulator::removeCaller(const std::shared_ptr<CallerState>& acrCaller) {
     const Lock lLock(mMutex);
-    addCounts(mPast, *acrCaller);
+    sAddCounts(mPast, *acrCaller);
     std::erase(mCallers, acrCaller);
 }
 
@@ -234,16 +234,16 @@ void ZTCSimulator::countStorms(int aChange) {
 std::string ZTCSimulator::report() {
     const Lock lLock(mMutex);
     CallerState lTotal;
-    addCounts(lTotal, mPast);
+    sAddCounts(lTotal, mPast);
     for (const auto& lrCaller : mCallers) {
-        addCounts(lTotal, *lrCaller);
+        sAddCounts(lTotal, *lrCaller);
     }
     std::string lText = "events sent=" + std::to_string(lTotal.mSent) +
                         " delivered=" + std::to_string(lTotal.mDelivered) +
                         " unregistered=" + std::to_string(lTotal.mUnregistered) +
                         "\nstorms running=" + std::to_string(mStorms) + "\n";
     for (const Registration& lrRegistration : mRegistrations) {
-        lText += lrRegistration->mIsLate ? "" : lineOf(*lrRegistration);
+        lText += lrRegistration->mIsLate ? "" : sLineOf(*lrRegistration);
     }
     return lText;
 }
@@ -296,18 +296,18 @@ void ZTCSimCaller::deliver(const ZTCSimEvent& acrEvent, ZTCSimulator::Route& arR
         arRoute = mrSimulator.findRoute(acrEvent);
     }
     if (arRoute.mTargets.empty()) {
-        increase(mpState->mSent);
-        increase(mpState->mUnregistered);
+        sIncrease(mpState->mSent);
+        sIncrease(mpState->mUnregistered);
     }
     for (const auto& lrTarget : arRoute.mTargets) {
-        increase(mpState->mSent);
+        sIncrease(mpState->mSent);
         // First said, then looked: of this thread and one that ends the registration, one sees the other.
         mpState->mpInside = lrTarget.get();
         if (lrTarget->mIsEnded) {
-            increase(mpState->mUnregistered);
+            sIncrease(mpState->mUnregistered);
         } else {
             acrEvent.callBack(*lrTarget);
-            increase(mpState->mDelivered);
+            sIncrease(mpState->mDelivered);
         }
         mpState->mpInside = nullptr;
         if (lrTarget->mIsEnded) {

@@ -19,7 +19,7 @@ char* spPage = nullptr;
 struct sigaction sEarlier {};
 
 // Holds a thread that touched the page; what is not ours goes to who was here before.
-void onFault(int aSignal, siginfo_t* apInfo, void* apContext) {
+void sOnFault(int aSignal, siginfo_t* apInfo, void* apContext) {
     const auto* const lpAddress = static_cast<const char*>(apInfo->si_addr);
     while (lpAddress >= spPage && lpAddress < spPage + sPageSize) {
         prctl(PR_SET_NAME, "stuck-callback");
@@ -34,7 +34,7 @@ void onFault(int aSignal, siginfo_t* apInfo, void* apContext) {
     }
 }
 
-bool install() {
+bool sInstall() {
     void* const lpPage = mmap(nullptr, sPageSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (lpPage == MAP_FAILED) {
         throw std::system_error(errno, std::generic_category(), "a page that cannot be read");
@@ -42,7 +42,7 @@ bool install() {
     spPage = static_cast<char*>(lpPage);
     struct sigaction lAction {};
     lAction.sa_flags = SA_SIGINFO | SA_ONSTACK;
-    lAction.sa_sigaction = onFault;
+    lAction.sa_sigaction = sOnFault;
     sigaction(SIGSEGV, nullptr, &sEarlier);
     sigaction(SIGSEGV, &lAction, nullptr);
     return true;
@@ -51,7 +51,7 @@ bool install() {
 }  // namespace
 
 void startStuckCallback(const ZTCSimulator::Registration& acrRegistration) {
-    static const bool sIsInstalled = install();
+    static const bool sIsInstalled = sInstall();
     static_cast<void>(sIsInstalled);
     std::thread([acrRegistration] {
         acrRegistration->mpByMask(acrRegistration->mBoard, spPage, sRscnLength);

@@ -21,14 +21,14 @@ constexpr size_t sMaxDatagram = 256 * 1024;
 
 using Arguments = std::vector<std::string>;
 
-int refuseUsage(const std::string& acrText) {
+int sRefuseUsage(const std::string& acrText) {
     std::cerr << "vrx-sim: " << acrText << " (vrx-sim -h shows the usage)\n";
     return sWrongUsage;
 }
 
-int check(const Arguments& acrFiles) {
+int sCheck(const Arguments& acrFiles) {
     if (acrFiles.empty()) {
-        return refuseUsage("check without a FILE");
+        return sRefuseUsage("check without a FILE");
     }
     int lStatus = 0;
     for (const std::string& lrFile : acrFiles) {
@@ -96,19 +96,19 @@ class Client {
     bool mIsConnected = false;
 };
 
-int sendLines(const Arguments& acrArguments) {
+int sSendLines(const Arguments& acrArguments) {
     const char* const lpDefault = getenv("ZT_LIBDFC_SIM_CONTROL");
     std::string lPath = lpDefault != nullptr ? lpDefault : "";
     auto lLine = acrArguments.begin();
     if (lLine != acrArguments.end() && *lLine == "-s") {
         if (++lLine == acrArguments.end()) {
-            return refuseUsage("-s without a SOCKET");
+            return sRefuseUsage("-s without a SOCKET");
         }
         lPath = *lLine++;
     }
     if (lPath.empty() || lPath.size() >= sizeof(sockaddr_un::sun_path)) {
-        return refuseUsage(lPath.empty() ? "no SOCKET: neither -s nor ZT_LIBDFC_SIM_CONTROL"
-                                         : "the SOCKET's path is too long");
+        return sRefuseUsage(lPath.empty() ? "no SOCKET: neither -s nor ZT_LIBDFC_SIM_CONTROL"
+                                          : "the SOCKET's path is too long");
     }
     const Client lClient(lPath);
     int lStatus = 0;
@@ -132,44 +132,44 @@ int sendLines(const Arguments& acrArguments) {
     return lStatus;
 }
 
-const char* formOf(const ZTSSimKey& acrKey) {
+const char* sFormOf(const ZTSSimKey& acrKey) {
     const char* const lpAlone = acrKey.mValue == ZTESimValue::Flag ? "" : ", or with =";
     return acrKey.mForm == ZTESimForm::Pair   ? "="
            : acrKey.mForm == ZTESimForm::Word ? "=, or without it"
                                               : lpAlone;
 }
 
-void showKeys(std::span<const ZTSSimKey> aKeys) {
+void sShowKeys(std::span<const ZTSSimKey> aKeys) {
     for (const ZTSSimKey& lrKey : aKeys) {
-        std::cout << "      " << lrKey.mpName << formOf(lrKey) << "  "
+        std::cout << "      " << lrKey.mpName << sFormOf(lrKey) << "  "
                   << (lrKey.mValue == ZTESimValue::Kind ? "one of the kinds below" : describeSimValue(lrKey))
                   << (lrKey.mIsRequired ? "; required\n" : "\n");
     }
 }
 
 template <class Row>
-void showRow(const Row& acrRow, std::span<const ZTSSimKey> aKeys) {
+void sShowRow(const Row& acrRow, std::span<const ZTSSimKey> aKeys) {
     std::cout << "  " << acrRow.mpName << ": " << acrRow.mpHelp << "\n      example: " << acrRow.mpExample
               << "\n";
-    showKeys(aKeys);
+    sShowKeys(aKeys);
 }
 
-int showLanguage(const Arguments& acrArguments) {
+int sShowLanguage(const Arguments& acrArguments) {
     if (!acrArguments.empty()) {
-        return refuseUsage("language takes nothing");
+        return sRefuseUsage("language takes nothing");
     }
     std::cout << "A line is a verb, then key=value pairs and bare words; # begins a comment.\n\nverbs\n";
     for (const ZTSSimVerb& lrVerb : getSimVerbs()) {
-        showRow(lrVerb, lrVerb.mKeys);
+        sShowRow(lrVerb, lrVerb.mKeys);
     }
     std::cout << "\nkinds of events\n";
     for (const ZTSSimKind& lrKind : getSimKinds()) {
-        showRow(lrKind, lrKind.mFields);
+        sShowRow(lrKind, lrKind.mFields);
     }
     return 0;
 }
 
-int showUsage(const Arguments& /*acrArguments*/) {
+int sShowUsage(const Arguments& /*acrArguments*/) {
     std::cout
         << "vrx-sim check FILE...               checks scenarios\n"
            "vrx-sim send [-s SOCKET] [LINE...]  has a running library play each line, else those of the\n"
@@ -185,7 +185,7 @@ struct CommandRow {
     int (*mRun)(const Arguments&);
 };
 constexpr CommandRow sCommands[] = {
-    {"check", check}, {"send", sendLines}, {"language", showLanguage}, {"-h", showUsage}};
+    {"check", sCheck}, {"send", sSendLines}, {"language", sShowLanguage}, {"-h", sShowUsage}};
 
 }  // namespace
 
@@ -196,5 +196,5 @@ int main(int argc, char** argv) {
             return lrCommand.mRun(lArguments);
         }
     }
-    return refuseUsage(argc > 1 ? std::string("unknown command '") + argv[1] + "'" : "no command");
+    return sRefuseUsage(argc > 1 ? std::string("unknown command '") + argv[1] + "'" : "no command");
 }

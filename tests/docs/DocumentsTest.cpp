@@ -115,7 +115,7 @@ TEST(Documents, EveryLineOfTheLibraryForTheKernelIsExplained) {
     }
     std::set<std::string> lCode;
     for (const Texts& lrCall :
-         matchesIn(sourceOf("libdfc/fchost/Session.cpp"), "(?:note|lTell|snprintf)\\(([^;]*);")) {
+         matchesIn(sourceOf("libdfc/fchost/Report.cpp"), "(?:note|lTell|snprintf)\\(([^;]*);")) {
         for (const Texts& lrText : matchesIn(lrCall[0], "((?:\"(?:[^\"\\\\]|\\\\.)*\"\\s*)+)")) {
             lCode.insert(joined(lrText[0]));
         }
@@ -156,18 +156,17 @@ TEST(Documents, TheProtocolsConversationIsTheAgents) {
     const std::pair<const char*, std::uint64_t> lTimes[] = {{"first", lrRecord.mFirst},
                                                             {"last", lrRecord.mLast}};
     for (const auto& [lpName, lTime] : lTimes) {
-        lSaid +=
-            std::string(lpName) + ": seconds " + std::to_string(lTime / 1000000000) + ",nanoseconds: (.*Z)";
+        const auto lSeconds = static_cast<time_t>(lTime / 1000000000);
+        char lSecond[32];
+        strftime(lSecond, sizeof lSecond, "%Y-%m-%dT%H:%M:%S", gmtime(&lSeconds));
+        const std::string lFraction = std::to_string(1000000000 + lTime % 1000000000).substr(1);
+        lSaid += std::string(lpName) + ": seconds " + std::to_string(lSeconds) + ",nanoseconds: " + lSecond +
+                 "." + lFraction + "Z";
     }
     lSaid +=
         "category 1subcategory 1: plogi.*" + std::to_string(lrRecord.mData.size()) + " bytes of event data";
     const auto lMatches = matchesIn(lResponses.mText, lSaid);
     ASSERT_EQ(lMatches.size(), 1U) << lSaid << "\nis not in\n" << lResponses.mText;
-    for (const std::size_t lAt : {0U, 1U}) {
-        ZTCDateTime lTime;
-        lTime.__set(lMatches[0][lAt].c_str());
-        EXPECT_EQ(lTime.getSeconds() * 1000000000 + lTime.getNanoseconds(), lTimes[lAt].second);
-    }
 
     ZTSTestStand lStand({}, "adapters count=1\n");
     for (const std::size_t lAt : {0U, 1U, 2U, 3U}) {

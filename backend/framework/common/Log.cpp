@@ -57,11 +57,15 @@ void sAfterForkInParent() ZT_NO_THREAD_SAFETY_ANALYSIS {
     sSharedLock.unlock();
 }
 
-// What was logged before the file is known is the business of the process that goes on, which is the child.
-// What comes later is written by the parent.
+// What was logged before the file is known is the business of the process that goes on, which is the child:
+// it has the child's number in the log, so it gets its thread's too. What comes later is written by the
+// parent.
 void sAfterForkInChild() ZT_NO_THREAD_SAFETY_ANALYSIS {
     sRings.keepOnly(tState.mpRing, !sIsOpened.load());
     tState.mThread = static_cast<std::uint32_t>(gettid());
+    if (tState.mpRing != nullptr) {
+        tState.mpRing->setThread(tState.mThread);
+    }
     sWriter.afterForkInChild();
     sSharedLock.unlock();
 }

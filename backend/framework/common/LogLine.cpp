@@ -14,7 +14,7 @@ namespace {
 constexpr char sCut[] = "[cut]";
 
 // Whether one of eight characters is a control character: below 0x20, or 0x7f. May be wrong towards true.
-bool mayHaveControl(std::uint64_t aEight) {
+bool sMayHaveControl(std::uint64_t aEight) {
     constexpr std::uint64_t lOnes = 0x0101010101010101;
     constexpr std::uint64_t lHighs = 0x8080808080808080;
     const std::uint64_t lBelow = (aEight - lOnes * 0x20) & ~aEight;
@@ -22,7 +22,7 @@ bool mayHaveControl(std::uint64_t aEight) {
     return ((lBelow | ((lDelete - lOnes) & ~lDelete)) & lHighs) != 0;
 }
 
-bool isControl(char aCharacter) {
+bool sIsControl(char aCharacter) {
     const auto lCode = static_cast<unsigned char>(aCharacter);
     return lCode < 0x20 || lCode == 0x7f;
 }
@@ -52,7 +52,7 @@ class Text {
         while (lpEnd - apText >= 8 && mpLimit - mpAt >= 8) {
             std::uint64_t lEight;
             memcpy(&lEight, apText, sizeof lEight);
-            if (mayHaveControl(lEight)) {
+            if (sMayHaveControl(lEight)) {
                 break;
             }
             memcpy(mpAt, &lEight, sizeof lEight);
@@ -94,7 +94,7 @@ class Text {
             return;
         }
         mEndsLine = aCharacter == '\n';
-        if (!isControl(aCharacter)) {
+        if (!sIsControl(aCharacter)) {
             *mpAt++ = aCharacter;
             return;
         }
@@ -128,7 +128,7 @@ class Arguments {
         std::uint32_t lLength;
         memcpy(&lLength, mpAt, sizeof lLength);
         const char* const lpText = reinterpret_cast<const char*>(mpAt + sizeof lLength);
-        mpAt += (sizeof lLength + lLength + 7) & ~std::size_t{7};
+        mpAt += ztlog::sizeOf(ztlog::Text{lpText, lLength});
         arLength = lLength;
         return lpText;
     }
@@ -137,61 +137,9 @@ class Arguments {
     const unsigned char* mpAt;
 };
 
-// A conversion with flags, width or precision: the C library's own work, on a copy with a known length
-// modifier.
-void appendByLibrary(Text& arText, const ztlog::Conversion& acrConversion, const char* apConversion,
-                     Arguments& arArguments) {
-    char lFormat[48];
-    char lResult[512];
-    std::size_t lPrefix = strcspn(apConversion, "hlzjdiuxXocsp");
-    if (lPrefix > sizeof lFormat - 4) {
-        lPrefix = 1;
-    }
-    memcpy(lFormat, apConversion, lPrefix);
-    const bool lIsNumber =
-        acrConversion.mLetter != 's' && acrConversion.mLetter != 'p' && acrConversion.mLetter != 'c';
-    snprintf(lFormat + lPrefix, sizeof lFormat - lPrefix, "%s%c", lIsNumber ? "ll" : "",
-             acrConversion.mLetter);
-    int lLength = 0;
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    if (acrConversion.mLetter == 's') {
-        std::size_t lTextLength = 0;
-        const char* const lpText = arArguments.text(lTextLength);
-        char lText[ztlog::MaxArgumentText + 2];
-        memcpy(lText, lpText, lTextLength);
-        lText[lTextLength] = '\0';
-        lLength = snprintf(lResult, sizeof lResult, lFormat, lText);
-    } else if (acrConversion.mLetter == 'p') {
-        lLength = snprintf(lResult, sizeof lResult, lFormat, reinterpret_cast<void*>(arArguments.number()));
-    } else if (acrConversion.mLetter == 'c') {
-        lLength = snprintf(lResult, sizeof lResult, lFormat, static_cast<int>(arArguments.number()));
-    } else {
-        std::uint64_t lNumber = arArguments.number();
-        if (!acrConversion.mLong) {
-            const bool lSigned = acrConversion.mLetter == 'd' || acrConversion.mLetter == 'i';
-            lNumber = lSigned ? static_cast<std::uint64_t>(static_cast<std::int32_t>(lNumber))
-                              : static_cast<std::uint32_t>(lNumber);
-        }
-        lLength = snprintf(lResult, sizeof lResult, lFormat, static_cast<unsigned long long>(lNumber));
-    }
-#pragma GCC diagnostic pop
-    if (lLength >= static_cast<int>(sizeof lResult)) {
-        lLength = static_cast<int>(sizeof lResult) - 1;
-        arText.markCut();
-    }
-    arText.append(lResult, lLength > 0 ? static_cast<std::size_t>(lLength) : 0);
-}
-
-void appendConversion(Text& arText, const ztlog::Conversion& acrConversion, const char* apConversion,
-                      Arguments& arArguments) {
-    if (!acrConversion.mPlain) {
-        appendByLibrary(arText, acrConversion, apConversion, arArguments);
-        return;
-    }
-    const int lBase = acrConversion.mLetter == 'x' ? 16 : 10;
-    switch (acrConversion.mLetter) {
-        case 's': {
+void sAppend(Text& arText, ztlog::Conversion aConversion, Arguments& arArguments) {
+    switch (aConversion) {
+        case ztlog::Conversion::Text: {
             std::size_t lLength = 0;
             const char* const lpText = arArguments.text(lLength);
             if (lLength > ztlog::MaxArgumentText) {
@@ -199,37 +147,37 @@ void appendConversion(Text& arText, const ztlog::Conversion& acrConversion, cons
                 arText.markCut();
             }
             arText.append(lpText, lLength);
-            return;
+            break;
         }
-        case 'd':
-        case 'i':
-            if (acrConversion.mLong) {
-                arText.appendNumber(static_cast<std::int64_t>(arArguments.number()));
+        case ztlog::Conversion::Int:
+            arText.appendNumber(static_cast<std::int32_t>(arArguments.number()));
+            break;
+        case ztlog::Conversion::Unsigned:
+            arText.appendNumber(static_cast<std::uint32_t>(arArguments.number()));
+            break;
+        case ztlog::Conversion::UnsignedLong:
+            arText.appendNumber(arArguments.number());
+            break;
+        case ztlog::Conversion::Address:
+            if (const std::uint64_t lAddress = arArguments.number(); lAddress != 0) {
+                arText.append("0x", 2);
+                arText.appendNumber(lAddress, 16);
             } else {
-                arText.appendNumber(static_cast<std::int32_t>(arArguments.number()));
+                arText.append("(nil)", 5);
             }
-            return;
-        case 'u':
-        case 'x':
-            if (acrConversion.mLong) {
-                arText.appendNumber(arArguments.number(), lBase);
-            } else {
-                arText.appendNumber(static_cast<std::uint32_t>(arArguments.number()), lBase);
-            }
-            return;
-        default:
-            appendByLibrary(arText, acrConversion, apConversion, arArguments);
-            return;
+            break;
+        case ztlog::Conversion::None:
+            break;
     }
 }
 
-bool isSamePlace(const ztlog::Site& acrOne, const ztlog::Site& acrOther) {
+bool sIsSamePlace(const ztlog::Site& acrOne, const ztlog::Site& acrOther) {
     return acrOne.mpFormat == acrOther.mpFormat && acrOne.mLine == acrOther.mLine &&
            acrOne.mpFunction == acrOther.mpFunction && acrOne.mpFile == acrOther.mpFile &&
            acrOne.mpTag == acrOther.mpTag;
 }
 
-void putTwoDigits(char* apOut, unsigned int aValue) {
+void sPutTwoDigits(char* apOut, unsigned int aValue) {
     apOut[0] = static_cast<char>('0' + aValue / 10);
     apOut[1] = static_cast<char>('0' + aValue % 10);
 }
@@ -248,9 +196,7 @@ char* ZTCLogLine::format(const ZTCLogRecord& acrRecord, char* apOut) {
         const Piece& lrPiece = lrPlace.mPieces[lAt];
         lText.appendLiteral(lpLiteral, lrPiece.mLength);
         lpLiteral += lrPiece.mLength;
-        if (lrPiece.mpConversion != nullptr) {
-            appendConversion(lText, lrPiece.mConversion, lrPiece.mpConversion, lArguments);
-        }
+        sAppend(lText, lrPiece.mConversion, lArguments);
     }
     char* const lpEnd = lText.finish();
     *lpEnd = '\n';
@@ -270,9 +216,9 @@ char* ZTCLogLine::appendTime(std::uint64_t aStamp, char* apOut) {
             strftime(mTimeText, sizeof mTimeText, "%Y-%m-%dT%H:%M:%S.000000Z ", &lParts);
         }
         const auto lFraction = static_cast<unsigned int>(lMicrosecond % 1000000);
-        putTwoDigits(mTimeText + lSecondLength, lFraction / 10000);
-        putTwoDigits(mTimeText + lSecondLength + 2, lFraction / 100 % 100);
-        putTwoDigits(mTimeText + lSecondLength + 4, lFraction % 100);
+        sPutTwoDigits(mTimeText + lSecondLength, lFraction / 10000);
+        sPutTwoDigits(mTimeText + lSecondLength + 2, lFraction / 100 % 100);
+        sPutTwoDigits(mTimeText + lSecondLength + 4, lFraction % 100);
         mMicrosecond = lMicrosecond;
     }
     memcpy(apOut, mTimeText, sizeof mTimeText);
@@ -292,7 +238,7 @@ char* ZTCLogLine::appendThread(std::uint32_t aThread, char* apOut) {
 const ZTCLogLine::Place& ZTCLogLine::placeOf(const ztlog::Site& acrSite) {
     const auto lKey = reinterpret_cast<std::uintptr_t>(acrSite.mpFormat) + acrSite.mLine * std::size_t{7};
     Place& lrPlace = mPlaces[lKey % std::size(mPlaces)];
-    if (!isSamePlace(lrPlace.mSite, acrSite)) {
+    if (!sIsSamePlace(lrPlace.mSite, acrSite)) {
         fill(lrPlace, acrSite);
     }
     return lrPlace;
@@ -314,18 +260,14 @@ void ZTCLogLine::fill(Place& arPlace, const ztlog::Site& acrSite) {
         if (*lpConversion == '\0') {
             // The format's own line end is dropped; it has no other control characters.
             lpText -= lpText != lpPiece && lpText[-1] == '\n' ? 1 : 0;
-            arPlace.mPieces[arPlace.mPieceCount++] = {
-                static_cast<std::size_t>(lpText - lpPiece), nullptr, {}};
+            arPlace.mPieces[arPlace.mPieceCount++] = {static_cast<std::size_t>(lpText - lpPiece),
+                                                      ztlog::Conversion::None};
             break;
         }
-        const ztlog::Conversion lConversion = ztlog::parseConversion(lpConversion);
-        lpFormat = lpConversion + lConversion.mLength;
-        if (lConversion.mLetter == '%') {
-            *lpText++ = '%';
-            continue;
-        }
-        arPlace.mPieces[arPlace.mPieceCount++] = {static_cast<std::size_t>(lpText - lpPiece), lpConversion,
-                                                  lConversion};
+        const ztlog::ConversionFacts& lrFacts = *ztlog::findConversion(lpConversion);
+        lpFormat = lpConversion + lrFacts.mText.size();
+        arPlace.mPieces[arPlace.mPieceCount++] = {static_cast<std::size_t>(lpText - lpPiece),
+                                                  lrFacts.mConversion};
         lpPiece = lpText;
     }
 }

@@ -37,6 +37,14 @@ const ZTCLogRecord* ZTCLogRing::at(std::uint64_t& arPosition) const {
     return std::launder(reinterpret_cast<const ZTCLogRecord*>(mBytes + arPosition % Capacity));
 }
 
+void ZTCLogRing::setThread(std::uint32_t aThread) {
+    for (std::uint64_t lAt = tail(); lAt != head();) {
+        auto& lrRecord = const_cast<ZTCLogRecord&>(*at(lAt));
+        lrRecord.mThread = aThread;
+        lAt += lrRecord.mSize;
+    }
+}
+
 void ZTCLogRing::clear() {
     mHead.store(head(), std::memory_order_relaxed);
     setTail(head());

@@ -2,7 +2,7 @@
 
 namespace {
 
-ZTCString textOf(unsigned int aMajor, unsigned int aMinor, unsigned int aRelease, unsigned int aBuild) {
+ZTCString sTextOf(unsigned int aMajor, unsigned int aMinor, unsigned int aRelease, unsigned int aBuild) {
     char lText[4 * sizeof "4294967295."];
     ClibSprintf(lText, "%u.%u.%u.%u", aMajor, aMinor, aRelease, aBuild);
     return ZTCString(lText);
@@ -11,4 +11,4 @@ ZTCString textOf(unsigned int aMajor, unsigned int aMinor, unsigned int aRelease
 }  // namespace
 
 ZTCVersion::ZTCVersion(unsigned int aMajor, unsigned int aMinor, unsigned int aRelease, unsigned int aBuild)
-    : mText(textOf(aMajor, aMinor, aRelease, aBuild)) {}
+    : mText(sTextOf(aMajor, aMinor, aRelease, aBuild)) {}

@@ -22,7 +22,7 @@ constinit std::atomic<ZT_generic_callback> sGeneric{nullptr};
 
 // Lets a thread of the library in and has the work done, unless the gate is shut.
 template <class Work>
-void letIn(const Work& acrWork) {
+void sLetIn(const Work& acrWork) {
     const ZTCCallbackGate::Passage lPassage(LibdfcGate());
     if (!lPassage.isIn()) {
         return;
@@ -38,7 +38,7 @@ void letIn(const Work& acrWork) {
     ZTCScopeAgentLosses::count(ZTSAL_NoMemory);
 }
 
-bool isWhole(const ZT_event* apEvent) {
+bool sIsWhole(const ZT_event* apEvent) {
     if (apEvent == nullptr) {
         return false;
     }
@@ -87,14 +87,14 @@ class RscnPayload {
     std::unique_ptr<unsigned char[]> mCopy;
 };
 
-bool isRscn(unsigned int aCategory, unsigned int aSubcategory) {
+bool sIsRscn(unsigned int aCategory, unsigned int aSubcategory) {
     return (aCategory & 0xff) == ZTRscnCategory && (aSubcategory & 0xff) == ZTRscnSubcategory;
 }
 
-void genericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategory, std::uint32_t aSubcategory,
-                     void* apContext, const ZT_event* apEvent) {
-    letIn([&] {
-        if (!isWhole(apEvent)) {
+void sGenericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategory,
+                      std::uint32_t aSubcategory, void* apContext, const ZT_event* apEvent) {
+    sLetIn([&] {
+        if (!sIsWhole(apEvent)) {
             Log(ZTLL_Warning, sFile,
                 "Event (%u, %u) of board %u is dropped: its record of %u bytes claims a payload that cannot be",
                 aCategory, aSubcategory, aBoard, apEvent == nullptr ? 0 : apEvent->total_length);
@@ -102,7 +102,7 @@ void genericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategor
             return;
         }
         const ZT_generic_callback lpCallback = sGeneric.load();
-        if (!isRscn(aCategory, aSubcategory) || apEvent->descriptor == nullptr) {
+        if (!sIsRscn(aCategory, aSubcategory) || apEvent->descriptor == nullptr) {
             lpCallback(aBoard, aPort, aCategory, aSubcategory, apContext, apEvent);
             return;
         }
@@ -114,7 +114,7 @@ void genericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategor
     });
 }
 
-void passLink(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData, unsigned int aLength) {
+void sPassLink(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData, unsigned int aLength) {
     static constexpr unsigned char sNoContext[ZT_DFC_LINK_CONTEXT]{};
     if (apData == nullptr || aLength < ZT_DFC_LINK_CONTEXT) {
         Log(ZTLL_Warning, sFile, "A link event of board %u comes with %u bytes of %u: its port is not known",
@@ -125,13 +125,13 @@ void passLink(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apDat
     apCallback(aBoard, apData, aLength);
 }
 
-void passRscn(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData, unsigned int aLength) {
+void sPassRscn(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData, unsigned int aLength) {
     const RscnPayload lPayload(aBoard, apData, aLength);
     apCallback(aBoard, lPayload.getBytes(), lPayload.getLength());
 }
 
-void passTemperature(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData,
-                     unsigned int aLength) {
+void sPassTemperature(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData,
+                      unsigned int aLength) {
     apCallback(aBoard, apData, aLength);  // its bytes are not read
 }
 
@@ -144,15 +144,15 @@ struct DfcRow {
 };
 
 template <unsigned int Row>
-void dfcCallback(std::uint32_t aBoard, const void* apData, std::uint32_t aLength);
+void sDfcCallback(std::uint32_t aBoard, const void* apData, std::uint32_t aLength);
 
-constinit DfcRow sDfcRows[] = {{ZT_DFC_LINK, passLink, dfcCallback<0>},
-                               {ZT_DFC_RSCN, passRscn, dfcCallback<1>},
-                               {ZT_DFC_TEMPERATURE, passTemperature, dfcCallback<2>}};
+constinit DfcRow sDfcRows[] = {{ZT_DFC_LINK, sPassLink, sDfcCallback<0>},
+                               {ZT_DFC_RSCN, sPassRscn, sDfcCallback<1>},
+                               {ZT_DFC_TEMPERATURE, sPassTemperature, sDfcCallback<2>}};
 
 template <unsigned int Row>
-void dfcCallback(std::uint32_t aBoard, const void* apData, std::uint32_t aLength) {
-    letIn([&] { sDfcRows[Row].mpPass(sDfcRows[Row].mCallback.load(), aBoard, apData, aLength); });
+void sDfcCallback(std::uint32_t aBoard, const void* apData, std::uint32_t aLength) {
+    sLetIn([&] { sDfcRows[Row].mpPass(sDfcRows[Row].mCallback.load(), aBoard, apData, aLength); });
 }
 
 }  // namespace
@@ -164,7 +164,7 @@ ZTCCallbackGate& LibdfcGate() {
 
 ZT_generic_callback LibdfcWrap(ZT_generic_callback apCallback) {
     sGeneric.store(apCallback);
-    return genericCallback;
+    return sGenericCallback;
 }
 
 ZT_dfc_callback LibdfcWrap(unsigned int aMask, ZT_dfc_callback apCallback) {

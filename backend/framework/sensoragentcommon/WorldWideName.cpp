@@ -8,7 +8,7 @@ namespace {
 
 constexpr unsigned int sNotHex = 16;
 
-unsigned int hexValueOf(char aDigit) {
+unsigned int sHexValueOf(char aDigit) {
     if (aDigit >= '0' && aDigit <= '9') {
         return static_cast<unsigned int>(aDigit - '0');
     }
@@ -17,13 +17,13 @@ unsigned int hexValueOf(char aDigit) {
 }
 
 // Reads the digits that one of the two forms consists of. The separator is ':' or, for none, NUL.
-bool parse(const char* apText, char aSeparator, unsigned char* apBinary) {
+bool sParse(const char* apText, char aSeparator, unsigned char* apBinary) {
     for (unsigned int lAt = 0; lAt < ZTCWorldWideName::Size; ++lAt) {
         if (lAt != 0 && aSeparator != '\0' && *apText++ != aSeparator) {
             return false;
         }
-        const unsigned int lHigh = hexValueOf(apText[0]);
-        const unsigned int lLow = lHigh != sNotHex ? hexValueOf(apText[1]) : sNotHex;
+        const unsigned int lHigh = sHexValueOf(apText[0]);
+        const unsigned int lLow = lHigh != sNotHex ? sHexValueOf(apText[1]) : sNotHex;
         if (lLow == sNotHex) {
             return false;
         }
@@ -34,7 +34,7 @@ bool parse(const char* apText, char aSeparator, unsigned char* apBinary) {
 }
 
 // One lock for all names: a name is printed once in its life.
-ZTCMutex& printLock() {
+ZTCMutex& sPrintLock() {
     static ZTCImmortal<ZTCMutex> sLock;
     return sLock.get();
 }
@@ -51,7 +51,7 @@ ZTCWorldWideName::Text::Text(const unsigned char* apBinary) {
 const ZTCString& ZTCWorldWideName::getStringForm() const {
     if (!mIsPrinted.load(std::memory_order_acquire)) {
         const Text lText(mBinaryForm);
-        const ZTCScopedLock lLock(printLock());
+        const ZTCScopedLock lLock(sPrintLock());
         if (!mIsPrinted.load(std::memory_order_relaxed)) {
             mStringForm.emplace(mIsSet ? lText.get() : "");
             mIsPrinted.store(true, std::memory_order_release);
@@ -70,7 +70,7 @@ void ZTCWorldWideName::_init(const ZTCString& acrString) {
     const char* const lpText = acrString.get();
     const bool lHasPrefix = lpText[0] == '0' && (lpText[1] == 'x' || lpText[1] == 'X');
     unsigned char lBinary[Size];
-    if (!parse(lHasPrefix ? lpText + 2 : lpText, '\0', lBinary) && !parse(lpText, ':', lBinary)) {
+    if (!sParse(lHasPrefix ? lpText + 2 : lpText, '\0', lBinary) && !sParse(lpText, ':', lBinary)) {
         throw ZTCInvalidEx("Not a world wide name of the form 20:00:00:25:b5:01:00:0a");
     }
     _init(lBinary);

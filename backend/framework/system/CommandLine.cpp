@@ -24,13 +24,13 @@ constexpr unsigned int sMaxLogLimit = 1024 * 1024;  // MiB: a terabyte
 
 using Setting = ZTCPointer<ZTCMultiType>;
 
-Setting flagOf(const char* /*apValue*/) {
+Setting sFlagOf(const char* /*apValue*/) {
     return makePointer<ZTCMultiType>(true);
 }
 
 // An empty pointer from here on means: the value is not valid.
 
-Setting booleanOf(const char* apValue) {
+Setting sBooleanOf(const char* apValue) {
     const bool lTrue = ClibStrcmp(apValue, "true") == 0;
     if (!lTrue && ClibStrcmp(apValue, "false") != 0) {
         return {};
@@ -48,21 +48,21 @@ std::optional<unsigned int> sRead(const char* apValue, unsigned int aLeast, unsi
     return lNumber;
 }
 
-Setting numberOf(const char* apValue, unsigned int aLeast, unsigned int aMost) {
+Setting sNumberOf(const char* apValue, unsigned int aLeast, unsigned int aMost) {
     const std::optional<unsigned int> lNumber = sRead(apValue, aLeast, aMost);
     return lNumber ? makePointer<ZTCMultiType>(*lNumber) : Setting();
 }
 
-Setting logCodeOf(const char* apValue) {
-    return numberOf(apValue, 0, sMaxLogCode);
+Setting sLogCodeOf(const char* apValue) {
+    return sNumberOf(apValue, 0, sMaxLogCode);
 }
 
-Setting hbTimeoutOf(const char* apValue) {
-    return numberOf(apValue, 1, sMaxHbTimeout);
+Setting sHbTimeoutOf(const char* apValue) {
+    return sNumberOf(apValue, 1, sMaxHbTimeout);
 }
 
 // Made absolute, because a daemon leaves the directory that it was started in.
-Setting pathOf(const char* apValue) {
+Setting sPathOf(const char* apValue) {
     char lPath[PATH_MAX]{};
     if (apValue[0] != '/' && getcwd(lPath, sizeof lPath) == nullptr) {
         return {};
@@ -82,18 +82,18 @@ struct OptionRow {
 };
 
 constexpr OptionRow sOptionRows[] = {
-    {'h', nullptr, flagOf},
-    {'v', nullptr, flagOf},
-    {'s', nullptr, flagOf},
-    {'D', "true or false", booleanOf},
-    {'l', "a file name", pathOf},
-    {'d', "a number from 0 to 255", logCodeOf},
-    {'c', "a file name", pathOf},
-    {'S', nullptr, flagOf},
-    {'b', "a number of seconds from 1 to 86400", hbTimeoutOf},
+    {'h', nullptr, sFlagOf},
+    {'v', nullptr, sFlagOf},
+    {'s', nullptr, sFlagOf},
+    {'D', "true or false", sBooleanOf},
+    {'l', "a file name", sPathOf},
+    {'d', "a number from 0 to 255", sLogCodeOf},
+    {'c', "a file name", sPathOf},
+    {'S', nullptr, sFlagOf},
+    {'b', "a number of seconds from 1 to 86400", sHbTimeoutOf},
 };
 
-const OptionRow* rowOf(int aLetter) {
+const OptionRow* sRowOf(int aLetter) {
     for (const OptionRow& lrRow : sOptionRows) {
         if (lrRow.mLetter == aLetter) {
             return &lrRow;
@@ -127,7 +127,7 @@ void ZTCSystem::processCommandLine(int argc, char** argv) {
     opterr = 0;
     for (int lLetter = 0; (lLetter = getopt(argc, argv, lOptions.c_str())) != -1;) {
         if (lLetter == ':') {
-            const OptionRow* const lpRow = rowOf(optopt);
+            const OptionRow* const lpRow = sRowOf(optopt);
             snprintf(lText, sizeof lText, "option -%c needs a value: %s", optopt,
                      lpRow != nullptr && lpRow->mpValidValue != nullptr ? lpRow->mpValidValue : "any");
             exitOnBadOption(lText);
@@ -146,7 +146,7 @@ void ZTCSystem::processCommandLine(int argc, char** argv) {
 }
 
 void ZTCSystem::takeOption(char aLetter, const char* apValue) {
-    const OptionRow* const lpRow = rowOf(aLetter);
+    const OptionRow* const lpRow = sRowOf(aLetter);
     if (lpRow == nullptr) {
         return;  // the system's own
     }

@@ -7,7 +7,7 @@ namespace {
 constexpr char sFile[] = "ThreadComponent";
 constexpr std::size_t sMaxThreadName = 15;  // the kernel's own limit
 
-std::vector<unsigned int> copyOfIds(const unsigned int* apIds, unsigned int aCount) {
+std::vector<unsigned int> sCopyOfIds(const unsigned int* apIds, unsigned int aCount) {
     return orNoMemory([&] { return std::vector<unsigned int>(apIds, apIds + aCount); });
 }
 
@@ -87,7 +87,7 @@ ZTCConditionWaitThreadComponent::ZTCConditionWaitThreadComponent(Procedure aProc
                                                                  const unsigned int* apConditionalIds,
                                                                  unsigned int aCount)
     : ZTCThreadComponent(aProcedure, acrName, apSystem),
-      mConditionalIds(copyOfIds(apConditionalIds, aCount)) {}
+      mConditionalIds(sCopyOfIds(apConditionalIds, aCount)) {}
 
 void ZTCConditionWaitThreadComponent::finish() {
     ZTCThreadComponent::finish();

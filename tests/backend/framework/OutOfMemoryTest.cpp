@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "BufferManager.h"
-#include "DateTime.h"
 #include "EncodableStream.h"
 #include "FailingAllocator.h"
 #include "IdTable.h"
@@ -80,17 +79,6 @@ void useStreams() {
     ZTCBufferExpOutStream lOut(0);
     lOut << 1U;
     change([&] { lOut << ZTCString(sLong); }, [&] { return lOut.getBuffer()->getLength() == 4; });
-    ZTCDateTime lTime;
-    lTime.__set(".");
-    lTime.encode(lOut);
-
-    ZTCBufferStream lStream(lOut.getBuffer());
-    ZTCEncodableInStream lIn(lStream);
-    unsigned int lNumber = 0;
-    ZTCString lText("");
-    change([&] { lIn >> lNumber >> lText; }, [&] { return *lText.get() == '\0'; });
-    lTime.decode(lIn);
-    require(lNumber == 1 && lText == sLong, "not what was written");
 }
 
 void useTables() {

@@ -29,8 +29,7 @@ TEST(FcMessage, WholeAndCutShortAtEachByte) {
                                                          {std::string(2048, '\x11'), "11111111"}};
     std::string lBytes;
     std::ostringstream lExpected;
-    for (const unsigned int lCode : {1U, 2U, 3U, 4U, 5U, 0x103U, 0x200U, 0x201U, 0x202U, 0x204U, 0x500U,
-                                     0x501U, 0x502U, 0xffffU, 0U, ~0U}) {
+    for (const unsigned int lCode : {0U, 5U, 0x103U, ~0U}) {
         for (const auto& [lrData, lpData] : sData) {
             lBytes += fcMessage(0xfffe, 0xfffffffd, lCode, lrData);
             lExpected << "fffe fffffffd " << std::hex << lCode << " " << lpData << ", ";

@@ -4,7 +4,6 @@
 #include <cstdint>
 
 class ZTCEncodableOutStream;
-class ZTCEncodableInStream;
 
 class ZTCDateTime {
   public:
@@ -17,20 +16,13 @@ class ZTCDateTime {
         : mSeconds(aNanoseconds / NanosecondsPerSecond),
           mNanoseconds(static_cast<std::uint32_t>(aNanoseconds % NanosecondsPerSecond)) {}
 
-    /// "." is now; else UTC as "2026-11-21T02:46:01Z", with up to nine digits of fraction behind the seconds
-    /// if wanted. Other text is ZTCInvalidEx, the value unchanged.
+    /// "." is now. Other text is ZTCInvalidEx, the value unchanged.
     void __set(const char* apText);
-
-    /// Seconds since 1970-01-01T00:00:00Z, and the nanoseconds on top.
-    std::uint64_t getSeconds() const { return mSeconds; }
-    std::uint32_t getNanoseconds() const { return mNanoseconds; }
 
     /// Seconds as two 32-bit words, high first, then nanoseconds: 12 bytes.
     void encode(ZTCEncodableOutStream& arStream) const;
     /// The same into 12 bytes of room; returns the address behind them.
     unsigned char* encode(unsigned char* apTo) const;
-    /// Throws ZTCInvalidEx, the value unchanged, when there are fewer bytes or 10^9 nanoseconds or more.
-    void decode(ZTCEncodableInStream& arStream);
 
   private:
     static constexpr std::uint32_t NanosecondsPerSecond = 1000000000;

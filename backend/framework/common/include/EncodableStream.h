@@ -1,5 +1,5 @@
-// The encoding of values on the pipes, in both directions (docs/protocol.md): integers big-endian in their
-// own width, text as a 32-bit length and its bytes. Used by one thread.
+// The encoding of values on the pipes (docs/protocol.md): integers big-endian in their own width, text as a
+// 32-bit length and its bytes. Commands have no text, so none is read. Used by one thread.
 #pragma once
 
 #include "BigEndian.h"
@@ -45,17 +45,14 @@ class ZTCBufferExpOutStream : public ZTCEncodableOutStream {
         : ZTCEncodableOutStream(makePointer<ZTCBuffer>(aInitialSize)) {}
 };
 
-/// Reads values from a buffer stream. A value that is not whole, or text that holds a NUL, is ZTCInvalidEx;
-/// nothing beyond the buffer's length is read.
+/// Reads values from a buffer stream. A value that is not whole is ZTCInvalidEx; nothing beyond the buffer's
+/// length is read.
 class ZTCEncodableInStream {
   public:
     explicit ZTCEncodableInStream(ZTCBufferStream& arStream) : mrStream(arStream) {}
 
     ZTCEncodableInStream& operator>>(unsigned char& arValue) { return getInteger(arValue); }
-    ZTCEncodableInStream& operator>>(unsigned short& arValue) { return getInteger(arValue); }
     ZTCEncodableInStream& operator>>(unsigned int& arValue) { return getInteger(arValue); }
-    ZTCEncodableInStream& operator>>(int& arValue) { return getInteger(arValue); }
-    ZTCEncodableInStream& operator>>(ZTCString& arValue);
 
     /// The next aCount bytes: one check for a value of many fields. Valid until the buffer changes.
     const unsigned char* take(unsigned int aCount) { return mrStream.take(aCount); }

@@ -2,13 +2,16 @@
 // together with the place of the call. See Log.h.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
+#include <iterator>
+#include <string_view>
 #include <type_traits>
 
 namespace ztlog {
 
 /// What a conversion of a format takes, and what an argument is.
-enum class ArgumentKind : unsigned char { Integer32 = 1, Integer64, Text, Address };
+enum class ArgumentKind : unsigned char { None, Integer32, Integer64, Text, Address };
 
 template <class Argument>
 consteval ArgumentKind kindOf() {
@@ -24,84 +27,83 @@ consteval ArgumentKind kindOf() {
     }
 }
 
-/// One conversion of a printf format: `%`, flags, width, precision, length modifier, letter.
-struct Conversion {
-    size_t mLength;  ///< characters from the `%` to the letter, both included; 0: not a conversion known here
-    char mLetter;
-    bool mLong;   ///< l, ll, z or j: the argument has 64 bits
-    bool mPlain;  ///< no flag, width or precision
+/// A conversion of a format, by how it is written out.
+enum class Conversion : unsigned char { None, Text, Int, Unsigned, UnsignedLong, Address };
+
+struct ConversionFacts {
+    std::string_view mText;
+    Conversion mConversion;
+    ArgumentKind mTakes;
 };
 
-/// Reads the conversion that begins at apText[0], which is a `%`.
-constexpr Conversion parseConversion(const char* apText) {
-    const auto lIsOneOf = [](char aCharacter, const char* apSet) {
-        for (; *apSet != '\0'; ++apSet) {
-            if (*apSet == aCharacter) {
-                return true;
-            }
-        }
-        return false;
-    };
-    size_t lAt = 1;
-    while (lIsOneOf(apText[lAt], "-+ #0123456789.")) {
-        ++lAt;
-    }
-    const bool lPlain = lAt == 1;
-    bool lLong = false;
-    while (lIsOneOf(apText[lAt], "hlzj")) {
-        lLong = lLong || apText[lAt] != 'h';
-        ++lAt;
-    }
-    const char lLetter = apText[lAt];
-    return {lIsOneOf(lLetter, "diuxXocsp%") ? lAt + 1 : 0, lLetter, lLong, lPlain};
-}
+/// All that there are: what records use. One more is a row here, and a case in LogLine.cpp.
+inline constexpr ConversionFacts Conversions[] = {
+    {"%s", Conversion::Text, ArgumentKind::Text},
+    {"%d", Conversion::Int, ArgumentKind::Integer32},
+    {"%u", Conversion::Unsigned, ArgumentKind::Integer32},
+    {"%hu", Conversion::Unsigned, ArgumentKind::Integer32},
+    {"%lu", Conversion::UnsignedLong, ArgumentKind::Integer64},
+    {"%p", Conversion::Address, ArgumentKind::Address},
+};
 
-/// What the conversion takes; not for `%%`.
-constexpr ArgumentKind takenBy(const Conversion& acrConversion) {
-    if (acrConversion.mLetter == 's') {
-        return ArgumentKind::Text;
-    }
-    if (acrConversion.mLetter == 'p') {
-        return ArgumentKind::Address;
-    }
-    return acrConversion.mLong ? ArgumentKind::Integer64 : ArgumentKind::Integer32;
+/// The conversion that the text begins with, null if there is none.
+constexpr const ConversionFacts* findConversion(std::string_view aText) {
+    const auto* const lpFound = std::find_if(
+        std::begin(Conversions), std::end(Conversions),
+        [=](const ConversionFacts& acrConversion) { return aText.starts_with(acrConversion.mText); });
+    return lpFound != std::end(Conversions) ? lpFound : nullptr;
 }
 
 inline constexpr size_t MaxFormat = 512;  ///< characters of a format
 
-/// Whether a format's conversions are those of the arguments, and it has no control characters but, if
-/// wanted, a line end at its end.
+enum class Fault : unsigned char { None, TooLong, ControlCharacter, OtherConversion, OtherArguments };
+
+/// What is wrong with a format for these arguments. A line end at its end is all right.
 template <class... Arguments>
-constexpr bool fits(const char* apFormat) {
+constexpr Fault faultOf(std::string_view aFormat) {
     constexpr size_t lCount = sizeof...(Arguments);
-    constexpr ArgumentKind lKinds[lCount + 1] = {kindOf<Arguments>()..., ArgumentKind::Integer32};
+    constexpr ArgumentKind lKinds[lCount + 1] = {kindOf<Arguments>()..., ArgumentKind::None};
+    if (aFormat.size() > MaxFormat) {
+        return Fault::TooLong;
+    }
     size_t lUsed = 0;
-    for (const char* lpAt = apFormat; *lpAt != '\0'; ++lpAt) {
-        if (static_cast<size_t>(lpAt - apFormat) >= MaxFormat ||
-            (static_cast<unsigned char>(*lpAt) < ' ' && !(*lpAt == '\n' && lpAt[1] == '\0'))) {
-            return false;
+    for (size_t lAt = 0; lAt < aFormat.size(); ++lAt) {
+        if (static_cast<unsigned char>(aFormat[lAt]) < ' ' &&
+            (aFormat[lAt] != '\n' || lAt + 1 != aFormat.size())) {
+            return Fault::ControlCharacter;
         }
-        if (*lpAt != '%') {
+        if (aFormat[lAt] != '%') {
             continue;
         }
-        const Conversion lConversion = parseConversion(lpAt);
-        if (lConversion.mLength == 0) {
-            return false;
+        const ConversionFacts* const lpConversion = findConversion(aFormat.substr(lAt));
+        if (lpConversion == nullptr) {
+            return Fault::OtherConversion;
         }
-        lpAt += lConversion.mLength - 1;
-        if (lConversion.mLetter == '%') {
-            continue;
+        if (lKinds[lUsed] != lpConversion->mTakes) {
+            return Fault::OtherArguments;
         }
-        if (lUsed == lCount || lKinds[lUsed] != takenBy(lConversion)) {
-            return false;
-        }
+        lAt += lpConversion->mText.size() - 1;
         ++lUsed;
     }
-    return lUsed == lCount;
+    return lUsed == lCount ? Fault::None : Fault::OtherArguments;
 }
 
-/// Named in the compiler's message when a format does not fit its arguments.
-inline void formatDoesNotFitItsArguments() {}
+/// Does not compile for a fault: the compiler shows the line with the text.
+template <class... Arguments>
+consteval void insist(std::string_view aFormat) {
+    switch (faultOf<Arguments...>(aFormat)) {
+        case Fault::None:
+            break;
+        case Fault::TooLong:
+            throw "the format of a log record is too long";
+        case Fault::ControlCharacter:
+            throw "the format of a log record is one line";
+        case Fault::OtherConversion:
+            throw "a log record has the conversions %s %d %u %hu %lu %p and no others";
+        case Fault::OtherArguments:
+            throw "the format of a log record does not fit its arguments";
+    }
+}
 
 }  // namespace ztlog
 
@@ -115,9 +117,7 @@ class ZTCLogFormat {
     consteval ZTCLogFormat(const char* apText, unsigned int aLine = __builtin_LINE(),
                            const char* apFunction = __builtin_FUNCTION())
         : mpText(apText), mpFunction(apFunction), mLine(aLine) {
-        if (!ztlog::fits<Arguments...>(apText)) {
-            ztlog::formatDoesNotFitItsArguments();
-        }
+        ztlog::insist<Arguments...>(apText);
     }
 
     const char* mpText = nullptr;

@@ -25,10 +25,9 @@ class ZTCLogLine {
     static constexpr std::size_t MaxPrefix = 192;
     static constexpr std::size_t MaxPieces = ztlog::MaxArguments + 1;
 
-    // Text, and the conversion behind it (none behind the last).
+    // Text, and the conversion behind it; behind the last there is none.
     struct Piece {
         std::size_t mLength;
-        const char* mpConversion;
         ztlog::Conversion mConversion;
     };
     struct Place {

@@ -31,10 +31,6 @@ struct Site {
     unsigned int mLine;
 };
 
-constexpr std::size_t paddedToWord(std::size_t aSize) {
-    return (aSize + 7) & ~std::size_t{7};
-}
-
 /// A text argument, its length taken once.
 struct Text {
     const char* mpText;

@@ -59,6 +59,9 @@ class ZTCLogRing {
     /// Forgets what is pending, also a record half written: after a fork, for threads that are not there.
     void clear();
 
+    /// Makes what is pending the records of this thread: after a fork, of the one that goes on.
+    void setThread(std::uint32_t aThread);
+
     std::atomic<State> mState{State::Free};
     std::uint64_t mSeen = 0;  ///< drainer only: the head at its last look
 

@@ -1,0 +1,30 @@
+// The boards and their names, as the agent asks for them.
+#pragma once
+
+#include <vector>
+
+#include "Lock.h"
+#include "Watcher.h"
+#include "libdfc_provider.h"
+
+/// A name as the interface has it: the number's highest byte first.
+HBA_wwn toFcName(std::uint64_t aName);
+
+/// Any thread. Its lock is never held while a callback is made.
+class ZTCFcBoards {
+  public:
+    /// Takes over what the watcher knows. Throws std::bad_alloc, with nothing changed.
+    void update(const ZTCFcWatcher& acrWatcher);
+
+    std::uint32_t count() const;
+    /// False: there is no such board.
+    bool getNames(std::uint32_t aBoard, HBA_wwn& arNode, HBA_wwn& arPort) const;
+
+  private:
+    struct Names {
+        HBA_wwn mNode;
+        HBA_wwn mPort;
+    };
+    mutable ZTCFcLock mLock;
+    std::vector<Names> mNames ZT_FC_GUARDED_BY(mLock);
+};
