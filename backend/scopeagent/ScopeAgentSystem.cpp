@@ -23,7 +23,6 @@ constexpr char sPidFileName[] = "/vrx-sca.pid";
 constexpr char sStatisticsName[] = "/vrx-sca.stats";
 constexpr unsigned char sCommandPipeMode = 2;
 constexpr unsigned char sOutputPipeMode = 1;
-constexpr unsigned int sCommandWaitSeconds = 3;
 constexpr unsigned int sExitCondition = 19;
 
 constexpr unsigned int sMaxRuntimeDir = PATH_MAX;
@@ -182,7 +181,7 @@ void ZTCScopeAgentSystem::initHeartbeatHandler() {
 void ZTCScopeAgentSystem::initCommandHandler() {
     Log(ZTLL_Information, sFile, "Creating Command Handler Thread object...");
     mThreadComponents.append(
-        makePointerAs<ZTCThreadComponent, ZTCScopeAgentCommandHandler>(this, sCommandWaitSeconds));
+        makePointerAs<ZTCThreadComponent, ZTCScopeAgentCommandHandler>(this, ZTCommandWaitSeconds));
 }
 
 void ZTCScopeAgentSystem::destroy() {

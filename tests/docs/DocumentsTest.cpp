@@ -103,7 +103,7 @@ TEST(Documents, TheProtocolHasTheWidthsAndLimitsOfTheCode) {
 #define ZT_ROW(constant) {"`" #constant "`", std::to_string(constant)}
     EXPECT_EQ(mapOf(sProtocol, "limit | value", 2, 1),
               (Map{ZT_ROW(ZTCProtocolHelper::HeaderSize), ZT_ROW(ZTCProtocolHelper::MaxCommandSize),
-                   ZT_ROW(ZTCNamedPipe::StallSeconds), ZT_ROW(ZTCNamedPipe::Capacity),
+                   ZT_ROW(ZTSecondsOf(ZTP_MessagePause)), ZT_ROW(ZTCNamedPipe::Capacity),
                    ZT_ROW(ZTCScopeAgentSystem::TotalDataLimit), ZT_ROW(ZTCLibdfcAbs::MaxAdapters),
                    ZT_ROW(ZTHbTimeoutDefault)}));
 #undef ZT_ROW

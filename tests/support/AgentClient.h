@@ -107,14 +107,23 @@ class ZTCTestAgent {
   public:
     using Options = std::vector<std::string>;
 
-    /// acrEnvironment: what the child's environment has beyond what every agent needs.
+    /// acrEnvironment: what the child's environment has beyond what every agent needs. One with
+    /// ZT_TEST_PERIODS is the agent whose periods can be set (TestPeriods.cpp).
     explicit ZTCTestAgent(const ZTCTestDirectory& acrDirectory, const Options& acrOptions = {},
                           const Options& acrEnvironment = {})
         : mrDirectory(acrDirectory),
-          mChild(commandOf({"-D", "false"}, acrOptions), environmentOf(acrDirectory, acrEnvironment)) {}
+          mChild(commandOf({"-D", "false"}, acrOptions, programFor(acrEnvironment)),
+                 environmentOf(acrDirectory, acrEnvironment)) {}
 
-    static Options commandOf(Options aCommand, const Options& acrMore) {
-        aCommand.insert(aCommand.begin(), ZT_VRX_SCA);
+    static const char* programFor(const Options& acrEnvironment) {
+        return std::any_of(
+                   acrEnvironment.begin(), acrEnvironment.end(),
+                   [](const std::string& acrEntry) { return acrEntry.starts_with("ZT_TEST_PERIODS"); })
+                   ? ZT_TEST_AGENT
+                   : ZT_VRX_SCA;
+    }
+    static Options commandOf(Options aCommand, const Options& acrMore, const char* apProgram = ZT_VRX_SCA) {
+        aCommand.insert(aCommand.begin(), apProgram);
         aCommand.insert(aCommand.end(), acrMore.begin(), acrMore.end());
         return aCommand;
     }

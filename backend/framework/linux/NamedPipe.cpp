@@ -19,6 +19,7 @@
 #include "Exception.h"
 #include "Log.h"
 #include "Os.h"
+#include "Periods.h"
 #include "Pointer.h"
 #include "SafeFile.h"
 
@@ -189,13 +190,13 @@ void ZTCNamedPipe::reopen() {
 
 void ZTCNamedPipe::read(void* apBytes, unsigned int aLength) {
     auto* lpAt = static_cast<unsigned char*>(apBytes);
-    timespec lDeadline = OsDeadlineIn(StallSeconds);
+    timespec lDeadline = OsDeadlineIn(ZTPeriod(ZTP_MessagePause));
     while (aLength != 0) {
         const ssize_t lRead = ::read(descriptor(), lpAt, aLength);
         if (lRead > 0) {
             lpAt += lRead;
             aLength -= static_cast<unsigned int>(lRead);
-            lDeadline = OsDeadlineIn(StallSeconds);
+            lDeadline = OsDeadlineIn(ZTPeriod(ZTP_MessagePause));
         } else if (lRead == 0) {
             throw ZTCOpsException("The writer went away in the middle of a message", EPIPE);
         } else if (errno == EAGAIN) {

@@ -188,8 +188,8 @@ std::uint64_t fetchDuring(ZTSTestStand& arStand, std::atomic<unsigned int>& arFe
 TEST(Session, EveryEventOfAStormIsFetchedOnce) {
     ZTSTestStand lStand({"-d", "31"});
     lStand.start();
-    const unsigned int lRounds = ZTIsSanitized ? 3 : 50;
-    const std::uint64_t lFolded = ZTIsSanitized ? 40000 : 4000000;
+    const unsigned int lRounds = ZTIsSanitized ? 3 : ZTTestRounds(15U, 50U);
+    const std::uint64_t lFolded = ZTIsSanitized ? 40000 : ZTTestRounds(1000000U, 4000000U);
     std::atomic<unsigned int> lFetches{0};
     const std::uint64_t lSum = fetchDuring(lStand, lFetches, [&] {
         lStand.mSim.play("storm queue-full threads=8 times=" + std::to_string(lFolded) + "\nwait storms");
@@ -208,14 +208,14 @@ TEST(Session, EveryEventOfAStormIsFetchedOnce) {
 }
 
 TEST(Session, WhatAStormLosesIsCounted) {
-    ZTSTestStand lStand;
+    ZTSTestStand lStand({}, "", "/tmp", {"ZT_TEST_PERIODS=StatisticsTurn=20"});
     lStand.start(1000000);
     std::atomic<unsigned int> lFetches{0};
     // Of a thread that changes the board with each event every one is a record, of 11 bytes.
     lStand.mSim.play("storm link times=25000 boards=2\nwait storms");
     std::uint64_t lSum = occurrencesIn(lStand.fetch());
     EXPECT_EQ(lSum, 23832U);
-    EXPECT_TRUE(waitUntil([&] { return lossesOf(lStand) == 25000 - lSum; }));  // written each second
+    EXPECT_TRUE(waitUntil([&] { return lossesOf(lStand) == 25000 - lSum; }));  // written at times
     const std::string lTimes = ZTIsSanitized ? " times=6000" : " times=50000";
     lSum += fetchDuring(lStand, lFetches, [&] {
         lStand.mSim.play("storm ls-rjt threads=2 boards=2" + lTimes + "\nstorm link threads=2 boards=2" +
@@ -242,7 +242,7 @@ void expectEndOf(ZTSTestStand& arStand, bool aBySignal) {
 }
 
 TEST(Session, EndsUnderAStorm) {
-    for (unsigned int lRound = 0; lRound < 20; ++lRound) {
+    for (unsigned int lRound = 0; lRound < ZTTestRounds(8U, 100U); ++lRound) {
         SCOPED_TRACE(lRound);
         ZTSTestStand lStand({"-d", lRound % 2 == 0 ? "63" : "31"});
         lStand.start();
@@ -266,10 +266,11 @@ TEST(Session, EndsWhateverTheLibraryDoes) {
                                       "slow-close for=300ms", "stuck-callback"}) {
         for (const bool lBySignal : {false, true}) {
             SCOPED_TRACE(std::string(lpFault) + (lBySignal ? ", by a signal" : ""));
-            ZTSTestStand lStand;
+            const bool lIsStuck = contains(lpFault, "stuck");
+            ZTSTestStand lStand({}, "", "/tmp",
+                                {std::string("ZT_TEST_PERIODS=") + (lIsStuck ? "CallbacksLeave=50" : "")});
             lStand.start();
             lStand.mSim.play(std::string("fault ") + lpFault);
-            const bool lIsStuck = contains(lpFault, "stuck");
             EXPECT_TRUE(!lIsStuck || waitUntil([&] { return hasStuckThread(lStand); }));
             expectEndOf(lStand, lBySignal);
             EXPECT_EQ(contains(lStand.mAgent.getLog(), "1 callbacks of the vendor library do not return"),

@@ -224,6 +224,7 @@ TEST(System, SaysThatAnIdIsNotThere) {
 }
 
 TEST(System, EndsATimedWaitInTime) {
+    const ZTCTestPeriod lSecond(ZTP_Second);
     TestSystem lSystem;
     for (const unsigned int lSeconds : {0U, 1U}) {
         const std::function<void()> lWaits[] = {[&] { lSystem.waitOnEmptyQueue(0, lSeconds); },
@@ -232,7 +233,7 @@ TEST(System, EndsATimedWaitInTime) {
         const auto lStart = std::chrono::steady_clock::now();
         inThreads(3, [&](unsigned int aWait) {
             EXPECT_THROW(lWaits[aWait](), ZTCTimeOutEx);
-            EXPECT_GE(std::chrono::steady_clock::now() - lStart, std::chrono::seconds(lSeconds));
+            EXPECT_GE(std::chrono::steady_clock::now() - lStart, lSeconds * ZTPeriod(ZTP_Second));
         });
     }
     lSystem.enqueue(0, numbered(1));
