@@ -51,31 +51,28 @@ TEST(Statistics, AreExactBehindAKnownScenario) {
         EXPECT_EQ(lFile.st_mode, S_IFREG | 0640U);
         lStand.start();
         lStand.mSim.play("plogi times=5\nlogo\nrscn pages=0x00010a00,0x01030000,0x01030000\nlink board=1");
-        lExpect({{"commands_total", 1},
-                 {"events_total{kind=\"plogi\"}", 5},
-                 {"events_total{kind=\"logo\"}", 1},
-                 {"events_total{kind=\"rscn\"}", 3},
-                 {"events_total{kind=\"link\"}", 1},
-                 {"recorded_events_total", 10},
-                 {"records_total", 5},
-                 {"folded_total", 5},
-                 {"held_events", 10},
-                 {"held_records", 5},
-                 {"held_bytes", 27 + 27 + 15 + 15 + 11},
-                 {"held_bytes_limit", ZTCScopeAgentSystem::TotalDataLimit}});
+        Figures lFigures{{"commands_total", 1},
+                         {"events_total{kind=\"plogi\"}", 5},
+                         {"events_total{kind=\"logo\"}", 1},
+                         {"events_total{kind=\"rscn\"}", 3},
+                         {"events_total{kind=\"link\"}", 1},
+                         {"recorded_events_total", 10},
+                         {"records_total", 5},
+                         {"folded_total", 5},
+                         {"held_events", 10},
+                         {"held_records", 5},
+                         {"held_bytes", 27 + 27 + 15 + 15 + 11},
+                         {"held_bytes_limit", ZTCScopeAgentSystem::TotalDataLimit}};
+        lExpect(lFigures);
         const ZTCAgentStatistics lOpen(lrDirectory);
         EXPECT_EQ(occurrencesIn(lStand.fetch()), 10U);
-        lExpect({{"commands_total", 2},
-                 {"events_total{kind=\"plogi\"}", 5},
-                 {"events_total{kind=\"logo\"}", 1},
-                 {"events_total{kind=\"rscn\"}", 3},
-                 {"events_total{kind=\"link\"}", 1},
-                 {"recorded_events_total", 10},
-                 {"records_total", 5},
-                 {"folded_total", 5},
-                 {"fetches_total", 1},
-                 {"fetched_events_total", 10},
-                 {"held_bytes_limit", ZTCScopeAgentSystem::TotalDataLimit}});
+        for (const char* const lpHeld : {"held_events", "held_records", "held_bytes"}) {
+            lFigures.erase(lpHeld);
+        }
+        lFigures["commands_total"] = 2;
+        lFigures["fetches_total"] = 1;
+        lFigures["fetched_events_total"] = 10;
+        lExpect(lFigures);
         const auto lFetched = figureIn(lrDirectory, "last_fetch_time_ns") / 1'000'000'000;
         EXPECT_LE(static_cast<std::uint64_t>(time(nullptr)) - lFetched, 120U);
         lStand.mSim.play("temperature");

@@ -25,7 +25,9 @@ std::string answerOf(const std::vector<std::string>& acrRecords) {
 
 // An agent that collects, and nobody at its pipes.
 struct Stand : ZTSTestStand {
-    explicit Stand(const ZTCTestAgent::Options& acrOptions = {}) : ZTSTestStand(acrOptions) {
+    explicit Stand(const ZTCTestAgent::Options& acrOptions = {},
+                   const ZTCTestAgent::Options& acrEnvironment = {})
+        : ZTSTestStand(acrOptions, "", "/tmp", acrEnvironment) {
         { const ZTCTestSensor lGone(std::move(mSensor)); }
         askScope(mrDirectory, {"start"});
     }
@@ -454,9 +456,10 @@ TEST(Scope, WatchesWhileAgentsComeAndGo) {
 }
 
 TEST(Scope, IsTheAgentsSensorAsLongAsItWatches) {
-    Stand lStand({"-b", "1"});
+    const bool lIsSlow = ZTIsSanitized;
+    Stand lStand({"-b", "1"}, {lIsSlow ? "ZT_TEST_PERIODS=" : "ZT_TEST_PERIODS=Second=500"});
     // Two periods without a sensor end an agent.
-    ZTCScopeRun lWatch(lStand.mrDirectory, {"watch", "--every", "1", "--for", "4"});
+    ZTCScopeRun lWatch(lStand.mrDirectory, {"watch", "--every", "0.5", "--for", lIsSlow ? "4" : "2"});
     bool lIsKept = true;
     EXPECT_TRUE(waitUntil([&] {
         const bool lIsAlive = lStand.mAgent.isAlive();

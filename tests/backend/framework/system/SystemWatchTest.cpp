@@ -39,8 +39,8 @@ TEST_F(SystemWatch, LeavesWhatHangsAndTellsWhatItWas) {
     } lRows[] = {{"thread", false, "ThreadsEnd=50", "Thread waiter does not end: ending without it\n"},
                  {"thread", true, "ThreadsEnd=50", lLibrary},
                  {"start", true, "StartTold=1,ThreadsEnd=50", lLibrary},
-                 {"start", false, "StartTold=1,ProcessEnd=50", lOther},
-                 {"destroy", false, "ProcessEnd=50", lOther},
+                 {"start", false, "StartTold=1,ThreadsEnd=10,ProcessEnd=50", lOther},
+                 {"destroy", false, "ThreadsEnd=10,ProcessEnd=50", lOther},
                  {"thread destroy", true, "ThreadsEnd=10,ProcessEnd=50", lOther}};
     for (const auto& lrRow : lRows) {
         SCOPED_TRACE(lrRow.mHangs + (lrRow.mIsInside ? " inside" : ""));
