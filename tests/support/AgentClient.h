@@ -43,6 +43,15 @@ inline std::string messageOf(std::size_t aTag, const std::string& acrBody) {
     return "VRX1" + wordOf(aTag) + wordOf(acrBody.size()) + acrBody;
 }
 
+/// The length that the header of a message tells.
+inline std::size_t lengthIn(const std::string& acrMessage) {
+    std::size_t lLength = 0;
+    for (std::size_t lAt = 8; lAt < std::min<std::size_t>(acrMessage.size(), 12); ++lAt) {
+        lLength = lLength << 8 | static_cast<unsigned char>(acrMessage[lAt]);
+    }
+    return lLength;
+}
+
 inline std::string stopOf(std::size_t aTag) {
     return messageOf(aTag, "\x02");
 }
@@ -175,12 +184,8 @@ class ZTCTestSensor {
         EXPECT_TRUE(waitUntil([&] { return unreadIn(mCommands) == 0; }));
     }
     std::string receive() const {
-        std::string lMessage = readBytes(mResponses, 12);
-        std::size_t lLength = 0;
-        for (std::size_t lAt = 8; lAt < lMessage.size(); ++lAt) {
-            lLength = lLength << 8 | static_cast<unsigned char>(lMessage[lAt]);
-        }
-        return lMessage + readBytes(mResponses, lLength);
+        const std::string lHeader = readBytes(mResponses, 12);
+        return lHeader + readBytes(mResponses, lengthIn(lHeader));
     }
     std::string ask(const std::string& acrCommand) const {
         send(acrCommand);

@@ -179,17 +179,7 @@ TEST(Heartbeat, CountsFailuresUntilTheTimeChanges) {
 
 // What another user may put into the sensor's place. $T is a file of ours that names a process which lives.
 TEST(Heartbeat, BelievesNobodyElsesFile) {
-    const std::pair<const char*, bool> lRows[] = {
-        {"ln -s $T $P", false},
-        {"ln $T $P", false},
-        {"mkfifo $P", false},
-        {"mknod $P c 1 3", true},
-        {"cp $T $P; chown 65534 $P", true},
-    };
-    for (const auto& [lpMade, lNeedsRoot] : lRows) {
-        if (lNeedsRoot && geteuid() != 0) {
-            continue;
-        }
+    for (const char* const lpMade : {"ln -s $T $P", "ln $T $P", "mkfifo $P"}) {
         SCOPED_TRACE(lpMade);
         const ZTCTestDirectory lDirectory;
         const std::string lPath = lDirectory / ZTTestSensorFile;

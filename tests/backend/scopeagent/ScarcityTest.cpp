@@ -91,23 +91,17 @@ class Run {
 
   private:
     bool open() {
-        return waitUntil(
-                   [&] {
-                       if (!mAgent->isAlive()) {
-                           return true;
-                       }
-                       if (!mCommands.isOpen()) {
-                           mCommands = ZTCDescriptor(
-                               ::open((mDirectory / ZTTestCommandPipe).c_str(), O_WRONLY | O_NONBLOCK));
-                       }
-                       if (!mResponses.isOpen()) {
-                           mResponses = ZTCDescriptor(
-                               ::open((mDirectory / ZTTestOutputPipe).c_str(), O_RDONLY | O_NONBLOCK));
-                       }
-                       return mCommands.isOpen() && mResponses.isOpen();
-                   },
-                   10) &&
-               mCommands.isOpen() && mResponses.isOpen();
+        const auto lIsOpen = [&](ZTCDescriptor& arPipe, const char* apName, int aMode) {
+            if (!arPipe.isOpen()) {
+                arPipe = ZTCDescriptor(::open((mDirectory / apName).c_str(), aMode | O_NONBLOCK));
+            }
+            return arPipe.isOpen();
+        };
+        const auto lAreOpen = [&] {
+            return lIsOpen(mCommands, ZTTestCommandPipe, O_WRONLY) &&
+                   lIsOpen(mResponses, ZTTestOutputPipe, O_RDONLY);
+        };
+        return waitUntil([&] { return !mAgent->isAlive() || lAreOpen(); }, 10) && mResponses.isOpen();
     }
     bool ask(const std::string& acrBody) {
         const std::string lCommand = messageOf(++mTag, acrBody);
@@ -128,13 +122,6 @@ class Run {
         const bool lIsAnswer = lIsWhole && lResponse.size() >= 12;
         mAsked += lIsAnswer ? 1 : 0;
         return lIsAnswer;
-    }
-    static std::size_t lengthIn(const std::string& acrMessage) {
-        std::size_t lLength = 0;
-        for (std::size_t lAt = 8; lAt < 12; ++lAt) {
-            lLength = lLength << 8 | static_cast<unsigned char>(acrMessage[lAt]);
-        }
-        return lLength;
     }
 
     const Provider& mrProvider;
