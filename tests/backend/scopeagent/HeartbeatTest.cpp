@@ -136,10 +136,10 @@ TEST(Heartbeat, JudgesTheSensorByItsFileAndThenByItsProcess) {
     };
     for (const auto& [lrSteps, lpStory] : lRows) {
         const ZTCTestDirectory lRuntime;
-        const ZTSTestEnd lEnd = runChild([&, &lrGiven = lrSteps] {
+        const ZTSTestEnd lEnd = runChild([&, &lrGiven = lrSteps, lpGiven = lpStory] {
             SteppedSystem lSystem(lRuntime, lrGiven);
             lSystem.run();
-            EXPECT_EQ(lSystem.isSetForExit(), !contains(lpStory, "end"));
+            EXPECT_EQ(lSystem.isSetForExit(), !contains(lpGiven, "end"));
         });
         EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut;
         EXPECT_EQ(storyIn(lEnd.mErr), lpStory) << lEnd.mErr;

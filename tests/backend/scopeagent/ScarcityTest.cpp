@@ -170,8 +170,8 @@ class Scarcity : public ::testing::Test {
 
 TEST_F(Scarcity, OfMemoryEndsTheAgentInOrderOrNotAtAll) {
     for (const char* const lpRest : {"", ":1"}) {
-        tryAll<SimProvider>("memory", lpRest, 1.15);
-        tryAll<FcProvider>("memory", lpRest, 1.15);
+        tryAll<SimProvider>("memory", lpRest, 1.25);
+        tryAll<FcProvider>("memory", lpRest, 1.25);
     }
 }
 
@@ -180,7 +180,7 @@ TEST_F(Scarcity, OfWhatTheSystemGivesEndsTheAgentInOrderOrNotAtAll) {
          {"open",   "openat", "fstat",     "stat",    "lstat",         "chmod",         "unlink",
           "pipe2",  "mkfifo", "socket",    "poll",    "ppoll",         "read",          "write",
           "writev", "pwrite", "ftruncate", "eventfd", "epoll_create1", "pthread_create"}) {
-        tryAll<SimProvider>(lpCall, ":1:5", 1.5);  // EIO
+        tryAll<SimProvider>(lpCall, ":1:5", 1.8);  // EIO
         if (ZTTestRounds(false, true)) {
             for (const char* const lpRest : {":0:5", ":1:12", ":0:12", ":1:24", ":0:24"}) {  // ENOMEM, EMFILE
                 tryAll<SimProvider>(lpCall, lpRest, 1);
