@@ -20,7 +20,6 @@ constexpr char sFile[] = "ScopeAgentSystem";
 constexpr char sRuntimeDirVariable[] = "ZT_VRX_SENSOR_DIR";
 constexpr unsigned char sCommandPipeMode = 2;
 constexpr unsigned char sOutputPipeMode = 1;
-constexpr unsigned int sCommandWaitSeconds = 3;
 
 constexpr unsigned int sMaxRuntimeDir = PATH_MAX;
 constinit char sRuntimeDir[sMaxRuntimeDir] = "";
@@ -178,7 +177,7 @@ void ZTCScopeAgentSystem::initHeartbeatHandler() {
 void ZTCScopeAgentSystem::initCommandHandler() {
     Log(ZTLL_Information, sFile, "Creating Command Handler Thread object...");
     mThreadComponents.append(
-        makePointerAs<ZTCThreadComponent, ZTCScopeAgentCommandHandler>(this, sCommandWaitSeconds));
+        makePointerAs<ZTCThreadComponent, ZTCScopeAgentCommandHandler>(this, ZTCommandWaitSeconds));
 }
 
 void ZTCScopeAgentSystem::destroy() {

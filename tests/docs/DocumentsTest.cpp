@@ -102,7 +102,7 @@ TEST(Documents, TheProtocolHasTheWidthsAndLimitsOfTheCode) {
                    {"string", widthOf(ZTCString("")) + " and more"}}));
 #define ZT_ROW(constant) {"`" #constant "`", std::to_string(constant)}
     EXPECT_EQ(mapOf(sProtocol, "limit | value", 2, 1),
-              (Map{ZT_ROW(ZTWireHeaderSize), ZT_ROW(ZTWireMaxCommand), ZT_ROW(ZTCNamedPipe::StallSeconds),
+              (Map{ZT_ROW(ZTWireHeaderSize), ZT_ROW(ZTWireMaxCommand), ZT_ROW(ZTSecondsOf(ZTP_MessagePause)),
                    ZT_ROW(ZTCNamedPipe::Capacity), ZT_ROW(ZTCScopeAgentSystem::TotalDataLimit),
                    ZT_ROW(ZTCLibdfcAbs::MaxAdapters), ZT_ROW(ZTHbTimeoutDefault)}));
 #undef ZT_ROW

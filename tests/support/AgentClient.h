@@ -43,6 +43,15 @@ inline std::string messageOf(std::size_t aTag, const std::string& acrBody) {
     return "VRX1" + wordOf(aTag) + wordOf(acrBody.size()) + acrBody;
 }
 
+/// The length that the header of a message tells.
+inline std::size_t lengthIn(const std::string& acrMessage) {
+    std::size_t lLength = 0;
+    for (std::size_t lAt = 8; lAt < std::min<std::size_t>(acrMessage.size(), 12); ++lAt) {
+        lLength = lLength << 8 | static_cast<unsigned char>(acrMessage[lAt]);
+    }
+    return lLength;
+}
+
 inline std::string stopOf(std::size_t aTag) {
     return messageOf(aTag, "\x02");
 }
@@ -107,14 +116,23 @@ class ZTCTestAgent {
   public:
     using Options = std::vector<std::string>;
 
-    /// acrEnvironment: what the child's environment has beyond what every agent needs.
+    /// acrEnvironment: what the child's environment has beyond what every agent needs. One with
+    /// ZT_TEST_PERIODS is the agent whose periods can be set (TestPeriods.cpp).
     explicit ZTCTestAgent(const ZTCTestDirectory& acrDirectory, const Options& acrOptions = {},
                           const Options& acrEnvironment = {})
         : mrDirectory(acrDirectory),
-          mChild(commandOf({"-D", "false"}, acrOptions), environmentOf(acrDirectory, acrEnvironment)) {}
+          mChild(commandOf({"-D", "false"}, acrOptions, programFor(acrEnvironment)),
+                 environmentOf(acrDirectory, acrEnvironment)) {}
 
-    static Options commandOf(Options aCommand, const Options& acrMore) {
-        aCommand.insert(aCommand.begin(), ZT_VRX_SCA);
+    static const char* programFor(const Options& acrEnvironment) {
+        return std::any_of(
+                   acrEnvironment.begin(), acrEnvironment.end(),
+                   [](const std::string& acrEntry) { return acrEntry.starts_with("ZT_TEST_PERIODS"); })
+                   ? ZT_TEST_AGENT
+                   : ZT_VRX_SCA;
+    }
+    static Options commandOf(Options aCommand, const Options& acrMore, const char* apProgram = ZT_VRX_SCA) {
+        aCommand.insert(aCommand.begin(), apProgram);
         aCommand.insert(aCommand.end(), acrMore.begin(), acrMore.end());
         return aCommand;
     }
@@ -166,12 +184,8 @@ class ZTCTestSensor {
         EXPECT_TRUE(waitUntil([&] { return unreadIn(mCommands) == 0; }));
     }
     std::string receive() const {
-        std::string lMessage = readBytes(mResponses, 12);
-        std::size_t lLength = 0;
-        for (std::size_t lAt = 8; lAt < lMessage.size(); ++lAt) {
-            lLength = lLength << 8 | static_cast<unsigned char>(lMessage[lAt]);
-        }
-        return lMessage + readBytes(mResponses, lLength);
+        const std::string lHeader = readBytes(mResponses, 12);
+        return lHeader + readBytes(mResponses, lengthIn(lHeader));
     }
     std::string ask(const std::string& acrCommand) const {
         send(acrCommand);

@@ -35,7 +35,9 @@ inline std::string askScope(const std::string& acrDirectory, const ZTCTestChild:
 
 /// An agent that collects, and nobody at its pipes.
 struct ZTSScopeStand : ZTSTestStand {
-    explicit ZTSScopeStand(const ZTCTestAgent::Options& acrOptions = {}) : ZTSTestStand(acrOptions) {
+    explicit ZTSScopeStand(const ZTCTestAgent::Options& acrOptions = {},
+                           const ZTCTestAgent::Options& acrEnvironment = {})
+        : ZTSTestStand(acrOptions, "", "/tmp", acrEnvironment) {
         { const ZTCTestSensor lGone(std::move(mSensor)); }
         askScope(mrDirectory, {"start"});
     }

@@ -24,6 +24,7 @@
 
 #include "Descriptor.h"
 #include "Exception.h"
+#include "Periods.h"
 
 #ifdef __has_feature
 #define ZT_TEST_HAS_FEATURE(name) __has_feature(name)
@@ -46,6 +47,22 @@ template <class Rounds>
 Rounds ZTTestRounds(Rounds aFew, Rounds aMany) {
     return getenv("ZT_TORTURE") != nullptr ? aMany : aFew;
 }
+
+/// Makes a period of this process short, for a test that waits until it is over.
+class ZTCTestPeriod {
+  public:
+    explicit ZTCTestPeriod(ZTEPeriod aPeriod, unsigned int aMilliseconds = 30)
+        : mPeriod(aPeriod), mBefore(ZTPeriod(aPeriod)) {
+        ZTSetPeriod(mPeriod, std::chrono::milliseconds(aMilliseconds));
+    }
+    ~ZTCTestPeriod() { ZTSetPeriod(mPeriod, mBefore); }
+    ZTCTestPeriod(const ZTCTestPeriod&) = delete;
+    ZTCTestPeriod& operator=(const ZTCTestPeriod&) = delete;
+
+  private:
+    const ZTEPeriod mPeriod;
+    const std::chrono::milliseconds mBefore;
+};
 
 /// Whether the condition comes true before what can only be a hang.
 template <class Condition>

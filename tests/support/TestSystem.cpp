@@ -1,7 +1,7 @@
 // A system with nothing to do: one thread that waits on a conditional until the exit. For tests of what every
 // system does at its start, on signals and at its end. What hangs is said in ZT_TEST_HANGS: "start", until
-// there is a file "go" in the runtime directory, "thread", "destroy"; ZT_TEST_TIME is what it is given, in
-// milliseconds. As long as there is a file "inside", a thread is in foreign code since 1970.
+// there is a file "go" in the runtime directory, "thread", "destroy". As long as there is a file "inside", a
+// thread is in foreign code since 1970.
 #include <cstdlib>
 
 #include "Log.h"
@@ -43,10 +43,6 @@ class ZTCTestSystem : public ZTCSystem {
     ZTCTestSystem() : ZTCSystem(ZTCString("zt-test-system")) {}
 
     void preInit() override {
-        if (const char* const lpTime = getenv("ZT_TEST_TIME"); lpTime != nullptr) {
-            const std::chrono::milliseconds lTime(atoi(lpTime));
-            mWatchTimes = {lTime, lTime, 2 * lTime, lTime, lTime};
-        }
         setRuntimeDirStr(getenv("ZT_VRX_SENSOR_DIR"));
         setPidFilePathStr(getRuntimeDirStr() + "/zt-test.pid");
         mInstanceManager = makePointer<ZTCProcessInstanceManager>(getPidFilePathStr());

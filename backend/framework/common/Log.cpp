@@ -11,6 +11,7 @@
 #include "Exception.h"
 #include "LogRings.h"
 #include "LogWriter.h"
+#include "Periods.h"
 
 constinit std::atomic<unsigned int> ztlog::gCode{~0U};
 constinit std::atomic<unsigned int> ztlog::gMask{ZTLogCodeDefault};
@@ -18,10 +19,6 @@ constinit std::atomic<unsigned int> ztlog::gMask{ZTLogCodeDefault};
 namespace {
 
 using namespace std::chrono_literals;
-
-constexpr auto sOpenWait = 1s;   // a start waits no longer for the log's disk
-constexpr auto sFlushWait = 1s;  // nor does an end
-constexpr auto sRoomWait = 100ms;
 
 constinit ZTCLogRings sRings;
 constinit ZTCLogWriter sWriter(sRings);
@@ -105,7 +102,7 @@ bool sAwaitRoom(unsigned int aLevel, const HasRoom& acrHasRoom) {
         return false;
     }
     sWriter.published(true);
-    const auto lDeadline = std::chrono::steady_clock::now() + sRoomWait;
+    const auto lDeadline = std::chrono::steady_clock::now() + ZTPeriod(ZTP_LogRoom);
     while (std::chrono::steady_clock::now() < lDeadline) {
         nanosleep(&lTurn, nullptr);
         if (acrHasRoom()) {
@@ -172,7 +169,7 @@ void ztlog::publish(unsigned int aLevel) ZT_NO_THREAD_SAFETY_ANALYSIS {
 void ztlog::finish() {
     static constinit std::atomic<bool> sIsSpilled{false};
     if (sWriter.isRunning()) {
-        sWriter.ask(ZTCLogWriter::ZTLW_Stop, sFlushWait);
+        sWriter.ask(ZTCLogWriter::ZTLW_Stop, ZTPeriod(ZTP_LogFlush));
     } else if (!sIsOpened.load() && !sIsDiscarded.load() && !sIsSpilled.exchange(true)) {
         sWriter.getDrain().drainAll();
     }
@@ -206,7 +203,7 @@ bool openLog() {
     sIsOpened.store(true);
     ztlog::gCode.store(ztlog::gMask.load());
     sWriter.start();
-    if (!sWriter.ask(ZTCLogWriter::ZTLW_Open, sOpenWait)) {
+    if (!sWriter.ask(ZTCLogWriter::ZTLW_Open, ZTPeriod(ZTP_LogOpen))) {
         sWriter.openWhenItCan();
         return false;
     }
@@ -230,5 +227,5 @@ void setLogEcho(bool aOn) {
 }
 
 bool flushLog() {
-    return sWriter.ask(ZTCLogWriter::ZTLW_Write, sFlushWait) && sWriter.hasFile();
+    return sWriter.ask(ZTCLogWriter::ZTLW_Write, ZTPeriod(ZTP_LogFlush)) && sWriter.hasFile();
 }

@@ -8,14 +8,13 @@
 #include <new>
 
 #include "Log.h"
+#include "Periods.h"
 #include "StandardError.h"
 #include "Statistics.h"
 
 namespace {
 
 constexpr char sFile[] = "LogDrain";
-constexpr std::uint64_t sSecond = 1000000000;
-constexpr int sSpillWait = 1000;  // milliseconds
 constexpr unsigned int sEchoed = ZTLL_Highest.mBit | ZTLL_Error.mBit;
 
 // The head of a ring once no record with an earlier time than now is half written. A thread that was stopped
@@ -29,6 +28,10 @@ std::uint64_t sSettledHead(const ZTCLogRing& acrRing) {
         }
     }
     return acrRing.head();
+}
+
+bool sHasPassed(ZTEPeriod aPeriod, std::uint64_t aSince) {
+    return std::chrono::nanoseconds(ztlog::now() - aSince) > ZTPeriod(aPeriod);
 }
 
 bool sIsUnmasked(unsigned int aLevel) {
@@ -102,7 +105,7 @@ std::uint64_t ZTCLogDrain::drainOnce() {
     }
     tellUnwritten();
     const std::uint64_t lTaken = look();
-    if (lTaken == 0 || ztlog::now() - mToldAt > sSecond) {
+    if (lTaken == 0 || sHasPassed(ZTP_LogTell, mToldAt)) {
         tellDropped();
     }
     return lTaken;
@@ -209,7 +212,7 @@ void ZTCLogDrain::put() {
         rotate();
         putToFile(mLines, mUsed);
     } else if (mUsed != 0) {
-        showOnStandardError(mLines, mUsed, sSpillWait);
+        showOnStandardError(mLines, mUsed, static_cast<int>(ZTPeriod(ZTP_LogShow).count()));
     }
     mUsed = 0;
     for (std::size_t lAt = 0; lAt < mSourceCount; ++lAt) {

@@ -13,6 +13,7 @@
 
 #include "DetachedThread.h"
 #include "Exception.h"
+#include "Periods.h"
 #include "StandardError.h"
 
 namespace {
@@ -24,10 +25,7 @@ constexpr std::uint64_t sPlenty = ZTCLogRing::Capacity / 16;  // go on at once: 
 constexpr std::uint64_t sMuch =
     ZTCLogRing::Capacity / 32;  // a storm: look again soon, and let nobody wake us
 constexpr auto sBreath = 200us;
-constexpr auto sNap = 50ms;  // a record is in the file within two of these
-constexpr auto sLong = 1h;   // without a limit, but for a wake-up that got lost
-constexpr auto sTellWait = 1s;
-constexpr auto sUnfencedWait = 100ms;
+constexpr auto sLong = 1h;  // without a limit, but for a wake-up that got lost
 
 timespec sTimespec(std::chrono::nanoseconds aTime) {
     const auto lCount = std::max<std::int64_t>(aTime.count(), 0);
@@ -166,7 +164,7 @@ void ZTCLogWriter::rest(std::uint64_t aTaken) {
         const timespec lTime = sTimespec(sBreath);
         nanosleep(&lTime, nullptr);
     } else if (aTaken != 0) {
-        doze(Napping, sNap);
+        doze(Napping, ZTPeriod(ZTP_LogNap));
     } else {
         sleep();
     }
@@ -197,10 +195,12 @@ void ZTCLogWriter::sleep() {
     mRest.store(Asleep);
     const bool lIsFenced = sFenceAllThreads();
     if (!mDrain.isOpen()) {
-        doze(Deaf, sTellWait);
+        doze(Deaf, ZTPeriod(ZTP_LogTell));
     } else if (mrRings.isSomethingPending()) {
         mRest.store(Awake);
     } else {
-        doze(Asleep, !lIsFenced ? sUnfencedWait : mDrain.hasUntold() ? sTellWait : sLong);
+        doze(Asleep, !lIsFenced           ? ZTPeriod(ZTP_LogUnfenced)
+                     : mDrain.hasUntold() ? ZTPeriod(ZTP_LogTell)
+                                          : sLong);
     }
 }

@@ -8,6 +8,7 @@
 #include "Exception.h"
 #include "NamedPipe.h"
 #include "Os.h"
+#include "Periods.h"
 
 ZTCPipeReadingEnd::ZTCPipeReadingEnd(const ZTCPointer<ZTCPipeFile>& acrFile, int aCancel)
     : ZTCPipeEnd(acrFile, aCancel, acrFile->openEnd(O_RDONLY)) {}
@@ -36,13 +37,13 @@ bool ZTCPipeReadingEnd::waitForActivity(const ZTCActivityWait& acrWait) {
 
 void ZTCPipeReadingEnd::read(void* apBytes, unsigned int aLength) {
     auto* lpAt = static_cast<unsigned char*>(apBytes);
-    timespec lDeadline = OsDeadlineIn(ZTCNamedPipe::StallSeconds);
+    timespec lDeadline = OsDeadlineIn(ZTPeriod(ZTP_MessagePause));
     while (aLength != 0) {
         const ssize_t lRead = ::read(mEnd.get(), lpAt, aLength);
         if (lRead > 0) {
             lpAt += lRead;
             aLength -= static_cast<unsigned int>(lRead);
-            lDeadline = OsDeadlineIn(ZTCNamedPipe::StallSeconds);
+            lDeadline = OsDeadlineIn(ZTPeriod(ZTP_MessagePause));
         } else if (lRead == 0) {
             throw ZTCOpsException("The writer went away in the middle of a message", EPIPE);
         } else if (errno == EAGAIN) {

@@ -21,20 +21,19 @@
 #include "Event.h"
 #include "Exception.h"
 #include "Log.h"
+#include "Periods.h"
 #include "Statistics.h"
 
 namespace {
 
 constexpr char sFile[] = "StatisticsFile";
-constexpr int sPeriod = 1000;  // milliseconds
-constexpr int sPatience = 1000;
 constexpr mode_t sMode = 0640;
 
-bool sHappensWithin(const ZTCEvent& acrEvent, int aMilliseconds) {
+bool sHappensWithin(const ZTCEvent& acrEvent, ZTEPeriod aPeriod) {
     pollfd lPoll{acrEvent.getDescriptor(), POLLIN, 0};
     int lReady = 0;
     do {
-        lReady = poll(&lPoll, 1, aMilliseconds);
+        lReady = poll(&lPoll, 1, static_cast<int>(ZTPeriod(aPeriod).count()));
     } while (lReady < 0 && errno == EINTR);
     return lReady > 0;
 }
@@ -79,7 +78,7 @@ struct ZTCStatisticsFile::Work {
         do {
             mpRefresh(mpContext);
             write();
-        } while (!sHappensWithin(mEnd, sPeriod));
+        } while (!sHappensWithin(mEnd, ZTP_StatisticsTurn));
         if (!mIsMapped) {
             write();
             remove();
@@ -220,7 +219,7 @@ void ZTCStatisticsFile::withdraw() {
         lpWork->remove();
     }
     lpWork->mEnd.set();
-    if (lpWork->mHasThread && !sHappensWithin(lpWork->mHasEnded, sPatience)) {
+    if (lpWork->mHasThread && !sHappensWithin(lpWork->mHasEnded, ZTP_StatisticsEnd)) {
         pthread_detach(lpWork->mThread);  // held up by a disk: it keeps what it works with
         return;
     }

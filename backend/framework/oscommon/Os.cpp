@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "Exception.h"
+#include "Periods.h"
 
 namespace {
 
@@ -72,11 +73,21 @@ void OsReleaseMemory() {
     malloc_trim(0);
 }
 
-timespec OsDeadlineIn(unsigned int aSeconds) {
+timespec OsDeadlineIn(std::chrono::milliseconds aTime) {
+    constexpr long lNanosecondsPerSecond = 1000000000;
     timespec lDeadline;
     clock_gettime(CLOCK_MONOTONIC, &lDeadline);
-    lDeadline.tv_sec += aSeconds;
+    lDeadline.tv_sec += aTime.count() / 1000;
+    lDeadline.tv_nsec += aTime.count() % 1000 * 1000000;
+    if (lDeadline.tv_nsec >= lNanosecondsPerSecond) {
+        lDeadline.tv_nsec -= lNanosecondsPerSecond;
+        ++lDeadline.tv_sec;
+    }
     return lDeadline;
+}
+
+timespec OsDeadlineIn(unsigned int aSeconds) {
+    return OsDeadlineIn(aSeconds * ZTPeriod(ZTP_Second));
 }
 
 bool OsHasPassed(const timespec& acrDeadline) {

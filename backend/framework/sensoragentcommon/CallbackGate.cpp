@@ -22,8 +22,8 @@ unsigned int ZTCCallbackGate::countInside() const {
     return lCount;
 }
 
-unsigned int ZTCCallbackGate::waitUntilEmpty(unsigned int aSeconds) {
-    const timespec lDeadline = OsDeadlineIn(aSeconds);
+unsigned int ZTCCallbackGate::waitUntilEmpty(std::chrono::milliseconds aTime) {
+    const timespec lDeadline = OsDeadlineIn(aTime);
     const ZTCScopedLock lLock(mHasLeft.getMutex());
     for (;;) {
         const unsigned int lInside = countInside();

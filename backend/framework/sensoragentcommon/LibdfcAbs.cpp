@@ -10,6 +10,7 @@
 #include "Immortal.h"
 #include "LibdfcCallbacks.h"
 #include "LibdfcCalls.h"
+#include "Periods.h"
 #include "SafeFile.h"
 
 namespace {
@@ -18,8 +19,6 @@ constexpr char sFile[] = "LibdfcAbs";
 constexpr char sLibraryVariable[] = "ZT_LIBDFC";
 constexpr char sLibraryName[] = "libdfc.so";
 constexpr char sDisabled[] = "none";
-constexpr unsigned int sCallbackSeconds = 1;
-constexpr unsigned int sCloseSeconds = 5;
 
 // Callbacks that did not return when they were waited for.
 constinit std::atomic<bool> sHaveStayed{false};
@@ -227,7 +226,7 @@ void ZTCLibdfcAbs::LIBDFC_Close() {
     // On a thread of its own, if there can be one: a library that hangs would keep the agent from ending.
     const auto lpClose = provider().close;
     ZTCConditional& lrReturned = sCloseReturned();
-    const timespec lDeadline = OsDeadlineIn(sCloseSeconds);
+    const timespec lDeadline = OsDeadlineIn(ZTPeriod(ZTP_LibraryClose));
     const ZTCScopedLock lLock(lrReturned.getMutex());
     const unsigned long lBefore = lrReturned.getSignals();
     if (!sStartToClose(lpClose)) {
@@ -259,7 +258,8 @@ void ZTCLibdfcAbs::waitForCallbacks() {
     if (sHaveStayed.load()) {
         return;  // waited for in vain before
     }
-    if (const unsigned int lInside = LibdfcGate().waitUntilEmpty(sCallbackSeconds); lInside != 0) {
+    if (const unsigned int lInside = LibdfcGate().waitUntilEmpty(ZTPeriod(ZTP_CallbacksLeave));
+        lInside != 0) {
         sHaveStayed.store(true);
         Log(ZTLL_Warning, sFile, "%u callbacks of the vendor library do not return: going on without them",
             lInside);

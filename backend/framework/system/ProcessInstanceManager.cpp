@@ -15,13 +15,12 @@
 #include "Exception.h"
 #include "FileLock.h"
 #include "Os.h"
+#include "Periods.h"
 #include "Process.h"
 #include "SafeFile.h"
 
 namespace {
 
-constexpr unsigned int sKillSeconds = 10;
-constexpr unsigned int sTurnSeconds = 10;
 constexpr useconds_t sLookAgain = 1000;  // microseconds
 constexpr char sNewSuffix[] = ".new";
 
@@ -60,7 +59,8 @@ void sWriteNumber(int aDescriptor, const char* apPath) {
 // The file that is to become the pid file, locked: nobody else than who holds its lock puts a file into the
 // pid file's place. Waits for its turn among those that start.
 ZTCDescriptor sTakeNewFile(const char* apPath) {
-    for (const timespec lEnd = OsDeadlineIn(sTurnSeconds); !OsHasPassed(lEnd); usleep(sLookAgain)) {
+    for (const timespec lEnd = OsDeadlineIn(ZTPeriod(ZTP_InstanceStart)); !OsHasPassed(lEnd);
+         usleep(sLookAgain)) {
         ZTCDescriptor lFile = OsOpenOurFile(apPath, O_RDWR | O_CREAT, S_IRUSR | S_IWUSR);
         if (OsLockFile(lFile.get()) && ZTIsStillAt(lFile.get(), apPath)) {
             OsCheckFile(lFile.get(), apPath, S_IFREG);
@@ -84,14 +84,15 @@ void sStop(pid_t aHolder, int aDescriptor) {
         constexpr unsigned int lTurn = 100;  // milliseconds
         // A zombie that has given the lock up has ended, though its log's disk may keep the kernel from
         // clearing it.
-        for (unsigned int lTurns = 0; !lProcess.waitForEnd(lTurn); ++lTurns) {
+        const timespec lEnd = OsDeadlineIn(ZTPeriod(ZTP_InstanceEnd));
+        while (!lProcess.waitForEnd(lTurn)) {
             if (OsIsZombie(aHolder) && !OsIsFileLocked(aDescriptor)) {
                 return;
             }
-            if (lTurns * lTurn >= sKillSeconds * 1000) {
+            if (OsHasPassed(lEnd)) {
                 char lText[64];
                 snprintf(lText, sizeof lText, "Process %d has not ended within %u seconds", aHolder,
-                         sKillSeconds);
+                         ZTSecondsOf(ZTP_InstanceEnd));
                 throw ZTCTimeOutEx(lText, ETIMEDOUT);
             }
         }

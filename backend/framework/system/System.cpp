@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "Periods.h"
+
 namespace {
 constexpr char sFile[] = "System";
 }
@@ -141,7 +143,7 @@ int ZTCSystem::timeForThreads() const {
     if (!isEnding()) {
         return -1;
     }
-    const auto lLeft = std::chrono::ceil<std::chrono::milliseconds>(getEndBegun() + mWatchTimes.mThreads -
+    const auto lLeft = std::chrono::ceil<std::chrono::milliseconds>(getEndBegun() + ZTPeriod(ZTP_ThreadsEnd) -
                                                                     std::chrono::steady_clock::now());
     return static_cast<int>(std::max<long>(lLeft.count(), 0));
 }
@@ -172,7 +174,7 @@ bool ZTCSystem::leaveForeignCode() {
 
 void ZTCSystem::startWatch() {
     mWatch.emplace(*this);
-    mWatch->start(mDaemon.getStarter(), mWatchTimes);
+    mWatch->start(mDaemon.getStarter());
 }
 
 void ZTCSystem::wakeWatch() {

@@ -11,6 +11,7 @@
 #include <iterator>
 
 #include "DetachedThread.h"
+#include "Periods.h"
 #include "StandardError.h"
 #include "System.h"
 
@@ -19,12 +20,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr char sFile[] = "SystemWatch";
-constexpr unsigned int sToldFrom =
-    10;  // seconds inside foreign code from which the service manager's status has it
-
-unsigned int sSecondsOf(milliseconds aTime) {
-    return static_cast<unsigned int>(std::chrono::duration_cast<std::chrono::seconds>(aTime).count());
-}
 
 // How long a call has lasted.
 milliseconds sTimeIn(const ZTSForeignCall& acrCall) {
@@ -49,17 +44,17 @@ milliseconds sWatchdogPeriod() {
 
 ZTCSystemWatch::ZTCSystemWatch(ZTCSystem& arSystem) : mrSystem(arSystem) {}
 
-void ZTCSystemWatch::start(int aStarter, const ZTSWatchTimes& acrTimes) {
-    mTimes = acrTimes;
+void ZTCSystemWatch::start(int aStarter) {
+    mNote = ZTPeriod(ZTP_ServiceNote);
     mStarter = ZTCDescriptor(fcntl(aStarter, F_DUPFD_CLOEXEC, 0));
     mStarted = Clock::now();
     mHasServiceManager = getenv("NOTIFY_SOCKET") != nullptr;
     const milliseconds lWatchdog = sWatchdogPeriod();
     mIsWatchdogSet = mHasServiceManager && lWatchdog.count() != 0;
     if (mIsWatchdogSet) {
-        mTimes.mNote = std::clamp(lWatchdog / 2, milliseconds(1), mTimes.mNote);
+        mNote = std::clamp<Clock::duration>(lWatchdog / 2, milliseconds(1), mNote);
     }
-    mNextNote = mStarted + mTimes.mNote;
+    mNextNote = mStarted + mNote;
     if (const int lErrno = startDetachedThread("watch", threadMain, this); lErrno != 0) {
         throwErrno<ZTCOsException>("pthread_create", "watch", lErrno);
     }
@@ -94,10 +89,11 @@ int ZTCSystemWatch::timeToWait() const {
     constexpr auto lNever = Clock::time_point::max();
     auto lDue = mHasServiceManager ? mNextNote : lNever;
     if (mrSystem.isEnding()) {
-        const auto lThreads = mrSystem.getEndBegun() + mTimes.mThreads;
-        lDue = std::min(lDue, Clock::now() < lThreads ? lThreads : mrSystem.getEndBegun() + mTimes.mEnd);
+        const auto lThreads = mrSystem.getEndBegun() + ZTPeriod(ZTP_ThreadsEnd);
+        lDue = std::min(
+            lDue, Clock::now() < lThreads ? lThreads : mrSystem.getEndBegun() + ZTPeriod(ZTP_ProcessEnd));
     } else if (mrSystem.isStarting() && !mHasToldStart) {
-        lDue = std::min(lDue, mStarted + mTimes.mStart);
+        lDue = std::min(lDue, mStarted + ZTPeriod(ZTP_StartTold));
     }
     if (lDue == lNever) {
         return -1;
@@ -130,11 +126,11 @@ void ZTCSystemWatch::lookAtStarter(short aEvents) {
 
 void ZTCSystemWatch::lookAtStart() {
     if (!mrSystem.isStarting() || mrSystem.isEnding() || mHasToldStart ||
-        Clock::now() - mStarted < mTimes.mStart) {
+        Clock::now() - mStarted < ZTPeriod(ZTP_StartTold)) {
         return;
     }
     mHasToldStart = true;
-    const unsigned int lSeconds = sSecondsOf(mTimes.mStart);
+    const unsigned int lSeconds = ZTSecondsOf(ZTP_StartTold);
     const ZTSForeignCall lCall = mrSystem.getLongestCall();
     char lText[256];
     if (lCall.mpFunction != nullptr) {
@@ -157,14 +153,14 @@ void ZTCSystemWatch::lookAtEnd() {
     }
     const auto lTime = Clock::now() - mrSystem.getEndBegun();
     // A start that is inside the library has nothing yet that could be waited for.
-    if (mrSystem.isStarting() && lTime >= mTimes.mThreads && mrSystem.leaveForeignCode()) {
+    if (mrSystem.isStarting() && lTime >= ZTPeriod(ZTP_ThreadsEnd) && mrSystem.leaveForeignCode()) {
         cleanUp();
         leave();
     }
-    if (lTime >= mTimes.mEnd) {
+    if (lTime >= ZTPeriod(ZTP_ProcessEnd)) {
         Log(ZTLL_Highest, sFile,
             "The end takes longer than %u s, and it is not the vendor library that holds it up: leaving",
-            sSecondsOf(mTimes.mEnd));
+            ZTSecondsOf(ZTP_ProcessEnd));
         leave();
     }
 }
@@ -181,8 +177,9 @@ void ZTCSystemWatch::cleanUp() {
     if (startDetachedThread("clean-up", lWork, this) != 0) {
         return;
     }
-    constexpr timespec lMoment{0, 10000000};
-    for (int lMoments = 0; lMoments < 100 && !mHasCleanedUp.load(); ++lMoments) {
+    constexpr timespec lMoment{0, 1000000};
+    const auto lEnd = Clock::now() + ZTPeriod(ZTP_CleanUp);
+    while (!mHasCleanedUp.load() && Clock::now() < lEnd) {
         nanosleep(&lMoment, nullptr);
     }
 }
@@ -198,13 +195,13 @@ void ZTCSystemWatch::notifyServiceManager() {
     if (!mHasServiceManager || Clock::now() < mNextNote) {
         return;
     }
-    mNextNote = Clock::now() + mTimes.mNote;
+    mNextNote = Clock::now() + mNote;
     const ZTSForeignCall lCall = mrSystem.getLongestCall();
     const milliseconds lTime = lCall.mpFunction != nullptr ? sTimeIn(lCall) : milliseconds(0);
     char lText[256];
-    if (const unsigned int lSeconds = sSecondsOf(lTime); lSeconds >= sToldFrom) {
-        snprintf(lText, sizeof lText, "STATUS=Inside the vendor library's %s for %u s", lCall.mpFunction,
-                 lSeconds);
+    if (lTime >= ZTPeriod(ZTP_CallTold)) {
+        snprintf(lText, sizeof lText, "STATUS=Inside the vendor library's %s for %lld s", lCall.mpFunction,
+                 static_cast<long long>(lTime.count() / 1000));
         OsNotifyServiceManager(lText);
         mHasToldCall = true;
     } else if (mHasToldCall) {
@@ -213,9 +210,9 @@ void ZTCSystemWatch::notifyServiceManager() {
     }
     if (mrSystem.isStarting()) {
         snprintf(lText, sizeof lText, "EXTEND_TIMEOUT_USEC=%lld",
-                 3000LL * static_cast<long long>(mTimes.mNote.count()));
+                 3000LL * static_cast<long long>(std::chrono::duration_cast<milliseconds>(mNote).count()));
         OsNotifyServiceManager(lText);
-    } else if (mIsWatchdogSet && lTime < mTimes.mCall) {
+    } else if (mIsWatchdogSet && lTime < ZTPeriod(ZTP_CallStarves)) {
         const unsigned int lTurns = mrSystem.getTurns();
         if (lTurns != mTurns) {
             OsNotifyServiceManager("WATCHDOG=1");

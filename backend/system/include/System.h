@@ -246,7 +246,6 @@ class ZTCSystem : public ZTCSystemInterface {
     ZTCPointer<ZTCProcessInstanceManager> mInstanceManager;
     ZTCPointer<ZTCVersion> mVersion;
     std::vector<ZTCCmdLineArgDesc> mArgDescs;
-    ZTSWatchTimes mWatchTimes;  ///< before the watch is started
 
     // Filled by init, before the threads are started; the lists themselves do not change afterwards.
     ZTCIdTable<ZTCThreadComponent> mThreadComponents;

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,73 +27,32 @@ struct Node {
 };
 
 using Pointer = ZTCPointer<int>;
-using Use = void (*)(Pointer& arPointer);
+constexpr auto sArray = ZTPST_Array;
+constexpr auto sNoSize = ZTEPointerSizeType{};
 
-// A pointer of any state, also one that cannot come about: object and counter are there or not.
-void useBroken(bool aHasObject, bool aHasCount, unsigned char aSizeType, unsigned char aMemoryType,
-               Use apUse) {
-    const struct {
-        int* mpObject;
-        ZTCReferenceCount* mpCount;
-        unsigned char mTypes[2];
-    } lState{aHasObject ? new int : nullptr,
-             aHasCount ? new ZTCReferenceCount(1) : nullptr,
-             {aSizeType, aMemoryType}};
-    static_assert(sizeof lState == sizeof(Pointer));
-    auto* const lpPointer = new Pointer;
-    memcpy(static_cast<void*>(lpPointer), &lState, sizeof lState);
-    apUse(*lpPointer);
+Pointer filled(ZTEPointerSizeType aSizeType, ZTEPointerMemoryType aMemoryType = ZTPMT_New) {
+    return {new int, aSizeType, aMemoryType};
 }
-
-constexpr Use sCopy = [](Pointer& arPointer) { Pointer{std::as_const(arPointer)}; };
-constexpr Use sAssign = [](Pointer& arPointer) { Pointer() = arPointer; };
-constexpr Use sAssignToItself = [](Pointer& arPointer) { arPointer = std::as_const(arPointer); };
-constexpr Use sDereference = [](Pointer& arPointer) { *arPointer = 1; };
-constexpr Use sArrowConst = [](Pointer& arPointer) { *std::as_const(arPointer).operator->() = 1; };
-constexpr Use sArrow = [](Pointer& arPointer) { *arPointer.operator->() = 1; };
-constexpr Use sGet = [](Pointer& arPointer) { *arPointer.get() = 1; };
-constexpr Use sDestroy = [](Pointer& arPointer) { arPointer.~Pointer(); };
-
-constexpr char sNoCopied[] = "0 != acrCopy\\.mPointer";
-constexpr char sNoCopiedCount[] = "0 != acrCopy\\.mReferenceCount";
-constexpr char sNoObject[] = "0 != mPointer";
-constexpr char sNoCount[] = "0 != mReferenceCount";
-constexpr char sNotOne[] = "ZTPST_Individual == mSizeType";
 
 const struct {
-    unsigned int mLine;
-    const char* mpFunction;  // as a regular expression, like the text
+    const char* mpPlace;  // the line and the function, as a regular expression like the text
     const char* mpText;
-    bool mHasObject, mHasCount;
-    unsigned char mSizeType, mMemoryType;
-    Use mpUse;
+    void (*mpUse)(Pointer& arEmpty);
 } sMisuses[] = {
-    {297, "ZTCPointer", sNoCopied, false, true, 1, 1, sCopy},
-    {298, "ZTCPointer", sNoCopiedCount, true, false, 1, 1, sCopy},
-    {337, "operator=", sNoCopied, false, true, 1, 1, sAssign},
-    {337, "operator=", sNoCopied, false, false, 0, 0, sAssignToItself},
-    {338, "operator=", sNoCopiedCount, true, false, 1, 1, sAssign},
-    {395, "operator\\*", sNoObject, false, true, 1, 1, sDereference},
-    {396, "operator\\*", sNoCount, true, false, 1, 1, sDereference},
-    {406, "operator\\*", "false", true, true, 0, 1, sDereference},
-    {406, "operator\\*", "false", true, true, 3, 1, sDereference},
-    {443, "operator->", sNoObject, false, true, 1, 1, sArrowConst},
-    {444, "operator->", sNoCount, true, false, 1, 1, sArrowConst},
-    {446, "operator->", sNotOne, true, true, 2, 1, sArrowConst},
-    {460, "operator->", sNoObject, false, true, 1, 1, sArrow},
-    {461, "operator->", sNoCount, true, false, 1, 1, sArrow},
-    {463, "operator->", sNotOne, true, true, 2, 1, sArrow},
-    {503, "_releaseMemory", "false", true, true, 3, 1, sDestroy},
-    {511, "_releaseMemory", "false", true, true, 1, 3, sDestroy},
-    {614, "get", sNoObject, false, true, 1, 1, sGet},
-    {615, "get", sNoCount, true, false, 1, 1, sGet},
+    {"297 ZTCPointer", "0 != acrCopy\\.mPointer", [](Pointer& arEmpty) { Pointer{std::as_const(arEmpty)}; }},
+    {"337 operator=", "0 != acrCopy\\.mPointer", [](Pointer& arEmpty) { Pointer() = arEmpty; }},
+    {"337 operator=", "0 != acrCopy\\.mPointer", [](Pointer& arEmpty) { arEmpty = std::as_const(arEmpty); }},
+    {"395 operator\\*", "0 != mPointer", [](Pointer& arEmpty) { *arEmpty = 1; }},
+    {"406 operator\\*", "false", [](Pointer&) { *filled(sNoSize) = 1; }},
+    {"443 operator->", "0 != mPointer", [](Pointer& arEmpty) { std::as_const(arEmpty).operator->(); }},
+    {"446 operator->", "ZTPST_Individual == mSizeType",
+     [](Pointer&) { std::as_const(*new Pointer(filled(sArray))).operator->(); }},
+    {"460 operator->", "0 != mPointer", [](Pointer& arEmpty) { arEmpty.operator->(); }},
+    {"463 operator->", "ZTPST_Individual == mSizeType", [](Pointer&) { filled(sArray).operator->(); }},
+    {"503 _releaseMemory", "false", [](Pointer&) { filled(sNoSize); }},
+    {"511 _releaseMemory", "false", [](Pointer&) { filled(sArray, ZTEPointerMemoryType{}); }},
+    {"614 get", "0 != mPointer", [](Pointer& arEmpty) { arEmpty.get(); }},
 };
-
-// What standard error has to consist of: this one record.
-std::string recordOf(unsigned int aLine, const std::string& acrFunction, const std::string& acrText) {
-    return "^[^\n]*Z [0-9]+\\.[0-9]+ -H- backend/common/include/Pointer:" + std::to_string(aLine) + " " +
-           acrFunction + ": Assertion \\[ " + acrText + " \\] failed\n$";
-}
 
 }  // namespace
 
@@ -167,9 +125,9 @@ TEST(PointerTest, CountsTheOwnersOfManyThreads) {
 
 TEST(PointerDeathTest, EndsTheProcessWhenMisused) {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-    for (const auto& lrCase : sMisuses) {
-        EXPECT_EXIT(useBroken(lrCase.mHasObject, lrCase.mHasCount, lrCase.mSizeType, lrCase.mMemoryType,
-                              lrCase.mpUse),
-                    ::testing::ExitedWithCode(1), recordOf(lrCase.mLine, lrCase.mpFunction, lrCase.mpText));
+    for (const auto& [lpPlace, lpText, lpUse] : sMisuses) {
+        const std::string lRecord = std::string(" -H- backend/common/include/Pointer:") + lpPlace +
+                                    ": Assertion \\[ " + lpText + " \\] failed\n$";
+        EXPECT_EXIT(lpUse(*new Pointer), ::testing::ExitedWithCode(1), "^[^\n]*Z [0-9]+\\.[0-9]+" + lRecord);
     }
 }

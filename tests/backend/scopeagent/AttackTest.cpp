@@ -91,7 +91,7 @@ void swapThings(const ZTCTestDirectory& acrDirectory, const std::string& acrVict
 }  // namespace
 
 TEST(Attack, GarbageOnTheCommandPipeEndsTheAgentInOrderOrNotAtAll) {
-    const unsigned int lRounds = ZTTestRounds(60U, 10000U);
+    const unsigned int lRounds = ZTTestRounds(40U, 10000U);
     std::minstd_rand lRandom(20261121);
     std::map<int, unsigned int> lEnds;
     for (unsigned int lRound = 0; lRound < lRounds; ++lRound) {
@@ -126,7 +126,7 @@ TEST(Attack, AStrangerWhoSwapsThingsInAStickyDirectoryGetsNothing) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can become the stranger";
     }
-    const unsigned long lWanted = ZTTestRounds(20000UL, 300000UL);
+    const unsigned long lWanted = ZTTestRounds(8000UL, 300000UL);
     const ZTCTestDirectory lDirectory;
     const ZTCTestDirectory lElsewhere;
     const std::string lVictim = lElsewhere / "victim";

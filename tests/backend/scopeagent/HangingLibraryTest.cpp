@@ -12,9 +12,13 @@ namespace {
 
 using Options = ZTCTestAgent::Options;
 
-Options badEnvironment(const std::string& acrWords, const std::string& acrUntil = "/none") {
-    return {"ZT_LIBDFC=" ZT_PROVIDER_BAD, "ZT_BAD=" + acrWords, "ZT_BAD_UNTIL=" + acrUntil};
+Options badEnvironment(const std::string& acrWords, const Options& acrMore = {}) {
+    Options lAll{"ZT_LIBDFC=" ZT_PROVIDER_BAD, "ZT_BAD=" + acrWords, "ZT_BAD_UNTIL=/none"};
+    lAll.insert(lAll.end(), acrMore.begin(), acrMore.end());
+    return lAll;
 }
+
+constexpr char sSoon[] = "ZT_TEST_PERIODS=ThreadsEnd=100";
 
 bool isHanging(const std::string& acrErr) {
     return contains(acrErr, "hanging\n");
@@ -23,7 +27,8 @@ bool isHanging(const std::string& acrErr) {
 // An agent whose library hangs in a function, as soon as it is called.
 struct HangingAgent {
     explicit HangingAgent(const std::string& acrFunction)
-        : mFunction(acrFunction), mAgent(mDirectory, {}, badEnvironment("hang=" + acrFunction + ";")) {}
+        : mFunction(acrFunction),
+          mAgent(mDirectory, {}, badEnvironment("hang=" + acrFunction + ";", {sSoon})) {}
 
     void bringThere() {
         if (contains(mFunction, "reg_event")) {
@@ -54,7 +59,6 @@ TEST(HangingLibrary, DoesNotKeepTheAgentFromEnding) {
           "dfc_reg_event", "ztapi_unreg_event", "dfc_unreg_event"}) {
         lAgents.push_back(std::make_unique<HangingAgent>(lpFunction));
     }
-    // All at once, for each takes some seconds.
     for (const auto& lrAgent : lAgents) {
         lrAgent->bringThere();
     }
@@ -73,10 +77,8 @@ TEST(HangingLibrary, DoesNotKeepTheAgentFromEnding) {
 TEST(HangingLibrary, EndsTheAgentAlsoWhereItsDirectoryStandsStill) {
     const ZTCTestDisk lDisk(ZTTestPidFile);
     const ZTCTestDirectory lDirectory;
-    Options lEnvironment = badEnvironment("hang=init;");
-    for (const std::string& lrEntry : lDisk.getEnvironment()) {
-        lEnvironment.push_back(lrEntry);
-    }
+    Options lEnvironment = badEnvironment("hang=init;", lDisk.getEnvironment());
+    lEnvironment.push_back(std::string(sSoon) + ",CleanUp=50");
     ZTCTestAgent lAgent(lDirectory, {}, lEnvironment);
     EXPECT_TRUE(waitUntil([&] { return isHanging(lAgent.getErr()); }));
     lDisk.stand();
@@ -88,7 +90,7 @@ TEST(HangingLibrary, EndsTheAgentAlsoWhereItsDirectoryStandsStill) {
 TEST(HangingLibrary, EndsTheAgentInOrderWhenItReturnsInTime) {
     const ZTCTestDirectory lOther;
     const ZTCTestDirectory lDirectory;
-    ZTCTestAgent lAgent(lDirectory, {}, badEnvironment("hang=init;", lOther / "go"));
+    ZTCTestAgent lAgent(lDirectory, {}, badEnvironment("hang=init;", {"ZT_BAD_UNTIL=" + (lOther / "go")}));
     EXPECT_TRUE(waitUntil([&] { return isHanging(lAgent.getErr()); }));
     lAgent.sendSignal(SIGTERM);
     EXPECT_TRUE(waitUntil([&] { return contains(lAgent.getLog(), "Ending on signal 15\n"); }));
@@ -100,8 +102,8 @@ TEST(HangingLibrary, EndsTheAgentInOrderWhenItReturnsInTime) {
 TEST(HangingLibrary, DoesNotLeaveADaemonBehindThatNobodyWaitsFor) {
     prctl(PR_SET_CHILD_SUBREAPER, 1);
     const ZTCTestDirectory lDirectory;
-    ZTCTestChild lStarter(ZTCTestAgent::commandOf({}, {}),
-                          ZTCTestAgent::environmentOf(lDirectory, badEnvironment("hang=init;")));
+    ZTCTestChild lStarter({ZT_TEST_AGENT},
+                          ZTCTestAgent::environmentOf(lDirectory, badEnvironment("hang=init;", {sSoon})));
     EXPECT_TRUE(waitUntil([&] { return isHanging(lStarter.getErr()); }));
     ZTCTestProcess lDaemon(std::stoi(readFile(lDirectory / ZTTestPidFile)));
     kill(lStarter.getProcess(), SIGKILL);

@@ -1,184 +1,156 @@
-// The heartbeat: the agent's own, and its watch over the sensor's. Every case has an agent of its own, with a
-// period of a second; all run at once.
+// The heartbeat: the agent's own, and its watch over the sensor's.
 #include <sys/inotify.h>
 #include <sys/stat.h>
 
-#include <ctime>
-
 #include "AgentClient.h"
 #include "CommonHeartbeat.h"
+#include "ScopeAgentHeartbeatHandler.h"
+#include "ScopeAgentSystem.h"
 
 namespace {
 
-constexpr char sBeat[] = "Checking the status of Sensor\n";
-constexpr char sUnchanged[] = "hasn't changed\n";
-constexpr char sMissing[] = "Failed in stat on ";
-constexpr char sAlive[] = "Sensor process still running, but not updating the heartbeat\n";
-constexpr char sGone[] = "Failed in getting the status of Sensor\n";
-
-// An agent and the sensor's file beside it.
-class Watch {
-  public:
-    explicit Watch(const std::string& acrSensorFile = "")
-        : mAgent((prepare(acrSensorFile), mDirectory), {"-b", "1", "-d", "255"}) {}
-
-    const ZTCTestDirectory& getDirectory() const { return mDirectory; }
-    ZTCTestAgent& getAgent() { return mAgent; }
-
-    void writeSensorFile(const std::string& acrText) const { writeFile(mSensorFile, acrText); }
-    void setModTime(time_t aSeconds) const { setModTime(mSensorFile, aSeconds); }
-    static void setModTime(const std::string& acrPath, time_t aSeconds) {
-        const timespec lTimes[] = {{aSeconds, 0}, {aSeconds, 0}};
-        EXPECT_EQ(utimensat(AT_FDCWD, acrPath.c_str(), lTimes, 0), 0);
-    }
-
-    void waitForBeats(std::size_t aCount) const {
-        EXPECT_TRUE(waitUntil([&] { return countIn(mAgent.getLog(), " CheckStatus: Left\n") >= aCount; }))
-            << mAgent.getLog();
-    }
-
-    /// What the log says of the heartbeat, a word a record: a period with nothing to tell is "beat".
-    std::string story() const {
-        constexpr std::pair<const char*, const char*> lRecords[] = {
-            {sBeat, " beat"},
-            {sUnchanged, " unchanged"},
-            {sMissing, " missing"},
-            {sAlive, " alive"},
-            {sGone, " gone"},
-            {"Checking the status of the actual sensor process/service\n", " check"},
-            {"Failed in updating the status\n", " untouchable"},
-        };
-        std::istringstream lLog(mAgent.getLog());
-        std::string lStory;
-        for (std::string lLine; std::getline(lLog, lLine);) {
-            for (const auto& [lpText, lpWord] : lRecords) {
-                lStory += contains(lLine + "\n", lpText) ? lpWord : "";
-            }
-        }
-        return lStory;
-    }
-
-    /// A look ends before the warning that the time has not changed, and behind the one that there is no
-    /// file.
-    void expectOrderOfTraces() const {
-        std::istringstream lLog(mAgent.getLog());
-        bool lIsInside = false;
-        for (std::string lLine; std::getline(lLog, lLine);) {
-            if (contains(lLine, " CheckStatus: ")) {
-                EXPECT_EQ(contains(lLine + "\n", sUnchanged) || contains(lLine, "Entered"), !lIsInside)
-                    << lLine;
-                lIsInside = contains(lLine, "Entered") || contains(lLine, sMissing);
-            }
-        }
-    }
-
-  private:
-    void prepare(const std::string& acrSensorFile) const {
-        if (!acrSensorFile.empty()) {
-            writeSensorFile(acrSensorFile);
-            setModTime(1000000000);
-        }
-    }
-
-    const ZTCTestDirectory mDirectory;
-    const std::string mSensorFile = mDirectory / ZTTestSensorFile;
-    ZTCTestAgent mAgent;
-};
+void setModTime(const std::string& acrPath, time_t aSeconds) {
+    const timespec lTimes[] = {{aSeconds, 0}, {aSeconds, 0}};
+    EXPECT_EQ(utimensat(AT_FDCWD, acrPath.c_str(), lTimes, 0), 0);
+}
 
 std::string ownPid() {
     return std::to_string(getpid()) + "\n";
 }
 
-constexpr char sSilentAndGone[] = " beat beat beat unchanged check gone";
-constexpr char sNoProcess[] = "4194304\n";  // the kernel's numbers end before it
+// Its periods are over as soon as they are waited for. In each, the next step is done.
+class SteppedSystem : public ZTCScopeAgentSystem {
+  public:
+    using Step = std::function<void(SteppedSystem&)>;
 
-void expectEndWith(Watch& arWatch, const std::string& acrStory) {
-    EXPECT_EQ(arWatch.getAgent().waitForEnd(), 0);
-    EXPECT_TRUE(arWatch.story().starts_with(acrStory)) << arWatch.story() << "\ninstead of\n" << acrStory;
-    arWatch.expectOrderOfTraces();
-    std::filesystem::remove_all(arWatch.getDirectory() / ZTTestSensorFile);
-    EXPECT_EQ(namesIn(arWatch.getDirectory()), std::set<std::string>{ZTTestLog});
-}
-
-void endsAfter(const std::string& acrSensorFile, const std::string& acrStory) {
-    Watch lWatch(acrSensorFile);
-    expectEndWith(lWatch, acrStory);
-}
-
-void stop(Watch& arWatch, const std::string& acrStory) {
-    arWatch.getAgent().sendSignal(SIGTERM);
-    expectEndWith(arWatch, acrStory);
-}
-
-// Steady, and with a clock that steps back and forth: what counts is that the time changes.
-template <class ModTime>
-void beatsAndIsLeftAlone(const ModTime& acrModTime) {
-    Watch lWatch(sNoProcess);
-    const std::string lPidFile = lWatch.getDirectory() / ZTTestPidFile;
-    for (unsigned int lBeat = 1; lBeat <= 5; ++lBeat) {
-        lWatch.waitForBeats(lBeat);
-        struct stat lStatus {};
-        EXPECT_EQ(stat(lPidFile.c_str(), &lStatus), 0);
-        EXPECT_GT(lStatus.st_mtime, 1000000000);  // touched since the last beat
-        Watch::setModTime(lPidFile, 1000000000);
-        lWatch.setModTime(acrModTime(lBeat));
+    SteppedSystem(const ZTCTestDirectory& acrDirectory, const std::vector<Step>& acrSteps)
+        : ZTCScopeAgentSystem("stepped"),
+          mSensorFile(acrDirectory / ZTTestSensorFile),
+          mOwnFile(acrDirectory / ZTTestPidFile),
+          mrSteps(acrSteps) {
+        setenv("ZT_VRX_SENSOR_DIR", acrDirectory.getPath().c_str(), 1);
+        preInit();
+        setLogCode(255);
+        markAsRunning();
     }
-    stop(lWatch, " beat beat beat beat beat");
-    EXPECT_EQ(countIn(lWatch.story(), " "), countIn(lWatch.story(), " beat"));
-}
 
-const std::pair<const char*, void (*)()> sCases[] = {
-    {"steady", [] { beatsAndIsLeftAlone([](unsigned int aBeat) { return 1000000000 + time_t{aBeat}; }); }},
-    {"stepping",
-     [] { beatsAndIsLeftAlone([](unsigned int aBeat) { return 999999000 + aBeat % 2 * 9000; }); }},
-    {"silent but alive, then back",
-     [] {
-         Watch lWatch(ownPid());
-         lWatch.waitForBeats(5);
-         const ZTCTestSensor lSensor(lWatch.getDirectory());
-         EXPECT_EQ(lSensor.ask(stopOf(1)), successOf(1));
-         lWatch.setModTime(2);
-         lWatch.waitForBeats(8);
-         stop(lWatch, " beat beat beat unchanged check alive beat unchanged check alive beat");
-         EXPECT_TRUE(contains(lWatch.story(), " alive beat beat")) << lWatch.story();
-     }},
-    {"no process", [] { endsAfter(sNoProcess, sSilentAndGone); }},
-    {"no file", [] { endsAfter("", " beat missing beat missing check gone"); }},
-    {"a file that comes late, and does not change",
-     [] {
-         Watch lWatch;
-         lWatch.waitForBeats(1);
-         lWatch.writeSensorFile(ownPid());
-         lWatch.waitForBeats(4);
-         stop(lWatch, " beat missing beat beat unchanged check alive beat");
-     }},
-    {"a file that goes, and the process with it",
-     [] {
-         Watch lWatch(ownPid());
-         lWatch.waitForBeats(1);
-         std::filesystem::remove(lWatch.getDirectory() / ZTTestSensorFile);
-         expectEndWith(lWatch, " beat beat missing beat missing check gone");
-     }},
-    {"a directory",
-     [] {
-         Watch lWatch;
-         mkdir((lWatch.getDirectory() / ZTTestSensorFile).c_str(), 0700);
-         expectEndWith(lWatch, " beat missing beat missing check gone");
-     }},
-    {"own file removed",
-     [] {
-         Watch lWatch(ownPid());
-         lWatch.waitForBeats(1);
-         std::filesystem::remove(lWatch.getDirectory() / ZTTestPidFile);
-         expectEndWith(lWatch, " beat untouchable");
-     }},
+    void run() {
+        ZTCScopeAgentHeartbeatHandler lHandler(this, 1);
+        mpHandler = &lHandler;
+        void* lBlock[] = {static_cast<ZTCThreadComponent*>(&lHandler),
+                          static_cast<ZTCSystemInterface*>(this)};
+        ScopeAgentHeartbeatThread(lBlock);
+        EXPECT_EQ(mStep, mrSteps.size());
+    }
+
+    void timedWait(unsigned int aConditional, unsigned int aSeconds) override {
+        EXPECT_TRUE(aConditional == 0 && aSeconds == 1);
+        struct stat lStatus {};
+        EXPECT_EQ(stat(mOwnFile.c_str(), &lStatus), 0);
+        EXPECT_GT(lStatus.st_mtime, 1000000000);  // touched since the last beat
+        setModTime(mOwnFile, 1000000000);
+        if (mStep == mrSteps.size()) {
+            mpHandler->setForExit();
+            return;
+        }
+        mrSteps[mStep++](*this);
+        throw ZTCTimeOutEx("", 0);
+    }
+
+    const std::string mSensorFile;
+    const std::string mOwnFile;
+
+  private:
+    const std::vector<Step>& mrSteps;
+    std::size_t mStep = 0;
+    ZTCThreadComponent* mpHandler = nullptr;
 };
 
+using Step = SteppedSystem::Step;
+
+void nothing(SteppedSystem& /*arSystem*/) {}
+
+Step sensorIs(const std::string& acrText) {
+    return [=](SteppedSystem& arSystem) {
+        writeFile(arSystem.mSensorFile, acrText);
+        setModTime(arSystem.mSensorFile, 1000);
+    };
+}
+
+Step changed(time_t aTime) {
+    return [=](SteppedSystem& arSystem) { setModTime(arSystem.mSensorFile, aTime); };
+}
+
+Step removed(const std::string SteppedSystem::*apFile) {
+    return [=](SteppedSystem& arSystem) { std::filesystem::remove(arSystem.*apFile); };
+}
+
+constexpr char sUnchanged[] = "hasn't changed\n";
+constexpr char sMissing[] = "Failed in stat on ";
+
+// What the log says of the heartbeat, a word a record: a period with nothing to tell is "beat".
+std::string storyIn(const std::string& acrLog) {
+    constexpr std::pair<const char*, const char*> lRecords[] = {
+        {"Checking the status of Sensor\n", " beat"},
+        {sUnchanged, " unchanged"},
+        {sMissing, " missing"},
+        {"Sensor process still running, but not updating the heartbeat\n", " alive"},
+        {"Failed in getting the status of Sensor\n", " gone"},
+        {"Checking the status of the actual sensor process/service\n", " check"},
+        {"Failed in updating the status\n", " untouchable"},
+        {"Exiting Heartbeat Handler Thread as it is marked for exit.\n", " end"},
+    };
+    std::istringstream lLog(acrLog);
+    std::string lStory;
+    bool lIsInside = false;
+    for (std::string lLine; std::getline(lLog, lLine);) {
+        for (const auto& [lpText, lpWord] : lRecords) {
+            lStory += contains(lLine + "\n", lpText) ? lpWord : "";
+        }
+        // A look ends before the warning that the time has not changed, and behind the one that there is no
+        // file.
+        if (contains(lLine, " CheckStatus: ")) {
+            EXPECT_EQ(contains(lLine + "\n", sUnchanged) || contains(lLine, "Entered"), !lIsInside) << lLine;
+            lIsInside = contains(lLine, "Entered") || contains(lLine, sMissing);
+        }
+    }
+    return lStory;
+}
+
 TEST(Heartbeat, JudgesTheSensorByItsFileAndThenByItsProcess) {
-    inThreads(static_cast<unsigned int>(std::size(sCases)), [](unsigned int aCase) {
-        SCOPED_TRACE(sCases[aCase].first);
-        sCases[aCase].second();
-    });
+    const Step lNobodys = sensorIs("4194304\n");  // the kernel's numbers end before it
+    const Step lOurs = sensorIs(ownPid());
+    const Step lGone = removed(&SteppedSystem::mSensorFile);
+    const Step lDirectory = [](SteppedSystem& arSystem) { mkdir(arSystem.mSensorFile.c_str(), 0700); };
+    const std::pair<std::vector<Step>, const char*> lRows[] = {
+        {{lNobodys, changed(1001), changed(1002), changed(1003)}, " beat beat beat beat end"},
+        {{lNobodys, changed(10), changed(9000), changed(11), nothing}, " beat beat beat beat beat end"},
+        {{lOurs, nothing, nothing, nothing, changed(2), nothing},
+         " beat beat beat unchanged check alive beat unchanged check alive beat beat end"},
+        {{lNobodys, nothing, nothing}, " beat beat beat unchanged check gone"},
+        {{nothing, nothing}, " beat missing beat missing check gone"},
+        {{nothing, lOurs, nothing}, " beat missing beat beat unchanged check alive end"},
+        {{lOurs, lGone, nothing}, " beat beat missing beat missing check gone"},
+        {{lDirectory, nothing}, " beat missing beat missing check gone"},
+        {{lOurs, removed(&SteppedSystem::mOwnFile)}, " beat untouchable"},
+    };
+    for (const auto& [lrSteps, lpStory] : lRows) {
+        const ZTCTestDirectory lRuntime;
+        const ZTSTestEnd lEnd = runChild([&, &lrGiven = lrSteps, lpGiven = lpStory] {
+            SteppedSystem lSystem(lRuntime, lrGiven);
+            lSystem.run();
+            EXPECT_EQ(lSystem.isSetForExit(), !contains(lpGiven, "end"));
+        });
+        EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut;
+        EXPECT_EQ(storyIn(lEnd.mErr), lpStory) << lEnd.mErr;
+    }
+}
+
+TEST(Heartbeat, EndsTheAgentThatHasNoSensor) {
+    const ZTCTestDirectory lDirectory;
+    ZTCTestAgent lAgent(lDirectory, {"-b", "2", "-d", "255"}, {"ZT_TEST_PERIODS=Second=20"});
+    lAgent.expectEnd("ScopeAgent System exiting", ZTTestSoon);
+    EXPECT_EQ(storyIn(lAgent.getLog()), " beat missing beat missing check gone");
 }
 
 // The system's part of it is the instance manager's test.
@@ -200,24 +172,14 @@ TEST(Heartbeat, CountsFailuresUntilTheTimeChanges) {
                                                   {5, false}, {0, false}, {0, false}, {5, false}, {5, false},
                                                   {5, true},  {6, false}, {6, false}};
     for (const auto& lrLook : lLooks) {
-        Watch::setModTime(lPath, lrLook.first);
+        setModTime(lPath, lrLook.first);
         EXPECT_EQ(failsIn(lCheck), lrLook.second) << "look " << &lrLook - lLooks;
     }
 }
 
 // What another user may put into the sensor's place. $T is a file of ours that names a process which lives.
 TEST(Heartbeat, BelievesNobodyElsesFile) {
-    const std::pair<const char*, bool> lRows[] = {
-        {"ln -s $T $P", false},
-        {"ln $T $P", false},
-        {"mkfifo $P", false},
-        {"mknod $P c 1 3", true},
-        {"cp $T $P; chown 65534 $P", true},
-    };
-    for (const auto& [lpMade, lNeedsRoot] : lRows) {
-        if (lNeedsRoot && geteuid() != 0) {
-            continue;
-        }
+    for (const char* const lpMade : {"ln -s $T $P", "ln $T $P", "mkfifo $P"}) {
         SCOPED_TRACE(lpMade);
         const ZTCTestDirectory lDirectory;
         const std::string lPath = lDirectory / ZTTestSensorFile;
@@ -230,7 +192,7 @@ TEST(Heartbeat, BelievesNobodyElsesFile) {
         inotify_add_watch(lOpenings.get(), lDirectory.getPath().c_str(), IN_OPEN);
         ZTCCheckHeartbeat lCheck(makePointer<ZTCString>(lPath.c_str()), nullptr);
         EXPECT_FALSE(failsIn(lCheck));
-        Watch::setModTime(lDirectory / "target", 5);
+        setModTime(lDirectory / "target", 5);
         EXPECT_TRUE(failsIn(lCheck));
         ZTCProcessInstanceManager lManager((lDirectory / "own.pid").c_str());
         EXPECT_THROW(lManager.getProcStatus(lPath.c_str()), ZTCClibGetProcStatusFailedEx);

@@ -186,6 +186,7 @@ TEST(Lifecycle, ADaemonCanBeSpokenToWhenItsCommandReturns) {
 TEST(Lifecycle, LosesNoDescriptors) {
     const ZTCTestDirectory lDirectory;
     ZTCTestAgent lAgent(lDirectory);
+    EXPECT_TRUE(waitUntil([&] { return namesIn(lDirectory).count(ZTTestStatistics) == 1; }));
     std::size_t lBefore = 0;
     for (unsigned int lRound = 0; lRound <= 100; ++lRound) {
         const ZTCTestSensor lSensor(lDirectory);

@@ -9,7 +9,11 @@ constexpr unsigned int sEvents = 100000;
 struct Stand {
     Stand() : mSim("") {}
 
-    ZTCTestAgent::Options environment() const { return mSim.getEnvironment(mDisk.getEnvironment()); }
+    ZTCTestAgent::Options environment(const char* apPeriods = "") const {
+        ZTCTestAgent::Options lDisk = mDisk.getEnvironment();
+        lDisk.push_back(std::string("ZT_TEST_PERIODS=") + apPeriods);
+        return mSim.getEnvironment(lDisk);
+    }
     std::string log() const { return readFile(mDisk / "log"); }
 
     ZTCTestDirectory mDirectory;
@@ -26,7 +30,8 @@ std::vector<ZTSTestList> fetch(const ZTCTestSensor& acrSensor) {
 TEST(LogDisk, StandsStillWhileEventsAreTakenAndTheAgentEnds) {
     for (const bool lMovesAgain : {true, false}) {
         Stand lStand;
-        ZTCTestAgent lAgent(lStand.mDirectory, {"-l", lStand.mDisk / "log"}, lStand.environment());
+        ZTCTestAgent lAgent(lStand.mDirectory, {"-l", lStand.mDisk / "log"},
+                            lStand.environment(lMovesAgain ? "" : "LogFlush=50"));
         const ZTCTestSensor lSensor(lStand.mDirectory);
         EXPECT_EQ(lSensor.ask(messageOf(1, '\0' + wordOf(64))), successOf(1));
         lStand.mDisk.stand();
@@ -46,7 +51,8 @@ TEST(LogDisk, StandsStillWhileEventsAreTakenAndTheAgentEnds) {
 TEST(LogDisk, CannotBeOpenedOnceItMovesAndIsTriedAgain) {
     Stand lStand;
     lStand.mDisk.stand();
-    ZTCTestAgent lAgent(lStand.mDirectory, {"-l", lStand.mDisk / "log"}, lStand.environment());
+    ZTCTestAgent lAgent(lStand.mDirectory, {"-l", lStand.mDisk / "log"},
+                        lStand.environment("LogOpen=20,LogTell=20"));
     const ZTCTestSensor lSensor(lStand.mDirectory);
     std::filesystem::rename(lStand.mDisk.getPath(), lStand.mDisk.getPath() + ".away");
     lStand.mDisk.move();
@@ -64,8 +70,9 @@ TEST(LogDisk, StandsStillAtAStartWhichGoesOn) {
     for (const char* const lpIsDaemon : {"true", "false"}) {
         Stand lStand;
         lStand.mDisk.stand();
-        ZTCTestChild lStarter(ZTCTestAgent::commandOf({"-D", lpIsDaemon}, {"-l", lStand.mDisk / "log"}),
-                              ZTCTestAgent::environmentOf(lStand.mDirectory, lStand.environment()));
+        ZTCTestChild lStarter(
+            ZTCTestChild::Arguments{ZT_TEST_AGENT, "-D", lpIsDaemon, "-l", lStand.mDisk / "log"},
+            ZTCTestAgent::environmentOf(lStand.mDirectory, lStand.environment("LogOpen=20")));
         const ZTCTestSensor lSensor(lStand.mDirectory);
         EXPECT_EQ(lSensor.ask(stopOf(1)), successOf(1));
         EXPECT_EQ(lStarter.getErr(),

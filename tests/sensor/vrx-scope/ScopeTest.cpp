@@ -322,9 +322,10 @@ TEST(Scope, WatchesWhileAgentsComeAndGo) {
 }
 
 TEST(Scope, IsTheAgentsSensorAsLongAsItWatches) {
-    ZTSScopeStand lStand({"-b", "1"});
+    const bool lIsSlow = ZTIsSanitized;
+    ZTSScopeStand lStand({"-b", "1"}, {lIsSlow ? "ZT_TEST_PERIODS=" : "ZT_TEST_PERIODS=Second=500"});
     // Two periods without a sensor end an agent.
-    ZTCScopeRun lWatch(lStand.mrDirectory, {"watch", "--every", "1", "--for", "3"});
+    ZTCScopeRun lWatch(lStand.mrDirectory, {"watch", "--every", "0.5", "--for", lIsSlow ? "4" : "2"});
     bool lIsKept = true;
     EXPECT_TRUE(waitUntil([&] {
         const bool lIsAlive = lStand.mAgent.isAlive();

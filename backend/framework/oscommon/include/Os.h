@@ -4,6 +4,7 @@
 
 #include <pthread.h>
 
+#include <chrono>
 #include <ctime>
 
 /// A plain, non-recursive mutex that spins a little before it sleeps: what it guards is short.
@@ -27,7 +28,8 @@ int OsTimedWaitConditional(pthread_cond_t& arConditional, pthread_mutex_t& arMut
 /// Gives memory that was freed back to the system.
 void OsReleaseMemory();
 
-/// The deadline so many seconds from now, by CLOCK_MONOTONIC.
+/// The deadline so far from now, by CLOCK_MONOTONIC. Seconds are those of ZTP_Second.
+timespec OsDeadlineIn(std::chrono::milliseconds aTime);
 timespec OsDeadlineIn(unsigned int aSeconds);
 /// Whether it has passed.
 bool OsHasPassed(const timespec& acrDeadline);

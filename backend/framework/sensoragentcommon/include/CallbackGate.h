@@ -50,7 +50,7 @@ class ZTCCallbackGate {
     void shut() { mIsOpen.store(false); }
 
     /// Waits, with the gate shut, until nobody is inside; at most so long. Returns how many still are.
-    unsigned int waitUntilEmpty(unsigned int aSeconds);
+    unsigned int waitUntilEmpty(std::chrono::milliseconds aTime);
     /// How many are inside now, or are just being turned away.
     unsigned int countInside() const;
 

@@ -10,17 +10,6 @@
 
 class ZTCSystem;
 
-/// How long what may take.
-struct ZTSWatchTimes {
-    std::chrono::milliseconds mStart{60000};  ///< a start that takes longer is told
-    std::chrono::milliseconds mThreads{
-        5000};                             ///< from the request to exit: so long the threads are waited for
-    std::chrono::milliseconds mEnd{8000};  ///< the same: then the process is left, whatever it does
-    std::chrono::milliseconds mCall{
-        60000};  ///< a call that lasts longer starves the service manager's watchdog
-    std::chrono::milliseconds mNote{10000};  ///< the service manager hears at least so often
-};
-
 /// A thread that lives as long as the process. It waits for nothing that may stand still, and needs no
 /// memory.
 ///
@@ -41,7 +30,7 @@ class ZTCSystemWatch {
 
     /// Starts the thread, behind a fork. aStarter: the descriptor of the pipe to the process that waits for
     /// this one to be ready, else -1. Throws ZTCOsException.
-    void start(int aStarter, const ZTSWatchTimes& acrTimes);
+    void start(int aStarter);
 
     /// Something has changed that it waits for. Any thread.
     void wake() { mWake.set(); }
@@ -61,11 +50,11 @@ class ZTCSystemWatch {
     [[noreturn]] void leave();
 
     ZTCSystem& mrSystem;
-    ZTSWatchTimes mTimes;
     ZTCSignalSource mSignals;
     ZTCEvent mWake;
     ZTCDescriptor mStarter;  // our own: the system closes its own when it is ready
     Clock::time_point mStarted;
+    Clock::duration mNote{};  // the service manager hears so often
     Clock::time_point mNextNote;
     std::atomic<bool> mHasCleanedUp{false};
     bool mHasToldStart = false;

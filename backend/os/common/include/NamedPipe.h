@@ -19,8 +19,7 @@ enum ZTENamedPipeDirection : unsigned char { ZTNPD_Read = 1, ZTNPD_Write = 2 };
 /// text, unless said otherwise.
 class ZTCNamedPipe {
   public:
-    static constexpr unsigned int StallSeconds = 5;  ///< the longest pause inside a message that is read
-    static constexpr int Capacity = 1024 * 1024;     ///< of the pipe, in bytes, where the system allows it
+    static constexpr int Capacity = 1024 * 1024;  ///< of the pipe, in bytes, where the system allows it
 
     /// The mode and the last byte are the server's; nothing here depends on them.
     ZTCNamedPipe(const ZTCString& acrPath, unsigned char aDirection, unsigned char aMode,

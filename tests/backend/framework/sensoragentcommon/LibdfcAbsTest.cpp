@@ -104,9 +104,10 @@ TEST_F(LibdfcAbs, WaitsForASlowCloseAndNotForOneThatHangs) {
         mLibrary.LIBDFC_Close();
         fputs("returned\n", stderr);
         load(ZT_PROVIDER_BAD, "close-hangs");
+        const ZTCTestPeriod lPeriod(ZTP_LibraryClose);
         const auto lStart = std::chrono::steady_clock::now();
         mLibrary.LIBDFC_Close();
-        EXPECT_GE(std::chrono::steady_clock::now() - lStart, std::chrono::seconds(5));
+        EXPECT_GE(std::chrono::steady_clock::now() - lStart, ZTPeriod(ZTP_LibraryClose));
     });
     EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mErr;
     EXPECT_EQ(lEnd.mErr.find("closed\nreturned\n"), 0U) << lEnd.mErr;
@@ -117,14 +118,14 @@ TEST_F(LibdfcAbs, WaitsForASlowCloseAndNotForOneThatHangs) {
 TEST_F(LibdfcAbs, RegistersAndClosesInAStorm) {
     const ZTSTestEnd lEnd = runChild([&] {
         load(ZT_PROVIDER_BAD, "storm");
-        for (unsigned int lRound = 0; lRound < 1000; ++lRound) {
+        for (unsigned int lRound = 0; lRound < ZTTestRounds(300U, 10000U); ++lRound) {
             registerBoth();
             EXPECT_EQ(mLibrary.LIBDFC_ZtapiUnregEvent(2, mPort, mHandle), 0U);
             EXPECT_EQ(mLibrary.LIBDFC_DfcUnregEvent(2, ZT_DFC_LINK), 0U);
         }
         registerBoth();
         closeInStorm();
-        for (unsigned int lRound = 0; lRound < 200 && !HasFailure(); ++lRound) {
+        for (unsigned int lRound = 0; lRound < ZTTestRounds(60U, 1000U) && !HasFailure(); ++lRound) {
             load(ZT_PROVIDER_BAD, "storm");
             registerBoth();
             closeInStorm();

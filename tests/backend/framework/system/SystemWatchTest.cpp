@@ -34,19 +34,20 @@ TEST_F(SystemWatch, LeavesWhatHangsAndTellsWhatItWas) {
     const struct {
         std::string mHangs;
         bool mIsInside;  // a thread in foreign code
+        std::string mPeriods;
         std::string mTold;
-    } lRows[] = {{"thread", false, "Thread waiter does not end: ending without it\n"},
-                 {"thread", true, lLibrary},
-                 {"start", true, lLibrary},
-                 {"start", false, lOther},
-                 {"destroy", false, lOther},
-                 {"thread destroy", true, lOther}};
+    } lRows[] = {{"thread", false, "ThreadsEnd=50", "Thread waiter does not end: ending without it\n"},
+                 {"thread", true, "ThreadsEnd=50", lLibrary},
+                 {"start", true, "StartTold=1,ThreadsEnd=50", lLibrary},
+                 {"start", false, "StartTold=1,ThreadsEnd=10,ProcessEnd=50", lOther},
+                 {"destroy", false, "ThreadsEnd=10,ProcessEnd=50", lOther},
+                 {"thread destroy", true, "ThreadsEnd=10,ProcessEnd=50", lOther}};
     for (const auto& lrRow : lRows) {
         SCOPED_TRACE(lrRow.mHangs + (lrRow.mIsInside ? " inside" : ""));
         put("zt-test.log", false);
         put("inside", lrRow.mIsInside);
-        ZTCTestChild lSystem(mForeground,
-                             environmentOf({"ZT_TEST_TIME=300", "ZT_TEST_HANGS=" + lrRow.mHangs}));
+        ZTCTestChild lSystem(mForeground, environmentOf({"ZT_TEST_PERIODS=" + lrRow.mPeriods,
+                                                         "ZT_TEST_HANGS=" + lrRow.mHangs}));
         const std::string lReached = lrRow.mHangs == "start" ? "Not ready after" : "Waiting\n";
         EXPECT_TRUE(waitUntil([&] { return contains(log(), lReached); }));
         kill(lSystem.getProcess(), SIGTERM);
@@ -63,8 +64,8 @@ TEST_F(SystemWatch, TellsOfAStartThatTakesLongAndWaits) {
         put("go", false);
         put("inside", lIsInside);
         ZTCTestChild lStarter({ZT_TEST_SYSTEM, "-D", "true"},
-                              environmentOf({"ZT_TEST_TIME=1000", "ZT_TEST_HANGS=start"}));
-        const std::string lSaid = std::string("zt-test-system: not ready after 1 s") +
+                              environmentOf({"ZT_TEST_PERIODS=StartTold=20", "ZT_TEST_HANGS=start"}));
+        const std::string lSaid = std::string("zt-test-system: not ready after 60 s") +
                                   (lIsInside ? ": the vendor library's function does not return" : "") +
                                   "; still waiting\n";
         EXPECT_TRUE(waitUntil([&] { return lStarter.getErr() == lSaid; })) << lStarter.getErr();
