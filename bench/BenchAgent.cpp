@@ -18,6 +18,8 @@ namespace {
 
 constexpr char sFile[] = "BenchAgent";
 
+constexpr unsigned int sAdapters = 2;
+
 constinit thread_local std::uint64_t tAllocations = 0;
 
 // A directory for files, gone at the end.
@@ -50,7 +52,8 @@ ZTCScopeAgentSystem& sAgent() {
         setSystemObject(lpAgent);
         lpAgent->initLibdfc();
         lpAgent->initScopeAgentHandlers();
-        lpAgent->setDataCeiling(1024);
+        lpAgent->getCollection().setDataCeiling(1024);
+        OsReturnLargeBlocks();
         return *lpAgent;
     }();
     return srAgent;
@@ -108,7 +111,7 @@ void ZTCBenchEvent::deliver(unsigned int aBoard) const {
 }
 
 void ZTCBenchEvent::deliverAboveLimit() const {
-    sProcessScopeEvent(sAgent(), {0, nullptr, mCategory, mSubcategory, mPayload, mLength});
+    sProcessScopeEvent(sAgent(), {}, {0, nullptr, mCategory, mSubcategory, mPayload, mLength});
 }
 
 // ---- The log ----
@@ -166,15 +169,12 @@ void ztbench::addSmallest(unsigned int aRecords) {
     setLogCode(lMask);
 }
 
-void ztbench::prepareDetach() {
-    sDetached() = sAgent().makeRecordLists();
+void ztbench::detach() {
+    sDetached() = sAgent().getCollection().detach(sAdapters);
 }
 
-void ztbench::detach() {
-    ZTCScopeAgentSystem& lrAgent = sAgent();
-    const ZTCScopedLock lLock(lrAgent.getScopeDataLock());
-    lrAgent.clearPrevScopeData();
-    lrAgent.resetRecordLists(sDetached(), 0);
+void ztbench::giveBack() {
+    sAgent().getCollection().release(sDetached());
 }
 
 ZTCPointer<ZTCBuffer> ztbench::respond() {

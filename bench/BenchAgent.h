@@ -61,10 +61,9 @@ void addSmallest(unsigned int aRecords);
 
 // What a fetch is made of.
 
-/// What it does before it takes the lock.
-void prepareDetach();
-/// What it does under the lock.
+/// What it takes out of the collection, for which alone it holds the lock; and gives back.
 void detach();
+void giveBack();
 /// The whole of it, up to the response.
 ZTCPointer<ZTCBuffer> respond();
 /// Frees what the response was made of.

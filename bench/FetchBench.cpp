@@ -135,14 +135,14 @@ void ztbench::fetch() {
     };
     const ZTCBenchGroup lLock("fetch", eventFloor());
     for (const unsigned int lRecords : {sFewRecords, sFullRecords}) {
-        lLock.measure({fmt::format("lock held by a swap, {} records", lRecords), sMakerOf(detach),
+        lLock.measure({fmt::format("{} records taken out of the collection", lRecords), sMakerOf(detach),
                        [=] {
+                           giveBack();
                            lFill(lRecords);
-                           prepareDetach();
                        },
                        1});
     }
-    prepareDetach();
+    giveBack();
 
     ZTCPointer<ZTCBuffer> lResponse;
     const auto lRespond = [&] { lResponse = respond(); };

@@ -4,6 +4,7 @@
 #include "Buffer.h"
 #include "ScopeAgentProtocol.h"
 #include "ScopeAgentRecordList.h"
+#include "ScopeEvent.h"
 #include "libdfc_provider.h"
 
 class ZTCScopeAgentInitiator;

@@ -24,8 +24,8 @@ int OsWaitConditional(pthread_cond_t& arConditional, pthread_mutex_t& arMutex);
 int OsTimedWaitConditional(pthread_cond_t& arConditional, pthread_mutex_t& arMutex,
                            const timespec& acrDeadline);
 
-/// Gives memory that was freed back to the system.
-void OsReleaseMemory();
+/// From now on blocks of memory of 32 KiB and more go back to the system when they are freed, each by itself.
+void OsReturnLargeBlocks();
 
 /// The deadline so many seconds from now, by CLOCK_MONOTONIC.
 timespec OsDeadlineIn(unsigned int aSeconds);

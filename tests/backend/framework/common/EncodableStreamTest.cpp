@@ -59,12 +59,10 @@ void copyOfData(In& arIn, Out& arOut) {
     copyOf<Text>(arIn, arOut);  // the event data stands there like text
 }
 
-ZTCPointer<ZTCScopeEvent> event() {
-    return makePointer<ZTCScopeEvent>(static_cast<unsigned char>(2), static_cast<unsigned char>(0xf1));
-}
+const ZTCScopeEvent sEvent(2, 0xf1);
 
 void writeNamedData(Out& arOut) {
-    ZTCScopeData(event(), sNode + 3, 2, 9, sNode, sPort).encode(arOut);
+    ZTCScopeData(sEvent, sNode + 3, 2, sNode, sPort).encode(arOut);
 }
 
 const struct {
@@ -83,7 +81,7 @@ const struct {
     {"name", [](Out& arOut) { writeName(arOut, ZTCWorldWideName(sNode)); }, " \0\0\x25\xb5\1\0\n"s,
      copyOf<ZTCWorldWideName>},
     {"time", writeTime, "\0\0\0\1\0\0\0\2\x3b\x9a\xc9\xff"s, copyOf<ZTCDateTime>},
-    {"data", [](Out& arOut) { ZTCScopeData(event(), sPort, 2, 9).encode(arOut); }, "\2\xf1\0\0\0\0\2 \1"s,
+    {"data", [](Out& arOut) { ZTCScopeData(sEvent, sPort, 2).encode(arOut); }, "\2\xf1\0\0\0\0\2 \1"s,
      copyOfData},
     {"named data", writeNamedData, "\2\xf1\1 \0\0\x25\xb5\1\0\n \1\0\x25\xb5\1\xff\n\0\0\0\2\x25\xb5"s,
      copyOfData},
