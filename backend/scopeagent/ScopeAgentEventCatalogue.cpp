@@ -8,10 +8,10 @@ constexpr char sFile[] = "ScopeAgentEventCatalogue";
 
 ZTCScopeAgentEventCatalogue::ZTCScopeAgentEventCatalogue() {
     const ZTCTraceScope lTrace(sFile);
-#define ZT_KIND(Name, Category, Subcategory, Label)                                       \
+#define ZT_KIND(Name, ...)                                                                \
     Log(ZTLL_Information, sFile, "Inserting " #Name " ScopeEvent into Events Catalogue"); \
     insert(makePointerAs<ZTCScopeEvent, ZTC##Name##ScopeEvent>());
-    ZT_SCOPE_EVENT_KINDS(ZT_KIND)
+#include "ScopeAgentEventFacts.def"
 #undef ZT_KIND
 }
 

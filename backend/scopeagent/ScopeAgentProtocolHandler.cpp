@@ -13,44 +13,12 @@ namespace {
 constexpr char sFile[] = "ScopeAgentProtocolHandler";
 constexpr unsigned int sInitialResponseSize = 1024;
 constexpr unsigned int sLabelRoom = 128;
-constexpr unsigned int sManyRecords = 4096;
 
 // A registration's statuses that count as success beside 0.
 constexpr unsigned int sLeastTolerated = 5;
 constexpr unsigned int sMostTolerated = 7;
 
 constexpr std::uintptr_t sDfcArgument = 0xffff;
-
-// The events that are registered by mask. "Failed to register ..." and "Registered ..." name them
-// differently.
-struct DfcEventRow {
-    unsigned int mMask;
-    unsigned int mSize;
-    ZT_dfc_callback mpCallback;
-    const char* mpRegisteredName;
-    const char* mpFailedName;
-    ZTCLogLevel mFailureLevel;
-    bool mIsRequired;  ///< without it the collection is not started
-};
-constexpr DfcEventRow sDfcEvents[] = {
-    {ZT_DFC_RSCN, 1024, ZTCScopeAgentProtocolHandler::ScopeCb_DfcRscn, "RSCN", "RSCN", ZTLL_Error, true},
-    {ZT_DFC_TEMPERATURE, 0, ZTCScopeAgentProtocolHandler::ScopeCb_DfcTemp, "Temperature Event", "TEMPERATURE",
-     ZTLL_Warning, false},
-    {ZT_DFC_LINK, ZT_DFC_LINK_CONTEXT, ZTCScopeAgentProtocolHandler::ScopeCb_DfcLink, "LINK", "LINK",
-     ZTLL_Error, true},
-};
-
-constexpr bool areAllMasksThere() {
-    for (unsigned int lMask = 0; lMask < 256; ++lMask) {
-        const bool lIsThere = std::any_of(std::begin(sDfcEvents), std::end(sDfcEvents),
-                                          [=](const DfcEventRow& acrRow) { return acrRow.mMask == lMask; });
-        if (lIsThere != isMaskOfAKind(lMask)) {
-            return false;
-        }
-    }
-    return true;
-}
-static_assert(areAllMasksThere(), "one row a kind that is registered by a mask");
 
 const char* sNode(const ZTCScopeAgentInitiator& acrInitiator) {
     return acrInitiator.getNodeName()->getStringForm().get();
@@ -120,7 +88,7 @@ void ZTCScopeAgentProtocolHandler::handleStartScopeCommand(const Buffer& acrComm
     CommandStream lStream(acrCommand);
     const auto lType = lStream.read<unsigned char>();
     ZT_ASSERT(lType == ZTSSCAC_StartScope, __LINE__, sFile);
-    mpScopeAgentSystem->setDataCeiling(lStream.read<unsigned int>());
+    mpScopeAgentSystem->getCollection().setDataCeiling(lStream.read<unsigned int>());
     for (const auto& [lBoard, lInitiator] : mpScopeAgentSystem->getInitiators()) {
         for (const auto& lrEvent : mpScopeAgentSystem->getEventCatalogue()->getEventList()) {
             if (!registerEvent(*lInitiator, lrEvent)) {
@@ -158,22 +126,24 @@ bool ZTCScopeAgentProtocolHandler::registerGenericEvent(ZTCScopeAgentInitiator& 
 
 bool ZTCScopeAgentProtocolHandler::registerDfcEvent(ZTCScopeAgentInitiator& arInitiator,
                                                     const ZTCPointer<ZTCScopeEvent>& acrEvent) {
-    const auto* const lpRow =
-        std::find_if(std::begin(sDfcEvents), std::end(sDfcEvents),
-                     [&](const auto& acrRow) { return acrRow.mMask == acrEvent->getSubcategory(); });
-    if (lpRow == std::end(sDfcEvents)) {
+    const auto* const lpFacts = std::find_if(
+        std::begin(ZTScopeEventFacts), std::end(ZTScopeEventFacts),
+        [&](const auto& acrFacts) { return acrFacts.mByMask.mMask == acrEvent->getSubcategory(); });
+    if (lpFacts == std::end(ZTScopeEventFacts)) {
         Log(ZTLL_Trace, sFile, "Ignore other events for now");
         return true;
     }
+    const ZTSScopeEventMask& lrByMask = lpFacts->mByMask;
     const unsigned int lHandle = mpScopeAgentSystem->getLibdfc()->LIBDFC_DfcRegEvent(
-        arInitiator.getBoard(), lpRow->mMask, sDfcArgument, lpRow->mSize, lpRow->mpCallback);
+        arInitiator.getBoard(), lrByMask.mMask, sDfcArgument, lrByMask.mContext, lrByMask.mpCallback);
     if (lHandle == 0) {
         constexpr unsigned int lStatus = 0;  // the library gives none, and the message has its place for one
-        Log(lpRow->mFailureLevel, sFile, "Failed to register %s for Initiator <%s, %s> - Error %u",
-            lpRow->mpFailedName, sNode(arInitiator), sPort(arInitiator), lStatus);
-        return !lpRow->mIsRequired;
+        Log(lrByMask.mIsRequired ? ZTLL_Error : ZTLL_Warning, sFile,
+            "Failed to register %s for Initiator <%s, %s> - Error %u", lrByMask.mpFailedName,
+            sNode(arInitiator), sPort(arInitiator), lStatus);
+        return !lrByMask.mIsRequired;
     }
-    Log(ZTLL_Notice, sFile, "Registered %s for Initiator <%s, %s>", lpRow->mpRegisteredName,
+    Log(ZTLL_Notice, sFile, "Registered %s for Initiator <%s, %s>", lrByMask.mpRegisteredName,
         sNode(arInitiator), sPort(arInitiator));
     arInitiator.addRegEvent(acrEvent, lHandle);
     return true;
@@ -185,22 +155,16 @@ void ZTCScopeAgentProtocolHandler::handleGetScopeDataCommand(const Buffer& acrCo
     ZT_ASSERT(lType == ZTSSCAC_GetScopeData, __LINE__, sFile);
     ZTCScopeAgentSystem& lrSystem = *mpScopeAgentSystem;
     ZTCBufferExpOutStream lStream(sInitialResponseSize);
-    lStream << static_cast<unsigned char>(ZTSSCAR_ScopeData) << lrSystem.getRecordListCount();
+    lStream << static_cast<unsigned char>(ZTSSCAR_ScopeData) << lrSystem.getCollection().getRecordListCount();
     releaseFetchedData();
-    mFetched = lrSystem.makeRecordLists();
-    const std::uint64_t lNow = ztlog::now();
-    {
-        const ZTCScopedLock lLock(lrSystem.getScopeDataLock());
-        lrSystem.clearPrevScopeData();
-        lrSystem.resetRecordLists(mFetched, lNow);
-    }
+    mFetched = lrSystem.getCollection().detach(lrSystem.getLibdfc()->LIBDFC_GetNumberOfAdapters());
     lrSystem.reportLosses();
     try {
         encodeFetchedData(lStream);
     } catch (const ZTCException&) {
         // They are gone, as if the sensor had not read them.
-        for (const auto& [lBoard, lList] : mFetched) {
-            ZTCScopeAgentLosses::count(ZTSAL_NoMemory, lList->getOccurrences());
+        for (const ZTCScopeAgentRecordList& lrList : mFetched) {
+            ZTCScopeAgentLosses::count(ZTSAL_NoMemory, lrList.getOccurrences());
         }
         releaseFetchedData();
         throw;
@@ -209,36 +173,34 @@ void ZTCScopeAgentProtocolHandler::handleGetScopeDataCommand(const Buffer& acrCo
 }
 
 void ZTCScopeAgentProtocolHandler::encodeFetchedData(ZTCEncodableOutStream& arStream) {
+    std::size_t lSize = 0;
+    for (const ZTCScopeAgentRecordList& lrList : mFetched) {
+        lSize += sLabelRoom + lrList.getSize();
+    }
+    arStream.reserve(lSize);
     unsigned int lTotal = 0;
-    for (const auto& [lBoard, lList] : mFetched) {
-        const auto* const lpInitiator = mpScopeAgentSystem->getInitiators().find(lList->getBoard());
+    for (ZTCScopeAgentRecordList& lrList : mFetched) {
+        const auto* const lpInitiator = mpScopeAgentSystem->getInitiators().find(lrList.getBoard());
         if (lpInitiator == nullptr) {
             Log(ZTLL_Error, sFile, "Bad boardid %d detected during handle GetScopeDataCommand command",
-                lList->getBoard());
-            ZTCScopeAgentLosses::count(ZTSAL_UnknownBoard, lList->getOccurrences());
-            lList->clear();
+                lrList.getBoard());
+            ZTCScopeAgentLosses::count(ZTSAL_UnknownBoard, lrList.getOccurrences());
+            lrList = ZTCScopeAgentRecordList(lrList.getBoard());
             continue;
         }
         char lLabel[sLabelRoom];
         snprintf(lLabel, sizeof lLabel, "%s.%s", sNode(**lpInitiator), sPort(**lpInitiator));
         arStream << ZTCString(lLabel);
-        const unsigned int lCount = lList->getRecordCount();
+        const unsigned int lCount = lrList.getRecordCount();
         lTotal += lCount;
-        lList->encode(arStream);
+        lrList.encode(arStream);
         Log(ZTLL_Notice, sFile, "Wrote <%u> Scope records from record-list", lCount);
     }
     Log(ZTLL_Notice, sFile, "Wrote total <%u> Scope Events", lTotal);
 }
 
 void ZTCScopeAgentProtocolHandler::releaseFetchedData() {
-    unsigned int lTotal = 0;
-    for (const auto& [lBoard, lList] : mFetched) {
-        lTotal += lList->getRecordCount();
-    }
-    mFetched.clear();
-    if (lTotal > sManyRecords) {
-        OsReleaseMemory();
-    }
+    mpScopeAgentSystem->getCollection().release(mFetched);
 }
 
 void ZTCScopeAgentProtocolHandler::handleStopCommand(const Buffer& /*acrCommand*/, Buffer& arResponse) {

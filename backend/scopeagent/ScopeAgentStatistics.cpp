@@ -8,11 +8,11 @@
 namespace {
 
 // Every row, in its place.
-#define ZT_KIND(Name, Category, Subcategory, Label) "events_total{kind=\"" #Label "\"}",
+#define ZT_KIND(Name, Label, ...) "events_total{kind=\"" #Label "\"}",
 #define ZT_LOSS(Name, Label) "lost_total{reason=\"" #Label "\"}",
 #define ZT_FUNCTION(Name, Label) "library_call_since_ns{function=\"" #Label "\"}",
 constexpr const char* sNames[] = {
-    ZT_SCOPE_EVENT_KINDS(ZT_KIND)  //
+#include "ScopeAgentEventFacts.def"
     "recorded_events_total",
     "records_total",
     "folded_total",

@@ -39,6 +39,7 @@ void sInitGlobals() {
     ClibStrcpy(sRuntimeDir, "/tmp");
     setLogCode(ZTLogCodeDefault);
     setHbTimeout(ZTHbTimeoutDefault);
+    OsReturnLargeBlocks();  // what a large fetch needs is not kept for the next one
     sCreateRtdir();
 }
 
@@ -77,18 +78,9 @@ void sDestroyServer(ZTCIdTable<Interface>& arTable) {
     lpServer->destroy(0);
 }
 
-// The 8 bytes of a name as a key.
-std::uint64_t sKeyOf(const unsigned char* apName) {
-    std::uint64_t lKey = 0;
-    static_assert(sizeof lKey == ZTCWorldWideName::Size);
-    ClibMemcpy(&lKey, apName, sizeof lKey);
-    return lKey;
-}
-
 }  // namespace
 
-ZTCScopeAgentSystem::ZTCScopeAgentSystem(const ZTCString& acrName)
-    : ZTCSystem(acrName), mScopeDataLock(makePointer<ZTCMutex>()) {}
+ZTCScopeAgentSystem::ZTCScopeAgentSystem(const ZTCString& acrName) : ZTCSystem(acrName) {}
 
 void ZTCScopeAgentSystem::preInit() {
     const ZTCTraceScope lTrace(sFile);
@@ -236,9 +228,8 @@ void ZTCScopeAgentSystem::initLibdfc() {
         Log(ZTLL_Notice, sFile, "Discovered VRX initiator <%s, %s>", lNode->getStringForm().get(),
             lPort->getStringForm().get());
         mInitiators.insert(lBoard, makePointer<ZTCScopeAgentInitiator>(lBoard, lNode, lPort));
-        const ZTCScopedLock lLock(*mScopeDataLock);
-        mRecordLists.insert(lBoard, makePointer<ZTCScopeAgentRecordList>(lBoard, this));
     }
+    resetRecordLists();
 }
 
 void ZTCScopeAgentSystem::refuseLibdfc(const char* apReason) {
@@ -261,154 +252,43 @@ void ZTCScopeAgentSystem::makeThreadsToExit() {
 
 void ZTCScopeAgentSystem::addFcTarget(const ZTCScopeAgentTarget& acrTarget) {
     const ZTCTraceScope lTrace(sFile);
-    {
-        const ZTCScopedLock lLock(*mScopeDataLock);
-        if (mFcTargets.contains(acrTarget.getFcAddress())) {
-            return;
-        }
-        mFcTargets.insert(acrTarget.getFcAddress(), acrTarget);
+    if (mCollection.addFcTarget(acrTarget)) {
+        Log(ZTLL_Notice, sFile, "Registered Target <%s, %s, %u>",
+            ZTCWorldWideName::Text(acrTarget.getNodeName()).get(),
+            ZTCWorldWideName::Text(acrTarget.getPortName()).get(), acrTarget.getFcAddress());
     }
-    Log(ZTLL_Notice, sFile, "Registered Target <%s, %s, %u>",
-        ZTCWorldWideName::Text(acrTarget.getNodeName()).get(),
-        ZTCWorldWideName::Text(acrTarget.getPortName()).get(), acrTarget.getFcAddress());
 }
 
 void ZTCScopeAgentSystem::addWwpnTarget(const ZTCScopeAgentTarget& acrTarget) {
     const ZTCTraceScope lTrace(sFile);
-    const std::uint64_t lKey = sKeyOf(acrTarget.getPortName());
-    {
-        const ZTCScopedLock lLock(*mScopeDataLock);
-        if (mWwpnTargets.contains(lKey)) {
-            return;
-        }
-        mWwpnTargets.insert(lKey, acrTarget);
+    if (mCollection.addWwpnTarget(acrTarget)) {
+        Log(ZTLL_Notice, sFile, "Added Target <%s, %s, %u> to Wwpn Target Map",
+            ZTCWorldWideName::Text(acrTarget.getNodeName()).get(),
+            ZTCWorldWideName::Text(acrTarget.getPortName()).get(), acrTarget.getFcAddress());
     }
-    Log(ZTLL_Notice, sFile, "Added Target <%s, %s, %u> to Wwpn Target Map",
-        ZTCWorldWideName::Text(acrTarget.getNodeName()).get(),
-        ZTCWorldWideName::Text(acrTarget.getPortName()).get(), acrTarget.getFcAddress());
-}
-
-const ZTCScopeAgentTarget* ZTCScopeAgentSystem::findTargetByName(const unsigned char* apName) const {
-    return mWwpnTargets.find(sKeyOf(apName));
-}
-
-const ZTCScopeAgentTarget* ZTCScopeAgentSystem::findTargetByPortId(unsigned int aPortId) const {
-    return mFcTargets.find(aPortId);
 }
 
 void ZTCScopeAgentSystem::countLost(ZTEScopeAgentLoss aLoss, unsigned int aCategory,
                                     unsigned int aSubcategory, unsigned int aOccurrences) {
     const ZTSScopeEventFacts* const lpFacts = ZTFindScopeEventFacts(aCategory & 0xff, aSubcategory & 0xff);
     if (lpFacts != nullptr) {
-        mLostOfKind[lpFacts->mKind].fetch_add(aOccurrences, std::memory_order_relaxed);
+        mCollection.countLost(lpFacts->mKind, aOccurrences);
     }
     ZTCScopeAgentLosses::count(aLoss, aOccurrences);
 }
 
-// The rows by kind are written under the lock, which nobody takes who loses an event.
-void ZTCScopeAgentSystem::countLostByKind() {
-    for (unsigned int lKind = 0; lKind < ZTSEK_Count; ++lKind) {
-        ZTAddToStatistic(ZTRowOf(ZTS_Events, lKind),
-                         mLostOfKind[lKind].exchange(0, std::memory_order_relaxed));
-    }
-}
-
 void ZTCScopeAgentSystem::refreshStatistics() {
     ZTSetStatistic(ZTS_CallbacksInside, LibdfcGate().countInside());
-    const ZTCScopedLock lLock(*mScopeDataLock);
-    countLostByKind();
+    mCollection.refreshStatistics();
 }
 
 bool ZTCScopeAgentSystem::isTotalLimitOnScopeDataReached() const {
-    const unsigned int lSize = mTotalScopeDataSize.load(std::memory_order_relaxed);
+    const unsigned int lSize = mCollection.getSize();
     if (lSize < TotalDataLimit) {
         return false;
     }
     Log(ZTLL_Notice, sFile, "Current size = %u", lSize);
     return true;
-}
-
-void ZTCScopeAgentSystem::addToTotal(unsigned int aSize) {
-    // Under the lock, so nothing comes between; who reads without it sees one size or the other.
-    const unsigned int lBefore = mTotalScopeDataSize.load(std::memory_order_relaxed);
-    const unsigned int lNow = lBefore + aSize;
-    mTotalScopeDataSize.store(lNow, std::memory_order_relaxed);
-    ZTSetStatistic(ZTS_HeldBytes, lNow);
-    mHasPassedEighth = mHasPassedEighth || (lBefore < TotalDataLimit / 8 && lNow >= TotalDataLimit / 8);
-    if (lBefore < TotalDataLimit && lNow >= TotalDataLimit) {
-        ZTAddToStatistic(ZTS_LimitReached);
-    }
-}
-
-unsigned int ZTCScopeAgentSystem::getRecordListCount() {
-    const ZTCScopedLock lLock(*mScopeDataLock);
-    return mRecordLists.size();
-}
-
-ZTCScopeAgentRecordLists ZTCScopeAgentSystem::makeRecordLists() {
-    ZTCScopeAgentRecordLists lLists;
-    const unsigned int lCount = mLibdfc->LIBDFC_GetNumberOfAdapters();
-    for (unsigned int lBoard = 0; lBoard < lCount; ++lBoard) {
-        lLists.insert(lBoard, makePointer<ZTCScopeAgentRecordList>(lBoard, this));
-    }
-    return lLists;
-}
-
-void ZTCScopeAgentSystem::resetRecordLists(ZTCScopeAgentRecordLists& arLists, std::uint64_t aTime) {
-    mRecordLists.swap(arLists);
-    mTotalScopeDataSize.store(0, std::memory_order_relaxed);
-    ZTSetStatistic(ZTS_LastFetchTime, aTime);
-    countLostByKind();
-    ZTAddToStatistic(ZTS_Fetches);
-    ZTAddToStatistic(ZTS_FetchedEvents, ZTGetStatistic(ZTS_HeldEvents));
-    for (const unsigned int lHeld : {ZTS_HeldEvents, ZTS_HeldRecords, ZTS_HeldBytes}) {
-        ZTSetStatistic(lHeld, 0);
-    }
-}
-
-void ZTCScopeAgentSystem::incrementPrevRecord(std::uint64_t aTime) {
-    mPrevRecord->incrementOccurrences(aTime);
-}
-
-void ZTCScopeAgentSystem::appendToPrevScopeData(const unsigned char* apBytes, unsigned int aCount,
-                                                std::uint64_t aTime) {
-    getPrevScopeData().appendEventData(apBytes, aCount);
-    incrementPrevRecord(aTime);
-    addToTotal(aCount);
-}
-
-void ZTCScopeAgentSystem::setPrevScopeData(unsigned int aBoard, ZTCPointer<ZTCScopeData> aData,
-                                           std::uint64_t aTime) {
-    const ZTCTraceScope lTrace(sFile);
-    const std::uint64_t lKey = prevKeyOf(aData->getEvent(), aBoard);
-    const unsigned int lSize = aData->getSize();
-    ZTCPointer<ZTCScopeAgentRecord> lRecord(makePointer<ZTCScopeAgentRecord>(std::move(aData), aTime));
-    filePrevRecord();
-    mPrevRecord.swap(lRecord);
-    mPrevKey = lKey;
-    addToTotal(lSize);
-}
-
-void ZTCScopeAgentSystem::clearPrevScopeData() {
-    const ZTCTraceScope lTrace(sFile);
-    filePrevRecord();
-}
-
-void ZTCScopeAgentSystem::filePrevRecord() {
-    if (mPrevKey == NoPrevKey) {
-        return;
-    }
-    const auto* const lpList = mRecordLists.find(static_cast<unsigned int>(mPrevKey >> 16));
-    if (lpList != nullptr) {
-        (*lpList)->addRecord(std::move(mPrevRecord));
-    } else {
-        // The library told of fewer adapters at the last fetch than at the start.
-        const unsigned int lLost = mPrevRecord->getOccurrences();
-        ZTCScopeAgentLosses::count(ZTSAL_UnknownBoard, lLost);
-        ZTSetStatistic(ZTS_HeldEvents, ZTGetStatistic(ZTS_HeldEvents) - lLost);
-        ZTSetStatistic(ZTS_HeldRecords, ZTGetStatistic(ZTS_HeldRecords) - 1);
-    }
-    mPrevKey = NoPrevKey;
 }
 
 void ZTCScopeAgentSystem::setCmdLineArgDescs() {

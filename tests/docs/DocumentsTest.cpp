@@ -37,27 +37,30 @@ std::string blockOf(const ZTSScopeEventFacts& acrFacts) {
         lText += std::to_string(lAt) + " " + std::to_string(aWidth) + " " + apRole + "\n";
         lAt += aWidth;
     };
-    for (unsigned int lName = 0; lName < acrFacts.mNames; ++lName) {
+    for (unsigned int lName = 0; lName < acrFacts.mBlock.mNames; ++lName) {
         lPut(ZTCWorldWideName::Size, "same");
     }
-    for (unsigned int lWord = 0; lWord < acrFacts.wordsOf(ZTSame) + acrFacts.wordsOf(ZTAdded); ++lWord) {
-        lPut(4, lWord < acrFacts.wordsOf(ZTSame) ? "same" : "added");
+    for (int lWord = 0; lWord < acrFacts.mBlock.mSame + acrFacts.mBlock.mAdded; ++lWord) {
+        lPut(4, lWord < acrFacts.mBlock.mSame ? "same" : "added");
     }
-    for (unsigned int lSet = 0; lSet < acrFacts.MaxSets && acrFacts.mSets[lSet] != 0; ++lSet) {
+    for (int lSet = 0; lSet < acrFacts.mBlock.mSets; ++lSet) {
         lPut(4 + 256 / 8, "set");
     }
     return lText;
 }
 
 TEST(Documents, TheProtocolHasTheKindsAndTheirBlocks) {
-#define ZT_KIND(Name, Category, Subcategory, Label) \
-    {#Name, Category == 0 ? "mask " #Subcategory : "category"},
-    const std::pair<std::string, std::string> lKinds[] = {ZT_SCOPE_EVENT_KINDS(ZT_KIND)};
+    const std::string lKinds[] = {
+#define ZT_KIND(Name, ...) #Name,
+#include "ScopeAgentEventFacts.def"
 #undef ZT_KIND
+    };
     Map lCode;
     Map lCodeBlocks;
     for (const ZTSScopeEventFacts& lrFacts : ZTScopeEventFacts) {
-        const auto& [lName, lRegistered] = lKinds[lrFacts.mKind];
+        const std::string& lName = lKinds[lrFacts.mKind];
+        const unsigned int lMask = lrFacts.mByMask.mMask;
+        const std::string lRegistered = lMask != 0 ? "mask " + std::to_string(lMask) : "category";
         lCode[lName] = std::to_string(lrFacts.mCategory) + " " + std::to_string(lrFacts.mSubcategory) + " " +
                        lRegistered;
         lCodeBlocks[lName] = blockOf(lrFacts);

@@ -40,17 +40,6 @@ struct ZTSTestEvent {
     }
 };
 
-/// How the kinds of event arrive, and the bytes of payload that each needs.
-struct ZTSTestKind {
-    unsigned int mCategory;
-    unsigned int mSubcategory;
-    unsigned int mBytes;
-};
-inline constexpr ZTSTestKind ZTTestKinds[] = {{1, 1, 20},  {1, 2, 12}, {1, 4, 20}, {1, 8, 24},  {1, 16, 20},
-                                              {1, 32, 8},  {2, 1, 0},  {2, 2, 12}, {2, 4, 24},  {4, 1, 16},
-                                              {4, 2, 16},  {4, 4, 32}, {4, 8, 16}, {4, 16, 16}, {4, 32, 0},
-                                              {4, 64, 24}, {8, 1, 0},  {8, 2, 0},  {8, 4, 0},   {16, 1, 0}};
-
 /// The name of a remote port, 8 bytes.
 inline std::string ZTTestName(unsigned int aNumber) {
     return std::string("\x21\0\0\x25", 4) + wordOf(aNumber);
@@ -85,7 +74,7 @@ inline ZTSTestEvent ZTTestLink(unsigned int aBoard) {
 /// One event of each kind of the first board, as the agent registers for it.
 inline std::vector<ZTSTestEvent> ZTTestOneOfEach(const std::string& acrName) {
     std::vector<ZTSTestEvent> lEvents;
-    for (const ZTSTestKind& lrKind : ZTTestKinds) {
+    for (const ZTSScopeEventFacts& lrKind : ZTScopeEventFacts) {
         ZTSTestEvent lEvent{0, lrKind.mCategory, lrKind.mSubcategory,
                             ZTTestPayload(acrName, {1, 2, 3, 4, 5})};
         if (lEvent.isRscn()) {

@@ -1,17 +1,26 @@
 #include "CallbackGate.h"
 
-namespace {
+#include <pthread.h>
 
-constinit std::atomic<unsigned int> sNextSlot{0};
+#include <ctime>
 
-}  // namespace
+#include "Os.h"
+#include "ThreadsBarrier.h"
 
-std::atomic<unsigned int>& ZTCCallbackGate::ownSlot() {
-    constinit static thread_local unsigned int sSlot = Slots;
-    if (sSlot == Slots) {
-        sSlot = sNextSlot.fetch_add(1, std::memory_order_relaxed) % Slots;
+constinit thread_local unsigned int ZTCCallbackGate::tSlot = Slots;
+constinit std::atomic<bool> ZTCCallbackGate::sIsTaken[SharedSlot]{};
+
+void ZTCCallbackGate::open() {
+    static const bool sHasBarrier = OsInitThreadsBarrier();
+    mHasBarrier.store(sHasBarrier);
+    mIsOpen.store(true);
+}
+
+void ZTCCallbackGate::shut() {
+    mIsOpen.store(false);
+    if (mHasBarrier.load()) {
+        OsThreadsBarrier();
     }
-    return mSlots[sSlot].mInside;
 }
 
 unsigned int ZTCCallbackGate::countInside() const {
@@ -22,18 +31,41 @@ unsigned int ZTCCallbackGate::countInside() const {
     return lCount;
 }
 
-unsigned int ZTCCallbackGate::waitUntilEmpty(std::chrono::milliseconds aTime) {
+unsigned int ZTCCallbackGate::waitUntilEmpty(std::chrono::milliseconds aTime) const {
+    constexpr timespec lTurn{0, 1000000};
     const timespec lDeadline = OsDeadlineIn(aTime);
-    const ZTCScopedLock lLock(mHasLeft.getMutex());
     for (;;) {
         const unsigned int lInside = countInside();
-        if (lInside == 0) {
-            return 0;
-        }
-        try {
-            mHasLeft.waitUntil(lDeadline);
-        } catch (const ZTCTimeOutEx&) {
+        if (lInside == 0 || OsHasPassed(lDeadline)) {
             return lInside;
         }
+        nanosleep(&lTurn, nullptr);  // who leaves tells nobody: that would be asked of every event
     }
+}
+
+unsigned int ZTCCallbackGate::takeSlot() {
+    // Its destructor gives a slot back when its thread ends. Unlike a thread_local's, it takes no memory to
+    // register.
+    static const pthread_key_t sKey = [] {
+        pthread_key_t lKey{};
+        pthread_key_create(&lKey, giveSlotBack);
+        return lKey;
+    }();
+    tSlot = SharedSlot;
+    for (unsigned int lSlot = 0; lSlot < SharedSlot; ++lSlot) {
+        if (!sIsTaken[lSlot].load(std::memory_order_relaxed) && !sIsTaken[lSlot].exchange(true)) {
+            if (pthread_setspecific(sKey, &sIsTaken[lSlot]) == 0) {
+                tSlot = lSlot;
+            } else {
+                sIsTaken[lSlot].store(false);
+            }
+            break;
+        }
+    }
+    return tSlot;
+}
+
+void ZTCCallbackGate::giveSlotBack(void* apIsTaken) {
+    tSlot = Slots;  // a library may call back even later in the thread's end
+    static_cast<std::atomic<bool>*>(apIsTaken)->store(false);
 }

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdio>
 
+#include "Conditional.h"
 #include "DetachedThread.h"
 #include "Immortal.h"
 #include "LibdfcCallbacks.h"

@@ -9,4 +9,5 @@ class ZTCScopeAgentSystem;
 /// Dispatches an event: of a known board, of a known kind, with enough payload, it folds into the record that
 /// is held back or becomes a new one. What does not is logged and counted. Any thread, without the scope-data
 /// lock. Throws ZTCNoMemoryEx.
-void sProcessScopeEvent(ZTCScopeAgentSystem& arSystem, const ZTCCallbackEventData& acrEvent);
+void sProcessScopeEvent(ZTCScopeAgentSystem& arSystem, ZTCLogMask aMask,
+                        const ZTCCallbackEventData& acrEvent);

@@ -3,6 +3,7 @@
 
 #include "Buffer.h"
 #include "ScopeAgentRecordList.h"
+#include "ScopeEvent.h"
 #include "ScopeWire.h"
 #include "libdfc_provider.h"
 

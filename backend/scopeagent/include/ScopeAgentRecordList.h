@@ -1,35 +1,53 @@
 // The records of one adapter, in the order of their creation.
+//
+// A record lies in the list as it goes into a response (docs/protocol.md), one right behind the other. Only
+// the last one can grow, and grows at the list's end.
 #pragma once
 
-#include <deque>
+#include <vector>
 
-#include "ScopeAgentRecord.h"
-#include "ZTMap.h"
+#include "Log.h"
+#include "ScopeAgentChunks.h"
 
-class ZTCScopeAgentSystem;
+inline constexpr char ZTScopeAgentRecordListFile[] = "ScopeAgentRecordList";
 
-/// No lock of its own, as ZTCScopeAgentRecord.
+/// No lock of its own: changed under the scope-data lock, and encoded when no other thread can reach it. Can
+/// be moved, not copied.
 class ZTCScopeAgentRecordList {
   public:
-    ZTCScopeAgentRecordList(unsigned int aBoard, ZTCScopeAgentSystem* /*apSystem*/) : mBoard(aBoard) {}
-    virtual ~ZTCScopeAgentRecordList() = default;
+    explicit ZTCScopeAgentRecordList(unsigned int aBoard) : mBoard(aBoard) {}
 
     unsigned int getBoard() const { return mBoard; }
-    unsigned int getRecordCount() const { return static_cast<unsigned int>(mRecords.size()); }
+    /// The records that are whole: without the one that is held back.
+    unsigned int getRecordCount() const { return mRecordCount; }
     /// The occurrences of all records.
-    unsigned int getOccurrences() const;
+    unsigned int getOccurrences() const { return mOccurrences; }
 
-    /// Adds a record at the end. Throws ZTCNoMemoryEx, the list unchanged.
-    void addRecord(ZTCPointer<ZTCScopeAgentRecord>&& arRecord);
-    void clear() { mRecords.clear(); }
+    /// Room at the end, for a record or for what one grows by. Throws ZTCNoMemoryEx, the list unchanged.
+    unsigned char* extend(unsigned int aCount, ZTCScopeAgentChunks& arSpare) {
+        return mChunks.extend(aCount, arSpare);
+    }
+    /// Counts the last record, which is whole now.
+    void addRecord(ZTCLogMask aMask, unsigned int aOccurrences) {
+        const ZTCTraceScope lTrace(aMask, ZTScopeAgentRecordListFile);
+        ++mRecordCount;
+        mOccurrences += aOccurrences;
+    }
+    /// Gives its memory, and with it its records, to the spare chunks, as long as those are fewer than so
+    /// many. After it the list is only good to be destroyed.
+    void giveTo(ZTCScopeAgentChunks& arSpare, unsigned int aMost) { mChunks.giveTo(arSpare, aMost); }
 
+    /// The bytes of all records.
+    std::size_t getSize() const { return mChunks.getSize(); }
     /// The number of records, then each, oldest first.
     void encode(ZTCEncodableOutStream& arStream) const;
 
   private:
     unsigned int mBoard;
-    std::deque<ZTCPointer<ZTCScopeAgentRecord>> mRecords;
+    unsigned int mRecordCount = 0;
+    unsigned int mOccurrences = 0;
+    ZTCScopeAgentChunks mChunks;
 };
 
 /// By board number.
-using ZTCScopeAgentRecordLists = ZTMap<unsigned int, ZTCPointer<ZTCScopeAgentRecordList>>;
+using ZTCScopeAgentRecordLists = std::vector<ZTCScopeAgentRecordList>;

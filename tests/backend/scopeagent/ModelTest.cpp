@@ -32,8 +32,8 @@ class Model {
         mBoard = acrEvent.mBoard;
         mPayload.assign(acrEvent.mPayload.begin(), acrEvent.mPayload.end());
         mPayload.resize(acrEvent.mHasDescriptor ? mPayload.size() : 0);
-        for (const ZTSTestKind& lrKind : ZTTestKinds) {
-            if (mKind == (lrKind.mCategory << 8 | lrKind.mSubcategory) && mPayload.size() >= lrKind.mBytes) {
+        for (const ZTSScopeEventFacts& lrKind : ZTScopeEventFacts) {
+            if (mKind == lrKind.getEvent().getKeyform() && mPayload.size() >= lrKind.mMinimum) {
                 consolidate();
             }
         }
@@ -203,8 +203,13 @@ class Model {
 };
 
 // What steps are made of.
-constexpr ZTSTestKind sUnknown[] = {{0, 2, 8},   {1, 0, 0}, {1, 3, 20}, {2, 8, 24},  {3, 1, 20},
-                                    {4, 128, 9}, {8, 8, 0}, {16, 2, 0}, {32, 1, 32}, {255, 255, 40}};
+struct Arrival {
+    unsigned int mCategory;
+    unsigned int mSubcategory;
+    unsigned int mMinimum;  // bytes of payload
+};
+constexpr Arrival sUnknown[] = {{0, 2, 8},   {1, 0, 0}, {1, 3, 20}, {2, 8, 24},  {3, 1, 20},
+                                {4, 128, 9}, {8, 8, 0}, {16, 2, 0}, {32, 1, 32}, {255, 255, 40}};
 constexpr unsigned int sWords[] = {0, 1, 7, 8, 255, 256, 300, 0xffffffff};
 constexpr unsigned int sPages[] = {0x010203, 0x010204, 0xffffff, 0x1010203, 0x2010203, 0x3ffffff, 0x10010203};
 constexpr unsigned int sAddresses[] = {0x010203, 0xffffff, 0x1010203, 7};
@@ -266,7 +271,7 @@ class Steps {
         if (aByCommand) {
             mrCollection.ask(std::string(1, '\0') + wordOf(mModel.mCeiling));
         } else {
-            mrCollection.getSystem().setDataCeiling(mModel.mCeiling);
+            mrCollection.getSystem().getCollection().setDataCeiling(mModel.mCeiling);
         }
     }
 
@@ -292,8 +297,10 @@ class Steps {
     }
 
     void makeEvent() {
-        const ZTSTestKind& lrKind = oneIn(25) ? oneOf(sUnknown) : oneOf(ZTTestKinds);
-        mEvent = {oneIn(40) ? 3 + below(1000) : below(sBoards), lrKind.mCategory, lrKind.mSubcategory};
+        const ZTSScopeEventFacts& lrFacts = oneOf(ZTScopeEventFacts);
+        const Arrival lArrival =
+            oneIn(25) ? oneOf(sUnknown) : Arrival{lrFacts.mCategory, lrFacts.mSubcategory, lrFacts.mMinimum};
+        mEvent = {oneIn(40) ? 3 + below(1000) : below(sBoards), lArrival.mCategory, lArrival.mSubcategory};
         const bool lHasMask = mEvent.isRscn() || (mEvent.mCategory == 8 && (mEvent.mSubcategory & 6) != 0);
         if (mEvent.isRscn()) {
             makeRscn();
@@ -304,8 +311,8 @@ class Steps {
                 mEvent.mPayload.resize(mEvent.mPayload.size() + 4);
                 memcpy(&*mEvent.mPayload.end() - 4, &oneOf(sWords), 4);
             }
-            const bool lIsShort = lrKind.mBytes > 0 && oneIn(20);
-            mEvent.mPayload.resize(lIsShort ? lrKind.mBytes - 1 : lrKind.mBytes + below(3) * 4);
+            const bool lIsShort = lArrival.mMinimum > 0 && oneIn(20);
+            mEvent.mPayload.resize(lIsShort ? lArrival.mMinimum - 1 : lArrival.mMinimum + below(3) * 4);
         }
         mEvent.mIsByMask = lHasMask && oneIn(2);
         if (!mEvent.mIsByMask && oneIn(50)) {

@@ -322,8 +322,8 @@ TEST(Statistics, ThePageHasTheRowsAndTheKindsHaveOneName) {
         const ZTSScopeEventFacts* const lpFacts =
             ZTFindScopeEventFacts(lrKind.mCategory, lrKind.mSubcategory);
         constexpr const char* lLabels[] = {
-#define ZT_KIND(Name, Category, Subcategory, Label) #Label,
-            ZT_SCOPE_EVENT_KINDS(ZT_KIND)
+#define ZT_KIND(Name, Label, ...) #Label,
+#include "ScopeAgentEventFacts.def"
 #undef ZT_KIND
         };
         EXPECT_STREQ(lLabels[lpFacts->mKind], lrKind.mpName);

@@ -36,15 +36,20 @@ class ZTCBuffer {
     /// written. They are not set; the address is valid until the next call. Throws ZTCNoMemoryEx, the buffer
     /// unchanged.
     unsigned char* extend(unsigned int aCount) {
+        reserve(aCount);
+        unsigned char* const lpNew = mpBytes + mLength;
+        mLength += aCount;
+        return lpNew;
+    }
+
+    /// Makes room for aCount bytes more. Throws ZTCNoMemoryEx, the buffer unchanged.
+    void reserve(std::size_t aCount) {
         if (aCount > mRoom - mLength) {
             if (aCount > MaxLength - mLength) {
                 throwNoMemory();
             }
-            grow(mLength + aCount);
+            grow(static_cast<unsigned int>(mLength + aCount));
         }
-        unsigned char* const lpNew = mpBytes + mLength;
-        mLength += aCount;
-        return lpNew;
     }
 
     void clear() { mLength = 0; }

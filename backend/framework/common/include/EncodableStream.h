@@ -24,6 +24,9 @@ class ZTCEncodableOutStream {
     /// Room for aCount bytes at the end, to be filled with ztwire::put: one check for a value of many fields.
     unsigned char* extend(unsigned int aCount) { return mBuffer->extend(aCount); }
 
+    /// Makes room for so many bytes to come: one piece of work instead of several, when they are many.
+    void reserve(std::size_t aCount) { mBuffer->reserve(aCount); }
+
     /// The bytes written so far.
     const ZTCPointer<ZTCBuffer>& getBuffer() const { return mBuffer; }
 

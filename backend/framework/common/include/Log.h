@@ -128,9 +128,20 @@ void PrintLogMessageWithTimeStamp(unsigned int aLevel, const char* apTag, unsign
     ztlog::put(aLevel, apTag, aLine, apFunction, apFile, aFormat.mpText, aArguments...);
 }
 
+/// One reading of the log code: for a road on which it would be read over and over.
+class ZTCLogMask {
+  public:
+    ZTCLogMask() : mCode(ztlog::gCode.load(std::memory_order_relaxed)) {}
+
+    bool has(const ZTCLogLevel& acrLevel) const { return (mCode & acrLevel.mBit) != 0; }
+
+  private:
+    unsigned int mCode;
+};
+
 /// Whether records of the level are written: for arguments that cost something to make.
 inline bool isLogged(const ZTCLogLevel& acrLevel) {
-    return (ztlog::gCode.load(std::memory_order_relaxed) & acrLevel.mBit) != 0;
+    return ZTCLogMask().has(acrLevel);
 }
 
 /// The same with the line and function of the call, for records whose line is not stated.
@@ -145,10 +156,11 @@ void Log(const ZTCLogLevel& acrLevel, const char* apFile,
 /// nanoseconds since 1970. One reading of the clock serves the caller and the log: when the level is masked,
 /// or the format is none, it is only read.
 template <class... Arguments>
-std::uint64_t LogAndTime(const ZTCLogLevel& acrLevel, const char* apFunction, const char* apFile,
+std::uint64_t LogAndTime(ZTCLogMask aMask, const ZTCLogLevel& acrLevel, const char* apFunction,
+                         const char* apFile,
                          const ZTCLogFormat<std::type_identity_t<Arguments>...>& acrFormat,
                          Arguments... aArguments) {
-    if (acrFormat.mpText == nullptr || !isLogged(acrLevel)) {
+    if (acrFormat.mpText == nullptr || !aMask.has(acrLevel)) {
         return ztlog::now();
     }
     return ztlog::put(acrLevel.mBit, acrLevel.mpTag, acrFormat.mLine, apFunction, apFile, acrFormat.mpText,
@@ -158,21 +170,34 @@ std::uint64_t LogAndTime(const ZTCLogLevel& acrLevel, const char* apFunction, co
 /// Traces a function: "Entered" when made, "Left" when it goes.
 class ZTCTraceScope {
   public:
-    explicit ZTCTraceScope(const char* apFile, unsigned int aEntered = __builtin_LINE(),
+    explicit ZTCTraceScope(const char* apFile, unsigned int aLine = __builtin_LINE(),
                            const char* apFunction = __builtin_FUNCTION())
-        : ZTCTraceScope(apFile, aEntered, aEntered, apFunction) {}
-
+        : ZTCTraceScope(ZTCLogMask(), apFile, aLine, aLine, apFunction) {}
+    /// Where the log code has been read.
+    explicit ZTCTraceScope(ZTCLogMask aMask, const char* apFile, unsigned int aLine = __builtin_LINE(),
+                           const char* apFunction = __builtin_FUNCTION())
+        : ZTCTraceScope(aMask, apFile, aLine, aLine, apFunction) {}
     /// For functions whose two lines are stated.
     ZTCTraceScope(const char* apFile, unsigned int aEntered, unsigned int aLeft,
                   const char* apFunction = __builtin_FUNCTION())
-        : mpFile(apFile), mpFunction(apFunction), mLeft(aLeft) {
-        trace(aEntered, "Entered");
+        : ZTCTraceScope(ZTCLogMask(), apFile, aEntered, aLeft, apFunction) {}
+    ~ZTCTraceScope() {
+        if (mIsTraced) [[unlikely]] {
+            trace(mLeft, "Left");
+        }
     }
-    ~ZTCTraceScope() { trace(mLeft, "Left"); }
     ZTCTraceScope(const ZTCTraceScope&) = delete;
     ZTCTraceScope& operator=(const ZTCTraceScope&) = delete;
 
   private:
+    ZTCTraceScope(ZTCLogMask aMask, const char* apFile, unsigned int aEntered, unsigned int aLeft,
+                  const char* apFunction)
+        : mpFile(apFile), mpFunction(apFunction), mLeft(aLeft), mIsTraced(aMask.has(ZTLL_Trace)) {
+        if (mIsTraced) [[unlikely]] {
+            trace(aEntered, "Entered");
+        }
+    }
+
     void trace(unsigned int aLine, const char* apText) const {
         PrintLogMessageWithTimeStamp(ZTLL_Trace.mBit, ZTLL_Trace.mpTag, aLine, mpFunction, mpFile, "%s",
                                      apText);
@@ -181,4 +206,5 @@ class ZTCTraceScope {
     const char* mpFile;
     const char* mpFunction;
     unsigned int mLeft;
+    bool mIsTraced;
 };

@@ -25,8 +25,8 @@ int OsWaitConditional(pthread_cond_t& arConditional, pthread_mutex_t& arMutex);
 int OsTimedWaitConditional(pthread_cond_t& arConditional, pthread_mutex_t& arMutex,
                            const timespec& acrDeadline);
 
-/// Gives memory that was freed back to the system.
-void OsReleaseMemory();
+/// From now on blocks of memory of 32 KiB and more go back to the system when they are freed, each by itself.
+void OsReturnLargeBlocks();
 
 /// The deadline so far from now, by CLOCK_MONOTONIC. Seconds are those of ZTP_Second.
 timespec OsDeadlineIn(std::chrono::milliseconds aTime);

@@ -12,13 +12,14 @@ struct ZTCCallbackEventData {
 
     /// apWwn: the port's name, or null for zeros. apData: aDataLength bytes, or null for none.
     ZTCCallbackEventData(unsigned int aBoardId, const unsigned char* apWwn, unsigned int aCategory,
-                         unsigned int aSubcategory, const unsigned char* apData, unsigned int aDataLength)
+                         unsigned int aSubcategory, const unsigned char* apData, unsigned int aDataLength,
+                         ZTCLogMask aMask = {})
         : mBoardId(aBoardId),
           mCategory(aCategory),
           mSubcategory(aSubcategory),
           mpData(apData),
           mDataLength(aDataLength) {
-        const ZTCTraceScope lTrace(ZTCallbackEventDataFile);
+        const ZTCTraceScope lTrace(aMask, ZTCallbackEventDataFile);
         if (apWwn != nullptr) {
             ClibMemcpy(mWwn, apWwn, NameSize);
         }

@@ -33,9 +33,7 @@ void copyOf(In& arIn, Out& arOut) {
     }
 }
 
-ZTCPointer<ZTCScopeEvent> event() {
-    return makePointer<ZTCScopeEvent>(static_cast<unsigned char>(2), static_cast<unsigned char>(0xf1));
-}
+const ZTCScopeEvent sEvent(2, 0xf1);
 
 const struct {
     const char* mpName;
@@ -53,8 +51,8 @@ const struct {
      copyOf<ZTCWorldWideName>},
     {"time", [](Out& arOut) { ZTCDateTime(4294967298999999999).encode(arOut); },
      "\0\0\0\1\0\0\0\2\x3b\x9a\xc9\xff"s},
-    {"data", [](Out& arOut) { ZTCScopeData(event(), sPort, 2, 9).encode(arOut); }, "\2\xf1\0\0\0\0\2 \1"s},
-    {"named data", [](Out& arOut) { ZTCScopeData(event(), sNode + 3, 2, 9, sNode, sPort).encode(arOut); },
+    {"data", [](Out& arOut) { ZTCScopeData(sEvent, sPort, 2).encode(arOut); }, "\2\xf1\0\0\0\0\2 \1"s},
+    {"named data", [](Out& arOut) { ZTCScopeData(sEvent, sNode + 3, 2, sNode, sPort).encode(arOut); },
      "\2\xf1\1 \0\0\x25\xb5\1\0\n \1\0\x25\xb5\1\xff\n\0\0\0\2\x25\xb5"s},
 };
 

@@ -160,7 +160,8 @@ TEST_F(LogTest, FormatsAsTheCLibraryDoes) {
     snprintf(lText, sizeof lText, __VA_ARGS__);   \
     lExpected.emplace_back(lText)
         ROW("%d %d %d %u %hu", -1, INT_MAX, INT_MIN, UINT_MAX, static_cast<unsigned short>(65535));
-        ROW("%lu %lu %p %p", 0UL, ULONG_MAX, static_cast<const void*>(ZTTestLogFile), static_cast<void*>(nullptr));
+        ROW("%lu %lu %p %p", 0UL, ULONG_MAX, static_cast<const void*>(ZTTestLogFile),
+            static_cast<void*>(nullptr));
         ROW("%s|%s", "text", "");
 #undef ROW
         flushLog();
