@@ -24,14 +24,13 @@ ZTCScopeAgentSystem& sSystem() {
 bool sIsLetIn(ZTCScopeAgentSystem& arSystem, unsigned int aBoard, unsigned int aCategory,
               unsigned int aSubcategory, const BadBoardText& acrBadBoard) {
     if (arSystem.isTotalLimitOnScopeDataReached()) {
-        PrintLogMessageWithTimeStamp(ZTLL_Notice.mBit, ZTLL_Notice.mpTag, __LINE__, acrBadBoard.mpFunction,
-                                     sFile, "Ignoring the event as the limit on the total Event Data");
+        LogBy(acrBadBoard.mpFunction, ZTLL_Notice, sFile,
+              "Ignoring the event as the limit on the total Event Data");
         arSystem.countLost(ZTSAL_Limit, aCategory, aSubcategory);
         return false;
     }
     if (!arSystem.isKnownBoard(aBoard)) {
-        PrintLogMessageWithTimeStamp<unsigned int>(ZTLL_Notice.mBit, ZTLL_Notice.mpTag, acrBadBoard.mLine,
-                                                   acrBadBoard.mpFunction, sFile, acrBadBoard, aBoard);
+        Log(ZTLL_Notice, sFile, acrBadBoard, aBoard);
         arSystem.countLost(ZTSAL_UnknownBoard, aCategory, aSubcategory);
         return false;
     }
@@ -45,8 +44,7 @@ void sProcess(ZTCScopeAgentSystem& arSystem, ZTCLogMask aMask, const char* apCal
         sProcessScopeEvent(arSystem, aMask, acrEvent);
     } catch (const ZTCException& lrException) {
         arSystem.countLost(ZTSAL_NoMemory, acrEvent.mCategory, acrEvent.mSubcategory);
-        PrintLogMessageWithTimeStamp(ZTLL_Error.mBit, ZTLL_Error.mpTag, __LINE__, apCallback, sFile,
-                                     "Error: %s, processing event callback", lrException.what());
+        LogBy(apCallback, ZTLL_Error, sFile, "Error: %s, processing event callback", lrException.what());
     }
 }
 

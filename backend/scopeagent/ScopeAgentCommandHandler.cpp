@@ -6,6 +6,7 @@
 namespace {
 
 constexpr char sFile[] = "ScopeAgentCommandHandler";
+constexpr char sProcedure[] = "CommandHandlerThreadProcedure";
 constexpr unsigned int sCommandReader = 0;
 constexpr unsigned int sResponseWriter = 0;
 
@@ -40,14 +41,14 @@ void sReadAndProcessCommand(ZTCScopeAgentSystem& arSystem) {
 
 void sServe(ZTCScopeAgentSystem& arSystem, const ZTCScopeAgentCommandHandler& acrHandler) {
     while (!acrHandler.isSetForExit()) {
-        Log(ZTLL_Information, sFile, "Waiting for control availability...");
+        LogBy(sProcedure, ZTLL_Information, sFile, "Waiting for control availability...");
         try {
             arSystem.waitForActivity(sCommandReader, acrHandler.getTimeout());
         } catch (const ZTCTimeOutEx&) {
             continue;
         }
         if (acrHandler.isSetForExit()) {
-            Log(ZTLL_Information, sFile, "Command handler thread is set for exit ...");
+            LogBy(sProcedure, ZTLL_Information, sFile, "Command handler thread is set for exit ...");
             return;
         }
         sReadAndProcessCommand(arSystem);

@@ -27,40 +27,45 @@ void sConsolidate(ZTCScopeAgentSystem& arSystem, ZTCLogMask aMask, const Facts& 
 
 // ---- Dispatch ----
 
-bool sIsLongEnough(ZTCScopeAgentSystem& arSystem, const Facts& acrFacts, unsigned int aLength) {
+bool sIsLongEnough(ZTCScopeAgentSystem& arSystem, const char* apRoutine, const Facts& acrFacts,
+                   unsigned int aLength) {
     if (aLength >= acrFacts.mMinimum) {
         return true;
     }
-    const Facts::Message& lrText = acrFacts.mTooShort;
-    PrintLogMessageWithTimeStamp<unsigned int, unsigned int>(
-        ZTLL_Warning.mBit, ZTLL_Warning.mpTag, lrText.mLine, acrFacts.mpRoutine, ZTScopeAgentEventFactsFile,
-        lrText, acrFacts.mMinimum, aLength);
+    LogBy<unsigned int, unsigned int>(apRoutine, ZTLL_Warning, ZTScopeAgentEventFactsFile, acrFacts.mTooShort,
+                                      acrFacts.mMinimum, aLength);
     arSystem.countLost(ZTSAL_TooShort, acrFacts.mCategory, acrFacts.mSubcategory);
     return false;
 }
 
+// These are a part of sConsolidateEvents, whose records they write.
+constexpr char sDispatch[] = "sConsolidateEvents";
+
 void sTellUnknownCategory(unsigned int aCategory, unsigned int aSubcategory) {
-    Log(ZTLL_Notice, sFile, "Unknown Category = %u SubCategory = %u, ignored", aCategory, aSubcategory);
+    LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Category = %u SubCategory = %u, ignored", aCategory,
+          aSubcategory);
 }
 
 void sTellUnknownKind(unsigned int aCategory, unsigned int aSubcategory) {
     switch (aCategory) {
         case 1:
-            Log(ZTLL_Notice, sFile, "Unknown ELS Event subcategory = %u, ignored", aSubcategory);
+            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown ELS Event subcategory = %u, ignored", aSubcategory);
             break;
         case 2:
-            Log(ZTLL_Notice, sFile, "Unknown Fabric Event subcategory=%u, ignored", aSubcategory);
+            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Fabric Event subcategory=%u, ignored",
+                  aSubcategory);
             break;
         case 4:
-            Log(ZTLL_Notice, sFile, "Unknown Scsi Event subcategory = %u, ignored", aSubcategory);
+            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Scsi Event subcategory = %u, ignored",
+                  aSubcategory);
             break;
         case 8:
-            Log(ZTLL_Notice, sFile, "Unknown Board Evt catgory=%u subcatgory=%u ignored", aCategory,
-                aSubcategory);
+            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Board Evt catgory=%u subcatgory=%u ignored",
+                  aCategory, aSubcategory);
             break;
         case 16:
-            Log(ZTLL_Notice, sFile, "Unknown Adapter Evt catgory=%u subcatgory=%u ignored", aCategory,
-                aSubcategory);
+            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Adapter Evt catgory=%u subcatgory=%u ignored",
+                  aCategory, aSubcategory);
             sTellUnknownCategory(aCategory, aSubcategory);
             break;
         default:
@@ -78,7 +83,7 @@ void sConsolidateEvents(ZTCScopeAgentSystem& arSystem, ZTCLogMask aMask, unsigne
         arSystem.countLost(ZTSAL_UnknownKind, aCategory, aSubcategory);
         return;
     }
-    if (!sIsLongEnough(arSystem, *lpFacts, aLength)) {
+    if (!sIsLongEnough(arSystem, __func__, *lpFacts, aLength)) {
         return;
     }
     sConsolidate(arSystem, aMask, *lpFacts, aBoard, apPayload);
@@ -91,8 +96,8 @@ void sConsolidateEvents(ZTCScopeAgentSystem& arSystem, ZTCLogMask aMask, unsigne
 void sProcessRscnEvent(ZTCScopeAgentSystem& arSystem, ZTCLogMask aMask, unsigned int aBoard,
                        const unsigned char* apPayload, unsigned int aLength) {
     const ZTCTraceScope lTrace(aMask, sFile);
-    const Facts& lrFacts = *ZTFindScopeEventFacts(ZTRscnCategory, ZTRscnSubcategory);
-    if (!sIsLongEnough(arSystem, lrFacts, aLength)) {
+    const Facts& lrFacts = ZTScopeEventFacts[ZTSEK_ElsRscn];
+    if (!sIsLongEnough(arSystem, __func__, lrFacts, aLength)) {
         return;
     }
     Log(ZTLL_Information, sFile, "Got an RSCN event: datalength:%u", aLength);

@@ -11,6 +11,10 @@
 namespace {
 
 constexpr char sFile[] = "ScopeAgentProtocolHandler";
+// The routines whose records these are, where a part of their work is a function of its own.
+constexpr char sStartScope[] = "handleStartScopeCommand";
+constexpr char sGetScopeData[] = "handleGetScopeDataCommand";
+constexpr char sStop[] = "handleStopCommand";
 constexpr unsigned int sInitialResponseSize = 1024;
 constexpr unsigned int sLabelRoom = 128;
 
@@ -113,13 +117,13 @@ bool ZTCScopeAgentProtocolHandler::registerGenericEvent(ZTCScopeAgentInitiator& 
         arInitiator.getBoard(), arInitiator.getPortName(), acrEvent, mpScopeAgentSystem, &lHandle,
         ScopeCb_Generic);
     if (lStatus != 0 && (lStatus < sLeastTolerated || lStatus > sMostTolerated)) {
-        Log(ZTLL_Error, sFile, "Failed to register event (%u, %u) for Initiator <%s, %s> - Error %u",
-            acrEvent->getCategory(), acrEvent->getSubcategory(), sNode(arInitiator), sPort(arInitiator),
-            lStatus);
+        LogBy(sStartScope, ZTLL_Error, sFile,
+              "Failed to register event (%u, %u) for Initiator <%s, %s> - Error %u", acrEvent->getCategory(),
+              acrEvent->getSubcategory(), sNode(arInitiator), sPort(arInitiator), lStatus);
         return false;
     }
-    Log(ZTLL_Notice, sFile, "Registered event (%u, %u) for Initiator <%s, %s>", acrEvent->getCategory(),
-        acrEvent->getSubcategory(), sNode(arInitiator), sPort(arInitiator));
+    LogBy(sStartScope, ZTLL_Notice, sFile, "Registered event (%u, %u) for Initiator <%s, %s>",
+          acrEvent->getCategory(), acrEvent->getSubcategory(), sNode(arInitiator), sPort(arInitiator));
     arInitiator.addRegEvent(acrEvent, lHandle);
     return true;
 }
@@ -130,7 +134,7 @@ bool ZTCScopeAgentProtocolHandler::registerDfcEvent(ZTCScopeAgentInitiator& arIn
         std::begin(ZTScopeEventFacts), std::end(ZTScopeEventFacts),
         [&](const auto& acrFacts) { return acrFacts.mByMask.mMask == acrEvent->getSubcategory(); });
     if (lpFacts == std::end(ZTScopeEventFacts)) {
-        Log(ZTLL_Trace, sFile, "Ignore other events for now");
+        LogBy(sStartScope, ZTLL_Trace, sFile, "Ignore other events for now");
         return true;
     }
     const ZTSScopeEventMask& lrByMask = lpFacts->mByMask;
@@ -138,13 +142,13 @@ bool ZTCScopeAgentProtocolHandler::registerDfcEvent(ZTCScopeAgentInitiator& arIn
         arInitiator.getBoard(), lrByMask.mMask, sDfcArgument, lrByMask.mContext, lrByMask.mpCallback);
     if (lHandle == 0) {
         constexpr unsigned int lStatus = 0;  // the library gives none, and the message has its place for one
-        Log(lrByMask.mIsRequired ? ZTLL_Error : ZTLL_Warning, sFile,
-            "Failed to register %s for Initiator <%s, %s> - Error %u", lrByMask.mpFailedName,
-            sNode(arInitiator), sPort(arInitiator), lStatus);
+        LogBy(sStartScope, lrByMask.mIsRequired ? ZTLL_Error : ZTLL_Warning, sFile,
+              "Failed to register %s for Initiator <%s, %s> - Error %u", lrByMask.mpFailedName,
+              sNode(arInitiator), sPort(arInitiator), lStatus);
         return !lrByMask.mIsRequired;
     }
-    Log(ZTLL_Notice, sFile, "Registered %s for Initiator <%s, %s>", lrByMask.mpRegisteredName,
-        sNode(arInitiator), sPort(arInitiator));
+    LogBy(sStartScope, ZTLL_Notice, sFile, "Registered %s for Initiator <%s, %s>", lrByMask.mpRegisteredName,
+          sNode(arInitiator), sPort(arInitiator));
     arInitiator.addRegEvent(acrEvent, lHandle);
     return true;
 }
@@ -182,8 +186,8 @@ void ZTCScopeAgentProtocolHandler::encodeFetchedData(ZTCEncodableOutStream& arSt
     for (ZTCScopeAgentRecordList& lrList : mFetched) {
         const auto* const lpInitiator = mpScopeAgentSystem->getInitiators().find(lrList.getBoard());
         if (lpInitiator == nullptr) {
-            Log(ZTLL_Error, sFile, "Bad boardid %d detected during handle GetScopeDataCommand command",
-                lrList.getBoard());
+            LogBy(sGetScopeData, ZTLL_Error, sFile,
+                  "Bad boardid %d detected during handle GetScopeDataCommand command", lrList.getBoard());
             ZTCScopeAgentLosses::count(ZTSAL_UnknownBoard, lrList.getOccurrences());
             lrList = ZTCScopeAgentRecordList(lrList.getBoard());
             continue;
@@ -194,9 +198,9 @@ void ZTCScopeAgentProtocolHandler::encodeFetchedData(ZTCEncodableOutStream& arSt
         const unsigned int lCount = lrList.getRecordCount();
         lTotal += lCount;
         lrList.encode(arStream);
-        Log(ZTLL_Notice, sFile, "Wrote <%u> Scope records from record-list", lCount);
+        LogBy(sGetScopeData, ZTLL_Notice, sFile, "Wrote <%u> Scope records from record-list", lCount);
     }
-    Log(ZTLL_Notice, sFile, "Wrote total <%u> Scope Events", lTotal);
+    LogBy(sGetScopeData, ZTLL_Notice, sFile, "Wrote total <%u> Scope Events", lTotal);
 }
 
 void ZTCScopeAgentProtocolHandler::releaseFetchedData() {
@@ -231,9 +235,9 @@ void ZTCScopeAgentProtocolHandler::unregisterEvent(const ZTCScopeAgentInitiator&
     const unsigned int lStatus =
         lrLibdfc.LIBDFC_ZtapiUnregEvent(acrInitiator.getBoard(), acrInitiator.getPortName(), aHandle);
     if (lStatus != 0) {
-        Log(ZTLL_Warning, sFile, "Failed to Unregister event (%u, %u) for Initiator <%s, %s> - Error %u",
-            acrEvent.getCategory(), acrEvent.getSubcategory(), sNode(acrInitiator), sPort(acrInitiator),
-            lStatus);
+        LogBy(sStop, ZTLL_Warning, sFile,
+              "Failed to Unregister event (%u, %u) for Initiator <%s, %s> - Error %u", acrEvent.getCategory(),
+              acrEvent.getSubcategory(), sNode(acrInitiator), sPort(acrInitiator), lStatus);
     }
 }
 

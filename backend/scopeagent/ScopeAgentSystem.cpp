@@ -54,11 +54,11 @@ constexpr OptionRow sOptions[] = {{1, "-h"}, {1, "-v"}, {1, "-s"}, {2, "-D"}, {2
 // Makes and opens the pipe of a new server, and puts that into the next slot.
 template <class Server, class Interface>
 void sMakeServer(ZTCIdTable<Interface>& arTable, const ZTCString& acrPath, unsigned char aMode,
-                 const char* apOpening) {
+                 const ZTCLogFormat<>& acrOpening) {
     auto* const lpServer = new (std::nothrow) Server(acrPath, aMode);
     const ZTCPointer<Interface> lServer(lpServer, ZTPST_Individual, ZTPMT_New);
     lpServer->create(0);
-    Log(ZTLL_Trace, sFile, "%s", apOpening);
+    Log(ZTLL_Trace, sFile, acrOpening);
     lpServer->open(0);
     arTable.append(lServer);
 }
@@ -232,11 +232,11 @@ void ZTCScopeAgentSystem::initLibdfc() {
     resetRecordLists();
 }
 
-void ZTCScopeAgentSystem::refuseLibdfc(const char* apReason) {
+void ZTCScopeAgentSystem::refuseLibdfc(const ZTCLogFormat<>& acrReason) {
     mLibdfc->LIBDFC_Close();
     mLibdfc->LIBDFC_FreeLibrary();
-    Log(ZTLL_Notice, sFile, "%s", apReason);
-    throw ZTCExitConditionEx(apReason);
+    Log(ZTLL_Notice, sFile, acrReason);
+    throw ZTCExitConditionEx(acrReason.mpText);
 }
 
 void ZTCScopeAgentSystem::closeLibdfc() {

@@ -201,7 +201,8 @@ TEST(Documents, OperationsHasEveryMessageFromNoticesUp) {
         for (const Texts& lrText : matchesIn(lSource, lLiterals)) {
             lTexts.insert(joined(lrText[0]));
         }
-        for (const Texts& lrCall : matchesIn(lSource, "\\bLog\\(\\s*([^,()]+),[^,()]+,\\s*" + lLiterals)) {
+        for (const Texts& lrCall :
+             matchesIn(lSource, "\\bLog(?:By\\([^,()]+,|\\()\\s*([^,()]+),[^,()]+,\\s*" + lLiterals)) {
             if (lrCall[0] != "ZTLL_Information" && lrCall[0] != "ZTLL_Trace") {
                 lMessages.emplace(joined(lrCall[1]), lTags[lrCall[0]]);
             }

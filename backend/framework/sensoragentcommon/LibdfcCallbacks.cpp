@@ -22,7 +22,7 @@ constinit std::atomic<ZT_generic_callback> sGeneric{nullptr};
 
 // Lets a thread of the library in and has the work done, unless the gate is shut.
 template <class Work>
-void sLetIn(const Work& acrWork) {
+void sLetIn(const char* apCallback, const Work& acrWork) {
     const ZTCCallbackGate::Passage lPassage(LibdfcGate());
     if (!lPassage.isIn()) {
         return;
@@ -31,9 +31,9 @@ void sLetIn(const Work& acrWork) {
         acrWork();
         return;
     } catch (const ZTCException& lrException) {
-        Log(ZTLL_Error, sFile, "An event is lost: %s", lrException.what());
+        LogBy(apCallback, ZTLL_Error, sFile, "An event is lost: %s", lrException.what());
     } catch (...) {
-        Log(ZTLL_Error, sFile, "An event is lost: unknown exception");
+        LogBy(apCallback, ZTLL_Error, sFile, "An event is lost: unknown exception");
     }
     ZTCScopeAgentLosses::count(ZTSAL_NoMemory);
 }
@@ -91,27 +91,29 @@ bool sIsRscn(unsigned int aCategory, unsigned int aSubcategory) {
     return (aCategory & 0xff) == ZTRscnCategory && (aSubcategory & 0xff) == ZTRscnSubcategory;
 }
 
+void sPassGeneric(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategory, std::uint32_t aSubcategory,
+                  void* apContext, const ZT_event* apEvent) {
+    if (!sIsWhole(apEvent)) {
+        Log(ZTLL_Warning, sFile,
+            "Event (%u, %u) of board %u is dropped: its record of %u bytes claims a payload that cannot be",
+            aCategory, aSubcategory, aBoard, apEvent == nullptr ? 0 : apEvent->total_length);
+        ZTCScopeAgentLosses::count(ZTSAL_Malformed);
+        return;
+    }
+    const ZT_generic_callback lpCallback = sGeneric.load();
+    if (!sIsRscn(aCategory, aSubcategory) || apEvent->descriptor == nullptr) {
+        lpCallback(aBoard, aPort, aCategory, aSubcategory, apContext, apEvent);
+        return;
+    }
+    const RscnPayload lPayload(aBoard, apEvent->descriptor->payload, apEvent->total_length - ZT_EVENT_HEADER);
+    const ZT_event_descriptor lDescriptor{apEvent->descriptor->kind, lPayload.getBytes()};
+    const ZT_event lEvent{apEvent->version, ZT_EVENT_HEADER + lPayload.getLength(), &lDescriptor};
+    lpCallback(aBoard, aPort, aCategory, aSubcategory, apContext, &lEvent);
+}
+
 void sGenericCallback(std::uint32_t aBoard, HBA_wwn aPort, std::uint32_t aCategory,
                       std::uint32_t aSubcategory, void* apContext, const ZT_event* apEvent) {
-    sLetIn([&] {
-        if (!sIsWhole(apEvent)) {
-            Log(ZTLL_Warning, sFile,
-                "Event (%u, %u) of board %u is dropped: its record of %u bytes claims a payload that cannot be",
-                aCategory, aSubcategory, aBoard, apEvent == nullptr ? 0 : apEvent->total_length);
-            ZTCScopeAgentLosses::count(ZTSAL_Malformed);
-            return;
-        }
-        const ZT_generic_callback lpCallback = sGeneric.load();
-        if (!sIsRscn(aCategory, aSubcategory) || apEvent->descriptor == nullptr) {
-            lpCallback(aBoard, aPort, aCategory, aSubcategory, apContext, apEvent);
-            return;
-        }
-        const RscnPayload lPayload(aBoard, apEvent->descriptor->payload,
-                                   apEvent->total_length - ZT_EVENT_HEADER);
-        const ZT_event_descriptor lDescriptor{apEvent->descriptor->kind, lPayload.getBytes()};
-        const ZT_event lEvent{apEvent->version, ZT_EVENT_HEADER + lPayload.getLength(), &lDescriptor};
-        lpCallback(aBoard, aPort, aCategory, aSubcategory, apContext, &lEvent);
-    });
+    sLetIn(__func__, [&] { sPassGeneric(aBoard, aPort, aCategory, aSubcategory, apContext, apEvent); });
 }
 
 void sPassLink(ZT_dfc_callback apCallback, unsigned int aBoard, const void* apData, unsigned int aLength) {
@@ -152,7 +154,7 @@ constinit DfcRow sDfcRows[] = {{ZT_DFC_LINK, sPassLink, sDfcCallback<0>},
 
 template <unsigned int Row>
 void sDfcCallback(std::uint32_t aBoard, const void* apData, std::uint32_t aLength) {
-    sLetIn([&] { sDfcRows[Row].mpPass(sDfcRows[Row].mCallback.load(), aBoard, apData, aLength); });
+    sLetIn(__func__, [&] { sDfcRows[Row].mpPass(sDfcRows[Row].mCallback.load(), aBoard, apData, aLength); });
 }
 
 }  // namespace

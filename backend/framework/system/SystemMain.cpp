@@ -75,11 +75,11 @@ void end(ZTCSystem& arSystem) {
 
 // Takes down what a start that failed had set up. What fails here has been told by the first failure.
 void abandon(ZTCSystem& arSystem) {
-    const auto lTry = [](auto&& arStep) {
+    const auto lTry = [lpName = __func__](auto&& arStep) {
         try {
             arStep();
         } catch (const ZTCException& lrException) {
-            Log(ZTLL_Warning, sFile, "Going on with the end: %s", lrException.what());
+            LogBy(lpName, ZTLL_Warning, sFile, "Going on with the end: %s", lrException.what());
         }
     };
     lTry([&] { arSystem.letExit(false); });

@@ -84,7 +84,7 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     void clearPrevScopeData() { mCollection.clearPrevScopeData(); }
 
   private:
-    [[noreturn]] void refuseLibdfc(const char* apReason);
+    [[noreturn]] void refuseLibdfc(const ZTCLogFormat<>& acrReason);
     void showStatistics();
     /// Each second, by the statistics' thread.
     void refreshStatistics();

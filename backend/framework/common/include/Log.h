@@ -152,6 +152,14 @@ void Log(const ZTCLogLevel& acrLevel, const char* apFile,
                                                aFormat.mpFunction, apFile, aFormat, aArguments...);
 }
 
+/// The same by another function than the call's: for a part of that function's work.
+template <class... Arguments>
+void LogBy(const char* apFunction, const ZTCLogLevel& acrLevel, const char* apFile,
+           ZTCLogFormat<std::type_identity_t<Arguments>...> aFormat, Arguments... aArguments) {
+    PrintLogMessageWithTimeStamp<Arguments...>(acrLevel.mBit, acrLevel.mpTag, aFormat.mLine, apFunction,
+                                               apFile, aFormat, aArguments...);
+}
+
 /// Writes one record by another function and line than the call's (the format's), and returns its time in
 /// nanoseconds since 1970. One reading of the clock serves the caller and the log: when the level is masked,
 /// or the format is none, it is only read.
