@@ -81,6 +81,7 @@ class WaitingSensor {
   public:
     explicit WaitingSensor(const Wake& acrWake) : mcrWake(acrWake), mThread([this] { run(); }) {}
     ~WaitingSensor() {
+        end();
         mEnds = true;
         tell();
         mThread.join();

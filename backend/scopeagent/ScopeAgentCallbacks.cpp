@@ -74,9 +74,7 @@ void ZTCScopeAgentProtocolHandler::ScopeCb_Generic(std::uint32_t aBoard, HBA_wwn
     if (apEvent->descriptor != nullptr) {
         lpData = apEvent->descriptor->payload;
         lLength = apEvent->total_length - ZT_EVENT_HEADER;
-        if (lMask.has(ZTLL_Trace)) {
-            Log(ZTLL_Trace, sFile, "Data = %p", lpData);
-        }
+        Log(ZTLL_Trace, sFile, "Data = %p", lpData);
     }
     sProcess(lrSystem, lMask, __func__, {aBoard, aPort.wwn, aCategory, aSubcategory, lpData, lLength, lMask});
 }
@@ -91,7 +89,7 @@ void ZTCScopeAgentProtocolHandler::ScopeCb_DfcLink(std::uint32_t aBoard, const v
                  "Ignoring the DfcLink event callback as boardid %d is bad")) {
         sProcess(lrSystem, lMask, __func__,
                  {aBoard, static_cast<const unsigned char*>(apContext), sLink.mCategory, sLink.mSubcategory,
-                  nullptr, 0});
+                  nullptr, 0, lMask});
     }
 }
 
@@ -105,7 +103,7 @@ void ZTCScopeAgentProtocolHandler::ScopeCb_DfcRscn(std::uint32_t aBoard, const v
                  "Ignoring the DfcRscn event callback as boardid %d is bad")) {
         sProcess(lrSystem, lMask, __func__,
                  {aBoard, sPortOf(lrSystem, aBoard), sRscn.mCategory, sRscn.mSubcategory,
-                  static_cast<const unsigned char*>(apPayload), aLength});
+                  static_cast<const unsigned char*>(apPayload), aLength, lMask});
     }
 }
 
@@ -119,6 +117,6 @@ void ZTCScopeAgentProtocolHandler::ScopeCb_DfcTemp(std::uint32_t aBoard, const v
                  "Ignoring the DfcTemp event callback as boardid %d is bad")) {
         sProcess(lrSystem, lMask, __func__,
                  {aBoard, sPortOf(lrSystem, aBoard), sTemperature.mCategory, sTemperature.mSubcategory,
-                  nullptr, 0});
+                  nullptr, 0, lMask});
     }
 }

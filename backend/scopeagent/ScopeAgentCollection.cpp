@@ -20,7 +20,8 @@ static_assert(sizeof(Word) == Block::WordSize && ZTCWorldWideName::Size == Block
 constexpr Word sAddressFormat = 0x3000000;
 constexpr Word sPortId = 0xffffff;
 
-// What a full collection needs, of the smallest records that there are, and one chunk more.
+// What a full collection needs, of the smallest records that there are, and one chunk more. Each further
+// adapter whose list has a record takes a chunk for itself, which is not kept.
 constexpr unsigned int sSmallest = ZTCScopeData::FixedSize + Block::NamesAt;
 constexpr unsigned int sMostSpare = ZTCScopeAgentCollection::Limit / sSmallest *
                                         (ZTCScopeAgentRecord::HeadSize + sSmallest) /
@@ -158,6 +159,8 @@ inline bool ZTCScopeAgentCollection::fold(const Block& acrBlock, const unsigned 
 
 void ZTCScopeAgentCollection::setPrevScopeData(unsigned int aBoard, const ZTCScopeData& acrData,
                                                std::uint64_t aTime) {
+    ZT_ASSERT(ZTCScopeAgentRecord::HeadSize + acrData.getSize() <= ZTCScopeAgentChunks::Room, __LINE__,
+              sFile);
     const ZTCScopedLock lLock(mLock);
     ClibMemcpy(holdBack(aBoard, acrData, aTime, {}), acrData.getEventData(), acrData.getLength());
 }
@@ -242,19 +245,11 @@ ZTCScopeAgentRecordLists ZTCScopeAgentCollection::detach(unsigned int aAdapters)
     ZTCScopeAgentRecordLists lLists(sMakeLists(aAdapters));
     const std::uint64_t lTime = ztlog::now();
     const ZTCScopedLock lLock(mLock);
-    {
-        const ZTCLogMask lMask;
-        const ZTCTraceScope lTrace(lMask, sFile, __LINE__, "clearPrevScopeData");
-        filePrevRecord(lMask);
-    }
-    startWith(lLists);
+    const std::uint64_t lEvents = startWith(lLists);
     countLostByKind();
     ZTSetStatistic(ZTS_LastFetchTime, lTime);
     ZTAddToStatistic(ZTS_Fetches);
-    ZTAddToStatistic(ZTS_FetchedEvents, ZTGetStatistic(ZTS_HeldEvents));
-    for (const unsigned int lHeld : {ZTS_HeldEvents, ZTS_HeldRecords, ZTS_HeldBytes}) {
-        ZTSetStatistic(lHeld, 0);
-    }
+    ZTAddToStatistic(ZTS_FetchedEvents, lEvents);
     return lLists;
 }
 
@@ -264,11 +259,21 @@ void ZTCScopeAgentCollection::resetRecordLists(unsigned int aAdapters) {
     startWith(lLists);
 }
 
-void ZTCScopeAgentCollection::startWith(ZTCScopeAgentRecordLists& arLists) {
+std::uint64_t ZTCScopeAgentCollection::startWith(ZTCScopeAgentRecordLists& arLists) {
+    {
+        const ZTCLogMask lMask;
+        const ZTCTraceScope lTrace(lMask, sFile, __LINE__, "clearPrevScopeData");
+        filePrevRecord(lMask);
+    }
     mLists.swap(arLists);
     mStrayList.giveTo(mSpare, sMostSpare);
     mStrayList = ZTCScopeAgentRecordList(0);
     mSize.store(0, std::memory_order_relaxed);
+    const std::uint64_t lEvents = ZTGetStatistic(ZTS_HeldEvents);
+    for (const unsigned int lHeld : {ZTS_HeldEvents, ZTS_HeldRecords, ZTS_HeldBytes}) {
+        ZTSetStatistic(lHeld, 0);
+    }
+    return lEvents;
 }
 
 void ZTCScopeAgentCollection::release(ZTCScopeAgentRecordLists& arLists) {

@@ -8,8 +8,10 @@ constexpr char sFile[] = "ScopeAgentEventCatalogue";
 
 ZTCScopeAgentEventCatalogue::ZTCScopeAgentEventCatalogue() {
     const ZTCTraceScope lTrace(sFile);
-#define ZT_KIND(Name, ...)                                                                \
-    Log(ZTLL_Information, sFile, "Inserting " #Name " ScopeEvent into Events Catalogue"); \
+    constexpr unsigned int lLine = __LINE__;  // not the table's: the records name this file
+#define ZT_KIND(Name, ...)                                                              \
+    Log(ZTLL_Information, sFile,                                                        \
+        ZTCLogFormat<>("Inserting " #Name " ScopeEvent into Events Catalogue", lLine)); \
     insert(makePointerAs<ZTCScopeEvent, ZTC##Name##ScopeEvent>());
 #include "ScopeAgentEventFacts.def"
 #undef ZT_KIND

@@ -20,7 +20,7 @@ void sConsolidate(ZTCScopeAgentSystem& arSystem, ZTCLogMask aMask, const Facts& 
                   const unsigned char* apPayload) {
     const ZTCTraceScope lTrace(aMask, ZTScopeAgentEventFactsFile, acrFacts.getLine(), acrFacts.mpRoutine);
     const std::uint64_t lTime = LogAndTime<unsigned int, unsigned int>(
-        aMask, ZTLL_Notice, acrFacts.mpRoutine, ZTScopeAgentEventFactsFile, acrFacts.mProcessing,
+        aMask, ZTLL_Notice, acrFacts.mpTeller, ZTScopeAgentEventFactsFile, acrFacts.mProcessing,
         acrFacts.mCategory, acrFacts.mSubcategory);
     arSystem.getCollection().take(acrFacts, aBoard, apPayload, lTime, aMask);
 }
@@ -38,34 +38,32 @@ bool sIsLongEnough(ZTCScopeAgentSystem& arSystem, const char* apRoutine, const F
     return false;
 }
 
-// These are a part of sConsolidateEvents, whose records they write.
-constexpr char sDispatch[] = "sConsolidateEvents";
-
 void sTellUnknownCategory(unsigned int aCategory, unsigned int aSubcategory) {
-    LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Category = %u SubCategory = %u, ignored", aCategory,
-          aSubcategory);
+    LogBy(ZTScopeEventDispatch, ZTLL_Notice, sFile, "Unknown Category = %u SubCategory = %u, ignored",
+          aCategory, aSubcategory);
 }
 
 void sTellUnknownKind(unsigned int aCategory, unsigned int aSubcategory) {
     switch (aCategory) {
         case 1:
-            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown ELS Event subcategory = %u, ignored", aSubcategory);
+            LogBy(ZTScopeEventDispatch, ZTLL_Notice, sFile, "Unknown ELS Event subcategory = %u, ignored",
+                  aSubcategory);
             break;
         case 2:
-            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Fabric Event subcategory=%u, ignored",
+            LogBy(ZTScopeEventDispatch, ZTLL_Notice, sFile, "Unknown Fabric Event subcategory=%u, ignored",
                   aSubcategory);
             break;
         case 4:
-            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Scsi Event subcategory = %u, ignored",
+            LogBy(ZTScopeEventDispatch, ZTLL_Notice, sFile, "Unknown Scsi Event subcategory = %u, ignored",
                   aSubcategory);
             break;
         case 8:
-            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Board Evt catgory=%u subcatgory=%u ignored",
-                  aCategory, aSubcategory);
+            LogBy(ZTScopeEventDispatch, ZTLL_Notice, sFile,
+                  "Unknown Board Evt catgory=%u subcatgory=%u ignored", aCategory, aSubcategory);
             break;
         case 16:
-            LogBy(sDispatch, ZTLL_Notice, sFile, "Unknown Adapter Evt catgory=%u subcatgory=%u ignored",
-                  aCategory, aSubcategory);
+            LogBy(ZTScopeEventDispatch, ZTLL_Notice, sFile,
+                  "Unknown Adapter Evt catgory=%u subcatgory=%u ignored", aCategory, aSubcategory);
             sTellUnknownCategory(aCategory, aSubcategory);
             break;
         default:

@@ -130,9 +130,10 @@ bool ZTCScopeAgentProtocolHandler::registerGenericEvent(ZTCScopeAgentInitiator& 
 
 bool ZTCScopeAgentProtocolHandler::registerDfcEvent(ZTCScopeAgentInitiator& arInitiator,
                                                     const ZTCPointer<ZTCScopeEvent>& acrEvent) {
-    const auto* const lpFacts = std::find_if(
-        std::begin(ZTScopeEventFacts), std::end(ZTScopeEventFacts),
-        [&](const auto& acrFacts) { return acrFacts.mByMask.mMask == acrEvent->getSubcategory(); });
+    const auto* const lpFacts =
+        std::find_if(std::begin(ZTScopeEventFacts), std::end(ZTScopeEventFacts), [&](const auto& acrFacts) {
+            return acrFacts.mByMask.mMask != 0 && acrFacts.mByMask.mMask == acrEvent->getSubcategory();
+        });
     if (lpFacts == std::end(ZTScopeEventFacts)) {
         LogBy(sStartScope, ZTLL_Trace, sFile, "Ignore other events for now");
         return true;

@@ -35,9 +35,9 @@ int OsDestroyMutex(pthread_mutex_t& arMutex) {
     return sOrThrow("pthread_mutex_destroy", pthread_mutex_destroy(&arMutex));
 }
 
-// What a mutex guards here takes less than a tenth of a microsecond, and to sleep and be woken takes ten: so
-// a thread tries for some microseconds before it sleeps. Longer than the library's own adaptive mutex, which
-// gives up after one.
+// What a mutex guards here mostly takes less than a tenth of a microsecond, and to sleep and be woken takes
+// ten: so a thread tries for some microseconds before it sleeps. Longer than the library's own adaptive
+// mutex, which gives up after one.
 int OsLockMutex(pthread_mutex_t& arMutex) {
     constexpr unsigned int lTries = 100;
     constexpr unsigned int lPauses = 3;  // between two tries: each takes the lock's memory from its holder

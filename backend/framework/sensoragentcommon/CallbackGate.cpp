@@ -44,15 +44,12 @@ unsigned int ZTCCallbackGate::waitUntilEmpty(std::chrono::milliseconds aTime) co
 }
 
 unsigned int ZTCCallbackGate::takeSlot() {
-    // Its destructor gives a slot back when its thread ends. Unlike a thread_local's, it takes no memory to
-    // register.
-    static const pthread_key_t sKey = [] {
-        pthread_key_t lKey{};
-        pthread_key_create(&lKey, giveSlotBack);
-        return lKey;
-    }();
+    // A key, whose destructor gives the slot back when the thread ends: unlike a thread_local with one it can
+    // say that there is no memory for it.
+    static pthread_key_t sKey;
+    static const bool sHasKey = pthread_key_create(&sKey, giveSlotBack) == 0;
     tSlot = SharedSlot;
-    for (unsigned int lSlot = 0; lSlot < SharedSlot; ++lSlot) {
+    for (unsigned int lSlot = 0; sHasKey && lSlot < SharedSlot; ++lSlot) {
         if (!sIsTaken[lSlot].load(std::memory_order_relaxed) && !sIsTaken[lSlot].exchange(true)) {
             if (pthread_setspecific(sKey, &sIsTaken[lSlot]) == 0) {
                 tSlot = lSlot;

@@ -34,15 +34,14 @@ class ZTCScopeAgentChunks {
     }
 
     /// Gives its chunks to the spare ones, as long as those are fewer than so many; keeps the others. What
-    /// was given last is taken first: it may still be in the processor's cache.
+    /// was given last is taken first: it may still be in the processor's cache. Who is
+    /// given chunks is not extended.
     void giveTo(ZTCScopeAgentChunks& arSpare, unsigned int aMost);
 
     /// The bytes of all.
     std::size_t getSize() const;
     /// Writes them.
     void encode(ZTCEncodableOutStream& arStream) const;
-
-    unsigned int getCount() const { return mCount; }
 
   private:
     struct Chunk {

@@ -28,13 +28,14 @@ class ZTCScopeAgentCollection {
     /// else.
     void take(const ZTSScopeEventFacts& acrFacts, unsigned int aBoard, const unsigned char* apPayload,
               std::uint64_t aTime, ZTCLogMask aMask) ZT_EXCLUDES(mLock);
-    /// Begins a record, which is then the one that is held back. Throws ZTCNoMemoryEx, nothing changed.
+    /// Begins a record, which is then the one that is held back; its bytes have to fit in a chunk. Throws
+    /// ZTCNoMemoryEx, nothing changed.
     void setPrevScopeData(unsigned int aBoard, const ZTCScopeData& acrData, std::uint64_t aTime)
         ZT_EXCLUDES(mLock);
     /// Holds no record back any more.
     void clearPrevScopeData() ZT_EXCLUDES(mLock);
 
-    /// An empty list for so many adapters. Throws ZTCNoMemoryEx, nothing changed.
+    /// An empty list for so many adapters; what was taken is dropped. Throws ZTCNoMemoryEx, nothing changed.
     void resetRecordLists(unsigned int aAdapters) ZT_EXCLUDES(mLock);
     /// The same; returns everything that was taken, which makes it a fetch. Throws ZTCNoMemoryEx, nothing
     /// changed.
@@ -70,7 +71,8 @@ class ZTCScopeAgentCollection {
     bool fold(const ZTSScopeEventBlock& acrBlock, const unsigned char* apPayload, std::uint64_t aTime,
               ZTCLogMask aMask) ZT_REQUIRES(mLock);
     void filePrevRecord(ZTCLogMask aMask) ZT_REQUIRES(mLock);
-    void startWith(ZTCScopeAgentRecordLists& arLists) ZT_REQUIRES(mLock);
+    /// Swaps the lists, all records whole; returns the events that they have.
+    std::uint64_t startWith(ZTCScopeAgentRecordLists& arLists) ZT_REQUIRES(mLock);
     const ZTCScopeAgentTarget* findTarget(const ZTSScopeEventFacts& acrFacts,
                                           const unsigned char* apPayload) const ZT_REQUIRES(mLock);
     void addToSize(unsigned int aSize) ZT_REQUIRES(mLock);

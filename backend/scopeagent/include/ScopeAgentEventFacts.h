@@ -14,6 +14,8 @@
 #include "ScopeAgentEventKinds.h"
 #include "ScopeAgentProtocolHandler.h"
 
+/// The routine that finds an event's row.
+inline constexpr char ZTScopeEventDispatch[] = "sConsolidateEvents";
 /// The file that the records of these messages name.
 inline constexpr char ZTScopeAgentEventFactsFile[] = "ScopeAgentEventFacts";
 
@@ -87,7 +89,8 @@ struct ZTSScopeEventFacts {
     ZTEScopeEventKind mKind;
     unsigned char mCategory;     ///< as it arrives, which is not always as it is registered
     unsigned char mSubcategory;  ///< the same
-    const char* mpRoutine;       ///< who its records in the log are by
+    const char* mpRoutine;       ///< who its traces are by
+    const char* mpTeller;        ///< and its message: of a kind without payload the dispatch's own
     Message mProcessing;         ///< category, subcategory
     unsigned char mMinimum;      ///< bytes that its payload must have
     Message mTooShort;           ///< that minimum, the bytes it has
@@ -101,20 +104,16 @@ struct ZTSScopeEventFacts {
     ZTCScopeEvent getEvent() const { return {mCategory, mSubcategory}; }
 };
 
+// clang-format off
 inline constexpr ZTSScopeEventFacts ZTScopeEventFacts[] = {
-#define ZT_NAMES(Count)  \
-    ZTSScopeEventBlock { \
-        Count            \
-    }
-#define ZT_NO_TEXT \
-    {}
-#define ZT_BY_CODES \
-    {}
+#define ZT_NAMES(Count) ZTSScopeEventBlock{Count}
+#define ZT_NO_TEXT {}
+#define ZT_BY_CODES {}
 #define ZT_BY_MASK(Mask, Context, Callback, Name, FailedName, IsRequired) \
-    { Mask, Context, ZTCScopeAgentProtocolHandler::Callback, Name, FailedName, IsRequired }
-#define ZT_KIND(Name, Label, Category, Subcategory, Routine, Message, Minimum, TooShort, Block, \
-                Registration)                                                                   \
-    {ZTSEK_##Name, Category, Subcategory, Routine, Message, Minimum, TooShort, Block, Registration},
+    {Mask, Context, ZTCScopeAgentProtocolHandler::Callback, Name, FailedName, IsRequired}
+#define ZT_KIND(Name, Label, Category, Subcategory, Routine, Message, Minimum, TooShort, Block, Registration) \
+    {ZTSEK_##Name, Category, Subcategory, Routine, (Minimum) == 0 ? ZTScopeEventDispatch : Routine, \
+     Message, Minimum, TooShort, Block, Registration},
 #include "ScopeAgentEventFacts.def"
 #undef ZT_NAMES
 #undef ZT_NO_TEXT
@@ -122,6 +121,7 @@ inline constexpr ZTSScopeEventFacts ZTScopeEventFacts[] = {
 #undef ZT_BY_MASK
 #undef ZT_KIND
 };
+// clang-format on
 
 static_assert(std::all_of(std::begin(ZTScopeEventFacts), std::end(ZTScopeEventFacts),
                           [](const ZTSScopeEventFacts& acrFacts) {

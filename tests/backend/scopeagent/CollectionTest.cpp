@@ -360,7 +360,7 @@ TEST(Collection, HandsOutRecordsThatNeverChangeWithTheTimesOfTheirEvents) {
             const std::uint64_t lStart = lNow();
             lEvent.deliver();
             const std::uint64_t lOnce = lNow();
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            EXPECT_TRUE(waitUntil([&] { return lNow() > lOnce; }));
             const std::uint64_t lRepeat = lNow();
             lEvent.deliver();
             const ZTCTestFetch lBoth = arCollection.fetch();
@@ -373,6 +373,26 @@ TEST(Collection, HandsOutRecordsThatNeverChangeWithTheTimesOfTheirEvents) {
             const ZTCTestFetch lAgain = arCollection.fetch();
             EXPECT_EQ(lAgain.of(0).at(0).mOccurrences, 1U);
             EXPECT_GE(lAgain.of(0)[0].mFirst, lrRecord.mLast);
+        }
+    });
+}
+
+TEST(Collection, BeginsAnewWithNothingHeldBack) {
+    inCollection(2, [](ZTCTestCollection& arCollection) {
+        ZTCScopeAgentSystem& lrSystem = arCollection.getSystem();
+        const unsigned char lBlock[4]{1};
+        const ZTCScopeData lLink({8, 2}, lBlock, sizeof lBlock);
+        const std::pair<std::function<void()>, std::size_t> lRows[] = {
+            // what is done between an event and its repeat, the records that there are then
+            {[] {}, 1},
+            {[&] { lrSystem.clearPrevScopeData(); }, 2},
+            {[&] { lrSystem.resetRecordLists(); }, 1},
+        };
+        for (const auto& [lDo, lRecords] : lRows) {
+            lrSystem.setPrevScopeData(0, lLink);
+            lDo();
+            ZTTestLink(0).deliver();
+            EXPECT_EQ(arCollection.fetch().of(0).size(), lRecords);
         }
     });
 }

@@ -4,8 +4,8 @@
 // A thread that passes counts itself and then looks whether the gate is open; who shuts it does so and then
 // looks at the counts: one of the two has to see the other. Events come by the million and the gate is shut
 // once, so who shuts it pays for the order of all: it has every thread pass a barrier. Threads count in slots
-// of their own with plain stores; where there is no such barrier, or no slot left, with atomic additions,
-// which are one.
+// of their own with plain stores; where there is no such barrier, or no slot left, with atomic additions
+// in the one order of all such operations.
 #pragma once
 
 #include <atomic>
@@ -26,7 +26,7 @@ class ZTCCallbackGate {
             mpInside = &arGate.mSlots[lSlot].mInside;
             count(1);
             std::atomic_signal_fence(std::memory_order_seq_cst);
-            if (!arGate.mIsOpen.load(std::memory_order_relaxed)) {
+            if (!arGate.mIsOpen.load()) {
                 count(-1U);
                 mpInside = nullptr;
             }

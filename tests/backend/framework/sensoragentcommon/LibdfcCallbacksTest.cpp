@@ -188,6 +188,31 @@ TEST(LibdfcCallbacks, AreWaitedForAsLongAsTheyAreInside) {
     EXPECT_EQ(lWaited.get(), 0U);
 }
 
+// More threads than have a slot of their own, one call inside the other, and then others in their slots.
+TEST(LibdfcCallbacks, AreCountedByTheHundredAndInsideOneAnother) {
+    constexpr unsigned int lThreads = 100;
+    LibdfcGate().open();
+    for (unsigned int lRound = 0; lRound < 3; ++lRound) {
+        std::latch lAreInside(lThreads);
+        std::latch lMayGo(1);
+        std::vector<std::jthread> lAll;
+        for (unsigned int lThread = 0; lThread < lThreads; ++lThread) {
+            lAll.emplace_back([&] {
+                const ZTCCallbackGate::Passage lOuter(LibdfcGate());
+                { const ZTCCallbackGate::Passage lInner(LibdfcGate()); }
+                lAreInside.count_down();
+                lMayGo.wait();
+            });
+        }
+        lAreInside.wait();
+        EXPECT_EQ(LibdfcGate().countInside(), lThreads);
+        lMayGo.count_down();
+        lAll.clear();
+        EXPECT_EQ(LibdfcGate().countInside(), 0U);
+    }
+    LibdfcGate().shut();
+}
+
 TEST(LibdfcCallbacks, AreLeftBehindWhenTheyStay) {
     const std::string lLog = logOf([] {
         auto& lrVisitor = *new Visitor;
