@@ -167,10 +167,7 @@ TEST(SimLibrary, AdaptersAreAsTheScenarioHasThem) {
         EXPECT_EQ(lLibrary.add(sPlogi, 3, &lHandle), 0U);
     }
     EXPECT_NE(Library("adapters count=1 fail=init").getStatus(), 0);
-    testing::internal::CaptureStderr();
     EXPECT_NE(Library("\nadapters").getStatus(), 0);
-    EXPECT_TRUE(
-        contains(testing::internal::GetCapturedStderr(), "/scenario:2: adapters without count, expected"));
     EXPECT_EQ(Library()->number_of_adapters(), 2U);
 }
 

@@ -96,7 +96,7 @@ TEST(SensorMessages, AnswersThatCannotBeAreRefused) {
         EXPECT_EQ(outcomeOf(lListOf(lLabel, BEHIND)), "MalformedAnswer") << lLabel;
     }
     for (const std::string lRecord : {ONE TIME WRONG "0101 00 00000000", ONE WRONG TIME "0101 00 00000000",
-                                      ONE TIME TIME "0101 02" NODE PORT "00000000"}) {
+                                      ONE TIME TIME "0101 02 00000000"}) {
         EXPECT_EQ(outcomeOf(lListOf(LABEL, lRecord)), "MalformedAnswer") << lRecord;
     }
 }

@@ -36,7 +36,6 @@ TEST(Decode, PrintsATableForPeople) {
     const Json lDocument = Json::parse(askScope(lDirectory.getPath(), {"--json", "decode", lFile}));
     EXPECT_EQ(lDocument["schema"], 1);
     EXPECT_EQ(lDocument["fetched"], nullptr);
-    EXPECT_EQ(lDocument["initiators"].size(), 1U);
     EXPECT_EQ(lDocument["records"][1]["event"]["luns"], Json({1, 3, 4, 5, 24}));
     const Json& lrUnknown = lDocument["records"][3];
     for (const char* const lpNothing : {"kind", "event", "target"}) {

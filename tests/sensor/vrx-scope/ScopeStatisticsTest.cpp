@@ -54,7 +54,7 @@ TEST(ScopeStatistics, ShowsWhatTheAgentCounts) {
 }
 
 TEST(ScopeStatistics, ShowsHowFastTheFiguresGrow) {
-    ZTSScopeStand lStand;
+    ZTSScopeStand lStand({}, {"ZT_TEST_PERIODS=StatisticsTurn=50"});
     const auto lLinesOf = [](const std::string& acrText) {
         std::istringstream lText(acrText);
         std::vector<Json> lLines;

@@ -40,7 +40,6 @@ TEST(Scope, FailsWithOneLineAndAStatus) {
         {{"period"}, 2, "seconds"},
         {{"stats", "--for", "1"}, 2, "--every"},
         {{"targets", "add", "500601603b20110c", "500601603b20110c"}, 2, "NODE PORT ADDRESS"},
-        {{"targets", "add", "500601603b20110c", "500601603b20110g", "010a00"}, 2, "'500601603b20110g'"},
         {{"targets", "add", "500601603b20110c", "500601603b20110c", "0x1010a00"}, 2, "'0x1010a00'"},
         {{"--dir", "", "fetch"}, 2, "--dir DIR"},
         {{"--dir", lDirectory / "missing", "status"}, 1, "no agent serves"},
