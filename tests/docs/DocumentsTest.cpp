@@ -1,5 +1,4 @@
 // What the documents tell in tables is what the code has: numbers, blocks, messages, options.
-#include "EncodableStream.h"
 #include "NamedPipe.h"
 #include "ScopeAgentEventFacts.h"
 #include "ScopeAgentSystem.h"
@@ -84,25 +83,10 @@ TEST(Documents, TheProtocolHasTheKindsAndTheirBlocks) {
     EXPECT_EQ(lPageBlocks, lCodeBlocks);
 }
 
-template <class Value>
-std::string widthOf(const Value& acrValue) {
-    ZTCBufferExpOutStream lStream(16);
-    lStream << acrValue;
-    return std::to_string(lStream.getBuffer()->getLength());
-}
-
-TEST(Documents, TheProtocolHasTheWidthsAndLimitsOfTheCode) {
+TEST(Documents, TheProtocolHasTheLimitsOfTheCode) {
     char lMagic[16];
     snprintf(lMagic, sizeof lMagic, "%#x", ZTWireMagic);
     EXPECT_TRUE(contains(mapOf(sProtocol, "offset | width | field | what it is", 2, 3)["magic"], lMagic));
-    EXPECT_EQ(mapOf(sProtocol, "value | bytes", 0, 1),
-              (Map{{"u8", widthOf(static_cast<unsigned char>(0))},
-                   {"u16", widthOf(static_cast<unsigned short>(0))},
-                   {"u32", widthOf(0U)},
-                   {"i32", widthOf(0)},
-                   {"name", std::to_string(ZTCWorldWideName::Size)},
-                   {"time", std::to_string(ZTCDateTime::EncodedSize)},
-                   {"string", widthOf(ZTCString("")) + " and more"}}));
 #define ZT_ROW(constant) {"`" #constant "`", std::to_string(constant)}
     EXPECT_EQ(mapOf(sProtocol, "limit | value", 2, 1),
               (Map{ZT_ROW(ZTWireHeaderSize), ZT_ROW(ZTWireMaxCommand), ZT_ROW(ZTSecondsOf(ZTP_MessagePause)),
@@ -127,61 +111,35 @@ TEST(Documents, EveryLineOfTheLibraryForTheKernelIsExplained) {
     EXPECT_EQ(lPage, lCode);
 }
 
-// One side of the page's conversation: its messages, and what is said beside their bytes.
-struct Side {
-    explicit Side(const char* apMark) {
-        std::string lBytes;
-        for (const Texts& lrLine :
-             matchesIn(sourceOf(sProtocol), std::string("\n") + apMark + "((?: [0-9a-f]{2})+) +(.*)")) {
-            lBytes += bytesOf(lrLine[0]);
-            mText += lrLine[1];
-        }
-        for (std::size_t lAt = 0; lAt + 12 <= lBytes.size(); lAt += mMessages.back().size()) {
-            const auto* const lpLength = reinterpret_cast<const unsigned char*>(&lBytes[lAt + 8]);
-            mMessages.push_back(lBytes.substr(lAt, 12 + std::size_t{ztwire::get<unsigned int>(lpLength)}));
-        }
+// The messages of one side of the page's conversation.
+Texts messagesBehind(const char* apMark) {
+    std::string lBytes;
+    for (const Texts& lrLine :
+         matchesIn(sourceOf(sProtocol), std::string("\n") + apMark + "((?: [0-9a-f]{2})+) ")) {
+        lBytes += bytesOf(lrLine[0]);
     }
-
-    Texts mMessages;
-    std::string mText;
-};
+    Texts lMessages;
+    for (std::size_t lAt = 0; lAt < lBytes.size(); lAt += lMessages.back().size()) {
+        lMessages.push_back(lBytes.substr(lAt, 12 + lengthIn(lBytes.substr(lAt))));
+    }
+    return lMessages;
+}
 
 TEST(Documents, TheProtocolsConversationIsTheAgents) {
-    const Side lCommands(">");
-    const Side lResponses("<");
-    ASSERT_EQ(lCommands.mMessages.size(), 4U);
-    ASSERT_EQ(lResponses.mMessages.size(), 4U);
-    EXPECT_TRUE(contains(lCommands.mText, "address " + digitsOf(lCommands.mMessages[0].substr(34))));
-    const ZTCTestFetch lPage(lResponses.mMessages[2].substr(12));
-    const ZTSTestRecord& lrRecord = lPage.of(0).at(0);
-    std::string lSaid = std::to_string(lPage.getCount()) + " record list.*" + lPage.getLists()[0].mLabel +
-                        "1 record" + std::to_string(lrRecord.mOccurrences) + " occurrences";
-    const std::pair<const char*, std::uint64_t> lTimes[] = {{"first", lrRecord.mFirst},
-                                                            {"last", lrRecord.mLast}};
-    for (const auto& [lpName, lTime] : lTimes) {
-        const auto lSeconds = static_cast<time_t>(lTime / 1000000000);
-        char lSecond[32];
-        strftime(lSecond, sizeof lSecond, "%Y-%m-%dT%H:%M:%S", gmtime(&lSeconds));
-        const std::string lFraction = std::to_string(1000000000 + lTime % 1000000000).substr(1);
-        lSaid += std::string(lpName) + ": seconds " + std::to_string(lSeconds) + ",nanoseconds: " + lSecond +
-                 "." + lFraction + "Z";
-    }
-    lSaid +=
-        "category 1subcategory 1: plogi.*" + std::to_string(lrRecord.mData.size()) + " bytes of event data";
-    const auto lMatches = matchesIn(lResponses.mText, lSaid);
-    ASSERT_EQ(lMatches.size(), 1U) << lSaid << "\nis not in\n" << lResponses.mText;
-
+    const Texts lCommands = messagesBehind(">");
+    const Texts lResponses = messagesBehind("<");
+    ASSERT_EQ(lCommands.size(), 4U);
+    ASSERT_EQ(lResponses.size(), 4U);
     ZTSTestStand lStand({}, "adapters count=1\n");
     for (const std::size_t lAt : {0U, 1U, 2U, 3U}) {
         lAt == 2 ? lStand.mSim.play("plogi from=5006016000000a0b to=10:00:00:25:b5:01:00:00 times=3")
                  : void();
-        const auto lBodyOf = [&](const std::string& acrMessage) {
+        const auto lShown = [&](const std::string& acrMessage) {
             const std::string lBody = acrMessage.substr(12);
-            return digitsOf(lAt == 2 ? ZTCTestFetch(lBody).getMasked() : lBody);
+            return digitsOf(acrMessage.substr(0, 12)) +
+                   digitsOf(lAt == 2 ? ZTCTestFetch(lBody).getMasked() : lBody);
         };
-        const std::string lResponse = lStand.mSensor.ask(lCommands.mMessages[lAt]);
-        EXPECT_EQ(digitsOf(lResponse.substr(0, 12)), digitsOf(lResponses.mMessages[lAt].substr(0, 12)));
-        EXPECT_EQ(lBodyOf(lResponse), lBodyOf(lResponses.mMessages[lAt]));
+        EXPECT_EQ(lShown(lStand.mSensor.ask(lCommands[lAt])), lShown(lResponses[lAt]));
     }
     lStand.mAgent.expectEnd("Shutting down ScopeAgent");
 }

@@ -62,31 +62,23 @@ constexpr ZTSSimEventId sPlogi{0, 1, 1};
 
 TEST(SimLibrary, EventsAreDeliveredAsTheyAreDocumented) {
     const std::string lOfPort0 = " context0 10000025b5010000 ";
-    const std::string lNames = "500601603b20000150060160bb200001";
     const struct {
         const char* mpLine;
         std::string mExpected;
     } lRows[] = {
         {"plogi to=0x0102030405060708",
          "1/1" + lOfPort0 + "20 " + word(1) + "500601603b2000010102030405060708"},
-        {"adisc board=1", "1/4 context1 10000025b5010001 20 " + word(4) + lNames},
         {"fabric-busy", "2/1" + lOfPort0 + "0 null"},
-        {"check-condition lun=all command=0x2a sense=6/29/04 queue-tag=9",
-         "4/4" + lOfPort0 + "32 " + word(4) + "500601603b200001ffffffff" + word(0x2a) + word(6) +
-             word(0x2904) + word(9)},
-        {"queue-depth-change lun=1 old=32 new=16",
-         "4/64" + lOfPort0 + "24 " + word(64) + "500601603b200001" + word(1) + word(32) + word(16)},
         {"link board=1", "mask 1 168 10000025b5010001" + std::string(320, '0')},
         {"rscn pages=0x010203,0x03000000", "mask 0 12 6104000c0001020303000000"},
-        {"temperature", "mask 0 0 null"},
         {"raw category=99 subcategory=1 bytes=0aff", "99/1" + lOfPort0 + "2 0aff"},
         {"raw category=1 subcategory=1 bytes=01 total-length=5000", "1/1" + lOfPort0 + "4980 lie"},
         {"raw category=1 subcategory=1 total-length=24 no-descriptor", "1/1" + lOfPort0 + "4 null"},
-        {"raw category=1 subcategory=1", "1/1" + lOfPort0 + "0 "},
         {"raw mask=2 bytes=6104 length=1", "mask 0 1 61"},
         {"raw mask=2 length=40", "mask 0 40 null"},
         {"raw mask=64 bytes=61", ""},
-        {"logo board=77", "1/16 context77 10000025b501004d 20 " + word(16) + lNames},
+        {"logo board=77",
+         "1/16 context77 10000025b501004d 20 " + word(16) + "500601603b20000150060160bb200001"},
     };
     const Library lLibrary;
     lLibrary.addAll();
@@ -175,10 +167,7 @@ TEST(SimLibrary, AdaptersAreAsTheScenarioHasThem) {
         EXPECT_EQ(lLibrary.add(sPlogi, 3, &lHandle), 0U);
     }
     EXPECT_NE(Library("adapters count=1 fail=init").getStatus(), 0);
-    testing::internal::CaptureStderr();
     EXPECT_NE(Library("\nadapters").getStatus(), 0);
-    EXPECT_TRUE(
-        contains(testing::internal::GetCapturedStderr(), "/scenario:2: adapters without count, expected"));
     EXPECT_EQ(Library()->number_of_adapters(), 2U);
 }
 

@@ -20,22 +20,16 @@ TEST(Scenario, LinesAreRead) {
         const char* mpKey;
         uint64_t mNumber;
     } lRows[] = {
-        {"plogi", "board", 0},
         {"plogi", "to", 0x50060160bb200001},
         {"\t plogi  times=0x10\t# times=2\r", "times", 16},
         {"logo from=50:06:01:60:3B:20:11:0c", "from", 0x500601603b20110c},
-        {"logo from=0x500601603b20110c", "from", 0x500601603b20110c},
         {"logo from=500601603b20110c every=2m", "every", 120'000'000'000},
         {"queue-full lun=all", "lun", 0xFFFFFFFF},
         {"check-condition sense=b/47/03", "sense", 0x0b4703},
         {"wait 1.5s", "for", 1'500'000'000},
-        {"wait for=250us", "for", 250'000},
         {"wait 1440m", "for", 86'400'000'000'000},
-        {"wait registrations", "registrations", 0},
-        {"wait registrations=40", "registrations", 40},
         {"storm queue-full lun=7 times=1", "lun", 7},
         {"storm plogi for=1s rate=max", "rate", 1'000'000'000},
-        {"fault slow-close for=1ns", "name", ZTSIM_SlowClose},
         {"adapters count=0 fail=info", "fail", ZTSIMF_Info},
     };
     for (const auto& lrRow : lRows) {
@@ -52,15 +46,13 @@ TEST(Scenario, LinesAreRead) {
 TEST(Scenario, AMistakeIsOneLineThatSaysWhatIsValid) {
     const std::pair<const char*, std::vector<std::string>> lRows[] = {
         {"unknown verb 'plogin', expected one of plogi, adisc", {"plogin"}},
-        {"fault, report", {"KIND"}},
         {"'a\\x01\\xff\\x00', expected", {std::string("a\x01\xff\0", 4)}},
         {"xxx...', expected", {std::string(5000, 'x')}},
         {"unknown key 'form', expected one of board, times, every, from, to", {"plogi form=1"}},
-        {"unknown key 'board', expected none", {"report board=1"}},
         {"'board' without a value, expected board=...", {"plogi board"}},
         {"a second board, expected one", {"plogi board=1 board=2"}},
-        {"'-1' as board, expected a number from 0 to 4294967295", {"plogi board=-1"}},
-        {"as board, expected a number from 0 to 4294967295", {"plogi board=4294967296", "plogi board=0x"}},
+        {"as board, expected a number from 0 to 4294967295",
+         {"plogi board=4294967296", "plogi board=0x", "plogi board=-1"}},
         {"a number from 1 to", {"plogi times=0"}},
         {"a number from 0 to 4294967295 or all", {"queue-full lun=none"}},
         {"a name such as",
@@ -73,18 +65,12 @@ TEST(Scenario, AMistakeIsOneLineThatSaysWhatIsValid) {
          {"raw category=1", "raw mask=2 category=1 subcategory=1", "raw mask=2 total-length=3"}},
         {"category= and subcategory=, or mask=", {"raw"}},
         {"one of for=, registrations, storms", {"wait", "wait 1s storms"}},
-        {"'1' as storms, expected no value", {"wait storms=1"}},
         {"a duration to a day", {"wait 5", "wait 1.2.3s", "wait s", "wait 1441m"}},
         {"expected kind=, one of plogi", {"storm"}},
-        {"as kind, expected one of plogi", {"storm raw times=1", "on-register status=1 kind=link-up"}},
         {"for= or times=", {"storm plogi"}},
         {"from, to", {"storm plogi times=1 lun=1"}},
-        {"a number from 1 to 64", {"storm plogi times=1 threads=65"}},
         {"not both", {"storm plogi times=1 board=1 boards=2"}},
         {"adapters without count, expected count=", {"adapters"}},
-        {"a number from 0 to 64", {"adapters count=65"}},
-        {"one of init, info", {"adapters count=1 fail=open"}},
-        {"expected status=", {"on-register kind=plogi"}},
         {"for= with this fault", {"fault slow-close"}},
         {"no for=", {"fault stuck-callback for=1s"}},
         {"one of late-callbacks, callbacks-during-close", {"fault quick-close"}},
@@ -145,13 +131,8 @@ TEST(VrxSim, FilesAreCheckedAndWrongUsageRefused) {
         EXPECT_TRUE(contains(lBad.mErr, lpPart)) << lBad.mErr;
     }
 
-    const std::vector<std::vector<std::string>> lWrong{{},
-                                                       {"fly"},
-                                                       {"check"},
-                                                       {"language", "x"},
-                                                       {"send", "report"},
-                                                       {"send", "-s"},
-                                                       {"send", "-s", std::string(200, 'x')}};
+    const std::vector<std::string> lWrong[] = {
+        {}, {"check"}, {"language", "x"}, {"send", "report"}, {"send", "-s", std::string(200, 'x')}};
     for (const auto& lrArguments : lWrong) {
         const ZTSTestEnd lEnd = runSim(lrArguments);
         EXPECT_EQ(lEnd.mStatus, 2) << lEnd.mErr;

@@ -1,8 +1,6 @@
 // A client against whatever may be at the other end of the pipes, or in their place.
 #include <sys/stat.h>
 
-#include <random>
-
 #include "ClientOutcome.h"
 #include "SensorClient.h"
 
@@ -15,12 +13,10 @@ enum class Then : unsigned char { Stay, Leave, Repeat };
 
 struct Part {
     const char* mpName;
-    std::size_t mHears;   // how many bytes of the command
-    std::string mBefore;  // said before that
-    std::string mSays;    // behind it; tag 0 stands for the command's
+    std::size_t mHears;  // how many bytes of the command
+    std::string mSays;   // behind that; tag 0 stands for the command's
     Then mThen;
     const char* mpOutcome;
-    milliseconds mPause{0};  // behind each byte that is said
 };
 
 // Two pipes like an agent's, and a process that plays an agent until it is killed.
@@ -41,18 +37,13 @@ class HostileAgent {
         return openPipe(acrPath, aMode);
     }
     void play(const Part& acrPart) const {
-        writeAll(mAnswers, acrPart.mBefore);
         const std::string lHeard = readBytes(mCommands, acrPart.mHears);
         std::string lSays = acrPart.mSays;
         if (const std::size_t lOurs = lSays.find("VRX1" + wordOf(0)); lOurs != std::string::npos) {
             lSays.replace(lOurs + 4, 4, lHeard.substr(4, 4));
         }
-        const std::size_t lAtOnce = acrPart.mPause.count() != 0 ? 1 : lSays.size();
         do {
-            for (std::size_t lAt = 0; lAt < lSays.size(); lAt += lAtOnce) {
-                writeAll(mAnswers, lSays.substr(lAt, lAtOnce));
-                std::this_thread::sleep_for(acrPart.mPause);
-            }
+            writeAll(mAnswers, lSays);
         } while (acrPart.mThen == Then::Repeat);
         if (acrPart.mThen == Then::Stay) {
             pause();
@@ -73,67 +64,43 @@ volatile std::sig_atomic_t sPipeSignals = 0;
 TEST(SensorClientHostile, EveryAgentIsSurvivedInTime) {
     constexpr std::size_t lShort = 13;  // a Stop
     const std::string lLong(70000, 'o');
-    const std::string lOther = messageOf(1, lLong);
-    const std::string lHuge = wordOf(0xffffffff);
-    std::string lNoise = lLong;
-    std::generate(lNoise.begin(), lNoise.end(),
-                  [lRandom = std::mt19937(20)]() mutable { return char(lRandom() & 127); });
     const Part lParts[] = {
-        {"good", lShort, "", successOf(0), Then::Stay, "done"},
-        {"refuses", lShort, "", messageOf(0, bytesOf("01 1234")), Then::Stay, "Refused 4660"},
-        {"others' first", lShort, lOther.substr(66000), lOther + successOf(2) + successOf(0), Then::Stay,
-         "done"},
-        {"half read before", lShort, "the rest, VRX", lOther + successOf(0), Then::Stay, "done"},
-        {"noise", lShort, "", lNoise, Then::Stay, "TimedOut"},
-        {"noise behind a message", lShort, "", lOther + lNoise, Then::Stay, "MalformedAnswer"},
-        {"others' without end", lShort, "", lOther, Then::Repeat, "TimedOut"},
-        {"4 GiB", lShort, "", "VRX1" + wordOf(0) + lHuge + lLong, Then::Stay, "MalformedAnswer"},
-        {"4 GiB for another", lShort, "", "VRX1" + wordOf(1) + lHuge + lLong, Then::Stay, "TimedOut"},
-        {"not asked for", lShort, "", messageOf(0, bytesOf("02 00000000")), Then::Stay, "MalformedAnswer"},
-        {"ends in its answer", lShort, "", successOf(0).substr(0, 14), Then::Leave, "NoAgent"},
-        {"ends in a command", 12, "", "", Then::Leave, "NoAgent"},
-        {"silent", lShort, "", "", Then::Stay, "TimedOut"},
-        {"slow", lShort, "", messageOf(0, lLong), Then::Stay, "TimedOut", milliseconds(20)},
-        {"deaf", 0, "", "", Then::Stay, "TimedOut"},
+        {"good", lShort, successOf(0), Then::Stay, "done"},
+        {"refuses", lShort, messageOf(0, bytesOf("01 1234")), Then::Stay, "Refused 4660"},
+        {"noise", lShort, lLong, Then::Stay, "TimedOut"},
+        {"others' without end", lShort, messageOf(1, lLong), Then::Repeat, "TimedOut"},
+        {"4 GiB", lShort, "VRX1" + wordOf(0) + wordOf(0xffffffff) + lLong, Then::Stay, "MalformedAnswer"},
+        {"ends in its answer", lShort, successOf(0).substr(0, 14), Then::Leave, "NoAgent"},
+        {"ends in a command", 12, "", Then::Leave, "NoAgent"},
+        {"silent", lShort, "", Then::Stay, "TimedOut"},
+        {"deaf", 0, "", Then::Stay, "TimedOut"},
     };
     const auto lHandler = signal(SIGPIPE, [](int) { sPipeSignals = 1; });
     for (const Part& lrPart : lParts) {
         SCOPED_TRACE(lrPart.mpName);
         const std::string lExpected = lrPart.mpOutcome;
-        const milliseconds lTimeout(lExpected == "TimedOut" ? 200 : 60000);
+        const milliseconds lTimeout(lExpected == "TimedOut" ? 100 : 60000);
         const std::vector<ZTSSensorTarget> lTargets(ZTSensorMaxTargets);  // longer than the pipe
-        // Returns how long the client has waited.
-        const auto lMeet = [&] {
-            const ZTCTestDirectory lDirectory;
-            const auto lBefore = countDescriptors();
-            std::chrono::steady_clock::duration lTime{};
+        const ZTCTestDirectory lDirectory;
+        const auto lBefore = countDescriptors();
+        {
+            ZTCSensorClient lClient({lDirectory.getPath(), lTimeout, milliseconds(0)});
+            const auto lStart = std::chrono::steady_clock::now();
             {
-                ZTCSensorClient lClient({lDirectory.getPath(), lTimeout, milliseconds(0)});
-                {
-                    const HostileAgent lAgent(lDirectory, lrPart);
-                    const auto lStart = std::chrono::steady_clock::now();
-                    EXPECT_EQ(clientOutcomeOf([&] {
-                                  lrPart.mHears == lShort ? lClient.stop()
-                                                          : lClient.registerTargets(lTargets);
-                              }),
-                              lExpected);
-                    lTime = std::chrono::steady_clock::now() - lStart;
-                }
-                // Pipes that are of no use are not kept: only the claim on the directory.
-                const bool lAreKept = lExpected == "done" || lExpected.starts_with("Refused");
-                EXPECT_EQ(countDescriptors() - lBefore, lAreKept ? 3 : 1);
+                const HostileAgent lAgent(lDirectory, lrPart);
+                EXPECT_EQ(clientOutcomeOf([&] {
+                              lrPart.mHears == lShort ? lClient.stop() : lClient.registerTargets(lTargets);
+                          }),
+                          lExpected);
             }
-            EXPECT_EQ(countDescriptors(), lBefore);
-            return lTime;
-        };
-        auto lTime = lMeet();
-        if (lExpected == "TimedOut") {
-            EXPECT_GE(lTime, lTimeout);
-            for (unsigned int lMore = 0; lTime > 5 * lTimeout && lMore < 4; ++lMore) {
-                lTime = lMeet();  // a machine that stood still does not do so each time
-            }
-            EXPECT_LE(lTime, 5 * lTimeout);
+            const auto lTime = std::chrono::steady_clock::now() - lStart;
+            EXPECT_TRUE(lExpected != "TimedOut" || lTime >= lTimeout);
+            EXPECT_LT(lTime, std::chrono::seconds(ZTTestSoon));
+            // Pipes that are of no use are not kept: only the claim on the directory.
+            const bool lAreKept = lExpected == "done" || lExpected.starts_with("Refused");
+            EXPECT_EQ(countDescriptors() - lBefore, lAreKept ? 3 : 1);
         }
+        EXPECT_EQ(countDescriptors(), lBefore);
     }
     EXPECT_EQ(sPipeSignals, 0);
     signal(SIGPIPE, lHandler);
@@ -141,7 +108,7 @@ TEST(SensorClientHostile, EveryAgentIsSurvivedInTime) {
 
 TEST(SensorClientHostile, WhatLiesInThePipesPlaceIsLookedAt) {
     using Path = const std::string&;
-    const Part lDeaf{"", 0, "", "", Then::Stay, ""};
+    const Part lDeaf{"", 0, "", Then::Stay, ""};
     const auto lOutcomeIn = [](Path acrDirectory) {
         return clientOutcomeOf([&] {
             ZTCSensorClient({acrDirectory, milliseconds(50), milliseconds(0)}).stop();
@@ -156,7 +123,6 @@ TEST(SensorClientHostile, WhatLiesInThePipesPlaceIsLookedAt) {
          "UnsafeFile"},
         {[&](Path acrPath) { lMove(acrPath), lWritten = std::ofstream(acrPath); }, "UnsafeFile"},
         {[](Path acrPath) { std::filesystem::create_hard_link(acrPath, acrPath + "2"); }, "UnsafeFile"},
-        {[](Path acrPath) { chmod(acrPath.c_str(), 0666); }, "UnsafeFile"},
         {[](Path acrPath) { chmod(acrPath.c_str(), 0610); }, "UnsafeFile"},
     };
     for (const auto& lrRow : lRows) {

@@ -36,7 +36,6 @@ TEST(Decode, PrintsATableForPeople) {
     const Json lDocument = Json::parse(askScope(lDirectory.getPath(), {"--json", "decode", lFile}));
     EXPECT_EQ(lDocument["schema"], 1);
     EXPECT_EQ(lDocument["fetched"], nullptr);
-    EXPECT_EQ(lDocument["initiators"].size(), 1U);
     EXPECT_EQ(lDocument["records"][1]["event"]["luns"], Json({1, 3, 4, 5, 24}));
     const Json& lrUnknown = lDocument["records"][3];
     for (const char* const lpNothing : {"kind", "event", "target"}) {
@@ -74,18 +73,16 @@ TEST(Decode, ReadsAPipeAsItReadsAFile) {
     };
     const struct {
         std::string mBytes;
-        unsigned int mAnswers;
         unsigned int mRecords;
         std::vector<std::string> mTold;
     } lRows[] = {
-        {"", 0, 0, {}},
-        {lNone, 1, 0, {}},
-        {lNone + lOther, 1, 0, {lAt(lNone, ": malformed")}},
+        {"", 0, {}},
+        {lNone, 0, {}},
+        {lNone + lOther, 0, {lAt(lNone, ": malformed")}},
         {lPlogi + lOther + lPlogi + lPlogi.substr(0, 50),
          2,
-         2,
          {lAt(lPlogi, ": malformed"), lAt(lPlogi + lOther + lPlogi, " is cut short")}},
-        {lOther + lPlogi + "VRX2" + lPlogi, 1, 1, {lAt("", ": malformed"), lAt(lOther + lPlogi, " is none")}},
+        {lOther + lPlogi + "VRX2" + lPlogi, 1, {lAt("", ": malformed"), lAt(lOther + lPlogi, " is none")}},
     };
     for (const auto& lrRow : lRows) {
         writeFile(lFile, lrRow.mBytes);
@@ -94,19 +91,15 @@ TEST(Decode, ReadsAPipeAsItReadsAFile) {
             const ZTSTestEnd lEnd = runWith(sFromFile, lFile, lrForm);
             SCOPED_TRACE(lrForm.back() + " of " + std::to_string(lrRow.mBytes.size()) + ":\n" + lEnd.mErr);
             EXPECT_EQ(lEnd.mStatus, lrRow.mTold.empty() ? 0 : 1);
-            const bool lIsReplay = lrForm[0] == "replay";
-            const bool lHasLines = lIsReplay && lrForm.size() > 1;
-            EXPECT_EQ(countIn(lEnd.mErr, "\n"), lrRow.mTold.size() + (lHasLines ? lrRow.mAnswers : 0));
+            EXPECT_EQ(countIn(lEnd.mErr, "the message at byte"), lrRow.mTold.size());
             std::size_t lFrom = 0;
             for (const std::string& lrText : lrRow.mTold) {
                 lFrom = lEnd.mErr.find(lrText, lFrom);
                 ASSERT_NE(lFrom, std::string::npos) << lrText;
             }
             EXPECT_LE(lFrom, lEnd.mErr.find(", answer 1\n"));
-            const bool lIsOneSum = lIsReplay && !lHasLines && lrRow.mRecords != 0;
-            EXPECT_EQ(countIn(lEnd.mOut, "plogi"), lIsOneSum ? 1 : lrRow.mRecords);
-            const bool lIsEmpty = !lIsReplay && lrRow.mRecords == 0 && !lrRow.mTold.empty();
-            EXPECT_TRUE(!lIsEmpty || lEnd.mOut.empty()) << lEnd.mOut;
+            const bool lIsSum = lrForm == Arguments{"replay"} && lrRow.mRecords != 0;
+            EXPECT_EQ(countIn(lEnd.mOut, "plogi"), lIsSum ? 1 : lrRow.mRecords);
             for (const auto& [lWay, lName] : {std::pair{sFromPipe, lFile}, {sFromMiddle, lFile + "1"}}) {
                 const ZTSTestEnd lSame = runWith(lWay, lName, lrForm);
                 EXPECT_EQ(lSame.mStatus, lEnd.mStatus);

@@ -28,9 +28,11 @@ TEST(ScopeStatistics, ShowsWhatTheAgentCounts) {
     EXPECT_TRUE(contains(lWrite({{"lost_total{reason=\"limit\"}", 3}}, lNow - 75'000'000'000),
                          "\ndata       holds 12 of 256 KiB, 3 events lost at the limit\n"
                          "library    inside the vendor library's ztapi_reg_event for 7"));
-    const Json lStatus = Json::parse(askScope(lrDirectory, {"status", "--json"}))["statistics"];
-    EXPECT_EQ(lStatus["lost"], Json({{"limit", 3}}));
-    EXPECT_EQ(lStatus["library_call"]["function"], "ztapi_reg_event");
+    const Json lJson = Json::parse(askScope(lrDirectory, {"status", "--json"}));
+    EXPECT_EQ(lJson["pid"], getpid());
+    const Json& lrStatus = lJson["statistics"];
+    EXPECT_EQ(lrStatus["lost"], Json({{"limit", 3}}));
+    EXPECT_EQ(lrStatus["library_call"]["function"], "ztapi_reg_event");
     const std::string lYoung =
         lWrite({{"lost_total{reason=\"too_short\"}", 1}, {"lost_total{reason=\"no_memory\"}", 2}}, lNow);
     EXPECT_TRUE(contains(lYoung, "256 KiB, 1 event lost too short, 2 for want of memory\n")) << lYoung;
@@ -52,7 +54,7 @@ TEST(ScopeStatistics, ShowsWhatTheAgentCounts) {
 }
 
 TEST(ScopeStatistics, ShowsHowFastTheFiguresGrow) {
-    ZTSScopeStand lStand;
+    ZTSScopeStand lStand({}, {"ZT_TEST_PERIODS=StatisticsTurn=50"});
     const auto lLinesOf = [](const std::string& acrText) {
         std::istringstream lText(acrText);
         std::vector<Json> lLines;

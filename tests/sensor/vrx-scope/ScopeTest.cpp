@@ -23,14 +23,10 @@ TEST(Scope, FailsWithOneLineAndAStatus) {
     const ZTCTestDirectory lDirectory;
     const std::string lWhole = answerOf({recordOf(3, "\x01\x01", sOne + sPort + sPort)});
     writeFile(lDirectory / "cut", lWhole + lWhole.substr(0, lWhole.size() - 1));
-    writeFile(lDirectory / "no-answer", "GET / HTTP/1.1\r\n\r\n");
     writeFile(lDirectory / "huge", "VRX1" + wordOf(1) + wordOf(0xffffffff));
-    writeFile(lDirectory / "other", successOf(3));
     writeFile(lDirectory / "targets",
               "# ours\n500601603b20110c 500601603b20110c 0x010a00\n500601603b20110c 1 2\n");
     writeFile(lDirectory / "none", "# none\n");
-    writeFile(lDirectory / "vrx-sca.stats", "VRXSTAT1");
-    const std::string lIsCut = "the message at byte " + std::to_string(lWhole.size()) + " is cut short";
     const struct {
         ZTCTestChild::Arguments mArguments;
         int mStatus;
@@ -38,34 +34,21 @@ TEST(Scope, FailsWithOneLineAndAStatus) {
     } lRows[] = {
         {{}, 2, "A subcommand is required"},
         {{"frobnicate"}, 2, "there is no command 'frobnicate'"},
-        {{"fetch", "--jsn"}, 2, "--jsn"},
         {{"fetch", "--json", "--ndjson"}, 2, "excludes"},
         {{"watch", "--json"}, 2, "use --ndjson"},
         {{"watch", "--every", "0"}, 2, "--every"},
-        {{"start", "--ceiling", "-1"}, 2, "--ceiling"},
         {{"period"}, 2, "seconds"},
-        {{"stats", "--every", "0"}, 2, "--every"},
         {{"stats", "--for", "1"}, 2, "--every"},
-        {{"stats"}, 1, "vrx-sca.stats holds no statistics: it is cut short"},
-        {{"--dir", lDirectory / "missing", "stats"}, 1, "no agent serves"},
-        {{"period", "soon"}, 2, "soon"},
         {{"targets", "add", "500601603b20110c", "500601603b20110c"}, 2, "NODE PORT ADDRESS"},
-        {{"targets", "add", "500601603b20110c", "500601603b20110g", "010a00"}, 2, "'500601603b20110g'"},
         {{"targets", "add", "500601603b20110c", "500601603b20110c", "0x1010a00"}, 2, "'0x1010a00'"},
         {{"--dir", "", "fetch"}, 2, "--dir DIR"},
-        {{"fetch"}, 1, "no agent serves"},
         {{"--dir", lDirectory / "missing", "status"}, 1, "no agent serves"},
         {{"--dir", lDirectory / "none", "status"}, 1, "Not a directory"},
         {{"targets", "load", lDirectory / "targets"}, 1, "targets:3: '1' is not a world wide name"},
         {{"targets", "load", lDirectory / "none"}, 1, "holds no targets"},
-        {{"targets", "load", lDirectory / "missing"}, 1, "cannot read"},
         {{"decode", lDirectory / "missing"}, 1, "cannot read"},
-        {{"decode", lDirectory / "cut"}, 1, lIsCut},
-        {{"decode", lDirectory / "no-answer"}, 1, "the message at byte 0 is none"},
         {{"decode", lDirectory / "huge"}, 1, "the message at byte 0 is none"},
-        {{"decode", lDirectory / "other"}, 1, "other: the message at byte 0: "},
         {{"decode", lDirectory.getPath()}, 1, "the message at byte 0 cannot be read"},
-        {{"replay", lDirectory / "cut"}, 1, lIsCut},
         {{"record", lDirectory / "missing/answers"}, 1, "cannot write"},
         {{"record", lDirectory / "none"}, 1, "it holds something else than answers"},
         {{"record", lDirectory / "cut"}, 1, "its last answer is cut short (truncate -s"},
@@ -78,10 +61,7 @@ TEST(Scope, FailsWithOneLineAndAStatus) {
         EXPECT_TRUE(lResult.mErr.starts_with("vrx-scope: ") && contains(lResult.mErr, lrRow.mText))
             << lrRow.mText;
         EXPECT_EQ(countIn(lResult.mErr, "\n"), 1U);
-        // What stands before a fault is shown, and sums always are.
-        const std::string lCommand = lrRow.mArguments.empty() ? "" : lrRow.mArguments[0];
-        const bool lIsShown = lCommand == "decode" && lrRow.mArguments[1] == lDirectory / "cut";
-        EXPECT_EQ(!lResult.mOut.empty(), lIsShown || lCommand == "replay");
+        EXPECT_EQ(lResult.mOut, "");
     }
 }
 
@@ -100,9 +80,6 @@ TEST(Scope, ShowsWhatCannotBeSaved) {
     EXPECT_EQ(lFetch.mStatus, 1);
     EXPECT_TRUE(contains(lFetch.mErr, "; what was fetched:\n{")) << lFetch.mErr;
     EXPECT_EQ(Json::parse(lFetch.mErr.substr(lFetch.mErr.find('\n')))["occurrences"], 2);
-    const Json lStatus = Json::parse(askScope(lStand.mrDirectory, {"status", "--json"}));
-    EXPECT_EQ(lStatus["pid"], lStand.mAgent.getProcess());
-    EXPECT_EQ(lStatus["log"], lStand.mDirectory / ZTTestLog);
     askScope(lStand.mrDirectory, {"shutdown"});
     EXPECT_EQ(runScope(lStand.mrDirectory, {"status"}).mStatus, 1);
 }
@@ -169,14 +146,6 @@ TEST(Scope, ShowsNothingThatATerminalActsOn) {
     EXPECT_TRUE(contains(lNone, "/" + lShown) && countIn(lNone, "\n") == 1) << lNone;
     std::filesystem::create_directory(lDirectory / lBad);
     EXPECT_TRUE(contains(runScope(lDirectory / lBad, {"status"}).mOut, "/" + lShown + "\nagent "));
-    // What a line of a file holds is not shown as it is either.
-    writeFile(lDirectory / "targets", lBad.substr(0, 8) + " 1 2\n");
-    EXPECT_TRUE(contains(runScope(lDirectory.getPath(), {"targets", "load", lDirectory / "targets"}).mErr,
-                         "'\\x1b[2J\\x1b[1m'"));
-    writeFile(lDirectory / "scenario", lBad + "\n");
-    const ZTSTestEnd lCheck = runChild(ZTCTestChild::Arguments{ZT_VRX_SIM, "check", lDirectory / "scenario"},
-                                       ZTCTestChild::Arguments{});
-    EXPECT_TRUE(contains(lCheck.mErr, "\\x1b[2J") && !contains(lCheck.mErr, "\x1b")) << lCheck.mErr;
 }
 
 TEST(Scope, TakesNothingElseForAnAgentOrASensor) {
@@ -203,13 +172,11 @@ TEST(Scope, KnowsWhatIsPrintable) {
     const std::pair<std::string, std::string> lRows[] = {
         {"plain \xc2\xa0\xe2\x82\xac\xf0\x9f\x98\x80", "plain \xc2\xa0\xe2\x82\xac\xf0\x9f\x98\x80"},
         {"\0\t\r"s, "\\x00\\x09\\x0d"},
-        {"\xc0\x80", "\\xc0\\x80"},  // longer than it need be
-        {"\xe0\x9f\xbf", "\\xe0\\x9f\\xbf"},
+        {"\xc0\x80", "\\xc0\\x80"},           // longer than it need be
         {"\xed\xa0\x80", "\\xed\\xa0\\x80"},  // half of a pair
         {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80"},
         {"\xe2\x82", "\\xe2\\x82"},  // cut short
         {"\xe2\x82g", "\\xe2\\x82g"},
-        {"\x80\xff", "\\x80\\xff"},
     };
     for (const auto& [lrText, lrShown] : lRows) {
         EXPECT_EQ(toShownText(lrText), lrShown);
@@ -220,7 +187,7 @@ TEST(Scope, KnowsWhatIsPrintable) {
 // Interrupted again and again while events come without pause, it has printed all that it has fetched.
 TEST(Scope, LosesNoRecordWhenItIsInterrupted) {
     ZTSScopeStand lStand;
-    lStand.mSim.play("storm plogi rate=5000 times=10000 threads=2 boards=2");
+    lStand.mSim.play("storm plogi rate=20000 times=10000 threads=2 boards=2");
     std::uint64_t lPrinted = 0;
     const auto lCount = [&](const std::string& acrLines) {
         std::istringstream lLines(acrLines);
@@ -231,7 +198,7 @@ TEST(Scope, LosesNoRecordWhenItIsInterrupted) {
     for (unsigned int lRound = 0; lRound < 5; ++lRound) {
         ZTCScopeRun lWatch(lStand.mrDirectory, {"watch", "--every", "0.05", "--ndjson"});
         EXPECT_TRUE(waitUntil([&] { return contains(lWatch.getErr(), "a fetch every"); }));
-        const std::uint64_t lSoon = lStand.mSim.getSent() + 1500;
+        const std::uint64_t lSoon = lStand.mSim.getSent() + 1000;
         EXPECT_TRUE(
             waitUntil([&] { return lStand.mSim.getSent() >= std::min<std::uint64_t>(lSoon, 10000); }));
         lWatch.interrupt();
@@ -294,7 +261,7 @@ TEST(Scope, LivesWithTheStreamsThatItIsGiven) {
 
 TEST(Scope, WatchesWhileAgentsComeAndGo) {
     const ZTCTestDirectory lDirectory;
-    ZTCScopeRun lWatch(lDirectory.getPath(), {"watch", "--every", "0.1", "--start", "--ndjson"});
+    ZTCScopeRun lWatch(lDirectory.getPath(), {"watch", "--every", "0.05", "--start", "--ndjson"});
     EXPECT_TRUE(waitUntil([&] { return contains(lWatch.getErr(), "waiting for an agent"); }));
     for (unsigned int lRound = 1; lRound <= 2; ++lRound) {
         const ZTCTestSim lSim("");
@@ -322,19 +289,20 @@ TEST(Scope, WatchesWhileAgentsComeAndGo) {
 }
 
 TEST(Scope, IsTheAgentsSensorAsLongAsItWatches) {
-    const bool lIsSlow = ZTIsSanitized;
-    ZTSScopeStand lStand({"-b", "1"}, {lIsSlow ? "ZT_TEST_PERIODS=" : "ZT_TEST_PERIODS=Second=500"});
+    const ZTCTestDirectory lDirectory;
+    ZTCScopeRun lWatch(lDirectory.getPath(), {"watch", "--every", "0.05", "--for", "0.5"});
+    EXPECT_TRUE(waitUntil([&] { return contains(lWatch.getErr(), "waiting for an agent"); }));
     // Two periods without a sensor end an agent.
-    ZTCScopeRun lWatch(lStand.mrDirectory, {"watch", "--every", "0.5", "--for", lIsSlow ? "4" : "2"});
+    ZTCTestAgent lAgent(lDirectory, {"-b", "1"}, {"ZT_TEST_PERIODS=Second=100"});
     bool lIsKept = true;
     EXPECT_TRUE(waitUntil([&] {
-        const bool lIsAlive = lStand.mAgent.isAlive();
+        const bool lIsAlive = lAgent.isAlive();
         lIsKept = lIsKept && (lIsAlive || !lWatch.isAlive());
         return !lWatch.isAlive();
     }));
     EXPECT_TRUE(lIsKept);
     EXPECT_EQ(lWatch.waitForEnd(), 0);
-    lStand.mAgent.expectEnd("Failed in getting the status of Sensor");
+    lAgent.expectEnd("Failed in getting the status of Sensor");
 }
 
 TEST(Scope, RedrawsItsViewAndLeavesTheSums) {
