@@ -35,8 +35,8 @@ TEST(Scenario, LinesAreRead) {
         {"wait registrations=40", "registrations", 40},
         {"storm queue-full lun=7 times=1", "lun", 7},
         {"storm plogi for=1s rate=max", "rate", 1'000'000'000},
-        {"fault slow-close for=1ns", "name", ZTSIM_SlowClose},
-        {"adapters count=0 fail=info", "fail", ZTSIMF_Info},
+        {"fault slow-close for=1ns", "name", ZTSF_SlowClose},
+        {"adapters count=0 fail=info", "fail", ZTSFC_Info},
     };
     for (const auto& lrRow : lRows) {
         const auto lStatements = readScenario(lrRow.mpLine, "text");
