@@ -75,7 +75,8 @@ void sEnd(ZTCSystem& arSystem) {
 
 // Takes down what a start that failed had set up. What fails here has been told by the first failure.
 void sAbandon(ZTCSystem& arSystem) {
-    const auto lTry = [lpName = __func__](auto&& arStep) {
+    const char* const lpName = __func__;  // inside the lambda it would be the lambda's
+    const auto lTry = [=](auto&& arStep) {
         try {
             arStep();
         } catch (const ZTCException& lrException) {
