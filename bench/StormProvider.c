@@ -20,14 +20,14 @@ enum { sHeaderSize = 64, sNameSize = 56, sFileSize = 4096, sEventsALook = 16, sR
 
 static ZT_generic_callback sCallback;
 
-static uint64_t now(void) {
+static uint64_t sNow(void) {
     struct timespec time;
     clock_gettime(CLOCK_MONOTONIC, &time);
     return (uint64_t)time.tv_sec * 1000000000U + (uint64_t)time.tv_nsec;
 }
 
 /* The figure of a row of the statistics; ends the process if there is none. */
-static const volatile uint64_t* figure(const char* name) {
+static const volatile uint64_t* sFigure(const char* name) {
     static const char* file;
     if (file == NULL) {
         char path[4096];
@@ -52,10 +52,10 @@ static const volatile uint64_t* figure(const char* name) {
     _exit(1);
 }
 
-static void* deliver(void* nothing) {
-    const volatile uint64_t* const fetches = figure("fetches_total");
-    const volatile uint64_t* const held = figure("held_bytes");
-    const uint64_t limit = *figure("held_bytes_limit") - sRoom;
+static void* sDeliver(void* nothing) {
+    const volatile uint64_t* const fetches = sFigure("fetches_total");
+    const volatile uint64_t* const held = sFigure("held_bytes");
+    const uint64_t limit = *sFigure("held_bytes_limit") - sRoom;
     const uint64_t events = strtoull(getenv("ZT_BENCH_EVENTS"), NULL, 10);
     const HBA_wwn port = {{0x10, 0, 0, 0x25, 0xb5, 0, 0, 1}};
     uint8_t payload[20] = {0};
@@ -66,19 +66,19 @@ static void* deliver(void* nothing) {
         nanosleep(&moment, NULL);
     }
     uint64_t waited = 0;
-    const uint64_t begin = now();
+    const uint64_t begin = sNow();
     for (uint64_t at = 0; at < events; ++at) {
         if (at % sEventsALook == 0 && *held > limit) {
-            const uint64_t full = now();
+            const uint64_t full = sNow();
             while (*held > limit) {
                 sched_yield();
             }
-            waited += now() - full;
+            waited += sNow() - full;
         }
         memcpy(payload + 4, &at, sizeof at);
         sCallback(0, port, 1, 1, NULL, &event);
     }
-    const uint64_t all = now() - begin;
+    const uint64_t all = sNow() - begin;
     FILE* const result = fopen(getenv("ZT_BENCH_RESULT"), "w");
     if (result != NULL) {
         fprintf(result, "%llu %llu\n", (unsigned long long)all, (unsigned long long)waited);
@@ -87,58 +87,58 @@ static void* deliver(void* nothing) {
     return nothing;
 }
 
-static int init(void) {
+static int sInit(void) {
     return 0;
 }
 
-static uint32_t number_of_adapters(void) {
+static uint32_t sNumberOfAdapters(void) {
     return 1;
 }
 
-static int ztapi_supported(void) {
+static int sZtapiSupported(void) {
     return 1;
 }
 
-static int adapter_info(uint32_t board, HBA_wwn* node, HBA_wwn* port) {
+static int sAdapterInfo(uint32_t board, HBA_wwn* node, HBA_wwn* port) {
     const HBA_wwn name = {{0x20, 0, 0, 0x25, 0xb5, 0, 0, (uint8_t)board}};
     *node = *port = name;
     port->wwn[0] = 0x10;
     return 0;
 }
 
-static uint32_t ztapi_reg_event(uint32_t board, HBA_wwn port, uint32_t category, uint32_t subcategory,
-                                void* context, uint32_t* handle, ZT_generic_callback callback) {
+static uint32_t sZtapiRegEvent(uint32_t board, HBA_wwn port, uint32_t category, uint32_t subcategory,
+                               void* context, uint32_t* handle, ZT_generic_callback callback) {
     (void)board, (void)port, (void)context;
     *handle = category << 8 | subcategory;
     if (category == 1 && subcategory == 1) {
         pthread_t thread;
         sCallback = callback;
-        return pthread_create(&thread, NULL, deliver, NULL) == 0 ? (uint32_t)pthread_detach(thread) : 1;
+        return pthread_create(&thread, NULL, sDeliver, NULL) == 0 ? (uint32_t)pthread_detach(thread) : 1;
     }
     return 0;
 }
 
-static uint32_t ztapi_unreg_event(uint32_t board, HBA_wwn port, uint32_t handle) {
+static uint32_t sZtapiUnregEvent(uint32_t board, HBA_wwn port, uint32_t handle) {
     (void)board, (void)port, (void)handle;
     return 0;
 }
 
-static uint32_t dfc_reg_event(uint32_t board, uint32_t mask, uintptr_t argument, uint32_t size,
-                              ZT_dfc_callback callback) {
+static uint32_t sDfcRegEvent(uint32_t board, uint32_t mask, uintptr_t argument, uint32_t size,
+                             ZT_dfc_callback callback) {
     (void)board, (void)argument, (void)size, (void)callback;
     return mask;
 }
 
-static uint32_t dfc_unreg_event(uint32_t board, uint32_t handle) {
+static uint32_t sDfcUnregEvent(uint32_t board, uint32_t handle) {
     (void)board, (void)handle;
     return 0;
 }
 
-static void close_library(void) {}
+static void sClose(void) {}
 
 const ZT_libdfc_provider* zt_libdfc_provider(uint32_t abi) {
     static const ZT_libdfc_provider sProvider = {
-        ZT_LIBDFC_ABI,   sizeof sProvider,  init,          number_of_adapters, ztapi_supported, adapter_info,
-        ztapi_reg_event, ztapi_unreg_event, dfc_reg_event, dfc_unreg_event,    close_library};
+        ZT_LIBDFC_ABI,  sizeof sProvider, sInit,        sNumberOfAdapters, sZtapiSupported, sAdapterInfo,
+        sZtapiRegEvent, sZtapiUnregEvent, sDfcRegEvent, sDfcUnregEvent,    sClose};
     return abi == ZT_LIBDFC_ABI ? &sProvider : NULL;
 }

@@ -19,8 +19,8 @@ ZTCScopeAgentSystem& sSystem() {
     return *static_cast<ZTCScopeAgentSystem*>(getSystemObject());
 }
 
-// Whether an event goes on: not at the limit, and not from a board that is not known. Its records are by the
-// callback, in which the text of the latter stands.
+// Whether an event goes on: it does not at the limit, or when its board is not known. What is logged here
+// names the callback, which gives the text about the board.
 bool sIsLetIn(ZTCScopeAgentSystem& arSystem, unsigned int aBoard, unsigned int aCategory,
               unsigned int aSubcategory, const BadBoardText& acrBadBoard) {
     if (arSystem.isTotalLimitOnScopeDataReached()) {

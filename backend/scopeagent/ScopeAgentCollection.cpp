@@ -291,7 +291,7 @@ unsigned int ZTCScopeAgentCollection::getRecordListCount() {
     return static_cast<unsigned int>(mLists.size());
 }
 
-// The rows by kind are written under the lock, which nobody takes who loses an event.
+// The rows by kind are written under the lock. Who loses an event does not take it, and counts apart.
 void ZTCScopeAgentCollection::countLostByKind() {
     for (unsigned int lKind = 0; lKind < ZTSEK_Count; ++lKind) {
         ZTAddToStatistic(ZTRowOf(ZTS_Events, lKind),

@@ -9,7 +9,7 @@ constexpr char sFile[] = "ScopeAgentHeartbeatHandler";
 constexpr unsigned int sConditional[] = {0};
 
 // Lives as long as the program: the threads of a process that ends may still use it.
-const ZTCString& threadName() {
+const ZTCString& sThreadName() {
     static const ZTCString& srName = *new ZTCString("ScopeAgentHeartbeatThread");
     return srName;
 }
@@ -18,11 +18,11 @@ const ZTCString& threadName() {
 
 ZTCScopeAgentHeartbeatHandler::ZTCScopeAgentHeartbeatHandler(ZTCSystemInterface* apSystem,
                                                              unsigned int aTimeout)
-    : ZTCThreadComponent(ScopeAgentHeartbeatThread, threadName(), apSystem),
-      ZTCConditionWaitThreadComponent(ScopeAgentHeartbeatThread, threadName(), apSystem, sConditional,
+    : ZTCThreadComponent(ScopeAgentHeartbeatThread, sThreadName(), apSystem),
+      ZTCConditionWaitThreadComponent(ScopeAgentHeartbeatThread, sThreadName(), apSystem, sConditional,
                                       std::size(sConditional)),
-      ZTCTimedWaitThreadComponent(ScopeAgentHeartbeatThread, threadName(), apSystem, aTimeout),
-      ZTCConditionTimedWaitThreadComponent(ScopeAgentHeartbeatThread, threadName(), apSystem, sConditional,
+      ZTCTimedWaitThreadComponent(ScopeAgentHeartbeatThread, sThreadName(), apSystem, aTimeout),
+      ZTCConditionTimedWaitThreadComponent(ScopeAgentHeartbeatThread, sThreadName(), apSystem, sConditional,
                                            std::size(sConditional), aTimeout) {
     const ZTCTraceScope lTrace(sFile);
     const ZTCPointer<ZTCString> lSensorPidFile(

@@ -67,7 +67,7 @@ constexpr HandlerRow sHandlers[] = {
     {ZTSSCAC_ShutDown, &ZTCScopeAgentProtocolHandler::handleShutDownCommand},
     {ZTSSCAC_CollectionPeriod, &ZTCScopeAgentProtocolHandler::handleSetCollectionPeriodCommand},
 };
-constexpr bool areInOrder() {
+constexpr bool sAreInOrder() {
     for (unsigned int lCode = 0; lCode < std::size(sHandlers); ++lCode) {
         if (sHandlers[lCode].mCommand != lCode) {
             return false;
@@ -75,7 +75,7 @@ constexpr bool areInOrder() {
     }
     return std::size(sHandlers) == ZTSSCAC_Count;
 }
-static_assert(areInOrder(), "one row a command, at the place of its code");
+static_assert(sAreInOrder(), "one row a command, at the place of its code");
 
 }  // namespace
 

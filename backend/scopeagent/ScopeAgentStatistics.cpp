@@ -36,7 +36,7 @@ constexpr const char* sNames[] = {
 #undef ZT_LOSS
 #undef ZT_FUNCTION
 
-constexpr bool areSound() {
+constexpr bool sAreSound() {
     for (const char* const lpName : sNames) {
         if (std::char_traits<char>::length(lpName) >= ZTSStatisticsRow::NameSize) {
             return false;
@@ -44,7 +44,7 @@ constexpr bool areSound() {
     }
     return std::size(sNames) == ZTS_Count;
 }
-static_assert(areSound(), "a name a row, and each fits");
+static_assert(sAreSound(), "a name a row, and each fits");
 
 }  // namespace
 

@@ -132,7 +132,7 @@ const char* sCheckWait(const ZTSSimStatement& acrStatement) {
 
 const char* sCheckFault(const ZTSSimStatement& acrStatement) {
     const uint64_t lFault = acrStatement.getNumber("name");
-    const bool lTakesTime = lFault == ZTSIM_CallbacksAfterClose || lFault == ZTSIM_SlowClose;
+    const bool lTakesTime = lFault == ZTSF_CallbacksAfterClose || lFault == ZTSF_SlowClose;
     return acrStatement.has("for") == lTakesTime ? nullptr
            : lTakesTime                          ? "for= with this fault"
                                                  : "no for= with this fault";

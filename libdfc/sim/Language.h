@@ -10,14 +10,14 @@ enum class ZTESimVerb { Event, Adapters, Raw, Storm, Wait, OnRegister, OnUnregis
 enum class ZTESimValue { Flag, Number, Duration, Name, Sense, Pages, Bytes, Choice, Kind, Count };
 
 // The choices of the keys `fail` and `name`, in the order of their texts.
-enum ZTESimFail { ZTSIMF_Init, ZTSIMF_Info };
+enum ZTESimFailingCall { ZTSFC_Init, ZTSFC_Info };
 enum ZTESimFault {
-    ZTSIM_LateCallbacks,
-    ZTSIM_CallbacksDuringClose,
-    ZTSIM_CallbacksAfterClose,
-    ZTSIM_StuckCallback,
-    ZTSIM_SlowClose,
-    ZTSIM_FaultCount
+    ZTSF_LateCallbacks,
+    ZTSF_CallbacksDuringClose,
+    ZTSF_CallbacksAfterClose,
+    ZTSF_StuckCallback,
+    ZTSF_SlowClose,
+    ZTSF_Count
 };
 
 /// How a key is written.

@@ -78,7 +78,7 @@ void ZTCSimPlayer::playWait(const ZTSSimStatement& acrStatement) {
 
 void ZTCSimPlayer::playFault(const ZTSSimStatement& acrStatement) {
     const auto lFault = static_cast<ZTESimFault>(acrStatement.getNumber("name"));
-    if (lFault != ZTSIM_StuckCallback) {
+    if (lFault != ZTSF_StuckCallback) {
         mrSimulator.setFault(lFault, ZTCSimulator::Duration(acrStatement.getNumber("for")));
         return;
     }

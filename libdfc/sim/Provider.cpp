@@ -52,7 +52,7 @@ class Session {
                 break;
             }
         }
-        if (mSimulator.isFailing(ZTSIMF_Init)) {
+        if (mSimulator.isFailing(ZTSFC_Init)) {
             throw ZTCSimError("libdfc-sim: init fails, as the scenario has it");
         }
         if (const char* const lpPath = getenv("ZT_LIBDFC_SIM_CONTROL")) {
@@ -62,12 +62,12 @@ class Session {
     }
 
     void close() {
-        if (mSimulator.getFault(ZTSIM_CallbacksDuringClose)) {
+        if (mSimulator.getFault(ZTSF_CallbacksDuringClose)) {
             std::thread(sInsist, mSimulator.getOneOfEach(false), sDuringClose).join();
         }
         stop();
-        std::this_thread::sleep_for(mSimulator.getFault(ZTSIM_SlowClose).value_or(Duration(0)));
-        if (const auto lFor = mSimulator.getFault(ZTSIM_CallbacksAfterClose)) {
+        std::this_thread::sleep_for(mSimulator.getFault(ZTSF_SlowClose).value_or(Duration(0)));
+        if (const auto lFor = mSimulator.getFault(ZTSF_CallbacksAfterClose)) {
             std::thread(sInsist, mSimulator.getOneOfEach(true), *lFor).detach();
         }
     }
@@ -179,7 +179,7 @@ int sIsZtapiSupported() {
 
 int sGetAdapterInfo(uint32_t aBoard, HBA_wwn* apNode, HBA_wwn* apPort) {
     return sWithSimulator(1, [&](ZTCSimulator& arSimulator) {
-        if (aBoard >= sAdapters || arSimulator.isFailing(ZTSIMF_Info)) {
+        if (aBoard >= sAdapters || arSimulator.isFailing(ZTSFC_Info)) {
             return 1;
         }
         *apNode = makeSimName(arSimulator.getNode(aBoard));

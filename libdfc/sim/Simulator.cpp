@@ -68,7 +68,7 @@ bool ZTCSimulator::isDriverOld() {
     return mIsDriverOld;
 }
 
-bool ZTCSimulator::isFailing(ZTESimFail aWhat) {
+bool ZTCSimulator::isFailing(ZTESimFailingCall aWhat) {
     const Lock lLock(mMutex);
     return mFail == aWhat;
 }
@@ -147,7 +147,7 @@ uint32_t ZTCSimulator::remove(uint32_t aBoard, uint32_t aHandle, bool aIsByMask)
     const auto lCallers = mCallers;  // what needs memory comes before what is changed
     mLastEnded[aBoard] = lRegistration;
     const uint32_t lStatus = applyRule(ZTESimVerb::OnUnregister, *lRegistration);
-    if (mFaults[ZTSIM_LateCallbacks]) {
+    if (mFaults[ZTSF_LateCallbacks]) {
         lRegistration->mIsLate = true;
         return lStatus;
     }

@@ -40,7 +40,7 @@ class ZTCSimulator {
     void setAdapters(const ZTSSimStatement& acrStatement);
     bool isDriverOld();
     /// Whether `fail` of the adapters names this.
-    bool isFailing(ZTESimFail aWhat);
+    bool isFailing(ZTESimFailingCall aWhat);
     uint64_t getPort(uint32_t aBoard);
     uint64_t getNode(uint32_t aBoard);
 
@@ -106,7 +106,7 @@ class ZTCSimulator {
     std::map<uint32_t, Registration> mLastEnded;
     uint32_t mLastHandle = 0;
     std::vector<Rule> mRules;
-    std::array<std::optional<Duration>, ZTSIM_FaultCount> mFaults;
+    std::array<std::optional<Duration>, ZTSF_Count> mFaults;
     std::vector<std::shared_ptr<CallerState>> mCallers;
     CallerState mPast;  // the counts of the callers that have gone
     int mStorms = 0;

@@ -15,7 +15,7 @@ namespace {
 
 using Time = ZTSAgentStatus::Time;
 
-Time changeTimeOf(const struct stat& acrStatus) {
+Time sChangeTimeOf(const struct stat& acrStatus) {
     return Time(
         std::chrono::duration_cast<Time::duration>(std::chrono::seconds(acrStatus.st_mtim.tv_sec) +
                                                    std::chrono::nanoseconds(acrStatus.st_mtim.tv_nsec)));
@@ -67,7 +67,7 @@ ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
     struct stat lFile {};
     if (const auto lPid = sOpenLockedPidFile(acrDirectory); lPid.isOpen() && fstat(lPid.get(), &lFile) == 0) {
         lStatus.mIsRunning = true;
-        lStatus.mHeartbeat = changeTimeOf(lFile);
+        lStatus.mHeartbeat = sChangeTimeOf(lFile);
         lStatus.mProcess = findProcessWith(
             lFile, ZTWirePidFile, [](const ZTSOpenFile& acrFile) { return acrFile.mLock == "OFDLCK"; });
     }
@@ -82,7 +82,7 @@ ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
     if (const auto lSensor = sOpenSensorPidFile(acrDirectory + ZTWireSensorPidFile);
         lSensor.isOpen() && fstat(lSensor.get(), &lFile) == 0) {
         lStatus.mSensor = readPidFile(lSensor.get());
-        lStatus.mSensorHeartbeat = changeTimeOf(lFile);
+        lStatus.mSensorHeartbeat = sChangeTimeOf(lFile);
         lStatus.mIsSensorRunning = findLivingSensor(lSensor.get()) != 0;
     }
     return lStatus;

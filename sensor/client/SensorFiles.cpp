@@ -10,7 +10,7 @@
 
 namespace {
 
-[[noreturn]] void refuse(const std::string& acrPath, const char* apWhy) {
+[[noreturn]] void sRefuse(const std::string& acrPath, const char* apWhy) {
     throw ZTCUnsafeFileError(acrPath + " is not used: " + apWhy);
 }
 
@@ -45,7 +45,7 @@ void throwSensorErrno(const std::string& acrPath, int aErrno) {
             throw ZTCNoPermissionError("no permission for " + acrPath +
                                        ": use the account that runs vrx-sca");
         case ELOOP:
-            refuse(acrPath, "it is a symbolic link");
+            sRefuse(acrPath, "it is a symbolic link");
         default:
             throw ZTCSensorError("cannot use " + acrPath + ": " + strerror(aErrno));
     }
@@ -53,21 +53,21 @@ void throwSensorErrno(const std::string& acrPath, int aErrno) {
 
 namespace {
 
-void check(const struct stat& acrStatus, const std::string& acrPath, unsigned int aType) {
+void sCheck(const struct stat& acrStatus, const std::string& acrPath, unsigned int aType) {
     if (S_ISLNK(acrStatus.st_mode)) {
         throwSensorErrno(acrPath, ELOOP);
     }
     if ((acrStatus.st_mode & S_IFMT) != aType) {
-        refuse(acrPath, sNameOf(aType));
+        sRefuse(acrPath, sNameOf(aType));
     }
     if (acrStatus.st_uid != geteuid() && acrStatus.st_uid != 0) {
-        refuse(acrPath, "it belongs to another user");
+        sRefuse(acrPath, "it belongs to another user");
     }
     if (aType != S_IFDIR && acrStatus.st_nlink > 1) {
-        refuse(acrPath, "it has more than one name");
+        sRefuse(acrPath, "it has more than one name");
     }
     if (aType == S_IFIFO && (acrStatus.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        refuse(acrPath, "others may use it");
+        sRefuse(acrPath, "others may use it");
     }
 }
 
@@ -83,7 +83,7 @@ ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsig
             open(acrPath.c_str(), O_PATH | O_CLOEXEC | lNoLink | (aFlags & O_DIRECTORY)));
         struct stat lStatus {};
         if (lFound.isOpen() && fstat(lFound.get(), &lStatus) == 0) {
-            check(lStatus, acrPath, aType);
+            sCheck(lStatus, acrPath, aType);
             const std::string lItself = "/proc/self/fd/" + std::to_string(lFound.get());
             ZTCSensorDescriptor lFile(open(lItself.c_str(), (aFlags & ~O_CREAT) | lAlways));
             if (!lFile.isOpen()) {

@@ -91,7 +91,7 @@ void ZTCLogWriter::setPath(const char* apPath) {
 
 void ZTCLogWriter::afterForkInChild() {
     mIsRunning.store(false);
-    mRest.store(Awake);
+    mRest.store(Rest::Awake);
     mWishes.store(0);
     mDone.store(mAsked.load());
     mHasFile.store(false);
@@ -164,14 +164,14 @@ void ZTCLogWriter::rest(std::uint64_t aTaken) {
         const timespec lTime = sTimespec(sBreath);
         nanosleep(&lTime, nullptr);
     } else if (aTaken != 0) {
-        doze(Napping, ZTPeriod(ZTP_LogNap));
+        doze(Rest::Napping, ZTPeriod(ZTP_LogNap));
     } else {
         sleep();
     }
 }
 
 void ZTCLogWriter::wake() {
-    if (mRest.exchange(Awake) != Awake) {
+    if (mRest.exchange(Rest::Awake) != Rest::Awake) {
         sem_post(&mWake);
     }
 }
@@ -187,20 +187,20 @@ void ZTCLogWriter::doze(Rest aRest, std::chrono::milliseconds aTime) {
         lDeadline = sTimespec(lEnd + aTime);
         sem_clockwait(&mWake, CLOCK_MONOTONIC, &lDeadline);
     }
-    mRest.store(Awake);
+    mRest.store(Rest::Awake);
 }
 
 // Rests until somebody logs. While losses wait to be told, or without the fence, only a while.
 void ZTCLogWriter::sleep() {
-    mRest.store(Asleep);
+    mRest.store(Rest::Asleep);
     const bool lIsFenced = sFenceAllThreads();
     if (!mDrain.isOpen()) {
-        doze(Deaf, ZTPeriod(ZTP_LogTell));
+        doze(Rest::Deaf, ZTPeriod(ZTP_LogTell));
     } else if (mrRings.isSomethingPending()) {
-        mRest.store(Awake);
+        mRest.store(Rest::Awake);
     } else {
-        doze(Asleep, !lIsFenced           ? ZTPeriod(ZTP_LogUnfenced)
-                     : mDrain.hasUntold() ? ZTPeriod(ZTP_LogTell)
-                                          : sLong);
+        doze(Rest::Asleep, !lIsFenced           ? ZTPeriod(ZTP_LogUnfenced)
+                           : mDrain.hasUntold() ? ZTPeriod(ZTP_LogTell)
+                                                : sLong);
     }
 }

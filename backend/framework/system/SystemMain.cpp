@@ -30,7 +30,7 @@ void sOpenLog(const ZTCSystem& acrSystem) {
     }
 }
 
-void start(ZTCSystem& arSystem, int argc, char** argv) {
+void sStart(ZTCSystem& arSystem, int argc, char** argv) {
     arSystem.preInit();
     arSystem.processCommandLine(argc, argv);
     const char* const lpRuntimeDir = arSystem.getRuntimeDirStr().get();
@@ -58,7 +58,7 @@ void start(ZTCSystem& arSystem, int argc, char** argv) {
     arSystem.reportReady();
 }
 
-void end(ZTCSystem& arSystem) {
+void sEnd(ZTCSystem& arSystem) {
     arSystem.letExit(false);
     arSystem.beginEnd();
     arSystem.createShutDownEvent();
@@ -74,8 +74,9 @@ void end(ZTCSystem& arSystem) {
 }
 
 // Takes down what a start that failed had set up. What fails here has been told by the first failure.
-void abandon(ZTCSystem& arSystem) {
-    const auto lTry = [lpName = __func__](auto&& arStep) {
+void sAbandon(ZTCSystem& arSystem) {
+    const char* const lpName = __func__;  // inside the lambda it would be the lambda's
+    const auto lTry = [=](auto&& arStep) {
         try {
             arStep();
         } catch (const ZTCException& lrException) {
@@ -114,15 +115,15 @@ int SystemMain(int argc, char** argv) {
     const ZTCTraceScope lTrace(sFile);
     ZT_ASSERT(0 != spSystem, __LINE__, sFile);
     try {
-        orNoMemory([&] { start(*spSystem, argc, argv); });
+        orNoMemory([&] { sStart(*spSystem, argc, argv); });
         spSystem->waitForThreads();
     } catch (const ZTCException& lrException) {
         tellFailure(spSystem->getName().get(), lrException);
-        abandon(*spSystem);
+        sAbandon(*spSystem);
         spSystem->reportEnd();
         throw;
     }
-    end(*spSystem);
+    sEnd(*spSystem);
     spSystem->reportEnd();
     return 0;
 }

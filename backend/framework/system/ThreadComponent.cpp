@@ -28,8 +28,8 @@ void ZTCThreadComponent::finish() {
 }
 
 void ZTCThreadComponent::finishGate() {
-    unsigned int lClosed = Closed;
-    if (mGate.compare_exchange_strong(lClosed, Cancelled)) {
+    Gate lClosed = Gate::Closed;
+    if (mGate.compare_exchange_strong(lClosed, Gate::Cancelled)) {
         mGate.notify_all();
     }
 }
@@ -47,8 +47,8 @@ void ZTCThreadComponent::create(ZTCEvent& arEnded) {
 }
 
 void ZTCThreadComponent::start() {
-    unsigned int lClosed = Closed;
-    if (mGate.compare_exchange_strong(lClosed, Open)) {
+    Gate lClosed = Gate::Closed;
+    if (mGate.compare_exchange_strong(lClosed, Gate::Open)) {
         mGate.notify_all();
     }
 }
@@ -62,8 +62,8 @@ void ZTCThreadComponent::join() {
 
 void* ZTCThreadComponent::threadMain(void* apComponent) {
     auto* const lpComponent = static_cast<ZTCThreadComponent*>(apComponent);
-    lpComponent->mGate.wait(Closed);
-    if (lpComponent->mGate.load() == Open) {
+    lpComponent->mGate.wait(Gate::Closed);
+    if (lpComponent->mGate.load() == Gate::Open) {
         lpComponent->run();
     }
     lpComponent->mHasEnded.store(true);

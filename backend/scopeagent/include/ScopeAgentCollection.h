@@ -17,7 +17,7 @@
 #include "ScopeAgentTarget.h"
 #include "ZTMap.h"
 
-/// Any thread. The lock is its own, the scope-data lock, and held for what is told to one call.
+/// Any thread. Its lock is the scope-data lock, which each call takes for itself.
 class ZTCScopeAgentCollection {
   public:
     /// The limit on all collected event data, in bytes.
@@ -45,8 +45,8 @@ class ZTCScopeAgentCollection {
     /// The number of record lists, one an adapter.
     unsigned int getRecordListCount() ZT_EXCLUDES(mLock);
 
-    /// The size of all collected data. What was not taken yet is not in it, so the limit may be passed by one
-    /// event a thread, and of an RSCN by all its pages.
+    /// The size of all collected data. Who asks before an event is taken may pass the limit with it: each
+    /// thread by one event, which of an RSCN is all its pages, 16,382 at the most.
     unsigned int getSize() const { return mSize.load(std::memory_order_relaxed); }
 
     /// The per-record data ceiling, in bytes.

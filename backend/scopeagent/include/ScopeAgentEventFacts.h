@@ -89,8 +89,8 @@ struct ZTSScopeEventFacts {
     ZTEScopeEventKind mKind;
     unsigned char mCategory;     ///< as it arrives, which is not always as it is registered
     unsigned char mSubcategory;  ///< the same
-    const char* mpRoutine;       ///< who its traces are by
-    const char* mpTeller;        ///< and its message: of a kind without payload the dispatch's own
+    const char* mpRoutine;       ///< the function that its traces name
+    const char* mpTeller;        ///< and its message: of a kind without payload the dispatch
     Message mProcessing;         ///< category, subcategory
     unsigned char mMinimum;      ///< bytes that its payload must have
     Message mTooShort;           ///< that minimum, the bytes it has

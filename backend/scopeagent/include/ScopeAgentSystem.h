@@ -47,8 +47,7 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     void initScopeAgentHandlers();
     /// The shutdown command's: destroy() does not close the library.
     void closeLibdfc();
-    /// Adds a target, unless there is one by its address, or by its port name. Any thread.
-    /// Throws ZTCNoMemoryEx, nothing changed.
+    /// As the collection's, and logged.
     void addFcTarget(const ZTCScopeAgentTarget& acrTarget);
     void addWwpnTarget(const ZTCScopeAgentTarget& acrTarget);
 
@@ -70,11 +69,10 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     /// Logs what was lost since the last call, if anything.
     void reportLosses() { mLosses.report(); }
 
-    /// Whether all collected data has reached the limit; tells its size then. Any thread: a soft bound, which
-    /// may be passed by one event a thread, of an RSCN by all its pages.
+    /// Whether all collected data has reached the limit; logs its size then. Any thread.
     bool isTotalLimitOnScopeDataReached() const;
 
-    /// What is collected.
+    /// The records and the targets.
     ZTCScopeAgentCollection& getCollection() { return mCollection; }
     /// An empty list for every adapter that the vendor library tells of now. Throws ZTCNoMemoryEx.
     void resetRecordLists() { mCollection.resetRecordLists(mLibdfc->LIBDFC_GetNumberOfAdapters()); }

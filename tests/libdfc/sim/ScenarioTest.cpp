@@ -30,7 +30,7 @@ TEST(Scenario, LinesAreRead) {
         {"wait 1440m", "for", 86'400'000'000'000},
         {"storm queue-full lun=7 times=1", "lun", 7},
         {"storm plogi for=1s rate=max", "rate", 1'000'000'000},
-        {"adapters count=0 fail=info", "fail", ZTSIMF_Info},
+        {"adapters count=0 fail=info", "fail", ZTSFC_Info},
     };
     for (const auto& lrRow : lRows) {
         const auto lStatements = readScenario(lrRow.mpLine, "text");

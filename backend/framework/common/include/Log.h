@@ -128,7 +128,7 @@ void PrintLogMessageWithTimeStamp(unsigned int aLevel, const char* apTag, unsign
     ztlog::put(aLevel, apTag, aLine, apFunction, apFile, aFormat.mpText, aArguments...);
 }
 
-/// One reading of the log code: for a road on which it would be read over and over.
+/// One reading of the log code: for the path of an event, which would read it again and again.
 class ZTCLogMask {
   public:
     ZTCLogMask() : mCode(ztlog::gCode.load(std::memory_order_relaxed)) {}

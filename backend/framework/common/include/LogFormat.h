@@ -62,6 +62,7 @@ enum class Fault : unsigned char { None, TooLong, ControlCharacter, OtherConvers
 template <class... Arguments>
 constexpr Fault faultOf(std::string_view aFormat) {
     constexpr size_t lCount = sizeof...(Arguments);
+    // One more, for an array of none is no array.
     constexpr ArgumentKind lKinds[lCount + 1] = {kindOf<Arguments>()..., ArgumentKind::None};
     if (aFormat.size() > MaxFormat) {
         return Fault::TooLong;
@@ -79,7 +80,7 @@ constexpr Fault faultOf(std::string_view aFormat) {
         if (lpConversion == nullptr) {
             return Fault::OtherConversion;
         }
-        if (lKinds[lUsed] != lpConversion->mTakes) {
+        if (lUsed == lCount || lKinds[lUsed] != lpConversion->mTakes) {
             return Fault::OtherArguments;
         }
         lAt += lpConversion->mText.size() - 1;

@@ -34,7 +34,7 @@ class ZTCLogWriter {
         std::atomic_signal_fence(
             std::memory_order_seq_cst);  // with the writer's fence: published, then looked
         const auto lRest = mRest.load(std::memory_order_relaxed);
-        if (lRest == Asleep || (lRest == Napping && aIsUrgent)) [[unlikely]] {
+        if (lRest == Rest::Asleep || (lRest == Rest::Napping && aIsUrgent)) [[unlikely]] {
             wake();
         }
     }
@@ -61,7 +61,7 @@ class ZTCLogWriter {
     void afterForkInChild() ZT_RELEASE(mPathLock);
 
   private:
-    enum Rest : unsigned int {
+    enum class Rest : unsigned int {
         Awake,
         Napping,  ///< for a moment: wakes by itself, or for what is urgent
         Deaf,     ///< for a moment, without a file: wakes by itself, or when it is asked for something
@@ -79,7 +79,7 @@ class ZTCLogWriter {
 
     ZTCLogRings& mrRings;
     std::atomic<bool> mIsRunning{false};
-    std::atomic<Rest> mRest{Awake};
+    std::atomic<Rest> mRest{Rest::Awake};
     std::atomic<bool> mMayWait{true};
     std::atomic<unsigned int> mWishes{0};
     std::atomic<unsigned int> mAsked{0};  ///< how often it was asked

@@ -2,8 +2,8 @@
 // of the clock that nobody sets (CLOCK_MONOTONIC). Times that are told, such as those of the log, are of
 // another clock and no business of this.
 //
-// A test that waits for one to be over makes it short; the product has nothing that does. What a message
-// tells is the length of the product (ZTSecondsOf).
+// A test makes a period short that it waits for; nothing in the product does. Messages tell the product's
+// length (ZTSecondsOf), in tests too.
 #pragma once
 
 #include <atomic>

@@ -37,7 +37,7 @@ class ZTCThreadComponent {
     /// Lets the thread run its procedure; one that was told to finish before ends at once.
     void start();
     /// Whether the thread has been let run.
-    bool isStarted() const { return mGate.load() == Open; }
+    bool isStarted() const { return mGate.load() == Gate::Open; }
     /// Whether the thread has ended, or was never made.
     bool hasEnded() const { return !mIsCreated || mHasEnded.load(); }
     /// Whether an exception ended the thread's procedure.
@@ -49,7 +49,7 @@ class ZTCThreadComponent {
     ZTCSystemInterface* getSystem() const { return mpSystem; }
 
   private:
-    enum Gate : unsigned int { Closed, Open, Cancelled };  // what the thread waits at before it runs
+    enum class Gate : unsigned int { Closed, Open, Cancelled };  // what the thread waits at before it runs
 
     static void* threadMain(void* apComponent);
     void finishGate();
@@ -62,7 +62,7 @@ class ZTCThreadComponent {
     bool mIsCreated = false;
     pthread_t mThread{};
     void* mBlock[2]{};
-    std::atomic<unsigned int> mGate{Closed};
+    std::atomic<Gate> mGate{Gate::Closed};
     std::atomic<bool> mIsSetForExit{false};
     std::atomic<bool> mHasEnded{false};
     std::atomic<bool> mHasFailed{false};
