@@ -63,7 +63,8 @@ bool sLock(int aFile, int aCommand, short aType, off_t aLength) {
     return fcntl(aFile, aCommand, &lLock) == 0;
 }
 
-// The locks that a bystander may hold on a pid file: the mode that lets him, and how he takes it.
+// The locks that a bystander may hold on a pid file: the mode that lets him, and how he takes it. One that
+// only we may open is taken by one of our own user.
 struct ZTSLock {
     const char* mpName;
     mode_t mMode;
@@ -74,6 +75,7 @@ constexpr ZTSLock sLocks[] = {
     {"of a process, to read", 0644, [](int aFile) { return sLock(aFile, F_SETLK, F_RDLCK, 0); }},
     {"to read", 0644, [](int aFile) { return sLock(aFile, F_OFD_SETLK, F_RDLCK, 0); }},
     {"of a process, to write", 0666, [](int aFile) { return sLock(aFile, F_SETLK, F_WRLCK, 0); }},
+    {"of a process of ours, to write", 0600, [](int aFile) { return sLock(aFile, F_SETLK, F_WRLCK, 0); }},
     {"of a part", 0666, [](int aFile) { return sLock(aFile, F_OFD_SETLK, F_WRLCK, 9); }},
     {"an instance's, another user's", 0666, [](int aFile) { return sLock(aFile, F_OFD_SETLK, F_WRLCK, 0); }},
 };
@@ -140,8 +142,8 @@ TEST_F(ProcessInstanceManagerTest, ALockOfAnotherKindIsNoInstance) {
         writeFile(mPidFile, "");
         chmod(mPidFile.c_str(), lrLock.mMode);
         ZTCTestChild lBystander([&] {
-            sBecomeNobody();
-            const ZTCDescriptor lFile(open(mPidFile.c_str(), lrLock.mMode == 0666 ? O_RDWR : O_RDONLY));
+            lrLock.mMode != 0600 ? sBecomeNobody() : void();
+            const ZTCDescriptor lFile(open(mPidFile.c_str(), lrLock.mMode == 0644 ? O_RDONLY : O_RDWR));
             ASSERT_TRUE(lrLock.mTake(lFile.get()));
             eventfd_write(lIsLocked.get(), 1);
             pause();
@@ -270,7 +272,8 @@ TEST_F(ProcessInstanceManagerTest, TellsWhetherTheProcessOfAPidFileLives) {
     const std::string lLive = std::to_string(lLiving.getProcess());
     const std::string lOwn = std::to_string(getpid());
     const std::string lAlive[] = {lLive + "\n", lLive, lLive + "\r\n", lLive + " \t", lOwn + "\n"};
-    const std::string lNone[] = {std::to_string(lZombie.getProcess()) + "\n",
+    const std::string lZombies = std::to_string(lZombie.getProcess()) + "\n";
+    const std::string lNone[] = {lZombies,
                                  std::to_string(lGone) + "\n",
                                  "",
                                  "0\n",
