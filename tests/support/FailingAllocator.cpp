@@ -4,8 +4,6 @@
 #include <cstdlib>
 #include <new>
 
-#include "ReferenceCount.h"
-
 using Kind = FailingAllocator::Kind;
 
 // The linker leads the calls of malloc, realloc and free in this program to the functions with __wrap_.
@@ -23,10 +21,9 @@ namespace {
 constinit thread_local FailingAllocator* tpCurrent = nullptr;
 
 void* allocate(std::size_t aSize, std::align_val_t aAlignment, Kind aKind, bool aIsNothrow) {
-    const bool lIsCounter = aKind == Kind::New && aIsNothrow && aSize == sizeof(ZTCReferenceCount);
     const auto lAlignment = static_cast<std::size_t>(aAlignment);
     void* lpBlock = nullptr;
-    if (FailingAllocator::mayAllocate(lIsCounter)) {
+    if (FailingAllocator::mayAllocate()) {
         lpBlock = lAlignment == 0
                       ? __real_malloc(aSize)
                       : aligned_alloc(lAlignment, (aSize + lAlignment - 1) / lAlignment * lAlignment);
@@ -59,12 +56,11 @@ void FailingAllocator::stop() {
     tpCurrent = nullptr;
 }
 
-bool FailingAllocator::mayAllocate(bool aIsCounter) {
+bool FailingAllocator::mayAllocate() {
     if (tpCurrent == nullptr || tpCurrent->mUntilFailure == 0 || --tpCurrent->mUntilFailure != 0) {
         return true;
     }
     tpCurrent->mHasFailed = true;
-    tpCurrent->mHasFailedForCounter = aIsCounter;
     return false;
 }
 
@@ -99,7 +95,7 @@ void* __wrap_malloc(std::size_t aSize) {
 }
 
 void* __wrap_realloc(void* apBlock, std::size_t aSize) {
-    if (!FailingAllocator::mayAllocate(false)) {
+    if (!FailingAllocator::mayAllocate()) {
         return nullptr;
     }
     const bool lIsCounted = FailingAllocator::remove(apBlock, Kind::Malloc) || apBlock == nullptr;
@@ -114,36 +110,24 @@ void __wrap_free(void* apBlock) {
     release(apBlock, Kind::Malloc);
 }
 
-#define ALLOCATORS(New, Delete, OfKind)                                                                  \
-    void* operator New(std::size_t aSize) {                                                              \
-        return allocate(aSize, {}, OfKind, false);                                                       \
-    }                                                                                                    \
-    void* operator New(std::size_t aSize, const std::nothrow_t&) noexcept {                              \
-        return allocate(aSize, {}, OfKind, true);                                                        \
-    }                                                                                                    \
-    void* operator New(std::size_t aSize, std::align_val_t aAlignment) {                                 \
-        return allocate(aSize, aAlignment, OfKind, false);                                               \
-    }                                                                                                    \
-    void* operator New(std::size_t aSize, std::align_val_t aAlignment, const std::nothrow_t&) noexcept { \
-        return allocate(aSize, aAlignment, OfKind, true);                                                \
-    }                                                                                                    \
-    void operator Delete(void* apBlock) noexcept {                                                       \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, std::size_t) noexcept {                                          \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, const std::nothrow_t&) noexcept {                                \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, std::align_val_t) noexcept {                                     \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, std::size_t, std::align_val_t) noexcept {                        \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, std::align_val_t, const std::nothrow_t&) noexcept {              \
-        release(apBlock, OfKind);                                                                        \
+#define NEW(New, OfKind, Alignment, IsNothrow, ...)                                        \
+    void* operator New(std::size_t aSize __VA_OPT__(, ) __VA_ARGS__) noexcept(IsNothrow) { \
+        return allocate(aSize, Alignment, OfKind, IsNothrow);                              \
     }
+#define DELETE(Delete, OfKind, ...)                                           \
+    void operator Delete(void* apBlock __VA_OPT__(, ) __VA_ARGS__) noexcept { \
+        release(apBlock, OfKind);                                             \
+    }
+#define ALLOCATORS(New, Delete, OfKind)                                                    \
+    NEW(New, OfKind, {}, false)                                                            \
+    NEW(New, OfKind, {}, true, const std::nothrow_t&)                                      \
+    NEW(New, OfKind, aAlignment, false, std::align_val_t aAlignment)                       \
+    NEW(New, OfKind, aAlignment, true, std::align_val_t aAlignment, const std::nothrow_t&) \
+    DELETE(Delete, OfKind)                                                                 \
+    DELETE(Delete, OfKind, std::size_t)                                                    \
+    DELETE(Delete, OfKind, const std::nothrow_t&)                                          \
+    DELETE(Delete, OfKind, std::align_val_t)                                               \
+    DELETE(Delete, OfKind, std::size_t, std::align_val_t)                                  \
+    DELETE(Delete, OfKind, std::align_val_t, const std::nothrow_t&)
 ALLOCATORS(new, delete, Kind::New)
 ALLOCATORS(new[], delete[], Kind::NewArray)

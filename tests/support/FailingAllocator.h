@@ -20,15 +20,13 @@ class FailingAllocator {
     void stop();
 
     bool hasFailed() const { return mHasFailed; }
-    /// Whether what failed was the counter of a shared pointer.
-    bool hasFailedForCounter() const { return mHasFailedForCounter; }
     /// Blocks that were not given back.
     unsigned int getLiveBlocks() const { return mBlockCount; }
     /// Blocks that were given back by another means than they were made with.
     unsigned int getWronglyFreed() const { return mWronglyFreed; }
 
     // For the allocators.
-    static bool mayAllocate(bool aIsCounter);
+    static bool mayAllocate();
     static void add(void* apBlock, Kind aKind);
     /// Whether the block had been counted.
     static bool remove(void* apBlock, Kind aKind);
@@ -42,7 +40,6 @@ class FailingAllocator {
 
     unsigned int mUntilFailure;
     bool mHasFailed = false;
-    bool mHasFailedForCounter = false;
     unsigned int mWronglyFreed = 0;
     unsigned int mBlockCount = 0;
     Block mBlocks[MaxBlocks];

@@ -22,12 +22,6 @@ using LogTest = ZTCTestLog;
 
 }  // namespace
 
-TEST_F(LogTest, WritesEveryRecordOfManyThreadsWholeAndInOrder) {
-    constexpr unsigned int lCount = ZTIsSanitized ? 5000 : 40000;
-    inChild([] { inThreads(8, [](unsigned int aThread) { logNumbers(aThread, lCount); }); });
-    expectNumbers(log(), 8, lCount);
-}
-
 TEST_F(LogTest, ASecondsStormIsInOrderAndWhatItLosesIsCounted) {
     constexpr unsigned int lThreads = 4;
     constexpr unsigned int lCount = ZTIsSanitized ? 20000 : 100000;
@@ -69,18 +63,6 @@ TEST_F(LogTest, LosesNothingOfMoreThreadsThanItHasRings) {
     expectNumbers(log(), lAtOnce, lEach);
 }
 
-TEST_F(LogTest, BeginsWithWhatWasLoggedBeforeItWasOpened) {
-    const ZTSTestEnd lEnd = runChild([&] {
-        Log(ZTLL_Notice, ZTTestLogFile, "before 1");
-        Log(ZTLL_Error, ZTTestLogFile, "before 2");
-        openLogAt(mPath);
-        Log(ZTLL_Notice, ZTTestLogFile, "after");
-    });
-    EXPECT_EQ(lEnd.mErr, "");
-    EXPECT_EQ(lastTexts(log(), 3), (std::vector<std::string>{"before 1", "before 2", "after"}));
-    EXPECT_EQ(std::filesystem::status(mPath).permissions(), std::filesystem::perms{0640});
-}
-
 TEST_F(LogTest, ADaemonsRecordsFromBeforeItsForkAreItsOwn) {
     const ZTSTestEnd lEnd = runChild([&] {
         Log(ZTLL_Notice, ZTTestLogFile, "before");
@@ -96,6 +78,7 @@ TEST_F(LogTest, ADaemonsRecordsFromBeforeItsForkAreItsOwn) {
     for (const ZTSTestLine& lrLine : linesOf(log())) {
         EXPECT_EQ(lrLine.mThread, lrLine.mProcess) << lrLine.mText;
     }
+    EXPECT_EQ(std::filesystem::status(mPath).permissions(), std::filesystem::perms{0640});
 }
 
 TEST_F(LogTest, HasNothingThatIsMaskedAlsoFromBeforeTheMaskWasKnown) {
