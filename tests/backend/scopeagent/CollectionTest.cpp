@@ -214,6 +214,7 @@ TEST(Collection, TakesAnEventOneByteBelowItsLimitAndNoneAtIt) {
         }
         EXPECT_FALSE(contains(lLog, "is bad"));
         EXPECT_EQ(ZTTestLostIn(lLog, " at the limit"), 3U);
+        EXPECT_EQ(ZTGetStatistic(ZTS_LimitReached), 2U);
 
         plogi(1, 1, 2).deliver();
         EXPECT_EQ(arCollection.fetch().getOccurrences(), 1U);
@@ -221,6 +222,7 @@ TEST(Collection, TakesAnEventOneByteBelowItsLimitAndNoneAtIt) {
 }
 
 TEST(Collection, PassesItsLimitByOneEventAThreadAtMostAndLosesNothingUncounted) {
+    const ZTCTestPeriod lTurn(ZTP_StatisticsTurn);
     inCollection(2, [](ZTCTestCollection& arCollection) {
         constexpr unsigned int lThreads = 8;
         constexpr unsigned int lEvents = ZTIsSanitized ? 10000 : 100000;
@@ -261,6 +263,14 @@ TEST(Collection, PassesItsLimitByOneEventAThreadAtMostAndLosesNothingUncounted) 
         lTake();
         EXPECT_TRUE(lWasFull);
         EXPECT_EQ(lFetched + ZTTestLostIn(arCollection.takeLog(), " at the limit"), lThreads * lEvents);
+        // So do the figures say, the lost ones at their next turn.
+        for (const ZTEStatistic lFigure : {ZTS_RecordedEvents, ZTS_Records, ZTS_FetchedEvents}) {
+            EXPECT_EQ(ZTGetStatistic(lFigure), lFetched);
+        }
+        EXPECT_EQ(ZTGetStatistic(ZTS_HeldEvents) + ZTGetStatistic(ZTS_HeldBytes), 0U);
+        EXPECT_EQ(ZTGetStatistic(ZTRowOf(ZTS_Lost, ZTSAL_Limit)), lThreads * lEvents - lFetched);
+        EXPECT_TRUE(waitUntil(
+            [] { return ZTGetStatistic(ZTRowOf(ZTS_Events, ZTSEK_ElsPlogi)) == lThreads * lEvents; }));
     });
 }
 
