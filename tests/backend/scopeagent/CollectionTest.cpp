@@ -29,11 +29,10 @@ void fill(unsigned int aSmall, unsigned int aLarger = 0) {
     }
 }
 
-// Does the work with the aFailing-th allocation failing; what it made, it keeps. Whether one failed.
+// Does the work with the aFailing-th allocation failing. Whether one failed.
 template <class Work>
 bool hasFailedIn(unsigned int aFailing, const Work& acrWork) {
-    alignas(FailingAllocator) unsigned char lRoom[sizeof(FailingAllocator)];
-    auto* const lpAllocator = new (lRoom) FailingAllocator(aFailing);  // its end would give that back
+    FailingAllocator lAllocator(aFailing);
     bool lIsOther = false;
     try {
         acrWork();
@@ -41,9 +40,9 @@ bool hasFailedIn(unsigned int aFailing, const Work& acrWork) {
     } catch (...) {
         lIsOther = true;
     }
-    lpAllocator->stop();
+    lAllocator.stop();
     EXPECT_FALSE(lIsOther) << "another exception than ZTCNoMemoryEx";
-    return lpAllocator->hasFailed();
+    return lAllocator.hasFailed();
 }
 
 // Everything that is sent is fetched, or counted as lost.

@@ -277,14 +277,4 @@ TEST(Statistics, ThePageHasTheRowsAndTheKindsHaveOneName) {
     lAgent.stop();
 }
 
-TEST(Statistics, ACallbackThatDoesNotReturnIsInside) {
-    ZTSTestStand lStand({}, "adapters count=1\n", sTmpfs, {sTurns + std::string(",CallbacksLeave=20")});
-    lStand.start();
-    EXPECT_EQ(figureIn(lStand.mDirectory.getPath(), "callbacks_inside"), 0U);
-    lStand.mSim.play("fault stuck-callback");
-    EXPECT_TRUE(waitUntil([&] { return figureIn(lStand.mDirectory.getPath(), "callbacks_inside") == 1; }));
-    lStand.mAgent.sendSignal(SIGTERM);
-    EXPECT_EQ(lStand.mAgent.waitForEnd(), 0);
-}
-
 }  // namespace

@@ -86,31 +86,6 @@ std::string sSayRunning(pid_t aProcess) {
 
 }  // namespace
 
-TEST_F(ProcessInstanceManagerTest, LetsOneOfManyStartsRun) {
-    // An old file, open to others, of whom one has locked it.
-    writeFile(mPidFile, "");
-    const ZTCDescriptor lOld(open(mPidFile.c_str(), O_RDONLY | O_CLOEXEC));
-    ASSERT_TRUE(sLock(lOld.get(), F_OFD_SETLK, F_RDLCK, 0));
-    constexpr std::size_t lStarts = 32;
-    std::list<ZTCTestChild> lAll;
-    for (std::size_t lStart = 0; lStart < lStarts; ++lStart) {
-        lAll.emplace_back(sStart, mEnvironment);
-    }
-    const auto lIsAlive = [](const ZTCTestChild& acrChild) { return acrChild.isAlive(); };
-    ASSERT_TRUE(waitUntil([&] { return std::count_if(lAll.begin(), lAll.end(), lIsAlive) <= 1; }));
-    const auto lRunning = std::find_if(lAll.begin(), lAll.end(), lIsAlive);
-    ASSERT_NE(lRunning, lAll.end());
-    EXPECT_TRUE(isRunning(*lRunning));
-    for (ZTCTestChild& lrChild : lAll) {
-        if (&lrChild != &*lRunning) {
-            EXPECT_EQ(lrChild.waitForEnd(), 0);
-            EXPECT_TRUE(contains(lrChild.getErr(), sSayRunning(lRunning->getProcess()))) << lrChild.getErr();
-        }
-    }
-    expectStops(*lRunning);
-    expectNoInstance();
-}
-
 TEST_F(ProcessInstanceManagerTest, BelievesTheLockAndNotTheNumber) {
     ZTCTestChild lBystander([] { pause(); });
     for (const std::string& lrText :

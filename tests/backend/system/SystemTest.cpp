@@ -246,21 +246,6 @@ TEST(System, RunsItsThreadsUntilTheyAreMadeToExit) {
     }
 }
 
-TEST(System, DoesNotRunAThreadThatWasToldToFinishBeforeItsStart) {
-    TestSystem lSystem;
-    ZTCThreadComponent& lrFirst =
-        lSystem.add([](void* ap) { return untilExit(ap, [](TestSystem&) {}); }, "first");
-    lSystem.add([](void* ap) { return untilExit(ap, [](TestSystem&) {}); }, "second");
-    lSystem.createThreads();
-    lrFirst.finish();
-    lSystem.startThread(0);
-    EXPECT_FALSE(lSystem.isInited(0));
-    EXPECT_TRUE(waitUntil([&] { return lrFirst.hasEnded(); }));
-    EXPECT_EQ(lSystem.mRuns, 0U);
-    lSystem.destroyThreads();  // also ends the one that was never told anything
-    EXPECT_EQ(lSystem.mRuns, 0U);
-}
-
 TEST(System, TellsAThreadThatEndedAbnormallyAndEndsTheOthers) {
     const ZTSTestEnd lEnd = runChild([] {
         TestSystem lSystem;
