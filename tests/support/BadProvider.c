@@ -1,8 +1,9 @@
-/* A provider that misbehaves as the words in ZT_BAD say; without any it has three adapters, where nothing
- * happens. With "storm" eight threads call back from the first registration until zt_bad_join, also after
- * close has returned. With "hang=FUNCTION;" that function ("loading": the library's initialiser) says so on
- * standard error and does not return before there is a file by the name in ZT_BAD_UNTIL. With "raise=NUMBER"
- * init gets that signal, with "exits" it ends the process. */
+/* A provider that misbehaves as the words in ZT_BAD say; without any it has three adapters, or as many as
+ * ZT_BAD_BOARDS says at the moment, where nothing happens. With "storm" eight threads call back from the
+ * first registration until zt_bad_join, also after close has returned. With "hang=FUNCTION;" that function
+ * ("loading": the library's initialiser) says so on standard error and does not return before there is a file
+ * by the name in ZT_BAD_UNTIL. With "raise=NUMBER" init gets that signal, with "exits" it ends the process.
+ */
 #include <pthread.h>
 #include <signal.h>
 #include <stdatomic.h>
@@ -70,7 +71,9 @@ static int init(void) {
 
 static uint32_t number_of_adapters(void) {
     hang_in("number_of_adapters");
-    return find("no-adapters") ? 0 : find("countless") ? UINT32_MAX : 3;
+    const char* const lpBoards = getenv("ZT_BAD_BOARDS");
+    const uint32_t lBoards = lpBoards == NULL ? 3 : (uint32_t)atoi(lpBoards);
+    return find("no-adapters") ? 0 : find("countless") ? UINT32_MAX : lBoards;
 }
 
 static int ztapi_supported(void) {

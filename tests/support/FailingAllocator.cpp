@@ -1,46 +1,32 @@
 #include "FailingAllocator.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <new>
 
-#include "ReferenceCount.h"
-
-using Kind = FailingAllocator::Kind;
-
-// The linker leads the calls of malloc, realloc and free in this program to the functions with __wrap_.
+// The linker leads the calls of malloc and realloc in this program to the functions with __wrap_.
 extern "C" {
 void* __real_malloc(std::size_t);
 void* __real_realloc(void*, std::size_t);
-void __real_free(void*);
 void* __wrap_malloc(std::size_t);
 void* __wrap_realloc(void*, std::size_t);
-void __wrap_free(void*);
 }
 
 namespace {
 
 constinit thread_local FailingAllocator* tpCurrent = nullptr;
 
-void* allocate(std::size_t aSize, std::align_val_t aAlignment, Kind aKind, bool aIsNothrow) {
-    const bool lIsCounter = aKind == Kind::New && aIsNothrow && aSize == sizeof(ZTCReferenceCount);
+void* allocate(std::size_t aSize, std::align_val_t aAlignment, bool aIsNothrow) {
     const auto lAlignment = static_cast<std::size_t>(aAlignment);
     void* lpBlock = nullptr;
-    if (FailingAllocator::mayAllocate(lIsCounter)) {
+    if (FailingAllocator::mayAllocate()) {
         lpBlock = lAlignment == 0
                       ? __real_malloc(aSize)
                       : aligned_alloc(lAlignment, (aSize + lAlignment - 1) / lAlignment * lAlignment);
     }
-    FailingAllocator::add(lpBlock, aKind);
     if (lpBlock == nullptr && !aIsNothrow) {
         throw std::bad_alloc();
     }
     return lpBlock;
-}
-
-void release(void* apBlock, Kind aKind) {
-    FailingAllocator::remove(apBlock, aKind);
-    __real_free(apBlock);
 }
 
 }  // namespace
@@ -49,101 +35,44 @@ FailingAllocator::FailingAllocator(unsigned int aFailing) : mUntilFailure(aFaili
     tpCurrent = this;
 }
 
-FailingAllocator::~FailingAllocator() {
-    stop();
-    std::for_each(mBlocks, mBlocks + mBlockCount,
-                  [](const Block& acrBlock) { __real_free(acrBlock.mpBlock); });
-}
-
 void FailingAllocator::stop() {
     tpCurrent = nullptr;
 }
 
-bool FailingAllocator::mayAllocate(bool aIsCounter) {
+bool FailingAllocator::mayAllocate() {
     if (tpCurrent == nullptr || tpCurrent->mUntilFailure == 0 || --tpCurrent->mUntilFailure != 0) {
         return true;
     }
     tpCurrent->mHasFailed = true;
-    tpCurrent->mHasFailedForCounter = aIsCounter;
     return false;
 }
 
-void FailingAllocator::add(void* apBlock, Kind aKind) {
-    if (tpCurrent == nullptr || apBlock == nullptr) {
-        return;
-    }
-    if (tpCurrent->mBlockCount == MaxBlocks) {
-        abort();
-    }
-    tpCurrent->mBlocks[tpCurrent->mBlockCount++] = {apBlock, aKind};
-}
-
-bool FailingAllocator::remove(void* apBlock, Kind aKind) {
-    if (tpCurrent == nullptr) {
-        return false;
-    }
-    Block* const lpEnd = tpCurrent->mBlocks + tpCurrent->mBlockCount;
-    Block* const lpFound = std::find_if(tpCurrent->mBlocks, lpEnd,
-                                        [=](const Block& acrBlock) { return acrBlock.mpBlock == apBlock; });
-    if (lpFound == lpEnd) {
-        return false;
-    }
-    tpCurrent->mWronglyFreed += lpFound->mKind == aKind ? 0 : 1;
-    *lpFound = lpEnd[-1];
-    --tpCurrent->mBlockCount;
-    return true;
-}
-
 void* __wrap_malloc(std::size_t aSize) {
-    return allocate(aSize, {}, Kind::Malloc, true);
+    return FailingAllocator::mayAllocate() ? __real_malloc(aSize) : nullptr;
 }
 
 void* __wrap_realloc(void* apBlock, std::size_t aSize) {
-    if (!FailingAllocator::mayAllocate(false)) {
-        return nullptr;
-    }
-    const bool lIsCounted = FailingAllocator::remove(apBlock, Kind::Malloc) || apBlock == nullptr;
-    void* const lpBlock = __real_realloc(apBlock, aSize);
-    if (lIsCounted) {
-        FailingAllocator::add(lpBlock != nullptr ? lpBlock : apBlock, Kind::Malloc);
-    }
-    return lpBlock;
+    return FailingAllocator::mayAllocate() ? __real_realloc(apBlock, aSize) : nullptr;
 }
 
-void __wrap_free(void* apBlock) {
-    release(apBlock, Kind::Malloc);
-}
-
-#define ALLOCATORS(New, Delete, OfKind)                                                                  \
-    void* operator New(std::size_t aSize) {                                                              \
-        return allocate(aSize, {}, OfKind, false);                                                       \
-    }                                                                                                    \
-    void* operator New(std::size_t aSize, const std::nothrow_t&) noexcept {                              \
-        return allocate(aSize, {}, OfKind, true);                                                        \
-    }                                                                                                    \
-    void* operator New(std::size_t aSize, std::align_val_t aAlignment) {                                 \
-        return allocate(aSize, aAlignment, OfKind, false);                                               \
-    }                                                                                                    \
-    void* operator New(std::size_t aSize, std::align_val_t aAlignment, const std::nothrow_t&) noexcept { \
-        return allocate(aSize, aAlignment, OfKind, true);                                                \
-    }                                                                                                    \
-    void operator Delete(void* apBlock) noexcept {                                                       \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, std::size_t) noexcept {                                          \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, const std::nothrow_t&) noexcept {                                \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, std::align_val_t) noexcept {                                     \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, std::size_t, std::align_val_t) noexcept {                        \
-        release(apBlock, OfKind);                                                                        \
-    }                                                                                                    \
-    void operator Delete(void* apBlock, std::align_val_t, const std::nothrow_t&) noexcept {              \
-        release(apBlock, OfKind);                                                                        \
+#define NEW(New, Alignment, IsNothrow, ...)                                                \
+    void* operator New(std::size_t aSize __VA_OPT__(, ) __VA_ARGS__) noexcept(IsNothrow) { \
+        return allocate(aSize, Alignment, IsNothrow);                                      \
     }
-ALLOCATORS(new, delete, Kind::New)
-ALLOCATORS(new[], delete[], Kind::NewArray)
+#define DELETE(Delete, ...)                                                   \
+    void operator Delete(void* apBlock __VA_OPT__(, ) __VA_ARGS__) noexcept { \
+        free(apBlock);                                                        \
+    }
+#define ALLOCATORS(New, Delete)                                                    \
+    NEW(New, {}, false)                                                            \
+    NEW(New, {}, true, const std::nothrow_t&)                                      \
+    NEW(New, aAlignment, false, std::align_val_t aAlignment)                       \
+    NEW(New, aAlignment, true, std::align_val_t aAlignment, const std::nothrow_t&) \
+    DELETE(Delete)                                                                 \
+    DELETE(Delete, std::size_t)                                                    \
+    DELETE(Delete, const std::nothrow_t&)                                          \
+    DELETE(Delete, std::align_val_t)                                               \
+    DELETE(Delete, std::size_t, std::align_val_t)                                  \
+    DELETE(Delete, std::align_val_t, const std::nothrow_t&)
+ALLOCATORS(new, delete)
+ALLOCATORS(new[], delete[])

@@ -92,7 +92,7 @@ class ZTCTestCollection {
     ZTCTestCollection(const ZTCTestDirectory& acrDirectory, unsigned int aBoards)
         : mLog(acrDirectory / ZTTestLog) {
         setBoards(aBoards);
-        setenv("ZT_LIBDFC", ZT_PROVIDER_BOARDS, 1);
+        setenv("ZT_LIBDFC", ZT_PROVIDER_BAD, 1);
         setenv("ZT_VRX_SENSOR_DIR", acrDirectory.getPath().c_str(), 1);
         mSystem.preInit();
         mSystem.init();
@@ -110,9 +110,7 @@ class ZTCTestCollection {
 
     ZTCScopeAgentSystem& getSystem() { return mSystem; }
     /// The adapters that the vendor library tells of from now on.
-    static void setBoards(unsigned int aCount) {
-        setenv("ZT_TEST_BOARDS", std::to_string(aCount).c_str(), 1);
-    }
+    static void setBoards(unsigned int aCount) { setenv("ZT_BAD_BOARDS", std::to_string(aCount).c_str(), 1); }
 
     static ZTCPointer<ZTCBuffer> commandOf(const std::string& acrBytes) {
         const auto lCommand = makePointer<ZTCBuffer>(static_cast<unsigned int>(acrBytes.size()));

@@ -29,11 +29,10 @@ void fill(unsigned int aSmall, unsigned int aLarger = 0) {
     }
 }
 
-// Does the work with the aFailing-th allocation failing; what it made, it keeps. Whether one failed.
+// Does the work with the aFailing-th allocation failing. Whether one failed.
 template <class Work>
 bool hasFailedIn(unsigned int aFailing, const Work& acrWork) {
-    alignas(FailingAllocator) unsigned char lRoom[sizeof(FailingAllocator)];
-    auto* const lpAllocator = new (lRoom) FailingAllocator(aFailing);  // its end would give that back
+    FailingAllocator lAllocator(aFailing);
     bool lIsOther = false;
     try {
         acrWork();
@@ -41,9 +40,9 @@ bool hasFailedIn(unsigned int aFailing, const Work& acrWork) {
     } catch (...) {
         lIsOther = true;
     }
-    lpAllocator->stop();
+    lAllocator.stop();
     EXPECT_FALSE(lIsOther) << "another exception than ZTCNoMemoryEx";
-    return lpAllocator->hasFailed();
+    return lAllocator.hasFailed();
 }
 
 // Everything that is sent is fetched, or counted as lost.
@@ -214,6 +213,7 @@ TEST(Collection, TakesAnEventOneByteBelowItsLimitAndNoneAtIt) {
         }
         EXPECT_FALSE(contains(lLog, "is bad"));
         EXPECT_EQ(ZTTestLostIn(lLog, " at the limit"), 3U);
+        EXPECT_EQ(ZTGetStatistic(ZTS_LimitReached), 2U);
 
         plogi(1, 1, 2).deliver();
         EXPECT_EQ(arCollection.fetch().getOccurrences(), 1U);
@@ -221,6 +221,7 @@ TEST(Collection, TakesAnEventOneByteBelowItsLimitAndNoneAtIt) {
 }
 
 TEST(Collection, PassesItsLimitByOneEventAThreadAtMostAndLosesNothingUncounted) {
+    const ZTCTestPeriod lTurn(ZTP_StatisticsTurn);
     inCollection(2, [](ZTCTestCollection& arCollection) {
         constexpr unsigned int lThreads = 8;
         constexpr unsigned int lEvents = ZTIsSanitized ? 10000 : 100000;
@@ -261,6 +262,14 @@ TEST(Collection, PassesItsLimitByOneEventAThreadAtMostAndLosesNothingUncounted) 
         lTake();
         EXPECT_TRUE(lWasFull);
         EXPECT_EQ(lFetched + ZTTestLostIn(arCollection.takeLog(), " at the limit"), lThreads * lEvents);
+        // So do the figures say, the lost ones at their next turn.
+        for (const ZTEStatistic lFigure : {ZTS_RecordedEvents, ZTS_Records, ZTS_FetchedEvents}) {
+            EXPECT_EQ(ZTGetStatistic(lFigure), lFetched);
+        }
+        EXPECT_EQ(ZTGetStatistic(ZTS_HeldEvents) + ZTGetStatistic(ZTS_HeldBytes), 0U);
+        EXPECT_EQ(ZTGetStatistic(ZTRowOf(ZTS_Lost, ZTSAL_Limit)), lThreads * lEvents - lFetched);
+        EXPECT_TRUE(waitUntil(
+            [] { return ZTGetStatistic(ZTRowOf(ZTS_Events, ZTSEK_ElsPlogi)) == lThreads * lEvents; }));
     });
 }
 

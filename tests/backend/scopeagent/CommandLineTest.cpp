@@ -84,14 +84,6 @@ TEST_F(CommandLineTest, AnswersHelpVersionAndBadOptionsAndLeavesNothingBehind) {
     }
 }
 
-TEST_F(CommandLineTest, HasNothingToStopWhereNothingRuns) {
-    const ZTSTestEnd lEnd = run({"-s"});
-    EXPECT_EQ(lEnd.mStatus, 1);
-    EXPECT_EQ(lEnd.mOut, "");
-    EXPECT_EQ(lEnd.mErr, "vrx-sca: No instance is running\n");
-    EXPECT_FALSE(std::filesystem::exists(mDirectory / "vrx-sca.pid"));
-}
-
 TEST_F(CommandLineTest, SaysWhyItDoesNotStartWhateverTheLogCodeIs) {
     for (const char* const lpDaemon : {"true", "false"}) {
         const ZTSTestEnd lEnd = run({"-D", lpDaemon, "-d", "0", "-l", mDirectory / "not-there/vrx-sca.log"});

@@ -225,13 +225,23 @@ TEST(Commands, AnUnknownOneEndsTheProcessAtOnce) {
     }
 }
 
-TEST(Commands, ASensorMayCloseThePipeBetweenThemAndNothingSpins) {
+TEST(Commands, ASensorMayCloseThePipeBetweenThemAndNothingSpinsOrIsLeftOpen) {
     const ZTCTestDirectory lDirectory;
     ZTCTestAgent lAgent(lDirectory, {"-d", "127"}, {"ZT_TEST_PERIODS=Second=100"});
+    EXPECT_TRUE(waitUntil([&] { return namesIn(lDirectory).count(ZTTestStatistics) == 1; }));
+    const auto lDescriptors = [&] {
+        const std::filesystem::directory_iterator lAll("/proc/" + std::to_string(lAgent.getProcess()) +
+                                                       "/fd");
+        return std::distance(begin(lAll), end(lAll));
+    };
+    std::ptrdiff_t lFirst = 0;
     for (unsigned int lTag = 0; lTag < 1000; ++lTag) {
         const ZTCTestSensor lSensor(lDirectory);
         ASSERT_EQ(lSensor.ask(stopOf(lTag)), successOf(lTag));
+        lFirst = lTag == 0 ? lDescriptors() : lFirst;
     }
+    // An end that is being opened anew counts twice for a moment.
+    EXPECT_TRUE(waitUntil([&] { return lDescriptors() <= lFirst; }));
     const auto lWaits = [&] { return countIn(lAgent.getLog(), "Waiting for control availability..."); };
     EXPECT_TRUE(waitUntil([&] { return lWaits() >= 1001; }));
     // From here to the end of a whole wait it needs hardly any of the processor's time.

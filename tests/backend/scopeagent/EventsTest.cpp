@@ -1,7 +1,5 @@
 // Events on their way from the vendor library to the sensor: the record of each kind, and what is turned
 // away. What folds into one record, ModelTest says.
-#include <chrono>
-
 #include "SimClient.h"
 
 namespace {
@@ -94,11 +92,6 @@ std::string textOf(const std::vector<ZTSTestRecord>& acrRecords) {
     return lText;
 }
 
-std::uint64_t now() {
-    return static_cast<std::uint64_t>(std::chrono::system_clock::now().time_since_epoch() /
-                                      std::chrono::nanoseconds(1));
-}
-
 TEST(Events, AreRecordedByteForByte) {
     constexpr char lLabel[] = "20:00:00:25:b5:01:00:0%.10:00:00:25:b5:01:00:0%";
     ZTSTestStand lStand;
@@ -116,9 +109,7 @@ TEST(Events, AreRecordedByteForByte) {
             lExpected += withoutBlanks(lpRecord) + "\n";
             lNotices += lrGolden.mpNotice != nullptr ? std::string(lrGolden.mpNotice) + "\n" : "";
         }
-        const std::uint64_t lStart = now();
         lStand.mSim.play(std::string(lrGolden.mpLine) + " board=" + std::to_string(lBoard));
-        const std::uint64_t lEnd = now();
         const auto lLists = lStand.fetch();
         ASSERT_EQ(lLists.size(), 2U);
         for (const std::size_t lAt : {0U, 1U}) {
@@ -126,10 +117,6 @@ TEST(Events, AreRecordedByteForByte) {
             std::replace(lText.begin(), lText.end(), '%', lAt == 0 ? '0' : '1');
             EXPECT_EQ(lLists[lAt].mLabel, lText);
             EXPECT_EQ(textOf(lLists[lAt].mRecords), lAt == lBoard ? lExpected : "");
-        }
-        for (const ZTSTestRecord& lrRecord : lLists[lBoard].mRecords) {
-            EXPECT_GE(lrRecord.mFirst, lStart);
-            EXPECT_LE(lrRecord.mLast, lEnd);
         }
         lLines += std::string(lrGolden.mpLine) + "\n";
         lAll += lExpected;
@@ -230,12 +217,9 @@ const Case sCases[] = {
     {PLOGI_OF "19", "/",
      "-W- Event (1, 1) of board 0 is dropped: its record of 19 bytes claims a payload that cannot be\n",
      sMalformed},
-    {PLOGI_OF "20", "/", "-W- Not enough data in ELS PLOGI Event 20 0\n", sTooShort},
     {"raw mask=2 bytes=61040008000102", "/", "-W- Not enough data in RSCN Event 8 7\n", sTooShort},
     {"raw mask=2 bytes=6104000000010203", "/", "-N- No Payload in RSCN Event\n"},
     {"raw mask=2 bytes=6104ffff00010203000405", "1=0100000003020100/", CLAIMS(11)},
-    {"raw category=1 subcategory=32 no-descriptor", "/", "-W- Not enough data in RSCN Event 8 0\n",
-     sTooShort},
     {"raw category=1 subcategory=32 bytes=6104ffff0001020300040506", "1=0100000003020100 1=0100000006050400/",
      CLAIMS(12)},
 };

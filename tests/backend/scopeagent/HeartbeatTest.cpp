@@ -163,20 +163,6 @@ bool failsIn(ZTCCheckHeartbeat& arCheck) {
     }
 }
 
-TEST(Heartbeat, CountsFailuresUntilTheTimeChanges) {
-    const ZTCTestDirectory lDirectory;
-    const std::string lPath = lDirectory / ZTTestSensorFile;
-    writeFile(lPath, ownPid());
-    ZTCCheckHeartbeat lCheck(makePointer<ZTCString>(lPath.c_str()), nullptr);
-    constexpr std::pair<time_t, bool> lLooks[] = {{0, false}, {0, false}, {0, true},  {0, true},  {5, false},
-                                                  {5, false}, {0, false}, {0, false}, {5, false}, {5, false},
-                                                  {5, true},  {6, false}, {6, false}};
-    for (const auto& lrLook : lLooks) {
-        setModTime(lPath, lrLook.first);
-        EXPECT_EQ(failsIn(lCheck), lrLook.second) << "look " << &lrLook - lLooks;
-    }
-}
-
 // What another user may put into the sensor's place. $T is a file of ours that names a process which lives.
 TEST(Heartbeat, BelievesNobodyElsesFile) {
     for (const char* const lpMade : {"ln -s $T $P", "ln $T $P", "mkfifo $P"}) {
@@ -199,17 +185,6 @@ TEST(Heartbeat, BelievesNobodyElsesFile) {
         char lEvents[4096];
         EXPECT_EQ(read(lOpenings.get(), lEvents, sizeof lEvents), -1) << "it was opened";
     }
-}
-
-TEST(Heartbeat, EndsItsWaitOnAShutDown) {
-    const ZTCTestDirectory lDirectory;
-    ZTCTestAgent lAgent(lDirectory, {"-b", "60", "-d", "255"});
-    const ZTCTestSensor lSensor(lDirectory);
-    EXPECT_TRUE(waitUntil([&] { return contains(lAgent.getLog(), "Going to wait for 60 seconds"); }));
-    EXPECT_EQ(lSensor.ask(messageOf(1, "\x04")), successOf(1));
-    lAgent.expectEnd("-H- ScopeAgentHeartbeatHandler", ZTTestSoon);
-    EXPECT_EQ(countIn(lAgent.getLog(), "Exiting Heartbeat Handler Thread as it is marked for exit."), 1U);
-    EXPECT_FALSE(contains(lAgent.getLog(), "Updating the status"));
 }
 
 }  // namespace

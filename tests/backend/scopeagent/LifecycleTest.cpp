@@ -11,11 +11,6 @@ namespace {
 
 const unsigned int sKills = ZTTestRounds(ZTIsSanitized ? 40U : 100U, 1000U);
 
-std::size_t descriptorsOf(pid_t aProcess) {
-    const std::filesystem::directory_iterator lAll("/proc/" + std::to_string(aProcess) + "/fd");
-    return static_cast<std::size_t>(std::distance(begin(lAll), end(lAll)));
-}
-
 void endBy(const char* apWay, const ZTCTestAgent& acrAgent, const ZTCTestDirectory& acrDirectory,
            const ZTCTestSensor& acrSensor) {
     const std::string lWay(apWay);
@@ -181,23 +176,6 @@ TEST(Lifecycle, ADaemonCanBeSpokenToWhenItsCommandReturns) {
         EXPECT_EQ(lDaemon.waitForEnd(ZTTestSoon), 0);
         EXPECT_EQ(namesIn(lDirectory), std::set<std::string>{ZTTestLog});
     }
-}
-
-TEST(Lifecycle, LosesNoDescriptors) {
-    const ZTCTestDirectory lDirectory;
-    ZTCTestAgent lAgent(lDirectory);
-    EXPECT_TRUE(waitUntil([&] { return namesIn(lDirectory).count(ZTTestStatistics) == 1; }));
-    std::size_t lBefore = 0;
-    for (unsigned int lRound = 0; lRound <= 100; ++lRound) {
-        const ZTCTestSensor lSensor(lDirectory);
-        for (unsigned int lTag = 0; lTag < 10; ++lTag) {
-            ASSERT_EQ(lSensor.ask(stopOf(lTag)), successOf(lTag));
-        }
-        lBefore = lRound == 0 ? descriptorsOf(lAgent.getProcess()) : lBefore;
-    }
-    // An end that is being opened anew counts twice for a moment.
-    EXPECT_TRUE(waitUntil([&] { return descriptorsOf(lAgent.getProcess()) <= lBefore; }));
-    lAgent.stop();
 }
 
 }  // namespace

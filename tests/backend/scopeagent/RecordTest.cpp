@@ -16,30 +16,6 @@ std::string encoded(std::uint64_t aTime) {
 
 }  // namespace
 
-TEST(Record, MayGrowWhileItStaysBelowTheCeiling) {
-    const struct {
-        unsigned int mCeiling, mLength, mCount;
-        bool mMay;
-    } lTable[] = {// No ceiling set, or nearly none.
-                  {0, 0, 0, false},
-                  {0, 20, 8, false},
-                  {1, 0, 0, true},
-                  // A usual one; the last sum has more than 32 bits.
-                  {100, 92, 7, true},
-                  {100, 92, 8, false},
-                  {100, 92, 0xffffffff, false},
-                  // The highest one.
-                  {0xffffffff, 100, 8, true},
-                  {0xffffffff, 100, 0xffffff9a, true},
-                  {0xffffffff, 100, 0xffffff9b, false}};
-    const unsigned char lBytes[100]{};
-    for (const auto& [lCeiling, lLength, lCount, lMay] : lTable) {
-        unsigned char lRoom[200];
-        const ZTCScopeAgentRecord lRecord({}, 0, ZTCScopeData({1, 2}, lBytes, lLength), 0, lRoom);
-        EXPECT_EQ(lRecord.mayGrowBy(lCount, lCeiling), lMay) << lCeiling << ", " << lLength << ", " << lCount;
-    }
-}
-
 TEST(Record, TheLastTimeFollowsAClockThatIsSetBackButNotThreadsOutOfOrder) {
     constexpr std::uint64_t lSecond = 1000000000;
     constexpr std::uint64_t lAtFirst = 1000 * lSecond;

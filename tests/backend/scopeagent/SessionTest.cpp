@@ -152,8 +152,7 @@ std::uint64_t lossesOf(const ZTSTestStand& acrStand) {
 }
 
 // Fetches without a pause while the work is done in another thread, and once behind it. The sum of what came.
-std::uint64_t fetchDuring(ZTSTestStand& arStand, std::atomic<unsigned int>& arFetches,
-                          const std::function<void()>& acrWork) {
+std::uint64_t fetchDuring(ZTSTestStand& arStand, const std::function<void()>& acrWork) {
     std::atomic<bool> lIsDone{false};
     std::jthread lWorker([&] {
         acrWork();
@@ -162,47 +161,21 @@ std::uint64_t fetchDuring(ZTSTestStand& arStand, std::atomic<unsigned int>& arFe
     std::uint64_t lSum = 0;
     while (!lIsDone && !::testing::Test::HasFailure()) {
         lSum += occurrencesIn(arStand.fetch());
-        ++arFetches;
     }
     lWorker.join();
     return lSum + occurrencesIn(arStand.fetch());
 }
 
-// Nothing may be lost here, whatever the timing: the first storm folds into one record a fetch, and of the
-// later ones each has a whole fetch behind it and stays below the limit should nothing of it fold at all.
-TEST(Session, EveryEventOfAStormIsFetchedOnce) {
-    ZTSTestStand lStand({"-d", "31"});
-    lStand.start();
-    const unsigned int lRounds = ZTIsSanitized ? 3 : ZTTestRounds(15U, 50U);
-    const std::uint64_t lFolded = ZTIsSanitized ? 40000 : ZTTestRounds(1000000U, 4000000U);
-    std::atomic<unsigned int> lFetches{0};
-    const std::uint64_t lSum = fetchDuring(lStand, lFetches, [&] {
-        lStand.mSim.play("storm queue-full threads=8 times=" + std::to_string(lFolded) + "\nwait storms");
-        for (unsigned int lRound = 0; lRound < lRounds && !HasFailure(); ++lRound) {
-            const unsigned int lBefore = lFetches;
-            EXPECT_TRUE(waitUntil([&] { return lFetches >= lBefore + 2 || HasFailure(); }));
-            lStand.mSim.play(
-                "storm link times=16000 threads=4 boards=2\n"
-                "storm plogi times=2000 threads=2 boards=2\n"
-                "storm rscn times=2000 threads=2 boards=2\nwait storms");
-        }
-    });
-    EXPECT_EQ(lSum, lFolded + lRounds * 20000ULL);
-    EXPECT_EQ(lSum, lStand.mSim.getSent());
-    lStand.mAgent.stop();
-}
-
 TEST(Session, WhatAStormLosesIsCounted) {
     ZTSTestStand lStand({}, "", "/tmp", {"ZT_TEST_PERIODS=StatisticsTurn=20"});
     lStand.start(1000000);
-    std::atomic<unsigned int> lFetches{0};
     // Of a thread that changes the board with each event every one is a record, of 11 bytes.
     lStand.mSim.play("storm link times=25000 boards=2\nwait storms");
     std::uint64_t lSum = occurrencesIn(lStand.fetch());
     EXPECT_EQ(lSum, 23832U);
     EXPECT_TRUE(waitUntil([&] { return lossesOf(lStand) == 25000 - lSum; }));  // written at times
     const std::string lTimes = ZTIsSanitized ? " times=6000" : " times=50000";
-    lSum += fetchDuring(lStand, lFetches, [&] {
+    lSum += fetchDuring(lStand, [&] {
         lStand.mSim.play("storm ls-rjt threads=2 boards=2" + lTimes + "\nstorm link threads=2 boards=2" +
                          lTimes + "\nstorm check-condition threads=2" + lTimes +
                          "\nstorm plogi threads=1 board=77" + lTimes + "\nstorm rscn threads=1 boards=2" +
@@ -237,13 +210,8 @@ TEST(Session, EndsUnderAStorm) {
     }
 }
 
-// Whether a thread of the library is held inside a callback: it has taken the fault's name.
-bool hasStuckThread(const ZTSTestStand& acrStand) {
-    const std::filesystem::directory_iterator lTasks("/proc/" + std::to_string(acrStand.mAgent.getProcess()) +
-                                                     "/task");
-    return std::any_of(begin(lTasks), end(lTasks), [](const auto& acrTask) {
-        return readFile(acrTask.path() / "comm") == "stuck-callback\n";
-    });
+std::uint64_t callbacksInside(const ZTSTestStand& acrStand) {
+    return ZTCAgentStatistics(acrStand.mDirectory.getPath()).read().get("callbacks_inside").value_or(0);
 }
 
 TEST(Session, EndsWhateverTheLibraryDoes) {
@@ -252,11 +220,12 @@ TEST(Session, EndsWhateverTheLibraryDoes) {
         for (const bool lBySignal : {false, true}) {
             SCOPED_TRACE(std::string(lpFault) + (lBySignal ? ", by a signal" : ""));
             const bool lIsStuck = contains(lpFault, "stuck");
-            ZTSTestStand lStand({}, "", "/tmp",
-                                {std::string("ZT_TEST_PERIODS=") + (lIsStuck ? "CallbacksLeave=50" : "")});
+            ZTSTestStand lStand(
+                {}, "", "/tmp",
+                {std::string("ZT_TEST_PERIODS=StatisticsTurn=20") + (lIsStuck ? ",CallbacksLeave=50" : "")});
             lStand.start();
             lStand.mSim.play(std::string("fault ") + lpFault);
-            EXPECT_TRUE(!lIsStuck || waitUntil([&] { return hasStuckThread(lStand); }));
+            EXPECT_TRUE(!lIsStuck || waitUntil([&] { return callbacksInside(lStand) == 1; }));
             expectEndOf(lStand, lBySignal);
             EXPECT_EQ(contains(lStand.mAgent.getLog(), "1 callbacks of the vendor library do not return"),
                       lIsStuck);

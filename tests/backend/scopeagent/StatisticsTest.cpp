@@ -83,62 +83,6 @@ TEST(Statistics, AreExactBehindAKnownScenario) {
     }
 }
 
-// Four threads, with all that can be wrong with an event, and fetches between.
-TEST(Statistics, AddUpAfterAStorm) {
-    const ZTCTestPeriod lTurn(ZTP_StatisticsTurn);
-    inCollection(2, [](ZTCTestCollection& arCollection) {
-        constexpr unsigned int lRounds = 3000;
-        const auto lEvents = ZTTestOneOfEach(ZTTestName(1));
-        std::atomic<unsigned int> lRunning{4};
-        std::uint64_t lFetched = 0;
-        std::thread lStorm([&] {
-            inThreads(4, [&](unsigned int aThread) {
-                for (unsigned int lRound = 0; lRound < lRounds; ++lRound) {
-                    ZTSTestEvent lEvent = lEvents[(lRound + aThread) % lEvents.size()];
-                    const unsigned int lFault = lRound % 16;
-                    lEvent.mBoard = lFault == 3 ? 9 : lRound % 2;
-                    lEvent.mPayload.resize(lFault == 5 ? 4 : lEvent.mPayload.size());
-                    lEvent.deliver();
-                }
-                --lRunning;
-            });
-        });
-        while (lRunning != 0) {
-            lFetched += occurrencesIn(arCollection.fetch().getLists());
-            std::this_thread::yield();
-        }
-        lStorm.join();
-        lFetched += occurrencesIn(arCollection.fetch().getLists());
-        const auto lLost = [](ZTEScopeAgentLoss aLoss) { return ZTGetStatistic(ZTRowOf(ZTS_Lost, aLoss)); };
-        // At the limit, and beyond it: nobody fetches. The storm may have been there, too.
-        const std::uint64_t lReached = ZTGetStatistic(ZTS_LimitReached);
-        const std::uint64_t lBefore = lLost(ZTSAL_Limit);
-        for (unsigned int lAt = 0; ZTGetStatistic(ZTS_LimitReached) == lReached; ++lAt) {
-            ZTTestLink(lAt % 2).deliver();
-        }
-        for (const ZTSTestEvent& lrEvent : lEvents) {
-            lrEvent.deliver();
-        }
-        EXPECT_EQ(lLost(ZTSAL_Limit), lBefore + lEvents.size());
-        EXPECT_GT(lLost(ZTSAL_UnknownBoard), 0U);
-        EXPECT_GT(lLost(ZTSAL_TooShort), 0U);
-        EXPECT_TRUE(waitUntil([&] {  // the lost ones come once a turn
-            std::uint64_t lEventsOfAll = 0;
-            for (unsigned int lKind = 0; lKind < ZTSEK_Count; ++lKind) {
-                lEventsOfAll += ZTGetStatistic(ZTRowOf(ZTS_Events, lKind));
-            }
-            return lEventsOfAll == ZTGetStatistic(ZTS_RecordedEvents) + lLost(ZTSAL_Limit) +
-                                       lLost(ZTSAL_UnknownBoard) + lLost(ZTSAL_TooShort);
-        }));
-        EXPECT_EQ(ZTGetStatistic(ZTS_RecordedEvents),
-                  ZTGetStatistic(ZTS_Records) + ZTGetStatistic(ZTS_Folded));
-        EXPECT_EQ(ZTGetStatistic(ZTS_FetchedEvents), lFetched);
-        EXPECT_EQ(ZTGetStatistic(ZTS_HeldEvents), ZTGetStatistic(ZTS_RecordedEvents) - lFetched);
-        EXPECT_GE(ZTGetStatistic(ZTS_HeldBytes), ZTCScopeAgentSystem::TotalDataLimit);
-        EXPECT_EQ(ZTGetStatistic(ZTS_LimitReached), lReached + 1);
-    });
-}
-
 // A kill leaves the file; what others put in its place, or under the name that it is made by, is not written.
 TEST(Statistics, TheFileIsTheAgentsAlone) {
     for (const std::string lParent : {sTmpfs, "/tmp"}) {
@@ -331,16 +275,6 @@ TEST(Statistics, ThePageHasTheRowsAndTheKindsHaveOneName) {
     EXPECT_EQ(lKinds, lProtocol);
     EXPECT_EQ(lKinds, lClient);
     lAgent.stop();
-}
-
-TEST(Statistics, ACallbackThatDoesNotReturnIsInside) {
-    ZTSTestStand lStand({}, "adapters count=1\n", sTmpfs, {sTurns + std::string(",CallbacksLeave=20")});
-    lStand.start();
-    EXPECT_EQ(figureIn(lStand.mDirectory.getPath(), "callbacks_inside"), 0U);
-    lStand.mSim.play("fault stuck-callback");
-    EXPECT_TRUE(waitUntil([&] { return figureIn(lStand.mDirectory.getPath(), "callbacks_inside") == 1; }));
-    lStand.mAgent.sendSignal(SIGTERM);
-    EXPECT_EQ(lStand.mAgent.waitForEnd(), 0);
 }
 
 }  // namespace

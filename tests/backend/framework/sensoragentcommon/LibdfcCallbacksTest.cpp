@@ -1,8 +1,5 @@
 // What the vendor library's threads meet: lengths that lie, callbacks that throw, and the gate. What is
 // logged in a child shows on its standard error.
-#include <future>
-#include <latch>
-
 #include "AgentClient.h"
 #include "LibdfcAbs.h"
 #include "LibdfcCallbacks.h"
@@ -66,16 +63,6 @@ std::string logOf(const std::function<void()>& acrWork) {
     EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut << lEnd.mErr;
     return lEnd.mErr;
 }
-
-// A callback that stays until it is let go.
-struct Visitor {
-    std::latch mIsInside{1};
-    std::latch mMayGo{1};
-    static void call(std::uint32_t, HBA_wwn, std::uint32_t, std::uint32_t, void* apVisitor, const ZT_event*) {
-        static_cast<Visitor*>(apVisitor)->mIsInside.count_down();
-        static_cast<Visitor*>(apVisitor)->mMayGo.wait();
-    }
-};
 
 void callGeneric(ZT_generic_callback apCallback, void* apContext) {
     static constexpr ZT_event sEvent{1, ZT_EVENT_HEADER, nullptr};
@@ -173,21 +160,6 @@ TEST(LibdfcCallbacks, LetNothingThrownOut) {
     EXPECT_EQ(countIn(lLog, "An event is lost: unknown exception"), 4U) << lLog;
 }
 
-TEST(LibdfcCallbacks, AreWaitedForAsLongAsTheyAreInside) {
-    Visitor lVisitor;
-    LibdfcGate().open();
-    std::jthread lInside([&] { callGeneric(Visitor::call, &lVisitor); });
-    lVisitor.mIsInside.wait();
-    ZTCLibdfcAbs::shutCallbacks();
-    callGeneric(takeGeneric, &sCalls);
-    EXPECT_EQ(sCalls, 0U);
-    auto lWaited =
-        std::async(std::launch::async, [] { return LibdfcGate().waitUntilEmpty(std::chrono::minutes(1)); });
-    EXPECT_EQ(lWaited.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-    lVisitor.mMayGo.count_down();
-    EXPECT_EQ(lWaited.get(), 0U);
-}
-
 // More threads than have a slot of their own, one call inside the other, and then others in their slots.
 TEST(LibdfcCallbacks, AreCountedByTheHundredAndInsideOneAnother) {
     constexpr unsigned int lThreads = 100;
@@ -211,19 +183,6 @@ TEST(LibdfcCallbacks, AreCountedByTheHundredAndInsideOneAnother) {
         EXPECT_EQ(LibdfcGate().countInside(), 0U);
     }
     LibdfcGate().shut();
-}
-
-TEST(LibdfcCallbacks, AreLeftBehindWhenTheyStay) {
-    const std::string lLog = logOf([] {
-        auto& lrVisitor = *new Visitor;
-        std::thread([&] { callGeneric(Visitor::call, &lrVisitor); }).detach();
-        lrVisitor.mIsInside.wait();
-        const ZTCTestPeriod lPeriod(ZTP_CallbacksLeave);
-        const auto lStart = std::chrono::steady_clock::now();
-        ZTCLibdfcAbs::waitForCallbacks();
-        EXPECT_GE(std::chrono::steady_clock::now() - lStart, ZTPeriod(ZTP_CallbacksLeave));
-    });
-    EXPECT_EQ(countIn(lLog, " 1 callbacks of the vendor library do not return"), 1U) << lLog;
 }
 
 TEST(LibdfcCallbacks, AreOutsideWhenTheGateIsSaidToBeEmpty) {
