@@ -218,6 +218,21 @@ TEST_F(WrittenPipe, RemovesNothingButItself) {
     EXPECT_TRUE(mDirectory.isEmpty());
 }
 
+// As a thread may that was left behind.
+TEST_F(WrittenPipe, GoesOnWhereItIsOpenWhenItIsRemoved) {
+    write("abcdef");
+    {
+        const ZTCDescriptor lReader(openOther(O_RDONLY));
+        mPipe.destroy(0);
+        EXPECT_EQ(readBytes(lReader, 2), "ab");
+    }
+    mPipe.settle();
+    EXPECT_EQ(unread(), 0);
+    write("next");
+    EXPECT_EQ(unread(), 4);
+    EXPECT_TRUE(mDirectory.isEmpty());
+}
+
 TEST_F(WrittenPipe, KeepsWhatAnAgentBeforeItHasLeft) {
     write("before");
     chmod(mPath.c_str(), 0666);
