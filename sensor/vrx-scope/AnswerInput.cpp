@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -29,7 +30,9 @@ std::optional<ZTSFetched> ZTCAnswerInput::next() {
             try {
                 return readFetched(mMessage, {});
             } catch (const ZTCSensorError& lrError) {
-                if (!mLast) {
+                const auto lAt = std::lower_bound(mTold.begin(), mTold.end(), mBegin);
+                if (lAt == mTold.end() || *lAt != mBegin) {
+                    mTold.insert(lAt, mBegin);
                     mAreGood = false;
                     complain(fmt::format("{}: the message at byte {}: {}", mPath, mBegin, lrError.what()));
                 }
@@ -86,7 +89,7 @@ ZTCAnswerInput::File ZTCAnswerInput::makeCopy() {
 
 // False: the end.
 bool ZTCAnswerInput::readMessage() {
-    if (mLast && mEnd == *mLast) {
+    if (mLast && mEnd >= *mLast) {
         return false;
     }
     if (mpFile == nullptr) {
@@ -94,7 +97,7 @@ bool ZTCAnswerInput::readMessage() {
     }
     mBegin = mEnd;
     const std::size_t lCome = readInto(0, ZTSSensorHeader::Size);
-    if (lCome == 0) {
+    if (lCome == 0 && !mLast) {
         return false;
     }
     if (lCome < ZTSSensorHeader::Size) {
