@@ -13,6 +13,7 @@
 #include "AnswerReader.h"
 #include "Collector.h"
 #include "Failure.h"
+#include "SensorFiles.h"
 #include "Terminal.h"
 
 namespace {
@@ -76,13 +77,19 @@ void ZTCAnswerInput::open() {
 ZTCAnswerInput::File ZTCAnswerInput::makeCopy() {
     const char* const lpFolder = getenv("TMPDIR");
     std::string lName = lpFolder != nullptr && *lpFolder != '\0' ? lpFolder : "/var/tmp";
+    ZTCSensorDescriptor lDescriptor(::open(lName.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
     lName += "/vrx-scope.XXXXXX";
-    const int lDescriptor = mkostemp(lName.data(), O_CLOEXEC);
-    File lCopy(lDescriptor >= 0 ? fdopen(lDescriptor, "w+") : nullptr);
+    if (!lDescriptor.isOpen()) {  // not every file system has files without a name
+        lDescriptor = ZTCSensorDescriptor(mkostemp(lName.data(), O_CLOEXEC));
+        if (lDescriptor.isOpen()) {
+            unlink(lName.c_str());
+        }
+    }
+    File lCopy(lDescriptor.isOpen() ? fdopen(lDescriptor.get(), "w+") : nullptr);
     if (lCopy == nullptr) {
         throw ZTCScopeFailure(fmt::format("cannot make {}: {}", lName, strerror(errno)));
     }
-    unlink(lName.c_str());
+    lDescriptor.release();                     // it is the copy's
     setvbuf(lCopy.get(), nullptr, _IONBF, 0);  // a write that fails is told at once
     return lCopy;
 }
