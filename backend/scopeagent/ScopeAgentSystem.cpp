@@ -64,9 +64,9 @@ void sMakeServer(ZTCIdTable<Interface>& arTable, const ZTCString& acrPath, unsig
 }
 
 // Closes and removes the pipe of the server in a slot; one that holds something else, or nothing, is passed
-// over.
+// over. A thread that was left behind may use it yet: then it is only removed.
 template <class Server, class Interface>
-void sDestroyServer(ZTCIdTable<Interface>& arTable) {
+void sDestroyServer(ZTCIdTable<Interface>& arTable, bool aIsLeft) {
     if (arTable.numberOfElements() == 0) {
         return;
     }
@@ -74,7 +74,9 @@ void sDestroyServer(ZTCIdTable<Interface>& arTable) {
     if (lpServer == nullptr) {
         return;
     }
-    lpServer->close(0);
+    if (!aIsLeft) {
+        lpServer->close(0);
+    }
     lpServer->destroy(0);
 }
 
@@ -196,12 +198,12 @@ void ZTCScopeAgentSystem::postDestroy() {
 
 void ZTCScopeAgentSystem::destroyCommandIpc() {
     Log(ZTLL_Information, sFile, "Closing and Destroying Command Pipe...");
-    sDestroyServer<ZTCNamedPipeReaderServer>(mReaders);
+    sDestroyServer<ZTCNamedPipeReaderServer>(mReaders, hasLeftThreads());
 }
 
 void ZTCScopeAgentSystem::destroyOutputIpc() {
     Log(ZTLL_Information, sFile, "Closing and Destroying Output Pipe...");
-    sDestroyServer<ZTCNamedPipeWriterServer>(mWriters);
+    sDestroyServer<ZTCNamedPipeWriterServer>(mWriters, hasLeftThreads());
 }
 
 void ZTCScopeAgentSystem::initLibdfc() {

@@ -25,7 +25,7 @@ struct ZTSFcEvent {
 };
 using ZTFcEvents = std::vector<ZTSFcEvent>;
 
-/// One thread, but for countBoards.
+/// One thread; others ask ZTCFcBoards.
 class ZTCFcWatcher {
   public:
     using Time = std::chrono::steady_clock::time_point;

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -12,6 +13,7 @@
 #include "AnswerReader.h"
 #include "Collector.h"
 #include "Failure.h"
+#include "SensorFiles.h"
 #include "Terminal.h"
 
 namespace {
@@ -29,7 +31,9 @@ std::optional<ZTSFetched> ZTCAnswerInput::next() {
             try {
                 return readFetched(mMessage, {});
             } catch (const ZTCSensorError& lrError) {
-                if (!mLast) {
+                const auto lAt = std::lower_bound(mTold.begin(), mTold.end(), mBegin);
+                if (lAt == mTold.end() || *lAt != mBegin) {
+                    mTold.insert(lAt, mBegin);
                     mAreGood = false;
                     complain(fmt::format("{}: the message at byte {}: {}", mPath, mBegin, lrError.what()));
                 }
@@ -73,20 +77,26 @@ void ZTCAnswerInput::open() {
 ZTCAnswerInput::File ZTCAnswerInput::makeCopy() {
     const char* const lpFolder = getenv("TMPDIR");
     std::string lName = lpFolder != nullptr && *lpFolder != '\0' ? lpFolder : "/var/tmp";
+    ZTCSensorDescriptor lDescriptor(::open(lName.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, S_IRUSR | S_IWUSR));
     lName += "/vrx-scope.XXXXXX";
-    const int lDescriptor = mkostemp(lName.data(), O_CLOEXEC);
-    File lCopy(lDescriptor >= 0 ? fdopen(lDescriptor, "w+") : nullptr);
+    if (!lDescriptor.isOpen()) {  // not every file system has files without a name
+        lDescriptor = ZTCSensorDescriptor(mkostemp(lName.data(), O_CLOEXEC));
+        if (lDescriptor.isOpen()) {
+            unlink(lName.c_str());
+        }
+    }
+    File lCopy(lDescriptor.isOpen() ? fdopen(lDescriptor.get(), "w+") : nullptr);
     if (lCopy == nullptr) {
         throw ZTCScopeFailure(fmt::format("cannot make {}: {}", lName, strerror(errno)));
     }
-    unlink(lName.c_str());
+    lDescriptor.release();                     // it is the copy's
     setvbuf(lCopy.get(), nullptr, _IONBF, 0);  // a write that fails is told at once
     return lCopy;
 }
 
 // False: the end.
 bool ZTCAnswerInput::readMessage() {
-    if (mLast && mEnd == *mLast) {
+    if (mLast && mEnd >= *mLast) {
         return false;
     }
     if (mpFile == nullptr) {
@@ -94,7 +104,7 @@ bool ZTCAnswerInput::readMessage() {
     }
     mBegin = mEnd;
     const std::size_t lCome = readInto(0, ZTSSensorHeader::Size);
-    if (lCome == 0) {
+    if (lCome == 0 && !mLast) {
         return false;
     }
     if (lCome < ZTSSensorHeader::Size) {

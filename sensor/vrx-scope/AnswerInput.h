@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "Fetched.h"
 
@@ -17,7 +18,7 @@ class ZTCAnswerInput {
 
     /// The next answer that can be read; nothing at the end, or where nothing behind can be read.
     std::optional<ZTSFetched> next();
-    /// Begins anew. What somebody has added to the file meanwhile stays out.
+    /// Begins anew. What somebody has added to the file meanwhile stays out; what has gone from it is wrong.
     void rewind();
     /// Whether everything so far could be read.
     bool areGood() const { return mAreGood; }
@@ -44,5 +45,6 @@ class ZTCAnswerInput {
     std::uint64_t mBegin = 0;            ///< where it begins, counted from the first
     std::uint64_t mEnd = 0;              ///< and ends
     std::optional<std::uint64_t> mLast;  ///< set by the rewind: where the last whole one ends
+    std::vector<std::uint64_t> mTold;    ///< where those begin that were told to be wrong, in their order
     bool mAreGood = true;
 };

@@ -30,7 +30,6 @@ void ZTCPipeFile::remove() {
     if (ZTIsStillAt(mIdentity.get(), mPath.get()) && unlink(mPath.get()) != 0) {
         fail("unlink", errno);
     }
-    mIdentity.close();
 }
 
 ZTCDescriptor ZTCPipeFile::openEnd(int aAccess) const {

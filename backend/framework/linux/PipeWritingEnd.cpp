@@ -111,19 +111,15 @@ bool ZTCPipeWritingEnd::hasReader() const {
     return poll(&lPoll, 1, 0) == 0;
 }
 
-std::uint64_t ZTCPipeWritingEnd::readSoFar() const {
-    return mWritten - sUnread(*mFile, mEnd);
-}
-
-// Whether what is in the pipe begins in the middle of a message. Forgets those that have been read whole: the
-// list is never longer than what the pipe holds.
+// Whether what is in the pipe is anything but whole messages of this end. Forgets those that have been read
+// whole: the list is never longer than what the pipe holds.
 bool ZTCPipeWritingEnd::isHalfRead() {
-    const std::uint64_t lRead = readSoFar();
-    while (!mEnds.empty() && mEnds.front() <= lRead) {
+    const std::uint64_t lUnread = sUnread(*mFile, mEnd);
+    while (!mEnds.empty() && lUnread <= mWritten - mEnds.front()) {
         mFirst = mEnds.front();
         mEnds.pop_front();
     }
-    return lRead != mFirst;
+    return lUnread != mWritten - mFirst;
 }
 
 void ZTCPipeWritingEnd::settle() {
@@ -137,15 +133,21 @@ void ZTCPipeWritingEnd::settle() {
 }
 
 // Takes what is left of the message that was half read out of the pipe. One that is still being written ends
-// where it has got to.
+// where it has got to. More than this end has written and nobody read is somebody else's too, and stands
+// nobody knows where between: all of it goes.
 void ZTCPipeWritingEnd::drop() {
+    std::uint64_t lUnread = sUnread(*mFile, mEnd);
+    if (lUnread > mWritten - mFirst) {
+        mEnds.clear();
+    }
     const std::uint64_t lEnd = mEnds.empty() ? mWritten : mEnds.front();
+    const std::uint64_t lBehind = mWritten - lEnd;  // stays
     openOwnReader();
     unsigned char lBytes[64 * 1024];
     unsigned long lDropped = 0;
-    for (std::uint64_t lRead = readSoFar(); lRead < lEnd; lRead = readSoFar()) {
+    for (; lUnread > lBehind; lUnread = sUnread(*mFile, mEnd)) {
         const ssize_t lTaken =
-            read(mOwnReader.get(), lBytes, std::min<std::uint64_t>(lEnd - lRead, sizeof lBytes));
+            read(mOwnReader.get(), lBytes, std::min<std::uint64_t>(lUnread - lBehind, sizeof lBytes));
         if (lTaken <= 0) {
             break;  // somebody who came in this moment has read it
         }

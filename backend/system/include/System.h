@@ -243,6 +243,9 @@ class ZTCSystem : public ZTCSystemInterface {
     unsigned int addQueue() { return mQueues.add(); }
     unsigned int addList() { return mLists.add(); }
 
+    /// Whether threads run that nobody waits for any more: what they use must stay.
+    bool hasLeftThreads() const { return mHasLeftThreads; }
+
     ZTCPointer<ZTCProcessInstanceManager> mInstanceManager;
     ZTCPointer<ZTCVersion> mVersion;
     std::vector<ZTCCmdLineArgDesc> mArgDescs;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "SensorError.h"
 
@@ -9,9 +10,7 @@
 class ZTCSensorDescriptor {
   public:
     explicit ZTCSensorDescriptor(int aDescriptor = -1) : mDescriptor(aDescriptor) {}
-    ZTCSensorDescriptor(ZTCSensorDescriptor&& arOther) noexcept : mDescriptor(arOther.mDescriptor) {
-        arOther.mDescriptor = -1;
-    }
+    ZTCSensorDescriptor(ZTCSensorDescriptor&& arOther) noexcept : mDescriptor(arOther.release()) {}
     ZTCSensorDescriptor& operator=(ZTCSensorDescriptor&& arOther) noexcept;
     ZTCSensorDescriptor(const ZTCSensorDescriptor&) = delete;
     ZTCSensorDescriptor& operator=(const ZTCSensorDescriptor&) = delete;
@@ -19,6 +18,8 @@ class ZTCSensorDescriptor {
 
     int get() const { return mDescriptor; }
     bool isOpen() const { return mDescriptor >= 0; }
+    /// Leaves it to the caller to close.
+    int release() { return std::exchange(mDescriptor, -1); }
 
   private:
     int mDescriptor;

@@ -148,6 +148,27 @@ TEST_F(WrittenPipe, DropsWhatIsLeftOfAMessageThatWasWholeInThePipe) {
     }
 }
 
+// Bytes that somebody else has put into the pipe stand nobody knows where: all that is in it goes, once.
+TEST_F(WrittenPipe, DropsWhatSomebodyElseHasWritten) {
+    for (int lUnread = 0; lUnread < 3; ++lUnread) {
+        SCOPED_TRACE(lUnread);
+        for (int lAt = 0; lAt < lUnread; ++lAt) {
+            write("answer");
+        }
+        writeAll(openOther(O_RDWR), "foreign");
+        mPipe.settle();
+        EXPECT_EQ(unread(), 0);
+        mPipe.settle();
+        pollfd lChange{mPipe.getChangeDescriptor(), POLLIN, 0};
+        EXPECT_EQ(poll(&lChange, 1, 0), 0);
+        write("next");
+        expectNothingElseIn(openOther(O_RDONLY), "next");
+    }
+    writeAll(openOther(O_RDWR), std::string(static_cast<std::size_t>(mCapacity), 'f'));
+    write("next");
+    expectNothingElseIn(openOther(O_RDONLY), "next");
+}
+
 // Of the messages that a reader has taken nothing stays known, however long it stays; it is always one
 // behind.
 TEST_F(WrittenPipe, KeepsTheWholeMessagesBehindOneThatWasLeftHalfRead) {
@@ -194,6 +215,21 @@ TEST_F(WrittenPipe, RemovesNothingButItself) {
     }
     mPipe.create(0);
     mPipe.destroy(0);
+    EXPECT_TRUE(mDirectory.isEmpty());
+}
+
+// As a thread may that was left behind.
+TEST_F(WrittenPipe, GoesOnWhereItIsOpenWhenItIsRemoved) {
+    write("abcdef");
+    {
+        const ZTCDescriptor lReader(openOther(O_RDONLY));
+        mPipe.destroy(0);
+        EXPECT_EQ(readBytes(lReader, 2), "ab");
+    }
+    mPipe.settle();
+    EXPECT_EQ(unread(), 0);
+    write("next");
+    EXPECT_EQ(unread(), 4);
     EXPECT_TRUE(mDirectory.isEmpty());
 }
 

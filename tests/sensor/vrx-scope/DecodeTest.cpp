@@ -2,6 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "AnswerBytes.h"
+#include "AnswerInput.h"
 #include "ScopeProgram.h"
 
 namespace {
@@ -107,6 +108,55 @@ TEST(Decode, ReadsAPipeAsItReadsAFile) {
                 EXPECT_EQ(lSame.mErr, lEnd.mErr);
             }
         }
+    }
+}
+
+// What a file has lost between the two times that it is read, or has got in the place of what was read.
+TEST(Decode, TellsOfAFileThatIsNotReadTheSameAgain) {
+    const ZTCTestDirectory lDirectory;
+    const std::string lFile = lDirectory / "answers";
+    const std::string lAnswer =
+        answerOf({recordOf(1, "\x04\x20", sOne + std::string(10000, 'x'))});  // no buffer holds it
+    const std::string lBad = successOf(1);
+    const std::string lTwo = lAnswer + lBad + lAnswer;
+    const auto lAt = [&](std::size_t aByte, const char* apText) {
+        return "vrx-scope: " + lFile + ": the message at byte " + std::to_string(aByte) + apText;
+    };
+    const char* const lpCut = " is cut short\n";
+    const struct {
+        std::string mFirst;
+        std::string mAgain;
+        unsigned int mAnswers;
+        std::string mTold;
+    } lRows[] = {
+        {lTwo + lBad, lTwo + lBad + lBad, 2, ""},
+        {lTwo + lBad, lTwo, 2, lAt(lTwo.size(), lpCut)},
+        {lTwo, lAnswer, 1, lAt(lAnswer.size(), lpCut)},
+        {lAnswer + lAnswer, lAnswer, 1, lAt(lAnswer.size(), lpCut)},
+        {lAnswer, lAnswer.substr(0, 100), 0, lAt(0, lpCut)},
+        {lAnswer, "", 0, lAt(0, lpCut)},
+        {lAnswer + lTwo, lTwo + lAnswer, 3, lAt(lAnswer.size(), ": malformed")},
+    };
+    for (const auto& [lrFirst, lrAgain, lrAnswers, lrTold] : lRows) {
+        SCOPED_TRACE(std::to_string(lrFirst.size()) + ", then " + std::to_string(lrAgain.size()));
+        writeFile(lFile, lrFirst);
+        ZTCAnswerInput lInput(lFile, true);
+        const auto lRead = [&] {
+            testing::internal::CaptureStderr();
+            unsigned int lAnswers = 0;
+            while (lInput.next()) {
+                ++lAnswers;
+            }
+            return std::pair(lAnswers, testing::internal::GetCapturedStderr());
+        };
+        lRead();
+        const bool lWasGood = lInput.areGood();
+        lInput.rewind();
+        writeFile(lFile, lrAgain);
+        const auto [lAnswers, lTold] = lRead();
+        EXPECT_EQ(lAnswers, lrAnswers);
+        EXPECT_TRUE(lTold.starts_with(lrTold) && countIn(lTold, "\n") == (lrTold.empty() ? 0 : 1)) << lTold;
+        EXPECT_EQ(lInput.areGood(), lWasGood && lrTold.empty());
     }
 }
 

@@ -1,6 +1,7 @@
-// How long this system waits, and for what: every such length stands here and nowhere else, in milliseconds
-// of the clock that nobody sets (CLOCK_MONOTONIC). Times that are told, such as those of the log, are of
-// another clock and no business of this.
+// How long the agent waits, and for what: every length after which something is given up, told or done again
+// stands here and nowhere else, in milliseconds of the clock that nobody sets (CLOCK_MONOTONIC). Turns
+// between two looks at one thing stand where they are made. Times that are told, such as those of the log,
+// are of another clock and no business of this.
 //
 // A test makes a period short that it waits for; nothing in the product does. Messages tell the product's
 // length (ZTSecondsOf), in tests too.

@@ -15,8 +15,10 @@
 //   waits for room  | no          | open until a reading | it was seen to read: as where others read
 //   drops a rest    | no          | open, reads the rest | -
 //
-// Dropping takes out the rest of one message, whose end is known, and no byte behind it. If that message is
-// still being written, what is missing of it is not written either; if another one is, its writing goes on.
+// Dropping takes out the rest of one message, whose end is known, and no byte behind it, unless somebody
+// begins to read in that moment. If that message is still being written, what is missing of it is not written
+// either; if another one is, its writing goes on. Bytes that somebody else has written into the pipe are
+// dropped when nobody reads, with all that is in it.
 #pragma once
 
 #include <sys/uio.h>
@@ -40,7 +42,6 @@ class ZTCPipeWritingEnd : public ZTCPipeEnd {
     void waitUntilWritable();
     void openOwnReader();
     bool hasReader() const;
-    std::uint64_t readSoFar() const;
     bool isHalfRead();
     void drop();
 

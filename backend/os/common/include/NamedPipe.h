@@ -35,7 +35,8 @@ class ZTCNamedPipe {
     /// Makes the pipe, or takes one that is there if it is a pipe of ours (no symbolic link, our owner, one
     /// link), and gives it mode 0600. Anything else in its place is left alone and refused.
     virtual void create(unsigned int aFlags);
-    /// Removes the pipe, if it is still the one that was made or taken.
+    /// Removes the pipe, if it is still the one that was made or taken. An end that is open stays usable,
+    /// also by another thread meanwhile.
     virtual void destroy(unsigned int aFlags);
     virtual void cancel();
     virtual bool isOpen() const;
