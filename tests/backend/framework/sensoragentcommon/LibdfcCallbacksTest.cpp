@@ -1,5 +1,7 @@
 // What the vendor library's threads meet: lengths that lie, callbacks that throw, and the gate. What is
 // logged in a child shows on its standard error.
+#include <latch>
+
 #include "AgentClient.h"
 #include "LibdfcAbs.h"
 #include "LibdfcCallbacks.h"
