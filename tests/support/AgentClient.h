@@ -125,11 +125,10 @@ class ZTCTestAgent {
                  environmentOf(acrDirectory, acrEnvironment)) {}
 
     static const char* programFor(const Options& acrEnvironment) {
-        return std::any_of(
-                   acrEnvironment.begin(), acrEnvironment.end(),
-                   [](const std::string& acrEntry) { return acrEntry.starts_with("ZT_TEST_PERIODS"); })
-                   ? ZT_TEST_AGENT
-                   : ZT_VRX_SCA;
+        const auto lSets = [](const std::string& acrEntry) {
+            return acrEntry.starts_with("ZT_TEST_PERIODS");
+        };
+        return std::ranges::any_of(acrEnvironment, lSets) ? ZT_TEST_AGENT : ZT_VRX_SCA;
     }
     static Options commandOf(Options aCommand, const Options& acrMore, const char* apProgram = ZT_VRX_SCA) {
         aCommand.insert(aCommand.begin(), apProgram);

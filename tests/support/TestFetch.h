@@ -19,8 +19,7 @@ struct ZTSTestRecord {
     unsigned int mOccurrences = 0;
     std::uint64_t mFirst = 0;  ///< nanoseconds since 1970
     std::uint64_t mLast = 0;
-    unsigned int mCategory = 0;
-    unsigned int mSubcategory = 0;
+    unsigned int mCategory = 0, mSubcategory = 0;
     std::string mNames;  ///< node and port name, or nothing
     std::string mData;
     std::string mDigits{};  ///< of all its bytes, the two times as "TT"
@@ -104,8 +103,6 @@ class ZTCTestFetch {
 
     std::string mMasked;
     std::size_t mAt = 0;
-    unsigned int mCount = 0;
-    unsigned int mSize = 0;
-    unsigned int mOccurrences = 0;
+    unsigned int mCount = 0, mSize = 0, mOccurrences = 0;
     std::vector<ZTSTestList> mLists;
 };

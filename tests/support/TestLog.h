@@ -13,10 +13,7 @@
 inline constexpr char ZTTestLogFile[] = "LogTest";
 
 struct ZTSTestLine {
-    std::string mTime;
-    std::string mProcess;
-    std::string mThread;
-    std::string mText;
+    std::string mTime, mProcess, mThread, mText;
 };
 
 /// The lines of a log, each of which has to be whole.

@@ -239,8 +239,7 @@ class ZTCTestChild {
 /// How a child ended.
 struct ZTSTestEnd {
     int mStatus;
-    std::string mOut;
-    std::string mErr;
+    std::string mOut, mErr;
 };
 
 template <class Child = ZTCTestChild, class... Start>

@@ -24,8 +24,7 @@ void sNap() {
 
 void* sWaitForExit(void* apBlock) {
     auto* const lpComponent = static_cast<ZTCThreadComponent**>(apBlock)[0];
-    auto* const lpInterface = static_cast<ZTCSystemInterface**>(apBlock)[1];
-    auto* const lpSystem = static_cast<ZTCSystem*>(lpInterface);
+    auto* const lpSystem = static_cast<ZTCSystem*>(static_cast<ZTCSystemInterface**>(apBlock)[1]);
     while (!lpComponent->isSetForExit()) {
         Log(ZTLL_Notice, sFile, "Waiting");
         flushLog();
@@ -33,7 +32,6 @@ void* sWaitForExit(void* apBlock) {
         while (sHangs("thread")) {
             sNap();
         }
-        Log(ZTLL_Information, sFile, "Woken");
     }
     return nullptr;
 }
@@ -98,8 +96,7 @@ int main(int argc, char** argv) {
     setLogFilePath("zt-test.log");
     Log(ZTLL_Notice, sFile, "Starting");
     try {
-        auto* const lpSystem = new ZTCTestSystem;
-        setSystemObject(lpSystem);
+        setSystemObject(new ZTCTestSystem);
         SystemMain(argc, argv);
     } catch (const ZTCException& lrException) {
         Log(ZTLL_Notice, sFile, "Ending: %s", lrException.what());

@@ -39,47 +39,39 @@ class CommandLineTest : public ::testing::Test {
 TEST_F(CommandLineTest, AnswersHelpVersionAndBadOptionsAndLeavesNothingBehind) {
     const std::string lNumbers = "is not a number from 0 to 255";
     const std::string lSeconds = "is not a number of seconds from 1 to 86400";
-    const struct {
-        ZTCTestChild::Arguments mArguments;
-        int mStatus;
-        std::string mOut;
-        std::string mErr;  // behind the program's name
-    } lRows[] = {
-        {{"-h"}, 0, helpWith("63", sConfFile, "240"), ""},
-        {{"-d", "5", "-h"}, 0, helpWith("5", sConfFile, "240"), ""},
-        {{"-d0", "-b", "86400", "-c", "/a/b", "-h"}, 0, helpWith("0", "/a/b", "86400"), ""},
-        {{"-d", "5", "-d", "255", "-h"}, 0, helpWith("255", sConfFile, "240"), ""},
-        {{"-Sh", "-x"}, 0, helpWith("63", sConfFile, "240"), ""},
-        {{"-v"}, 0, "vrx-sca v2.3.0.5", ""},
-        {{"-D", "false", "-S", "-v"}, 0, "vrx-sca v2.3.0.5", ""},
-        {{"-x"}, 1, "", "unknown option -x (-h lists the options)"},
-        {{"-d"}, 1, "", "option -d needs a value: a number from 0 to 255"},
-        {{"-D"}, 1, "", "option -D needs a value: true or false"},
-        {{"-l"}, 1, "", "option -l needs a value: a file name"},
-        {{"-c"}, 1, "", "option -c needs a value: a file name"},
-        {{"-d", "256"}, 1, "", "option -d: '256' " + lNumbers},
-        {{"-d", "-1"}, 1, "", "option -d: '-1' " + lNumbers},
-        {{"-d", "0x10"}, 1, "", "option -d: '0x10' " + lNumbers},
-        {{"-d", ""}, 1, "", "option -d: '' " + lNumbers},
-        {{"-d", "4294967301"}, 1, "", "option -d: '4294967301' " + lNumbers},
-        {{"-b", "0"}, 1, "", "option -b: '0' " + lSeconds},
-        {{"-b", "86401"}, 1, "", "option -b: '86401' " + lSeconds},
-        {{"-b", "5s"}, 1, "", "option -b: '5s' " + lSeconds},
-        {{"-D", "TRUE"}, 1, "", "option -D: 'TRUE' is not true or false"},
-        {{"-l", ""}, 1, "", "option -l: '' is not a file name"},
+    // What goes to standard output, and to standard error behind the program's name.
+    const std::tuple<ZTCTestChild::Arguments, std::string, std::string> lRows[] = {
+        {{"-h"}, helpWith("63", sConfFile, "240"), ""},
+        {{"-d", "5", "-h"}, helpWith("5", sConfFile, "240"), ""},
+        {{"-d0", "-b", "86400", "-c", "/a/b", "-h"}, helpWith("0", "/a/b", "86400"), ""},
+        {{"-d", "5", "-d", "255", "-h"}, helpWith("255", sConfFile, "240"), ""},
+        {{"-Sh", "-x"}, helpWith("63", sConfFile, "240"), ""},
+        {{"-v"}, "vrx-sca v2.3.0.5", ""},
+        {{"-x"}, "", "unknown option -x (-h lists the options)"},
+        {{"-d"}, "", "option -d needs a value: a number from 0 to 255"},
+        {{"-D"}, "", "option -D needs a value: true or false"},
+        {{"-l"}, "", "option -l needs a value: a file name"},
+        {{"-d", "256"}, "", "option -d: '256' " + lNumbers},
+        {{"-d", "0x10"}, "", "option -d: '0x10' " + lNumbers},
+        {{"-d", ""}, "", "option -d: '' " + lNumbers},
+        {{"-d", "4294967301"}, "", "option -d: '4294967301' " + lNumbers},
+        {{"-b", "0"}, "", "option -b: '0' " + lSeconds},
+        {{"-b", "86401"}, "", "option -b: '86401' " + lSeconds},
+        {{"-b", "5s"}, "", "option -b: '5s' " + lSeconds},
+        {{"-D", "TRUE"}, "", "option -D: 'TRUE' is not true or false"},
+        {{"-l", ""}, "", "option -l: '' is not a file name"},
         {{"-l", "/" + std::string(5000, 'a')},
-         1,
          "",
          "option -l: '/" + std::string(199, 'a') + "' is not a file name"},
-        {{"start"}, 1, "", "unexpected argument 'start' (-h lists the options)"},
-        {{"--", "-h"}, 1, "", "unexpected argument '-h' (-h lists the options)"},
+        {{"start"}, "", "unexpected argument 'start' (-h lists the options)"},
+        {{"--", "-h"}, "", "unexpected argument '-h' (-h lists the options)"},
     };
-    for (const auto& lrRow : lRows) {
-        const ZTSTestEnd lEnd = run(lrRow.mArguments);
-        SCOPED_TRACE(::testing::PrintToString(lrRow.mArguments));
-        EXPECT_EQ(lEnd.mStatus, lrRow.mStatus);
-        EXPECT_EQ(lEnd.mOut, lrRow.mOut);
-        EXPECT_EQ(lEnd.mErr, lrRow.mErr.empty() ? "" : "vrx-sca: " + lrRow.mErr + "\n");
+    for (const auto& [lrArguments, lrOut, lrErr] : lRows) {
+        const ZTSTestEnd lEnd = run(lrArguments);
+        SCOPED_TRACE(::testing::PrintToString(lrArguments));
+        EXPECT_EQ(lEnd.mStatus, lrErr.empty() ? 0 : 1);
+        EXPECT_EQ(lEnd.mOut, lrOut);
+        EXPECT_EQ(lEnd.mErr, lrErr.empty() ? "" : "vrx-sca: " + lrErr + "\n");
         EXPECT_TRUE(mDirectory.isEmpty());
     }
 }

@@ -9,11 +9,6 @@ namespace {
 constexpr char sEndOfThread[] = "-H- ScopeAgentCommandHandler";
 constexpr char sErrorText[] = "Exiting ScopeAgentCommandHandler thread with error : ";
 
-struct RoundTrip {
-    const char* mpRequest;
-    const char* mpResponse;
-};
-
 // Two targets: the node name, the port name, the address.
 #define TARGET_A "20000025b501000a 21000025b501000a 00010203"
 #define TARGET_B "20000025b501000b 21000025b501000b 00ffffff"
@@ -27,7 +22,8 @@ struct RoundTrip {
     "32303a30303a30303a32353a62353a30303a30303a3031 2e" \
     "31303a30303a30303a32353a62353a30303a30303a3031 00000000"
 
-constexpr RoundTrip sRoundTrips[] = {
+// Request and response.
+constexpr const char* sRoundTrips[][2] = {
     // GetScopeData, before anything is registered.
     {"56525831 00000002 00000001 01", "56525831 00000002 0000003c" NO_RECORDS},
     {"56525831 80000002 00000003 01 ffff", "56525831 80000002 0000003c" NO_RECORDS},
@@ -56,8 +52,8 @@ TEST(Commands, AreAnsweredByteForByte) {
     const ZTCTestDirectory lDirectory;
     ZTCTestAgent lAgent(lDirectory);
     const ZTCTestSensor lSensor(lDirectory);
-    for (const RoundTrip& lrTrip : sRoundTrips) {
-        EXPECT_EQ(lSensor.ask(bytesOf(lrTrip.mpRequest)), bytesOf(lrTrip.mpResponse)) << lrTrip.mpRequest;
+    for (const auto& [lpRequest, lpResponse] : sRoundTrips) {
+        EXPECT_EQ(lSensor.ask(bytesOf(lpRequest)), bytesOf(lpResponse)) << lpRequest;
     }
     // The longest that is taken.
     EXPECT_EQ(lSensor.ask(messageOf(12, "\x02" + std::string(65535, 'x'))), successOf(12));

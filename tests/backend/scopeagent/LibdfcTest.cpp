@@ -12,9 +12,7 @@ constexpr const char* sFunctions[] = {"init",          "number_of_adapters", "zt
                                       "dfc_reg_event", "dfc_unreg_event",    "close"};
 
 struct Refusal {
-    std::string mLibrary;  // ZT_LIBDFC
-    std::string mWords;    // ZT_BAD
-    std::string mReason;
+    std::string mLibrary, mWords, mReason;  // ZT_LIBDFC, ZT_BAD
 };
 
 // A provider that could be used, made so that it may not be.
@@ -25,28 +23,6 @@ std::string makeLibrary(const ZTCTestDirectory& acrDirectory, const std::string&
     std::filesystem::copy_file(ZT_PROVIDER_BAD, lPath);
     permissions(lPath, static_cast<std::filesystem::perms>(aMode));
     return lPath;
-}
-
-void expectRefusal(const Refusal& acrRefusal, const std::string& acrSearched) {
-    SCOPED_TRACE(acrRefusal.mLibrary + " " + acrRefusal.mWords);
-    const ZTCTestDirectory lDirectory;
-    ZTCTestAgent lAgent(lDirectory, {},
-                        {"ZT_LIBDFC=" + acrRefusal.mLibrary, "ZT_BAD=close-told " + acrRefusal.mWords,
-                         "LD_LIBRARY_PATH=" + acrSearched});
-    lAgent.expectEnd(sNoLibdfc);
-    const std::string lName = acrRefusal.mLibrary.empty() ? "libdfc.so" : acrRefusal.mLibrary;
-    for (const std::string& lrText : {lAgent.getErr(), lAgent.getLog()}) {
-        const std::size_t lAt = lrText.find(" -E- ");
-        const std::string lRecord = lrText.substr(std::min(lAt, lrText.size()), lrText.find('\n', lAt) - lAt);
-        EXPECT_TRUE(contains(lRecord, "The vendor library " + lName + " is not used: ")) << lrText;
-        EXPECT_TRUE(contains(lRecord, acrRefusal.mReason)) << lrText;
-        EXPECT_EQ(countIn(lrText, " -E- "), 2U) << lrText;
-        EXPECT_LT(lAt, lrText.find(" -E- SystemMain"));
-        EXPECT_FALSE(contains(lrText, "closed\n"));
-    }
-    const std::string lLog = lAgent.getLog();
-    EXPECT_LT(lLog.find(" -E- "), lLog.find(sNoLibdfc));
-    EXPECT_LT(lLog.find(sNoLibdfc), lLog.find(" -E- SystemMain"));
 }
 
 TEST(Libdfc, EndsWithOneReasonWhenItCannotBeUsed) {
@@ -86,8 +62,27 @@ TEST(Libdfc, EndsWithOneReasonWhenItCannotBeUsed) {
             EXPECT_EQ(chown((lCode / lPath.substr(0, lPath.find('/'))).c_str(), 12345, 0), 0);
         }
     }
-    for (const Refusal& lrRefusal : lRefusals) {
-        expectRefusal(lrRefusal, lCode / "open");
+    for (const auto& [lrLibrary, lrWords, lrReason] : lRefusals) {
+        SCOPED_TRACE(lrLibrary + " " + lrWords);
+        const ZTCTestDirectory lDirectory;
+        ZTCTestAgent lAgent(
+            lDirectory, {},
+            {"ZT_LIBDFC=" + lrLibrary, "ZT_BAD=close-told " + lrWords, "LD_LIBRARY_PATH=" + lCode / "open"});
+        lAgent.expectEnd(sNoLibdfc);
+        const std::string lName = lrLibrary.empty() ? "libdfc.so" : lrLibrary;
+        for (const std::string& lrText : {lAgent.getErr(), lAgent.getLog()}) {
+            const std::size_t lAt = lrText.find(" -E- ");
+            const std::string lRecord =
+                lrText.substr(std::min(lAt, lrText.size()), lrText.find('\n', lAt) - lAt);
+            EXPECT_TRUE(contains(lRecord, "The vendor library " + lName + " is not used: ")) << lrText;
+            EXPECT_TRUE(contains(lRecord, lrReason)) << lrText;
+            EXPECT_EQ(countIn(lrText, " -E- "), 2U) << lrText;
+            EXPECT_LT(lAt, lrText.find(" -E- SystemMain"));
+            EXPECT_FALSE(contains(lrText, "closed\n"));
+        }
+        const std::string lLog = lAgent.getLog();
+        EXPECT_LT(lLog.find(" -E- "), lLog.find(sNoLibdfc));
+        EXPECT_LT(lLog.find(sNoLibdfc), lLog.find(" -E- SystemMain"));
     }
 }
 

@@ -11,24 +11,9 @@ namespace {
 
 const unsigned int sKills = ZTTestRounds(ZTIsSanitized ? 40U : 100U, 1000U);
 
-void endBy(const char* apWay, const ZTCTestAgent& acrAgent, const ZTCTestDirectory& acrDirectory,
-           const ZTCTestSensor& acrSensor) {
-    const std::string lWay(apWay);
-    if (lWay == "-s") {
-        const ZTSTestEnd lEnd =
-            runChild(ZTCTestAgent::commandOf({"-s"}, {}), ZTCTestAgent::environmentOf(acrDirectory));
-        EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mErr;
-        EXPECT_FALSE(acrAgent.isAlive());
-    } else if (lWay == "ShutDown") {
-        EXPECT_EQ(acrSensor.ask(messageOf(9, "\x04")), successOf(9));
-    } else {
-        acrAgent.sendSignal(lWay == "SIGTERM" ? SIGTERM : SIGINT);
-    }
-}
-
 TEST(Lifecycle, WhatItMakesIsItsOwnAndGoneAtTheEnd) {
-    for (const char* const lpWay : {"SIGTERM", "SIGINT", "ShutDown", "-s"}) {
-        SCOPED_TRACE(lpWay);
+    for (const std::string lWay : {"SIGTERM", "SIGINT", "ShutDown", "-s"}) {
+        SCOPED_TRACE(lWay);
         const ZTCTestDirectory lDirectory;
         ZTCTestAgent lAgent(lDirectory);
         const ZTCTestSensor lSensor(lDirectory);
@@ -42,7 +27,16 @@ TEST(Lifecycle, WhatItMakesIsItsOwnAndGoneAtTheEnd) {
             EXPECT_EQ(lstat((lDirectory / lpPipe).c_str(), &lStatus), 0);
             EXPECT_EQ(lStatus.st_mode, S_IFIFO | 0600U) << lpPipe;
         }
-        endBy(lpWay, lAgent, lDirectory, lSensor);
+        if (lWay == "-s") {
+            const ZTSTestEnd lEnd =
+                runChild(ZTCTestAgent::commandOf({"-s"}, {}), ZTCTestAgent::environmentOf(lDirectory));
+            EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mErr;
+            EXPECT_FALSE(lAgent.isAlive());
+        } else if (lWay == "ShutDown") {
+            EXPECT_EQ(lSensor.ask(messageOf(9, "\x04")), successOf(9));
+        } else {
+            lAgent.sendSignal(lWay == "SIGTERM" ? SIGTERM : SIGINT);
+        }
         lAgent.expectEnd("ScopeAgent System exiting", ZTTestSoon);
     }
 }

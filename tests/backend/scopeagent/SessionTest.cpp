@@ -50,8 +50,7 @@ std::string registrationsOf(const ZTSTestStand& acrStand, std::vector<unsigned l
 TEST(Session, AStartRegistersAsFarAsTheLibraryLetsItAndAStopEndsThat) {
     const struct {
         const char* mpRule;
-        std::size_t mEnd;
-        std::size_t mMissing;
+        std::size_t mEnd, mMissing;
         const char* mpFailure;
     } lRows[] = {
         {"status=0", 40, sNone, nullptr},
@@ -210,10 +209,6 @@ TEST(Session, EndsUnderAStorm) {
     }
 }
 
-std::uint64_t callbacksInside(const ZTSTestStand& acrStand) {
-    return ZTCAgentStatistics(acrStand.mDirectory.getPath()).read().get("callbacks_inside").value_or(0);
-}
-
 TEST(Session, EndsWhateverTheLibraryDoes) {
     for (const char* const lpFault : {"callbacks-during-close", "callbacks-after-close for=500ms",
                                       "slow-close for=300ms", "stuck-callback"}) {
@@ -225,7 +220,9 @@ TEST(Session, EndsWhateverTheLibraryDoes) {
                 {std::string("ZT_TEST_PERIODS=StatisticsTurn=20") + (lIsStuck ? ",CallbacksLeave=50" : "")});
             lStand.start();
             lStand.mSim.play(std::string("fault ") + lpFault);
-            EXPECT_TRUE(!lIsStuck || waitUntil([&] { return callbacksInside(lStand) == 1; }));
+            EXPECT_TRUE(!lIsStuck || waitUntil([&] {
+                return ZTCAgentStatistics(lStand.mDirectory.getPath()).read().get("callbacks_inside") == 1U;
+            }));
             expectEndOf(lStand, lBySignal);
             EXPECT_EQ(contains(lStand.mAgent.getLog(), "1 callbacks of the vendor library do not return"),
                       lIsStuck);

@@ -233,9 +233,7 @@ TEST(Statistics, ThePageHasTheRowsAndTheKindsHaveOneName) {
     const auto lGeneral = [](const std::string& acrName, bool aIsOne) {
         return aIsOne ? acrName : std::regex_replace(acrName, std::regex("\"\\w+\""), "\"...\"");
     };
-    std::set<std::string> lRows;
-    std::set<std::string> lKinds;
-    std::set<std::string> lFunctions;
+    std::set<std::string> lRows, lKinds, lFunctions;
     for (const ZTSStatistic& lrRow : ZTCAgentStatistics(lDirectory.getPath()).read().mRows) {
         lRows.insert("`" + lGeneral(lrRow.mName, lrRow.mName.find("reason") != std::string::npos) + "`");
         for (const auto& [lpGroup, lpNames] :
@@ -245,8 +243,7 @@ TEST(Statistics, ThePageHasTheRowsAndTheKindsHaveOneName) {
                 : void();
         }
     }
-    std::set<std::string> lPage;
-    std::set<std::string> lPageFunctions;
+    std::set<std::string> lPage, lPageFunctions;
     for (const ZTTestTexts& lrCells : rowsOf("docs/statistics.md", "row | what it is")) {
         lPage.insert(lrCells[0]);
         for (const ZTTestTexts& lrName :
@@ -256,11 +253,10 @@ TEST(Statistics, ThePageHasTheRowsAndTheKindsHaveOneName) {
     }
     EXPECT_EQ(lRows, lPage);
     EXPECT_EQ(lFunctions, lPageFunctions);
-    std::set<std::string> lProtocol;
+    std::set<std::string> lProtocol, lClient;
     for (const ZTTestTexts& lrCells : rowsOf("docs/protocol.md", "category | subcategory | kind")) {
         lProtocol.insert(lrCells[2]);
     }
-    std::set<std::string> lClient;
     for (const ZTSEventKindName& lrKind : listEventKinds()) {
         lClient.insert(std::string("`") + lrKind.mpName + "`");
         const ZTSScopeEventFacts* const lpFacts =

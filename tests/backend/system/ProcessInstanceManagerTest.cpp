@@ -49,13 +49,6 @@ class ProcessInstanceManagerTest : public ::testing::Test {
     const ZTCTestChild::Arguments mEnvironment{"ZT_VRX_SENSOR_DIR=" + mDirectory.getPath()};
 };
 
-// Another user where there can be one.
-void sBecomeNobody() {
-    if (geteuid() == 0) {
-        ASSERT_TRUE(setgid(65534) == 0 && setuid(65534) == 0);
-    }
-}
-
 bool sLock(int aFile, int aCommand, short aType, off_t aLength) {
     struct flock lLock {};
     lLock.l_type = aType;
@@ -117,7 +110,9 @@ TEST_F(ProcessInstanceManagerTest, ALockOfAnotherKindIsNoInstance) {
         writeFile(mPidFile, "");
         chmod(mPidFile.c_str(), lrLock.mMode);
         ZTCTestChild lBystander([&] {
-            lrLock.mMode != 0600 ? sBecomeNobody() : void();
+            if (lrLock.mMode != 0600 && geteuid() == 0) {  // another user where there can be one
+                ASSERT_TRUE(setgid(65534) == 0 && setuid(65534) == 0);
+            }
             const ZTCDescriptor lFile(open(mPidFile.c_str(), lrLock.mMode == 0644 ? O_RDONLY : O_RDWR));
             ASSERT_TRUE(lrLock.mTake(lFile.get()));
             eventfd_write(lIsLocked.get(), 1);

@@ -23,11 +23,7 @@ unsigned int valueOf(const ZTCSystem::Queueable& acrElement) {
 // Blocks until it is cancelled.
 class BlockedReader : public ZTCReader {
   public:
-    void read(void* /*apBytes*/, unsigned int /*aLength*/) override {
-        mIsInside = true;
-        mIsCancelled.wait(false);
-        throw ZTCShutDownEx("Cancelled", 1);
-    }
+    void read(void* /*apBytes*/, unsigned int /*aLength*/) override {}
     bool waitForActivity(const ZTCActivityWait& /*acrWait*/) override {
         mIsInside = true;
         mIsCancelled.wait(false);
@@ -50,12 +46,10 @@ class TestSystem : public ZTCSystem {
         addList();
     }
     using ZTCSystem::mReaders;
-    using ZTCSystem::mThreadComponents;
 
-    ZTCThreadComponent& add(ZTCThreadComponent::Procedure aProcedure, const char* apName) {
+    void add(ZTCThreadComponent::Procedure aProcedure, const char* apName) {
         mThreadComponents.append(ZTCPointer<ZTCThreadComponent>(
             new ZTCThreadComponent(aProcedure, ZTCString(apName), this), ZTPST_Individual, ZTPMT_New));
-        return *mThreadComponents[mThreadComponents.numberOfElements() - 1];
     }
 
     // Called by the procedures below when they run.
@@ -63,19 +57,11 @@ class TestSystem : public ZTCSystem {
     std::atomic<unsigned int> mEnds{0};
 };
 
-ZTCThreadComponent* componentOf(void* apBlock) {
-    return static_cast<ZTCThreadComponent**>(apBlock)[0];
-}
-
-TestSystem& systemOf(void* apBlock) {
-    return static_cast<TestSystem&>(*static_cast<ZTCSystemInterface**>(apBlock)[1]);
-}
-
 // What a thread may be blocked in, each until makeThreadsToExit.
 void* untilExit(void* apBlock, void (*apWait)(TestSystem&)) {
-    TestSystem& lrSystem = systemOf(apBlock);
+    auto& lrSystem = static_cast<TestSystem&>(*static_cast<ZTCSystemInterface**>(apBlock)[1]);
     ++lrSystem.mRuns;
-    while (!componentOf(apBlock)->isSetForExit()) {
+    while (!static_cast<ZTCThreadComponent**>(apBlock)[0]->isSetForExit()) {
         apWait(lrSystem);
     }
     ++lrSystem.mEnds;

@@ -62,12 +62,11 @@ inline std::string fcMessage(unsigned int aHost, unsigned int aNumber, unsigned 
                              const std::string& acrData = std::string(4, '\0')) {
     const std::size_t lData = acrData.size();
     std::string lBytes = std::string(52, '\0') + acrData + std::string(NLMSG_ALIGN(lData) - lData, '\0');
-    const struct {
-        std::size_t mAt, mSize, mValue;
-    } lFields[] = {{0, 4, 52 + lData},  {4, 2, 0x11},   {16, 2, 0x0101}, {18, 2, 0xa1b2},  {20, 2, 0x0100},
-                   {22, 2, 36 + lData}, {40, 2, aHost}, {42, 2, lData},  {44, 4, aNumber}, {48, 4, aCode}};
-    for (const auto& lrField : lFields) {
-        fcPut(lBytes, lrField.mAt, lrField.mValue, lrField.mSize);
+    const std::size_t lFields[][3] = {
+        {0, 4, 52 + lData},  {4, 2, 0x11},   {16, 2, 0x0101}, {18, 2, 0xa1b2},  {20, 2, 0x0100},
+        {22, 2, 36 + lData}, {40, 2, aHost}, {42, 2, lData},  {44, 4, aNumber}, {48, 4, aCode}};
+    for (const auto& [lAt, lSize, lValue] : lFields) {
+        fcPut(lBytes, lAt, lValue, lSize);
     }
     return lBytes;
 }

@@ -9,21 +9,17 @@ ZTSFcHost hostOf(std::uint64_t aPort, std::uint64_t aIdentity = 1, const std::st
     return {aIdentity, acrState, {}, aPort != 0 ? std::optional(aPort) : std::nullopt, {}, {}, {}};
 }
 
-std::string nameOf(const ZTSFcEvent& acrEvent) {
-    constexpr const char* sKinds[] = {"link ", "rscn ", "arrival ", "error "};
-    return sKinds[acrEvent.mKind] + std::to_string(acrEvent.mBoard) +
-           (acrEvent.mPage != 0 ? " " + std::to_string(acrEvent.mPage) : "");
-}
-
 // A watcher with its hosts, of which most have to do with host 3, and a clock.
 struct ZTSFcTestWatch {
     explicit ZTSFcTestWatch(const ZTFcHosts& acrHosts = {{3, hostOf(1)}})
         : mHosts(acrHosts), mWatcher(acrHosts, std::chrono::seconds(2)) {}
 
     std::string takeEvents() {
+        constexpr const char* lKinds[] = {"link ", "rscn ", "arrival ", "error "};
         std::string lText;
         for (const ZTSFcEvent& lrEvent : std::exchange(mEvents, {})) {
-            lText += (lText.empty() ? "" : ", ") + nameOf(lrEvent);
+            lText += (lText.empty() ? "" : ", ") + (lKinds[lrEvent.mKind] + std::to_string(lrEvent.mBoard)) +
+                     (lrEvent.mPage != 0 ? " " + std::to_string(lrEvent.mPage) : "");
         }
         return lText;
     }
@@ -66,15 +62,14 @@ TEST(FcWatcher, Announcements) {
 }
 
 TEST(FcWatcher, StatesAnnouncedAndNot) {
-    const struct {
-        int mAt;
-        const char *mpState, *mpEvents;  // the state "+" is an announcement, "!" a loss
-    } sSteps[] = {{0, "", ""},           {3, "Linkdown", "link 0"},   {4, "Linkdown", ""},
-                  {5, "+", "link 0"},    {6, "Offline", ""},          {7, "Online", "link 0"},
-                  {10, "+", "link 0"},   {11, "+", "link 0"},         {2011, "Offline", ""},
-                  {3000, "+", "link 0"}, {5001, "Online", "link 0"},  {6000, "+", "link 0"},
-                  {6001, "!", ""},       {6002, "Offline", "link 0"}, {9000, "!", ""},
-                  {9001, "+", "link 0"}, {9002, "Online", "link 0"},  {9003, "Offline", "link 0"}};
+    // The state "+" is an announcement, "!" a loss.
+    const std::tuple<int, const char*, const char*> sSteps[] = {
+        {0, "", ""},           {3, "Linkdown", "link 0"},   {4, "Linkdown", ""},
+        {5, "+", "link 0"},    {6, "Offline", ""},          {7, "Online", "link 0"},
+        {10, "+", "link 0"},   {11, "+", "link 0"},         {2011, "Offline", ""},
+        {3000, "+", "link 0"}, {5001, "Online", "link 0"},  {6000, "+", "link 0"},
+        {6001, "!", ""},       {6002, "Offline", "link 0"}, {9000, "!", ""},
+        {9001, "+", "link 0"}, {9002, "Online", "link 0"},  {9003, "Offline", "link 0"}};
     ZTSFcTestWatch lWatch;
     for (const auto& [lAt, lpState, lpEvents] : sSteps) {
         lWatch.mNow = ZTCFcWatcher::Time() + std::chrono::milliseconds(lAt);

@@ -62,10 +62,7 @@ constexpr ZTSSimEventId sPlogi{0, 1, 1};
 
 TEST(SimLibrary, EventsAreDeliveredAsTheyAreDocumented) {
     const std::string lOfPort0 = " context0 10000025b5010000 ";
-    const struct {
-        const char* mpLine;
-        std::string mExpected;
-    } lRows[] = {
+    const std::pair<const char*, std::string> lRows[] = {
         {"plogi to=0x0102030405060708",
          "1/1" + lOfPort0 + "20 " + word(1) + "500601603b2000010102030405060708"},
         {"fabric-busy", "2/1" + lOfPort0 + "0 null"},
@@ -82,9 +79,9 @@ TEST(SimLibrary, EventsAreDeliveredAsTheyAreDocumented) {
     };
     const Library lLibrary;
     lLibrary.addAll();
-    for (const auto& lrRow : lRows) {
-        lLibrary.play(lrRow.mpLine);
-        EXPECT_EQ(takeCalls(), lrRow.mExpected) << lrRow.mpLine;
+    for (const auto& [lpLine, lrExpected] : lRows) {
+        lLibrary.play(lpLine);
+        EXPECT_EQ(takeCalls(), lrExpected) << lpLine;
     }
     const size_t lCount = std::size(lRows);
     EXPECT_TRUE(contains(lLibrary.ask("report"),

@@ -17,10 +17,8 @@ using Json = nlohmann::ordered_json;
 
 // Each sort of field as it can be; what a library delivers is in the round trip of every kind.
 const struct {
-    std::uint8_t mCategory;
-    std::uint8_t mSubcategory;
-    const char* mpBlock;
-    const char* mpText;
+    std::uint8_t mCategory, mSubcategory;
+    const char *mpBlock, *mpText;
 } sRows[] = {
     {2, 4, NAME "28000000 04030201 00020000 ffffffff",
      NAME_TEXT R"x("operation_code":40,"operation_name":"READ(10)",)x"

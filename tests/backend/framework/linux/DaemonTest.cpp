@@ -33,8 +33,7 @@ TEST_F(DaemonTest, TellsWhyItDoesNotStart) {
     }
     writeFile(mDirectory / "file", "");
     const struct {
-        const char* mpDirectory;
-        const char* mpTold;
+        const char *mpDirectory, *mpTold;
     } lRows[] = {
         {"open", "/open is refused: others may write in it"},
         {"group", "/group is refused: others may write in it"},

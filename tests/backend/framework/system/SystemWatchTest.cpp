@@ -34,8 +34,7 @@ TEST_F(SystemWatch, LeavesWhatHangsAndTellsWhatItWas) {
     const struct {
         std::string mHangs;
         bool mIsInside;  // a thread in foreign code
-        std::string mPeriods;
-        std::string mTold;
+        std::string mPeriods, mTold;
     } lRows[] = {{"thread", false, "ThreadsEnd=50", "Thread waiter does not end: ending without it\n"},
                  {"thread", true, "ThreadsEnd=50", lLibrary},
                  {"start", true, "StartTold=1,ThreadsEnd=50", lLibrary},
