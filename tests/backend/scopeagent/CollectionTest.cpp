@@ -75,27 +75,15 @@ class Balance {
     std::string mLog;
 };
 
-// Takes the spare chunks away, and gives them back in the end.
-class Drain {
-  public:
-    explicit Drain(ZTCScopeAgentCollection& arCollection) : mrCollection(arCollection) {
-        for (ZTCScopeAgentRecordLists& lrTaken : mTaken) {
-            ZTTestLink(0).deliver();
-            lrTaken = mrCollection.detach(2);
-        }
+// All spare chunks, taken away for good.
+std::vector<ZTCScopeAgentRecordLists> drain(ZTCScopeAgentCollection& arCollection) {
+    std::vector<ZTCScopeAgentRecordLists> lTaken(2 * sLimit / ZTCScopeAgentChunks::Room + 20);
+    for (ZTCScopeAgentRecordLists& lrTaken : lTaken) {
+        ZTTestLink(0).deliver();
+        lrTaken = arCollection.detach(2);
     }
-    ~Drain() {
-        for (ZTCScopeAgentRecordLists& lrTaken : mTaken) {
-            mrCollection.release(lrTaken);
-        }
-    }
-    Drain(const Drain&) = delete;
-    Drain& operator=(const Drain&) = delete;
-
-  private:
-    ZTCScopeAgentCollection& mrCollection;
-    std::array<ZTCScopeAgentRecordLists, 2 * sLimit / ZTCScopeAgentChunks::Room + 20> mTaken;
-};
+    return lTaken;
+}
 
 // Delivers records of 39 and of 43 bytes, until the first chunk has just so much room. None is repeated by an
 // event of the category.
@@ -120,7 +108,7 @@ unsigned int failIn(ZTCTestCollection& arCollection, const ZTSTestEvent& acrEven
     Balance lBalance(arCollection);
     // What is fetched when the events before are followed by what this does.
     const auto lFetch = [&](const auto& acrDo) {
-        const Drain lDrain(arCollection.getSystem().getCollection());
+        const auto lTaken = drain(arCollection.getSystem().getCollection());
         fillChunk(lBalance, aRoom, acrEvent.mCategory);
         for (unsigned int lAt = 0; lAt < aBefore; ++lAt) {
             lBalance.deliver(acrEvent);

@@ -190,20 +190,19 @@ TEST(Commands, AMessageThatStopsEndsTheAgentAfterAWhile) {
 
 // However slowly: a byte at a time, in all for longer than a pause may be.
 TEST(Commands, AMessageThatGoesOnIsServed) {
-    const std::string lPause = ZTIsSanitized ? "4000" : "1000";
+    const int lPause = ZTIsSanitized ? 4000 : 1000;
     const ZTCTestDirectory lDirectory;
-    ZTCTestAgent lAgent(lDirectory, {}, {"ZT_TEST_PERIODS=MessagePause=" + lPause});
+    ZTCTestAgent lAgent(lDirectory, {}, {"ZT_TEST_PERIODS=MessagePause=" + std::to_string(lPause)});
     const ZTCTestSensor lSensor(lDirectory);
     const std::string lMessage = messageOf(2, '\2' + std::string(65535, 'x'));
-    const double lEnd = secondsOf(CLOCK_MONOTONIC) + 1.05 * std::stod(lPause) / 1000;
+    const double lEnd = secondsOf(CLOCK_MONOTONIC) + 1.05 * lPause / 1000;
     std::size_t lAt = 0;
     signal(SIGPIPE, SIG_IGN);
-    while (secondsOf(CLOCK_MONOTONIC) < lEnd && lAt < lMessage.size() - 1 && !HasFailure()) {
+    while (secondsOf(CLOCK_MONOTONIC) < lEnd && !HasFailure()) {
         lSensor.sendAndSeeRead(lMessage.substr(lAt++, 1));
-        EXPECT_FALSE(lSensor.hasResponseWithin(0));
+        EXPECT_FALSE(lSensor.hasResponseWithin(lPause / 20));
     }
     EXPECT_EQ(lSensor.ask(lMessage.substr(lAt)), successOf(2));
-    EXPECT_GE(secondsOf(CLOCK_MONOTONIC), lEnd);
     lAgent.stop();
 }
 

@@ -185,15 +185,13 @@ TEST(FcWatcher, TellsEachChangeOnceWhenMemoryRunsOut) {
     bool lHasFailed = true;
     for (unsigned int lFailing = 1; lHasFailed; ++lFailing) {
         ZTSFcTestWatch lWatch(lBefore);
-        alignas(FailingAllocator) unsigned char lRoom[sizeof(FailingAllocator)];
-        auto* const lpAllocator =
-            new (lRoom) FailingAllocator(lFailing);  // its end would give back what is kept
+        FailingAllocator lAllocator(lFailing);
         try {
             lWatch.mWatcher.look(lAfter, {}, lWatch.mEvents);
         } catch (const std::bad_alloc&) {
         }
-        lpAllocator->stop();
-        lHasFailed = lpAllocator->hasFailed();
+        lAllocator.stop();
+        lHasFailed = lAllocator.hasFailed();
         lWatch.mWatcher.look(lAfter, {}, lWatch.mEvents);
         EXPECT_EQ(lWatch.takeEvents(), lExpected) << lFailing;
     }

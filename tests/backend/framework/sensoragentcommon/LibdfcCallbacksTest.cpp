@@ -168,20 +168,17 @@ TEST(LibdfcCallbacks, AreCountedByTheHundredAndInsideOneAnother) {
     LibdfcGate().open();
     for (unsigned int lRound = 0; lRound < 3; ++lRound) {
         std::latch lAreInside(lThreads);
-        std::latch lMayGo(1);
-        std::vector<std::jthread> lAll;
-        for (unsigned int lThread = 0; lThread < lThreads; ++lThread) {
-            lAll.emplace_back([&] {
-                const ZTCCallbackGate::Passage lOuter(LibdfcGate());
-                { const ZTCCallbackGate::Passage lInner(LibdfcGate()); }
-                lAreInside.count_down();
-                lMayGo.wait();
-            });
-        }
-        lAreInside.wait();
-        EXPECT_EQ(LibdfcGate().countInside(), lThreads);
-        lMayGo.count_down();
-        lAll.clear();
+        std::latch lAreCounted(1);
+        inThreads(lThreads, [&](unsigned int aThread) {
+            const ZTCCallbackGate::Passage lOuter(LibdfcGate());
+            { const ZTCCallbackGate::Passage lInner(LibdfcGate()); }
+            lAreInside.arrive_and_wait();
+            if (aThread == 0) {
+                EXPECT_EQ(LibdfcGate().countInside(), lThreads);
+                lAreCounted.count_down();
+            }
+            lAreCounted.wait();
+        });
         EXPECT_EQ(LibdfcGate().countInside(), 0U);
     }
     LibdfcGate().shut();
