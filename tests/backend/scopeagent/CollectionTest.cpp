@@ -378,7 +378,6 @@ TEST(Collection, BeginsAnewWithNothingHeldBack) {
     inCollection(2, [](ZTCTestCollection& arCollection) {
         ZTCScopeAgentSystem& lrSystem = arCollection.getSystem();
         const unsigned char lBlock[4]{1};
-        const ZTCScopeData lLink({8, 2}, lBlock, sizeof lBlock);
         const std::pair<std::function<void()>, std::size_t> lRows[] = {
             // what is done between an event and its repeat, the records that there are then
             {[] {}, 1},
@@ -386,7 +385,7 @@ TEST(Collection, BeginsAnewWithNothingHeldBack) {
             {[&] { lrSystem.resetRecordLists(); }, 1},
         };
         for (const auto& [lDo, lRecords] : lRows) {
-            lrSystem.setPrevScopeData(0, lLink);
+            lrSystem.setPrevScopeData(0, ZTCScopeData({8, 2}, lBlock, sizeof lBlock));
             lDo();
             ZTTestLink(0).deliver();
             EXPECT_EQ(arCollection.fetch().of(0).size(), lRecords);
