@@ -407,6 +407,7 @@ TEST(Collection, GoesOnWhenTheLibraryTellsOfFewerAdaptersOrMore) {
         EXPECT_EQ(lFewer.getCount(), 1U);
         EXPECT_EQ(lFewer.getLists().size(), 1U);
         EXPECT_EQ(lFewer.getOccurrences(), 1U);
+        EXPECT_EQ(ZTGetStatistic(ZTS_FetchedEvents), 1U);
         ZTCTestCollection::setBoards(3);
         arCollection.fetch();
         const std::string lLog = arCollection.takeLog();

@@ -187,7 +187,9 @@ TEST(Statistics, ADiskThatStandsStillOrIsFullStopsNothing) {
             EXPECT_EQ(occurrencesIn(lStand.fetch()), 1000U);
         }
         if (lWhen == Full) {
-            EXPECT_TRUE(contains(lStand.mAgent.getLog(), "The statistics are in no file: fallocate"));
+            EXPECT_TRUE(waitUntil([&] {
+                return contains(lStand.mAgent.getLog(), "The statistics are in no file: fallocate");
+            }));
             lDisk.makeRoom();
             EXPECT_TRUE(waitUntil(lIsShown));
             EXPECT_EQ(figureIn(lStand.mDirectory.getPath(), "events_total{kind=\"plogi\"}"), 20000U);

@@ -87,6 +87,7 @@ TEST(EncodableStreamTest, WritesAndReadsEveryValueAsItIsOnTheWireAndRefusesEvery
                 EXPECT_LE(lStream.getOffset(), lLength);
             } else {
                 lrValue.mpCopy(lIn, lCopy);
+                EXPECT_THROW(lIn.take(1), ZTCInvalidEx) << "behind the end";
                 EXPECT_EQ(bytesOf(lCopy), lrValue.mBytes);
                 EXPECT_EQ(lStream.getOffset(), lLength);
             }
