@@ -11,7 +11,14 @@ HBA_wwn toFcName(std::uint64_t aName) {
 
 void ZTCFcBoards::update(const ZTCFcWatcher& acrWatcher) {
     const ZTCFcGuard lGuard(mLock);
+    auto lHosts = mHosts;
+    for (std::uint32_t lBoard = 0; lBoard < acrWatcher.countBoards(); ++lBoard) {
+        if (acrWatcher.isThere(lBoard)) {
+            lHosts[acrWatcher.getHost(lBoard)] = {lBoard, acrWatcher.getIdentity(lBoard)};
+        }
+    }
     mNames.resize(acrWatcher.countBoards());
+    mHosts.swap(lHosts);
     for (std::uint32_t lBoard = 0; lBoard < mNames.size(); ++lBoard) {
         mNames[lBoard] = {toFcName(acrWatcher.getNode(lBoard)), toFcName(acrWatcher.getPort(lBoard))};
     }
@@ -30,4 +37,10 @@ bool ZTCFcBoards::getNames(std::uint32_t aBoard, HBA_wwn& arNode, HBA_wwn& arPor
     arNode = mNames[aBoard].mNode;
     arPort = mNames[aBoard].mPort;
     return true;
+}
+
+std::optional<ZTSFcPlace> ZTCFcBoards::findHost(std::uint32_t aHost) const {
+    const ZTCFcGuard lGuard(mLock);
+    const auto lHost = mHosts.find(aHost);
+    return lHost != mHosts.end() ? std::optional(lHost->second) : std::nullopt;
 }

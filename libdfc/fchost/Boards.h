@@ -1,6 +1,8 @@
 // The boards and their names, as the agent asks for them.
 #pragma once
 
+#include <map>
+#include <optional>
 #include <vector>
 
 #include "Lock.h"
@@ -9,6 +11,12 @@
 
 /// A name as the interface has it: the number's highest byte first.
 HBA_wwn toFcName(std::uint64_t aName);
+
+/// Where a host stands.
+struct ZTSFcPlace {
+    std::uint32_t mBoard;
+    std::uint64_t mIdentity;  ///< another one: made anew since, under the same number
+};
 
 /// Any thread. Its lock is never held while a callback is made.
 class ZTCFcBoards {
@@ -19,6 +27,9 @@ class ZTCFcBoards {
     std::uint32_t count() const;
     /// False: there is no such board.
     bool getNames(std::uint32_t aBoard, HBA_wwn& arNode, HBA_wwn& arPort) const;
+    /// Of hostN; of one that has gone, as long as no other has come under its number. Nothing: no look has
+    /// found a Fibre Channel host of that number.
+    std::optional<ZTSFcPlace> findHost(std::uint32_t aHost) const;
 
   private:
     struct Names {
@@ -27,4 +38,5 @@ class ZTCFcBoards {
     };
     mutable ZTCFcLock mLock;
     std::vector<Names> mNames ZT_FC_GUARDED_BY(mLock);
+    std::map<std::uint32_t, ZTSFcPlace> mHosts ZT_FC_GUARDED_BY(mLock);
 };

@@ -61,6 +61,10 @@ class ZTCFcWatcher {
     /// The last known names of a board's port, each 0 if it has never been known.
     std::uint64_t getNode(std::uint32_t aBoard) const { return mBoards[aBoard].mNode; }
     std::uint64_t getPort(std::uint32_t aBoard) const { return mBoards[aBoard].mPort; }
+    /// Its host, which was there at the last look or not; and which of that number it is.
+    std::uint32_t getHost(std::uint32_t aBoard) const { return mBoards[aBoard].mHost; }
+    bool isThere(std::uint32_t aBoard) const { return mBoards[aBoard].mIsThere; }
+    std::uint64_t getIdentity(std::uint32_t aBoard) const { return mBoards[aBoard].mLast.mIdentity; }
 
   private:
     struct Board {
