@@ -24,10 +24,10 @@ constexpr unsigned int sUeventGroup = 1;
 constexpr std::size_t sMaxMessage = 64 * 1024;
 constexpr unsigned int sAtOnce = 1000;  // messages of a socket between two looks, however many there are
 
-ZTFcHosts sReadFirst(const std::string& acrRoot) {
-    auto lHosts = readFcHosts(acrRoot);
+ZTFcHosts sReadFirst(ZTCFcSysfs& arSysfs, const ZTSFcSettings& acrSettings) {
+    auto lHosts = arSysfs.look();
     if (!lHosts) {
-        throw ZTCFcError("the Fibre Channel hosts below " + acrRoot + " cannot be read");
+        throw ZTCFcError("the Fibre Channel hosts below " + acrSettings.mSysfs + " cannot be read");
     }
     return std::move(*lHosts);
 }
@@ -75,7 +75,8 @@ ZTCFcSession::ZTCFcSession(const ZTSFcSettings& acrSettings)
       mTransport(acrSettings.mProtocol, sTransportGroup, acrSettings.mSender),
       mUevents(NETLINK_KOBJECT_UEVENT, sUeventGroup, 0),
       mReport(acrSettings),
-      mWatcher(sReadFirst(acrSettings.mSysfs), 2 * acrSettings.mPeriod),
+      mSysfs(acrSettings.mSysfs),
+      mWatcher(sReadFirst(mSysfs, acrSettings), 2 * acrSettings.mPeriod),
       mSchedule(acrSettings.mPeriod) {
     mBoards.update(mWatcher);
     if (!mTransport.isOpen()) {
@@ -166,7 +167,7 @@ void ZTCFcSession::listen() {
 void ZTCFcSession::announce(const ZTSFcMessage& acrMessage) {
     if (!mWatcher.isKnown(acrMessage.mHost) && mSchedule.takeLookBetween()) {
         const auto lRead = Clock::now();
-        compare(readFcHosts(mSettings.mSysfs), lRead);
+        compare(mSysfs.look(), lRead);
     }
     mWatcher.announce(acrMessage, Clock::now(), mEvents);
     deliver();
@@ -176,7 +177,7 @@ void ZTCFcSession::announce(const ZTSFcMessage& acrMessage) {
 // told twice. One look is put off for that, but not the next.
 void ZTCFcSession::look() {
     const auto lRead = Clock::now();
-    const auto lHosts = readFcHosts(mSettings.mSysfs);
+    const auto lHosts = mSysfs.look();
     pollfd lTold{mTransport.get(), POLLIN, 0};
     if (poll(&lTold, 1, 0) > 0 && mSchedule.putOff()) {
         return;

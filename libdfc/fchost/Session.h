@@ -56,6 +56,7 @@ class ZTCFcSession {
     ZTCFcSocket mTransport;  // open before the first look: what changes behind it is announced
     ZTCFcSocket mUevents;
     ZTCFcReport mReport;
+    ZTCFcSysfs mSysfs;
     ZTCFcWatcher mWatcher;
     ZTFcEvents mEvents;  // that are still to be handed on
     ZTCFcSchedule mSchedule;
