@@ -1,6 +1,7 @@
 // What the library counts: in rows that never move, in a file that is its own.
 #include "FcStatistics.h"
 #include "StatisticsBytes.h"
+#include "TestPages.h"
 #include "TestSupport.h"
 
 namespace {
@@ -66,6 +67,38 @@ TEST(FcStatistics, RowsAreMadeAsTheyAreCounted) {
         EXPECT_EQ(lBytes.substr(32, 32), std::string(32, '\0'));
         EXPECT_TRUE(lDirectory.isEmpty());
     }
+}
+
+TEST(FcStatistics, TheDocumentHasEveryRow) {
+    const ZTCTestDirectory lDirectory("/dev/shm");
+    ZTCFcStatistics lStatistics(lDirectory.getPath());
+    for (unsigned char lRow = 0; lRow < ZTFL_Count; ++lRow) {
+        lStatistics.countFor(static_cast<ZTEFcLunFigure>(lRow), 3, 1, 0);
+    }
+    for (unsigned char lRow = 0; lRow < ZTFP_Count; ++lRow) {
+        const bool lHasPort = lRow != ZTFP_Congestion && lRow != ZTFP_Other;
+        lStatistics.countFor(static_cast<ZTEFcFpinFigure>(lRow), 3, lHasPort ? 1 : 0, 0);
+    }
+    std::set<std::string> lRows, lKinds, lPage, lPageKinds;
+    for (const auto& [lrName, lValue] : rowsIn(lDirectory.getPath())) {
+        for (const ZTTestTexts& lrKind : matchesIn(lrName, "kind=\"(\\w+)\"")) {
+            lKinds.insert(lrKind[0]);
+        }
+        const std::regex lLabel("(kind|host|port|lun|event|tag|reason)=\"\\w+\"");
+        lRows.insert(
+            "`" +
+            (contains(lrName, "lost_total") ? lrName : std::regex_replace(lrName, lLabel, "$1=\"...\"")) +
+            "`");
+    }
+    for (const ZTTestTexts& lrCells : rowsOf("docs/statistics.md", "row of the library | what it is")) {
+        lPage.insert(lrCells[0]);
+        for (const ZTTestTexts& lrKind :
+             matchesIn(contains(lrCells[0], "told") ? lrCells[1] : "", "`(\\w+)`")) {
+            lPageKinds.insert(lrKind[0]);
+        }
+    }
+    EXPECT_EQ(lRows, lPage);
+    EXPECT_EQ(lKinds, lPageKinds);
 }
 
 // One who reads meanwhile finds each row named. What finds no row is in the totals all the same.
