@@ -159,6 +159,8 @@ inside() {
     packages -i /packages/libdfc-fchost_*.deb
     check_unit 1.7 "$examples/fchost.conf"
     check_unit 2.1 "$examples"/fchost{,-perf}.conf
+    grep -v CAP_SYS_ADMIN "$examples/fchost-perf.conf" >/run/fchost-perfmon.conf
+    check_unit 1.8 "$examples/fchost.conf" /run/fchost-perfmon.conf
     [[ $(depends vrx-sca) != *libbpf* ]] || die 'vrx-sca depends on libbpf'
     packages -r vrx-sca
     packages -P libdfc-fchost vrx-sca
