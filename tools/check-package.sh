@@ -53,6 +53,7 @@ start_agent() {
     local log=/var/log/vrx-sca/vrx-sca.log
     install -d -m 0700 /run/vrx-sca
     install -d -m 0750 /var/log/vrx-sca
+    rm -f "$log"
     # Once the log has this line, the pipes are there.
     ZT_LIBDFC=/usr/lib/vrx-sca/$1 vrx-sca -D false -l "$log" 2>/dev/null &
     agent=$!
@@ -102,7 +103,7 @@ upgrade_in_order() {
     packages -P vrx-sca libdfc-fchost
 }
 
-# With an agent that runs with the file which changes the package, and without one in both orders.
+# One after the other with an agent that runs with the file which changes the package; at once, in both orders.
 check_upgrade() {
     local library=/usr/lib/vrx-sca/libdfc-fchost.so
     mkdir -p /run/systemd/system /run/bin /run/sys/class/fc_{host/host3,remote_ports}
@@ -111,7 +112,7 @@ check_upgrade() {
 case $1 in show) cat /run/vrx-sca/vrx-sca.pid ;; *) echo "$@" >>/run/systemctl.log ;; esac
 END
     chmod +x /run/bin/systemctl
-    echo 0x2000000000000003 | tee /run/sys/class/fc_host/host3/{node,port}_name >/run/dpkg.log
+    echo 0x2000000000000003 | tee /run/sys/class/fc_host/host3/{node,port}_name >/dev/null
     make_predecessor
 
     packages -i /run/old.deb
@@ -161,6 +162,7 @@ inside() {
     check_unit 2.1 "$examples"/fchost{,-perf}.conf
     grep -v CAP_SYS_ADMIN "$examples/fchost-perf.conf" >/run/fchost-perfmon.conf
     check_unit 1.8 "$examples/fchost.conf" /run/fchost-perfmon.conf
+    says libbpf depends libdfc-fchost
     [[ $(depends vrx-sca) != *libbpf* ]] || die 'vrx-sca depends on libbpf'
     packages -r vrx-sca
     packages -P libdfc-fchost vrx-sca
