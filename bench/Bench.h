@@ -98,5 +98,6 @@ void process();
 void logCaller();
 void logRate();
 void pointer();
+void look();
 
 }  // namespace ztbench

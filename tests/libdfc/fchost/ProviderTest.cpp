@@ -202,9 +202,9 @@ TEST(FcProvider, IsIdleBetweenLooks) {
         const auto lOthers = pathsIn("/proc/self/task");
         ASSERT_EQ(lStand.mpTable->init(), 0);
         const auto lStart = std::chrono::steady_clock::now();
-        const ZTCDescriptor lOpens(inotify_init1(IN_CLOEXEC));
-        inotify_add_watch(lOpens.get(), lStand.mTree.pathOf("fc_host/host3/port_state").c_str(), IN_OPEN);
-        EXPECT_EQ(readBytes(lOpens, sLooks * sizeof(inotify_event)).size(), sLooks * sizeof(inotify_event));
+        const ZTCDescriptor lReads(inotify_init1(IN_CLOEXEC));
+        inotify_add_watch(lReads.get(), lStand.mTree.pathOf("fc_host/host3/port_state").c_str(), IN_ACCESS);
+        EXPECT_EQ(readBytes(lReads, sLooks * sizeof(inotify_event)).size(), sLooks * sizeof(inotify_event));
         EXPECT_GT(std::chrono::steady_clock::now() - lStart, std::chrono::milliseconds(20) * (sLooks - 1));
         const std::string lLabel = "\nvoluntary_ctxt_switches:";
         for (const std::string& lrThread : pathsIn("/proc/self/task")) {
