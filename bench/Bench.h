@@ -99,5 +99,6 @@ void logCaller();
 void logRate();
 void pointer();
 void scsi();
+void look();
 
 }  // namespace ztbench

@@ -25,6 +25,7 @@ constexpr GroupRow sGroups[] = {
     {"log rate", ztbench::logRate},
     {"pointer", ztbench::pointer},
     {"scsi", ztbench::scsi},
+    {"look", ztbench::look},
 };
 
 }  // namespace

@@ -49,8 +49,36 @@ TEST(ScopeStatistics, ShowsWhatTheAgentCounts) {
     EXPECT_EQ(lFigures["values"]["held_bytes"], 11265);
     EXPECT_EQ(lFigures["rates"], nullptr);
     EXPECT_EQ(lFigures["pid"], getpid());
+    EXPECT_EQ(lFigures["library"], nullptr);
     std::filesystem::remove(lDirectory / ZTTestStatistics);
     EXPECT_TRUE(contains(askScope(lrDirectory, {"status"}), "data       unknown\n"));
+}
+
+// With rows that come while it is looked at. Of a library that another process had, nothing is shown.
+TEST(ScopeStatistics, ShowsWhatTheLibraryCounts) {
+    ZTSScopeStand lStand;
+    const std::string lName = lStand.mDirectory / "libdfc-fchost.stats";
+    EXPECT_TRUE(waitUntil([&] { return namesIn(lStand.mDirectory).count(ZTTestStatistics) == 1; }));
+    for (const pid_t lProcess : {getpid(), lStand.mAgent.getProcess()}) {
+        writeFile(lName,
+                  ZTTestStatisticsOf({{"way{name=\"bpf\"}", 1}}, static_cast<unsigned long>(lProcess)));
+        EXPECT_EQ(contains(askScope(lStand.mrDirectory, {"stats"}),
+                           "\nlibdfc-fchost\n  name             value\n  way{name=\"bpf\"}      1\n"),
+                  lProcess != getpid());
+    }
+    ZTCScopeRun lRun(lStand.mrDirectory, {"stats", "--every", "0.05", "--json"});
+    const auto lHas = [&](const char* apText) {
+        return waitUntil([&] { return contains(lRun.getOut(), apText); });
+    };
+    EXPECT_TRUE(lHas(R"("library":{)"));
+    const ZTCDescriptor lFile(open(lName.c_str(), O_WRONLY | O_CLOEXEC));
+    const std::string lGrown = ZTTestStatisticsOf({{"timeouts{host=\"3\"}", 20}}).substr(64);
+    EXPECT_EQ(pwrite(lFile.get(), lGrown.data(), lGrown.size(), 128), 64);
+    EXPECT_EQ(pwrite(lFile.get(), "\2", 1, 8), 1);
+    EXPECT_TRUE(lHas(
+        R"("values":{"way{name=\"bpf\"}":1,"timeouts{host=\"3\"}":20},"rates":{"timeouts{host=\"3\"}":)"));
+    lRun.interrupt();
+    EXPECT_EQ(lRun.waitForEnd(), 0);
 }
 
 TEST(ScopeStatistics, ShowsHowFastTheFiguresGrow) {
