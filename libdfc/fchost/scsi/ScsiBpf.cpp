@@ -38,8 +38,8 @@ void sListenToComplaints() {
 [[noreturn]] void sFail(const char* apWhat, int aErrno) {
     std::string_view lComplaint(tComplaint);
     lComplaint = lComplaint.substr(0, lComplaint.find('\n'));
-    if (constexpr std::string_view sPrefix = "libbpf: "; lComplaint.starts_with(sPrefix)) {
-        lComplaint.remove_prefix(sPrefix.size());
+    if (constexpr std::string_view lPrefix = "libbpf: "; lComplaint.starts_with(lPrefix)) {
+        lComplaint.remove_prefix(lPrefix.size());
     }
     std::string lReason = std::string(apWhat) + ": " + strerror(aErrno);
     if (!lComplaint.empty()) {

@@ -34,12 +34,13 @@ TEST(ScsiSense, BothFormatsAndWhatIsCutShort) {
         lClaims[7] = lBehind;
         EXPECT_EQ(read(lClaims), lRead) << +lBehind;
     }
-    for (const unsigned char lFormat : {0x72, 0x73, 0xf2}) {
-        EXPECT_EQ(read({lFormat, 0x15, 36, 1}), "5/36/1");
-        EXPECT_EQ(read({lFormat, 0x15, 36}), "-");
+    for (const unsigned int lFormat : {0x72U, 0x73U, 0xf2U}) {
+        EXPECT_EQ(read({static_cast<unsigned char>(lFormat), 0x15, 36, 1}), "5/36/1");
+        EXPECT_EQ(read({static_cast<unsigned char>(lFormat), 0x15, 36}), "-");
     }
-    for (const unsigned char lFormat : {0, 0x6f, 0x74, 0x7f, 0xff}) {
-        EXPECT_EQ(read({lFormat, 5, 36, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}), "-") << +lFormat;
+    for (const unsigned int lFormat : {0U, 0x6fU, 0x74U, 0x7fU, 0xffU}) {
+        EXPECT_EQ(read({static_cast<unsigned char>(lFormat), 5, 36, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}), "-")
+            << +lFormat;
     }
 }
 
