@@ -8,6 +8,7 @@
 
 #include <climits>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -39,7 +40,8 @@ class Tree {
             for (const char* const lpCounter : ZTFcCounters) {
                 write(lHostFolder + lpCounter, "0x5");
             }
-            const std::string lPortFolder = add("fc_remote_ports", lPort, lDevice + "/" + lPort);
+            const std::string lPortFolder =
+                add("fc_remote_ports", lPort, fmt::format("{}/{}", lDevice, lPort));
             write(lPortFolder + "port_id", "0x010203");
             write(lPortFolder + "port_state", "Online");
         }
@@ -56,8 +58,9 @@ class Tree {
     std::string add(const std::string& acrClass, const std::string& acrName, const std::string& acrDevice) {
         const std::string lFolder = acrDevice + "/" + acrClass + "/" + acrName;
         std::filesystem::create_directories(mPath + "/" + lFolder + "/statistics");
-        std::filesystem::create_directories(mPath + "/class/" + acrClass);
-        std::filesystem::create_symlink("../../" + lFolder, mPath + "/class/" + acrClass + "/" + acrName);
+        const std::string lClass = fmt::format("{}/class/{}/", mPath, acrClass);
+        std::filesystem::create_directories(lClass);
+        std::filesystem::create_symlink("../../" + lFolder, lClass + acrName);
         return mPath + "/" + lFolder + "/";
     }
     void write(const std::string& acrPath, const std::string& acrText) {
@@ -122,26 +125,34 @@ void sAllowDescriptors() {
     }
 }
 
-// A load of looks. Says what one a second takes of a core.
+double sProcessorTime() {
+    timespec lTime{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &lTime);
+    return static_cast<double>(lTime.tv_sec) + static_cast<double>(lTime.tv_nsec) / 1e9;
+}
+
+// A load of looks. Says what the processor has had to do, whoever else had it meanwhile.
 ZTSBenchLoad sLooks(const char* apName, const Tree& acrTree, const std::function<void()>& acrLook) {
-    const auto lpTime = std::make_shared<std::pair<std::uint64_t, std::uint64_t>>();
+    const auto lpSum = std::make_shared<std::pair<double, unsigned int>>();
+    const unsigned int lHosts = acrTree.countHosts();
     return {.mName = apName,
             .mMake =
                 [=] {
                     return [=](unsigned int) {
-                        const std::uint64_t lBefore = ztbench::ticks();
+                        const double lBefore = sProcessorTime();
                         acrLook();
-                        lpTime->first += ztbench::ticks() - lBefore;
-                        ++lpTime->second;
+                        lpSum->first += sProcessorTime() - lBefore;
+                        ++lpSum->second;
                     };
                 },
-            .mCalls = acrTree.countHosts() < 100 ? 200U : 2U,
-            .mEach = acrTree.countHosts(),
+            .mCalls = lHosts < 100 ? 200U : 2U,
+            .mEach = lHosts,
             .mMore =
                 [=] {
-                    const double lLook = static_cast<double>(lpTime->first) * ztbench::tickLength() /
-                                         static_cast<double>(lpTime->second);
-                    return fmt::format("{:.2f} % of a core at a period of 1 s", lLook / 1e7);
+                    const double lLook = lpSum->first / lpSum->second;
+                    return fmt::format(
+                        "{:.1f} us of the processor, {:.2f} % of it for {} hosts at a period of 1 s",
+                        lLook * 1e6 / lHosts, lLook * 100, lHosts);
                 }};
 }
 

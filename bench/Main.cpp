@@ -24,6 +24,7 @@ constexpr GroupRow sGroups[] = {
     {"log caller", ztbench::logCaller},
     {"log rate", ztbench::logRate},
     {"pointer", ztbench::pointer},
+    {"scsi", ztbench::scsi},
     {"look", ztbench::look},
 };
 

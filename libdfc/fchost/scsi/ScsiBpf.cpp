@@ -38,8 +38,8 @@ void sListenToComplaints() {
 [[noreturn]] void sFail(const char* apWhat, int aErrno) {
     std::string_view lComplaint(tComplaint);
     lComplaint = lComplaint.substr(0, lComplaint.find('\n'));
-    if (constexpr std::string_view sPrefix = "libbpf: "; lComplaint.starts_with(sPrefix)) {
-        lComplaint.remove_prefix(sPrefix.size());
+    if (constexpr std::string_view lPrefix = "libbpf: "; lComplaint.starts_with(lPrefix)) {
+        lComplaint.remove_prefix(lPrefix.size());
     }
     std::string lReason = std::string(apWhat) + ": " + strerror(aErrno);
     if (!lComplaint.empty()) {
@@ -137,7 +137,7 @@ void ZTCScsiBpf::attach(Way aWay, const Setup& acrSetup) {
         {lIsTyped ? lrPrograms.ZTScsiDone : lrPrograms.ZTScsiDoneRaw, &lrLinks.ZTScsiDone, acrSetup.mpDone},
         {lIsTyped ? lrPrograms.ZTScsiLate : lrPrograms.ZTScsiLateRaw, &lrLinks.ZTScsiLate, acrSetup.mpLate}};
     for (const auto& lrRow : lRows) {
-        bpf_program__set_autoload(lrRow.mpProgram, true);
+        bpf_program__set_autoload(lrRow.mpProgram, !lIsTyped || lrRow.mpTracepoint != nullptr);
         if (lIsTyped && lrRow.mpTracepoint != nullptr) {
             bpf_program__set_attach_target(lrRow.mpProgram, 0, lrRow.mpTracepoint);
         }
