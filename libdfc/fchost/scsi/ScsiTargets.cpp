@@ -30,7 +30,8 @@ class Attributes {
     std::optional<std::uint64_t> readPort() {
         const std::string_view lText = mFolder.read(0, mBytes);
         const auto lPort = lText.starts_with("0x") ? toFcNumber(lText.substr(2), 16) : std::nullopt;
-        return lPort == 0 || lPort == UINT64_MAX ? std::nullopt : lPort;
+        const bool lIsName = lPort && *lPort != 0 && *lPort != UINT64_MAX;
+        return lIsName ? lPort : std::nullopt;
     }
     std::optional<std::uint32_t> readTarget() { return sToNumber(mFolder.read(1, mBytes)); }
 

@@ -185,7 +185,10 @@ TEST(ScsiTeller, HostsThatNoLookHasFound) {
 TEST(ScsiTeller, NothingIsLostSilentlyForWantOfMemory) {
     bool lHasFailed = true;
     for (unsigned int lFailing = 1; lHasFailed; ++lFailing) {
-        ZTSTellerStand lStand(2);
+        static unsigned int sCalls;  // by a callback that needs no memory
+        sCalls = 0;
+        ZTSTellerStand lStand(2, [](std::uint32_t, HBA_wwn, std::uint32_t, std::uint32_t, void*,
+                                    const ZT_event*) { ++sCalls; });
         lStand.mTree.addHost(9);
         lHasFailed = false;
         for (const std::uint32_t lHost : {3U, 9U}) {
@@ -198,6 +201,7 @@ TEST(ScsiTeller, NothingIsLostSilentlyForWantOfMemory) {
         }
         lStand.mTeller.settle(lStand.mNow, true);
         const auto lFigures = lStand.getFigures();
+        EXPECT_EQ(sCalls, lFigures[ZTFF_ToldQueueFull]);
         EXPECT_EQ(std::accumulate(lFigures.begin(), lFigures.begin() + ZTFF_NetlinkLost, 0UL), 10U)
             << lFailing;
     }

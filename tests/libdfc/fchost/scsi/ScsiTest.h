@@ -27,7 +27,7 @@ constexpr std::uint64_t ZTTestPort = 0x50060160bb20110c;
 
 /// Hosts 3 and 7, of which each kind is registered for, and target 3:0:1.
 struct ZTSScsiTestStand {
-    explicit ZTSScsiTestStand(std::uint32_t aRate = 10000) {
+    explicit ZTSScsiTestStand(std::uint32_t aRate = 10000, ZT_generic_callback apCallback = onTestEvent) {
         mSettings.mSysfs = mTree.getPath();
         mSettings.mLog = mTree.getPath() + "/log";
         mSettings.mPeriod = std::chrono::milliseconds(20);
@@ -41,7 +41,7 @@ struct ZTSScsiTestStand {
             for (const std::uint32_t lBoard : {0U, 1U, 2U}) {
                 mRegistrations.add({.mBoard = lBoard,
                                     .mId = lrId,
-                                    .mpGeneric = onTestEvent,
+                                    .mpGeneric = apCallback,
                                     .mpContext = const_cast<char*>("board")});
             }
         }

@@ -49,7 +49,10 @@ class ScriptedSource : public ZTCScsiSource {
         const std::lock_guard<std::mutex> lLock(mrScript.mMutex);
         arFailures.swap(mrScript.mRepeats);
     }
-    std::uint64_t takeLost() override { return std::exchange(mrScript.mLost, 0); }
+    std::uint64_t takeLost() override {
+        const std::lock_guard<std::mutex> lLock(mrScript.mMutex);
+        return std::exchange(mrScript.mLost, 0);
+    }
     void lookForProcessors() override { ++mrScript.mProcessors; }
     std::string describe() const override { return "a script"; }
 
