@@ -3,12 +3,14 @@
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
 #include <linux/capability.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <string_view>
 
 #include "Rights.h"
@@ -66,6 +68,12 @@ std::string sDescribe(bool aIsTyped, const ZTCSmallBtf& acrBtf) {
            (acrBtf.getMissing().empty() ? "" : "; this kernel does not tell of " + acrBtf.getMissing());
 }
 
+bool sIsConfidential() {
+    std::string lModes;
+    std::getline(std::ifstream("/sys/kernel/security/lockdown"), lModes);
+    return lModes.find("[confidentiality]") != std::string::npos;
+}
+
 // How often the kernel did not run a program because it was running on that processor already.
 std::uint64_t sCountMisses(int aProgram) {
     bpf_prog_info lInfo{};
@@ -77,6 +85,12 @@ std::uint64_t sCountMisses(int aProgram) {
 }  // namespace
 
 std::unique_ptr<ZTCScsiSource> openScsiBpf() {
+    if (access("/sys/bus/scsi", F_OK) != 0) {  // costs less than to look through the kernel's description
+        throw ZTCScsiNotAvailable("the kernel has no SCSI, or its module is not loaded");
+    }
+    if (sIsConfidential()) {
+        throw ZTCScsiNotAvailable("the kernel's lockdown keeps its memory from BPF programs");
+    }
     const ZTCSmallBtf lBtf("/sys/kernel/btf/vmlinux", "/sys/kernel/btf/scsi_mod");
     // The library asks the kernel once what it can do, and remembers: not without the rights.
     const bool lIsAdmin = hasFcRight(CAP_SYS_ADMIN);

@@ -204,9 +204,11 @@ TEST_F(ScsiBpf, LosesNothingWhenTheCountsAreTakenMeanwhile) {
     std::atomic<unsigned int> lRunning{2};
     std::vector<std::thread> lThreads;
     for (unsigned int lAt = lRunning; lAt > 0; --lAt) {
-        lThreads.emplace_back([&] {
+        lThreads.emplace_back([&, lAt] {
             for (unsigned int lLeft = lEach; lLeft > 0; --lLeft) {
-                mPage->put(sDevice + mLayout["scsi_device.lun"], std::uint64_t{lLeft % 7});
+                if (lAt == 1) {  // one of them changes it for both
+                    mPage->put(sDevice + fakeLayout()["scsi_device.lun"], std::uint64_t{lLeft % 7});
+                }
                 end(lBpf);
             }
             --lRunning;
