@@ -4,6 +4,7 @@
 #include "AgentStatistics.h"
 #include "FcTest.h"
 #include "ProviderCalls.h"
+#include "TestDisk.h"
 
 namespace {
 
@@ -267,6 +268,27 @@ TEST(FcProvider, TheFiguresOfAnAgentsLibrary) {
             EXPECT_FALSE(std::filesystem::exists(lDirectory.getPath() + ZTWireLibraryStatistics));
         }
     });
+}
+
+TEST(FcProvider, ADiskThatStandsStillHoldsUpNoEnd) {
+    if (ZTIsSanitized) {
+        GTEST_SKIP() << "the sanitizers are in the place of what is preloaded";
+    }
+    for (const bool lIsFromTheStart : {true, false}) {
+        ZTSFcTestStand lStand;
+        const ZTCTestDisk lDisk("libdfc-fchost.stats");
+        const ZTCTestDirectory lDirectory;
+        lIsFromTheStart ? lDisk.stand() : void();
+        std::ranges::copy(lDisk.getEnvironment(), std::back_inserter(lStand.mEnvironment));
+        ZTCTestAgent lAgent(lDirectory, {}, lStand.mEnvironment);
+        const ZTCTestSensor lSensor(lDirectory);
+        const std::string lFile = lDirectory.getPath() + ZTWireLibraryStatistics;
+        EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(lFile) || lIsFromTheStart; }));
+        lDisk.stand();
+        lAgent.sendSignal(SIGTERM);
+        EXPECT_EQ(lAgent.waitForEnd(ZTTestSoon), 0);
+        EXPECT_EQ(std::filesystem::exists(lFile), !lIsFromTheStart);
+    }
 }
 
 }  // namespace
