@@ -16,6 +16,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds sUntilDrain{100};  // in which the kernel counts what repeats itself
 constexpr std::chrono::milliseconds sRest{10};         // of a source that says it has something, and has not
+constexpr std::chrono::milliseconds sBreath{1};  // of one that has little, so that it is not one at a time
+constexpr std::size_t sLittle = 64;
 constexpr std::chrono::milliseconds sSoon{200};  // what a module brings is there some time behind its uevent
 constexpr std::chrono::seconds sAgain{60};       // for what no uevent tells
 constexpr unsigned int sTriesSoon = 10;
@@ -83,7 +85,8 @@ bool ZTCScsiWatch::waitForWork() {
     pollfd lPolls[] = {{mThread.getStop(), POLLIN, 0}, {mrUevents.get(), POLLIN, 0}, {lSource, POLLIN, 0}};
     const auto lLeft = std::chrono::ceil<std::chrono::milliseconds>(getNext() - Clock::now()).count();
     const int lReady = poll(lPolls, std::size(lPolls), static_cast<int>(std::max<std::int64_t>(lLeft, 0)));
-    mHasWork = lReady > 0 && lPolls[2].revents != 0;
+    mHasUevents = lReady > 0 && lPolls[1].revents != 0;
+    mHasFailures = lReady > 0 && lPolls[2].revents != 0;
     mNow = Clock::now();
     return lReady <= 0 || lPolls[0].revents == 0;
 }
@@ -98,11 +101,13 @@ ZTCScsiWatch::Time ZTCScsiWatch::getNext() const {
 
 void ZTCScsiWatch::work() {
     mRest = isTime(mRest) ? std::nullopt : mRest;
-    listen();
+    if (mHasUevents) {
+        listen();
+    }
     if (isTime(mOpen)) {
         open();
     }
-    if (mHasWork) {
+    if (mHasFailures) {
         takeFirsts();
     }
     if (isTime(mDrain)) {
@@ -158,8 +163,7 @@ void ZTCScsiWatch::open() {
     mReport.tellWay(false, mWays.empty() ? "ZT_LIBDFC_FCHOST_SCSI is none" : lWhyNot);
 }
 
-// Whether there was anything.
-bool ZTCScsiWatch::take(void (ZTCScsiSource::*apTake)(ZTScsiFailures&)) {
+void ZTCScsiWatch::take(void (ZTCScsiSource::*apTake)(ZTScsiFailures&)) {
     mFailures.clear();
     try {
         if (mpSource != nullptr) {
@@ -172,15 +176,18 @@ bool ZTCScsiWatch::take(void (ZTCScsiSource::*apTake)(ZTScsiFailures&)) {
     for (const ZTSScsiFailure& lrFailure : mFailures) {
         mTeller.tell(lrFailure, mNow);
     }
-    return !mFailures.empty();
 }
 
 void ZTCScsiWatch::takeFirsts() {
-    if (!take(&ZTCScsiSource::take)) {
+    take(&ZTCScsiSource::take);
+    if (mFailures.empty()) {
         mRest = mNow + sRest;
-    } else if (!mDrain) {
-        mDrain = mNow + sUntilDrain;
+        return;
     }
+    if (mFailures.size() < sLittle) {
+        mRest = mNow + sBreath;
+    }
+    mDrain = mDrain.value_or(mNow + sUntilDrain);
 }
 
 void ZTCScsiWatch::drain() {

@@ -29,7 +29,7 @@ class ZTCScsiWatch {
     void work();
     void listen();
     void open();
-    bool take(void (ZTCScsiSource::*apTake)(ZTScsiFailures&));
+    void take(void (ZTCScsiSource::*apTake)(ZTScsiFailures&));
     void takeFirsts();
     void drain();
     void countLost();
@@ -50,13 +50,14 @@ class ZTCScsiWatch {
     std::unique_ptr<ZTCScsiSource> mpSource;
     ZTScsiFailures mFailures;
     std::vector<ZTSScsiDepthChange> mChanges;
-    bool mHasWork = false;   // the source says so
+    bool mHasUevents = false;  // poll() says so
+    bool mHasFailures = false;
     unsigned int mSoon = 0;  // times that opening is tried again at once
     Time mNow;
     Time mLook;                  // when the next look at the queues' depths is due
     std::optional<Time> mOpen;   // and the next try to open the source, while there is none
     std::optional<Time> mDrain;  // and what the kernel has counted
-    std::optional<Time> mRest;   // until when the source is not listened to
+    std::optional<Time> mRest;   // until when the source is not asked
 
     ZTCFcThread mThread;
 };

@@ -38,8 +38,8 @@ class ScriptedSource : public ZTCScsiSource {
             eventfd_read(getFile(), &lCount);
             arFailures.swap(mrScript.mFirsts);
         } else if (mrScript.mFailed < 1'000'000) {
-            arFailures.assign(10, scsiFailure(ZTTestQueueFull));
-            mrScript.mFailed += 10;
+            arFailures.assign(100, scsiFailure(ZTTestQueueFull));
+            mrScript.mFailed += 100;
         }
         if (mrScript.mIsShort.exchange(false)) {
             throw std::bad_alloc();
