@@ -4,9 +4,8 @@
 
 namespace {
 
-constexpr std::uint32_t sSubcategory = 1;  // of both
-constexpr std::uint32_t sPortInterruptError = 8;
-constexpr std::uint32_t sAdapterArrival = 16;
+constexpr ZTSFcEventId sPortInterruptError{0, 8, 1};
+constexpr ZTSFcEventId sAdapterArrival{0, 16, 1};
 
 void sPutWord(unsigned char* apBytes, std::uint32_t aWord) {
     for (const unsigned int lShift : {24U, 16U, 8U, 0U}) {
@@ -20,21 +19,11 @@ void sDeliverByMask(ZTCFcRegistrations& arRegistrations, std::uint32_t aBoard, s
                          [=](const ZTSFcRegistration& acrTo) { acrTo.mpByMask(aBoard, apBytes, aSize); });
 }
 
-// An event without a payload. False: nobody has registered for it with this board.
-bool sDeliverByCategory(ZTCFcRegistrations& arRegistrations, std::uint32_t aBoard, std::uint32_t aCategory,
-                        const HBA_wwn& acrPort) {
-    const ZT_event lEvent{1, ZT_EVENT_HEADER, nullptr};
-    const auto lCall = [&](const ZTSFcRegistration& acrTo) {
-        acrTo.mpGeneric(aBoard, acrPort, aCategory, sSubcategory, acrTo.mpContext, &lEvent);
-    };
-    return arRegistrations.each(aBoard, {0, aCategory, sSubcategory}, lCall) != 0;
-}
-
 // Nobody can have registered with an adapter before it is there: the first board that somebody has registered
 // with stands for it. The name is the new port's.
 void sDeliverArrival(ZTCFcRegistrations& arRegistrations, std::uint32_t aBoard, const HBA_wwn& acrPort) {
     const auto lDeliverTo = [&](std::uint32_t aTo) {
-        return sDeliverByCategory(arRegistrations, aTo, sAdapterArrival, acrPort);
+        return deliverFcEvent(arRegistrations, aTo, sAdapterArrival, acrPort, {});
     };
     if (lDeliverTo(aBoard)) {
         return;
@@ -44,6 +33,17 @@ void sDeliverArrival(ZTCFcRegistrations& arRegistrations, std::uint32_t aBoard, 
 }
 
 }  // namespace
+
+bool deliverFcEvent(ZTCFcRegistrations& arRegistrations, std::uint32_t aBoard, const ZTSFcEventId& acrId,
+                    const HBA_wwn& acrPort, std::span<const unsigned char> aPayload) {
+    const ZT_event_descriptor lDescriptor{acrId.mCategory, aPayload.data()};
+    const ZT_event lEvent{1, ZT_EVENT_HEADER + static_cast<std::uint32_t>(aPayload.size()),
+                          aPayload.empty() ? nullptr : &lDescriptor};
+    const auto lCall = [&](const ZTSFcRegistration& acrTo) {
+        acrTo.mpGeneric(aBoard, acrPort, acrId.mCategory, acrId.mSubcategory, acrTo.mpContext, &lEvent);
+    };
+    return arRegistrations.each(aBoard, acrId, lCall) != 0;
+}
 
 void deliverFcEvent(ZTCFcRegistrations& arRegistrations, const ZTSFcEvent& acrEvent, const HBA_wwn& acrPort) {
     const std::uint32_t lBoard = acrEvent.mBoard;
@@ -62,7 +62,7 @@ void deliverFcEvent(ZTCFcRegistrations& arRegistrations, const ZTSFcEvent& acrEv
             break;
         }
         case ZTFEK_PortInterruptError:
-            sDeliverByCategory(arRegistrations, lBoard, sPortInterruptError, acrPort);
+            deliverFcEvent(arRegistrations, lBoard, sPortInterruptError, acrPort, {});
             break;
         case ZTFEK_AdapterArrival:
             sDeliverArrival(arRegistrations, lBoard, acrPort);

@@ -1,13 +1,18 @@
 #include "FcSettings.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <string_view>
 
 namespace {
 
 constexpr double sShortest = 0.01;
 constexpr double sLongest = 3600;
+constexpr std::uint32_t sFastest = 10000;
+constexpr std::string_view sWays[] = {"auto", "bpf", "perf", "none"};  // by ZTEScsiWays
 
 // Reads a number up to the end of a text or, if there is one, up to the colon.
 template <class Number>
@@ -47,6 +52,22 @@ ZTSFcSettings ZTSFcSettings::fromEnvironment() {
     }
     if (const char* const lpLog = getenv("ZT_LIBDFC_FCHOST_LOG")) {
         lSettings.mLog = lpLog;
+    }
+    if (const char* const lpWays = getenv("ZT_LIBDFC_FCHOST_SCSI")) {
+        const auto* const lpFound = std::find(std::begin(sWays), std::end(sWays), lpWays);
+        if (lpFound == std::end(sWays)) {
+            throw ZTCFcError("ZT_LIBDFC_FCHOST_SCSI: not auto, bpf, perf or none");
+        }
+        lSettings.mScsi = static_cast<ZTEScsiWays>(lpFound - sWays);
+    }
+    if (const char* lpRate = getenv("ZT_LIBDFC_FCHOST_RATE")) {
+        if (!sReadNumber(lpRate, lSettings.mRate) || *lpRate != '\0' || lSettings.mRate == 0 ||
+            lSettings.mRate > sFastest) {
+            throw ZTCFcError("ZT_LIBDFC_FCHOST_RATE: not a number from 1 to 10000");
+        }
+    }
+    if (const char* const lpStatistics = getenv("ZT_VRX_SENSOR_DIR")) {
+        lSettings.mStatistics = lpStatistics;
     }
     return lSettings;
 }

@@ -28,8 +28,24 @@ class ZTCFcSocket {
 
     /// Takes what there is next, without waiting.
     ZTEFcReceipt receive(unsigned char* apBytes, std::size_t aRoom, std::size_t& arSize);
+    /// Calls the function with what there is, but not without end: the outcome, and the bytes of a message.
+    template <class Take>
+    void receiveAll(const Take& acrTake) {
+        alignas(std::uint64_t) unsigned char lBytes[MaxMessage];
+        std::size_t lSize = 0;
+        for (unsigned int lLeft = AtOnce; isOpen() && lLeft > 0; --lLeft) {
+            const ZTEFcReceipt lReceipt = receive(lBytes, sizeof lBytes, lSize);
+            if (lReceipt == ZTFR_Nothing) {
+                break;
+            }
+            acrTake(lReceipt, lBytes, lSize);
+        }
+    }
 
   private:
+    static constexpr std::size_t MaxMessage = 64 * 1024;
+    static constexpr unsigned int AtOnce = 1000;  // messages between two looks, however many there are
+
     int mSocket;
     int mError = 0;
     const std::uint32_t mSender;

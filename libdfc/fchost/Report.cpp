@@ -39,16 +39,16 @@ void ZTCFcReport::add(const ZTCFcWatcher::Counts& acrCounts) {
     if (std::exchange(mHasOverrun, false)) {
         mJournal.note("the kernel had more to tell than there was room for: the next event shows how much");
     }
-    mOfUnknownHosts.mCount += acrCounts.mOfUnknownHosts;
-    mLost.mCount += acrCounts.mLost - std::min(mLost.mCount, acrCounts.mLate);
+    mOfUnknownHosts.count(acrCounts.mOfUnknownHosts);
+    mLost.set(mLost.get() + acrCounts.mLost - std::min(mLost.get(), acrCounts.mLate));
     if (acrCounts.mLost != 0) {
         mJournal.note("%llu events of the kernel were lost, %llu in all: states are read again",
                       static_cast<unsigned long long>(acrCounts.mLost),
-                      static_cast<unsigned long long>(mLost.mCount));
+                      static_cast<unsigned long long>(mLost.get()));
     }
     for (const auto& [lCode, lCount] : acrCounts.mWithoutKind) {
         const bool lIsToldApart = mWithoutKind.size() < sCodes || mWithoutKind.count(lCode) != 0;
-        (lIsToldApart ? mWithoutKind[lCode] : mOfOtherCodes).mCount += lCount;
+        (lIsToldApart ? mWithoutKind[lCode] : mOfOtherCodes).count(lCount);
     }
 }
 
@@ -66,14 +66,7 @@ void ZTCFcReport::tellAtEnd(const ZTCFcWatcher::Counts& acrLast) {
 }
 
 void ZTCFcReport::tellSums(bool aIsLast) {
-    const auto lTell = [&](Sum& arSum, const char* apWhat) {
-        if (aIsLast ? arSum.mCount != 0 : arSum.mCount >= arSum.mNext) {
-            mJournal.note("%llu %s", static_cast<unsigned long long>(arSum.mCount), apWhat);
-        }
-        while (arSum.mNext <= arSum.mCount) {
-            arSum.mNext *= 10;
-        }
-    };
+    const auto lTell = [&](ZTCFcSum& arSum, const char* apWhat) { arSum.tell(mJournal, apWhat, aIsLast); };
     for (auto& [lCode, lrSum] : mWithoutKind) {
         char lWhat[64];
         snprintf(lWhat, sizeof lWhat, "events with code 0x%x had no kind", lCode);

@@ -7,6 +7,7 @@
 
 #include "FcSettings.h"
 #include "Journal.h"
+#include "Sum.h"
 #include "Watcher.h"
 
 /// One thread.
@@ -25,19 +26,17 @@ class ZTCFcReport {
 
     // Sums. The journal has one when it reaches one, ten, a hundred and so on, and at the end.
 
-    void countMalformed(unsigned int aCount) { mMalformed.mCount += aCount; }
-    void countForeign() { ++mForeign.mCount; }
+    void countMalformed(unsigned int aCount) { mMalformed.count(aCount); }
+    void countForeign() { mForeign.count(1); }
     /// Tells what has been lost anew. Throws std::bad_alloc: some of the counts are left out.
     void add(const ZTCFcWatcher::Counts& acrCounts);
     void tell();
     /// acrLast: what has come since the last add.
     void tellAtEnd(const ZTCFcWatcher::Counts& acrLast);
+    /// Events of the kernel that have been lost.
+    std::uint64_t getLost() const { return mLost.get(); }
 
   private:
-    struct Sum {
-        std::uint64_t mCount = 0;
-        std::uint64_t mNext = 1;  // the count that is told next
-    };
     void tellSums(bool aIsLast);
 
     const ZTSFcSettings mSettings;
@@ -45,10 +44,10 @@ class ZTCFcReport {
     bool mIsReadable = true;
     bool mIsMemoryGone = false;
     bool mHasOverrun = false;
-    Sum mLost;
-    Sum mForeign;
-    Sum mMalformed;
-    Sum mOfUnknownHosts;
-    std::map<std::uint32_t, Sum> mWithoutKind;  // by code
-    Sum mOfOtherCodes;
+    ZTCFcSum mLost;
+    ZTCFcSum mForeign;
+    ZTCFcSum mMalformed;
+    ZTCFcSum mOfUnknownHosts;
+    std::map<std::uint32_t, ZTCFcSum> mWithoutKind;  // by code
+    ZTCFcSum mOfOtherCodes;
 };

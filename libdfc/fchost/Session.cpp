@@ -2,18 +2,14 @@
 
 #include <linux/netlink.h>
 #include <poll.h>
-#include <pthread.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstring>
 #include <iterator>
 #include <string_view>
 #include <utility>
 
 #include "Delivery.h"
+#include "Rights.h"
 
 namespace {
 
@@ -21,8 +17,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned int sTransportGroup = 4;
 constexpr unsigned int sUeventGroup = 1;
-constexpr std::size_t sMaxMessage = 64 * 1024;
-constexpr unsigned int sAtOnce = 1000;  // messages of a socket between two looks, however many there are
 
 ZTFcHosts sReadFirst(const std::string& acrRoot) {
     auto lHosts = readFcHosts(acrRoot);
@@ -30,36 +24,6 @@ ZTFcHosts sReadFirst(const std::string& acrRoot) {
         throw ZTCFcError("the Fibre Channel hosts below " + acrRoot + " cannot be read");
     }
     return std::move(*lHosts);
-}
-
-// Keeps signals from the threads that are started meanwhile: they are the agent's.
-class SignalsHeldBack {
-  public:
-    SignalsHeldBack() {
-        sigset_t lAll;
-        sigfillset(&lAll);
-        pthread_sigmask(SIG_SETMASK, &lAll, &mBefore);
-    }
-    ~SignalsHeldBack() { pthread_sigmask(SIG_SETMASK, &mBefore, nullptr); }
-    SignalsHeldBack(const SignalsHeldBack&) = delete;
-    SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
-
-  private:
-    sigset_t mBefore{};
-};
-
-// Calls the function with what the socket has: the outcome, and the bytes of a message.
-template <class Take>
-void sReceiveAll(ZTCFcSocket& arSocket, const Take& acrTake) {
-    alignas(nlmsghdr) unsigned char lBytes[sMaxMessage];
-    std::size_t lSize = 0;
-    for (unsigned int lLeft = sAtOnce; arSocket.isOpen() && lLeft > 0; --lLeft) {
-        const ZTEFcReceipt lReceipt = arSocket.receive(lBytes, sizeof lBytes, lSize);
-        if (lReceipt == ZTFR_Nothing) {
-            break;
-        }
-        acrTake(lReceipt, lBytes, lSize);
-    }
 }
 
 // Whether a uevent is about Fibre Channel: its lines are NAME=VALUE, with a NUL behind each.
@@ -72,48 +36,34 @@ bool sIsOfFibreChannel(const unsigned char* apBytes, std::size_t aSize) {
 
 ZTCFcSession::ZTCFcSession(const ZTSFcSettings& acrSettings)
     : mSettings(acrSettings),
+      mStatistics(acrSettings.mStatistics, acrSettings.mLog),
       mTransport(acrSettings.mProtocol, sTransportGroup, acrSettings.mSender),
       mUevents(NETLINK_KOBJECT_UEVENT, sUeventGroup, 0),
       mReport(acrSettings),
       mWatcher(sReadFirst(acrSettings.mSysfs), 2 * acrSettings.mPeriod),
-      mSchedule(acrSettings.mPeriod) {
+      mSchedule(acrSettings.mPeriod),
+      mScsiUevents(NETLINK_KOBJECT_UEVENT, sUeventGroup, 0) {
     mBoards.update(mWatcher);
     if (!mTransport.isOpen()) {
         mReport.tellThatNothingIsHeard(mTransport.getError());
     }
-    const SignalsHeldBack lHeldBack;
-    try {
-        mThread = std::thread([this] { run(); });
-    } catch (const std::system_error&) {
-        throw ZTCFcError("no thread can be started");
-    }
+    mThread.start([this] { run(); });
+    mScsiWatch.emplace(acrSettings, mBoards, mRegistrations, mStatistics, mScsiUevents,
+                       getScsiWays(acrSettings.mScsi));
 }
 
 ZTCFcSession::~ZTCFcSession() {
-    mStop.set();
-    mThread.join();
+    mScsiWatch.reset();
+    mThread.end();
     mReport.tellAtEnd(mWatcher.takeCounts());
 }
 
-ZTCFcSession::Stop::Stop() : mFile(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (mFile < 0) {
-        throw ZTCFcError(std::string("eventfd: ") + strerror(errno));
-    }
-}
-
-ZTCFcSession::Stop::~Stop() {
-    close(mFile);
-}
-
-void ZTCFcSession::Stop::set() const {
-    eventfd_write(mFile, 1);
-}
-
 void ZTCFcSession::run() {
+    giveUpFcRights();  // all is open
     for (;;) {
         const Clock::time_point lNextLook = mSchedule.getNext();
         pollfd lPolls[] = {
-            {mStop.get(), POLLIN, 0}, {mTransport.get(), POLLIN, 0}, {mUevents.get(), POLLIN, 0}};
+            {mThread.getStop(), POLLIN, 0}, {mTransport.get(), POLLIN, 0}, {mUevents.get(), POLLIN, 0}};
         const auto lLeft = std::chrono::ceil<std::chrono::milliseconds>(lNextLook - Clock::now()).count();
         const int lReady =
             poll(lPolls, std::size(lPolls), static_cast<int>(std::max<std::int64_t>(lLeft, 0)));
@@ -128,6 +78,7 @@ void ZTCFcSession::run() {
                 mSchedule.begin();
                 look();
                 mReport.add(mWatcher.takeCounts());
+                mStatistics.set(ZTFF_NetlinkLost, mReport.getLost());
                 mReport.tell();
                 mSchedule.end();
                 mReport.setMemoryThere();
@@ -142,7 +93,7 @@ void ZTCFcSession::run() {
 
 // Takes what the kernel has told, and hands on what of it is an event.
 void ZTCFcSession::listen() {
-    sReceiveAll(mTransport, [&](ZTEFcReceipt aReceipt, const unsigned char* apBytes, std::size_t aSize) {
+    mTransport.receiveAll([&](ZTEFcReceipt aReceipt, const unsigned char* apBytes, std::size_t aSize) {
         if (aReceipt == ZTFR_Message) {
             mReport.countMalformed(readTransportMessages(
                 apBytes, aSize, [this](const ZTSFcMessage& acrMessage) { announce(acrMessage); }));
@@ -154,7 +105,7 @@ void ZTCFcSession::listen() {
             mSchedule.hasten();
         }
     });
-    sReceiveAll(mUevents, [&](ZTEFcReceipt aReceipt, const unsigned char* apBytes, std::size_t aSize) {
+    mUevents.receiveAll([&](ZTEFcReceipt aReceipt, const unsigned char* apBytes, std::size_t aSize) {
         if (aReceipt == ZTFR_Loss || (aReceipt == ZTFR_Message && sIsOfFibreChannel(apBytes, aSize))) {
             mSchedule.hasten();
         }

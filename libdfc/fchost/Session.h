@@ -1,8 +1,6 @@
 // The library between init() and close(): one thread that listens to the kernel, looks at the hosts, and has
-// called back whoever wants what has happened.
+// called back whoever wants what has happened; and another one that does the same of SCSI errors.
 #pragma once
-
-#include <thread>
 
 #include "Boards.h"
 #include "FcSettings.h"
@@ -10,11 +8,13 @@
 #include "Registrations.h"
 #include "Report.h"
 #include "Schedule.h"
+#include "ScsiWatch.h"
+#include "Thread.h"
 #include "Watcher.h"
 
 class ZTCFcSession {
   public:
-    /// Looks at the hosts, opens the sockets, starts the thread. Throws ZTCFcError.
+    /// Looks at the hosts, opens the sockets, starts the threads. Throws ZTCFcError.
     explicit ZTCFcSession(const ZTSFcSettings& acrSettings);
     /// Waits for a callback that is inside.
     ~ZTCFcSession();
@@ -33,24 +33,10 @@ class ZTCFcSession {
     void compare(const std::optional<ZTFcHosts>& acrHosts, ZTCFcWatcher::Time aRead);
     void deliver();
 
-    // What wakes the thread for its end.
-    class Stop {
-      public:
-        Stop();  ///< throws ZTCFcError
-        ~Stop();
-        Stop(const Stop&) = delete;
-        Stop& operator=(const Stop&) = delete;
-        int get() const { return mFile; }
-        void set() const;
-
-      private:
-        const int mFile;
-    };
-
     const ZTSFcSettings mSettings;
     ZTCFcRegistrations mRegistrations;
     ZTCFcBoards mBoards;
-    const Stop mStop;
+    ZTCFcStatistics mStatistics;
 
     // The thread's, once it runs.
     ZTCFcSocket mTransport;  // open before the first look: what changes behind it is announced
@@ -60,5 +46,8 @@ class ZTCFcSession {
     ZTFcEvents mEvents;  // that are still to be handed on
     ZTCFcSchedule mSchedule;
 
-    std::thread mThread;
+    ZTCFcThread mThread;
+
+    ZTCFcSocket mScsiUevents;
+    std::optional<ZTCScsiWatch> mScsiWatch;
 };

@@ -55,14 +55,20 @@ Outcome sRead(const unsigned char* apBytes, std::size_t aSize, ZTSFcMessage& arM
     if (lEvent.mDataLength > lHeader.mLength - sDataOffset) {
         return Outcome::Bad;
     }
-    arMessage = {lEvent.mHost, lEvent.mNumber, lEvent.mCode, {}};
-    if (lEvent.mDataLength >= sizeof(std::uint32_t)) {
-        memcpy(&arMessage.mData.emplace(), apBytes + sDataOffset, sizeof(std::uint32_t));
-    }
+    arMessage = {lEvent.mHost, lEvent.mNumber, lEvent.mCode, {apBytes + sDataOffset, lEvent.mDataLength}};
     return Outcome::Taken;
 }
 
 }  // namespace
+
+std::optional<std::uint32_t> ZTSFcMessage::getWord() const {
+    std::uint32_t lWord = 0;
+    if (mData.size() < sizeof lWord) {
+        return {};
+    }
+    memcpy(&lWord, mData.data(), sizeof lWord);
+    return lWord;
+}
 
 unsigned int readTransportMessages(const unsigned char* apBytes, std::size_t aSize,
                                    const std::function<void(const ZTSFcMessage&)>& acrDo) {

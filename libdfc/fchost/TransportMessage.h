@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 
 /// The event codes of the kernel's Fibre Channel transport class.
 enum ZTEFcCode : std::uint32_t {
@@ -25,10 +26,15 @@ enum ZTEFcCode : std::uint32_t {
 };
 
 struct ZTSFcMessage {
-    std::uint16_t mHost = 0;             ///< hostN
-    std::uint32_t mNumber = 0;           ///< of the event; one counter for all hosts
-    std::uint32_t mCode = 0;             ///< a ZTEFcCode, or one that is not known
-    std::optional<std::uint32_t> mData;  ///< the first 32 bits of the event's data, if there are as many
+    std::uint16_t mHost = 0;               ///< hostN
+    std::uint32_t mNumber = 0;             ///< of the event; one counter for all hosts
+    std::uint32_t mCode = 0;               ///< a ZTEFcCode, or one that is not known
+    std::span<const unsigned char> mData;  ///< the event's, as long as the receipt that it came with
+
+    /// The first 32 bits of the data, if there are as many.
+    std::optional<std::uint32_t> getWord() const;
+    /// Whether the data is a notification of the fabric's performance.
+    bool isFpin() const { return mCode == ZTFCC_LinkFpin || mCode == ZTFCC_LinkFpinAck; }
 };
 
 /// Reads what one receive has brought, which may hold several messages, and calls the function with each that

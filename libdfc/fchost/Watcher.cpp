@@ -34,7 +34,7 @@ std::optional<ZTEFcEventKind> sKindOf(const ZTSFcMessage& acrMessage) {
         case ZTFCC_PortOnline:
             return ZTFEK_Link;
         case ZTFCC_Rscn:
-            return acrMessage.mData ? std::optional(ZTFEK_Rscn) : std::nullopt;
+            return acrMessage.getWord() ? std::optional(ZTFEK_Rscn) : std::nullopt;
         case ZTFCC_AdapterChange:
             return ZTFEK_AdapterArrival;
         default:
@@ -148,7 +148,7 @@ void ZTCFcWatcher::announce(const ZTSFcMessage& acrMessage, Time aNow, ZTFcEvent
             acrMessage.mCode == ZTFCC_LinkDown || acrMessage.mCode == ZTFCC_PortOffline;
     }
     lrBoard.mHasRscns = lrBoard.mHasRscns || *lKind == ZTFEK_Rscn;
-    arEvents.push_back({*lKind, *lBoard, *lKind == ZTFEK_Rscn ? *acrMessage.mData : 0});
+    arEvents.push_back({*lKind, *lBoard, *lKind == ZTFEK_Rscn ? *acrMessage.getWord() : 0});
 }
 
 void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEvents) {

@@ -13,7 +13,6 @@
 
 #include "AgentStatus.h"
 #include "ProcessTable.h"
-#include "ScopeWire.h"
 #include "StatisticsBlock.h"
 
 namespace {
@@ -57,9 +56,9 @@ std::optional<std::uint64_t> ZTSStatistics::get(std::string_view aName) const {
     return lRow != mRows.end() ? std::optional(lRow->mValue) : std::nullopt;
 }
 
-ZTCAgentStatistics::ZTCAgentStatistics(const std::string& acrDirectory)
+ZTCAgentStatistics::ZTCAgentStatistics(const std::string& acrDirectory, const char* apFile)
     : mDirectory(acrDirectory),
-      mPath(acrDirectory + ZTWireStatistics),
+      mPath(acrDirectory + apFile),
       mFile(openSensorFile(mPath, O_RDONLY, S_IFREG)) {
     read();  // refuses what is none
     mProcess = static_cast<pid_t>(headerAt<std::uint64_t>(offsetof(ZTSStatisticsBlock, mProcess)));

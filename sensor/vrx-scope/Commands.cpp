@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <iostream>
+#include <utility>
 
 #include "AgentStatus.h"
 #include "AnswerInput.h"
@@ -13,6 +14,7 @@
 #include "Lines.h"
 #include "ProcessTable.h"
 #include "RecordText.h"
+#include "ScopeWire.h"
 #include "ShownText.h"
 #include "StatisticsText.h"
 #include "Targets.h"
@@ -184,39 +186,80 @@ class Counter : public ZTCShow {
     bool mIsGone = false;
 };
 
-// The agent's figures, shown again and again, whichever agent is there.
-class Figures {
+// One file of figures, again and again, whoever it is of.
+class FigureFile {
   public:
-    /// Throws ZTCNoAgentError and what reading throws.
-    explicit Figures(const ZTSScopeOptions& acrOptions)
-        : mrOptions(acrOptions), mpAgent(std::make_unique<ZTCAgentStatistics>(sDirectoryOf(acrOptions))) {}
+    FigureFile(const std::string& acrDirectory, const char* apName)
+        : mrDirectory(acrDirectory), mpName(apName) {}
 
-    void show() {
-        try {
-            if (mpAgent == nullptr || mpAgent->hasGone()) {
-                mpAgent = std::make_unique<ZTCAgentStatistics>(mrOptions.mDirectory);
-                mBefore.reset();
-            }
-        } catch (const ZTCNoAgentError& lrError) {
-            mpAgent != nullptr ? void(refuse(lrError.what(), 0)) : void();
-            mpAgent.reset();
-            return;
+    bool isOpen() const { return mpFile != nullptr; }
+
+    /// Throws ZTCNoAgentError, once it is closed, and what opening and reading throw.
+    ZTSStatisticsTaken take() {
+        if (!isOpen() || mpFile->hasGone()) {
+            mBefore.reset();
+            mpFile.reset();
+            mpFile = std::make_unique<ZTCAgentStatistics>(mrDirectory, mpName);
         }
-        ZTSStatisticsTaken lTaken{ZTCWaiting::Clock::now(), mpAgent->read(), {}, {}};
-        if (mBefore) {
-            lTaken.mSeconds = std::chrono::duration<double>(lTaken.mTime - mBefore->mTime).count();
-            lTaken.mBefore = std::move(mBefore->mNow);
+        ZTSStatisticsTaken lTaken{
+            ZTCWaiting::Clock::now(), mpFile->getProcess(), mpFile->getStart(), mpFile->read(), {}, {}};
+        const auto lBefore = std::exchange(mBefore, lTaken);
+        if (lBefore) {
+            lTaken.mSeconds = std::chrono::duration<double>(lTaken.mTime - lBefore->mTime).count();
+            lTaken.mBefore = lBefore->mNow;
         }
-        const bool lIsTable = mrOptions.getForm() == ZTEScopeForm::Table;
-        put(lIsTable ? (mHasShown ? "\n" : "") + statisticsText(lTaken) : statisticsJson(*mpAgent, lTaken));
-        mHasShown = true;
-        mBefore = std::move(lTaken);
+        return lTaken;
     }
 
   private:
-    const ZTSScopeOptions& mrOptions;
-    std::unique_ptr<ZTCAgentStatistics> mpAgent;
+    const std::string& mrDirectory;
+    const char* const mpName;
+    std::unique_ptr<ZTCAgentStatistics> mpFile;
     std::optional<ZTSStatisticsTaken> mBefore;
+};
+
+// The figures of the agent, and of the library in it that has some.
+class Figures {
+  public:
+    explicit Figures(const ZTSScopeOptions& acrOptions)
+        : mrOptions(acrOptions),
+          mAgent(sDirectoryOf(mrOptions), ZTWireStatistics),
+          mLibrary(mrOptions.mDirectory, ZTWireLibraryStatistics) {}
+
+    /// Throws what reading throws; without an agent the first time also ZTCNoAgentError.
+    void show() {
+        const bool lWasThere = mAgent.isOpen();
+        try {
+            const ZTSStatisticsTaken lTaken = mAgent.take();
+            const auto lOfLibrary = takeOfLibrary(lTaken.mProcess);
+            put(mrOptions.getForm() == ZTEScopeForm::Table
+                    ? (mHasShown ? "\n" : "") + statisticsText(lTaken, lOfLibrary)
+                    : statisticsJson(lTaken, lOfLibrary));
+            mHasShown = true;
+        } catch (const ZTCNoAgentError& lrError) {
+            if (!mHasShown) {
+                throw;
+            }
+            lWasThere ? void(refuse(lrError.what(), 0)) : void();
+        }
+    }
+
+  private:
+    std::optional<ZTSStatisticsTaken> takeOfLibrary(pid_t aProcess) {
+        try {
+            auto lTaken = mLibrary.take();
+            return lTaken.mProcess == aProcess ? std::optional(std::move(lTaken)) : std::nullopt;
+        } catch (const ZTCNoAgentError&) {
+            return {};  // the agent has another library
+        } catch (const ZTCSensorError& lrError) {
+            mHasShown ? void() : void(refuse(lrError.what(), 0));
+            return {};
+        }
+    }
+
+    const ZTSScopeOptions& mrOptions;
+    FigureFile mAgent;
+    FigureFile mLibrary;
     bool mHasShown = false;
 };
 

@@ -48,6 +48,20 @@ ZTJson sSummaryOf(const ZTSStatistics& acrStatistics) {
     return lSummary;
 }
 
+void sAddFigures(ZTJson& arTo, const ZTSStatisticsTaken& acrTaken) {
+    arTo["since"] = sTimeOrNull(acrTaken.mStart);
+    arTo["seconds"] = acrTaken.mSeconds ? ZTJson(*acrTaken.mSeconds) : ZTJson();
+    arTo["values"] = ZTJson::object();
+    arTo["rates"] = acrTaken.mSeconds ? ZTJson::object() : ZTJson();
+    for (std::size_t lRow = 0; lRow < acrTaken.mNow.mRows.size(); ++lRow) {
+        const ZTSStatistic& lrRow = acrTaken.mNow.mRows[lRow];
+        arTo["values"][lrRow.mName] = lrRow.mValue;
+        if (const auto lRate = acrTaken.rateOf(lRow)) {
+            arTo["rates"][lrRow.mName] = *lRate;
+        }
+    }
+}
+
 }  // namespace
 
 std::string doneJson(const std::string& acrCommand) {
@@ -75,19 +89,14 @@ std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& ac
     return sDump(lDocument);
 }
 
-std::string statisticsJson(const ZTCAgentStatistics& acrAgent, const ZTSStatisticsTaken& acrTaken) {
+std::string statisticsJson(const ZTSStatisticsTaken& acrTaken,
+                           const std::optional<ZTSStatisticsTaken>& acrOfLibrary) {
     ZTJson lDocument = sMakeDocument("stats");
-    lDocument["pid"] = acrAgent.getProcess();
-    lDocument["since"] = sTimeOrNull(acrAgent.getStart());
-    lDocument["seconds"] = acrTaken.mSeconds ? ZTJson(*acrTaken.mSeconds) : ZTJson();
-    lDocument["values"] = ZTJson::object();
-    lDocument["rates"] = acrTaken.mSeconds ? ZTJson::object() : ZTJson();
-    for (std::size_t lRow = 0; lRow < acrTaken.mNow.mRows.size(); ++lRow) {
-        const ZTSStatistic& lrRow = acrTaken.mNow.mRows[lRow];
-        lDocument["values"][lrRow.mName] = lrRow.mValue;
-        if (const auto lRate = acrTaken.rateOf(lRow)) {
-            lDocument["rates"][lrRow.mName] = *lRate;
-        }
+    lDocument["pid"] = acrTaken.mProcess;
+    sAddFigures(lDocument, acrTaken);
+    lDocument["library"] = ZTJson();
+    if (acrOfLibrary) {
+        sAddFigures(lDocument["library"], *acrOfLibrary);
     }
     return sDump(lDocument);
 }

@@ -13,4 +13,5 @@ std::string doneJson(const std::string& acrCommand);
 /// With the agent's figures, if they can be read.
 std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus,
                        const std::optional<ZTSStatistics>& acrStatistics);
-std::string statisticsJson(const ZTCAgentStatistics& acrAgent, const ZTSStatisticsTaken& acrTaken);
+std::string statisticsJson(const ZTSStatisticsTaken& acrTaken,
+                           const std::optional<ZTSStatisticsTaken>& acrOfLibrary);

@@ -28,17 +28,7 @@ std::string sLossText(const ZTSLabelled& acrLoss) {
     return lpRow != std::end(sLosses) ? lpRow->mpText : acrLoss.mLabel;
 }
 
-}  // namespace
-
-std::optional<double> ZTSStatisticsTaken::rateOf(std::size_t aRow) const {
-    const ZTSStatistic& lrRow = mNow.mRows.at(aRow);
-    if (!mSeconds || *mSeconds <= 0 || !lrRow.isCounter() || aRow >= mBefore.mRows.size()) {
-        return {};
-    }
-    return static_cast<double>(lrRow.mValue - mBefore.mRows[aRow].mValue) / *mSeconds;
-}
-
-std::string statisticsText(const ZTSStatisticsTaken& acrTaken) {
+std::string sTableOf(const ZTSStatisticsTaken& acrTaken) {
     std::vector<ZTSColumn> lColumns{{"name"}, {"value", true}};
     if (acrTaken.mSeconds) {
         lColumns.push_back({"a second", true});
@@ -54,6 +44,22 @@ std::string statisticsText(const ZTSStatisticsTaken& acrTaken) {
         lTable.add(std::move(lCells));
     }
     return lTable.toText();
+}
+
+}  // namespace
+
+std::optional<double> ZTSStatisticsTaken::rateOf(std::size_t aRow) const {
+    const ZTSStatistic& lrRow = mNow.mRows.at(aRow);
+    if (!mSeconds || *mSeconds <= 0 || !lrRow.isCounter()) {
+        return {};
+    }
+    const std::uint64_t lBefore = aRow < mBefore.mRows.size() ? mBefore.mRows[aRow].mValue : 0;
+    return static_cast<double>(lrRow.mValue - lBefore) / *mSeconds;
+}
+
+std::string statisticsText(const ZTSStatisticsTaken& acrTaken,
+                           const std::optional<ZTSStatisticsTaken>& acrOfLibrary) {
+    return sTableOf(acrTaken) + (acrOfLibrary ? "\nlibdfc-fchost\n" + sTableOf(*acrOfLibrary) : "");
 }
 
 std::vector<ZTSLabelled> labelledIn(const ZTSStatistics& acrStatistics, const std::string& acrName) {

@@ -1,4 +1,4 @@
-// What the agent's figures say, for people.
+// What the figures of the agent and of a library in it say, for people.
 #pragma once
 
 #include "AgentStatistics.h"
@@ -6,16 +6,19 @@
 /// Figures, and how fast they have grown.
 struct ZTSStatisticsTaken {
     std::chrono::steady_clock::time_point mTime;
+    pid_t mProcess;
+    ZTCAgentStatistics::Time mStart;
     ZTSStatistics mNow;
-    std::optional<double> mSeconds;  ///< since those before, of the same agent
+    std::optional<double> mSeconds;  ///< since those before, of the same file
     ZTSStatistics mBefore;
 
     /// Per second. Nothing for what is no counter, and as long as there is nothing to compare with.
     std::optional<double> rateOf(std::size_t aRow) const;
 };
 
-/// A table of all.
-std::string statisticsText(const ZTSStatisticsTaken& acrTaken);
+/// A table of all, and one of the library's if there are any.
+std::string statisticsText(const ZTSStatisticsTaken& acrTaken,
+                           const std::optional<ZTSStatisticsTaken>& acrOfLibrary);
 
 /// A row of a group: what its name has between quotes, and its value.
 struct ZTSLabelled {

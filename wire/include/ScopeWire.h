@@ -47,3 +47,4 @@ inline constexpr char ZTWireOutputPipe[] = "/vrxscaout.fifo";
 inline constexpr char ZTWirePidFile[] = "/vrx-sca.pid";
 inline constexpr char ZTWireSensorPidFile[] = "/vrx-sn.pid";
 inline constexpr char ZTWireStatistics[] = "/vrx-sca.stats";
+inline constexpr char ZTWireLibraryStatistics[] = "/libdfc-fchost.stats";

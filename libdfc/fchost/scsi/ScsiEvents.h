@@ -25,7 +25,8 @@ struct ZTSScsiKey {
     __u8 mAscq;
     __u8 mHasSense;  ///< 1, or 0
     __u8 mTrace;     ///< a ZTEScsiTrace
-    __u8 mZeros[6];
+    __u8 mIsRead;    ///< 1, or 0: of 32 bytes, the operation code alone does not say
+    __u8 mZeros[5];
 };
 
 /// What the ring brings: the first command with a key since the counts were taken last.

@@ -1,4 +1,4 @@
-// What the agent counts about itself, from the file that it keeps for that.
+// What the agent, and a library in it, count about themselves, from the files that they keep for that.
 #pragma once
 
 #include <chrono>
@@ -8,19 +8,23 @@
 #include <string_view>
 #include <vector>
 
+#include "ScopeWire.h"
 #include "SensorFiles.h"
 
 struct ZTSStatistic {
     std::string mName;  ///< printable; as events_total{kind="plogi"}
     std::uint64_t mValue;
 
-    /// Whether it only ever grows, so that it has a rate.
-    bool isCounter() const { return mName.substr(0, mName.find('{')).ends_with("_total"); }
+    /// Whether it only ever grows, so that it has a rate: so does every row of a host.
+    bool isCounter() const {
+        return mName.substr(0, mName.find('{')).ends_with("_total") ||
+               mName.find("{host=") != std::string::npos;
+    }
 };
 
 /// The figures of one moment.
 struct ZTSStatistics {
-    std::vector<ZTSStatistic> mRows;  ///< in the file's order, which an agent never changes
+    std::vector<ZTSStatistic> mRows;  ///< in the file's order, which never changes; more may come behind
     std::uint32_t mWake = 0;
 
     /// Nothing if there is no such row.
@@ -32,10 +36,11 @@ class ZTCAgentStatistics {
   public:
     using Time = std::chrono::system_clock::time_point;
 
-    /// Opens the file of the agent in a directory. Throws ZTCNoAgentError (no file, or one that an agent has
-    /// left that was killed), ZTCNoPermissionError, ZTCUnsafeFileError, ZTCSensorError (it is cut, or
-    /// something else).
-    explicit ZTCAgentStatistics(const std::string& acrDirectory);
+    /// Opens the file of the agent in a directory, or ZTWireLibraryStatistics: that of the library over the
+    /// kernel's transport, which the agent has loaded and which counts as the agent here. Throws
+    /// ZTCNoAgentError (no file, or one that an agent has left that was killed), ZTCNoPermissionError,
+    /// ZTCUnsafeFileError, ZTCSensorError (it is cut, or something else).
+    explicit ZTCAgentStatistics(const std::string& acrDirectory, const char* apFile = ZTWireStatistics);
     ~ZTCAgentStatistics();
     ZTCAgentStatistics(const ZTCAgentStatistics&) = delete;
     ZTCAgentStatistics& operator=(const ZTCAgentStatistics&) = delete;

@@ -26,16 +26,32 @@ class ZTCFcTestTree {
     const std::string& getPath() const { return mDirectory.getPath(); }
     std::string pathOf(const std::string& acrBelow) const { return mDirectory / ("class/" + acrBelow); }
 
+    /// What is there says something else from now on, to those who have it open too; empty lines behind it
+    /// cover what was longer.
     void set(const std::string& acrBelow, const std::string& acrText) const {
-        writeFile(mDirectory / "new", acrText);
-        std::filesystem::rename(mDirectory / "new", pathOf(acrBelow));
-    }
-    void add(const std::string& acrBelow, const std::map<std::string, std::string>& acrAttributes) const {
-        std::filesystem::create_directories(mDirectory / "made/statistics");
-        for (const auto& [lrName, lrText] : acrAttributes) {
-            writeFile(mDirectory / ("made/" + lrName), lrText + "\n");
+        const std::string lPath = pathOf(acrBelow);
+        if (const ZTCDescriptor lFile(open(lPath.c_str(), O_WRONLY | O_CLOEXEC)); lFile.isOpen()) {
+            const std::size_t lSize = std::max<std::size_t>(acrText.size(), lseek(lFile.get(), 0, SEEK_END));
+            const std::string lLines = acrText + std::string(lSize - acrText.size(), '\n');
+            EXPECT_EQ(pwrite(lFile.get(), lLines.data(), lSize, 0), static_cast<ssize_t>(lSize));
+            return;
         }
-        std::filesystem::rename(mDirectory / "made", pathOf(acrBelow));
+        writeFile(mDirectory / "new", acrText);
+        std::filesystem::rename(mDirectory / "new", lPath);
+    }
+    /// What is there already is made anew.
+    void add(const std::string& acrBelow, const std::map<std::string, std::string>& acrAttributes) const {
+        const std::filesystem::path lMade(mDirectory / "made");
+        std::filesystem::create_directories(lMade);
+        std::filesystem::create_directories(std::filesystem::path(pathOf(acrBelow)).parent_path());
+        for (const auto& [lrName, lrText] : acrAttributes) {
+            std::filesystem::create_directories((lMade / lrName).parent_path());
+            writeFile(lMade / lrName, lrText + "\n");
+        }
+        std::error_code lNotThere;
+        std::filesystem::rename(pathOf(acrBelow), mDirectory / "gone", lNotThere);
+        std::filesystem::rename(lMade, pathOf(acrBelow));
+        std::filesystem::remove_all(mDirectory / "gone");
     }
     void addHost(unsigned int aHost) const {
         add("fc_host/host" + std::to_string(aHost), {{"port_state", "Online"},

@@ -7,7 +7,7 @@
 
 namespace {
 
-// "host number code data" of each, and the count of what was left out.
+// "host number code word", and what is behind that, of each; and the count of what was left out.
 std::string read(const std::string& acrBytes) {
     const auto lpExact = std::make_unique<unsigned char[]>(acrBytes.size());  // a sanitizer sees its end
     std::copy(acrBytes.begin(), acrBytes.end(), lpExact.get());
@@ -15,15 +15,16 @@ std::string read(const std::string& acrBytes) {
     lText << std::hex;
     const auto lBad = readTransportMessages(lpExact.get(), acrBytes.size(), [&](const ZTSFcMessage& acrOne) {
         lText << acrOne.mHost << " " << acrOne.mNumber << " " << acrOne.mCode << " ";
-        acrOne.mData ? lText << *acrOne.mData << ", " : lText << "-, ";
+        acrOne.getWord() ? lText << *acrOne.getWord() : lText << "-";
+        lText << std::string(acrOne.mData.begin(), acrOne.mData.end()).erase(0, 4) << ", ";
     });
     lText << "bad " << lBad;
     return lText.str();
 }
 
 TEST(FcMessage, WholeAndCutShortAtEachByte) {
-    EXPECT_EQ(read(fcMessage(0xfffe, 0xfffffffd, ~0U, "\4\3\2\1\5")),
-              "fffe fffffffd ffffffff 1020304, bad 0");
+    EXPECT_EQ(read(fcMessage(0xfffe, 0xfffffffd, ~0U, "\4\3\2\1+5")),
+              "fffe fffffffd ffffffff 1020304+5, bad 0");
     const std::string lTwo = fcMessage(1, 2, 3) + fcMessage(4, 5, 6);
     for (std::size_t lSize = 0; lSize <= 112; ++lSize) {
         const std::string lWhole = lSize < 56 ? "" : lSize < 112 ? "1 2 3 0, " : "1 2 3 0, 4 5 6 0, ";

@@ -29,7 +29,8 @@ struct ZTSFcTestWatch {
     }
     std::string announce(std::uint32_t aCode, std::uint16_t aHost = 3,
                          std::optional<std::uint32_t> aData = 0) {
-        mWatcher.announce({aHost, mNumber++, aCode, aData}, mNow, mEvents);
+        const auto* const lpData = reinterpret_cast<const unsigned char*>(aData ? &*aData : nullptr);
+        mWatcher.announce({aHost, mNumber++, aCode, {lpData, aData ? sizeof *aData : 0}}, mNow, mEvents);
         return takeEvents();
     }
 
@@ -200,7 +201,7 @@ TEST(FcWatcher, TellsEachChangeOnceWhenMemoryRunsOut) {
         lWatch.announce(ZTFCC_Lip);
         {
             FailingAllocator lAllocator(1);
-            EXPECT_THROW(lWatch.mWatcher.announce({3, lWatch.mNumber++, lCode, 0}, {}, lWatch.mEvents),
+            EXPECT_THROW(lWatch.mWatcher.announce({3, lWatch.mNumber++, lCode, {}}, {}, lWatch.mEvents),
                          std::bad_alloc);
         }
         EXPECT_EQ(lWatch.announce(ZTFCC_Lip), "link 0");

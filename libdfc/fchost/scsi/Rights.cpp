@@ -1,0 +1,48 @@
+#include "Rights.h"
+
+#include <linux/capability.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+// By hand, for the calls are two and of one thread; the C library has none.
+struct Capabilities {
+    __user_cap_header_struct mHeader{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct mHalves[_LINUX_CAPABILITY_U32S_3]{};
+
+    // What cannot be read is none.
+    Capabilities() { syscall(SYS_capget, &mHeader, mHalves); }
+
+    std::uint64_t getEffective() const {
+        return std::uint64_t{mHalves[1].effective} << 32U | mHalves[0].effective;
+    }
+    std::uint64_t getPermitted() const {
+        return std::uint64_t{mHalves[1].permitted} << 32U | mHalves[0].permitted;
+    }
+    void setEffective(std::uint64_t aCapabilities) {
+        mHalves[0].effective = static_cast<std::uint32_t>(aCapabilities);
+        mHalves[1].effective = static_cast<std::uint32_t>(aCapabilities >> 32U);
+        syscall(SYS_capset, &mHeader, mHalves);
+    }
+};
+
+}  // namespace
+
+void giveUpFcRights() noexcept {
+    Capabilities().setEffective(0);
+}
+
+bool hasFcRight(unsigned int aCapability) noexcept {
+    return (Capabilities().getEffective() >> aCapability & 1U) != 0;
+}
+
+ZTCFcRaisedRights::ZTCFcRaisedRights() noexcept {
+    Capabilities lCapabilities;
+    mBefore = lCapabilities.getEffective();
+    lCapabilities.setEffective(lCapabilities.getPermitted());
+}
+
+ZTCFcRaisedRights::~ZTCFcRaisedRights() {
+    Capabilities().setEffective(mBefore);
+}

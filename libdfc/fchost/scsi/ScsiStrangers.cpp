@@ -1,0 +1,42 @@
+#include "ScsiStrangers.h"
+
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t sMaxKept = 1024;
+constexpr std::size_t sMaxHosts = 4096;
+constexpr std::chrono::milliseconds sFresh{100};
+
+}  // namespace
+
+std::uint64_t ZTCScsiStrangers::take(const ZTSScsiFailure& acrFailure, Time aNow) {
+    const What lWhat = find(acrFailure.mKey.mHost, aNow);
+    if (lWhat == Ours && mKept.size() < sMaxKept) {
+        mKept.push_back({acrFailure, aNow + mPatience});
+        return 0;
+    }
+    return lWhat == NotOurs ? 0 : acrFailure.mCount;
+}
+
+// A disk of another kind that fails on and on is not asked for each time.
+ZTCScsiStrangers::What ZTCScsiStrangers::find(std::uint32_t aHost, Time aNow) {
+    const auto lKnown = mNotOurs.find(aHost);
+    if (lKnown != mNotOurs.end() && aNow - lKnown->second < sFresh) {
+        return NotOurs;
+    }
+    const auto lIsIn = [&](const char* apClass) {
+        return access((mClass + apClass + "/host" + std::to_string(aHost)).c_str(), F_OK) == 0;
+    };
+    if (lIsIn("fc_host")) {
+        return Ours;
+    }
+    if (!lIsIn("scsi_host")) {
+        return Gone;
+    }
+    if (mNotOurs.size() >= sMaxHosts) {
+        mNotOurs.clear();
+    }
+    mNotOurs[aHost] = aNow;
+    return NotOurs;
+}
