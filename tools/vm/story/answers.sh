@@ -17,10 +17,10 @@ echo 16 >"$(disk 1)/queue_depth"
 expect 'vf0 queue_depth_change 1:16 1'
 
 # Behind many of TASK SET FULL the kernel lowers the depth of all the disks of a target by itself.
-while read -r name status sense kind detail changes; do
+while read -r name byte sense kind detail changes; do
     say "The disk answers with $name"
     for count in 1 2 1000; do
-        zt-vm-scsi tell told 28 $count "$status" "$sense"
+        zt-vm-scsi tell told 28 $count "$byte" "$sense"
         send 1 --read 512 $count $read_block
         [ "$(zt-vm-scsi told told 28)" = "0 $count" ] || fail 'the disk has not answered as it was told'
         expect "vf0 $kind $detail $count" "vf0 queue_depth_change * 0 $changes"

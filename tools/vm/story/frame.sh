@@ -6,8 +6,10 @@ end() {
     if [ "$1" = 0 ]; then
         echo 'vm: the story went as it must'
     else
-        printf '\nThe ends of the logs:\n'
-        tail -n 40 "$ZT_VRX_SENSOR_DIR/vrx-sca.log" /tmp/*.log
+        printf '\nWhat is counted, and the ends of the logs:\n'
+        kernel_counts
+        vrx-scope stats
+        tail -n 20 "$ZT_VRX_SENSOR_DIR/vrx-sca.log" /tmp/*.log
         dmesg | tail -n 20
     fi
     poweroff -f
