@@ -40,6 +40,7 @@ ZTCFcSession::ZTCFcSession(const ZTSFcSettings& acrSettings)
       mTransport(acrSettings.mProtocol, sTransportGroup, acrSettings.mSender),
       mUevents(NETLINK_KOBJECT_UEVENT, sUeventGroup, 0),
       mReport(acrSettings),
+      mFpins(mStatistics, acrSettings.mLog),
       mWatcher(sReadFirst(acrSettings.mSysfs), 2 * acrSettings.mPeriod),
       mSchedule(acrSettings.mPeriod),
       mScsiUevents(NETLINK_KOBJECT_UEVENT, sUeventGroup, 0) {
@@ -118,6 +119,9 @@ void ZTCFcSession::announce(const ZTSFcMessage& acrMessage) {
     if (!mWatcher.isKnown(acrMessage.mHost) && mSchedule.takeLookBetween()) {
         const auto lRead = Clock::now();
         compare(readFcHosts(mSettings.mSysfs), lRead);
+    }
+    if (acrMessage.isFpin()) {
+        mFpins.take(acrMessage.mHost, acrMessage.mData);
     }
     mWatcher.announce(acrMessage, Clock::now(), mEvents);
     deliver();

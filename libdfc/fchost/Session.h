@@ -4,6 +4,7 @@
 
 #include "Boards.h"
 #include "FcSettings.h"
+#include "Fpin.h"
 #include "Netlink.h"
 #include "Registrations.h"
 #include "Report.h"
@@ -42,6 +43,7 @@ class ZTCFcSession {
     ZTCFcSocket mTransport;  // open before the first look: what changes behind it is announced
     ZTCFcSocket mUevents;
     ZTCFcReport mReport;
+    ZTCFcFpins mFpins;
     ZTCFcWatcher mWatcher;
     ZTFcEvents mEvents;  // that are still to be handed on
     ZTCFcSchedule mSchedule;

@@ -101,8 +101,11 @@ TEST(Documents, EveryLineOfTheLibraryForTheKernelIsExplained) {
         lPage.insert(matchesIn(lrCells.at(0), "^`(.*)`$").at(0)[0]);
     }
     std::set<std::string> lCode;
-    for (const Texts& lrCall :
-         matchesIn(sourceOf("libdfc/fchost/Report.cpp"), "(?:note|lTell|snprintf)\\(([^;]*);")) {
+    std::string lSources;
+    for (const auto& lrFile : std::filesystem::recursive_directory_iterator(ZT_SOURCE_DIR "/libdfc/fchost")) {
+        lSources += lrFile.path().extension() == ".cpp" ? readFile(lrFile.path()) : "";
+    }
+    for (const Texts& lrCall : matchesIn(lSources, "(?:note\\(|lTell\\(|snprintf\\(lWhat)([^;]*);")) {
         for (const Texts& lrText : matchesIn(lrCall[0], "((?:\"(?:[^\"\\\\]|\\\\.)*\"\\s*)+)")) {
             lCode.insert(joined(lrText[0]));
         }

@@ -2,12 +2,16 @@
 #include <cstdlib>
 #include <vector>
 
+#include "Fpin.h"
 #include "TransportMessage.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* apInput, std::size_t aSize) {
     const std::vector<unsigned char> lExact(apInput, apInput + aSize);
     std::size_t lPieces = 0;
-    lPieces += readTransportMessages(lExact.data(), aSize, [&](const ZTSFcMessage&) { ++lPieces; });
+    lPieces += readTransportMessages(lExact.data(), aSize, [&](const ZTSFcMessage& acrMessage) {
+        ++lPieces;
+        readFpin(acrMessage.mData, [](const ZTSFcFpin&) {});
+    });
     if (lPieces > aSize / 16 + 1) {
         abort();
     }

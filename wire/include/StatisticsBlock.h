@@ -1,4 +1,4 @@
-// The file of the agent's figures, to the byte (docs/statistics.md). Numbers are in the host's order.
+// The file of the agent's figures, or of a library's, to the byte (docs/statistics.md). Numbers are in the host's order.
 #pragma once
 
 #include <atomic>
@@ -15,8 +15,8 @@ struct ZTSStatisticsRow {
     std::atomic<std::uint64_t> mValue;
 };
 
-/// The header and the rows: the agent's is one page, so that a mapped file can take its place. A reader goes
-/// by mRowCount and mRowSize.
+/// The header and the rows: the agent's is one page, so that a mapped file can take its place; a library's
+/// has the same header and more rows. A reader goes by mRowCount and mRowSize.
 struct ZTSStatisticsBlock {
     static constexpr unsigned int Size = 4096;
     static constexpr unsigned int HeaderSize = 64;

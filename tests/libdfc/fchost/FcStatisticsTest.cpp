@@ -1,6 +1,9 @@
 // What the library counts: in rows that never move, in a file that is its own.
+#include <sys/mman.h>
+
 #include "FcStatistics.h"
 #include "StatisticsBytes.h"
+#include "TestPages.h"
 #include "TestSupport.h"
 
 namespace {
@@ -68,25 +71,59 @@ TEST(FcStatistics, RowsAreMadeAsTheyAreCounted) {
     }
 }
 
+TEST(FcStatistics, TheDocumentHasEveryRow) {
+    const ZTCTestDirectory lDirectory("/dev/shm");
+    ZTCFcStatistics lStatistics(lDirectory.getPath());
+    for (unsigned char lRow = 0; lRow < ZTFL_Count; ++lRow) {
+        lStatistics.countFor(static_cast<ZTEFcLunFigure>(lRow), 3, 1, 0);
+    }
+    for (unsigned char lRow = 0; lRow < ZTFP_Count; ++lRow) {
+        const bool lHasPort = lRow != ZTFP_Congestion && lRow != ZTFP_Other;
+        lStatistics.countFor(static_cast<ZTEFcFpinFigure>(lRow), 3, lHasPort ? 1 : 0, 0);
+    }
+    std::set<std::string> lRows, lKinds, lPage, lPageKinds;
+    for (const auto& [lrName, lValue] : rowsIn(lDirectory.getPath())) {
+        for (const ZTTestTexts& lrKind : matchesIn(lrName, "kind=\"(\\w+)\"")) {
+            lKinds.insert(lrKind[0]);
+        }
+        const std::regex lLabel("(kind|host|port|lun|event|tag|reason)=\"\\w+\"");
+        lRows.insert(
+            "`" +
+            (contains(lrName, "lost_total") ? lrName : std::regex_replace(lrName, lLabel, "$1=\"...\"")) +
+            "`");
+    }
+    for (const ZTTestTexts& lrCells : rowsOf("docs/statistics.md", "row of the library | what it is")) {
+        lPage.insert(lrCells[0]);
+        for (const ZTTestTexts& lrKind :
+             matchesIn(contains(lrCells[0], "told") ? lrCells[1] : "", "`(\\w+)`")) {
+            lPageKinds.insert(lrKind[0]);
+        }
+    }
+    EXPECT_EQ(lRows, lPage);
+    EXPECT_EQ(lKinds, lPageKinds);
+}
+
 // One who reads meanwhile finds each row named. What finds no row is in the totals all the same.
 TEST(FcStatistics, RowsGrowUnderAReaderUntilTheTableIsFull) {
     const ZTCTestDirectory lDirectory("/dev/shm");
     constexpr unsigned int lMost = ZTCFcStatisticsFile::MaxRows - ZTFF_Count;
     ZTCFcStatistics lStatistics(lDirectory.getPath());
+    const ZTCDescriptor lFile(open((lDirectory / sFile).c_str(), O_RDONLY | O_CLOEXEC));
+    void* const lpMapped = mmap(nullptr, ZTCFcStatisticsFile::Size, PROT_READ, MAP_SHARED, lFile.get(), 0);
+    ASSERT_NE(lpMapped, MAP_FAILED);
+    auto* const lpRows = static_cast<char*>(lpMapped);
     std::atomic<unsigned int> lLeft{3};
     inThreads(4, [&](unsigned int aThread) {
         for (unsigned int lRow = 0; aThread != 0 && lRow < lMost + 10; ++lRow) {
             lStatistics.countFor(ZTFL_TimeOuts, lRow, 0, 1, 2);
         }
         aThread != 0 ? --lLeft : 0;
-        for (std::size_t lBefore = ZTFF_Count; aThread == 0 && lLeft != 0;) {
-            const Rows lRows = rowsIn(lDirectory.getPath());
-            EXPECT_GE(lRows.size(), lBefore);
-            EXPECT_TRUE(std::all_of(lRows.begin(), lRows.end(),
-                                    [](const auto& acrRow) { return !acrRow.first.empty(); }));
-            lBefore = lRows.size();
+        while (aThread == 0 && lLeft != 0) {
+            const auto lCount = reinterpret_cast<std::atomic<std::uint32_t>*>(lpRows + 8)->load();
+            EXPECT_NE(lpRows[64UL * lCount], '\0') << lCount;  // the last one's name
         }
     });
+    munmap(lpMapped, ZTCFcStatisticsFile::Size);
     EXPECT_EQ(figureIn(lDirectory.getPath(), "timeouts{host=\"0\",lun=\"1\"}"), 6U);
     EXPECT_EQ(rowsIn(lDirectory.getPath()).size(), ZTCFcStatisticsFile::MaxRows);
     EXPECT_EQ(lStatistics.get(ZTFF_NoRow), 3 * 10 * 2U);

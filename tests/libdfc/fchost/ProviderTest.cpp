@@ -21,6 +21,8 @@ struct ZTSFcTestStand {
         mEnvironment = {"ZT_LIBDFC_FCHOST_SYSFS=" + mTree.getPath(),
                         "ZT_LIBDFC_FCHOST_NETLINK=" + mSender.getSetting(),
                         std::string("ZT_LIBDFC_FCHOST_PERIOD=") + apPeriod,
+                        "ZT_LIBDFC_FCHOST_SCSI=none",
+                        "ZT_LIBDFC_FCHOST_RATE=10000",
                         "ZT_LIBDFC_FCHOST_LOG=" + mTree.getPath() + "/log", "ZT_LIBDFC=" ZT_DFC_FCHOST};
         mpTable = loadProvider(ZT_DFC_FCHOST, mEnvironment);
     }
@@ -162,6 +164,8 @@ TEST(FcProvider, RefusesWhatItCannotUse) {
     const std::pair<std::string, std::vector<const char*>> lBad[] = {
         {"SYSFS", {"", "sys", "./sys"}},
         {"NETLINK", {"", "x", "-1", "2:", "2:x", "2:-1", ":5", "2:5:", "2:5:6", "2 ", "99999999999"}},
+        {"SCSI", {"", "all", "bpf,perf", "none "}},
+        {"RATE", {"", "0", "-1", "10001", "1.5", "10:"}},
         {"PERIOD", {"", "0", "0.009", "3601", "nan", "inf", "-1", "1:", "1 ", "1s", "1e99"}}};
     ZTSFcTestStand lStand;
     const auto lBefore = pathsIn("/proc/self/fd");
