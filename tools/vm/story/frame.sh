@@ -8,7 +8,7 @@ end() {
     else
         printf '\nWhat is counted, and the ends of the logs:\n'
         kernel_counts
-        vrx-scope stats
+        vrx-scope stats | awk '$2 != 0'
         tail -n 20 "$ZT_VRX_SENSOR_DIR/vrx-sca.log" /tmp/*.log
         dmesg | tail -n 20
     fi
@@ -115,7 +115,7 @@ collect() {
         def detail:
             if .kind == "rscn" then .event.port_id
             elif .kind == "check_condition" then .event
-                | "\(.luns | list):\(.sense_key)/\(.asc | hex2)/\(.ascq | hex2):\(.operation_codes | map(hex2) | list)"
+                | "\(.luns | list):\(.sense_key | hex)/\(.asc | hex2)/\(.ascq | hex2):\(.operation_codes | map(hex2) | list)"
             elif .kind == "fcp_read_check_error" then .event | "\(.lun):\(.operation_code | hex2)"
             elif .event.luns then .event.luns | list
             else "-" end
@@ -159,7 +159,7 @@ show_records() {
     if [ -n "$tables" ]; then
         vrx-scope decode answers
     else
-        sed 's/^/  recorded: /' seen
+        sed -n '1,12s/^/  recorded: /p; 13s/.*/  .../p' seen
     fi
     rm answers
 }

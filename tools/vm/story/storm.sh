@@ -10,7 +10,7 @@ is_sum() {
     fetched=$(awk '$2 == "check_condition" { sum += $4 } END { print sum + 0 }' seen)
     beyond=$(sum $library '^beyond_total')
     lost=$(sum $library '^lost_total')
-    agent_lost=$(sum vrx-sca.stats '^lost_total')
+    agent_lost=$(sum $agents '^lost_total')
     [ $((fetched + beyond + lost + agent_lost)) = "$sent" ]
 }
 
@@ -31,7 +31,6 @@ storm() {
     until is_sum || [ "$(seconds)" -ge "$limit" ]; do
         usleep 200000
     done
-    rm answers
     echo "  sent $sent = $fetched fetched + $beyond beyond + $lost lost in the library + $agent_lost in the agent"
     echo "  the agent used $((used / 100)).$(printf '%02d' $((used % 100))) s of a processor"
     is_sum || fail 'what was sent is not what was told and counted'

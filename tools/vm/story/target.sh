@@ -103,13 +103,11 @@ clear_kernel_counts() {
 }
 
 
-# rows FILE: of the library's or the agent's statistics, lines "NAME VALUE". sum FILE PATTERN: of those that match.
-rows() {
-    tail -c +65 "$ZT_VRX_SENSOR_DIR/$1" | hexdump -v -e '56/1 "%_p" " " 2/4 "%u " "\n"' |
-        sed 's/^\([^ ]*[a-z}]\)\.* /\1 /' | awk '{ print $1, $2 + $3 * 4294967296 }'
-}
+# rows WHOSE: of the statistics, lines "NAME VALUE". sum WHOSE PATTERN: of those whose names match.
+library=.library.values
+agents=.values
+rows() { vrx-scope --json stats | jq -r "$1 | to_entries[] | \"\(.key) \(.value)\""; }
 sum() { rows "$1" | awk -v pattern="$2" '$1 ~ pattern { sum += $2 } END { print sum + 0 }'; }
-library=libdfc-fchost.stats
 commands='queue_full|device_busy|check_condition|lun_reset|target_reset|fcp_read_check_error' # kinds of failed ones
 
 # Whether what the kernel has counted of commands that failed stands in the library's rows, and whether what the library
@@ -118,7 +116,7 @@ is_all_counted() {
     failed=$(kernel_counts | awk '{ sum += $3 } END { print sum + 0 }')
     counted=$(sum $library "^((told|beyond)_total.kind=.($commands)|(timeouts|unreached|failures)_total|lost_total)")
     told=$(sum $library ^told_total)
-    taken=$(sum vrx-sca.stats "^events_total.kind=.($commands|queue_depth_change)")
+    taken=$(sum $agents "^events_total.kind=.($commands|queue_depth_change)")
     [ "$failed $told" = "$counted $taken" ]
 }
 
