@@ -98,5 +98,7 @@ void process();
 void logCaller();
 void logRate();
 void pointer();
+void scsi();
+void look();
 
 }  // namespace ztbench

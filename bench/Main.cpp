@@ -14,10 +14,18 @@ struct GroupRow {
     void (*mpRun)();
 };
 constexpr GroupRow sGroups[] = {
-    {"memory", ztbench::memory},   {"event", ztbench::events},          {"fill", ztbench::fill},
-    {"fetch", ztbench::fetch},     {"statistics", ztbench::statistics}, {"wake", ztbench::wake},
-    {"process", ztbench::process}, {"log caller", ztbench::logCaller},  {"log rate", ztbench::logRate},
+    {"memory", ztbench::memory},
+    {"event", ztbench::events},
+    {"fill", ztbench::fill},
+    {"fetch", ztbench::fetch},
+    {"statistics", ztbench::statistics},
+    {"wake", ztbench::wake},
+    {"process", ztbench::process},
+    {"log caller", ztbench::logCaller},
+    {"log rate", ztbench::logRate},
     {"pointer", ztbench::pointer},
+    {"scsi", ztbench::scsi},
+    {"look", ztbench::look},
 };
 
 }  // namespace

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# check-package.sh BUILD_DIR: makes the Debian package of a release build, installs it with dpkg over a copy of this
-# system that is thrown away, runs what is installed, and looks for anything left behind when it is removed. The copy
-# is an overlay, and needs root: in a user namespace the system's own directories belong to nobody who may write.
+# check-package.sh BUILD_DIR: makes the Debian packages of a release build, installs them with dpkg over a copy of this
+# system that is thrown away, over their predecessor too, runs what is installed, and looks for anything left behind when
+# it is removed. The copy is an overlay, and needs root: in a user namespace the system's own directories belong to nobody
+# who may write.
 set -euo pipefail
 umask 022
 
@@ -27,54 +28,145 @@ silent() {
     [[ -z $output ]] || die "'$*' says: $output"
 }
 
-check_unit() {
-    local figure example drop_in=/etc/systemd/system/vrx-sca.service.d
-    figure=$(systemd-analyze security --offline=true --no-pager vrx-sca.service |
-        sed -n 's/.*Overall exposure level for .*: \([0-9.]*\) .*/\1/p')
-    awk -v figure="$figure" 'BEGIN { exit !(figure != "" && figure <= 0.7) }' ||
-        die "the unit's exposure is '$figure', more than 0.7"
-    printf 'exposure %s\n' "$figure"
-    silent systemd-analyze verify --man=no vrx-sca.service
-    for example in vendor-library fchost; do
-        install -D -m 0644 -t "$drop_in" "/usr/share/doc/vrx-sca/examples/$example.conf"
-        silent systemd-analyze verify --man=no vrx-sca.service
-        rm -r "$drop_in"
-    done
+# packages DPKG_OPTION... [FILE...]: what they say is in /run/dpkg.log.
+packages() {
+    dpkg --force-unsafe-io --no-triggers "$@" >/run/dpkg.log 2>&1 || die "dpkg $*: $(cat /run/dpkg.log)"
 }
 
-# The agent as the unit starts it. What tells is its answer to a Stop command.
-check_agent() {
-    local agent log=/var/log/vrx-sca/vrx-sca.log answer
-    export ZT_LIBDFC
-    ZT_LIBDFC=$(dpkg-query -L vrx-sca | grep '/libdfc-sim\.so$')
+# check_unit BOUND DROP_IN...: how much the unit leaves to the agent, by systemd's measure, with these.
+check_unit() {
+    local bound=$1 figure drop_ins=/etc/systemd/system/vrx-sca.service.d
+    shift
+    install -d "$drop_ins"
+    (($# == 0)) || install -m 0644 -t "$drop_ins" "$@"
+    silent systemd-analyze verify --man=no vrx-sca.service
+    figure=$(systemd-analyze security --offline=true --no-pager vrx-sca.service |
+        sed -n 's/.*Overall exposure level for .*: \([0-9.]*\) .*/\1/p')
+    awk -v figure="$figure" -v bound="$bound" 'BEGIN { exit !(figure != "" && figure <= bound) }' ||
+        die "the unit's exposure with '${*##*/}' is '$figure', more than $bound"
+    printf 'exposure %s %s\n' "$figure" "${*##*/}"
+    rm -r "$drop_ins"
+}
+
+# start_agent LIBRARY: as the unit starts it.
+start_agent() {
+    local log=/var/log/vrx-sca/vrx-sca.log
     install -d -m 0700 /run/vrx-sca
     install -d -m 0750 /var/log/vrx-sca
+    rm -f "$log"
     # Once the log has this line, the pipes are there.
-    vrx-sca -D false -l "$log" 2>/dev/null &
+    ZT_LIBDFC=/usr/lib/vrx-sca/$1 vrx-sca -D false -l "$log" 2>/dev/null &
     agent=$!
     grep -q -m 1 'Creating the Heartbeat Handler' < <(timeout 20 tail -n +1 -F --pid="$agent" "$log" 2>/dev/null) ||
         die "the agent does not start: $(cat "$log")"
-    printf 'VRX1\0\0\0\7\0\0\0\1\2' | timeout 10 tee /run/vrx-sca/vrxscacmd.fifo >/dev/null || die 'no one reads commands'
-    answer=$(timeout 10 head -c 17 /run/vrx-sca/vrxscaout.fifo | od -An -v -tx1 | tr -d ' \n') ||
-        die 'the agent does not answer'
-    [[ $answer == 5652583100000007000000050000000000 ]] || die "the agent answers '$answer'"
+}
+
+stop_agent() {
     vrx-sca -s || die 'the agent is not stopped'
     wait "$agent" || die "the agent's status is $?"
 }
 
+# What tells is its answer to a Stop command.
+check_agent() {
+    local answer
+    start_agent libdfc-sim.so
+    printf 'VRX1\0\0\0\7\0\0\0\1\2' | timeout 10 tee /run/vrx-sca/vrxscacmd.fifo >/dev/null || die 'no one reads commands'
+    answer=$(timeout 10 head -c 17 /run/vrx-sca/vrxscaout.fifo | od -An -v -tx1 | tr -d ' \n') ||
+        die 'the agent does not answer'
+    [[ $answer == 5652583100000007000000050000000000 ]] || die "the agent answers '$answer'"
+    stop_agent
+}
+
+# What vrx-sca was before it had a revision: the files of both packages in one.
+make_predecessor() {
+    dpkg-deb -R /packages/vrx-sca_*.deb /run/old
+    dpkg-deb -x /packages/libdfc-fchost_*.deb /run/old
+    rm -r /run/old/usr/share/doc/libdfc-fchost
+    sed -i 's/^Version: .*/Version: 2.3.0.5/' /run/old/DEBIAN/control
+    dpkg-deb -b /run/old /run/old.deb >/run/dpkg.log
+}
+
+# check_restarts TEXT: what the scripts of packages had systemctl do, but for the manager's own sake.
+check_restarts() {
+    local restarts
+    restarts=$(grep -v daemon-reload /run/systemctl.log || :)
+    [[ $restarts == "$1" ]] || die "the service manager is to '$restarts', not '$1'"
+    : >/run/systemctl.log
+}
+
+# As apt does it: what a package breaks is out of order until its own turn comes.
+upgrade_in_order() {
+    packages -i /run/old.deb
+    packages --auto-deconfigure -i "/packages/$1"_*.deb "/packages/$2"_*.deb
+    says "libdfc-fchost: $library" dpkg-query -S "$library"
+    silent dpkg --verify vrx-sca libdfc-fchost
+    packages -P vrx-sca libdfc-fchost
+}
+
+# One after the other with an agent that runs with the file which changes the package; at once, in both orders.
+check_upgrade() {
+    local library=/usr/lib/vrx-sca/libdfc-fchost.so
+    mkdir -p /run/systemd/system /run/bin /run/sys/class/fc_{host/host3,remote_ports}
+    cat >/run/bin/systemctl <<'END'
+#!/bin/sh
+case $1 in show) cat /run/vrx-sca/vrx-sca.pid ;; *) echo "$@" >>/run/systemctl.log ;; esac
+END
+    chmod +x /run/bin/systemctl
+    echo 0x2000000000000003 | tee /run/sys/class/fc_host/host3/{node,port}_name >/dev/null
+    make_predecessor
+
+    packages -i /run/old.deb
+    echo "ZT_LIBDFC=$library" >>/etc/default/vrx-sca
+    : >/run/systemctl.log
+    start_agent libdfc-fchost.so
+    packages -i /packages/vrx-sca_*.deb
+    grep -q 'not restarted; .* libdfc-fchost' /run/dpkg.log || die "nothing is said of the library: $(cat /run/dpkg.log)"
+    check_restarts ''
+    packages -i /packages/libdfc-fchost_*.deb
+    check_restarts 'try-restart vrx-sca.service'
+    stop_agent
+    start_agent libdfc-fchost.so
+    packages -r libdfc-fchost
+    grep -q 'will find no library' /run/dpkg.log || die "nothing is said at the removal: $(cat /run/dpkg.log)"
+    check_restarts ''
+    stop_agent
+    packages -P vrx-sca libdfc-fchost
+
+    upgrade_in_order vrx-sca libdfc-fchost
+    upgrade_in_order libdfc-fchost vrx-sca
+    rm -r /run/systemd
+}
+
+# depends PACKAGE
+depends() {
+    dpkg-query -W -f "\${Depends}\n" "$1"
+}
+
 inside() {
-    dpkg --force-unsafe-io -i /package.deb >/dpkg.log 2>&1 || die "dpkg -i: $(cat /dpkg.log)"
-    export ZT_VRX_SENSOR_DIR=/run/vrx-sca
+    local agent examples=/usr/share/doc/libdfc-fchost/examples
+    export PATH=/run/bin:$PATH ZT_VRX_SENSOR_DIR=/run/vrx-sca
+    export ZT_LIBDFC_FCHOST_SYSFS=/run/sys ZT_LIBDFC_FCHOST_LOG=/run/fchost.log
+    check_upgrade
+
+    packages -i /packages/vrx-sca_*.deb
     says 'vrx-sca v' vrx-sca -v
     says '-D' vrx-sca -h
     says 'vrx-scope' vrx-scope --version
     says 'vrx-sim check' vrx-sim -h
     says ': ok' vrx-sim check /usr/share/vrx-sca/scenarios/*.scenario
-    check_unit
+    check_unit 0.7
+    check_unit 2.8 /usr/share/doc/vrx-sca/examples/vendor-library.conf
     check_agent
-    dpkg -r vrx-sca >/dpkg.log 2>&1 || die "dpkg -r: $(cat /dpkg.log)"
-    dpkg -P vrx-sca >/dpkg.log 2>&1 || die "dpkg -P: $(cat /dpkg.log)"
-    rm /package.deb /dpkg.log
+    packages -i /packages/libdfc-fchost_*.deb
+    check_unit 1.7 "$examples/fchost.conf"
+    check_unit 2.1 "$examples"/fchost{,-perf}.conf
+    grep -v CAP_SYS_ADMIN "$examples/fchost-perf.conf" >/run/fchost-perfmon.conf
+    check_unit 1.8 "$examples/fchost.conf" /run/fchost-perfmon.conf
+    says libbpf depends libdfc-fchost
+    [[ $(depends vrx-sca) != *libbpf* ]] || die 'vrx-sca depends on libbpf'
+    packages -r vrx-sca
+    packages -P libdfc-fchost vrx-sca
+    rm -r /packages
 }
 
 # In namespaces of its own, with a directory to mount over.
@@ -86,8 +178,9 @@ namespace() {
     mount -t proc proc "$root/proc"
     mount --rbind /dev "$root/dev"
     mount -t tmpfs tmpfs "$root/run" # no service manager runs in here
-    cat >"$root/package.deb"
-    chroot "$root" bash -euo pipefail -c "$(declare -f die says silent check_unit check_agent inside); inside"
+    mkdir "$root/packages"
+    tar -x -C "$root/packages"
+    chroot "$root" bash -euo pipefail -c "$(declare -f); inside"
 
     # What was written over the system, but for dpkg's own notes and those of its trigger for manual pages; of
     # directories only those that the system has not.
@@ -109,7 +202,5 @@ scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 mkdir "$scratch/mount"
 cpack --config "$1/CPackConfig.cmake" -B "$scratch" >"$scratch/cpack.log" 2>&1 || die "cpack: $(cat "$scratch/cpack.log")"
-for package in "$scratch"/vrx-sca_*.deb; do
-    "${as_root[@]}" unshare --mount --pid --fork --kill-child --ipc --net \
-        bash "${BASH_SOURCE[0]}" --namespace "$scratch/mount" <"$package"
-done
+(cd "$scratch" && tar -c -- *.deb) | "${as_root[@]}" unshare --mount --pid --fork --kill-child --ipc --net \
+    bash "${BASH_SOURCE[0]}" --namespace "$scratch/mount"

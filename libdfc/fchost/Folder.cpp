@@ -20,8 +20,9 @@ struct DirectoryCloser {
     void operator()(DIR* apDirectory) const { closedir(apDirectory); }
 };
 
-void sNoteError(ZTSFcKept& arKept) {
-    arKept.mHasRunOut = arKept.mHasRunOut || errno == EMFILE || errno == ENFILE;
+// Of what has just been opened, or not.
+void sNote(bool aIsOpen, ZTSFcKept& arKept) {
+    arKept.mHasRunOut = arKept.mHasRunOut || (!aIsOpen && (errno == EMFILE || errno == ENFILE));
 }
 
 std::string_view sFirstLine(std::string_view aText) {
@@ -47,8 +48,8 @@ int countFcDescriptors(unsigned int aEighths) {
 bool eachFcName(const std::string& acrDirectory, ZTSFcKept& arKept,
                 const std::function<void(const char*, std::uint64_t)>& acrDo) {
     const std::unique_ptr<DIR, DirectoryCloser> lDirectory(opendir(acrDirectory.c_str()));
+    sNote(lDirectory != nullptr, arKept);
     if (lDirectory == nullptr) {
-        sNoteError(arKept);
         return errno == ENOENT;
     }
     errno = 0;
@@ -87,6 +88,7 @@ int ZTCFcFolder::find() {
 int ZTCFcFolder::openFolder() {
     if (mFolder < 0) {
         mFolder = ::open(mPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        sNote(mFolder >= 0, mrKept);
     }
     return mFolder;
 }
@@ -102,10 +104,10 @@ std::string_view ZTCFcFolder::read(std::size_t aAttribute, Bytes& arBytes) {
         lrKept = lFolder < 0
                      ? -1
                      : openat(lFolder, mNames[aAttribute], O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+        sNote(lrKept >= 0, mrKept);
     }
     const int lFile = lrKept;
     if (lFile < 0) {
-        sNoteError(mrKept);
         lrKept = mrKept.mHasRunOut ? Closed : Absent;
         return {};
     }

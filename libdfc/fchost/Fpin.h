@@ -13,6 +13,8 @@ struct ZTSFcFpin {
     std::uint32_t mCount = 0;      ///< of a link's integrity: errors
     std::uint64_t mDetecting = 0;  ///< the port's name; both are 0 where there is none
     std::uint64_t mAttached = 0;
+
+    bool operator==(const ZTSFcFpin&) const = default;
 };
 
 /// Calls the function with each descriptor that is whole. False: something is not what its length says.

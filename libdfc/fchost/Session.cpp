@@ -18,10 +18,10 @@ using Clock = std::chrono::steady_clock;
 constexpr unsigned int sTransportGroup = 4;
 constexpr unsigned int sUeventGroup = 1;
 
-ZTFcHosts sReadFirst(const std::string& acrRoot) {
-    auto lHosts = readFcHosts(acrRoot);
+ZTFcHosts sReadFirst(ZTCFcSysfs& arSysfs, const ZTSFcSettings& acrSettings) {
+    auto lHosts = arSysfs.look();
     if (!lHosts) {
-        throw ZTCFcError("the Fibre Channel hosts below " + acrRoot + " cannot be read");
+        throw ZTCFcError("the Fibre Channel hosts below " + acrSettings.mSysfs + " cannot be read");
     }
     return std::move(*lHosts);
 }
@@ -41,7 +41,8 @@ ZTCFcSession::ZTCFcSession(const ZTSFcSettings& acrSettings)
       mUevents(NETLINK_KOBJECT_UEVENT, sUeventGroup, 0),
       mReport(acrSettings),
       mFpins(mStatistics, acrSettings.mLog),
-      mWatcher(sReadFirst(acrSettings.mSysfs), 2 * acrSettings.mPeriod),
+      mSysfs(acrSettings.mSysfs),
+      mWatcher(sReadFirst(mSysfs, acrSettings), 2 * acrSettings.mPeriod),
       mSchedule(acrSettings.mPeriod),
       mScsiUevents(NETLINK_KOBJECT_UEVENT, sUeventGroup, 0) {
     mBoards.update(mWatcher);
@@ -118,7 +119,7 @@ void ZTCFcSession::listen() {
 void ZTCFcSession::announce(const ZTSFcMessage& acrMessage) {
     if (!mWatcher.isKnown(acrMessage.mHost) && mSchedule.takeLookBetween()) {
         const auto lRead = Clock::now();
-        compare(readFcHosts(mSettings.mSysfs), lRead);
+        compare(mSysfs.look(), lRead);
     }
     if (acrMessage.isFpin()) {
         mFpins.take(acrMessage.mHost, acrMessage.mData);
@@ -131,7 +132,7 @@ void ZTCFcSession::announce(const ZTSFcMessage& acrMessage) {
 // told twice. One look is put off for that, but not the next.
 void ZTCFcSession::look() {
     const auto lRead = Clock::now();
-    const auto lHosts = readFcHosts(mSettings.mSysfs);
+    const auto lHosts = mSysfs.look();
     pollfd lTold{mTransport.get(), POLLIN, 0};
     if (poll(&lTold, 1, 0) > 0 && mSchedule.putOff()) {
         return;

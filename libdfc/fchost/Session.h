@@ -44,6 +44,7 @@ class ZTCFcSession {
     ZTCFcSocket mUevents;
     ZTCFcReport mReport;
     ZTCFcFpins mFpins;
+    ZTCFcSysfs mSysfs;
     ZTCFcWatcher mWatcher;
     ZTFcEvents mEvents;  // that are still to be handed on
     ZTCFcSchedule mSchedule;

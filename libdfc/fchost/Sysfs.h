@@ -3,15 +3,16 @@
 #pragma once
 
 #include <array>
-#include <cstdint>
 #include <map>
-#include <optional>
-#include <string>
+
+#include "Folder.h"
 
 /// The error counters of a port that are looked at.
 inline constexpr const char* ZTFcCounters[] = {
-    "link_failure_count",    "loss_of_sync_count", "loss_of_signal_count", "prim_seq_protocol_err_count",
-    "invalid_tx_word_count", "invalid_crc_count",  "error_frames",         "dumped_frames",
+    "statistics/link_failure_count",    "statistics/loss_of_sync_count",
+    "statistics/loss_of_signal_count",  "statistics/prim_seq_protocol_err_count",
+    "statistics/invalid_tx_word_count", "statistics/invalid_crc_count",
+    "statistics/error_frames",          "statistics/dumped_frames",
 };
 
 struct ZTSFcRemotePort {
@@ -32,7 +33,44 @@ struct ZTSFcHost {
 /// By host number.
 using ZTFcHosts = std::map<std::uint32_t, ZTSFcHost>;
 
-/// One look at everything. aRoot: where sysfs is mounted. Takes as long as the drivers take to answer.
-/// Nothing if it cannot be known which hosts and remote ports there are, which is not the same as none; a
-/// system that has never had a Fibre Channel host has no list of them and no hosts.
-std::optional<ZTFcHosts> readFcHosts(const std::string& acrRoot);
+/// Looks at everything, again and again. One thread.
+class ZTCFcSysfs {
+  public:
+    /// acrRoot: where sysfs is mounted. aKeptBelow: attributes stay open whose descriptors are below.
+    explicit ZTCFcSysfs(const std::string& acrRoot, int aKeptBelow = countFcDescriptors(4));
+    ZTCFcSysfs(const ZTCFcSysfs&) = delete;
+    ZTCFcSysfs& operator=(const ZTCFcSysfs&) = delete;
+
+    /// Takes as long as the drivers take to answer. Nothing if it cannot be known which hosts and remote
+    /// ports there are, which is not the same as none; a system that has never had a Fibre Channel host has
+    /// no list of them and no hosts. Throws std::bad_alloc; the next look is as good as any.
+    std::optional<ZTFcHosts> look();
+
+  private:
+    struct Class;
+    struct Known {
+        Known(const Class& acrClass, const char* apName, std::uint64_t aInode, ZTSFcKept& arKept);
+
+        const std::uint64_t mInode;
+        std::uint64_t mLook = 0;  // the last one that found it
+        ZTCFcFolder mFolder;
+    };
+    // A folder of sysfs with those of hosts, or of remote ports.
+    struct Class {
+        const std::string mPath;
+        const char* const mpPrefix;  // of the names in it, before the number of the host ...
+        const char mEnd;             // ... and what comes behind that
+        const std::span<const char* const> mAttributes;
+        std::map<std::string, Known, std::less<>> mKnown{};
+    };
+
+    template <class Do>
+    bool each(Class& arClass, const Do& acrDo);
+    bool readHost(std::uint32_t aNumber, Known& arKnown, ZTFcHosts& arHosts) const;
+    std::optional<ZTFcHosts> read();
+
+    ZTSFcKept mKept;
+    Class mHosts;
+    Class mRemotePorts;
+    std::uint64_t mLook = 0;
+};

@@ -152,6 +152,8 @@ void ZTCFcWatcher::announce(const ZTSFcMessage& acrMessage, Time aNow, ZTFcEvent
 }
 
 void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEvents) {
+    std::vector<std::uint32_t> lStayed;
+    lStayed.reserve(mBoards.size());
     for (std::uint32_t lBoard = 0; lBoard < mBoards.size(); ++lBoard) {
         if (!mBoards[lBoard].mIsThere) {
             continue;
@@ -159,14 +161,16 @@ void ZTCFcWatcher::look(const ZTFcHosts& acrHosts, Time aNow, ZTFcEvents& arEven
         const auto lHost = acrHosts.find(mBoards[lBoard].mHost);
         if (lHost != acrHosts.end() && lHost->second.mIdentity == mBoards[lBoard].mLast.mIdentity) {
             compare(lBoard, lHost->second, aNow, arEvents);
+            lStayed.push_back(lHost->first);
         } else {
             leave(lBoard, aNow, arEvents);
         }
     }
+    std::sort(lStayed.begin(), lStayed.end());
     // A host's attributes follow it: one without a name is given a look's time to get it.
     std::set<std::uint32_t> lNameless;
     for (const auto& [lHost, lrHost] : acrHosts) {
-        if (findBoard(lHost)) {
+        if (std::binary_search(lStayed.begin(), lStayed.end(), lHost)) {
             continue;
         }
         if (!sPortOf(lrHost) && mNameless.count(lHost) == 0) {

@@ -1,4 +1,5 @@
-// The file of the agent's figures, or of a library's, to the byte (docs/statistics.md). Numbers are in the host's order.
+// The file of the agent's figures, or of a library's, to the byte (docs/statistics.md). Numbers are in the
+// host's order.
 #pragma once
 
 #include <atomic>

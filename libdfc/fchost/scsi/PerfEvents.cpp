@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr unsigned int sProcessorLimit = 65536;
+constexpr unsigned int sProcessorLimit = 8192;  // more than the kernel can be built for
 
 // Such as "0-3,5".
 std::set<unsigned int> sParseProcessors(const std::string& acrText) {
@@ -35,13 +35,16 @@ std::set<unsigned int> sParseProcessors(const std::string& acrText) {
     return lProcessors;
 }
 
-// One line for whoever has to mend it.
+// What to do, for whoever reads the journal.
 std::string sAdvise(const std::system_error& acrError) {
     const int lError = acrError.code().value();
-    const bool lIsRight = lError == EACCES || lError == EPERM;
-    return std::string(acrError.what()) +
-           (lIsRight ? ", it takes CAP_PERFMON, or CAP_SYS_ADMIN with kernel.perf_event_paranoid above 2"
-                     : "");
+    const char* const lpAdvice =
+        lError == EACCES || lError == EPERM
+            ? ": it takes CAP_PERFMON, or CAP_SYS_ADMIN if kernel.perf_event_paranoid is above 2, and a "
+              "SystemCallFilter that has perf_event_open"
+        : lError == EMFILE ? ": it takes two a processor"
+                           : "";
+    return acrError.what() + std::string(lpAdvice);
 }
 
 }  // namespace

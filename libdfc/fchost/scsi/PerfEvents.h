@@ -12,7 +12,7 @@
 /// One thread. The processors' numbers come from sysfs, below aSysfs.
 class ZTCPerfEvents {
   public:
-    /// Throws ZTCScsiNotAvailable.
+    /// Throws ZTCScsiNotAvailable, or std::system_error.
     ZTCPerfEvents(std::vector<ZTSPerfEvent> aEvents, std::string aSysfs);
 
     /// For poll(). It is told once of a sample: who has seen it readable is to take.
@@ -22,7 +22,7 @@ class ZTCPerfEvents {
     /// How many did not come since it was asked last. Exact as soon as all that came has been taken; on a
     /// kernel before 6.0, as soon as the next one on the same processor has.
     std::uint64_t takeLost();
-    /// Takes what happens on those that are there and are not heard yet, with the rights of the constructor.
+    /// From now on takes what happens on those that have come, too: with the rights of the constructor.
     void lookForProcessors();
     /// Why events of some processors are not heard. Empty: all are.
     const std::string& getRefusal() const { return mRefusal; }

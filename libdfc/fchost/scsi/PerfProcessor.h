@@ -45,6 +45,6 @@ class ZTCPerfProcessor {
     const Mapping mMapping;  // of the first; the others write to it as well
     ZTCPerfRing mRing;
     ZTSPerfLosses mLosses;
-    bool mWasEmpty = true;       // whenever it was read, since losses were asked for
+    bool mHadAny = false;        // the ring, when it was read since losses were asked for
     std::uint64_t mDropped = 0;  // what the kernel counted till then
 };

@@ -46,14 +46,11 @@ bool sHandle(std::uint32_t aType, const unsigned char* apBytes, std::size_t aSiz
 
 }  // namespace
 
-bool ZTCPerfRing::isEmpty() const {
-    return __atomic_load_n(&mpControl->data_head, __ATOMIC_ACQUIRE) == mpControl->data_tail;
-}
-
-void ZTCPerfRing::read(const Take& acrTake, ZTSPerfLosses& arLosses) {
+bool ZTCPerfRing::read(const Take& acrTake, ZTSPerfLosses& arLosses) {
     alignas(std::uint64_t) unsigned char lRecord[UINT16_MAX];
     const std::uint64_t lHead = __atomic_load_n(&mpControl->data_head, __ATOMIC_ACQUIRE);
     std::uint64_t lTail = mpControl->data_tail;
+    const bool lHasAny = lTail != lHead;
     while (lTail != lHead) {
         const Header lHeader = copyRecord(lTail, lHead - lTail, lRecord);
         const std::size_t lSize = lHeader.size;
@@ -65,6 +62,7 @@ void ZTCPerfRing::read(const Take& acrTake, ZTSPerfLosses& arLosses) {
         lTail = lSize == 0 ? lHead : lTail + lSize;
         __atomic_store_n(&mpControl->data_tail, lTail, __ATOMIC_RELEASE);
     }
+    return lHasAny;
 }
 
 // Returns its header, with the size 0 if it is none.

@@ -23,10 +23,9 @@ class ZTCPerfRing {
     ZTCPerfRing(perf_event_mmap_page* apControl, const unsigned char* apData, std::size_t aSize)
         : mpControl(apControl), mpData(apData), mSize(aSize) {}
 
-    /// Calls the function with the raw data of each sample that was there when it began. One at which it
-    /// throws comes again the next time.
-    void read(const Take& acrTake, ZTSPerfLosses& arLosses);
-    bool isEmpty() const;
+    /// Calls the function with the raw data of each sample that was there when it began. False: the ring was
+    /// empty.
+    bool read(const Take& acrTake, ZTSPerfLosses& arLosses);
 
   private:
     void copy(std::uint64_t aFrom, unsigned char* apTo, std::size_t aSize) const;

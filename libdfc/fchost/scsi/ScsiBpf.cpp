@@ -137,7 +137,7 @@ void ZTCScsiBpf::attach(Way aWay, const Setup& acrSetup) {
         {lIsTyped ? lrPrograms.ZTScsiDone : lrPrograms.ZTScsiDoneRaw, &lrLinks.ZTScsiDone, acrSetup.mpDone},
         {lIsTyped ? lrPrograms.ZTScsiLate : lrPrograms.ZTScsiLateRaw, &lrLinks.ZTScsiLate, acrSetup.mpLate}};
     for (const auto& lrRow : lRows) {
-        bpf_program__set_autoload(lrRow.mpProgram, true);
+        bpf_program__set_autoload(lrRow.mpProgram, !lIsTyped || lrRow.mpTracepoint != nullptr);
         if (lIsTyped && lrRow.mpTracepoint != nullptr) {
             bpf_program__set_attach_target(lrRow.mpProgram, 0, lrRow.mpTracepoint);
         }

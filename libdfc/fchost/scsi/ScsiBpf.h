@@ -22,7 +22,7 @@ class ZTCScsiBpf : public ZTCScsiSource {
     };
     /// What is otherwise only where there is no SCSI to be looked at.
     struct Setup {
-        const char* mpDone = "scsi_dispatch_cmd_done";  ///< null: it is attached to none
+        const char* mpDone = "scsi_dispatch_cmd_done";  ///< null: attached to none, and by Raw only loaded
         const char* mpLate = "scsi_dispatch_cmd_timeout";
         const char* mpTransportClass = "fc_host";  ///< empty: of any
         std::uint32_t mKeys = 0;                   ///< 0, and the next: as many as the program says

@@ -24,8 +24,10 @@ class ZTCScsiDepths {
 
     /// aKeptBelow: attributes stay open whose descriptors are below. aListing: so long a list of the LUNs
     /// counts, if nobody notes a change.
-    explicit ZTCScsiDepths(const std::string& acrSysfs, int aKeptBelow = countFcDescriptors(4),
+    explicit ZTCScsiDepths(const std::string& acrSysfs, int aKeptBelow = countFcDescriptors(3),
                            Clock::duration aListing = std::chrono::seconds(60));
+    ZTCScsiDepths(const ZTCScsiDepths&) = delete;
+    ZTCScsiDepths& operator=(const ZTCScsiDepths&) = delete;
 
     /// Devices may have come or gone: the next look lists them.
     void noteChange() { mNextListing = {}; }

@@ -1,6 +1,7 @@
 #include "ScsiPerf.h"
 
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include "PerfEvents.h"
@@ -54,5 +55,9 @@ class ScsiPerf final : public ZTCScsiSource {
 }  // namespace
 
 std::unique_ptr<ZTCScsiSource> openScsiPerf(const std::string& acrTracing, const std::string& acrSysfs) {
-    return std::make_unique<ScsiPerf>(acrTracing, acrSysfs);
+    try {
+        return std::make_unique<ScsiPerf>(acrTracing, acrSysfs);
+    } catch (const std::system_error& lrError) {
+        throw ZTCScsiNotAvailable(lrError.what());
+    }
 }

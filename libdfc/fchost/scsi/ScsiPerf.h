@@ -6,7 +6,8 @@
 
 #include "ScsiSource.h"
 
-/// Where tracefs and sysfs are mounted. Throws ZTCScsiNotAvailable. The source wants the rights that this
-/// took for lookForProcessors() too, and says in describe() if it had to go without.
+/// Where tracefs and sysfs are mounted. Throws ZTCScsiNotAvailable. What fails on a processor that has come
+/// is seen from lookForProcessors() on, which wants the rights that this took: describe() says if it had to
+/// go without.
 std::unique_ptr<ZTCScsiSource> openScsiPerf(const std::string& acrTracing = "/sys/kernel/tracing",
                                             const std::string& acrSysfs = "/sys");

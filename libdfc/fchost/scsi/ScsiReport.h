@@ -1,7 +1,6 @@
 // What the library says in its journal about SCSI errors: how they are seen, and which are only counted.
 #pragma once
 
-#include <array>
 #include <string>
 
 #include "FcSettings.h"
@@ -24,11 +23,12 @@ class ZTCScsiReport {
     void tellCounts(bool aIsLast);
 
   private:
-    static constexpr unsigned int Counts = 4;
-
     const ZTCFcJournal mJournal;
     ZTCFcStatistics& mrStatistics;
     std::string mWay;
     bool mIsMemoryGone = false;
-    std::array<ZTCFcSum, Counts> mCounts;
+    ZTCFcSum mFull;
+    ZTCFcSum mUnknownHost;
+    ZTCFcSum mNoMemory;
+    ZTCFcSum mBeyond;
 };

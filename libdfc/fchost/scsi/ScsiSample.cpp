@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "ScsiSense.h"
+
 namespace {
 
 constexpr std::uint32_t sStatus = 0xff;
@@ -46,6 +48,8 @@ std::optional<ZTSScsiFailure> ZTCScsiSample::read(const unsigned char* apSample,
     lrKey.mChannel = lNumber(Channel);
     lrKey.mTarget = lNumber(Target);
     lrKey.mOperationCode = lByte(OperationCode);
+    const __u8 lCdb[10] = {lrKey.mOperationCode};  // the rest is not told, and not looked at but for 32 bytes
+    lrKey.mIsRead = ZTIsScsiRead(lCdb, sizeof lCdb) != 0 ? 1 : 0;
     lrKey.mTrace = static_cast<std::uint8_t>(mTrace);
     lFailure.mTag = lNumber(Tag);
     if (mTrace != ZTST_TimedOut) {

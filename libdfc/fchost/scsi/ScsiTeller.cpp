@@ -1,12 +1,16 @@
 #include "ScsiTeller.h"
 
+#include <algorithm>
 #include <new>
 
 #include "Delivery.h"
 
 namespace {
 
-constexpr unsigned int sPeriodsOfPatience = 4;
+// A host that has come is found by the next look, or the one behind it.
+std::chrono::milliseconds sPatienceOf(const ZTSFcSettings& acrSettings) {
+    return std::max<std::chrono::milliseconds>(4 * acrSettings.mPeriod, std::chrono::seconds(2));
+}
 
 }  // namespace
 
@@ -16,7 +20,7 @@ ZTCScsiTeller::ZTCScsiTeller(const ZTSFcSettings& acrSettings, const ZTCFcBoards
       mrRegistrations(arRegistrations),
       mrStatistics(arStatistics),
       mTargets(acrSettings.mSysfs),
-      mStrangers(acrSettings.mSysfs, sPeriodsOfPatience * acrSettings.mPeriod),
+      mStrangers(acrSettings.mSysfs, sPatienceOf(acrSettings)),
       mRate(acrSettings.mRate) {}
 
 void ZTCScsiTeller::tell(const ZTSScsiFailure& acrFailure, Time aNow) {

@@ -31,7 +31,8 @@ class ZTCFcTestTree {
     void set(const std::string& acrBelow, const std::string& acrText) const {
         const std::string lPath = pathOf(acrBelow);
         if (const ZTCDescriptor lFile(open(lPath.c_str(), O_WRONLY | O_CLOEXEC)); lFile.isOpen()) {
-            const std::size_t lSize = std::max<std::size_t>(acrText.size(), lseek(lFile.get(), 0, SEEK_END));
+            const std::size_t lSize =
+                std::max<std::size_t>(acrText.size(), std::filesystem::file_size(lPath));
             const std::string lLines = acrText + std::string(lSize - acrText.size(), '\n');
             EXPECT_EQ(pwrite(lFile.get(), lLines.data(), lSize, 0), static_cast<ssize_t>(lSize));
             return;

@@ -34,40 +34,33 @@ const std::vector<std::string> sEach = {
     descriptor(0x20004, sent({{1, 2}, {9, 2}, {1000, 4}, {0xf1000000, 4}})),
     descriptor(0x20007, "what"),
 };
-const std::vector<std::string> sRead = {"0 2 7 5 with ports, ", "1 1 0 0 with ports, ",
-                                        "2 3 8 0 with ports, ", "3 1 9 0 alone, ", "4 131079 0 0 alone, "};
+const std::vector<ZTSFcFpin> sRead = {{ZTFP_LinkIntegrity, 2, 7, 5, sDetecting, sAttached},
+                                      {ZTFP_Delivery, 1, 0, 0, sDetecting, sAttached},
+                                      {ZTFP_PeerCongestion, 3, 8, 0, sDetecting, sAttached},
+                                      {ZTFP_Congestion, 1, 9},
+                                      {ZTFP_Other, 0x20007}};
 
-std::string read(const std::string& acrBytes) {
+// Whether it is whole, and has these descriptors.
+void expect(const std::string& acrBytes, bool aIsWhole, const std::vector<ZTSFcFpin>& acrRead) {
     const std::vector<unsigned char> lExact(acrBytes.begin(), acrBytes.end());
-    std::string lText;
-    const bool lIsWhole = readFpin(lExact, [&](const ZTSFcFpin& acrOne) {
-        const bool lHasPorts = acrOne.mDetecting == sDetecting && acrOne.mAttached == sAttached;
-        for (const std::uint32_t lNumber :
-             {std::uint32_t{acrOne.mFigure}, acrOne.mNumber, acrOne.mModifier, acrOne.mCount}) {
-            lText += std::to_string(lNumber) + " ";
-        }
-        lText += lHasPorts ? "with ports, " : "alone, ";
-    });
-    return lText + (lIsWhole ? "whole" : "bad");
+    std::vector<ZTSFcFpin> lRead;
+    EXPECT_EQ(readFpin(lExact, [&](const ZTSFcFpin& acrOne) { lRead.push_back(acrOne); }), aIsWhole);
+    EXPECT_EQ(lRead, acrRead);
 }
 
 TEST(FcFpin, EveryDescriptorCutAnywhere) {
-    std::string lAll;
-    std::vector<std::size_t> lEnds;
-    for (const std::string& lrOne : sEach) {
-        lEnds.push_back(8 + (lAll += lrOne).size());
-    }
-    const std::string lWhole = els(lAll);
-    for (std::size_t lSize = 0; lSize <= lWhole.size(); ++lSize) {
-        std::string lExpected;
-        for (std::size_t lOne = 0; lOne < lEnds.size() && lEnds[lOne] <= lSize; ++lOne) {
-            lExpected += sRead[lOne];
+    std::string lWhole = els(sEach[0] + sEach[1] + sEach[2] + sEach[3] + sEach[4]);
+    std::vector<ZTSFcFpin> lRead;
+    for (std::size_t lSize = 0, lNext = 8 + sEach[0].size(); lSize <= lWhole.size(); ++lSize) {
+        SCOPED_TRACE(lSize);
+        if (lSize == lNext) {
+            lRead.push_back(sRead[lRead.size()]);
+            lNext += lRead.size() < sEach.size() ? sEach[lRead.size()].size() : 0;
         }
-        EXPECT_EQ(read(lWhole.substr(0, lSize)), lExpected + (lSize == lWhole.size() ? "whole" : "bad"))
-            << lSize;
+        expect(lWhole.substr(0, lSize), lSize == lWhole.size(), lRead);
     }
-    EXPECT_EQ(read(lWhole + "filler"), sRead[0] + sRead[1] + sRead[2] + sRead[3] + sRead[4] + "whole");
-    EXPECT_EQ(read("\x17" + lWhole.substr(1)), "bad");
+    expect(lWhole + "filler", true, sRead);
+    expect("\x17" + lWhole.substr(1), false, {});
 }
 
 // The lengths of the ELS, of a descriptor, and of its list of ports.
@@ -75,28 +68,19 @@ TEST(FcFpin, LengthsThatLie) {
     const struct {
         std::size_t mDescriptor, mAt;
         std::uint32_t mValue;
-        std::string mRead;
-    } lLies[] = {
-        {0, 4, 0xffffffff, sRead[0] + "bad"},
-        {0, 4, 0, "whole"},
-        {0, 4, 7, "bad"},
-        {0, 12, 0xffffffff, "bad"},
-        {0, 12, 49, "bad"},
-        {0, 44, 3, sRead[0] + "bad"},
-        {0, 44, 0xffffffff, sRead[0] + "bad"},
-        {2, 40, 2, sRead[2] + "bad"},
-        {3, 12, 0xfffffffc, "bad"},
-        {1, 12, 19, "bad"},
-    };
-    for (const auto& lrLie : lLies) {
-        std::string lBytes = els(sEach[lrLie.mDescriptor]);
-        lBytes.replace(lrLie.mAt, 4, sent({{lrLie.mValue, 4}}));
-        EXPECT_EQ(read(lBytes), lrLie.mRead) << lrLie.mDescriptor << " " << lrLie.mAt << " " << lrLie.mValue;
+        bool mIsRead;
+    } lLies[] = {{0, 4, ~0U, true},  {0, 4, 7, false}, {0, 12, ~0U, false},
+                 {0, 12, 49, false}, {0, 44, 3, true}, {0, 44, ~0U, true},
+                 {1, 12, 19, false}, {2, 40, 2, true}, {3, 12, ~3U, false}};
+    for (const auto& [lDescriptor, lAt, lValue, lIsRead] : lLies) {
+        SCOPED_TRACE(std::to_string(lDescriptor) + " " + std::to_string(lAt) + " " + std::to_string(lValue));
+        std::string lBytes = els(sEach[lDescriptor]);
+        expect(lBytes.replace(lAt, 4, sent({{lValue, 4}})), false,
+               lIsRead ? std::vector{sRead[lDescriptor]} : std::vector<ZTSFcFpin>());
     }
     for (std::size_t lOne = 0; lOne < 4;
          ++lOne) {  // one that is too short for what it is leaves the next one
-        const std::string lShort = sEach[lOne].substr(0, 4) + sent({{4, 4}}) + "none";
-        EXPECT_EQ(read(els(lShort + sEach[4])), sRead[4] + "bad");
+        expect(els(sEach[lOne].substr(0, 4) + sent({{4, 4}}) + "none" + sEach[4]), false, {sRead[4]});
     }
 }
 

@@ -1,6 +1,7 @@
 // The library over the kernel's transport, by the table that it exports; and an agent that has loaded it.
 #include <sys/inotify.h>
 
+#include "AgentStatistics.h"
 #include "FcTest.h"
 #include "ProviderCalls.h"
 
@@ -23,7 +24,8 @@ struct ZTSFcTestStand {
                         std::string("ZT_LIBDFC_FCHOST_PERIOD=") + apPeriod,
                         "ZT_LIBDFC_FCHOST_SCSI=none",
                         "ZT_LIBDFC_FCHOST_RATE=10000",
-                        "ZT_LIBDFC_FCHOST_LOG=" + mTree.getPath() + "/log", "ZT_LIBDFC=" ZT_DFC_FCHOST};
+                        "ZT_LIBDFC_FCHOST_LOG=" + mTree.getPath() + "/log",
+                        "ZT_LIBDFC=" ZT_DFC_FCHOST};
         mpTable = loadProvider(ZT_DFC_FCHOST, mEnvironment);
     }
     std::string getLog() const { return readFile(mTree.getPath() + "/log"); }
@@ -200,9 +202,9 @@ TEST(FcProvider, IsIdleBetweenLooks) {
         const auto lOthers = pathsIn("/proc/self/task");
         ASSERT_EQ(lStand.mpTable->init(), 0);
         const auto lStart = std::chrono::steady_clock::now();
-        const ZTCDescriptor lOpens(inotify_init1(IN_CLOEXEC));
-        inotify_add_watch(lOpens.get(), lStand.mTree.pathOf("fc_host/host3/port_state").c_str(), IN_OPEN);
-        EXPECT_EQ(readBytes(lOpens, sLooks * sizeof(inotify_event)).size(), sLooks * sizeof(inotify_event));
+        const ZTCDescriptor lReads(inotify_init1(IN_CLOEXEC));
+        inotify_add_watch(lReads.get(), lStand.mTree.pathOf("fc_host/host3/port_state").c_str(), IN_ACCESS);
+        EXPECT_EQ(readBytes(lReads, sLooks * sizeof(inotify_event)).size(), sLooks * sizeof(inotify_event));
         EXPECT_GT(std::chrono::steady_clock::now() - lStart, std::chrono::milliseconds(20) * (sLooks - 1));
         const std::string lLabel = "\nvoluntary_ctxt_switches:";
         for (const std::string& lrThread : pathsIn("/proc/self/task")) {
@@ -238,6 +240,32 @@ TEST(FcProvider, AnAgentRecordsItsEvents) {
                       "00000001TT012000000000080100000003020100", "00000001TT0801000000000401000000",
                       "00000001TT0802000000000401000000", "00000001TT1001000000000401000000"}));
         lAgent.stop();
+    });
+}
+
+// On tmpfs at once, elsewhere with the next turn. A signal ends the agent without a close.
+TEST(FcProvider, TheFiguresOfAnAgentsLibrary) {
+    inOwnNetwork([] {
+        for (const char* const lpParent : {"/dev/shm", "/tmp"}) {
+            ZTSFcTestStand lStand;
+            const ZTCTestDirectory lDirectory(lpParent);
+            ZTCTestAgent lAgent(lDirectory, {}, lStand.mEnvironment);
+            const ZTCTestSensor lSensor(lDirectory);
+            const std::string lFpin("\x16\0\0\0\0\0\0\x14\0\2\0\4\0\0\0\x0c\0\1\0\0\0\0\0\0\0\0\0\0", 28);
+            lStand.mSender.sendBytes(fcMessage(3, 1, 0x501, lFpin));
+            EXPECT_TRUE(waitUntil([&] {
+                try {
+                    const ZTCAgentStatistics lFigures(lDirectory.getPath(), ZTWireLibraryStatistics);
+                    EXPECT_EQ(lFigures.getProcess(), lAgent.getProcess());
+                    return lFigures.read().get("fpin_cn{host=\"3\",event=\"1\"}") == 1;
+                } catch (const ZTCNoAgentError&) {
+                    return false;
+                }
+            })) << lpParent;
+            lAgent.sendSignal(SIGTERM);
+            EXPECT_EQ(lAgent.waitForEnd(), 0);
+            EXPECT_FALSE(std::filesystem::exists(lDirectory.getPath() + ZTWireLibraryStatistics));
+        }
     });
 }
 

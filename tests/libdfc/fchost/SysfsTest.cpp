@@ -1,12 +1,18 @@
 // What sysfs holds, and what is in its place.
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include "FailingAllocator.h"
 #include "FcTest.h"
 #include "Sysfs.h"
 #include "Watcher.h"
 
 namespace {
+
+std::optional<ZTFcHosts> readFcHosts(const std::string& acrRoot) {
+    return ZTCFcSysfs(acrRoot).look();
+}
 
 std::string textOf(const std::optional<std::uint64_t>& acrNumber) {
     return acrNumber ? fcDigits(*acrNumber) : "none";
@@ -24,7 +30,7 @@ std::map<std::string, std::string> valuesOf(const std::optional<ZTFcHosts>& acrH
                                                {lPort + "port_id", textOf(lrPort.mPortId)},
                                                {lPort + "port_state", lrPort.mState}};
     for (std::size_t lAt = 0; lAt < lrHost.mCounters.size(); ++lAt) {
-        lValues[lHost + "statistics/" + ZTFcCounters[lAt]] = textOf(lrHost.mCounters[lAt]);
+        lValues[lHost + ZTFcCounters[lAt]] = textOf(lrHost.mCounters[lAt]);
     }
     return lValues;
 }
@@ -38,7 +44,7 @@ TEST(FcSysfs, AnyAttributeMayBeAnything) {
         std::map<std::string, std::string> lAttributes{
             {"port_state", "Online"}, {"node_name", "0x10"}, {"port_name", "0x2000000000000001"}};
         for (const char* const lpCounter : ZTFcCounters) {
-            lAttributes[std::string("statistics/") + lpCounter] = fcDigits(0x100 + lAttributes.size());
+            lAttributes[lpCounter] = fcDigits(0x100 + lAttributes.size());
         }
         lTree.add("fc_host/host3", lAttributes);
         lTree.add("fc_remote_ports/rport-3:0-1", {{"port_id", "0x010203"}, {"port_state", "Blocked"}});
@@ -110,6 +116,105 @@ TEST(FcSysfs, NamesAndFolders) {
         lTree.remove(lpFolder);
     }
     EXPECT_TRUE(readFcHosts("/nowhere").value().empty());
+}
+
+std::ptrdiff_t countOpen() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+// Numbers, known and not, of hosts 0 to as many.
+std::string portsOf(const std::optional<ZTFcHosts>& acrHosts) {
+    std::string lText;
+    for (const auto& [lHost, lrHost] : acrHosts.value()) {
+        lText +=
+            std::to_string(lHost) + " " + textOf(lrHost.mPort) + " " + textOf(lrHost.mCounters[0]) + ", ";
+    }
+    return lText;
+}
+
+// Looks one after the other, with all kept open, nothing, and what a few descriptors suffice for.
+TEST(FcSysfs, LookAfterLook) {
+    for (const int lKept : {1024, 0, static_cast<int>(countOpen()) + 3}) {
+        const ZTCFcTestTree lTree;
+        const std::string lHost = "fc_host/host3/";
+        const std::string lCounter = lHost + ZTFcCounters[0];
+        ZTCFcSysfs lSysfs(lTree.getPath(), lKept);
+        EXPECT_EQ(portsOf(lSysfs.look()), "");
+        lTree.add("fc_host/host3", {{"statistics/x", ""}});
+        const std::uint64_t lIdentity = lSysfs.look().value().at(3).mIdentity;
+        lTree.set(lHost + "port_name", "0x7\n");  // it follows
+        EXPECT_EQ(portsOf(lSysfs.look()), "3 0x7 none, ");
+        lTree.set(lCounter, "0x5\n");
+        EXPECT_EQ(portsOf(lSysfs.look()), "3 0x7 none, ");  // the third is no time for another try
+        for (const auto& [lpText, lpNow] : {std::pair("0x5", "0x5"),
+                                            {"0x65", "0x65"},
+                                            {"0x6", "0x6"},
+                                            {"", "none"},
+                                            {"x", "none"},
+                                            {"0x7", "0x7"}}) {
+            lTree.set(lCounter, lpText + std::string("\n"));
+            EXPECT_EQ(portsOf(lSysfs.look()), std::string("3 0x7 ") + lpNow + ", ") << lKept;
+        }
+        lTree.addHost(3);  // anew
+        lTree.add("fc_remote_ports/rport-3:0-1", {{"port_id", "0x1"}});
+        EXPECT_EQ(portsOf(lSysfs.look()), "3 0x2000000000000003 0x5, ");
+        lTree.add("fc_remote_ports/rport-3:0-1", {{"port_id", "0x2"}});
+        const auto lHosts = lSysfs.look().value();
+        EXPECT_NE(lHosts.at(3).mIdentity, lIdentity);
+        EXPECT_EQ(lHosts.at(3).mRemotePorts.at("rport-3:0-1").mPortId, 2U);
+        lTree.remove("fc_host/host3");
+        EXPECT_EQ(portsOf(lSysfs.look()), "");
+    }
+}
+
+TEST(FcSysfs, LosesNoDescriptorAndNoLook) {
+    const ZTSTestEnd lEnd = runChild([] {
+        const ZTCFcTestTree lTree;
+        std::string lAll;
+        const auto lAdd = [&](unsigned int aHost) {
+            lTree.addHost(aHost);
+            lAll += std::to_string(aHost) + " " + fcDigits(0x2000000000000000 + aHost) + " 0x5, ";
+        };
+        lAdd(0);
+        const std::ptrdiff_t lBefore = countOpen();
+        ZTCFcSysfs lSysfs(lTree.getPath(), INT_MAX);
+        for (unsigned int lFailing = 1, lHasFailed = true; lHasFailed; ++lFailing) {
+            FailingAllocator lAllocator(lFailing);
+            try {
+                lSysfs.look();
+            } catch (const std::bad_alloc&) {
+            }
+            lAllocator.stop();
+            lHasFailed = lAllocator.hasFailed();
+        }
+        EXPECT_EQ(portsOf(lSysfs.look()), lAll);
+        EXPECT_EQ(countOpen(), lBefore + 4);
+        rlimit lLimit{};
+        getrlimit(RLIMIT_NOFILE, &lLimit);
+        lLimit.rlim_cur = static_cast<rlim_t>(countOpen()) + 40;
+        setrlimit(RLIMIT_NOFILE, &lLimit);
+        std::vector<ZTCDescriptor> lElsewhere(1);
+        for (bool lIsOpen = true; lIsOpen; lIsOpen = lElsewhere.back().isOpen()) {
+            lElsewhere.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        }
+        EXPECT_EQ(portsOf(lSysfs.look()), lAll);
+        lElsewhere.clear();
+        for (unsigned int lHost = 1; lHost < 1024; ++lHost) {
+            lAdd(lHost);
+        }
+        EXPECT_EQ(portsOf(lSysfs.look()), lAll);
+        EXPECT_LT(countOpen(), lBefore + 40);
+        lLimit.rlim_cur = lLimit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &lLimit);
+        ZTCFcSysfs lOther(lTree.getPath());
+        EXPECT_EQ(portsOf(lOther.look()), lAll);
+        EXPECT_EQ(portsOf(lOther.look()), lAll);
+        lTree.remove("fc_host");
+        EXPECT_EQ(portsOf(lOther.look()), "");
+        EXPECT_EQ(portsOf(lSysfs.look()), "");
+        EXPECT_EQ(countOpen(), lBefore);
+    });
+    EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut << lEnd.mErr;
 }
 
 }  // namespace

@@ -20,7 +20,7 @@ int wanted() {
 struct Events {
     explicit Events(const std::string& acrProcessors) {
         std::filesystem::create_directories(mDirectory / "devices/system/cpu");
-        setProcessors(acrProcessors);
+        look(acrProcessors);
         const std::string lFilter = "pid == " + std::to_string(wanted());
         std::vector<ZTSPerfEvent> lEvents;
         for (const char* const lpName : {"sys_enter_getpgid", "sys_enter_getsid"}) {
@@ -29,8 +29,9 @@ struct Events {
         }
         mEvents.emplace(lEvents, mDirectory.getPath());
     }
-    void setProcessors(const std::string& acrText) const {
-        writeFile(mDirectory / "devices/system/cpu/online", acrText + "\n");
+    void look(const std::string& acrProcessors) {
+        writeFile(mDirectory / "devices/system/cpu/online", acrProcessors + "\n");
+        mEvents ? mEvents->lookForProcessors() : void();
     }
     bool isReadable() const {
         pollfd lPoll{mEvents->getFile(), POLLIN, 0};
@@ -46,8 +47,8 @@ struct Events {
     std::optional<ZTCPerfEvents> mEvents;
 };
 
-// Two events each.
-void happen(unsigned int aProcessor, unsigned int aCount) {
+// Two events each, on one of the processors.
+void happen(int aProcessor, unsigned int aCount) {
     cpu_set_t lOne;
     CPU_ZERO(&lOne);
     CPU_SET(aProcessor, &lOne);
@@ -59,16 +60,22 @@ void happen(unsigned int aProcessor, unsigned int aCount) {
     }
 }
 
-// Runs the test in a child of its own, which alone has tracefs.
-void inChild(const std::function<void()>& acrWork) {
+// Runs the test, given two processors, in a child of its own, which alone has tracefs.
+void inChild(const std::function<void(int, int)>& acrWork) {
     const auto lEnd = runChild([&] {
+        cpu_set_t lOurs;
+        std::vector<int> lProcessors;
+        sched_getaffinity(0, sizeof lOurs, &lOurs);
+        for (int lAt = 0; lAt < CPU_SETSIZE; ++lAt) {
+            CPU_ISSET(lAt, &lOurs) ? lProcessors.push_back(lAt) : void();
+        }
         if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            mount("none", "/sys/kernel/tracing", "tracefs", 0, nullptr) != 0) {
-            printf("%s%s\n", sSkipped, strerror(errno));
+            mount("none", "/sys/kernel/tracing", "tracefs", 0, nullptr) != 0 || lProcessors.size() < 2) {
+            printf("%sno tracefs of one's own, or one processor\n", sSkipped);
             return;
         }
         try {
-            acrWork();
+            acrWork(lProcessors[0], lProcessors[1]);
         } catch (const ZTCScsiNotAvailable& lrReason) {
             printf("%s%s\n", sSkipped, lrReason.what());
         }
@@ -80,21 +87,20 @@ void inChild(const std::function<void()>& acrWork) {
 }
 
 TEST(PerfEvents, ComeFromAllProcessorsAndAreCountedBeyondTheRoom) {
-    inChild([] {
-        const unsigned int lLast = std::thread::hardware_concurrency() - 1;
-        Events lEvents("0-" + std::to_string(lLast));
+    inChild([](int aFirst, int aSecond) {
+        Events lEvents(std::to_string(aFirst) + "-" + std::to_string(aSecond));
         EXPECT_FALSE(lEvents.isReadable());
-        happen(0, 3);
+        happen(aFirst, 3);
         EXPECT_TRUE(lEvents.isReadable());
-        happen(lLast, 4);
+        happen(aSecond, 4);
         EXPECT_EQ(lEvents.take(), 14U);
         EXPECT_FALSE(lEvents.isReadable());
         EXPECT_EQ(lEvents.mEvents->takeLost(), 0U);
-        happen(lLast, 20000);
+        happen(aSecond, 20000);
         const std::size_t lTaken = lEvents.take();
         EXPECT_GT(lTaken, 1000U);
         EXPECT_EQ(lTaken + lEvents.mEvents->takeLost(), 40000U);
-        happen(lLast, 1);
+        happen(aSecond, 1);
         EXPECT_TRUE(lEvents.isReadable());
         EXPECT_EQ(lEvents.take(), 2U);
         EXPECT_EQ(lEvents.mEvents->takeLost(), 0U);
@@ -102,38 +108,26 @@ TEST(PerfEvents, ComeFromAllProcessorsAndAreCountedBeyondTheRoom) {
 }
 
 TEST(PerfEvents, FollowProcessorsThatComeAndGo) {
-    inChild([] {
-        const unsigned int lLast = std::thread::hardware_concurrency() - 1;
-        if (lLast == 0) {
-            printf("%sa single processor\n", sSkipped);
-            return;
-        }
-        Events lEvents("0");
-        happen(lLast, 1);
+    inChild([](int aFirst, int aSecond) {
+        const std::string lFirst = std::to_string(aFirst);
+        Events lEvents(lFirst);
+        happen(aSecond, 1);
         EXPECT_FALSE(lEvents.isReadable());
-        lEvents.setProcessors("0," + std::to_string(lLast));
-        lEvents.mEvents->lookForProcessors();
-        happen(lLast, 20000);
-        lEvents.setProcessors(std::to_string(lLast));
-        happen(0, 1);
-        lEvents.mEvents->lookForProcessors();
-        lEvents.setProcessors("0");
-        lEvents.mEvents->lookForProcessors();
+        lEvents.look(lFirst + "," + std::to_string(aSecond));
+        happen(aSecond, 20000);
+        happen(aFirst, 1);
+        lEvents.look(std::to_string(aSecond));
+        lEvents.look(lFirst);
         const std::size_t lTaken = lEvents.take();
-        EXPECT_EQ(lTaken + lEvents.mEvents->takeLost(), 40002U) << "of those that are gone";
-        happen(lLast, 1);
-        EXPECT_FALSE(lEvents.isReadable());
-        happen(0, 1);
-        EXPECT_EQ(lEvents.take(), 2U);
+        EXPECT_EQ(lTaken + lEvents.mEvents->takeLost(), 40002U) << "of those that have gone";
+        happen(aSecond, 1);
         for (const char* const lpLie : {"", "garbage", "0-4000000000"}) {
-            lEvents.setProcessors(lpLie);
-            lEvents.mEvents->lookForProcessors();
+            lEvents.look(lpLie);
             EXPECT_NE(lEvents.mEvents->getRefusal(), "") << lpLie;
-            happen(0, 1);
+            happen(aFirst, 1);
             EXPECT_EQ(lEvents.take(), 2U) << "as before " << lpLie;
         }
-        lEvents.setProcessors("0");
-        lEvents.mEvents->lookForProcessors();
+        lEvents.look(lFirst);
         EXPECT_EQ(lEvents.mEvents->getRefusal(), "");
     });
 }

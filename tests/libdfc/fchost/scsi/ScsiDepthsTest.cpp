@@ -24,8 +24,11 @@ struct ZTSFcTestDepths {
         return look();
     }
 
+    explicit ZTSFcTestDepths(ZTCScsiDepths::Clock::duration aListing = std::chrono::hours(1))
+        : mDepths(mTree.getPath(), 256, aListing) {}
+
     ZTCFcTestTree mTree;
-    ZTCScsiDepths mDepths{mTree.getPath(), 1024, std::chrono::hours(1)};
+    ZTCScsiDepths mDepths;
 };
 
 TEST(ScsiDepths, TellsWhatHasChanged) {
@@ -62,6 +65,24 @@ TEST(ScsiDepths, TellsWhatHasChanged) {
     lStand.mTree.set("scsi_device/3:0:1:2/device/queue_depth", "5\n");
     lStand.mTree.remove("fc_host/host3");
     lStand.mDepths.noteChange();
+    EXPECT_EQ(lStand.look(), "");
+}
+
+TEST(ScsiDepths, InTurns) {
+    ZTSFcTestDepths lStand(std::chrono::seconds(0));
+    constexpr unsigned int sLuns = 1100;
+    lStand.mTree.addHost(3);
+    for (unsigned int lLun = 0; lLun < sLuns; ++lLun) {
+        lStand.add("3:0:" + std::to_string(lLun % 3) + ":" + std::to_string(lLun), "32");
+    }
+    EXPECT_EQ(lStand.look() + lStand.look(), "");
+    for (unsigned int lLun = 0; lLun < sLuns; ++lLun) {
+        lStand.mTree.set("scsi_device/3:0:" + std::to_string(lLun % 3) + ":" + std::to_string(lLun) +
+                             "/device/queue_depth",
+                         "31\n");
+    }
+    EXPECT_EQ(countIn(lStand.look(), " 32 31;"), 1024U);
+    EXPECT_EQ(countIn(lStand.look(), " 32 31;"), sLuns - 1024);
     EXPECT_EQ(lStand.look(), "");
 }
 

@@ -171,7 +171,7 @@ TEST(ScsiTeller, HostsThatNoLookHasFound) {
         EXPECT_EQ(lStand.tell(scsiFailure(ZTTestQueueFull, -1, 10), 2), "");
     }
     EXPECT_EQ(lLost(), 3U + 2 * 6);  // there is room for 1024
-    lStand.mNow += 4 * lStand.mSettings.mPeriod;
+    lStand.mNow += std::chrono::seconds(2);
     EXPECT_EQ(lStand.settle(), "");
     EXPECT_EQ(lLost(), 3U + 2 * 1030);
     EXPECT_FALSE(lStand.mTeller.isKeeping());

@@ -48,7 +48,9 @@ struct ZTSScsiTestStand {
         takeCalls();
         ZTTestCalls.mCount = 0;
     }
-    void look() { mBoards.update(ZTCFcWatcher(*readFcHosts(mTree.getPath()), std::chrono::seconds(2))); }
+    void look() {
+        mBoards.update(ZTCFcWatcher(*ZTCFcSysfs(mTree.getPath()).look(), std::chrono::seconds(2)));
+    }
     std::string getLog() const { return readFile(mSettings.mLog); }
     std::vector<std::uint64_t> getFigures() {
         std::vector<std::uint64_t> lFigures;
