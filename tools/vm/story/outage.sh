@@ -42,21 +42,32 @@ until_is both Online Online
 until_is are_disks_there
 end_commands
 
-for gone in vf1 vf0; do
-    say "$gone is destroyed under running commands, and made again"
-    begin_commands 8
-    sleep 1
-    destroy_host $gone
-    has_ended || sleep 5
-    make_host $gone
+# vf0 is made again, and the link goes down and up, for only then do they find each other.
+make_again() {
+    make_host "$1"
     lose_soon
     ip link set vf0 down
-    until_is state $gone Linkdown -
+    until_is state "$1" Linkdown -
     ip link set vf0 up
     until_is both Online Online
     until_is are_disks_there
-    end_commands
-done
+}
+
+say 'vf0 is destroyed under running commands, and made again'
+begin_commands 8
+sleep 1
+destroy_host vf0
+make_again vf0
+end_commands
+
+# Under commands, the target of 6.12 would wait for itself.
+say 'vf1 is destroyed, commands come, and it is made again'
+destroy_host vf1
+begin_commands 4
+until_is has_ended
+make_again vf1
+end_commands
+
 send 0 2 $unknown
 collect
 show_records
