@@ -28,7 +28,7 @@ for interface in vf0 vf1; do
     ip link set "$interface" address "02:00:00:00:00:f${interface#vf}" mtu 2500 up
 done
 
-[ -n "$parts" ] || parts=links,answers,outage,storm,ways,kills,cost
+[ -n "$parts" ] || parts=links,answers,outage,storm,processors,ways,kills,cost
 for part in $(echo "$parts" | tr , ' '); do
     # shellcheck source=/dev/null
     . "/story/$part.sh"

@@ -12,6 +12,7 @@ for way in bpf perf; do
     for is_online in 0 1 0 1; do
         sleep 2
         echo $is_online >$processor
+        [ "$(cat $processor)" = $is_online ] || fail "the processor is not as it was told"
     done
     wait $sender
     indented cat sent
