@@ -1,37 +1,55 @@
 #!/usr/bin/env bash
-# usage: run.sh BUILD [--tables]
+# usage: run.sh BUILD [--kernel 6.1|6.12] [--tables] [PART...]
 # Boots a stock Debian kernel in qemu, with the programs below BUILD and tools/vm/story.sh for its init, and ends with
-# status 0 if the story went as it must. The guest has nothing of this machine but its console. Everything lies in
-# build/vm; the kernel's package stays there for the next time.
+# status 0 if the story, or those parts of it, went as it must. The guest has nothing of this machine but its console.
+# Everything lies in build/vm/KERNEL; the kernel's package stays there for the next time.
 set -euo pipefail
 umask 022 # the agent refuses a library that others may write
 programs=$(cd "$1" && pwd -P)
-tables=${2:-}
+shift
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
-story=$PWD/tools/vm/story.sh
-mkdir -p build/vm
-cd build/vm
+scripts=$PWD/tools/vm
+kernel=6.1
+tables=
+seconds=900
 
 die() {
     printf 'vm: %s\n' "$1" >&2
     exit 1
 }
 
-# Seconds that are left of five minutes.
+while (($# != 0)) && [[ $1 == -* ]]; do
+    case $1 in
+        --kernel) kernel=${2:-} && shift ;;
+        --tables) tables=yes ;;
+        *) die "unknown option $1" ;;
+    esac
+    shift
+done
+case $kernel in
+    6.1) meta=linux-image-amd64 ;;
+    6.12) meta=linux-image-6.12-amd64 ;;
+    *) die 'the kernels are 6.1 and 6.12' ;;
+esac
+parts=$*
+mkdir -p "build/vm/$kernel"
+cd "build/vm/$kernel"
+
+# Seconds that are left.
 left() {
-    printf '%d\n' $((SECONDS < 284 ? 285 - SECONDS : 1))
+    printf '%d\n' $((SECONDS < seconds - 1 ? seconds - SECONDS : 1))
 }
 
-# Those that two Fibre Channel hosts over Ethernet need, in the order in which they are loaded.
-modules=(drivers/scsi/scsi_common crypto/crc32c_generic drivers/scsi/scsi_mod drivers/scsi/scsi_transport_fc
-    drivers/scsi/libfc/libfc drivers/scsi/fcoe/libfcoe drivers/scsi/fcoe/fcoe drivers/net/veth)
+# What the story loads, and where it and what it needs may lie.
+modules=(crc32c_generic crct10dif_generic fcoe veth sd_mod sg tcm_fc target_core_user scsi_debug)
+folders=(block crypto lib fs/configfs drivers/scsi drivers/target drivers/uio drivers/net/veth)
 
 get_kernel() {
-    local package packages=(linux-image-*.deb) files=("${modules[@]/#/*/kernel/}")
+    local package packages=(linux-image-*.deb) files=("${folders[@]/#/*/kernel/}")
     [[ ! -d kernel ]] || return 0
     if [[ ! -f ${packages[0]} ]]; then
-        package=$(apt-cache depends linux-image-amd64 | awk '/Depends: linux-image-/ && !seen++ { print $2 }')
-        [[ -n $package ]] || die 'apt knows no linux-image-amd64: apt-get update?'
+        package=$(apt-cache depends "$meta" | awk '/Depends: linux-image-/ && !seen++ { print $2 }')
+        [[ -n $package ]] || die "apt knows no $meta: apt-get update?"
         printf 'vm: downloads %s\n' "$package"
         rm -rf download
         mkdir download
@@ -43,27 +61,44 @@ get_kernel() {
     fi
     rm -rf kernel.new
     mkdir kernel.new
-    dpkg-deb --fsys-tarfile "${packages[0]}" |
-        timeout --foreground -k 5 "$(left)" tar -x -C kernel.new --wildcards './boot/vmlinuz-*' "${files[@]/%/.ko}"
+    dpkg-deb --fsys-tarfile "${packages[0]}" | timeout --foreground -k 5 "$(left)" \
+        tar -x -C kernel.new --wildcards './boot/vmlinuz-*' '*/modules.builtin' "${files[@]/%/*}"
+    find kernel.new -name '*.ko.xz' -exec xz -d {} +
+    busybox depmod -b "$PWD/kernel.new" "$(basename kernel.new/lib/modules/*)"
     mv kernel.new kernel
+}
+
+# The files of the modules and of those that they need. One that this kernel has not got is built in, or not needed.
+module_files() {
+    awk -v wanted="${modules[*]}" '
+        BEGIN { split(wanted, names, " "); for (at in names) is_wanted[names[at]] = 1 }
+        {
+            name = $1
+            sub(/.*\//, "", name)
+            sub(/\.ko:$/, "", name)
+            sub(/:$/, "", $1)
+            if (name in is_wanted) for (at = 1; at <= NF; ++at) print $at
+        }' lib/modules/*/modules.dep | sort -u
 }
 
 # The programs with the libraries that they are linked with, at the same paths as here.
 make_initramfs() {
-    local program module
+    local program
     rm -rf root
-    mkdir -p root/bin root/modules
+    mkdir -p root/bin
     cp "$(command -v busybox)" root/bin/busybox
-    cp "$story" root/init
-    for program in "$(command -v jq)" "$programs"/{backend/scopeagent/vrx-sca,sensor/vrx-scope/vrx-scope} \
+    cp -r "$scripts"/story.sh root/init
+    cp -r "$scripts/story" root/
+    for program in "$(command -v jq)" "$(command -v setpriv)" "$(PATH=$PATH:/usr/sbin command -v bpftool)" \
+        "$programs"/{backend/scopeagent/vrx-sca,sensor/vrx-scope/vrx-scope,tools/vm/zt-vm-scsi} \
         "$programs"/libdfc/fchost/libdfc-fchost.so; do
         cp "$program" root/bin/
         ldd "$program" | awk '$2 == "=>" { print $3 } $1 ~ "^/" { print $1 }' | xargs -r cp -Lu --parents -t root
     done
-    for module in "${modules[@]}"; do
-        cp kernel/lib/modules/*/kernel/"$module.ko" root/modules/
-    done
-    printf '%s\n' "${modules[@]##*/}" >root/modules/order
+    (
+        cd kernel
+        module_files | sed "s|^|$(echo lib/modules/*)/|" | xargs cp --parents -t ../root lib/modules/*/modules.dep
+    )
     (cd root && find . -print0 | cpio -o -0 -H newc -R 0:0 --quiet) >initramfs
     rm -rf root
 }
@@ -73,10 +108,10 @@ make_initramfs
 printf 'vm: boots %s\n' kernel/boot/vmlinuz-*
 # Without KVM: not every machine has one that works. A guest that panics reboots, which ends qemu.
 trap 'jobs -p | xargs -r kill' EXIT
-timeout --foreground -k 5 "$(left)" qemu-system-x86_64 -accel tcg -m 512 -nodefaults -display none -no-reboot \
+timeout --foreground -k 5 "$(left)" qemu-system-x86_64 -accel tcg -smp 2 -m 1024 -nodefaults -display none -no-reboot \
     -serial stdio -kernel kernel/boot/vmlinuz-* -initrd initramfs \
-    -append "console=ttyS0 quiet loglevel=3 panic=-1 tables=$tables ${NO_COLOR:+NO_COLOR=1}" </dev/null |
-    sed -u 's/\r//g' | tee console.log &
+    -append "console=ttyS0 quiet loglevel=3 panic=-1 tables=$tables parts=${parts// /,} ${NO_COLOR:+NO_COLOR=1}" \
+    </dev/null | sed -u 's/\r//g' | tee console.log &
 wait $! || die "qemu failed, or took too long: see $PWD/console.log"
 trap - EXIT
 grep -qx 'vm: the story went as it must' console.log || die "FAILED, after $SECONDS s: see $PWD/console.log"
