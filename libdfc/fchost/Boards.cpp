@@ -12,6 +12,9 @@ HBA_wwn toFcName(std::uint64_t aName) {
 void ZTCFcBoards::update(const ZTCFcWatcher& acrWatcher) {
     const ZTCFcGuard lGuard(mLock);
     auto lHosts = mHosts;
+    for (auto& [lNumber, lrPlace] : lHosts) {
+        lrPlace.mIsThere = false;
+    }
     for (std::uint32_t lBoard = 0; lBoard < acrWatcher.countBoards(); ++lBoard) {
         if (acrWatcher.isThere(lBoard)) {
             lHosts[acrWatcher.getHost(lBoard)] = {lBoard, acrWatcher.getIdentity(lBoard)};

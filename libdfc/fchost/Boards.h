@@ -16,6 +16,7 @@ HBA_wwn toFcName(std::uint64_t aName);
 struct ZTSFcPlace {
     std::uint32_t mBoard;
     std::uint64_t mIdentity;  ///< another one: made anew since, under the same number
+    bool mIsThere = true;     ///< at the last look; it may have gone since, and the number may be another's
 };
 
 /// Any thread. Its lock is never held while a callback is made.
@@ -27,8 +28,8 @@ class ZTCFcBoards {
     std::uint32_t count() const;
     /// False: there is no such board.
     bool getNames(std::uint32_t aBoard, HBA_wwn& arNode, HBA_wwn& arPort) const;
-    /// Of hostN; of one that has gone, as long as no other has come under its number. Nothing: no look has
-    /// found a Fibre Channel host of that number.
+    /// Of hostN; of one that has gone, as long as no look has found another under its number. Nothing: no
+    /// look has found a Fibre Channel host of that number.
     std::optional<ZTSFcPlace> findHost(std::uint32_t aHost) const;
 
   private:

@@ -22,6 +22,7 @@ constexpr const char* sFigures[] = {
     "lost_total{reason=\"full\"}",
     "lost_total{reason=\"unknown_host\"}",
     "lost_total{reason=\"no_memory\"}",
+    "lost_total{reason=\"busy\"}",
     "netlink_lost_total",
     "way{name=\"bpf\"}",
     "way{name=\"perf\"}",

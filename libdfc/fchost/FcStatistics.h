@@ -29,6 +29,7 @@ enum ZTEFcFigure : unsigned char {
     ZTFF_LostFull,
     ZTFF_LostUnknownHost,
     ZTFF_LostNoMemory,
+    ZTFF_LostBusy,  ///< unseen, failed or not
     ZTFF_NetlinkLost,
     ZTFF_WayBpf,  ///< 1 for the one that is used
     ZTFF_WayPerf,

@@ -20,6 +20,10 @@ void ZTCFcReport::tellThatNothingIsHeard(int aErrno) const {
                   strerror(aErrno), std::chrono::duration<double>(mSettings.mPeriod).count());
 }
 
+void ZTCFcReport::tellThatRightsStay(int aErrno) const {
+    mJournal.note("the rights stay in effect: capset: %s", strerror(aErrno));
+}
+
 void ZTCFcReport::setHostsReadable(bool aIsReadable) {
     if (mIsReadable != aIsReadable) {
         mIsReadable = aIsReadable;

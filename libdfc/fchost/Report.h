@@ -16,6 +16,7 @@ class ZTCFcReport {
     explicit ZTCFcReport(const ZTSFcSettings& acrSettings);
 
     void tellThatNothingIsHeard(int aErrno) const;
+    void tellThatRightsStay(int aErrno) const;
     /// Told when it changes.
     void setHostsReadable(bool aIsReadable);
     /// Told once, until setMemoryThere.

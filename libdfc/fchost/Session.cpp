@@ -4,6 +4,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
 #include <string_view>
 #include <utility>
@@ -61,7 +62,9 @@ ZTCFcSession::~ZTCFcSession() {
 }
 
 void ZTCFcSession::run() {
-    giveUpFcRights();  // all is open
+    if (!giveUpFcRights()) {  // all is open
+        mReport.tellThatRightsStay(errno);
+    }
     for (;;) {
         const Clock::time_point lNextLook = mSchedule.getNext();
         pollfd lPolls[] = {

@@ -10,9 +10,10 @@ namespace {
 struct Capabilities {
     __user_cap_header_struct mHeader{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct mHalves[_LINUX_CAPABILITY_U32S_3]{};
+    const bool mIsKnown;
 
     // What cannot be read is none.
-    Capabilities() { syscall(SYS_capget, &mHeader, mHalves); }
+    Capabilities() : mIsKnown(syscall(SYS_capget, &mHeader, mHalves) == 0) {}
 
     std::uint64_t getEffective() const {
         return std::uint64_t{mHalves[1].effective} << 32U | mHalves[0].effective;
@@ -20,17 +21,20 @@ struct Capabilities {
     std::uint64_t getPermitted() const {
         return std::uint64_t{mHalves[1].permitted} << 32U | mHalves[0].permitted;
     }
-    void setEffective(std::uint64_t aCapabilities) {
+    // False: refused.
+    bool setEffective(std::uint64_t aCapabilities) {
         mHalves[0].effective = static_cast<std::uint32_t>(aCapabilities);
         mHalves[1].effective = static_cast<std::uint32_t>(aCapabilities >> 32U);
-        syscall(SYS_capset, &mHeader, mHalves);
+        return syscall(SYS_capset, &mHeader, mHalves) == 0;
     }
 };
 
 }  // namespace
 
-void giveUpFcRights() noexcept {
-    Capabilities().setEffective(0);
+bool giveUpFcRights() noexcept {
+    Capabilities lCapabilities;
+    const bool lHasNone = lCapabilities.mIsKnown && lCapabilities.getEffective() == 0;
+    return lHasNone || lCapabilities.setEffective(0);
 }
 
 bool hasFcRight(unsigned int aCapability) noexcept {

@@ -3,8 +3,9 @@
 
 #include <cstdint>
 
-/// No capability is in effect any more; those that were permitted stay so, for ZTCFcRaisedRights.
-void giveUpFcRights() noexcept;
+/// No capability is in effect any more; those that were permitted stay so, for ZTCFcRaisedRights. False: the
+/// kernel does not let go of them, and errno says why.
+bool giveUpFcRights() noexcept;
 
 /// Whether one is in effect.
 bool hasFcRight(unsigned int aCapability) noexcept;

@@ -74,12 +74,22 @@ bool sIsConfidential() {
     return lModes.find("[confidentiality]") != std::string::npos;
 }
 
-// How often the kernel did not run a program because it was running on that processor already.
+// How often the kernel did not run a program because one was running on that processor already.
 std::uint64_t sCountMisses(int aProgram) {
     bpf_prog_info lInfo{};
     std::uint32_t lSize = sizeof lInfo;
     return aProgram >= 0 && bpf_obj_get_info_by_fd(aProgram, &lInfo, &lSize) == 0 ? lInfo.recursion_misses
                                                                                   : 0;
+}
+
+// Null: none.
+const char* sFindMissingRights() {
+    const bool lHasPerfmon = hasFcRight(CAP_PERFMON);
+    if (hasFcRight(CAP_BPF)) {
+        return lHasPerfmon ? nullptr : "the right CAP_PERFMON is not there";
+    }
+    return lHasPerfmon ? "the right CAP_BPF is not there"
+                       : "the rights CAP_BPF and CAP_PERFMON are not there";
 }
 
 }  // namespace
@@ -94,8 +104,8 @@ std::unique_ptr<ZTCScsiSource> openScsiBpf() {
     const ZTCSmallBtf lBtf("/sys/kernel/btf/vmlinux", "/sys/kernel/btf/scsi_mod");
     // The library asks the kernel once what it can do, and remembers: not without the rights.
     const bool lIsAdmin = hasFcRight(CAP_SYS_ADMIN);
-    if (!lIsAdmin && !(hasFcRight(CAP_BPF) && hasFcRight(CAP_PERFMON))) {
-        throw ZTCScsiNotAvailable("the rights CAP_BPF and CAP_PERFMON are not there");
+    if (const char* const lpMissing = lIsAdmin ? nullptr : sFindMissingRights()) {
+        throw ZTCScsiNotAvailable(lpMissing);
     }
     if (lIsAdmin || !lBtf.isOfModule()) {
         try {
@@ -128,12 +138,16 @@ ZTCScsiBpf::ZTCScsiBpf(Way aWay, const ZTCSmallBtf& acrBtf, const Setup& acrSetu
     if (acrSetup.mRingBytes != 0) {
         bpf_map__set_max_entries(mpEvents->maps.gRing, acrSetup.mRingBytes);
     }
+    const int lProcessors = libbpf_num_possible_cpus();  // each has a count of its own
+    if (lProcessors <= 0) {
+        sFail("the number of processors", -lProcessors);
+    }
+    mProcessors = static_cast<unsigned int>(lProcessors);
     attach(aWay, acrSetup);
     mpRing.reset(ring_buffer__new(bpf_map__fd(mpEvents->maps.gRing), onRecord, this, nullptr));
     if (mpRing == nullptr) {
         sFail("the ring of the BPF program", errno);
     }
-    mProcessors = static_cast<unsigned int>(std::max(libbpf_num_possible_cpus(), 1));
     mLostBefore = countLost();
 }
 
@@ -243,7 +257,7 @@ void ZTCScsiBpf::takeRepeats(ZTScsiFailures& arFailures) {
 
 std::uint64_t ZTCScsiBpf::countLost() const {
     std::vector<std::uint64_t> lByProcessor(mProcessors);
-    std::uint64_t lLost = mMalformed + sCountMisses(mPrograms[0]) + sCountMisses(mPrograms[1]);
+    std::uint64_t lLost = mMalformed;
     if (bpf_map_lookup_elem(bpf_map__fd(mpEvents->maps.gLost), &sOnly, lByProcessor.data()) == 0) {
         for (const std::uint64_t lOne : lByProcessor) {
             lLost += lOne;
@@ -256,6 +270,12 @@ std::uint64_t ZTCScsiBpf::takeLost() {
     const std::uint64_t lBefore = mLostBefore;
     mLostBefore = std::max(countLost(), lBefore);
     return mLostBefore - lBefore;
+}
+
+std::uint64_t ZTCScsiBpf::takeUnseen() {
+    const std::uint64_t lBefore = mUnseenBefore;
+    mUnseenBefore = std::max(sCountMisses(mPrograms[0]) + sCountMisses(mPrograms[1]), lBefore);
+    return mUnseenBefore - lBefore;
 }
 
 std::string ZTCScsiBpf::describe() const {

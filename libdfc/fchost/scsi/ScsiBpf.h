@@ -36,6 +36,7 @@ class ZTCScsiBpf : public ZTCScsiSource {
     void take(ZTScsiFailures& arFailures) override;
     void takeRepeats(ZTScsiFailures& arFailures) override;
     std::uint64_t takeLost() override;
+    std::uint64_t takeUnseen() override;
     std::string describe() const override;
 
     /// The programs of the two tracepoints, for their statistics.
@@ -62,7 +63,8 @@ class ZTCScsiBpf : public ZTCScsiSource {
     ZTScsiFailures* mpTaken = nullptr;  // where onRecord adds to
     std::uint64_t mMalformed = 0;
     std::uint64_t mLostBefore = 0;
-    unsigned int mProcessors = 1;
+    std::uint64_t mUnseenBefore = 0;
+    unsigned int mProcessors = 0;
 
     // The counts that the programs have left, and what was read of them and not handed over.
     int mCounted = 0;  // which of the two is counted in

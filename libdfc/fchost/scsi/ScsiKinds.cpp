@@ -1,6 +1,6 @@
 #include "ScsiKinds.h"
 
-#include <cstring>
+#include <algorithm>
 
 #include "Boards.h"
 
@@ -9,7 +9,6 @@ namespace {
 enum Status : std::uint8_t { Good = 0x00, CheckCondition = 0x02, Busy = 0x08, TaskSetFull = 0x28 };
 
 enum HostByte : std::uint8_t {
-    Ok = 0x00,
     NoConnect = 0x01,
     Error = 0x07,
     TransportDisrupted = 0x0e,
@@ -70,9 +69,9 @@ constexpr Meaning sMeanings[] = {
      sEvent(ZTSK_CheckCondition)},
     {[](const ZTSScsiKey& acrKey) { return sHasStatus(acrKey, TaskSetFull); }, sEvent(ZTSK_QueueFull)},
     {[](const ZTSScsiKey& acrKey) { return sHasStatus(acrKey, Busy); }, sEvent(ZTSK_DeviceBusy)},
+    // Bytes are missing, which is an error if the driver says so: tapes read less than asked for as a rule.
     {[](const ZTSScsiKey& acrKey) {
-         const bool lHasEnded = sHostByteOf(acrKey) == Ok || sHostByteOf(acrKey) == Error;
-         return sHasStatus(acrKey, Good) && lHasEnded && acrKey.mResidual != 0;
+         return sHasStatus(acrKey, Good) && sHostByteOf(acrKey) == Error && acrKey.mResidual != 0;
      },
      sEvent(ZTSK_FcpReadCheckError)},
     {[](const ZTSScsiKey& /*acrKey*/) { return true; }, {{}, ZTFF_Failures, ZTFL_Failures}},
@@ -119,7 +118,7 @@ void ZTCScsiEvent::write(ZTEScsiKind aKind, std::uint64_t aPort, std::uint64_t a
                          std::span<const std::uint32_t> aWords) {
     mId = sIds[aKind];
     const auto lPut = [this](const void* apBytes, std::size_t aSize) {
-        memcpy(mBytes.data() + mSize, apBytes, aSize);
+        std::copy_n(static_cast<const unsigned char*>(apBytes), aSize, mBytes.data() + mSize);
         mSize += static_cast<unsigned int>(aSize);
     };
     const HBA_wwn lName = toFcName(aPort);

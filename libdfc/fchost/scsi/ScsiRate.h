@@ -8,25 +8,30 @@
 
 #include "ScsiKinds.h"
 
-/// One thread. Each kind has as many at once as a second has, and gets them back in a second.
+/// One thread. A second begins with the first event of a kind that no other second has.
 class ZTCScsiRate {
   public:
     using Time = std::chrono::steady_clock::time_point;
 
-    explicit ZTCScsiRate(std::uint32_t aPerSecond) : mPrice(std::nano::den / aPerSecond) {}
+    explicit ZTCScsiRate(std::uint32_t aPerSecond) : mPerSecond(aPerSecond) {}
 
     /// How many of so many events may be called back for.
     std::uint64_t take(ZTEScsiKind aKind, std::uint64_t aWanted, Time aNow) {
-        const Time lFull = aNow + std::chrono::seconds(1);
-        Time& lrSpent = mSpent[aKind];
-        lrSpent = std::max(lrSpent, aNow);
-        const auto lLeft = static_cast<std::uint64_t>((lFull - lrSpent) / mPrice);
-        const std::uint64_t lTaken = std::min(aWanted, lLeft);
-        lrSpent += static_cast<std::int64_t>(lTaken) * mPrice;
+        Second& lrSecond = mSeconds[aKind];
+        if (aNow >= lrSecond.mEnd) {
+            lrSecond = {aNow + std::chrono::seconds(1), mPerSecond};
+        }
+        const std::uint64_t lTaken = std::min(aWanted, lrSecond.mLeft);
+        lrSecond.mLeft -= lTaken;
         return lTaken;
     }
 
   private:
-    const std::chrono::nanoseconds mPrice;  // an event's part of a second, which still has no more of them
-    std::array<Time, ZTSK_Count> mSpent{};  // until when what was taken is paid for
+    struct Second {
+        Time mEnd{};
+        std::uint64_t mLeft = 0;
+    };
+
+    const std::uint32_t mPerSecond;
+    std::array<Second, ZTSK_Count> mSeconds{};
 };

@@ -30,6 +30,8 @@ void ZTCScsiReport::tellCounts(bool aIsLast) {
     lTell(mUnknownHost, ZTFF_LostUnknownHost, ZTFF_LostUnknownHost,
           "SCSI errors were lost: of hosts that are not there, or not yet");
     lTell(mNoMemory, ZTFF_LostNoMemory, ZTFF_LostNoMemory, "SCSI errors were lost: no memory");
+    lTell(mBusy, ZTFF_LostBusy, ZTFF_LostBusy,
+          "SCSI commands ended unseen, failed or not: another was looked at on their processor");
     lTell(mBeyond, ZTFF_BeyondQueueFull, ZTFF_BeyondFcpReadCheckError,
           "SCSI errors were more than are told a second: they are in the statistics alone");
 }

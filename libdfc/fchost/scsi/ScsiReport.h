@@ -30,5 +30,6 @@ class ZTCScsiReport {
     ZTCFcSum mFull;
     ZTCFcSum mUnknownHost;
     ZTCFcSum mNoMemory;
+    ZTCFcSum mBusy;
     ZTCFcSum mBeyond;
 };

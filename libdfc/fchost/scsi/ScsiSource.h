@@ -42,7 +42,11 @@ class ZTCScsiSource {
     virtual void takeRepeats(ZTScsiFailures& arFailures) = 0;
     /// How many commands failed that nobody can tell more of, since it was asked last.
     virtual std::uint64_t takeLost() = 0;
-    /// Processors may have come: to be called when the kernel says so.
+    /// How many ended that nobody has looked at since then, failed or not: another was just looked at on
+    /// their processor.
+    virtual std::uint64_t takeUnseen() { return 0; }
+    /// Processors may have come: to be called when the kernel says so, and now and then for those that could
+    /// not be taken in. Throws std::bad_alloc: to be called again.
     virtual void lookForProcessors() {}
     /// How they are learned, and what is missing that way, if anything: for the journal.
     virtual std::string describe() const = 0;

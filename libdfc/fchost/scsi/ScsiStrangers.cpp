@@ -10,26 +10,29 @@ constexpr std::chrono::milliseconds sFresh{100};
 
 }  // namespace
 
-std::uint64_t ZTCScsiStrangers::take(const ZTSScsiFailure& acrFailure, Time aNow) {
-    const What lWhat = find(acrFailure.mKey.mHost, aNow);
-    if (lWhat == Ours && mKept.size() < sMaxKept) {
-        mKept.push_back({acrFailure, aNow + mPatience});
-        return 0;
+ZTCScsiStrangers::Fate ZTCScsiStrangers::take(const ZTSScsiFailure& acrFailure, Time aNow) {
+    const Fate lFate = find(acrFailure.mKey.mHost, aNow);
+    if (lFate != Keeps) {
+        return lFate;
     }
-    return lWhat == NotOurs ? 0 : acrFailure.mCount;
+    if (mKept.size() >= sMaxKept) {
+        return NoRoom;
+    }
+    mKept.push_back({acrFailure, aNow + mPatience});
+    return Keeps;
 }
 
 // A disk of another kind that fails on and on is not asked for each time.
-ZTCScsiStrangers::What ZTCScsiStrangers::find(std::uint32_t aHost, Time aNow) {
+ZTCScsiStrangers::Fate ZTCScsiStrangers::find(std::uint32_t aHost, Time aNow) {
     const auto lKnown = mNotOurs.find(aHost);
     if (lKnown != mNotOurs.end() && aNow - lKnown->second < sFresh) {
-        return NotOurs;
+        return Nobodys;
     }
     const auto lIsIn = [&](const char* apClass) {
         return access((mClass + apClass + "/host" + std::to_string(aHost)).c_str(), F_OK) == 0;
     };
     if (lIsIn("fc_host")) {
-        return Ours;
+        return Keeps;
     }
     if (!lIsIn("scsi_host")) {
         return Gone;
@@ -38,5 +41,5 @@ ZTCScsiStrangers::What ZTCScsiStrangers::find(std::uint32_t aHost, Time aNow) {
         mNotOurs.clear();
     }
     mNotOurs[aHost] = aNow;
-    return NotOurs;
+    return Nobodys;
 }

@@ -1,4 +1,5 @@
-// Failures of hosts that no look has found: of some that have just come, and of some that are none of ours.
+// Failures of hosts that the last look has not found: of some that have just come, of some that have gone,
+// and of some that are none of ours.
 #pragma once
 
 #include <chrono>
@@ -19,20 +20,28 @@ class ZTCScsiStrangers {
     ZTCScsiStrangers(const std::string& acrRoot, std::chrono::milliseconds aPatience)
         : mClass(acrRoot + "/class/"), mPatience(aPatience) {}
 
-    /// Returns how many of its commands are lost: those of a host that has gone, and what there is no room
-    /// for. Throws std::bad_alloc, with nothing kept.
-    std::uint64_t take(const ZTSScsiFailure& acrFailure, Time aNow);
+    enum Fate : unsigned char {
+        Keeps,    ///< it is kept
+        NoRoom,   ///< it would be
+        Nobodys,  ///< its host is none of ours
+        Gone,     ///< there is no host of that number
+    };
+    /// What becomes of a failure. Throws std::bad_alloc, with nothing kept.
+    Fate take(const ZTSScsiFailure& acrFailure, Time aNow);
+    /// Hosts may have come or gone.
+    void noteChange() { mNotOurs.clear(); }
     bool isEmpty() const { return mKept.empty(); }
-    /// Calls the function with each failure whose host has been found since. Returns how many commands are
-    /// lost, whose host has not been found in time.
+    /// Calls the function with each failure whose host has been found since, and with where that is. Returns
+    /// how many commands are lost, whose host has not been found in time.
     template <class Tell>
     std::uint64_t settle(const ZTCFcBoards& acrBoards, Time aNow, const Tell& acrTell) {
         std::uint64_t lLost = 0;
         std::erase_if(mKept, [&](const Kept& acrKept) {
-            const bool lIsFound = acrBoards.findHost(acrKept.mFailure.mKey.mHost).has_value();
+            const auto lPlace = acrBoards.findHost(acrKept.mFailure.mKey.mHost);
+            const bool lIsFound = lPlace && lPlace->mIsThere;
             const bool lIsLate = !lIsFound && aNow >= acrKept.mUntil;
             if (lIsFound) {
-                acrTell(acrKept.mFailure);
+                acrTell(acrKept.mFailure, *lPlace);
             }
             lLost += lIsLate ? acrKept.mFailure.mCount : 0;
             return lIsFound || lIsLate;
@@ -41,12 +50,11 @@ class ZTCScsiStrangers {
     }
 
   private:
-    enum What : unsigned char { Ours, NotOurs, Gone };
     struct Kept {
         ZTSScsiFailure mFailure;
         Time mUntil;
     };
-    What find(std::uint32_t aHost, Time aNow);
+    Fate find(std::uint32_t aHost, Time aNow);
 
     const std::string mClass;
     const std::chrono::milliseconds mPatience;

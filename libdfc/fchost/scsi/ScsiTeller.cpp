@@ -23,23 +23,39 @@ ZTCScsiTeller::ZTCScsiTeller(const ZTSFcSettings& acrSettings, const ZTCFcBoards
       mStrangers(acrSettings.mSysfs, sPatienceOf(acrSettings)),
       mRate(acrSettings.mRate) {}
 
+// The kernel gives numbers anew. Of a host that goes and another that gets its number, both between two
+// looks, what fails meanwhile is told as the first one's: each failure would have to ask sysfs else.
 void ZTCScsiTeller::tell(const ZTSScsiFailure& acrFailure, Time aNow) {
-    try {
-        if (const auto lPlace = mrBoards.findHost(acrFailure.mKey.mHost)) {
-            tellKnown(acrFailure, *lPlace, aNow);
-        } else {
-            mrStatistics.count(ZTFF_LostUnknownHost, mStrangers.take(acrFailure, aNow));
-        }
-    } catch (const std::bad_alloc&) {
-        mrStatistics.count(ZTFF_LostNoMemory, acrFailure.mCount);
+    const auto lPlace = mrBoards.findHost(acrFailure.mKey.mHost);
+    if (lPlace && lPlace->mIsThere) {
+        tellKnown(acrFailure, *lPlace, aNow);
+    } else {
+        tellStranger(acrFailure, lPlace, aNow);
     }
 }
 
-// Only what comes first may throw.
+// acrPlace: where the host of that number stood that the looks have known.
+void ZTCScsiTeller::tellStranger(const ZTSScsiFailure& acrFailure, const std::optional<ZTSFcPlace>& acrPlace,
+                                 Time aNow) try {
+    const auto lFate = mStrangers.take(acrFailure, aNow);
+    if (lFate == ZTCScsiStrangers::Gone && acrPlace) {
+        tellKnown(acrFailure, *acrPlace, aNow);
+    } else if (lFate == ZTCScsiStrangers::Gone || lFate == ZTCScsiStrangers::NoRoom) {
+        mrStatistics.count(ZTFF_LostUnknownHost, acrFailure.mCount);
+    }
+} catch (const std::bad_alloc&) {
+    mrStatistics.count(ZTFF_LostNoMemory, acrFailure.mCount);
+}
+
 void ZTCScsiTeller::tellKnown(const ZTSScsiFailure& acrFailure, const ZTSFcPlace& acrPlace, Time aNow) {
     const ZTSScsiKey& lrKey = acrFailure.mKey;
-    const std::uint64_t lPort =
-        mTargets.getPort({lrKey.mHost, lrKey.mChannel, lrKey.mTarget}, acrPlace.mIdentity, aNow);
+    std::uint64_t lPort = 0;
+    try {
+        lPort = mTargets.getPort({lrKey.mHost, lrKey.mChannel, lrKey.mTarget}, acrPlace.mIdentity, aNow);
+    } catch (const std::bad_alloc&) {
+        mrStatistics.count(ZTFF_LostNoMemory, acrFailure.mCount);
+        return;
+    }
     const ZTSScsiMeaning lMeaning = getScsiMeaning(lrKey);
     std::uint64_t lLeft = acrFailure.mCount;
     if (lMeaning.mKind) {
@@ -53,7 +69,7 @@ void ZTCScsiTeller::tellKnown(const ZTSScsiFailure& acrFailure, const ZTSFcPlace
 
 void ZTCScsiTeller::tell(const ZTSScsiDepthChange& acrChange, Time aNow) {
     const auto lPlace = mrBoards.findHost(acrChange.mHost);
-    if (!lPlace) {
+    if (!lPlace || !lPlace->mIsThere) {
         mrStatistics.count(ZTFF_LostUnknownHost);
         return;
     }
@@ -90,7 +106,9 @@ std::uint64_t ZTCScsiTeller::callBack(ZTEScsiKind aKind, const ZTCScsiEvent& acr
 }
 
 void ZTCScsiTeller::settle(Time aNow, bool aIsLast) {
-    const auto lTell = [&](const ZTSScsiFailure& acrFailure) { tell(acrFailure, aNow); };
+    const auto lTell = [&](const ZTSScsiFailure& acrFailure, const ZTSFcPlace& acrPlace) {
+        tellKnown(acrFailure, acrPlace, aNow);
+    };
     mrStatistics.count(ZTFF_LostUnknownHost,
                        mStrangers.settle(mrBoards, aIsLast ? Time::max() : aNow, lTell));
 }

@@ -22,12 +22,15 @@ class ZTCScsiTeller {
     void tell(const ZTSScsiFailure& acrFailure, Time aNow);
     void tell(const ZTSScsiDepthChange& acrChange, Time aNow);
 
+    /// Hosts may have come or gone.
+    void noteChange() { mStrangers.noteChange(); }
     /// Whether failures are kept, of hosts that no look has found yet.
     bool isKeeping() const { return !mStrangers.isEmpty(); }
     /// Tells those whose host has been found. aIsLast: the others are lost.
     void settle(Time aNow, bool aIsLast);
 
   private:
+    void tellStranger(const ZTSScsiFailure& acrFailure, const std::optional<ZTSFcPlace>& acrPlace, Time aNow);
     void tellKnown(const ZTSScsiFailure& acrFailure, const ZTSFcPlace& acrPlace, Time aNow);
     std::uint64_t callBack(ZTEScsiKind aKind, const ZTCScsiEvent& acrEvent, std::uint32_t aBoard,
                            std::uint64_t aCount, Time aNow);

@@ -20,7 +20,10 @@ constexpr std::chrono::milliseconds sBreath{1};  // of one that has little, so t
 constexpr std::size_t sLittle = 64;
 constexpr std::chrono::milliseconds sSoon{200};  // what a module brings is there some time behind its uevent
 constexpr std::chrono::seconds sAgain{60};       // for what no uevent tells
+constexpr std::chrono::seconds sShort{1};        // of memory: until it is tried again
 constexpr unsigned int sTriesSoon = 10;
+constexpr std::size_t sReserve = 512;  // failures that are taken however little memory there is
+constexpr unsigned int sTriesAtEnd = 100;
 
 // Whether a uevent has the line. There is a NUL behind each, and the first is a title.
 bool sHasLine(std::string_view aUevent, std::string_view aLine) {
@@ -48,6 +51,7 @@ ZTCScsiWatch::ZTCScsiWatch(const ZTSFcSettings& acrSettings, const ZTCFcBoards& 
       mNow(Clock::now()),
       mLook(mNow),
       mOpen(mNow) {
+    mFailures.reserve(sReserve);
     mThread.start([this] { run(); });
 }
 
@@ -56,7 +60,7 @@ ZTCScsiWatch::~ZTCScsiWatch() {
 }
 
 void ZTCScsiWatch::run() {
-    giveUpFcRights();
+    giveUpFcRights();  // the session tells if that is refused
     while (waitForWork()) {
         try {
             work();
@@ -67,14 +71,17 @@ void ZTCScsiWatch::run() {
     finish();
 }
 
-// What is there by now is told or counted, however little memory there is.
+// What is there by now is told or counted, however little memory there is: then it is taken by parts. Of what
+// cannot be taken even so nobody knows how much it is, so one stands for it.
 void ZTCScsiWatch::finish() {
-    try {
-        takeFirsts();
-        drain();
-    } catch (const std::bad_alloc&) {
-        mReport.setMemoryGone();
+    for (const auto lpTake : {&ZTCScsiSource::take, &ZTCScsiSource::takeRepeats}) {
+        bool lIsAll = take(lpTake);
+        for (unsigned int lTry = 1; !lIsAll && !mFailures.empty() && lTry < sTriesAtEnd; ++lTry) {
+            lIsAll = take(lpTake);
+        }
+        mrStatistics.count(ZTFF_LostNoMemory, lIsAll ? 0 : 1);
     }
+    countLost();
     mTeller.settle(mNow, true);
     mReport.tellCounts(true);
 }
@@ -92,8 +99,8 @@ bool ZTCScsiWatch::waitForWork() {
 }
 
 ZTCScsiWatch::Time ZTCScsiWatch::getNext() const {
-    Time lNext = mLook;
-    for (const auto& lrTime : {mOpen, mDrain, mRest}) {
+    Time lNext = std::min(mLook, mOpen);
+    for (const auto& lrTime : {mDrain, mRest}) {
         lNext = std::min(lNext, lrTime.value_or(lNext));
     }
     return mTeller.isKeeping() ? std::min(lNext, mNow + sUntilDrain) : lNext;
@@ -104,8 +111,8 @@ void ZTCScsiWatch::work() {
     if (mHasUevents) {
         listen();
     }
-    if (isTime(mOpen)) {
-        open();
+    if (mOpen <= mNow) {
+        keepOpen();
     }
     if (mHasFailures) {
         takeFirsts();
@@ -130,52 +137,67 @@ void ZTCScsiWatch::listen() {
         const auto lIsOf = [&](std::string_view aLine) { return lIsLoss || sHasLine(lUevent, aLine); };
         if (lIsOf("SUBSYSTEM=scsi")) {
             mDepths.noteChange();
+            mTeller.noteChange();
         }
         if (lIsOf("DEVPATH=/module/scsi_mod") && mpSource == nullptr) {
             mOpen = mNow;
             mSoon = sTriesSoon;
         }
         if (lIsOf("SUBSYSTEM=cpu") && mpSource != nullptr) {
-            const ZTCFcRaisedRights lRaised;
-            mpSource->lookForProcessors();
+            mOpen = mNow;
         }
     });
 }
 
-// Takes the first way that is to be had.
-void ZTCScsiWatch::open() {
-    mOpen = mNow + (mSoon > 0 ? sSoon : sAgain);
-    mSoon -= mSoon > 0 ? 1 : 0;
+// Opens the source; or, once there is one, what of it could not be opened, or has come since.
+void ZTCScsiWatch::keepOpen() {
+    mOpen = mNow + sShort;  // unless all goes well
     const ZTCFcRaisedRights lRaised;
-    std::string lWhyNot;
+    if (mpSource != nullptr) {
+        mpSource->lookForProcessors();
+    }
+    if (mpSource != nullptr || open()) {
+        mReport.tellWay(true, mpSource->describe() + (mWhyNot.empty() ? "" : "; not by " + mWhyNot));
+    } else {
+        mReport.tellWay(false, mWays.empty() ? "ZT_LIBDFC_FCHOST_SCSI is none" : mWhyNot);
+    }
+    mOpen = mNow + (mpSource == nullptr && mSoon > 0 ? sSoon : sAgain);
+    mSoon -= mSoon > 0 ? 1 : 0;
+}
+
+// Takes the first way that is to be had.
+bool ZTCScsiWatch::open() {
+    mWhyNot.clear();
     for (const ZTSScsiWay& lrWay : mWays) {
         try {
             mpSource = lrWay.mOpen();
         } catch (const ZTCScsiNotAvailable& lrError) {
-            lWhyNot += (lWhyNot.empty() ? "" : "; ") + std::string(lrWay.mpName) + ": " + lrError.what();
+            mWhyNot += (mWhyNot.empty() ? "" : "; ") + std::string(lrWay.mpName) + ": " + lrError.what();
             continue;
         }
-        mOpen.reset();
         mrStatistics.set(lrWay.mFigure, 1);
-        mReport.tellWay(true, mpSource->describe() + (lWhyNot.empty() ? "" : "; not by " + lWhyNot));
-        return;
+        return true;
     }
-    mReport.tellWay(false, mWays.empty() ? "ZT_LIBDFC_FCHOST_SCSI is none" : lWhyNot);
+    return false;
 }
 
-void ZTCScsiWatch::take(void (ZTCScsiSource::*apTake)(ZTScsiFailures&)) {
+// False: for want of memory there may be more.
+bool ZTCScsiWatch::take(void (ZTCScsiSource::*apTake)(ZTScsiFailures&)) {
     mFailures.clear();
+    bool lIsAll = true;
     try {
         if (mpSource != nullptr) {
             (mpSource.get()->*apTake)(mFailures);
         }
     } catch (const std::bad_alloc&) {
+        lIsAll = false;
         mDrain = mNow + sUntilDrain;
         mReport.setMemoryGone();
     }
     for (const ZTSScsiFailure& lrFailure : mFailures) {
         mTeller.tell(lrFailure, mNow);
     }
+    return lIsAll;
 }
 
 void ZTCScsiWatch::takeFirsts() {
@@ -199,6 +221,7 @@ void ZTCScsiWatch::drain() {
 void ZTCScsiWatch::countLost() {
     if (mpSource != nullptr) {
         mrStatistics.count(ZTFF_LostFull, mpSource->takeLost());
+        mrStatistics.count(ZTFF_LostBusy, mpSource->takeUnseen());
     }
 }
 

@@ -28,8 +28,9 @@ class ZTCScsiWatch {
     bool waitForWork();
     void work();
     void listen();
-    void open();
-    void take(void (ZTCScsiSource::*apTake)(ZTScsiFailures&));
+    void keepOpen();
+    bool open();
+    bool take(void (ZTCScsiSource::*apTake)(ZTScsiFailures&));
     void takeFirsts();
     void drain();
     void countLost();
@@ -48,6 +49,7 @@ class ZTCScsiWatch {
     ZTCScsiReport mReport;
     ZTCScsiDepths mDepths;
     std::unique_ptr<ZTCScsiSource> mpSource;
+    std::string mWhyNot;  // the ways before that one, or all
     ZTScsiFailures mFailures;
     std::vector<ZTSScsiDepthChange> mChanges;
     bool mHasUevents = false;  // poll() says so
@@ -55,7 +57,7 @@ class ZTCScsiWatch {
     unsigned int mSoon = 0;  // times that opening is tried again at once
     Time mNow;
     Time mLook;                  // when the next look at the queues' depths is due
-    std::optional<Time> mOpen;   // and the next try to open the source, while there is none
+    Time mOpen;                  // and the next try to open the source, or what of it is not open
     std::optional<Time> mDrain;  // and what the kernel has counted
     std::optional<Time> mRest;   // until when the source is not asked
 

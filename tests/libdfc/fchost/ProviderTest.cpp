@@ -1,5 +1,9 @@
 // The library over the kernel's transport, by the table that it exports; and an agent that has loaded it.
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/inotify.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 
 #include "AgentStatistics.h"
 #include "FcTest.h"
@@ -50,6 +54,25 @@ struct ZTSFcTestStand {
     ZTCTestAgent::Options mEnvironment;
     const ZT_libdfc_provider* mpTable = nullptr;
 };
+
+// The kernel refuses it to this thread, and to those that it starts.
+TEST(FcProvider, SaysThatRightsCannotBeGivenUp) {
+    std::thread([] {
+        sock_filter lRefuse[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                                 BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_capset, 0, 1),
+                                 BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                                 BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+        const sock_fprog lProgram{std::size(lRefuse), lRefuse};
+        EXPECT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+        EXPECT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &lProgram), 0);
+        const ZTSFcTestStand lStand;
+        EXPECT_EQ(lStand.mpTable->init(), 0);
+        lStand.mpTable->close();
+        const bool lHasRights = geteuid() == 0;  // as this thread does
+        EXPECT_EQ(countIn(lStand.getLog(), "the rights stay in effect: capset: Operation not permitted\n"),
+                  lHasRights ? 1U : 0U);
+    }).join();
+}
 
 TEST(FcProvider, DeliversToWhoIsRegistered) {
     inOwnNetwork([] {

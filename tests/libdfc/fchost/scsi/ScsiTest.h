@@ -49,7 +49,10 @@ struct ZTSScsiTestStand {
         ZTTestCalls.mCount = 0;
     }
     void look() {
-        mBoards.update(ZTCFcWatcher(*ZTCFcSysfs(mTree.getPath()).look(), std::chrono::seconds(2)));
+        const auto lHosts = ZTCFcSysfs(mTree.getPath()).look();
+        ZTFcEvents lEvents;
+        mWatcher ? mWatcher->look(*lHosts, {}, lEvents) : void(mWatcher.emplace(*lHosts, mSettings.mPeriod));
+        mBoards.update(*mWatcher);
     }
     std::string getLog() const { return readFile(mSettings.mLog); }
     std::vector<std::uint64_t> getFigures() {
@@ -66,6 +69,7 @@ struct ZTSScsiTestStand {
 
     ZTCFcTestTree mTree;
     ZTSFcSettings mSettings;
+    std::optional<ZTCFcWatcher> mWatcher;
     ZTCFcBoards mBoards;
     ZTCFcRegistrations mRegistrations;
     ZTCFcStatistics mStatistics{"", mTree.getPath() + "/log"};
