@@ -77,12 +77,13 @@ check_agent() {
     stop_agent
 }
 
-# What vrx-sca was before it had a revision: the files of both packages in one.
+# What vrx-sca was before it had a revision: the files of both packages in one, and other settings in its file for them.
 make_predecessor() {
     dpkg-deb -R /packages/vrx-sca_*.deb /run/old
     dpkg-deb -x /packages/libdfc-fchost_*.deb /run/old
     rm -r /run/old/usr/share/doc/libdfc-fchost
     sed -i 's/^Version: .*/Version: 2.3.0.5/' /run/old/DEBIAN/control
+    sed -i '1s/.*/# The environment of the service./' /run/old/etc/default/vrx-sca
     dpkg-deb -b /run/old /run/old.deb >/run/dpkg.log
 }
 
@@ -103,7 +104,8 @@ upgrade_in_order() {
     packages -P vrx-sca libdfc-fchost
 }
 
-# One after the other with an agent that runs with the file which changes the package; at once, in both orders.
+# One after the other with an agent that runs with the file which changes the package; without the settings; at once, in
+# both orders.
 check_upgrade() {
     local library=/usr/lib/vrx-sca/libdfc-fchost.so
     mkdir -p /run/systemd/system /run/bin /run/sys/class/fc_{host/host3,remote_ports}
@@ -116,10 +118,11 @@ END
     make_predecessor
 
     packages -i /run/old.deb
-    echo "ZT_LIBDFC=$library" >>/etc/default/vrx-sca
+    printf 'ZT_LIBDFC=%s\n' /opt/vendor/lib/libdfc-x.so "\"$library\"" >>/etc/default/vrx-sca
     : >/run/systemctl.log
     start_agent libdfc-fchost.so
-    packages -i /packages/vrx-sca_*.deb
+    packages --force-confold -i /packages/vrx-sca_*.deb
+    grep -qF "$library" /etc/default/vrx-sca || die 'the settings were not kept'
     grep -q 'not restarted; .* libdfc-fchost' /run/dpkg.log || die "nothing is said of the library: $(cat /run/dpkg.log)"
     check_restarts ''
     packages -i /packages/libdfc-fchost_*.deb
@@ -131,6 +134,13 @@ END
     check_restarts ''
     stop_agent
     packages -P vrx-sca libdfc-fchost
+
+    packages -i /run/old.deb
+    rm /etc/default/vrx-sca
+    : >/run/systemctl.log
+    packages --force-confold -i /packages/vrx-sca_*.deb
+    check_restarts 'try-restart vrx-sca.service'
+    packages -P vrx-sca
 
     upgrade_in_order vrx-sca libdfc-fchost
     upgrade_in_order libdfc-fchost vrx-sca

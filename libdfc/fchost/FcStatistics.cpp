@@ -32,6 +32,7 @@ constexpr const char* sFigures[] = {
 };
 static_assert(std::size(sFigures) == ZTFF_Count);
 
+// Short names: a port and a LUN such as 16640, as arrays number their 256th, are to fit behind them.
 struct Family {
     const char* mpName;
     const char* mpLabel;  // of its number
@@ -39,11 +40,14 @@ struct Family {
     int mBase;
 };
 constexpr Family sFamilies[] = {
-    {"timeouts", "lun", "", 10},  {"unreached", "lun", "", 10}, {"failures", "lun", "", 10},
+    {"late", "lun", "", 10},      {"gone", "lun", "", 10},      {"failed", "lun", "", 10},
     {"beyond", "lun", "", 10},    {"fpin_li", "event", "", 10}, {"fpin_dn", "reason", "", 10},
     {"fpin_pc", "event", "", 10}, {"fpin_cn", "event", "", 10}, {"fpin_other", "tag", "0x", 16},
 };
 static_assert(std::size(sFamilies) == std::size_t{ZTFL_Count} + ZTFP_Count);
+
+// What a fabric sends names these rows: they are not to take those of the LUNs.
+constexpr unsigned int sMaxFpinRows = ZTCFcStatisticsFile::MaxRows / 2;
 
 constexpr std::uint64_t sAny = UINT64_MAX;  // the number of a row for those that are too long
 
@@ -117,7 +121,8 @@ ZTSStatisticsRow* ZTCFcStatistics::find(Key aKey) {
         const bool lIsAny = std::exchange(aKey.mNumber, sAny) == sAny;
         return lIsAny ? nullptr : find(aKey);
     }
-    if (mRowCount == ZTCFcStatisticsFile::MaxRows) {
+    const bool lIsFpin = aKey.mFamily >= ZTFL_Count;
+    if (mRowCount == ZTCFcStatisticsFile::MaxRows || (lIsFpin && mFpinRowCount == sMaxFpinRows)) {
         return nullptr;
     }
     ZTSStatisticsRow& lrRow = mFile.row(mRowCount);
@@ -127,6 +132,7 @@ ZTSStatisticsRow* ZTCFcStatistics::find(Key aKey) {
         return nullptr;
     }
     snprintf(lrRow.mName, sizeof lrRow.mName, "%s", lName);
+    mFpinRowCount += lIsFpin ? 1 : 0;
     mFile.setRowCount(++mRowCount);
     return &lrRow;
 }

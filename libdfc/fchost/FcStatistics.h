@@ -63,7 +63,7 @@ class ZTCFcStatistics {
     void set(ZTEFcFigure aFigure, std::uint64_t aValue);
     std::uint64_t get(ZTEFcFigure aFigure);
 
-    // A row as timeouts{host="3",port="50060160bb20110c",lun="12"}, made when it is first counted. Port 0: it
+    // A row as late{host="3",port="50060160bb20110c",lun="12"}, made when it is first counted. Port 0: it
     // is not known. A number that makes the name too long is counted with others as "*". Returns what the row
     // has now; 0: there is no room for it.
 
@@ -91,5 +91,6 @@ class ZTCFcStatistics {
     ZTCFcStatisticsFile mFile;
     ZTCFcLock mLock;
     std::uint32_t mRowCount ZT_FC_GUARDED_BY(mLock) = ZTFF_Count;
+    std::uint32_t mFpinRowCount ZT_FC_GUARDED_BY(mLock) = 0;
     std::unordered_map<Key, ZTSStatisticsRow*, Hash> mRows ZT_FC_GUARDED_BY(mLock);
 };

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "Lock.h"
+#include "Rights.h"
 #include "ScopeWire.h"
 
 namespace {
@@ -142,10 +143,12 @@ struct ZTCFcStatisticsFile::Work : std::enable_shared_from_this<Work> {
         pthread_t lThread{};
         errno = pthread_create(&lThread, &lAttributes, threadMain, lpShare.get());
         pthread_attr_destroy(&lAttributes);
-        return errno == 0 ? lpShare.release() != nullptr : fail("pthread_create");
+        mHasThread = errno == 0;
+        return mHasThread ? lpShare.release() != nullptr : fail("pthread_create");
     }
 
     static void* threadMain(void* apShare) {
+        giveUpFcRights();  // the directory and the file are those of its user
         const std::unique_ptr<std::shared_ptr<Work>> lpShare(static_cast<std::shared_ptr<Work>*>(apShare));
         Work& lrWork = **lpShare;
         do {
@@ -210,7 +213,7 @@ struct ZTCFcStatisticsFile::Work : std::enable_shared_from_this<Work> {
         }
         if (!mIsOnDisk) {
             remove();
-        } else if (eventfd_write(mEnd.get(), 1) == 0) {
+        } else if (mHasThread && eventfd_write(mEnd.get(), 1) == 0) {
             sHappensWithin(mHasEnded.get(), sTurn);
         }
     }
@@ -239,6 +242,7 @@ struct ZTCFcStatisticsFile::Work : std::enable_shared_from_this<Work> {
     const ZTCFcJournal mJournal;
     ZTSStatisticsBlock* mpBlock = nullptr;
     bool mIsOnDisk = false;
+    bool mHasThread = false;
     bool mHasFailed = false;
     File mFile;
     const File mEnd{eventfd(0, EFD_CLOEXEC)};

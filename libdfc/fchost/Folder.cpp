@@ -25,6 +25,12 @@ void sNote(bool aIsOpen, ZTSFcKept& arKept) {
     arKept.mHasRunOut = arKept.mHasRunOut || (!aIsOpen && (errno == EMFILE || errno == ENFILE));
 }
 
+// Whether what could not be opened is not there, or not for us. Anything else passes: memory that is short.
+bool sIsAbsent(int aError) {
+    constexpr int lAbsent[] = {ENOENT, ENOTDIR, ENODEV, ENXIO, EACCES, ELOOP};
+    return std::find(std::begin(lAbsent), std::end(lAbsent), aError) != std::end(lAbsent);
+}
+
 std::string_view sFirstLine(std::string_view aText) {
     const std::string_view lLine = aText.substr(0, aText.find('\n'));
     const bool lIsText = std::all_of(lLine.begin(), lLine.end(), [](char aByte) {
@@ -108,7 +114,7 @@ std::string_view ZTCFcFolder::read(std::size_t aAttribute, Bytes& arBytes) {
     }
     const int lFile = lrKept;
     if (lFile < 0) {
-        lrKept = mrKept.mHasRunOut ? Closed : Absent;
+        lrKept = sIsAbsent(errno) ? Absent : Closed;
         return {};
     }
     const ssize_t lRead = pread(lFile, arBytes, sizeof arBytes, 0);

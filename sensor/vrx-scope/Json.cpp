@@ -48,18 +48,26 @@ ZTJson sSummaryOf(const ZTSStatistics& acrStatistics) {
     return lSummary;
 }
 
+// An object's own way to add something looks through all that is there: a library may have thousands of rows.
+template <class Value>
+void sAppend(ZTJson& arTo, const std::string& acrName, Value aValue) {
+    arTo.get_ref<ZTJson::object_t&>().emplace_back(acrName, aValue);
+}
+
 void sAddFigures(ZTJson& arTo, const ZTSStatisticsTaken& acrTaken) {
     arTo["since"] = sTimeOrNull(acrTaken.mStart);
     arTo["seconds"] = acrTaken.mSeconds ? ZTJson(*acrTaken.mSeconds) : ZTJson();
-    arTo["values"] = ZTJson::object();
-    arTo["rates"] = acrTaken.mSeconds ? ZTJson::object() : ZTJson();
+    ZTJson lValues = ZTJson::object();
+    ZTJson lRates = acrTaken.mSeconds ? ZTJson::object() : ZTJson();
     for (std::size_t lRow = 0; lRow < acrTaken.mNow.mRows.size(); ++lRow) {
         const ZTSStatistic& lrRow = acrTaken.mNow.mRows[lRow];
-        arTo["values"][lrRow.mName] = lrRow.mValue;
+        sAppend(lValues, lrRow.mName, lrRow.mValue);
         if (const auto lRate = acrTaken.rateOf(lRow)) {
-            arTo["rates"][lrRow.mName] = *lRate;
+            sAppend(lRates, lrRow.mName, *lRate);
         }
     }
+    arTo["values"] = std::move(lValues);
+    arTo["rates"] = std::move(lRates);
 }
 
 }  // namespace

@@ -54,6 +54,9 @@ std::optional<double> ZTSStatisticsTaken::rateOf(std::size_t aRow) const {
         return {};
     }
     const std::uint64_t lBefore = aRow < mBefore.mRows.size() ? mBefore.mRows[aRow].mValue : 0;
+    if (lrRow.mValue < lBefore) {
+        return {};
+    }
     return static_cast<double>(lrRow.mValue - lBefore) / *mSeconds;
 }
 

@@ -12,7 +12,8 @@ struct ZTSStatisticsTaken {
     std::optional<double> mSeconds;  ///< since those before, of the same file
     ZTSStatistics mBefore;
 
-    /// Per second. Nothing for what is no counter, and as long as there is nothing to compare with.
+    /// Per second. Nothing for what is no counter, or has fallen, and as long as there is nothing to compare
+    /// with.
     std::optional<double> rateOf(std::size_t aRow) const;
 };
 

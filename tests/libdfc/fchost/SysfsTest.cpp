@@ -141,11 +141,17 @@ TEST(FcSysfs, LookAfterLook) {
         ZTCFcSysfs lSysfs(lTree.getPath(), lKept);
         EXPECT_EQ(portsOf(lSysfs.look()), "");
         lTree.add("fc_host/host3", {{"statistics/x", ""}});
+        symlink(std::string(NAME_MAX + 1, 'x').c_str(), lTree.pathOf(lHost + "port_state").c_str());
         const std::uint64_t lIdentity = lSysfs.look().value().at(3).mIdentity;
         lTree.set(lHost + "port_name", "0x7\n");  // it follows
         EXPECT_EQ(portsOf(lSysfs.look()), "3 0x7 none, ");
         lTree.set(lCounter, "0x5\n");
-        EXPECT_EQ(portsOf(lSysfs.look()), "3 0x7 none, ");  // the third is no time for another try
+        lTree.remove(lHost + "port_state");
+        lTree.set(lHost + "port_state", "Online\n");
+        // The third is no time for another try of what was not there, but of what failed.
+        const auto lThird = lSysfs.look();
+        EXPECT_EQ(portsOf(lThird), "3 0x7 none, ");
+        EXPECT_EQ(lThird.value().at(3).mState, "Online");
         for (const auto& [lpText, lpNow] : {std::pair("0x5", "0x5"),
                                             {"0x65", "0x65"},
                                             {"0x6", "0x6"},

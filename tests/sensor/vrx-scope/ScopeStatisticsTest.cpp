@@ -72,11 +72,13 @@ TEST(ScopeStatistics, ShowsWhatTheLibraryCounts) {
     };
     EXPECT_TRUE(lHas(R"("library":{)"));
     const ZTCDescriptor lFile(open(lName.c_str(), O_WRONLY | O_CLOEXEC));
-    const std::string lGrown = ZTTestStatisticsOf({{"timeouts{host=\"3\"}", 20}}).substr(64);
+    const std::string lGrown = ZTTestStatisticsOf({{"late{host=\"3\"}", 20}}).substr(64);
     EXPECT_EQ(pwrite(lFile.get(), lGrown.data(), lGrown.size(), 128), 64);
     EXPECT_EQ(pwrite(lFile.get(), "\2", 1, 8), 1);
-    EXPECT_TRUE(lHas(
-        R"("values":{"way{name=\"bpf\"}":1,"timeouts{host=\"3\"}":20},"rates":{"timeouts{host=\"3\"}":)"));
+    EXPECT_TRUE(
+        lHas(R"("values":{"way{name=\"bpf\"}":1,"late{host=\"3\"}":20},"rates":{"late{host=\"3\"}":)"));
+    EXPECT_EQ(pwrite(lFile.get(), "\2", 1, 128 + 56), 1);
+    EXPECT_TRUE(lHas(R"("late{host=\"3\"}":2},"rates":{})"));  // it has fallen
     lRun.interrupt();
     EXPECT_EQ(lRun.waitForEnd(), 0);
 }

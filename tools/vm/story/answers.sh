@@ -53,7 +53,7 @@ send 1 --read 512 --timeout 1000 1 $read_block
 until_is test "$(sum $library '^timeouts_total')" = 1
 send 0 1 $unknown
 expect 'vf0 check_condition 0:5/20/00:c1 1'
-[ "$(sum $library '^timeouts.host=.*lun="1"')" = 1 ] || fail 'the time-out has no row of its own'
+[ "$(sum $library '^late.host=.*lun="1"')" = 1 ] || fail 'the time-out has no row of its own'
 expect_all_counted
 
 say 'Commands of a host that is not of Fibre Channel fail: nobody is told'
