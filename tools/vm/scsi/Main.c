@@ -36,8 +36,8 @@ static const struct {
 } sCommands[] = {
     {"serve", 2, serve, "UIO TABLE: answers what a device of target_core_user is asked"},
     {"tell", 4, tell,
-     "TABLE OPCODE COUNT STATUS [KEY/ASC/ASCQ]: how the next COUNT commands with this operation code end. Instead of "
-     "the sense, short:BYTES: as many bytes less than were asked for; late:MS: so much later"},
+     "TABLE OPCODE COUNT STATUS [KEY/ASC/ASCQ | late:MS]: how the next COUNT commands with this operation code end, or "
+     "how much later"},
     {"told", 2, told,
      "TABLE OPCODE: how many of those are left, and how many were answered as they were told"},
     {"send", 3, sendCommands,

@@ -18,8 +18,7 @@ enum { sGood = 0, sCheckCondition = 2, sBlock = 512, sBlocks = 32768 };
 typedef struct {
     uint8_t mStatus;
     uint8_t mSense[3];
-    uint32_t mShort;  // bytes that are missing
-    uint32_t mLate;   // milliseconds
+    uint32_t mLate;  // milliseconds
     uint32_t mLeft;
     uint64_t mAnswered;
 } Answer;
@@ -41,9 +40,7 @@ int tell(int aCount, char** apArguments) {
     Answer* const lpAnswer = sMapTable(apArguments[0]) + toNumber(apArguments[1], 16, 0xff);
     const char* const lpMore = aCount > 4 ? apArguments[4] : "";
     Answer lAnswer = {.mStatus = (uint8_t)toNumber(apArguments[3], 16, 0xff)};
-    if (strncmp(lpMore, "short:", 6) == 0) {
-        lAnswer.mShort = (uint32_t)toNumber(lpMore + 6, 10, UINT32_MAX);
-    } else if (strncmp(lpMore, "late:", 5) == 0) {
+    if (strncmp(lpMore, "late:", 5) == 0) {
         lAnswer.mLate = (uint32_t)toNumber(lpMore + 5, 10, UINT32_MAX);
     } else if (*lpMore != '\0') {
         readSense(lpMore, lAnswer.mSense);
@@ -67,7 +64,6 @@ typedef struct {
     struct tcmu_cmd_entry* mpEntry;
     struct iovec mData[64];
     size_t mVectors;
-    size_t mAsked;
 } Command;
 
 static void sPutData(const Command* apCommand, const void* apData, size_t aSize) {
@@ -137,10 +133,6 @@ static void sAnswer(Command* apCommand, const uint8_t* apCdb, Answer* apAnswer) 
     const struct timespec lLate = {apAnswer->mLate / 1000, apAnswer->mLate % 1000 * 1000000L};
     nanosleep(&lLate, NULL);
     sEnd(apCommand, apAnswer->mStatus, apAnswer->mSense);
-    if (apAnswer->mShort != 0) {
-        apCommand->mpEntry->hdr.uflags |= TCMU_UFLAG_READ_LEN;
-        apCommand->mpEntry->rsp.read_len = (uint32_t)apCommand->mAsked - apAnswer->mShort;
-    }
     ++apAnswer->mAnswered;
     __atomic_fetch_sub(&apAnswer->mLeft, 1, __ATOMIC_RELEASE);
 }
@@ -157,7 +149,6 @@ static void sEmpty(unsigned char* apRing, Answer* apTable) {
             memcpy(lCdb, apRing + lpEntry->req.cdb_off, sizeof lCdb);
             for (; lCommand.mVectors < lpEntry->req.iov_cnt && lCommand.mVectors < 64; ++lCommand.mVectors) {
                 lCommand.mData[lCommand.mVectors] = lpEntry->req.iov[lCommand.mVectors];
-                lCommand.mAsked += lCommand.mData[lCommand.mVectors].iov_len;
             }
             sAnswer(&lCommand, lCdb, &apTable[lCdb[0]]);
         }
