@@ -15,8 +15,8 @@ struct ZTSScsiSense {
 };
 
 /// 1: they are sense data, of either format, and what they do not hold is 0.
-static inline __attribute__((always_inline)) int ZTReadScsiSense(const __u8* apBytes, __u32 aSize,
-                                                                 struct ZTSScsiSense* apSense) {
+inline __attribute__((always_inline)) int ZTReadScsiSense(const __u8* apBytes, __u32 aSize,
+                                                          struct ZTSScsiSense* apSense) {
     const __u8 lFormat = aSize < 4 ? 0 : (apBytes[0] & 0x7f);
     if (lFormat == 0x72 || lFormat == 0x73) {  // descriptors
         ZT_BRANCH_OF_ITS_OWN();
@@ -37,7 +37,7 @@ static inline __attribute__((always_inline)) int ZTReadScsiSense(const __u8* apB
 }
 
 /// Whether a CDB is that of a read.
-static inline __attribute__((always_inline)) int ZTIsScsiRead(const __u8* apCdb, __u32 aSize) {
+inline __attribute__((always_inline)) int ZTIsScsiRead(const __u8* apCdb, __u32 aSize) {
     if (aSize < 10) {
         return aSize >= 6 && apCdb[0] == 0x08;
     }
