@@ -85,11 +85,12 @@ start_agent() {
     rm -f "$ZT_LIBDFC_FCHOST_LOG"
     "$@" vrx-sca -D false >agent.log 2>&1 &
     agent=$!
-    until_is vrx-scope status >status.log 2>&1
-    vrx-scope --json fetch | jq -r '.initiators[] | "\(.node_name) \(.port_name)"' | sort >seen
+    until_is vrx-scope --json fetch >fetched 2>start.log
+    jq -r '.initiators[] | "\(.node_name) \(.port_name)"' fetched | sort >seen
     printf '%s\n%s\n' "$names0" "$names1" | sort | cmp - seen || fail 'the initiators are not those of the hosts'
     vrx-scope start
-    [ ! -e "$ZT_LIBDFC_FCHOST_LOG" ] || indented cat "$ZT_LIBDFC_FCHOST_LOG"
+    until_is grep -qs 'SCSI errors are' "$ZT_LIBDFC_FCHOST_LOG"
+    indented cat "$ZT_LIBDFC_FCHOST_LOG"
 }
 
 # An end in order, that leaves nothing but the log.

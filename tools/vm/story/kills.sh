@@ -11,6 +11,14 @@ in_kernel() {
 }
 is_kernel_clean() { in_kernel | cmp -s - before; }
 
+# The kernel rewrites its code when the first and the second program come to a trace event, and when they go. The emulation
+# may run the old code on another processor, which ends in an oops: so two stay there, the histogram and this one.
+mkdir /sys/kernel/tracing/instances/story
+echo 0 >/sys/kernel/tracing/instances/story/tracing_on
+for event in "done" timeout; do
+    echo 1 >/sys/kernel/tracing/instances/story/events/scsi/scsi_dispatch_cmd_$event/enable
+done
+
 say 'The agent is killed 50 times while commands fail'
 in_kernel >before
 zt-vm-scsi send --threads 2 --seconds 600 "/dev/$(generic 0)" 100000000 $unknown >sent &
@@ -19,8 +27,7 @@ for turn in $(seq 50); do
     vrx-sca -D false >agent.log 2>&1 &
     agent=$!
     if [ $((turn % 2)) = 0 ]; then
-        until_is vrx-scope status >status.log 2>&1
-        vrx-scope start >status.log
+        until_is vrx-scope start >start.log 2>&1
     fi
     usleep $((turn * 20000))
     [ "$turn" != 50 ] || in_kernel >during
@@ -33,6 +40,7 @@ until_is is_kernel_clean
 kill $sender
 { wait $sender || :; } 2>/dev/null
 echo '  and nothing behind it'
+rmdir /sys/kernel/tracing/instances/story
 
 say 'The next start works'
 begin
