@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ScopeWire.h"
+#include "SensorTime.h"
 #include "WireReader.h"
 
 using ZTSensorBytes = std::vector<std::uint8_t>;
@@ -39,14 +40,6 @@ ZTSensorBytes encodeCommand(std::uint32_t aTag, ZTEScopeAgentCommand aCommand, s
 ZTSensorBytes encodeTargets(std::uint32_t aTag, std::span<const ZTSSensorTarget> aTargets);
 
 // ---- Answers: their bodies ----
-
-/// A moment, counted from 1970-01-01T00:00:00Z.
-struct ZTSSensorTime {
-    std::uint64_t mSeconds = 0;
-    std::uint32_t mNanoseconds = 0;  ///< below 1,000,000,000
-
-    auto operator<=>(const ZTSSensorTime&) const = default;
-};
 
 /// Events that repeated one another, of one kind.
 struct ZTSSensorRecord {

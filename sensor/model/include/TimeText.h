@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include "SensorMessages.h"
+#include "SensorTime.h"
 
 ZTSSensorTime toSensorTime(std::chrono::system_clock::time_point aTime);
 std::chrono::system_clock::time_point fromSensorTime(const ZTSSensorTime& acrTime);

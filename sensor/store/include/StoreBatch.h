@@ -1,0 +1,59 @@
+// What goes into the store at once, and what it knew when it was opened.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Ports.h"
+#include "Record.h"
+
+/// A row that is new, or has grown.
+struct ZTSStoreRow {
+    std::uint64_t mId = 0;  ///< ascending without a gap for the new ones, and never used again
+    bool mIsNew = true;
+    ZTSRecord mRecord;         ///< as it is now; its series and mFirst never change once it is in the store
+    std::uint64_t mAdded = 0;  ///< how many of its occurrences the store does not have yet
+};
+
+/// One run of an agent, by its start and its process.
+struct ZTSAgentRun {
+    ZTNanoseconds mStart = 0;
+    std::int64_t mProcess = 0;
+    ZTNanoseconds mCame = 0;  ///< when it was seen first
+    ZTNanoseconds mSeen = 0;  ///< and last
+    ZTNanoseconds mWent = 0;  ///< 0: not yet
+    std::string mEnd;         ///< "", "ended", "killed", "unknown"
+    /// Events that its fetches took and that are accounted for: in records, or told as lost.
+    std::uint64_t mTaken = 0;
+    /// Of each figure that counts losses, by "agent/NAME" or "library/NAME", what is told already.
+    std::map<std::string, std::uint64_t> mTold;
+    /// Its figures when it was last seen, by name.
+    std::map<std::string, std::uint64_t> mFigures;
+};
+
+struct ZTSStoreBatch {
+    std::vector<ZTSStoreRow> mRows;
+    std::uint64_t mClosedTo = 0;  ///< rows up to this id never change again; 0: as before
+    std::vector<ZTSLoss> mLosses;
+    std::vector<ZTSChange> mChanges;
+    std::optional<ZTSAgentRun> mAgent;
+    std::optional<ZTSHostPorts> mPorts;  ///< all that there are
+    std::optional<ZTPortLabels> mLabels;
+
+    bool isEmpty() const {
+        return mRows.empty() && mClosedTo == 0 && mLosses.empty() && mChanges.empty() && !mAgent && !mPorts &&
+               !mLabels;
+    }
+};
+
+/// What the store has when it is opened.
+struct ZTSStoreStart {
+    std::string mStore;                 ///< its UUID
+    std::uint64_t mNextId = 1;          ///< of the next row
+    bool mWasInUse = false;             ///< the last vrx-sn did not end in order
+    ZTNanoseconds mLastWrite = 0;       ///< when something was last written; 0: never
+    std::string mSetAside;              ///< where a damaged one was put; empty: there was none
+    std::optional<ZTSAgentRun> mAgent;  ///< the last one
+};

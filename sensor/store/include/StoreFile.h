@@ -1,0 +1,25 @@
+// Opens the store's file the one right way, to write or to read.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <string>
+
+#include "StoreError.h"
+
+/// What the file is: the version of its tables, as user_version says it.
+inline constexpr int ZTStoreVersion = 1;
+
+struct ZTSOpenedStore {
+    SQLite::Database mDatabase;
+    std::string mSetAside;  ///< where a damaged file was put; empty: there was none
+};
+
+/// Makes the file if there is none, with its tables, brings an older one up to date, and sets a damaged one
+/// aside. Every page carries a check sum, which is looked at whenever it is read. Throws ZTCStoreError.
+ZTSOpenedStore openStoreToWrite(const std::string& acrPath);
+/// mode=ro. Works while vrx-sn runs and when it does not. Throws ZTCStoreError.
+SQLite::Database openStoreToRead(const std::string& acrPath);
+
+/// What an error of SQLite's is, of which file.
+ZTCStoreError toStoreError(const SQLite::Exception& acrError, const std::string& acrPath);

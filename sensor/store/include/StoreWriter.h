@@ -1,0 +1,54 @@
+// Writes the history.
+#pragma once
+
+#include <memory>
+
+#include "StoreBatch.h"
+#include "StoreError.h"
+
+struct ZTSStoreOptions {
+    std::string mPath;
+    std::string mHostName;  ///< of the host whose history it is
+    unsigned int mKeepDays = 90;
+    std::uint64_t mKeepBytes = std::uint64_t{8} << 30;
+};
+
+struct ZTSStoreSize {
+    std::uint64_t mBytes = 0;     ///< of the file
+    std::uint64_t mWalBytes = 0;  ///< of the log beside it
+    std::uint64_t mRecords = 0;
+};
+
+/// One thread; but checkpoint() may be called from another one.
+class ZTCStoreWriter {
+  public:
+    /// Opens the file, and holds its lock. Throws ZTCStoreError.
+    explicit ZTCStoreWriter(ZTSStoreOptions aOptions);
+    ~ZTCStoreWriter();
+    ZTCStoreWriter(const ZTCStoreWriter&) = delete;
+    ZTCStoreWriter& operator=(const ZTCStoreWriter&) = delete;
+
+    const ZTSStoreStart& getStart() const;
+    /// How long and how much is kept, from now on.
+    void setKeep(unsigned int aDays, std::uint64_t aBytes);
+
+    /// All of it or, when it throws, nothing. It never waits for the disk to have it: a kill loses nothing,
+    /// a power failure the last seconds. Throws ZTCStoreError; Busy also while the log beside the file is as
+    /// large as it may be, because a reader keeps it from being emptied.
+    void write(const ZTSStoreBatch& acrBatch);
+    /// Removes a little of what is too old or too much. aNow: by the clock. True: there is more to do.
+    /// Throws ZTCStoreError.
+    bool retire(ZTNanoseconds aNow);
+    /// Brings what is in the log into the file; may wait for the disk. It holds up no write but in need, when
+    /// readers have kept the log growing. Throws ZTCStoreError.
+    void checkpoint();
+    /// Who holds a lock on the file, or a snapshot of it: "process 1234 (sqlite3)". Empty: nobody is seen.
+    std::string describeHolder() const;
+    ZTSStoreSize getSize() const;
+    /// An end in order: everything into the file.
+    void finish();
+
+  private:
+    class Impl;
+    std::unique_ptr<Impl> mpImpl;
+};

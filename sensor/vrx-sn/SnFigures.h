@@ -1,0 +1,47 @@
+// What vrx-sn counts about itself, in /run/vrx-sn/vrx-sn.stats (docs/statistics.md has the layout and the
+// rows).
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+enum ZTESnFigure : unsigned char {
+    ZTSN_Fetches,           // fetches_total
+    ZTSN_LastFetch,         // last_fetch_time_ns
+    ZTSN_Events,            // events_total: taken from the agent
+    ZTSN_Records,           // records_total: taken from the agent
+    ZTSN_Rows,              // rows_total: what became of them
+    ZTSN_Commits,           // commits_total
+    ZTSN_LastCommit,        // last_commit_time_ns
+    ZTSN_UncommittedBytes,  // uncommitted_bytes
+    ZTSN_StoreStandsSince,  // store_stands_since_ns: 0: it does not
+    ZTSN_StoreBytes,        // store_bytes
+    ZTSN_StoreWalBytes,     // store_wal_bytes
+    ZTSN_StoreRecords,      // store_records
+    ZTSN_AgentUp,           // agent_up: 1: it answers
+    ZTSN_Ports,             // ports
+    ZTSN_LogLost,           // log_lost_total
+    ZTSN_Period,            // period_ms: from fetch to fetch
+    ZTSN_Count
+};
+
+/// Any thread. A count is a store into memory.
+class ZTCSnFigures {
+  public:
+    /// In that directory, which has to be on tmpfs; empty, or another file system: counted, shown to nobody.
+    explicit ZTCSnFigures(const std::string& acrDirectory);
+    ~ZTCSnFigures();
+    ZTCSnFigures(const ZTCSnFigures&) = delete;
+    ZTCSnFigures& operator=(const ZTCSnFigures&) = delete;
+
+    void count(ZTESnFigure aFigure, std::uint64_t aBy = 1) { at(aFigure) += aBy; }
+    void set(ZTESnFigure aFigure, std::uint64_t aValue) { at(aFigure) = aValue; }
+    std::uint64_t get(ZTESnFigure aFigure) { return at(aFigure); }
+
+  private:
+    std::atomic<std::uint64_t>& at(ZTESnFigure aFigure);
+
+    std::string mPath;
+    void* mpBlock;
+};

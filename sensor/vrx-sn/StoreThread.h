@@ -1,0 +1,41 @@
+// Brings what the buffer has into the store, whatever the disk does.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "StoreWriter.h"
+
+class ZTCBuffer;
+class ZTCSnFigures;
+class ZTCSnLog;
+
+/// Its thread opens the store, writes, and removes what is too old; another brings the log into the file.
+/// Only these two ever wait for the disk.
+class ZTCStoreThread {
+  public:
+    /// aOpened is called once, in the store's thread, with what the store had.
+    using Opened = std::function<void(const ZTSStoreStart&)>;
+
+    ZTCStoreThread(ZTSStoreOptions aOptions, ZTCBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
+                   Opened aOpened);
+    ~ZTCStoreThread();
+    ZTCStoreThread(const ZTCStoreThread&) = delete;
+    ZTCStoreThread& operator=(const ZTCStoreThread&) = delete;
+
+    /// Waits until the store is open, so long at most: a disk that stands still is no reason not to collect.
+    /// Throws ZTCStoreError when the store can never be used.
+    void waitUntilOpen(std::chrono::milliseconds aTime);
+    void setKeep(unsigned int aDays, std::uint64_t aBytes);
+    /// Writes what is left, and ends. False: not in that time; the process is to be left at once then.
+    bool finish(std::chrono::milliseconds aTime);
+    /// Why nothing is written just now, in words; empty: nothing stands.
+    std::string getTrouble() const;
+
+  private:
+    class Impl;
+    std::unique_ptr<Impl> mpImpl;
+};
