@@ -45,8 +45,8 @@ std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
 
 // The file, and what works on it, in the order in which they come and go.
 struct OpenStore {
-    explicit OpenStore(const ZTSStoreOptions& acrOptions)
-        : mFile(openStoreToWrite(acrOptions.mPath)),
+    OpenStore(const ZTSStoreOptions& acrOptions, bool aIsDamaged)
+        : mFile(aIsDamaged ? beginStoreAnew(acrOptions.mPath) : openStoreToWrite(acrOptions.mPath)),
           mDatabase(setUp(mFile.mDatabase)),
           mWal(mDatabase, acrOptions.mPath),
           mSums(mDatabase),
@@ -93,7 +93,7 @@ class ZTCStoreWriter::Impl {
         : mOptions(std::move(aOptions)),
           mKeep{mOptions.mKeepDays, mOptions.mKeepBytes},
           mClock(mOptions.mClockTrust) {
-        open();
+        open(false);
     }
 
     const ZTSStoreStart& getStart() const { return mStart; }
@@ -109,7 +109,7 @@ class ZTCStoreWriter::Impl {
   private:
     using Clock = std::chrono::steady_clock;
 
-    void open();
+    void open(bool aIsDamaged);
     void loadStart();
     void writeRows(const ZTSStoreBatch& acrBatch);
     void writeRow(const ZTSStoreRow& acrRow);
@@ -140,9 +140,9 @@ class ZTCStoreWriter::Impl {
 
 // ---- Opening and closing ----
 
-void ZTCStoreWriter::Impl::open() {
+void ZTCStoreWriter::Impl::open(bool aIsDamaged) {
     const std::scoped_lock lLock(mLock);
-    tell([&] { mpStore = std::make_unique<OpenStore>(mOptions); });
+    tell([&] { mpStore = std::make_unique<OpenStore>(mOptions, aIsDamaged); });
     inTransaction([&] { loadStart(); });
 }
 
@@ -169,7 +169,7 @@ void ZTCStoreWriter::Impl::beginAnew() {
         mpStore.reset();
         mLongest = 0;
     }
-    open();
+    open(true);
 }
 
 void ZTCStoreWriter::Impl::finish() {

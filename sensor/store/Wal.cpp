@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "StoreFile.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -71,7 +73,8 @@ void ZTCWal::finish() {
 
 bool ZTCWal::run(int aMode) {
     if (!mDatabase) {
-        mDatabase.emplace(mPath, SQLite::OPEN_READWRITE, static_cast<int>(sPatience.count()));
+        mDatabase = openStoreAgain(mPath);
+        mDatabase->setBusyTimeout(static_cast<int>(sPatience.count()));
     }
     int lFrames = 0;
     int lDone = 0;
