@@ -16,6 +16,9 @@ namespace {
 
 constexpr std::chrono::milliseconds sLookEvery(250);
 
+ZTNanoseconds sTimeOf(const ZTSStoredRecord& acrRecord) {
+    return acrRecord.mRecord.mFirst;
+}
 ZTNanoseconds sTimeOf(const ZTSLoss& acrLoss) {
     return acrLoss.mFirst;
 }
@@ -47,18 +50,18 @@ class Source {
     bool mIsMore = true;
 };
 
-// Prints the items up to a time. False: the program is to end.
-template <class Scan, class Item, class IsAskedToEnd>
-bool sPrintUpTo(Source<Scan, Item>& arSource, ZTNanoseconds aTime, ZTCHistoryPrinter& arPrinter,
-                const IsAskedToEnd& acrIsAskedToEnd) {
-    for (const Item* lpItem = nullptr; (lpItem = arSource.peek()) != nullptr && sTimeOf(*lpItem) <= aTime;) {
-        arPrinter.add(*lpItem);
-        arSource.drop();
-        if (acrIsAskedToEnd()) {
-            return false;
-        }
-    }
-    return true;
+// Prints the item that comes next and is dropped then.
+template <class Scan, class Item>
+void sPrintNext(Source<Scan, Item>& arSource, ZTCHistoryPrinter& arPrinter) {
+    arPrinter.add(*arSource.peek());
+    arSource.drop();
+}
+
+// When the next one is; at the end, later than all others.
+template <class Scan, class Item>
+ZTNanoseconds sNextTimeOf(Source<Scan, Item>& arSource) {
+    const Item* const lpItem = arSource.peek();
+    return lpItem != nullptr ? sTimeOf(*lpItem) : std::numeric_limits<ZTNanoseconds>::max();
 }
 
 class History {
@@ -103,7 +106,6 @@ class History {
 
     template <class IsAskedToEnd>
     bool printWhatIsThere(const IsAskedToEnd& acrIsAskedToEnd) {
-        constexpr auto lEver = std::numeric_limits<ZTNanoseconds>::max();
         ZTSHistoryFilter lAround = mFilter;
         ZTCRecordScan lScan(*mReader, mFilter, mPlace);
         if (const std::uint64_t lLimit = mrOptions.mHistory.mLimit; lLimit != 0) {
@@ -115,20 +117,21 @@ class History {
         Source<ZTCRecordScan, ZTSStoredRecord> lRecords(std::move(lScan));
         Source<ZTCLossScan, ZTSLoss> lLosses(ZTCLossScan(*mReader, lAround, mPlace));
         Source<ZTCChangeScan, ZTSChange> lChanges(ZTCChangeScan(*mReader, lAround, mPlace));
-        while (const ZTSStoredRecord* const lpRecord = lRecords.peek()) {
-            const ZTNanoseconds lTime = lpRecord->mRecord.mFirst;
-            if (mPrinter->isMixed() && !(sPrintUpTo(lLosses, lTime, *mPrinter, acrIsAskedToEnd) &&
-                                         sPrintUpTo(lChanges, lTime, *mPrinter, acrIsAskedToEnd))) {
-                return false;
-            }
-            mPrinter->add(*lpRecord);
-            lRecords.drop();
-            if (acrIsAskedToEnd()) {
-                return false;
+        while (!acrIsAskedToEnd()) {
+            const ZTNanoseconds lRecord = sNextTimeOf(lRecords);
+            const ZTNanoseconds lLoss = sNextTimeOf(lLosses);
+            const ZTNanoseconds lChange = sNextTimeOf(lChanges);
+            if (lRecords.peek() != nullptr && (!mPrinter->isMixed() || lRecord < std::min(lLoss, lChange))) {
+                sPrintNext(lRecords, *mPrinter);
+            } else if (lLosses.peek() != nullptr && (lLoss <= lChange || !mPrinter->isMixed())) {
+                sPrintNext(lLosses, *mPrinter);
+            } else if (lChanges.peek() != nullptr) {
+                sPrintNext(lChanges, *mPrinter);
+            } else {
+                return true;
             }
         }
-        return sPrintUpTo(lLosses, lEver, *mPrinter, acrIsAskedToEnd) &&
-               sPrintUpTo(lChanges, lEver, *mPrinter, acrIsAskedToEnd);
+        return false;
     }
 
     void follow(ZTCWaiting& arWaiting) {

@@ -163,7 +163,7 @@ class Tables : public ZTCHistoryPrinter {
         addNote(plainText(toSensorTime(acrChange.mTime), mFrame.mInUtc) + ": " + changeText(acrChange));
     }
     void finish() override {
-        mText += mIsEmpty ? "nothing\n" : "";
+        mText += mIsEmpty ? "no events\n" : "";
         ZTCHistoryPrinter::finish();
     }
 

@@ -67,7 +67,7 @@ void sDescribeHistory(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
         ->type_name("HOST");
     arCommand.add_option("--limit", arOptions.mLimit, "the newest N records")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1, 1'000'000'000));
     arCommand.add_flag("--follow", arOptions.mFollows, "goes on with what comes, until interrupted");
     arCommand.add_flag("--summary", arOptions.mIsSummary, "sums by kind and port in place of records");
 }
