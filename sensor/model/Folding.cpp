@@ -314,13 +314,3 @@ void ZTCFolding::foldCoarsely(ZTNanoseconds aSpan) {
     dropEmpty();
     mOpenedSince = 0;
 }
-
-void ZTCFolding::startAnew() {
-    for (ZTSFoldedRow& lrRow : mRows) {
-        lrRow.mIsOpen = lrRow.mIsOpen && lrRow.mId == 0;
-        lrRow.mRecord.mOccurrences -= std::exchange(lrRow.mStored, 0);
-        lrRow.mDetached = 0;
-        lrRow.mId = 0;
-    }
-    dropEmpty();
-}
