@@ -2,19 +2,34 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "AgentStatus.h"
 #include "Collector.h"
 #include "CommandParts.h"
 #include "Failure.h"
+#include "Json.h"
 #include "ProcessTable.h"
 #include "RecordText.h"
 #include "Targets.h"
+#include "Terminal.h"
 
 namespace {
 
+constexpr std::size_t sMaxHidden = 8;
+
 int sRegisterTargets(const ZTSScopeOptions& acrOptions, const std::vector<ZTSSensorTarget>& acrTargets) {
     ZTCSensorClient(clientOptionsOf(acrOptions)).registerTargets(acrTargets);
-    putDone(acrOptions, "targets", countText(acrTargets.size(), "target") + " registered");
+    const ZTSHiddenTargets lHidden = findHiddenTargets(acrTargets);
+    const auto lLines = hiddenTargetsText(lHidden);
+    for (std::size_t lAt = 0; lAt < std::min(lLines.size(), sMaxHidden); ++lAt) {
+        complain(lLines[lAt]);
+    }
+    if (lLines.size() > sMaxHidden) {
+        complain(fmt::format("and {} more like these", lLines.size() - sMaxHidden));
+    }
+    put(acrOptions.getForm() == ZTEScopeForm::Table ? countText(acrTargets.size(), "target") + " registered\n"
+                                                    : targetsJson(lHidden));
     return 0;
 }
 
