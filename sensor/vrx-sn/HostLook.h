@@ -6,13 +6,13 @@
 
 #include "Ports.h"
 
-class ZTCBuffer;
+class ZTCSnBuffer;
 class ZTCSnLog;
 
 class ZTCHostLook {
   public:
     /// acrNames: the names file; empty: none. Reads both once, then looks on in its thread.
-    ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCBuffer& arBuffer,
+    ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCSnBuffer& arBuffer,
                 ZTCSnLog& arLog);
     ~ZTCHostLook();
     ZTCHostLook(const ZTCHostLook&) = delete;
