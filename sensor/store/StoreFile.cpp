@@ -51,7 +51,7 @@ SQLite::Database sConnect(const std::string& acrPath, int aFlags) {
 }
 
 SQLite::Database sConnectToWrite(const std::string& acrPath) {
-    SQLite::Database lDatabase = sConnect(acrPath, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+    SQLite::Database lDatabase = sConnect(acrPath, SQLite::OPEN_READWRITE);
     // The log and its index stay when the file is closed: who may only read could not make them.
     int lOn = 1;
     int lReserved = static_cast<int>(ZTPageSumSize);
@@ -88,8 +88,13 @@ void sMake(SQLite::Database& arDatabase) {
             " is of a newer version than " + std::to_string(ZTStoreVersion) + ": install a newer program");
 }
 
-[[noreturn]] void sRefuseForeign(const std::string& acrPath) {
-    sRefuse(ZTEStoreFault::Unusable, acrPath, " is no store: name another file, or move this one away");
+void sRefuseOthers(ZTEStoreLook aLook, const std::string& acrPath) {
+    if (aLook == ZTEStoreLook::Newer) {
+        sRefuseNewer(acrPath);
+    }
+    if (aLook == ZTEStoreLook::Foreign) {
+        sRefuse(ZTEStoreFault::Unusable, acrPath, " is no store: name another file, or move this one away");
+    }
 }
 
 SQLite::Database sOpenOrMake(const std::string& acrPath) {
@@ -133,33 +138,28 @@ ZTSOpenedStore sMakeAnew(ZTCStoreLock aLock, const std::string& acrPath) {
     return {std::move(aLock), std::move(lDatabase), std::move(lAside)};
 }
 
-ZTSOpenedStore sOpen(ZTCStoreLock aLock, const std::string& acrPath) {
+ZTSOpenedStore sOpen(const std::string& acrPath, bool aIsDamaged) {
+    ZTCStoreLock lLock(acrPath);
     // It was set aside, and then no other could be made.
-    std::string lAside = aLock.getBefore().mSetAside;
-    const ZTEStoreLook lLook = lookAtStore(acrPath, aLock.getBefore());
-    switch (lLook) {
-        case ZTEStoreLook::Newer:
-            sRefuseNewer(acrPath);
-        case ZTEStoreLook::Foreign:
-            sRefuseForeign(acrPath);
-        case ZTEStoreLook::Damaged:
-            return sMakeAnew(std::move(aLock), acrPath);
-        default:
-            break;
+    std::string lAside = lLock.getBefore().mSetAside;
+    const ZTEStoreLook lLook = lookAtStore(acrPath, lLock.getBefore());
+    sRefuseOthers(lLook, acrPath);
+    if (lLook == ZTEStoreLook::Damaged || (lLook == ZTEStoreLook::Store && aIsDamaged)) {
+        return sMakeAnew(std::move(lLock), acrPath);
     }
     try {
         SQLite::Database lDatabase =
             lLook == ZTEStoreLook::Nothing ? sMakeNew(acrPath) : sOpenOrMake(acrPath);
         if (!lAside.empty()) {
-            aLock.noteSetAside({});
+            lLock.noteSetAside({});
         }
-        return {std::move(aLock), std::move(lDatabase), std::move(lAside)};
+        return {std::move(lLock), std::move(lDatabase), std::move(lAside)};
     } catch (const SQLite::Exception& lrError) {
         if (toStoreError(lrError, acrPath).getFault() != ZTEStoreFault::Damaged) {
             throw;
         }
     }
-    return sMakeAnew(std::move(aLock), acrPath);
+    return sMakeAnew(std::move(lLock), acrPath);
 }
 
 template <class Work>
@@ -176,17 +176,14 @@ auto sTelling(const std::string& acrPath, const Work& acrWork) {
 ZTSOpenedStore openStoreToWrite(const std::string& acrPath) {
     // Nothing is put beside a file that is none of ours.
     const ZTSStoreHolder lHolder = findStoreHolder(acrPath);
-    if (!lHolder.mIsKnown && lookAtStore(acrPath, lHolder) == ZTEStoreLook::Foreign) {
-        sRefuseForeign(acrPath);
+    if (!lHolder.mIsKnown) {
+        sRefuseOthers(lookAtStore(acrPath, lHolder), acrPath);
     }
-    return sTelling(acrPath, [&] { return sOpen(ZTCStoreLock(acrPath), acrPath); });
+    return sTelling(acrPath, [&] { return sOpen(acrPath, false); });
 }
 
-ZTSOpenedStore beginStoreAnew(ZTSOpenedStore aDamaged) {
-    const std::string lPath = aDamaged.mDatabase.getFilename();
-    ZTCStoreLock lLock = std::move(aDamaged.mLock);
-    { const SQLite::Database lClosed = std::move(aDamaged.mDatabase); }
-    return sTelling(lPath, [&] { return sMakeAnew(std::move(lLock), lPath); });
+ZTSOpenedStore beginStoreAnew(const std::string& acrPath) {
+    return sTelling(acrPath, [&] { return sOpen(acrPath, true); });
 }
 
 SQLite::Database openStoreAgain(const std::string& acrPath) {
@@ -195,19 +192,15 @@ SQLite::Database openStoreAgain(const std::string& acrPath) {
 
 SQLite::Database openStoreToRead(const std::string& acrPath) {
     const ZTSStoreHolder lHolder = findStoreHolder(acrPath);
-    switch (lookAtStore(acrPath, lHolder)) {
-        case ZTEStoreLook::Newer:
-            sRefuseNewer(acrPath);
-        case ZTEStoreLook::Foreign:
-            sRefuseForeign(acrPath);
-        case ZTEStoreLook::Damaged:
-            sRefuse(ZTEStoreFault::Damaged, acrPath, " is damaged: vrx-sn sets it aside when it starts");
-        case ZTEStoreLook::Nothing:
-            lHolder.mIsHere ? sRefuse(ZTEStoreFault::Busy, acrPath, " is just being made: try again")
-                            : sRefuse(ZTEStoreFault::Unusable, acrPath,
-                                      " is not there: start vrx-sn, or name another store");
-        case ZTEStoreLook::Store:
-            break;
+    const ZTEStoreLook lLook = lookAtStore(acrPath, lHolder);
+    sRefuseOthers(lLook, acrPath);
+    if (lLook == ZTEStoreLook::Damaged) {
+        sRefuse(ZTEStoreFault::Damaged, acrPath, " is damaged: vrx-sn sets it aside when it starts");
+    }
+    if (lLook == ZTEStoreLook::Nothing) {
+        lHolder.mIsHere
+            ? sRefuse(ZTEStoreFault::Busy, acrPath, " is just being made: try again")
+            : sRefuse(ZTEStoreFault::Unusable, acrPath, " is not there: start vrx-sn, or name another store");
     }
     return sTelling(acrPath, [&] {
         SQLite::Database lDatabase = sConnect(acrPath, SQLite::OPEN_READONLY);

@@ -110,7 +110,7 @@ class ZTCStoreWriter::Impl {
     using Clock = std::chrono::steady_clock;
 
     void open(ZTSOpenedStore aFile);
-    std::optional<ZTSOpenedStore> close();
+    void close() noexcept;
     void loadStart();
     void writeRows(const ZTSStoreBatch& acrBatch);
     void writeRow(const ZTSStoreRow& acrRow);
@@ -159,9 +159,9 @@ void ZTCStoreWriter::Impl::open(ZTSOpenedStore aFile) {
     }
 }
 
-std::optional<ZTSOpenedStore> ZTCStoreWriter::Impl::close() {
+void ZTCStoreWriter::Impl::close() noexcept {
     mpStore.reset();
-    return std::exchange(mFile, std::nullopt);
+    mFile.reset();
 }
 
 // What stands there now never changes again, whoever has written it.
@@ -185,8 +185,9 @@ void ZTCStoreWriter::Impl::loadStart() {
 
 void ZTCStoreWriter::Impl::beginAnew() {
     const std::scoped_lock lLock(mLock);
-    std::optional<ZTSOpenedStore> lFile = close();
-    open(lFile ? beginStoreAnew(std::move(*lFile)) : openStoreToWrite(mOptions.mPath));
+    const bool lWasOpen = mpStore != nullptr;  // else this was cut short before
+    close();
+    open(lWasOpen ? beginStoreAnew(mOptions.mPath) : openStoreToWrite(mOptions.mPath));
 }
 
 void ZTCStoreWriter::Impl::finish() {
