@@ -9,7 +9,7 @@
 
 #include "StoreWriter.h"
 
-class ZTCBuffer;
+class ZTCSnBuffer;
 class ZTCSnFigures;
 class ZTCSnLog;
 
@@ -20,7 +20,7 @@ class ZTCStoreThread {
     /// aOpened is called once, in the store's thread, with what the store had.
     using Opened = std::function<void(const ZTSStoreStart&)>;
 
-    ZTCStoreThread(ZTSStoreOptions aOptions, ZTCBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
+    ZTCStoreThread(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
                    Opened aOpened);
     ~ZTCStoreThread();
     ZTCStoreThread(const ZTCStoreThread&) = delete;
