@@ -161,13 +161,43 @@ END
     rm -r /run/systemd
 }
 
+# as_reader GROUP COMMAND...: as a user who is in no other group.
+as_reader() {
+    setpriv --reuid=65534 --regid=65534 --groups="$1" "${@:2}"
+}
+
+# The sensor as the unit starts it: root without a right, of the group. Who is in the group reads while it runs and behind
+# its end, and who is not does not.
+check_history() {
+    local sensor moment
+    export ZT_LIBDFC_SIM=/usr/share/vrx-sca/scenarios/link-flap.scenario
+    start_agent libdfc-sim.so
+    install -d -m 0750 -g vrx-sn /run/vrx-sn /var/lib/vrx-sn
+    (
+        umask 027
+        RUNTIME_DIRECTORY=/run/vrx-sn exec setpriv --regid=vrx-sn --clear-groups --bounding-set=-all --no-new-privs vrx-sn
+    ) 2>/run/vrx-sn.err &
+    sensor=$!
+    for ((moment = 0; moment < 100; ++moment)); do
+        [[ ! $(as_reader vrx-sn vrx-scope --ndjson history 2>&1) == *'"link'* ]] || break
+        read -rt 0.2 <> <(:) || :
+    done
+    ((moment < 100)) || die "there is no history: $(cat /run/vrx-sn.err)"
+    kill "$sensor"
+    wait "$sensor" || die "the status of vrx-sn is $?: $(cat /run/vrx-sn.err)"
+    stop_agent
+    says '"link' as_reader vrx-sn vrx-scope --ndjson history
+    ! as_reader nogroup vrx-scope history >/dev/null 2>&1 || die 'anybody reads the history'
+    rm /run/vrx-sn.err
+}
+
 # The packages of the sensor's side, and that a user of the group reads the history.
 check_sensor() {
     packages -i /packages/vrx-scope_*.deb /packages/vrx-sn_*.deb
     says 'vrx-scope' vrx-scope --version
     says 'vrx-sn' vrx-sn --version
     check_unit vrx-sn 0.8
-    getent group vrx-sn >/dev/null || die 'there is no group vrx-sn'
+    check_history
     packages -i /packages/vrx-sn_*.deb
     # What people have set stays, and the packages say nothing of it.
     sed -i 's/^#keep-days=.*/keep-days=30/' /etc/vrx-sca/vrx-sn.conf
