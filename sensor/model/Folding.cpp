@@ -237,9 +237,9 @@ bool ZTCFolding::open(std::uint64_t aHash, const ZTSCollected& acrCollected, con
     lrRecord.mOccurrences = acrCollected.mOccurrences;
     lrRecord.mData.assign(acrCollected.mData.begin(), acrCollected.mData.end());
     acrName(lrRecord);
-    if (2 * (mUsed + 1) > mSlots.size()) {
+    if (4 * (mUsed + 1) > 3 * mSlots.size()) {
         const std::size_t lOpen = mRows.size() - mFirstOpen + 1;
-        std::vector<Slot>(std::bit_ceil(std::max(sLeastSlots, 4 * lOpen))).swap(mSlots);
+        std::vector<Slot>(std::bit_ceil(std::max(sLeastSlots, 2 * lOpen))).swap(mSlots);
         placeAll();
     }
     mRows.push_back(std::move(lRow));
@@ -313,14 +313,4 @@ void ZTCFolding::foldCoarsely(ZTNanoseconds aSpan) {
     }
     dropEmpty();
     mOpenedSince = 0;
-}
-
-void ZTCFolding::startAnew() {
-    for (ZTSFoldedRow& lrRow : mRows) {
-        lrRow.mIsOpen = lrRow.mIsOpen && lrRow.mId == 0;
-        lrRow.mRecord.mOccurrences -= std::exchange(lrRow.mStored, 0);
-        lrRow.mDetached = 0;
-        lrRow.mId = 0;
-    }
-    dropEmpty();
 }

@@ -12,11 +12,11 @@
 #include <new>
 #include <thread>
 
-#include "SnBuffer.h"
 #include "HostPorts.h"
 #include "PortChanges.h"
 #include "PortLabels.h"
 #include "SensorFiles.h"
+#include "SnBuffer.h"
 #include "SnLog.h"
 
 namespace {

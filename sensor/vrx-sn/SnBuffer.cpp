@@ -116,7 +116,7 @@ bool ZTCSnBuffer::makeRoom() {
     try {
         for (const ZTNanoseconds lSpan : sSpans) {
             mFolding.foldCoarsely(lSpan);
-            if (mFolding.getBytes() < lBefore / 2) {
+            if (mFolding.getBytes() < lBefore / 4 * 3) {
                 break;
             }
         }
@@ -144,7 +144,7 @@ bool ZTCSnBuffer::setRun(ZTSAgentRun&& arRun) {
         mRuns.back() = std::move(arRun);
         return lHasNews;
     }
-    if (mRuns.size() >= sMostRuns) {
+    if (mRuns.size() == sMostRuns) {
         mRuns.erase(mRuns.begin());
     }
     mRuns.push_back(std::move(arRun));
@@ -204,14 +204,12 @@ void ZTCSnBuffer::takeChange(ZTSChange aChange) {
 void ZTCSnBuffer::takePorts(ZTSHostPorts aPorts) {
     const std::lock_guard lLock(mMutex);
     mPorts = std::move(aPorts);
-    mArePortsNew = true;
     hasWork();
 }
 
 void ZTCSnBuffer::takeLabels(ZTPortLabels aLabels) {
     const std::lock_guard lLock(mMutex);
     mLabels = std::move(aLabels);
-    mAreLabelsNew = true;
     hasWork();
 }
 
@@ -305,12 +303,6 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
         lBatch.mLosses.push_back({mLost.mFirst, mLost.mLast, "sensor", "buffer", mLost.mEvents, {}});
     }
     lBatch.mAgents = mRuns;
-    if (mArePortsNew) {
-        lBatch.mPorts = mPorts;
-    }
-    if (mAreLabelsNew) {
-        lBatch.mLabels = mLabels;
-    }
     if (mLostChanges != 0) {
         mChanges.push_back(
             {sNow(), "sensor", "buffer", "changed", "lost_changes", "0", std::to_string(mLostChanges)});
@@ -321,11 +313,12 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
     mLostChanges = 0;
     mLosses.clear();
     mLost = {};
-    mArePortsNew = mAreLabelsNew = false;
+    lBatch.mPorts.swap(mPorts);
+    lBatch.mLabels.swap(mLabels);
     if (lLeft == 0) {
         mRuns.clear();
     } else if (!lBatch.mAgents.empty()) {
-        lBatch.mAgents.back().mTaken -= lLeft;
+        lBatch.mAgents.back().mTaken -= std::min(lLeft, lBatch.mAgents.back().mTaken);
     }
     mHasWork = lLeft != 0;
     mIsDetached = !lBatch.isEmpty();
@@ -334,43 +327,13 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
 
 void ZTCSnBuffer::stored() {
     const std::lock_guard lLock(mMutex);
-    std::size_t lFinal = 0;
-    bool lIsFinal = true;
-    for (ZTSFoldedRow& lrRow : mFolding.getRows()) {
-        lrRow.mStored = lrRow.mDetached;
-        lIsFinal = lIsFinal && lrRow.isFinal();
-        lFinal += lIsFinal ? 1 : 0;
-    }
-    mFolding.dropFirst(lFinal);
+    const auto& lrRows = mFolding.getRows();
+    const auto lEnd = std::find_if(lrRows.begin(), lrRows.end(),
+                                   [](const ZTSFoldedRow& acrRow) { return !acrRow.isFinal(); });
+    mFolding.dropFirst(static_cast<std::size_t>(lEnd - lrRows.begin()));
     mBatchBytes = 0;
     mIsDetached = false;
     mAllIsStored.notify_all();
-}
-
-void ZTCSnBuffer::startAnew(ZTSStoreBatch& arBatch) {
-    const std::lock_guard lLock(mMutex);
-    std::vector<ZTSAgentRun> lRuns;
-    lRuns.reserve(2 * sMostRuns);
-    lRuns = arBatch.mAgents;
-    if (!lRuns.empty() && !mRuns.empty() && sIsSameRun(lRuns.back(), mRuns.front())) {
-        lRuns.pop_back();
-    }
-    lRuns.insert(lRuns.end(), mRuns.begin(), mRuns.end());
-    mChanges.insert(mChanges.begin(), arBatch.mChanges.begin(), arBatch.mChanges.end());
-    // Nothing below throws.
-    mRuns.swap(lRuns);
-    for (const ZTSChange& lrChange : arBatch.mChanges) {
-        mChangeBytes += sBytesOf(lrChange);
-    }
-    addLosses(std::move(arBatch.mLosses));
-    mFolding.startAnew();
-    mArePortsNew = mPorts.has_value();
-    mAreLabelsNew = mLabels.has_value();
-    mBatchBytes = 0;
-    mLastId = 0;
-    mClosedTo = 0;
-    mIsDetached = false;
-    hasWork();
 }
 
 std::size_t ZTCSnBuffer::getBytes() const {

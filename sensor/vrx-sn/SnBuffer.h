@@ -58,10 +58,6 @@ class ZTCSnBuffer {
     ZTSStoreBatch detach(std::uint64_t aNextId);
     /// The batch that was detached last is in the store.
     void stored();
-    /// The store is a new one, and will not get the batch that was detached last: it has nothing of the rows
-    /// that were in the old one, and what that one did not get is to be detached anew. Throws
-    /// std::bad_alloc: nothing has changed.
-    void startAnew(ZTSStoreBatch& arBatch);
     /// Ends a wait for work.
     void wake();
 
@@ -102,10 +98,8 @@ class ZTCSnBuffer {
     std::vector<ZTSChange> mChanges;
     std::size_t mChangeBytes = 0;
     std::uint64_t mLostChanges = 0;
-    std::optional<ZTSHostPorts> mPorts;  // the last ones, for a store that begins anew
+    std::optional<ZTSHostPorts> mPorts;
     std::optional<ZTPortLabels> mLabels;
-    bool mArePortsNew = false;
-    bool mAreLabelsNew = false;
     bool mHasWork = false;
     bool mIsWoken = false;
     bool mIsDetached = false;  // a batch is on its way into the store

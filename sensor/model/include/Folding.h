@@ -28,8 +28,7 @@ struct ZTSFoldedRow {
     ZTSEventLayout mLayout;  ///< how its data folds
     std::chrono::steady_clock::time_point mOpened;
     std::uint64_t mId = 0;        ///< the store's; 0: it has none yet
-    std::uint64_t mDetached = 0;  ///< how many of its occurrences were detached for the store,
-    std::uint64_t mStored = 0;    ///< and how many the store has
+    std::uint64_t mDetached = 0;  ///< how many of its occurrences the store has, or is about to get
     bool mIsOpen = true;          ///< it takes more
 
     /// It never changes again, and nothing of it waits to be detached.
@@ -77,9 +76,6 @@ class ZTCFolding {
     void foldCoarsely(ZTNanoseconds aSpan);
     /// How many rows were opened since rows were folded coarsely.
     std::size_t getOpenedSince() const { return mOpenedSince; }
-    /// All ids are void, and what the store has is no longer there to be added to: each row keeps what the
-    /// store does not have.
-    void startAnew();
     /// What the rows take, about.
     std::size_t getBytes() const { return mBytes + mSlots.capacity() * sizeof(Slot); }
 
@@ -109,6 +105,6 @@ class ZTCFolding {
     std::size_t mFirstOpen = 0;      // all rows before it are closed
     std::size_t mOpenedSince = 0;
     std::size_t mBytes = 0;
-    std::vector<Slot> mSlots;  // as many as a power of two; half of them are free
+    std::vector<Slot> mSlots;  // as many as a power of two; a quarter of them are free
     std::size_t mUsed = 0;
 };
