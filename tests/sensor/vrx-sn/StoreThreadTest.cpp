@@ -74,17 +74,23 @@ TEST_F(StoreThread, AStoreThatCanNeverBeUsedIsToldOnce) {
 
 TEST_F(StoreThread, SomebodysLockHoldsUpNobodyButIsNamed) {
     startWell();
-    SQLite::Database lOther(mPath, SQLite::OPEN_READWRITE, 30000);
-    lOther.exec("BEGIN IMMEDIATE");
+    const std::string lMark = mDirectory / "locked";
+    std::optional<ZTCTestChild> lOther(std::function<void()>([&] {
+        SQLite::Database lStore(mPath, SQLite::OPEN_READWRITE, 30000);
+        lStore.exec("BEGIN IMMEDIATE");
+        writeFile(lMark, "");
+        pause();
+    }));
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(lMark); }));
     lose(5);
     EXPECT_TRUE(waitUntil([&] { return !mThread->getTrouble().empty(); }));
     const std::string lTrouble = mThread->getTrouble();
-    EXPECT_TRUE(contains(lTrouble, std::to_string(getpid()))) << lTrouble;
+    EXPECT_TRUE(contains(lTrouble, "process " + std::to_string(lOther->getProcess()))) << lTrouble;
     EXPECT_TRUE(contains(lTrouble, "KiB wait")) << lTrouble;
     mThread->tellTrouble();
     EXPECT_NE(mFigures.get(ZTSN_StoreStandsSince), 0U);
     EXPECT_FALSE(mThread->finish(300ms));
-    lOther.exec("ROLLBACK");
+    lOther.reset();
     EXPECT_TRUE(mThread->finish(30s));
     EXPECT_EQ(mThread->getTrouble(), "");
     EXPECT_EQ(mFigures.get(ZTSN_StoreStandsSince), 0U);
