@@ -80,16 +80,19 @@ std::string heldText(const ZTSStatistics& acrStatistics) {
     const auto lInKiB = [&](const char* apName) {
         return (acrStatistics.get(apName).value_or(0) + sKiB - 1) / sKiB;
     };
-    std::string lLost;
+    return fmt::format("{}, {} of {} KiB", countText(acrStatistics.get("held_events").value_or(0), "event"),
+                       lInKiB("held_bytes"), lInKiB("held_bytes_limit"));
+}
+
+std::string lostText(const ZTSStatistics& acrStatistics) {
+    std::string lText;
     for (const ZTSLabelled& lrLoss : labelledIn(acrStatistics, "lost_total")) {
         if (lrLoss.mValue != 0) {
-            lLost += lLost.empty() ? ", " + countText(lrLoss.mValue, "event") + " lost "
-                                   : ", " + std::to_string(lrLoss.mValue) + " ";
-            lLost += sLossText(lrLoss);
+            lText += lText.empty() ? countText(lrLoss.mValue, "event") : ", " + std::to_string(lrLoss.mValue);
+            lText += " " + sLossText(lrLoss);
         }
     }
-    return fmt::format("holds {} of {} KiB{}", lInKiB("held_bytes"), lInKiB("held_bytes_limit"),
-                       lLost.empty() ? ", no event lost" : lLost);
+    return lText.empty() ? "no event" : lText;
 }
 
 std::optional<ZTSLabelled> findLibraryCall(const ZTSStatistics& acrStatistics) {
