@@ -106,6 +106,45 @@ constexpr KindRow sKinds[] = {
     {{16, 1, "adapter_arrival"}},
 };
 
+// What names and words take; of the fields of a kind: all that stands before the first set or list.
+template <class Rows>
+constexpr std::size_t sBytesOf(const Rows& acrRows) {
+    std::size_t lBytes = 0;
+    for (const FieldRow& lrRow : acrRows) {
+        if (lrRow.mShape == Shape::Name) {
+            lBytes += ZTSWwn::Size;
+        } else if (lrRow.mShape == Shape::Word || lrRow.mShape == Shape::Text ||
+                   lrRow.mShape == Shape::PortId) {
+            lBytes += lrRow.mStays ? 0 : sWord;
+        }
+    }
+    return lBytes;
+}
+
+struct LayoutRow {
+    std::uint8_t mCategory = 0;
+    std::uint8_t mSubcategory = 0;
+    ZTSEventLayout mLayout{};
+};
+
+constexpr auto sLayouts = [] {
+    std::array<LayoutRow, std::size(sKinds)> lLayouts{};
+    for (std::size_t lAt = 0; lAt < lLayouts.size(); ++lAt) {
+        const KindRow& lrKind = sKinds[lAt];
+        ZTSEventLayout lLayout{static_cast<std::uint32_t>(sWord + sBytesOf(lrKind.mFields))};
+        for (const FieldRow& lrRow : lrKind.mFields) {
+            lLayout.mSets = static_cast<std::uint8_t>(lLayout.mSets + (lrRow.mShape == Shape::Set ? 1 : 0));
+            if (lrRow.mShape == Shape::List) {
+                lLayout.mAdded = sWord;
+            } else if (lrRow.mShape == Shape::Groups) {
+                lLayout.mAdded = static_cast<std::uint8_t>(sBytesOf(lrKind.mGroup));
+            }
+        }
+        lLayouts[lAt] = {lrKind.mKind.mCategory, lrKind.mKind.mSubcategory, lLayout};
+    }
+    return lLayouts;
+}();
+
 const KindRow* sFindRow(std::uint8_t aCategory, std::uint8_t aSubcategory) {
     const auto* const lpRow = std::find_if(std::begin(sKinds), std::end(sKinds), [=](const KindRow& acrRow) {
         return acrRow.mKind.mCategory == aCategory && acrRow.mKind.mSubcategory == aSubcategory;
@@ -136,6 +175,21 @@ class BlockReader {
   private:
     std::span<const std::uint8_t> mBytes;
 };
+
+// Whether a block has what the layout says, and nothing else.
+bool sHasLayout(BlockReader aBlock, const ZTSEventLayout& acrLayout) {
+    if (aBlock.peekWord() != sForm || aBlock.getLeft() < acrLayout.mSame) {
+        return false;
+    }
+    aBlock.take(acrLayout.mSame);
+    for (unsigned int lSet = 0; lSet < acrLayout.mSets; ++lSet) {
+        if (aBlock.peekWord() != ZTEventSetSize || aBlock.take(ZTEventSetBytes).empty()) {
+            return false;
+        }
+    }
+    return aBlock.getLeft() % std::max<std::size_t>(acrLayout.mAdded, 1) == 0 &&
+           (acrLayout.mAdded != 0 || aBlock.getLeft() == 0);
+}
 
 ZTEventValue sReadName(BlockReader& arReader) {
     const auto lBytes = arReader.take(ZTSWwn::Size);
@@ -209,10 +263,7 @@ template <class Rows>
 ZTEventGroup sReadFields(BlockReader& arReader, const Rows& acrRows, const KindRow& acrKind);
 
 ZTEventValue sReadGroups(BlockReader& arReader, const KindRow& acrKind) {
-    std::size_t lSize = 0;
-    for (const FieldRow& lrRow : acrKind.mGroup) {
-        lSize += lrRow.mShape != Shape::None && !lrRow.mStays ? sWord : 0;
-    }
+    const std::size_t lSize = sBytesOf(acrKind.mGroup);
     std::vector<ZTEventGroup> lGroups;
     while (arReader.getLeft() >= lSize) {
         lGroups.push_back(sReadFields(arReader, acrKind.mGroup, acrKind));
@@ -273,4 +324,41 @@ std::optional<ZTEventGroup> decodeEventBlock(std::uint8_t aCategory, std::uint8_
     }
     lReader.take(sWord);
     return sReadFields(lReader, lpRow->mFields, *lpRow);
+}
+
+ZTSEventLayout layoutOf(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                        std::span<const std::uint8_t> aBlock) {
+    for (const LayoutRow& lrRow : sLayouts) {
+        if (lrRow.mCategory == aCategory && lrRow.mSubcategory == aSubcategory &&
+            sHasLayout(BlockReader(aBlock), lrRow.mLayout)) {
+            return lrRow.mLayout;
+        }
+    }
+    return {static_cast<std::uint32_t>(aBlock.size())};
+}
+
+std::optional<ZTSWwn> findRemotePort(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                                     std::span<const std::uint8_t> aBlock) {
+    const KindRow* const lpRow = sFindRow(aCategory, aSubcategory);
+    BlockReader lReader(aBlock);
+    if (lpRow == nullptr || lpRow->mFields[0].mShape != Shape::Name || lReader.peekWord() != sForm) {
+        return {};
+    }
+    lReader.take(sWord);
+    const ZTEventValue lName = sReadName(lReader);
+    return std::holds_alternative<ZTSWwn>(lName) ? std::optional(std::get<ZTSWwn>(lName)) : std::nullopt;
+}
+
+std::optional<std::uint32_t> findPortId(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                                        std::span<const std::uint8_t> aBlock) {
+    const KindRow* const lpRow = sFindRow(aCategory, aSubcategory);
+    BlockReader lReader(aBlock);
+    if (lpRow == nullptr || lpRow->mFields[1].mShape != Shape::PortId || lReader.peekWord() != sForm) {
+        return {};
+    }
+    lReader.take(sWord);
+    const auto lPage = lReader.peekWord();
+    const FieldRow& lrFormat = lpRow->mFields[0];
+    const bool lIsOne = lPage && (*lPage >> lrFormat.mShift & lrFormat.mMask) == 0;
+    return lIsOne ? std::optional(*lPage & 0xffffffU) : std::nullopt;
 }

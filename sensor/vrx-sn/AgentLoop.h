@@ -8,7 +8,7 @@
 #include "SnOptions.h"
 #include "StoreBatch.h"
 
-class ZTCBuffer;
+class ZTCSnBuffer;
 class ZTCHostLook;
 class ZTCSnFigures;
 class ZTCSnLog;
@@ -20,7 +20,7 @@ class ZTCAgentLoop {
     /// seconds at most): it feeds the watchdog.
     using Turn = std::function<void()>;
 
-    ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCBuffer& arBuffer, const ZTCHostLook& acrHost,
+    ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, const ZTCHostLook& acrHost,
                  ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn);
     ~ZTCAgentLoop();
     ZTCAgentLoop(const ZTCAgentLoop&) = delete;

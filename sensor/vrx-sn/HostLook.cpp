@@ -12,11 +12,11 @@
 #include <new>
 #include <thread>
 
-#include "Buffer.h"
 #include "HostPorts.h"
 #include "PortChanges.h"
 #include "PortLabels.h"
 #include "SensorFiles.h"
+#include "SnBuffer.h"
 #include "SnLog.h"
 
 namespace {
@@ -59,7 +59,7 @@ std::string sReadFile(const std::string& acrPath, std::string& arText) {
 /// theirs is touched but under the lock, and not behind the end.
 class ZTCHostLook::Shared {
   public:
-    Shared(const std::string& acrRoot, ZTCBuffer& arBuffer, ZTCSnLog& arLog)
+    Shared(const std::string& acrRoot, ZTCSnBuffer& arBuffer, ZTCSnLog& arLog)
         : mrBuffer(arBuffer), mrLog(arLog), mHostPorts(acrRoot) {}
 
     void start(void (Shared::*apRun)(std::unique_lock<std::mutex>&),
@@ -103,7 +103,7 @@ class ZTCHostLook::Shared {
     void tell();
     void takeNames(const std::string& acrPath, ZTSNamesFile aNames);
 
-    ZTCBuffer& mrBuffer;
+    ZTCSnBuffer& mrBuffer;
     ZTCSnLog& mrLog;
     bool mEnds = false;
     bool mIsReading = false;
@@ -247,7 +247,7 @@ void ZTCHostLook::Shared::takeNames(const std::string& acrPath, ZTSNamesFile aNa
     }
 }
 
-ZTCHostLook::ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCBuffer& arBuffer,
+ZTCHostLook::ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCSnBuffer& arBuffer,
                          ZTCSnLog& arLog)
     : mpShared(std::make_shared<Shared>(acrRoot, arBuffer, arLog)) {
     mpShared->mNamesFile = acrNames;

@@ -6,7 +6,7 @@
 
 #include "Ports.h"
 
-class ZTCBuffer;
+class ZTCSnBuffer;
 class ZTCSnLog;
 
 /// A look each second. The buffer gets the ports when something of them has changed, and what has changed;
@@ -19,7 +19,7 @@ class ZTCHostLook {
   public:
     /// acrNames: the names file; empty: none. Reads both once, then looks on in its thread. Throws
     /// std::system_error if there can be no thread.
-    ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCBuffer& arBuffer,
+    ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCSnBuffer& arBuffer,
                 ZTCSnLog& arLog);
     ~ZTCHostLook();
     ZTCHostLook(const ZTCHostLook&) = delete;
