@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "LossText.h"
 #include "TimeText.h"
 
 namespace {
@@ -145,8 +146,16 @@ std::string statusJson(const ZTSScopeStatus& acrStatus) {
                                {"heartbeat", sTimeOrNull(lrAgent.mSensorHeartbeat)}};
     }
     lDocument["statistics"] = acrStatus.mStatistics ? sSummaryOf(*acrStatus.mStatistics) : ZTJson();
+    lDocument["losses"] = acrStatus.mStatistics ? ZTJson::array() : ZTJson();
+    for (const ZTSLoss& lrLoss : lossesOf(acrStatus)) {
+        lDocument["losses"].push_back({{"source", lrLoss.mSource},
+                                       {"reason", lrLoss.mReason},
+                                       {"events", lrLoss.mEvents.value_or(0)},
+                                       {"text", lossText(lrLoss)}});
+    }
     lDocument["vrx_sn"] = acrStatus.mCollector ? sCollectorOf(*acrStatus.mCollector) : ZTJson();
     lDocument["ports_from"] = acrStatus.mPorts ? ZTJson(acrStatus.mPorts->mpFrom) : ZTJson();
+    lDocument["ports_seen"] = acrStatus.mPorts ? sTimeOrNull(acrStatus.mPorts->mSeen) : ZTJson();
     lDocument["ports"] = ZTJson::array();
     if (acrStatus.mPorts) {
         for (const ZTSLocalPort& lrPort : acrStatus.mPorts->mPorts) {

@@ -10,7 +10,7 @@
 #include "Waiting.h"
 
 int runShowStatus(const ZTSScopeOptions& acrOptions) {
-    const ZTSScopeStatus lStatus = readStatus(directoryOf(acrOptions));
+    const ZTSScopeStatus lStatus = readStatus(directoryOf(acrOptions), acrOptions.mHistory.mStore);
     put(acrOptions.getForm() == ZTEScopeForm::Table ? statusText(lStatus, acrOptions.mInUtc)
                                                     : statusJson(lStatus));
     return lStatus.mAgent.mIsRunning ? 0 : ZTScopeFailed;

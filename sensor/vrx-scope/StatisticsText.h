@@ -31,8 +31,6 @@ std::vector<ZTSLabelled> labelledIn(const ZTSStatistics& acrStatistics, const st
 
 /// "3 events, 12 of 256 KiB"
 std::string heldText(const ZTSStatistics& acrStatistics);
-/// "3 events at the limit, 2 too short"
-std::string lostText(const ZTSStatistics& acrStatistics);
 
 /// The call of the vendor's library that has been under way for longest: its function, and when it began in
 /// nanoseconds since 1970.

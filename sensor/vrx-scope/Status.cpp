@@ -1,8 +1,13 @@
 #include "Status.h"
 
+#include <algorithm>
+
 #include "HostPorts.h"
 #include "ProcessTable.h"
 #include "SensorError.h"
+#include "StatisticsText.h"
+#include "StoreReader.h"
+#include "TimeText.h"
 
 namespace {
 
@@ -13,12 +18,13 @@ constexpr char sCollectorDirectory[] = "/run/vrx-sn";
 constexpr char sCollectorFile[] = "/vrx-sn.stats";
 constexpr char sCollectorName[] = "(vrx-sn)";
 
-// Of the agent that runs.
-std::optional<ZTSStatistics> sStatisticsOf(const ZTSAgentStatus& acrStatus, const std::string& acrDirectory) {
+// Of the agent that runs, or of the library in it.
+std::optional<ZTSStatistics> sStatisticsOf(const ZTSAgentStatus& acrStatus, const std::string& acrDirectory,
+                                           const char* apFile) {
     try {
-        const ZTCAgentStatistics lAgent(acrDirectory);
-        const bool lIsIt = acrStatus.mProcess == 0 || acrStatus.mProcess == lAgent.getProcess();
-        return acrStatus.mIsRunning && lIsIt ? std::optional(lAgent.read()) : std::nullopt;
+        const ZTCAgentStatistics lFile(acrDirectory, apFile);
+        const bool lIsIt = acrStatus.mProcess == 0 || acrStatus.mProcess == lFile.getProcess();
+        return acrStatus.mIsRunning && lIsIt ? std::optional(lFile.read()) : std::nullopt;
     } catch (const ZTCSensorError&) {
         return {};
     }
@@ -59,23 +65,68 @@ std::optional<ZTSCollectorStatus> sReadCollector(const std::string& acrDirectory
     return lIsKnown ? std::optional(ZTSCollectorStatus()) : std::nullopt;
 }
 
-std::optional<ZTSPortsStatus> sReadPorts() {
+std::optional<ZTSPortsStatus> sReadHostPorts() {
     ZTCHostPorts lHost("/");
     lHost.look();
     const auto& lrPorts = lHost.getPorts().mLocal;
-    return lrPorts.empty() ? std::nullopt : std::optional(ZTSPortsStatus{"sysfs", lrPorts});
+    return lrPorts.empty() ? std::nullopt : std::optional(ZTSPortsStatus{"sysfs", lrPorts, {}});
+}
+
+std::optional<ZTSPortsStatus> sReadStoredPorts(const std::string& acrStore, bool aIsNow) {
+    try {
+        ZTSPortsStatus lPorts{"store", {}, {}};
+        ZTNanoseconds lSeen = 0;
+        for (const ZTSStoredPort& lrStored : ZTCStoreReader(acrStore).readPorts()) {
+            if (lrStored.mIsHere) {
+                lPorts.mPorts.push_back(lrStored.mPort);
+                lSeen = std::max(lSeen, lrStored.mSeen);
+            }
+        }
+        if (!aIsNow && !lPorts.mPorts.empty()) {
+            lPorts.mSeen = fromSensorTime(toSensorTime(lSeen));
+        }
+        return lPorts;
+    } catch (const ZTCStoreError&) {
+        return {};
+    }
+}
+
+// What vrx-sn has stored is as of now while it runs, and knows more than the kernel: ports that only the
+// agent tells of, and what fabrics are called.
+std::optional<ZTSPortsStatus> sReadPorts(const std::string& acrStore, bool aIsCollectorThere) {
+    auto lPorts = aIsCollectorThere ? sReadStoredPorts(acrStore, true) : sReadHostPorts();
+    if (!lPorts) {
+        lPorts = aIsCollectorThere ? sReadHostPorts() : sReadStoredPorts(acrStore, false);
+    }
+    return lPorts;
 }
 
 }  // namespace
 
-ZTSScopeStatus readStatus(const std::string& acrDirectory) {
+ZTSScopeStatus readStatus(const std::string& acrDirectory, const std::string& acrStore) {
     ZTSScopeStatus lStatus;
     lStatus.mDirectory = acrDirectory;
     lStatus.mAgent = readAgentStatus(acrDirectory);
-    lStatus.mStatistics = sStatisticsOf(lStatus.mAgent, acrDirectory);
+    lStatus.mStatistics = sStatisticsOf(lStatus.mAgent, acrDirectory, ZTWireStatistics);
+    lStatus.mLibrary = sStatisticsOf(lStatus.mAgent, acrDirectory, ZTWireLibraryStatistics);
     lStatus.mCollector = sReadCollector(acrDirectory);
-    lStatus.mPorts = sReadPorts();
+    lStatus.mPorts = sReadPorts(acrStore, lStatus.mCollector && lStatus.mCollector->mProcess != 0);
     return lStatus;
+}
+
+std::vector<ZTSLoss> lossesOf(const ZTSScopeStatus& acrStatus) {
+    std::vector<ZTSLoss> lLosses;
+    const auto lAdd = [&](const char* apSource, const std::optional<ZTSStatistics>& acrFigures) {
+        for (const ZTSLabelled& lrLost :
+             acrFigures ? labelledIn(*acrFigures, "lost_total") : std::vector<ZTSLabelled>()) {
+            if (lrLost.mValue != 0) {
+                lLosses.push_back({0, 0, apSource, lrLost.mLabel, lrLost.mValue, {}});
+            }
+        }
+    };
+    lAdd("agent", acrStatus.mStatistics);
+    lAdd("library", acrStatus.mLibrary);
+    return lLosses;
 }
 
 std::optional<bool> isCollecting(const ZTSScopeStatus& acrStatus) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "LossText.h"
 #include "ProcessTable.h"
 #include "ShownText.h"
 #include "StatisticsText.h"
@@ -32,6 +33,14 @@ std::string sAgoText(const std::optional<Time>& acrTime, bool aInUtc) {
                    : sUnknown;
 }
 
+std::string sLossesText(const ZTSScopeStatus& acrStatus) {
+    std::string lText;
+    for (const ZTSLoss& lrLoss : lossesOf(acrStatus)) {
+        lText += sLine(lText.empty() ? "losses" : "", toShownText(lossText(lrLoss)));
+    }
+    return lText.empty() ? sLine("losses", "none") : lText;
+}
+
 std::string sAgentText(const ZTSScopeStatus& acrStatus, bool aInUtc) {
     const ZTSAgentStatus& lrAgent = acrStatus.mAgent;
     if (!lrAgent.mIsRunning) {
@@ -48,7 +57,7 @@ std::string sAgentText(const ZTSScopeStatus& acrStatus, bool aInUtc) {
                                : *lCollecting ? "yes"
                                               : "no") +
            sLine("data", lrFigures ? heldText(*lrFigures) : sUnknown) +
-           sLine("lost", lrFigures ? lostText(*lrFigures) : sUnknown) +
+           (lrFigures ? sLossesText(acrStatus) : sLine("losses", sUnknown)) +
            (lLibrary.empty() ? "" : sLine("library", lLibrary));
 }
 
@@ -72,7 +81,9 @@ std::string sCollectorText(const std::optional<ZTSCollectorStatus>& acrCollector
     return fmt::format("running, process {}", acrCollector->mProcess) +
            (acrCollector->mHasAgent ? "" : ", no agent answers it") +
            lAgo("last fetch", acrCollector->mLastFetch) + lAgo("history written", acrCollector->mLastWrite) +
-           lAgo("cannot write since", acrCollector->mStandsSince);
+           (acrCollector->mStandsSince ? fmt::format(", cannot write for {:.0f} s",
+                                                     std::floor(sSecondsSince(*acrCollector->mStandsSince)))
+                                       : "");
 }
 
 // What is known of a port, in the order in which people ask for it.
@@ -84,13 +95,16 @@ std::string sPortText(const ZTSLocalPort& acrPort) {
     return lText + (acrPort.mFabric.empty() ? "" : ", fabric " + toShownText(acrPort.mFabric));
 }
 
-std::string sPortsText(const std::optional<ZTSPortsStatus>& acrPorts) {
+std::string sPortsText(const std::optional<ZTSPortsStatus>& acrPorts, bool aInUtc) {
     if (!acrPorts) {
         return sLine("ports", sUnknown);
     }
     std::string lText;
     for (const ZTSLocalPort& lrPort : acrPorts->mPorts) {
         lText += sLine(lText.empty() ? "ports" : "", sPortText(lrPort));
+    }
+    if (acrPorts->mSeen) {
+        lText += sLine("", "as vrx-sn last saw them, " + sAgoText(acrPorts->mSeen, aInUtc));
     }
     return lText.empty() ? sLine("ports", "none") : lText;
 }
@@ -100,5 +114,5 @@ std::string sPortsText(const std::optional<ZTSPortsStatus>& acrPorts) {
 std::string statusText(const ZTSScopeStatus& acrStatus, bool aInUtc) {
     return sLine("directory", toShownText(acrStatus.mDirectory)) + sAgentText(acrStatus, aInUtc) +
            sLine("sensor", sSensorText(acrStatus.mAgent, aInUtc)) +
-           sLine("vrx-sn", sCollectorText(acrStatus.mCollector)) + sPortsText(acrStatus.mPorts);
+           sLine("vrx-sn", sCollectorText(acrStatus.mCollector)) + sPortsText(acrStatus.mPorts, aInUtc);
 }
