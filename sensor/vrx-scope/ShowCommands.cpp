@@ -5,7 +5,7 @@
 #include "Failure.h"
 #include "Figures.h"
 #include "Json.h"
-#include "Status.h"
+#include "StatusText.h"
 #include "Terminal.h"
 #include "Waiting.h"
 

@@ -82,10 +82,10 @@ std::optional<ZTSPortsStatus> sReadStoredPorts(const std::string& acrStore, bool
                 lSeen = std::max(lSeen, lrStored.mSeen);
             }
         }
-        if (!aIsNow && !lPorts.mPorts.empty()) {
+        if (!aIsNow) {
             lPorts.mSeen = fromSensorTime(toSensorTime(lSeen));
         }
-        return lPorts;
+        return lPorts.mPorts.empty() ? std::nullopt : std::optional(lPorts);
     } catch (const ZTCStoreError&) {
         return {};
     }

@@ -25,9 +25,9 @@ struct ZTSCollectorStatus {
 struct ZTSPortsStatus {
     using Time = ZTSAgentStatus::Time;
 
-    const char* mpFrom = "";  ///< "store", "sysfs"
-    std::vector<ZTSLocalPort> mPorts;
-    std::optional<Time> mSeen;  ///< when they were like that; nothing: now
+    const char* mpFrom = "";           ///< "store", "sysfs"
+    std::vector<ZTSLocalPort> mPorts;  ///< at least one
+    std::optional<Time> mSeen;         ///< when they were like that; nothing: now
 };
 
 struct ZTSScopeStatus {
@@ -42,8 +42,6 @@ struct ZTSScopeStatus {
 /// What cannot be read is not known. acrStore: the history's file, which may be missing. Throws what
 /// readAgentStatus does.
 ZTSScopeStatus readStatus(const std::string& acrDirectory, const std::string& acrStore);
-/// For people.
-std::string statusText(const ZTSScopeStatus& acrStatus, bool aInUtc);
 
 /// What the agent that runs has lost, and the library in it, since they began.
 std::vector<ZTSLoss> lossesOf(const ZTSScopeStatus& acrStatus);

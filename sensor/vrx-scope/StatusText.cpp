@@ -1,3 +1,5 @@
+#include "StatusText.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -7,7 +9,6 @@
 #include "ProcessTable.h"
 #include "ShownText.h"
 #include "StatisticsText.h"
-#include "Status.h"
 #include "TimeText.h"
 
 namespace {
@@ -106,7 +107,7 @@ std::string sPortsText(const std::optional<ZTSPortsStatus>& acrPorts, bool aInUt
     if (acrPorts->mSeen) {
         lText += sLine("", "as vrx-sn last saw them, " + sAgoText(acrPorts->mSeen, aInUtc));
     }
-    return lText.empty() ? sLine("ports", "none") : lText;
+    return lText;
 }
 
 }  // namespace

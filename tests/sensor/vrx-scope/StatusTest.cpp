@@ -4,7 +4,7 @@
 #include "Json.h"
 #include "ScopeProgram.h"
 #include "StatisticsBytes.h"
-#include "Status.h"
+#include "StatusText.h"
 
 namespace {
 
