@@ -137,7 +137,7 @@ unsigned int ZTCRetention::removeFirst(unsigned int aRows) {
     return lRows;
 }
 
-bool ZTCRetention::removeOlder(ZTNanoseconds aTime, unsigned int aRows) {
+bool ZTCRetention::removeOlder(ZTNanoseconds aTime, unsigned int aRows, std::uint64_t& arGone) {
     struct Row {
         std::int64_t mId;
         std::uint64_t mEvents;
@@ -161,6 +161,7 @@ bool ZTCRetention::removeOlder(ZTNanoseconds aTime, unsigned int aRows) {
         lEvents += lrRow.mEvents;
     }
     count(lRows.size(), lEvents);
+    arGone += lRows.size();
     if (lIsAll) {
         mSweepTime = INT64_MIN;
         mSweepId = 0;

@@ -56,8 +56,9 @@ class ZTCRetention {
     ZTSRetentionFacts look();
     /// So many rows at most, the first that came first. Returns how many have gone.
     unsigned int removeFirst(unsigned int aRows);
-    /// A round: some rows of those that began before that moment. False: there are no more.
-    bool removeOlder(ZTNanoseconds aTime, unsigned int aRows);
+    /// A round: some rows of those that began before that moment; how many is added to a count. False: there
+    /// are no more.
+    bool removeOlder(ZTNanoseconds aTime, unsigned int aRows, std::uint64_t& arGone);
     /// A round: sums, losses and changes of before that moment. False: there are no more.
     bool removeSums(ZTNanoseconds aTime);
     /// The first time of a row that is not kept: before it nothing is needed.

@@ -1,5 +1,9 @@
 #include "Schema.h"
 
+#include <array>
+
+#include "StoreFile.h"
+
 // Times are nanoseconds since 1970. Names of ports are eight hex pairs with colons, or empty.
 const char ZTStoreSchema[] = R"sql(
 CREATE TABLE meta (          -- what there is one of: store (its UUID), host, made, closed_to, longest, in_use,
@@ -151,3 +155,27 @@ SELECT records.id, datetime(records.first / 1000000000, 'unixepoch') AS first_ut
        records.first, records.last, hex(data) AS data
 FROM records JOIN series ON series.id = series;
 )sql";
+
+namespace {
+
+// A change of the tables changes both: the text above, for a new store, and a step here, for those that there
+// are.
+constexpr std::array<const char*, 0> sSteps{};
+static_assert(ZTStoreVersion == 1 + sSteps.size());
+
+}  // namespace
+
+const ZTStoreStepList ZTStoreSteps(sSteps);
+
+void bringStoreUpToDate(SQLite::Database& arDatabase, ZTStoreStepList aSteps) {
+    const auto lVersion = static_cast<std::size_t>(arDatabase.execAndGet("PRAGMA user_version").getInt());
+    if (lVersion > aSteps.size()) {
+        return;
+    }
+    SQLite::Transaction lTransaction(arDatabase);
+    for (const char* const lpStep : aSteps.subspan(lVersion - 1)) {
+        arDatabase.exec(lpStep);
+    }
+    arDatabase.exec("PRAGMA user_version = " + std::to_string(aSteps.size() + 1));
+    lTransaction.commit();
+}

@@ -27,7 +27,7 @@ const ZTSMeaning sOfSqlite[] = {
     {SQLITE_NOMEM, ZTEStoreFault::Memory, ": no memory is left"},
     {SQLITE_CORRUPT, ZTEStoreFault::Damaged, " is damaged"},
     {SQLITE_NOTADB, ZTEStoreFault::Damaged, " is damaged"},
-    {SQLITE_CANTOPEN, ZTEStoreFault::Io, " cannot be opened"},
+    {SQLITE_CANTOPEN, ZTEStoreFault::Io, " or what stands beside it (-wal, -shm) cannot be opened"},
     {SQLITE_PERM, ZTEStoreFault::Unusable, ": no permission"},
     {SQLITE_AUTH, ZTEStoreFault::Unusable, ": no permission"},
 };
@@ -43,6 +43,9 @@ const ZTSMeaning sOfSystem[] = {
     {EROFS, ZTEStoreFault::ReadOnly, " cannot be written: the file or its disk is read-only"},
     {ENOSPC, ZTEStoreFault::Full, " has no room: free some of its disk"},
     {EDQUOT, ZTEStoreFault::Full, " has no room: free some of its disk"},
+    {EAGAIN, ZTEStoreFault::Memory, ": no memory is left"},
+    {ENODEV, ZTEStoreFault::Unusable, " is no file"},
+    {ENXIO, ZTEStoreFault::Unusable, " is no file"},
     {ENOMEM, ZTEStoreFault::Memory, ": no memory is left"},
 };
 

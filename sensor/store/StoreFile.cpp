@@ -1,13 +1,19 @@
 #include "StoreFile.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/random.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 
+#include "PageSums.h"
 #include "Schema.h"
+#include "SetAside.h"
+#include "StoreLook.h"
 
 namespace {
 
@@ -34,8 +40,35 @@ std::int64_t sNow() {
         .count();
 }
 
+int sGetVersion(SQLite::Database& arDatabase) {
+    return arDatabase.execAndGet("PRAGMA user_version").getInt();
+}
+
+SQLite::Database sConnect(const std::string& acrPath, int aFlags) {
+    SQLite::Database lDatabase(acrPath, aFlags, sBusyMilliseconds, usePageSums());
+    lDatabase.exec("PRAGMA mmap_size = 0; PRAGMA cache_size = -4096; PRAGMA temp_store = MEMORY");
+    return lDatabase;
+}
+
+SQLite::Database sConnectToWrite(const std::string& acrPath) {
+    SQLite::Database lDatabase = sConnect(acrPath, SQLite::OPEN_READWRITE);
+    // The log and its index stay when the file is closed: who may only read could not make them.
+    int lOn = 1;
+    int lReserved = static_cast<int>(ZTPageSumSize);
+    sqlite3_file_control(lDatabase.getHandle(), "main", SQLITE_FCNTL_PERSIST_WAL, &lOn);
+    sqlite3_file_control(lDatabase.getHandle(), "main", SQLITE_FCNTL_RESERVE_BYTES, &lReserved);
+    // Who writes brings the log into the file when it suits him.
+    lDatabase.exec(
+        "PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 0; PRAGMA journal_size_limit = 1048576;"
+        "PRAGMA secure_delete = OFF; PRAGMA foreign_keys = OFF");
+    return lDatabase;
+}
+
+// The tables are in the main file before there is a log: so its header is ours from the first byte on.
 void sMake(SQLite::Database& arDatabase) {
+    arDatabase.exec("PRAGMA page_size = 4096");
     SQLite::Transaction lTransaction(arDatabase);
+    arDatabase.exec("PRAGMA auto_vacuum = INCREMENTAL");
     arDatabase.exec(ZTStoreSchema);
     SQLite::Statement lInsert(arDatabase, "INSERT INTO meta VALUES ('store', ?), ('made', ?)");
     lInsert.bind(1, sMakeUuid());
@@ -46,58 +79,142 @@ void sMake(SQLite::Database& arDatabase) {
     lTransaction.commit();
 }
 
-int sGetVersion(SQLite::Database& arDatabase) {
-    return arDatabase.execAndGet("PRAGMA user_version").getInt();
+[[noreturn]] void sRefuse(ZTEStoreFault aFault, const std::string& acrPath, const std::string& acrWhy) {
+    throw ZTCStoreError(aFault, acrPath + acrWhy);
 }
 
-void sSetUp(SQLite::Database& arDatabase) {
-    // The log stays when the file is closed: who may only read it could not make one.
-    int lOn = 1;
-    sqlite3_file_control(arDatabase.getHandle(), "main", SQLITE_FCNTL_PERSIST_WAL, &lOn);
-    // The first two count for a new file only.
-    arDatabase.exec(
-        "PRAGMA page_size = 4096; PRAGMA auto_vacuum = INCREMENTAL; PRAGMA journal_mode = WAL;"
-        "PRAGMA synchronous = NORMAL; PRAGMA wal_autocheckpoint = 0;"
-        "PRAGMA journal_size_limit = 1048576; PRAGMA mmap_size = 0; PRAGMA secure_delete = OFF;"
-        "PRAGMA foreign_keys = OFF; PRAGMA cache_size = -4096; PRAGMA temp_store = MEMORY");
+[[noreturn]] void sRefuseNewer(const std::string& acrPath) {
+    sRefuse(ZTEStoreFault::Newer, acrPath,
+            " is of a newer version than " + std::to_string(ZTStoreVersion) + ": install a newer program");
 }
 
-[[noreturn]] void sRefuseNewer(const std::string& acrPath, int aVersion) {
-    throw ZTCStoreError(ZTEStoreFault::Newer, acrPath + " is of version " + std::to_string(aVersion) +
-                                                  ", this program knows up to " +
-                                                  std::to_string(ZTStoreVersion) + ": install a newer one");
+void sRefuseOthers(ZTEStoreLook aLook, const std::string& acrPath) {
+    if (aLook == ZTEStoreLook::Newer) {
+        sRefuseNewer(acrPath);
+    }
+    if (aLook == ZTEStoreLook::Foreign) {
+        sRefuse(ZTEStoreFault::Unusable, acrPath, " is no store: name another file, or move this one away");
+    }
+}
+
+SQLite::Database sOpenOrMake(const std::string& acrPath) {
+    SQLite::Database lDatabase = sConnectToWrite(acrPath);
+    if (sqlite3_db_readonly(lDatabase.getHandle(), "main") != 0) {
+        throw toStoreError(EROFS, acrPath);  // SQLite is content with less than it was asked for
+    }
+    const int lVersion = sGetVersion(lDatabase);
+    if (lVersion > ZTStoreVersion) {
+        sRefuseNewer(acrPath);
+    }
+    if (lVersion == 0) {
+        sMake(lDatabase);
+    } else {
+        bringStoreUpToDate(lDatabase, ZTStoreSteps);
+    }
+    if (lDatabase.execAndGet("PRAGMA journal_mode = WAL").getString() != "wal") {
+        sRefuse(ZTEStoreFault::Unusable, acrPath,
+                " cannot be shared on its file system: put it on another one");
+    }
+    return lDatabase;
+}
+
+// Who may read it is told by its group; SQLite gives what it puts beside it the same mode.
+SQLite::Database sMakeNew(const std::string& acrPath) {
+    if (ZTCStoreDescriptor(open(acrPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640)).get() < 0) {
+        throw toStoreError(errno, acrPath);
+    }
+    return sOpenOrMake(acrPath);
+}
+
+ZTSOpenedStore sMakeAnew(ZTCStoreLock aLock, const std::string& acrPath) {
+    std::string lAside = aLock.getBefore().mSetAside;
+    if (lAside.empty() || access(acrPath.c_str(), F_OK) == 0) {
+        lAside = nameStoreAside(acrPath);  // else it was cut short, between the file and its log
+    }
+    aLock.noteSetAside(lAside);
+    setStoreAside(acrPath, lAside);
+    SQLite::Database lDatabase = sMakeNew(acrPath);
+    aLock.noteSetAside({});
+    return {std::move(aLock), std::move(lDatabase), std::move(lAside)};
+}
+
+ZTSOpenedStore sOpen(const std::string& acrPath) {
+    ZTCStoreLock lLock(acrPath);
+    // It was set aside, and then no other could be made.
+    std::string lAside = lLock.getBefore().mSetAside;
+    const ZTEStoreLook lLook = lookAtStore(acrPath, lLock.getBefore());
+    sRefuseOthers(lLook, acrPath);
+    if (lLook == ZTEStoreLook::Damaged) {
+        return sMakeAnew(std::move(lLock), acrPath);
+    }
+    try {
+        SQLite::Database lDatabase =
+            lLook == ZTEStoreLook::Nothing ? sMakeNew(acrPath) : sOpenOrMake(acrPath);
+        if (!lAside.empty()) {
+            lLock.noteSetAside({});
+        }
+        return {std::move(lLock), std::move(lDatabase), std::move(lAside)};
+    } catch (const SQLite::Exception& lrError) {
+        if (toStoreError(lrError, acrPath).getFault() != ZTEStoreFault::Damaged) {
+            throw;
+        }
+    }
+    return sMakeAnew(std::move(lLock), acrPath);
+}
+
+template <class Work>
+auto sTelling(const std::string& acrPath, const Work& acrWork) {
+    try {
+        return acrWork();
+    } catch (const SQLite::Exception& lrError) {
+        throw toStoreError(lrError, acrPath);
+    }
 }
 
 }  // namespace
 
 ZTSOpenedStore openStoreToWrite(const std::string& acrPath) {
-    ZTCStoreLock lLock(acrPath);
-    try {
-        SQLite::Database lDatabase(acrPath, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, sBusyMilliseconds);
-        sSetUp(lDatabase);
-        const int lVersion = sGetVersion(lDatabase);
-        if (lVersion > ZTStoreVersion) {
-            sRefuseNewer(acrPath, lVersion);
-        }
-        if (lVersion == 0) {
-            sMake(lDatabase);
-        }
-        return {std::move(lLock), std::move(lDatabase), {}};
-    } catch (const SQLite::Exception& lrError) {
-        throw toStoreError(lrError, acrPath);
+    // Nothing is put beside a file that is none of ours.
+    const ZTSStoreHolder lHolder = findStoreHolder(acrPath);
+    if (!lHolder.mIsKnown) {
+        sRefuseOthers(lookAtStore(acrPath, lHolder), acrPath);
     }
+    return sTelling(acrPath, [&] { return sOpen(acrPath); });
+}
+
+ZTSOpenedStore beginStoreAnew(ZTSOpenedStore aDamaged) {
+    const std::string lPath = aDamaged.mDatabase.getFilename();
+    ZTCStoreLock lLock = std::move(aDamaged.mLock);
+    { const SQLite::Database lClosed = std::move(aDamaged.mDatabase); }
+    return sTelling(lPath, [&] { return sMakeAnew(std::move(lLock), lPath); });
+}
+
+SQLite::Database openStoreAgain(const std::string& acrPath) {
+    return sTelling(acrPath, [&] { return sConnectToWrite(acrPath); });
 }
 
 SQLite::Database openStoreToRead(const std::string& acrPath) {
-    try {
-        SQLite::Database lDatabase(acrPath, SQLite::OPEN_READONLY, sBusyMilliseconds);
+    const ZTSStoreHolder lHolder = findStoreHolder(acrPath);
+    const ZTEStoreLook lLook = lookAtStore(acrPath, lHolder);
+    sRefuseOthers(lLook, acrPath);
+    if (lLook == ZTEStoreLook::Damaged) {
+        sRefuse(ZTEStoreFault::Damaged, acrPath, " is damaged: vrx-sn sets it aside when it starts");
+    }
+    if (lLook == ZTEStoreLook::Nothing) {
+        lHolder.mIsHere
+            ? sRefuse(ZTEStoreFault::Busy, acrPath, " is just being made: try again")
+            : sRefuse(ZTEStoreFault::Unusable, acrPath, " is not there: start vrx-sn, or name another store");
+    }
+    return sTelling(acrPath, [&] {
+        SQLite::Database lDatabase = sConnect(acrPath, SQLite::OPEN_READONLY);
         const int lVersion = sGetVersion(lDatabase);
         if (lVersion > ZTStoreVersion) {
-            sRefuseNewer(acrPath, lVersion);
+            sRefuseNewer(acrPath);
         }
-        lDatabase.exec("PRAGMA mmap_size = 0; PRAGMA cache_size = -4096; PRAGMA temp_store = MEMORY");
+        if (lVersion < ZTStoreVersion) {
+            sRefuse(ZTEStoreFault::Busy, acrPath,
+                    " is of an older version: vrx-sn brings it up to date when it starts");
+        }
         return lDatabase;
-    } catch (const SQLite::Exception& lrError) {
-        throw toStoreError(lrError, acrPath);
-    }
+    });
 }

@@ -2,51 +2,99 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <fstream>
+#include <sstream>
 
 namespace {
 
-// The holder writes its process id into the file: others may not be allowed to look into /proc/locks.
-[[noreturn]] void sRefuse(const std::string& acrStore, const std::string& acrLock) {
-    std::string lProcess;
-    std::getline(std::ifstream(acrLock), lProcess);
-    std::string lName;
-    std::getline(std::ifstream("/proc/" + lProcess + "/comm"), lName);
+std::string sNameOf(const std::string& acrStore) {
+    return acrStore + "-lock";
+}
+
+std::string sFirstLine(const std::string& acrPath) {
+    std::ifstream lFile(acrPath);
+    std::string lLine;
+    std::getline(lFile, lLine);
+    return lLine;
+}
+
+std::string sBoot() {
+    return sFirstLine("/proc/sys/kernel/random/boot_id");
+}
+
+// A lock of the open file, not of the process: closing another descriptor of it leaves it alone, and it can
+// be asked about without being taken.
+struct flock sWholeFile(short aType) {
+    struct flock lLock {};
+    lLock.l_type = aType;
+    lLock.l_whence = SEEK_SET;
+    return lLock;
+}
+
+ZTSStoreHolder sRead(int aFile) {
+    std::array<char, 4096 + 128> lBytes{};
+    const ssize_t lCount = pread(aFile, lBytes.data(), lBytes.size(), 0);
+    ZTSStoreHolder lHolder;
+    lHolder.mIsKnown = lCount >= 0;
+    std::istringstream lText(std::string(lBytes.data(), lCount > 0 ? static_cast<std::size_t>(lCount) : 0));
+    std::string lBoot;
+    lText >> lHolder.mProcess >> lBoot >> std::ws;
+    std::getline(lText, lHolder.mSetAside);
+    lHolder.mIsOfBoot = !lBoot.empty() && lBoot == sBoot();
+    struct flock lLock = sWholeFile(F_RDLCK);
+    lHolder.mIsHere = fcntl(aFile, F_OFD_GETLK, &lLock) == 0 && lLock.l_type != F_UNLCK;
+    return lHolder;
+}
+
+[[noreturn]] void sRefuse(const std::string& acrStore, const std::string& acrProcess) {
+    const std::string lName = acrProcess.empty() ? "" : sFirstLine("/proc/" + acrProcess + "/comm");
     throw ZTCStoreError(ZTEStoreFault::Unusable,
-                        acrStore + " is written by process " + (lProcess.empty() ? "?" : lProcess) +
+                        acrStore + " is written by process " + (acrProcess.empty() ? "?" : acrProcess) +
                             (lName.empty() ? "" : " (" + lName + ")") + " already: one vrx-sn a store");
 }
 
 }  // namespace
 
-ZTCStoreLock::ZTCStoreLock(const std::string& acrStore) : mDescriptor(-1) {
-    const std::string lLock = acrStore + "-lock";
-    // Not to be made by a link that somebody else laid there.
-    ZTCStoreLock lNew(open(lLock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0640));
-    if (lNew.mDescriptor < 0) {
+ZTSStoreHolder findStoreHolder(const std::string& acrStore) {
+    const ZTCStoreDescriptor lFile(open(sNameOf(acrStore).c_str(), O_RDONLY | O_CLOEXEC));
+    return sRead(lFile.get());
+}
+
+ZTCStoreLock::ZTCStoreLock(const std::string& acrStore) {
+    // No link that somebody laid there leads to another file.
+    constexpr int sFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
+    const std::string lName = sNameOf(acrStore);
+    bool lIsNew = false;
+    ZTCStoreDescriptor lFile(open(lName.c_str(), sFlags));
+    if (lFile.get() < 0 && errno == ENOENT) {
+        lFile = ZTCStoreDescriptor(open(lName.c_str(), sFlags | O_CREAT, 0640));
+        lIsNew = true;
+    }
+    if (lFile.get() < 0) {
         throw toStoreError(errno, acrStore);
     }
-    if (flock(lNew.mDescriptor, LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EWOULDBLOCK) {
-            sRefuse(acrStore, lLock);
+    mBefore = sRead(lFile.get());
+    mBefore.mIsKnown = !lIsNew;
+    struct flock lLock = sWholeFile(F_WRLCK);
+    if (fcntl(lFile.get(), F_OFD_SETLK, &lLock) != 0) {
+        if (errno == EAGAIN || errno == EACCES) {
+            sRefuse(acrStore, mBefore.mProcess);
         }
         throw toStoreError(errno, acrStore);
     }
-    const std::string lProcess = std::to_string(getpid()) + "\n";
-    // On a full disk it stays empty; the lock holds all the same.
-    if (ftruncate(lNew.mDescriptor, 0) == 0) {
-        [[maybe_unused]] const ssize_t lWritten =
-            pwrite(lNew.mDescriptor, lProcess.data(), lProcess.size(), 0);
-    }
-    std::swap(mDescriptor, lNew.mDescriptor);
+    mBefore.mIsHere = false;
+    mFile = std::move(lFile);
+    noteSetAside(mBefore.mSetAside);
 }
 
-ZTCStoreLock::~ZTCStoreLock() {
-    if (mDescriptor >= 0) {
-        close(mDescriptor);
+void ZTCStoreLock::noteSetAside(const std::string& acrPath) {
+    const std::string lText = std::to_string(getpid()) + " " + sBoot() + "\n" + acrPath + "\n";
+    // On a full disk nothing of it may be there: the lock holds all the same.
+    if (ftruncate(mFile.get(), 0) == 0) {
+        [[maybe_unused]] const ssize_t lWritten = pwrite(mFile.get(), lText.data(), lText.size(), 0);
     }
+    mBefore.mSetAside = acrPath;
 }

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <type_traits>
+#include <utility>
 
 #include "BatchTables.h"
 #include "Holders.h"
@@ -43,11 +45,10 @@ std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
     return lBytes * 3 / 2 + std::min(acrBatch.mRows.size(), lManySeries) * lSeries;
 }
 
-// The file, and what works on it, in the order in which they come and go.
+// What works on an open file.
 struct OpenStore {
-    explicit OpenStore(const ZTSStoreOptions& acrOptions)
-        : mFile(openStoreToWrite(acrOptions.mPath)),
-          mDatabase(setUp(mFile.mDatabase)),
+    OpenStore(const ZTSStoreOptions& acrOptions, SQLite::Database& arDatabase)
+        : mDatabase(setUp(arDatabase)),
           mWal(mDatabase, acrOptions.mPath),
           mSums(mDatabase),
           mSeries(mDatabase, mSums, acrOptions.mSeriesLimit),
@@ -75,7 +76,6 @@ struct OpenStore {
         return arDatabase;
     }
 
-    ZTSOpenedStore mFile;
     SQLite::Database& mDatabase;
     ZTCWal mWal;
     ZTCSums mSums;
@@ -93,7 +93,7 @@ class ZTCStoreWriter::Impl {
         : mOptions(std::move(aOptions)),
           mKeep{mOptions.mKeepDays, mOptions.mKeepBytes},
           mClock(mOptions.mClockTrust) {
-        open();
+        open(openStoreToWrite(mOptions.mPath));
     }
 
     const ZTSStoreStart& getStart() const { return mStart; }
@@ -109,7 +109,8 @@ class ZTCStoreWriter::Impl {
   private:
     using Clock = std::chrono::steady_clock;
 
-    void open();
+    void open(ZTSOpenedStore aFile);
+    std::optional<ZTSOpenedStore> close();
     void loadStart();
     void writeRows(const ZTSStoreBatch& acrBatch);
     void writeRow(const ZTSStoreRow& acrRow);
@@ -132,51 +133,67 @@ class ZTCStoreWriter::Impl {
     ZTSStoreStart mStart;
     ZTCClockTrust mClock;
     Clock::time_point mNextSweep;
+    std::uint64_t mRecords = 0;
+    std::uint64_t mNewRecords = 0;  ///< of the running transaction
+    std::uint64_t mGoneRecords = 0;
     bool mCouldRetire = true;    ///< something was there that could go
     ZTNanoseconds mLongest = 0;  ///< as the store has it; 0: not known
     std::mutex mLock;            ///< of mpStore, which comes and goes while another thread makes a checkpoint
+    std::optional<ZTSOpenedStore> mFile;
     std::unique_ptr<OpenStore> mpStore;
 };
 
 // ---- Opening and closing ----
 
-void ZTCStoreWriter::Impl::open() {
-    const std::scoped_lock lLock(mLock);
-    tell([&] { mpStore = std::make_unique<OpenStore>(mOptions); });
-    inTransaction([&] { loadStart(); });
+void ZTCStoreWriter::Impl::open(ZTSOpenedStore aFile) {
+    if (!aFile.mSetAside.empty()) {
+        mStart.mSetAside = aFile.mSetAside;
+    }
+    mFile.emplace(std::move(aFile));
+    try {
+        tell([&] { mpStore = std::make_unique<OpenStore>(mOptions, mFile->mDatabase); });
+        inTransaction([&] { loadStart(); });
+    } catch (...) {
+        close();
+        throw;
+    }
+}
+
+std::optional<ZTSOpenedStore> ZTCStoreWriter::Impl::close() {
+    mpStore.reset();
+    return std::exchange(mFile, std::nullopt);
 }
 
 // What stands there now never changes again, whoever has written it.
 void ZTCStoreWriter::Impl::loadStart() {
     SQLite::Database& lrDatabase = getStore().mDatabase;
     const std::int64_t lLast = lrDatabase.execAndGet("SELECT coalesce(max(id), 0) FROM records").getInt64();
+    std::string lSetAside = std::move(mStart.mSetAside);
     mStart = {};
+    mStart.mSetAside = std::move(lSetAside);
     mStart.mStore = lrDatabase.execAndGet("SELECT value FROM meta WHERE name = 'store'").getString();
     mStart.mNextId = static_cast<std::uint64_t>(lLast) + 1;
     mStart.mWasInUse = getMeta("in_use") != 0;
     mStart.mLastWrite = getMeta("last_write");
-    mStart.mSetAside = getStore().mFile.mSetAside;
     mStart.mAgent = getStore().mTables.loadAgent();
     mLongest = getMeta("longest");
+    mRecords = static_cast<std::uint64_t>(getStore().mCountRecords.findNumber().value_or(0));
     setMeta("in_use", 1);
     setMeta("closed_to", lLast);
     ZTCStatement(lrDatabase, "INSERT OR REPLACE INTO meta VALUES ('host', ?)").run(mOptions.mHostName);
 }
 
 void ZTCStoreWriter::Impl::beginAnew() {
-    {
-        const std::scoped_lock lLock(mLock);
-        mpStore.reset();
-        mLongest = 0;
-    }
-    open();
+    const std::scoped_lock lLock(mLock);
+    std::optional<ZTSOpenedStore> lFile = close();
+    open(lFile ? beginStoreAnew(std::move(*lFile)) : openStoreToWrite(mOptions.mPath));
 }
 
 void ZTCStoreWriter::Impl::finish() {
     inTransaction([&] { setMeta("in_use", 0); });
     const std::scoped_lock lLock(mLock);
     tell([&] { mpStore->mWal.finish(); });
-    mpStore.reset();
+    close();
 }
 
 // ---- Transactions ----
@@ -233,11 +250,12 @@ void ZTCStoreWriter::Impl::setMeta(const char* apName, std::int64_t aValue) {
 // ---- Writing ----
 
 void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
-    if (!getStore().mWal.hasRoom(sLogBytes(acrBatch))) {
+    if (!tell([&] { return getStore().mWal.hasRoom(sLogBytes(acrBatch)); })) {
         throw ZTCStoreError(
             ZTEStoreFault::Busy,
             mOptions.mPath + "-wal is as large as it may be: somebody reads, and does not end");
     }
+    mNewRecords = mGoneRecords = 0;
     inTransaction([&] {
         writeRows(acrBatch);
         mpStore->mSeries.flush();
@@ -245,6 +263,7 @@ void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
         mpStore->mTables.write(acrBatch, sNow());
         writeMeta(acrBatch);
     });
+    mRecords = mRecords + mNewRecords - mGoneRecords;
 }
 
 void ZTCStoreWriter::Impl::writeRows(const ZTSStoreBatch& acrBatch) {
@@ -268,6 +287,7 @@ void ZTCStoreWriter::Impl::writeRow(const ZTSStoreRow& acrRow) {
     const bool lGrows =
         !acrRow.mIsNew && mpStore->mGrowRow.run(acrRow.mId, lrRecord.mLast, lEvents, lData) != 0;
     if (!lGrows) {
+        ++mNewRecords;
         mpStore->mAddRow.run(acrRow.mId, lrSeries.mId, lrRecord.mFirst, lrRecord.mLast, lEvents, lData);
     }
     mpStore->mSeries.count(lrSeries, lrRecord, lEvents, !lGrows);
@@ -297,7 +317,7 @@ ZTSRetentionFacts ZTCStoreWriter::Impl::look(ZTNanoseconds aNow, bool aIsClockTr
 // As much goes as comes, where there is no more room.
 void ZTCStoreWriter::Impl::makeRoom() {
     if (isAtLimit(look(0, false))) {
-        mpStore->mRetention.removeFirst(2 * sRowsBetweenLooks);
+        mGoneRecords += mpStore->mRetention.removeFirst(2 * sRowsBetweenLooks);
     }
 }
 
@@ -311,6 +331,7 @@ bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
     const bool lSweeps = lPlan.mOlderThan && lNow >= mNextSweep;
     bool lIsMore = false;
     if (lPlan.mIsFull || lPlan.mShrinks || lSweeps) {
+        mGoneRecords = 0;
         inTransaction([&] {
             if (lPlan.mIsFull) {
                 retireToSize(lNow + sRetireTime);
@@ -320,6 +341,7 @@ bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
                 mpStore->mDatabase.exec("PRAGMA incremental_vacuum(" + std::to_string(sShrinkPages) + ')');
             }
         });
+        mRecords -= mGoneRecords;
         mNextSweep = lSweeps && !lIsMore ? lNow + sSweepEvery : mNextSweep;
         const ZTSRetentionPlan lNext = tell([&] { return planRetention(look(aNow, false)); });
         lIsMore |= lNext.mShrinks || (lNext.mIsFull && mCouldRetire);
@@ -329,7 +351,9 @@ bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
 
 void ZTCStoreWriter::Impl::retireToSize(Clock::time_point aEnd) {
     do {
-        mCouldRetire = mpStore->mRetention.removeFirst(sRetireRows) != 0;
+        const unsigned int lGone = mpStore->mRetention.removeFirst(sRetireRows);
+        mCouldRetire = lGone != 0;
+        mGoneRecords += lGone;
     } while (mCouldRetire && planRetention(look(0, false)).mIsFull && Clock::now() < aEnd);
     if (const std::optional<ZTNanoseconds> lBegin = mpStore->mRetention.findBegin()) {
         mpStore->mRetention.removeSums(*lBegin);
@@ -340,7 +364,7 @@ void ZTCStoreWriter::Impl::retireToSize(Clock::time_point aEnd) {
 bool ZTCStoreWriter::Impl::retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd) {
     bool lIsMore = true;
     while (lIsMore && Clock::now() < aEnd) {
-        lIsMore = mpStore->mRetention.removeOlder(aTime, sRetireRows);
+        lIsMore = mpStore->mRetention.removeOlder(aTime, sRetireRows, mGoneRecords);
     }
     return lIsMore || mpStore->mRetention.removeSums(aTime);
 }
@@ -358,9 +382,7 @@ ZTSStoreSize ZTCStoreWriter::Impl::getSize() const {
         const auto lBytes = std::filesystem::file_size(acrPath, lError);
         return lError ? 0 : lBytes;
     };
-    return {lBytesOf(mOptions.mPath), lBytesOf(mOptions.mPath + "-wal"), tell([&] {
-                return static_cast<std::uint64_t>(getStore().mCountRecords.findNumber().value_or(0));
-            })};
+    return {lBytesOf(mOptions.mPath), lBytesOf(mOptions.mPath + "-wal"), mRecords};
 }
 
 // ---- The class itself ----

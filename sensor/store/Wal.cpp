@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "StoreFile.h"
+
 namespace {
 
 using namespace std::chrono_literals;
@@ -40,14 +42,23 @@ int ZTCWal::written(void* apThis, sqlite3* /*apDatabase*/, const char* /*apName*
 
 // What is larger than the limit by itself fits once the log is as good as empty.
 bool ZTCWal::hasRoom(std::uint64_t aBytes) {
-    const std::uint64_t lNow = getBytes();
-    const bool lFits = lNow + aBytes <= Limit || lNow <= Worth;
-    mIsFull = !lFits;
-    return lFits;
+    const auto lFits = [&] {
+        const std::uint64_t lNow = getBytes();
+        return lNow + aBytes <= Limit || lNow <= Worth;
+    };
+    mIsFull = !lFits();
+    if (mIsFull) {
+        checkpoint();
+        mIsFull = !lFits();
+    }
+    return !mIsFull;
 }
 
 void ZTCWal::checkpoint() {
-    const std::scoped_lock lLock(mLock);
+    const std::unique_lock lLock(mLock, std::try_to_lock);
+    if (!lLock.owns_lock()) {
+        return;  // one is under way
+    }
     const std::uint64_t lUndone = (mFrames - std::min(mFrames.load(), mDone.load())) * mFrameSize;
     if (lUndone >= Worth || mIsFull) {
         run(SQLITE_CHECKPOINT_PASSIVE);
@@ -71,12 +82,14 @@ void ZTCWal::finish() {
 
 bool ZTCWal::run(int aMode) {
     if (!mDatabase) {
-        mDatabase.emplace(mPath, SQLite::OPEN_READWRITE, static_cast<int>(sPatience.count()));
+        mDatabase.emplace(openStoreAgain(mPath));
+        mDatabase->setBusyTimeout(static_cast<int>(sPatience.count()));
+        mDatabase->exec("SELECT name FROM meta LIMIT 1");  // before it has read it knows of no log
     }
     int lFrames = 0;
     int lDone = 0;
     const int lResult = sqlite3_wal_checkpoint_v2(mDatabase->getHandle(), nullptr, aMode, &lFrames, &lDone);
-    if (lResult == SQLITE_OK && aMode != SQLITE_CHECKPOINT_PASSIVE) {
+    if (lResult == SQLITE_OK && lFrames >= 0 && aMode != SQLITE_CHECKPOINT_PASSIVE) {
         mFrames = 0;
         mDone = 0;
         return true;
@@ -84,8 +97,6 @@ bool ZTCWal::run(int aMode) {
     if (lResult != SQLITE_OK && lResult != SQLITE_BUSY) {
         throw SQLite::Exception(mDatabase->getHandle(), lResult);
     }
-    if (lDone >= 0) {
-        mDone = static_cast<std::uint64_t>(lDone);
-    }
+    mDone = static_cast<std::uint64_t>(std::max(lDone, 0));
     return lResult == SQLITE_OK;
 }

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-/// getBytes, hasRoom and checkpoint: any thread.
+/// getBytes and checkpoint: any thread.
 class ZTCWal {
   public:
     /// It stays below the first one always, unless a single batch is larger; a checkpoint is worth its while
@@ -27,7 +27,8 @@ class ZTCWal {
 
     /// Of what is in it, not of the file, which keeps its length.
     std::uint64_t getBytes() const { return mFrames * mFrameSize; }
-    /// Whether a transaction of so many bytes fits. When it does not, the next checkpoint does all it can.
+    /// Whether a transaction of so many bytes fits. When it does not, a checkpoint does all it can; and so
+    /// does the next one, when that was not enough. The writer's thread alone. Throws as that.
     bool hasRoom(std::uint64_t aBytes);
     /// Throws SQLite::Exception, but not because somebody reads.
     void checkpoint();

@@ -46,7 +46,8 @@ void sAddStore(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
 void sDescribeHistory(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
     sAddStore(arCommand, arOptions);
     arCommand
-        .add_option("--since", arOptions.mSince, "what ended then or later: -2h, today, '2026-11-21 08:00'")
+        .add_option("--since", arOptions.mSince,
+                    "what ended then or later: today, '2 hours ago', '2026-11-21 08:00'")
         ->type_name("TIME");
     arCommand.add_option("--until", arOptions.mUntil, "what began then or earlier")->type_name("TIME");
     const struct {

@@ -23,7 +23,13 @@ struct ZTSOpenedStore {
 /// Makes the file if there is none, with its tables, brings an older one up to date, and sets a damaged one
 /// aside. Every page carries a check sum, which is looked at whenever it is read. Throws ZTCStoreError.
 ZTSOpenedStore openStoreToWrite(const std::string& acrPath);
-/// mode=ro. Works while vrx-sn runs and when it does not. Throws ZTCStoreError.
+/// One that turned out to be damaged is set aside, and a new one begun. Its statements are gone by then, and
+/// connections by openStoreAgain() as well. Throws ZTCStoreError; openStoreToWrite() goes on from there.
+ZTSOpenedStore beginStoreAnew(ZTSOpenedStore aDamaged);
+/// One more connection of the process that has it open to write. Throws ZTCStoreError.
+SQLite::Database openStoreAgain(const std::string& acrPath);
+/// mode=ro. Works while vrx-sn runs and when it does not, also for those who may only read the file and what
+/// stands beside it: FILE-wal and FILE-shm, which stay there for them. Throws ZTCStoreError.
 SQLite::Database openStoreToRead(const std::string& acrPath);
 
 /// What an error of SQLite's is, of which file.

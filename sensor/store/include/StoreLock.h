@@ -1,26 +1,36 @@
-// One vrx-sn a store: a lock on FILE-lock.
+// One vrx-sn a store: a lock on FILE-lock, which says who has it.
 #pragma once
 
 #include <string>
-#include <utility>
 
+#include "StoreDescriptor.h"
 #include "StoreError.h"
+
+/// Who writes the store, or wrote it last.
+struct ZTSStoreHolder {
+    bool mIsKnown = false;   ///< there was one: the file is, or was, a store
+    bool mIsHere = false;    ///< it has the lock now
+    bool mIsOfBoot = false;  ///< it wrote since the machine was started
+    std::string mProcess;    ///< its id
+    std::string
+        mSetAside;  ///< where it put a damaged store; empty: there was none, or a new one was made since
+};
+
+ZTSStoreHolder findStoreHolder(const std::string& acrStore);
 
 class ZTCStoreLock {
   public:
     /// Throws ZTCStoreError, Unusable, which names the process that has it.
     explicit ZTCStoreLock(const std::string& acrStore);
-    ~ZTCStoreLock();
-    ZTCStoreLock(ZTCStoreLock&& arOther) noexcept : mDescriptor(std::exchange(arOther.mDescriptor, -1)) {}
-    ZTCStoreLock& operator=(ZTCStoreLock&& arOther) noexcept {
-        std::swap(mDescriptor, arOther.mDescriptor);
-        return *this;
-    }
+
+    /// Who had it before.
+    const ZTSStoreHolder& getBefore() const { return mBefore; }
+    /// Says in the file what is being set aside, until a new store is there: whoever makes it knows why.
+    void noteSetAside(const std::string& acrPath);
 
   private:
-    explicit ZTCStoreLock(int aDescriptor) : mDescriptor(aDescriptor) {}
-
-    int mDescriptor;
+    ZTCStoreDescriptor mFile;
+    ZTSStoreHolder mBefore;
 };
 
 /// What a call of the system's that failed means for a store.

@@ -51,6 +51,41 @@ ZTSStoreBatch sFullBatch(ZTCTestBatches& arBatches, unsigned int aRound) {
     return lBatch;
 }
 
+// Makes checkpoints all the time, as the second thread of the store does.
+class Checkpoints {
+  public:
+    explicit Checkpoints(ZTCStoreWriter& arWriter)
+        : mThread([this, &arWriter] {
+              while (!mEnds) {
+                  arWriter.checkpoint();
+                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+              }
+          }) {}
+    ~Checkpoints() {
+        mEnds = true;
+        mThread.join();
+    }
+    Checkpoints(const Checkpoints&) = delete;
+    Checkpoints& operator=(const Checkpoints&) = delete;
+
+  private:
+    std::atomic<bool> mEnds{false};
+    std::thread mThread;
+};
+
+// Whether it was written, or somebody is in the way.
+bool sTryToWrite(ZTCStoreWriter& arWriter, const ZTSStoreBatch& acrBatch) {
+    try {
+        arWriter.write(acrBatch);
+        return true;
+    } catch (const ZTCStoreError& lrError) {
+        EXPECT_EQ(lrError.getFault(), ZTEStoreFault::Busy) << lrError.what();
+        return false;
+    }
+}
+
+constexpr std::uint64_t sWalLimit = std::uint64_t{64} << 20;
+
 }  // namespace
 
 TEST_F(StoreWriter, SumsAreThoseOfTheRecords) {
@@ -95,7 +130,7 @@ TEST_F(StoreWriter, ABatchThatFailsLeavesNothing) {
         lBatches.mRemotes += 50;  // the next one has new series and members
         const ZTSStoreBatch lBatch = sFullBatch(lBatches, ++lRound);
         {
-            SQLite::Database lOther(mPath, SQLite::OPEN_READWRITE, 10000);
+            SQLite::Database lOther = openStoreAgain(mPath);
             lOther.exec(std::string("CREATE TRIGGER refuse BEFORE ") + lpAt +
                         " BEGIN SELECT RAISE(ABORT, 'no'); END");
         }
@@ -103,7 +138,7 @@ TEST_F(StoreWriter, ABatchThatFailsLeavesNothing) {
         EXPECT_THROW(lWriter.write(lBatch), ZTCStoreError) << lpAt;
         EXPECT_EQ(ask("SELECT sum(events) FROM series"), lBefore);
         {
-            SQLite::Database lOther(mPath, SQLite::OPEN_READWRITE, 10000);
+            SQLite::Database lOther = openStoreAgain(mPath);
             lOther.exec("DROP TRIGGER refuse");
         }
         lWriter.write(lBatch);
@@ -146,4 +181,105 @@ TEST_F(StoreWriter, ManySeriesShareRows) {
     // Beyond the limit one for each kind, initiator and fabric.
     EXPECT_EQ(ask("SELECT count(*) FROM series WHERE remote <> '*'"), 100);
     EXPECT_EQ(ask("SELECT sum(events) FROM series"), lBatches.mEvents);
+}
+
+TEST_F(StoreWriter, ReadersInSlicesHoldUpNothing) {
+    ZTCStoreWriter lWriter(getOptions());
+    ZTCTestBatches lBatches;
+    lBatches.mData = 4000;
+    std::atomic<bool> lEnds{false};
+    std::vector<std::thread> lReaders;
+    for (unsigned int lReader = 0; lReader < 20; ++lReader) {
+        lReaders.emplace_back([&, lReader] {
+            SQLite::Database lStore = openStoreToRead(mPath);
+            while (!lEnds) {
+                SQLite::Transaction lSlice(lStore);
+                ZTAskStore(lStore, "SELECT count(*) FROM series");
+                std::this_thread::sleep_for(std::chrono::milliseconds(20 + lReader * 5));
+            }
+        });
+    }
+    {
+        const Checkpoints lCheckpoints(lWriter);
+        const std::uint64_t lMany = ZTTestRounds(sWalLimit * 3 / 2, 20 * sWalLimit);
+        for (std::uint64_t lBytes = 0; lBytes < lMany && !HasFailure(); lBytes += 300 * lBatches.mData) {
+            const ZTSStoreBatch lBatch = lBatches.make(300);
+            ASSERT_TRUE(waitUntil([&] { return sTryToWrite(lWriter, lBatch); }));
+            ASSERT_LT(lWriter.getSize().mWalBytes, sWalLimit);
+        }
+    }
+    lEnds = true;
+    for (std::thread& lrReader : lReaders) {
+        lrReader.join();
+    }
+    EXPECT_EQ(countWrongSums(), 0);
+    EXPECT_EQ(ask("SELECT sum(occurrences) FROM records"), lBatches.mEvents);
+}
+
+// Another process, as SQLite's locks tell processes apart: it begins before this one has the file open.
+TEST_F(StoreWriter, WhoKeepsASnapshotIsNamedAndWaitedFor) {
+    ZTCStoreWriter(getOptions()).finish();
+    const ZTCTestChild lReader([&] {
+        SQLite::Database lStore = openStoreToRead(mPath);
+        ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(mDirectory / "begin"); }));
+        SQLite::Transaction lSnapshot(lStore);
+        ZTAskStore(lStore, "SELECT count(*) FROM records");
+        writeFile(mDirectory / "reads", "");
+        waitUntil([&] { return std::filesystem::exists(mDirectory / "end"); });
+    });
+    ZTCStoreWriter lWriter(getOptions());
+    ZTCTestBatches lBatches;
+    lBatches.mData = 4000;
+    lWriter.write(lBatches.make(10));
+    EXPECT_EQ(lWriter.describeHolder(), "");
+    writeFile(mDirectory / "begin", "");
+    ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(mDirectory / "reads"); }));
+    EXPECT_EQ(lWriter.describeHolder(),
+              "process " + std::to_string(lReader.getProcess()) + " (" +
+                  readFile("/proc/self/comm").substr(0, readFile("/proc/self/comm").find('\n')) + ")");
+    ZTSStoreBatch lBatch;
+    do {
+        lBatch = lBatches.make(300);
+        lWriter.checkpoint();
+    } while (sTryToWrite(lWriter, lBatch));
+    EXPECT_GT(lWriter.getSize().mWalBytes, sWalLimit / 2);
+    EXPECT_LT(lWriter.getSize().mWalBytes, sWalLimit);
+    EXPECT_FALSE(lWriter.retire(sWalLimit));
+    writeFile(mDirectory / "end", "");
+    EXPECT_TRUE(waitUntil([&] {
+        lWriter.checkpoint();
+        return sTryToWrite(lWriter, lBatch);
+    }));
+    lWriter.finish();
+    EXPECT_EQ(countWrongSums(), 0);
+    EXPECT_EQ(ask("SELECT sum(occurrences) FROM records"), lBatches.mEvents);
+}
+
+TEST_F(StoreWriter, ALockHoldsUpOneBatch) {
+    ZTCStoreWriter lWriter(getOptions());
+    ZTCTestBatches lBatches;
+    const ZTSStoreBatch lBatch = lBatches.make(10);
+    SQLite::Database lOther = openStoreAgain(mPath);
+    lOther.exec("BEGIN IMMEDIATE");
+    EXPECT_FALSE(sTryToWrite(lWriter, lBatch));
+    lOther.exec("ROLLBACK");
+    EXPECT_TRUE(sTryToWrite(lWriter, lBatch));
+    EXPECT_EQ(countWrongSums(), 0);
+}
+
+TEST_F(StoreWriter, ADamagedFileIsSetAsideAndANewOneBegun) {
+    ZTCStoreWriter lWriter(getOptions());
+    ZTCTestBatches lBatches;
+    lWriter.write(lBatches.make(100));
+    const std::string lBefore = lWriter.getStart().mStore;
+    lWriter.beginAnew();
+    EXPECT_NE(lWriter.getStart().mStore, lBefore);
+    EXPECT_TRUE(std::filesystem::exists(lWriter.getStart().mSetAside)) << lWriter.getStart().mSetAside;
+    EXPECT_EQ(lWriter.getSize().mRecords, 0U);
+    // Rows that had begun in the old one have what is theirs since.
+    const std::uint64_t lEvents = lBatches.mEvents;
+    lWriter.write(lBatches.make(100));
+    lWriter.write(lBatches.make(0));
+    EXPECT_EQ(ask("SELECT sum(occurrences) FROM records"), lBatches.mEvents - lEvents);
+    EXPECT_EQ(countWrongSums(), 0);
 }

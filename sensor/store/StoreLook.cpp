@@ -1,0 +1,106 @@
+#include "StoreLook.h"
+
+#include <endian.h>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <system_error>
+#include <thread>
+
+#include "PageSums.h"
+#include "StoreFile.h"
+#include "StoreLog.h"
+
+namespace {
+
+using Page = std::array<unsigned char, ZTPageSize>;
+
+std::int32_t sNumberAt(const Page& acrPage, std::size_t aOffset) {
+    std::uint32_t lValue = 0;
+    memcpy(&lValue, acrPage.data() + aOffset, sizeof lValue);
+    return static_cast<std::int32_t>(be32toh(lValue));
+}
+
+// See "Database File Format" of SQLite's documents.
+bool sIsOurs(const Page& acrPage) {
+    constexpr char sMagic[16] = "SQLite format 3";
+    return memcmp(acrPage.data(), sMagic, sizeof sMagic) == 0 && acrPage[16] == ZTPageSize >> 8 &&
+           acrPage[17] == 0 && acrPage[20] == ZTPageSumSize && sNumberAt(acrPage, 68) == ZTStoreApplication;
+}
+
+// -1: it is not there.
+off_t sSizeOf(const std::string& acrPath) {
+    struct stat lStatus {};
+    return stat(acrPath.c_str(), &lStatus) == 0 ? lStatus.st_size : -1;
+}
+
+// What has been ours can be set aside; what never was stays where it is. A file that lost its begin, or all,
+// has been ours when a lock stands beside it: that is made only when the file is found to be ours, or
+// missing.
+ZTEStoreLook sLook(const std::string& acrPath, const ZTSStoreHolder& acrHolder) {
+    const ZTCStoreDescriptor lFile(open(acrPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (lFile.get() < 0 && errno != ENOENT) {
+        throw toStoreError(errno, acrPath);
+    }
+    struct stat lStatus {};
+    const bool lIsThere = fstat(lFile.get(), &lStatus) == 0;
+    if (lStatus.st_size == 0) {
+        // The log is made after the first tables are in the file.
+        const bool lHasLog = sSizeOf(acrPath + "-wal") >= (lIsThere ? 0 : 1);
+        return acrHolder.mIsKnown && lHasLog ? ZTEStoreLook::Damaged : ZTEStoreLook::Nothing;
+    }
+    if (!S_ISREG(lStatus.st_mode)) {
+        throw toStoreError(S_ISDIR(lStatus.st_mode) ? EISDIR : ENODEV, acrPath);
+    }
+    Page lPage{};
+    if (pread(lFile.get(), lPage.data(), lPage.size(), 0) < 0) {
+        throw toStoreError(errno, acrPath);
+    }
+    if (!sIsOurs(lPage)) {
+        return acrHolder.mIsKnown ? ZTEStoreLook::Damaged : ZTEStoreLook::Foreign;
+    }
+    if (acrHolder.mIsHere) {
+        return ZTEStoreLook::Store;
+    }
+    const bool lIsCut = sSizeOf(acrPath + "-wal") <= 0 && sSizeOf(acrPath + "-journal") <= 0 &&
+                        lStatus.st_size < static_cast<off_t>(ZTPageSize) * sNumberAt(lPage, 28);
+    if (lIsCut || !hasPageSum(lPage.data(), 1) || (acrHolder.mIsOfBoot && !isStoreLogWhole(acrPath))) {
+        // One that has just been opened by another process changes as it is looked at.
+        return findStoreHolder(acrPath).mIsHere ? ZTEStoreLook::Store : ZTEStoreLook::Damaged;
+    }
+    return sNumberAt(lPage, 60) > ZTStoreVersion ? ZTEStoreLook::Newer : ZTEStoreLook::Store;
+}
+
+}  // namespace
+
+// A process that closes a file, loses the locks that it has on it through any other descriptor, so SQLite's
+// as well, of other threads. So this is done with a table of descriptors of its own.
+ZTEStoreLook lookAtStore(const std::string& acrPath, const ZTSStoreHolder& acrHolder) {
+    ZTEStoreLook lLook = ZTEStoreLook::Nothing;
+    std::exception_ptr lpError;
+    std::thread lThread;
+    try {
+        lThread = std::thread([&] {
+            try {
+                if (unshare(CLONE_FILES) != 0) {
+                    throw toStoreError(errno, acrPath);
+                }
+                lLook = sLook(acrPath, acrHolder);
+            } catch (...) {
+                lpError = std::current_exception();
+            }
+        });
+    } catch (const std::system_error& lrError) {
+        throw toStoreError(lrError.code().value(), acrPath);
+    }
+    lThread.join();
+    if (lpError) {
+        std::rethrow_exception(lpError);
+    }
+    return lLook;
+}
