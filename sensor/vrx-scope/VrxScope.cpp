@@ -120,7 +120,9 @@ void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
     lpWatch->add_flag("--start", arOptions.mStarts, "starts the collection of each agent that comes");
     sAddCeiling(*lpWatch, arOptions);
     sAddCommand(arProgram, "shutdown", "ends the agent", runShutDown, arChosen);
-    sAddCommand(arProgram, "status", "whether an agent runs; status 1 if none does", runShowStatus, arChosen);
+    sAddStore(*sAddCommand(arProgram, "status", "whether an agent runs; status 1 if none does", runShowStatus,
+                           arChosen),
+              arOptions.mHistory);
     CLI::App* const lpStatistics =
         sAddCommand(arProgram, "stats", "what the agent counts about itself", runShowStatistics, arChosen);
     sAddEvery(*lpStatistics, arOptions, "again and again, with what has grown a second");
