@@ -100,6 +100,7 @@ void logRate();
 void pointer();
 void scsi();
 void look();
+void sensor();
 void fold();
 
 }  // namespace ztbench
