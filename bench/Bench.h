@@ -101,5 +101,6 @@ void pointer();
 void scsi();
 void look();
 void fold();
+void store();
 
 }  // namespace ztbench

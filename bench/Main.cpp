@@ -27,6 +27,7 @@ constexpr GroupRow sGroups[] = {
     {"scsi", ztbench::scsi},
     {"look", ztbench::look},
     {"fold", ztbench::fold},
+    {"store", ztbench::store},
 };
 
 }  // namespace
