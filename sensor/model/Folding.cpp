@@ -51,6 +51,7 @@ Hash sHashOf(const ZTSSeries& acrSeries) {
 
 // Of all that rows compare.
 std::uint64_t sFinish(Hash aHash, std::span<const std::uint8_t> aData, const ZTSEventLayout& acrLayout) {
+    aHash.add(acrLayout.mSame | std::uint64_t{acrLayout.mSets} << 32 | std::uint64_t{acrLayout.mAdded} << 40);
     aHash.add(aData.first(acrLayout.mSame));
     return aHash.get();
 }
@@ -149,7 +150,7 @@ ZTCFolding::Slot* ZTCFolding::find(std::uint64_t aHash, const ZTSCollected& acrC
     return nullptr;
 }
 
-// Of rows with the same hash the last one is found.
+// Of rows with the same hash the last one is found: rows that have it by chance make more rows, and no more.
 void ZTCFolding::place(std::uint64_t aHash, std::uint64_t aNumber) {
     std::uint64_t lAt = aHash;
     const auto lSlot = [&]() -> Slot& { return mSlots[lAt & (mSlots.size() - 1)]; };

@@ -138,13 +138,13 @@ ZTSOpenedStore sMakeAnew(ZTCStoreLock aLock, const std::string& acrPath) {
     return {std::move(aLock), std::move(lDatabase), std::move(lAside)};
 }
 
-ZTSOpenedStore sOpen(const std::string& acrPath, bool aIsDamaged) {
+ZTSOpenedStore sOpen(const std::string& acrPath) {
     ZTCStoreLock lLock(acrPath);
     // It was set aside, and then no other could be made.
     std::string lAside = lLock.getBefore().mSetAside;
     const ZTEStoreLook lLook = lookAtStore(acrPath, lLock.getBefore());
     sRefuseOthers(lLook, acrPath);
-    if (lLook == ZTEStoreLook::Damaged || (lLook == ZTEStoreLook::Store && aIsDamaged)) {
+    if (lLook == ZTEStoreLook::Damaged) {
         return sMakeAnew(std::move(lLock), acrPath);
     }
     try {
@@ -179,11 +179,14 @@ ZTSOpenedStore openStoreToWrite(const std::string& acrPath) {
     if (!lHolder.mIsKnown) {
         sRefuseOthers(lookAtStore(acrPath, lHolder), acrPath);
     }
-    return sTelling(acrPath, [&] { return sOpen(acrPath, false); });
+    return sTelling(acrPath, [&] { return sOpen(acrPath); });
 }
 
-ZTSOpenedStore beginStoreAnew(const std::string& acrPath) {
-    return sTelling(acrPath, [&] { return sOpen(acrPath, true); });
+ZTSOpenedStore beginStoreAnew(ZTSOpenedStore aDamaged) {
+    const std::string lPath = aDamaged.mDatabase.getFilename();
+    ZTCStoreLock lLock = std::move(aDamaged.mLock);
+    { const SQLite::Database lClosed = std::move(aDamaged.mDatabase); }
+    return sTelling(lPath, [&] { return sMakeAnew(std::move(lLock), lPath); });
 }
 
 SQLite::Database openStoreAgain(const std::string& acrPath) {

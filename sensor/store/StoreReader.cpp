@@ -1,8 +1,10 @@
 #include "StoreReader.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "StoreRows.h"
 
@@ -16,6 +18,25 @@ constexpr unsigned int sLookEvery = 16;  // rows, at the clock
 template <class Value>
 bool sIsIn(const std::vector<Value>& acrValues, const Value& acrValue) {
     return acrValues.empty() || std::find(acrValues.begin(), acrValues.end(), acrValue) != acrValues.end();
+}
+
+SQLite::Database sOpen(const std::string& acrPath) {
+    if (access(acrPath.c_str(), F_OK) != 0 && errno == ENOENT) {
+        throw ZTCStoreError(ZTEStoreFault::Unusable,
+                            "there is no history at " + acrPath + ": vrx-sn makes it when it runs");
+    }
+    try {
+        return openStoreToRead(acrPath);
+    } catch (const ZTCStoreError& lrError) {
+        if (lrError.getFault() == ZTEStoreFault::ReadOnly) {
+            // Who may not write in the folder cannot make what belongs to the file.
+            throw ZTCStoreError(ZTEStoreFault::Unusable,
+                                acrPath +
+                                    " cannot be read without the files -wal and -shm beside it: vrx-sn "
+                                    "makes them when it runs");
+        }
+        throw;
+    }
 }
 
 }  // namespace
@@ -55,7 +76,7 @@ bool ZTCStoreSlice::isEnough(std::size_t aBytes) {
 
 ZTCStoreReader::ZTCStoreReader(std::string aPath)
     : mPath(std::move(aPath)),
-      mDatabase(openStoreToRead(mPath)),
+      mDatabase(sOpen(mPath)),
       mVersion(storeCall(mPath, [&] { return SQLite::Statement(mDatabase, "PRAGMA data_version"); })),
       mOneSeries(storeCall(mPath, [&] {
           return SQLite::Statement(mDatabase, std::string(ZTSeriesColumns) + " WHERE id = ?");

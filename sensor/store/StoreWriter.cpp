@@ -110,7 +110,7 @@ class ZTCStoreWriter::Impl {
     using Clock = std::chrono::steady_clock;
 
     void open(ZTSOpenedStore aFile);
-    void close() noexcept;
+    std::optional<ZTSOpenedStore> close();
     void loadStart();
     void writeRows(const ZTSStoreBatch& acrBatch);
     void writeRow(const ZTSStoreRow& acrRow);
@@ -159,9 +159,9 @@ void ZTCStoreWriter::Impl::open(ZTSOpenedStore aFile) {
     }
 }
 
-void ZTCStoreWriter::Impl::close() noexcept {
+std::optional<ZTSOpenedStore> ZTCStoreWriter::Impl::close() {
     mpStore.reset();
-    mFile.reset();
+    return std::exchange(mFile, std::nullopt);
 }
 
 // What stands there now never changes again, whoever has written it.
@@ -185,9 +185,8 @@ void ZTCStoreWriter::Impl::loadStart() {
 
 void ZTCStoreWriter::Impl::beginAnew() {
     const std::scoped_lock lLock(mLock);
-    const bool lWasOpen = mpStore != nullptr;  // else this was cut short before
-    close();
-    open(lWasOpen ? beginStoreAnew(mOptions.mPath) : openStoreToWrite(mOptions.mPath));
+    std::optional<ZTSOpenedStore> lFile = close();
+    open(lFile ? beginStoreAnew(std::move(*lFile)) : openStoreToWrite(mOptions.mPath));
 }
 
 void ZTCStoreWriter::Impl::finish() {

@@ -46,7 +46,8 @@ void sAddStore(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
 void sDescribeHistory(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
     sAddStore(arCommand, arOptions);
     arCommand
-        .add_option("--since", arOptions.mSince, "what ended then or later: -2h, today, '2026-11-21 08:00'")
+        .add_option("--since", arOptions.mSince,
+                    "what ended then or later: today, '2 hours ago', '2026-11-21 08:00'")
         ->type_name("TIME");
     arCommand.add_option("--until", arOptions.mUntil, "what began then or earlier")->type_name("TIME");
     const struct {
@@ -119,7 +120,9 @@ void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
     lpWatch->add_flag("--start", arOptions.mStarts, "starts the collection of each agent that comes");
     sAddCeiling(*lpWatch, arOptions);
     sAddCommand(arProgram, "shutdown", "ends the agent", runShutDown, arChosen);
-    sAddCommand(arProgram, "status", "whether an agent runs; status 1 if none does", runShowStatus, arChosen);
+    sAddStore(*sAddCommand(arProgram, "status", "whether an agent runs; status 1 if none does", runShowStatus,
+                           arChosen),
+              arOptions.mHistory);
     CLI::App* const lpStatistics =
         sAddCommand(arProgram, "stats", "what the agent counts about itself", runShowStatistics, arChosen);
     sAddEvery(*lpStatistics, arOptions, "again and again, with what has grown a second");

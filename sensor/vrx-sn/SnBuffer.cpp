@@ -7,9 +7,9 @@
 
 namespace {
 
-constexpr std::size_t sMostRuns = 64;     // that wait; of more the first ones are in the changes alone
-constexpr std::size_t sMostRows = 16384;  // in a batch, so that the store's log stays short
-constexpr std::size_t sLosses = 64;       // for so many kinds there is room in any case
+constexpr std::size_t sMostRuns = 64;   // that wait; of more the first ones are in the changes alone
+constexpr std::size_t sBatchPart = 16;  // of the limit; so the store's log stays short as well
+constexpr std::size_t sLosses = 64;     // for so many kinds there is room in any case
 
 constexpr ZTNanoseconds sMinute = 60 * ZTSecond;
 constexpr ZTNanoseconds sSpans[] = {sMinute, 60 * sMinute, 24 * 60 * sMinute,
@@ -21,6 +21,10 @@ bool sIsSameRun(const ZTSAgentRun& acrOne, const ZTSAgentRun& acrOther) {
 
 std::size_t sBytesOf(const ZTSChange& acrChange) {
     return 2 * sizeof acrChange + acrChange.mName.size() + acrChange.mBefore.size() + acrChange.mAfter.size();
+}
+
+std::size_t sBytesOf(const ZTSStoreRow& acrRow) {
+    return sizeof acrRow + ZTBytesBeside(acrRow.mRecord);
 }
 
 // Whose port it is that an event concerns.
@@ -93,7 +97,8 @@ void ZTCSnBuffer::takeRecords(const ZTSensorScopeData& acrData, const ZTSHostPor
 void ZTCSnBuffer::takeRecord(const ZTSCollected& acrCollected, const ZTCFolding::Namer& acrName,
                              Clock::time_point aNow) {
     do {
-        mFolding.setLimit(mLimit - std::min(mLimit, mBatchBytes + mChangeBytes));
+        const std::size_t lOthers = std::max(mBatchBytes, mLimit / sBatchPart) + mChangeBytes;
+        mFolding.setLimit(mLimit - std::min(mLimit, lOthers));
         try {
             if (mFolding.take(acrCollected, aNow, acrName)) {
                 return;
@@ -252,13 +257,14 @@ bool ZTCSnBuffer::waitForWork(std::chrono::milliseconds aTime) {
 // The rows that are new or have grown, as they are now. How many events of others wait for the next batch.
 std::uint64_t ZTCSnBuffer::copyRows(std::vector<ZTSStoreRow>& arRows, std::uint64_t aNextId) {
     // What a run has taken can be told for a part of the rows only where all of them are its own.
-    const std::size_t lMost = mRuns.size() > 1 ? mFolding.getRows().size() : sMostRows;
+    std::size_t lRoom = mRuns.size() > 1 ? std::numeric_limits<std::size_t>::max() : mLimit / sBatchPart;
     std::uint64_t lLeft = 0;
     for (const ZTSFoldedRow& lrRow : mFolding.getRows()) {
         const std::uint64_t lAdded = lrRow.mRecord.mOccurrences - lrRow.mDetached;
-        if (lrRow.hasNews() && arRows.size() < lMost) {
+        if (lrRow.hasNews() && lRoom > 0) {
             const bool lIsNew = lrRow.mId == 0;
             arRows.push_back({lIsNew ? aNextId++ : lrRow.mId, lIsNew, lrRow.mRecord, lAdded});
+            lRoom -= std::min(lRoom, sBytesOf(arRows.back()));
         } else {
             lLeft += lAdded;
         }
@@ -286,7 +292,7 @@ void ZTCSnBuffer::noteDetached(ZTSStoreBatch& arBatch, std::uint64_t aNextId) {
         lRow->mId = lrStored.mId;
         lRow->mDetached = lrStored.mRecord.mOccurrences;
         mLastId = std::max(mLastId, lrStored.mId);
-        mBatchBytes += sizeof lrStored + ZTBytesBeside(lrStored.mRecord);
+        mBatchBytes += sBytesOf(lrStored);
     }
     const std::uint64_t lClosedTo = getClosedTo();
     arBatch.mClosedTo = lClosedTo > mClosedTo ? lClosedTo : 0;

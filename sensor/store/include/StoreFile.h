@@ -23,9 +23,9 @@ struct ZTSOpenedStore {
 /// Makes the file if there is none, with its tables, brings an older one up to date, and sets a damaged one
 /// aside. Every page carries a check sum, which is looked at whenever it is read. Throws ZTCStoreError.
 ZTSOpenedStore openStoreToWrite(const std::string& acrPath);
-/// The same, for a store that turned out to be damaged when it was used: it is set aside in any case. Nobody
-/// of this process has it open.
-ZTSOpenedStore beginStoreAnew(const std::string& acrPath);
+/// One that turned out to be damaged is set aside, and a new one begun. Its statements are gone by then, and
+/// connections by openStoreAgain() as well. Throws ZTCStoreError; openStoreToWrite() goes on from there.
+ZTSOpenedStore beginStoreAnew(ZTSOpenedStore aDamaged);
 /// One more connection of the process that has it open to write. Throws ZTCStoreError.
 SQLite::Database openStoreAgain(const std::string& acrPath);
 /// mode=ro. Works while vrx-sn runs and when it does not, also for those who may only read the file and what
