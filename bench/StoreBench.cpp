@@ -44,7 +44,7 @@ class Rows {
             lrSeries.mCategory = 1;
             lrSeries.mSubcategory = static_cast<std::uint8_t>(1 + lSeries % 4);
             lrSeries.mInitiator.mPort.mBytes[7] = static_cast<std::uint8_t>(lSeries / 4 % 2);
-            lrSeries.mFabric = lSeries / 4 % 2 == 0 ? "A" : "B";
+            lrSeries.mFabric.push_back(lSeries / 4 % 2 == 0 ? 'A' : 'B');
             lrSeries.mTarget.emplace();
             lrSeries.mTarget->mPort.mBytes[6] = static_cast<std::uint8_t>(lSeries / 8);
             lrSeries.mRemote = lrSeries.mTarget->mPort;
@@ -71,7 +71,7 @@ class Rows {
 std::string sFile(const char* apName) {
     const std::string lPath = ztbench::logFile(apName);
     for (const char* const lpEnd : {"", "-wal", "-shm", "-lock"}) {
-        std::filesystem::remove(lPath + lpEnd);
+        std::filesystem::remove(fmt::format("{}{}", lPath, lpEnd));
     }
     return lPath;
 }
@@ -92,7 +92,7 @@ class Bare {
                                      "SELECT sql FROM sqlite_schema WHERE tbl_name = 'records' AND sql "
                                      "IS NOT NULL ORDER BY type DESC");
             while (lTable.executeStep()) {
-                lTables += lTable.getColumn(0).getString() + ';';
+                lTables += fmt::format("{};", lTable.getColumn(0).getString());
             }
         }
         mDatabase.exec(
