@@ -102,5 +102,6 @@ void scsi();
 void look();
 void sensor();
 void fold();
+void store();
 
 }  // namespace ztbench

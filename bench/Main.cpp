@@ -28,6 +28,7 @@ constexpr GroupRow sGroups[] = {
     {"look", ztbench::look},
     {"sensor", ztbench::sensor},
     {"fold", ztbench::fold},
+    {"store", ztbench::store},
 };
 
 }  // namespace
