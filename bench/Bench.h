@@ -100,5 +100,6 @@ void logRate();
 void pointer();
 void scsi();
 void look();
+void fold();
 
 }  // namespace ztbench

@@ -26,6 +26,7 @@ constexpr GroupRow sGroups[] = {
     {"pointer", ztbench::pointer},
     {"scsi", ztbench::scsi},
     {"look", ztbench::look},
+    {"fold", ztbench::fold},
 };
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "EventNames.h"
+#include "SenseText.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ enum class Shape : std::uint8_t {
     Set,     // the word 256 and 32 bytes, of which a bit is a value: a list
     List,    // words, to the block's end: a list
     Groups,  // so many words each, to the block's end: a list of what the fields below say
+    Sense,   // nothing: what the fields before it mean, the sense key, its name, and the code's two numbers
 };
 
 struct FieldRow {
@@ -33,7 +35,7 @@ struct FieldRow {
     bool mStays = false;  // the next field reads the same word
 };
 
-constexpr std::size_t sMaxFields = 8;
+constexpr std::size_t sMaxFields = 9;
 using FieldRows = std::array<FieldRow, sMaxFields>;
 
 struct KindRow {
@@ -90,8 +92,8 @@ constexpr KindRow sKinds[] = {
     {{4, 2, "device_busy"}, sSetOfLuns},
     {{4, 4, "check_condition"},
      {sRemotePort, sNamed("sense_key"), sNameOf("sense_key_name", nameSenseKey),
-      sWordOf("asc", 8, 0xff, true), sWordOf("ascq", 0, 0xff), sRest("luns", Shape::Set),
-      sRest("operation_codes", Shape::Set), sRest("queue_tags", Shape::Set)}},
+      sWordOf("asc", 8, 0xff, true), sWordOf("ascq", 0, 0xff), sRest("sense_text", Shape::Sense),
+      sRest("luns", Shape::Set), sRest("operation_codes", Shape::Set), sRest("queue_tags", Shape::Set)}},
     {{4, 8, "lun_reset"}, sListOfLuns},
     {{4, 16, "target_reset"}, sListOfLuns},
     {{4, 32, "bus_reset"}},
@@ -245,6 +247,18 @@ ZTEventValue sReadList(BlockReader& arReader) {
     return lValues;
 }
 
+ZTEventValue sMakeSense(const ZTEventGroup& acrBefore) {
+    const auto* const lpKey = std::get_if<std::uint32_t>(&acrBefore.end()[-4].mValue);
+    const auto* const lpCode = std::get_if<std::uint32_t>(&acrBefore.end()[-2].mValue);
+    const auto* const lpQualifier = std::get_if<std::uint32_t>(&acrBefore.end()[-1].mValue);
+    if (lpKey == nullptr || lpCode == nullptr || lpQualifier == nullptr) {
+        return {};
+    }
+    std::string lText =
+        senseText(*lpKey, static_cast<std::uint8_t>(*lpCode), static_cast<std::uint8_t>(*lpQualifier));
+    return lText.empty() ? ZTEventValue() : ZTEventValue(std::move(lText));
+}
+
 template <class Rows>
 ZTEventGroup sReadFields(BlockReader& arReader, const Rows& acrRows, const KindRow& acrKind);
 
@@ -278,7 +292,9 @@ ZTEventGroup sReadFields(BlockReader& arReader, const Rows& acrRows, const KindR
     lFields.reserve(acrRows.size());
     for (const FieldRow& lrRow : acrRows) {
         if (lrRow.mShape != Shape::None) {
-            lFields.push_back({lrRow.mpName, sReadField(arReader, lrRow, acrKind)});
+            lFields.push_back({lrRow.mpName, lrRow.mShape == Shape::Sense
+                                                 ? sMakeSense(lFields)
+                                                 : sReadField(arReader, lrRow, acrKind)});
         }
     }
     return lFields;

@@ -237,9 +237,9 @@ bool ZTCFolding::open(std::uint64_t aHash, const ZTSCollected& acrCollected, con
     lrRecord.mOccurrences = acrCollected.mOccurrences;
     lrRecord.mData.assign(acrCollected.mData.begin(), acrCollected.mData.end());
     acrName(lrRecord);
-    if (2 * (mUsed + 1) > mSlots.size()) {
+    if (4 * (mUsed + 1) > 3 * mSlots.size()) {
         const std::size_t lOpen = mRows.size() - mFirstOpen + 1;
-        std::vector<Slot>(std::bit_ceil(std::max(sLeastSlots, 4 * lOpen))).swap(mSlots);
+        std::vector<Slot>(std::bit_ceil(std::max(sLeastSlots, 2 * lOpen))).swap(mSlots);
         placeAll();
     }
     mRows.push_back(std::move(lRow));

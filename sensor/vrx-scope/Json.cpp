@@ -78,6 +78,30 @@ std::string doneJson(const std::string& acrCommand) {
     return sDump(lDocument);
 }
 
+std::string targetsJson(const ZTSHiddenTargets& acrHidden) {
+    ZTJson lDocument = sMakeDocument("targets");
+    lDocument["done"] = true;
+    lDocument["same_address"] = ZTJson::array();
+    for (const ZTSSameAddress& lrSame : acrHidden.mByAddress) {
+        ZTJson lPorts = ZTJson::array();
+        for (const ZTSWwn& lrPort : lrSame.mPorts) {
+            lPorts.push_back(lrPort.toText());
+        }
+        lDocument["same_address"].push_back(
+            {{"port_id", addressText(lrSame.mAddress)}, {"port_names", std::move(lPorts)}});
+    }
+    lDocument["same_port_name"] = ZTJson::array();
+    for (const ZTSSamePort& lrSame : acrHidden.mByPort) {
+        ZTJson lAddresses = ZTJson::array();
+        for (const std::uint32_t lAddress : lrSame.mAddresses) {
+            lAddresses.push_back(addressText(lAddress));
+        }
+        lDocument["same_port_name"].push_back(
+            {{"port_name", lrSame.mPort.toText()}, {"port_ids", std::move(lAddresses)}});
+    }
+    return sDump(lDocument);
+}
+
 std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus,
                        const std::optional<ZTSStatistics>& acrStatistics) {
     ZTJson lDocument = sMakeDocument("status");

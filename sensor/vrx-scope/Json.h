@@ -4,12 +4,15 @@
 
 #include "AgentStatus.h"
 #include "StatisticsText.h"
+#include "Targets.h"
 
 /// What every document says that it is written by.
 inline constexpr int ZTScopeSchema = 1;
 
 /// That a command has been carried out.
 std::string doneJson(const std::string& acrCommand);
+/// That targets have been registered, and which of them the agent will not find.
+std::string targetsJson(const ZTSHiddenTargets& acrHidden);
 /// With the agent's figures, if they can be read.
 std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus,
                        const std::optional<ZTSStatistics>& acrStatistics);

@@ -116,7 +116,7 @@ bool ZTCSnBuffer::makeRoom() {
     try {
         for (const ZTNanoseconds lSpan : sSpans) {
             mFolding.foldCoarsely(lSpan);
-            if (mFolding.getBytes() < lBefore / 2) {
+            if (mFolding.getBytes() < lBefore / 4 * 3) {
                 break;
             }
         }
@@ -318,7 +318,7 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
     if (lLeft == 0) {
         mRuns.clear();
     } else if (!lBatch.mAgents.empty()) {
-        lBatch.mAgents.back().mTaken -= lLeft;
+        lBatch.mAgents.back().mTaken -= std::min(lLeft, lBatch.mAgents.back().mTaken);
     }
     mHasWork = lLeft != 0;
     mIsDetached = !lBatch.isEmpty();

@@ -103,15 +103,19 @@ void ZTCSnFigures::show() {
     mPath.clear();
 }
 
-// Another vrx-sn may have put its own there meanwhile.
 ZTCSnFigures::~ZTCSnFigures() {
+    withdraw();
+    munmap(mpBlock, sSize);
+}
+
+// Another vrx-sn may have put its own there meanwhile.
+void ZTCSnFigures::withdraw() const {
     struct stat lOurs {};
     struct stat lThere {};
     if (!mPath.empty() && fstat(mFile.get(), &lOurs) == 0 && stat(mPath.c_str(), &lThere) == 0 &&
         lOurs.st_ino == lThere.st_ino && lOurs.st_dev == lThere.st_dev) {
         unlink(mPath.c_str());
     }
-    munmap(mpBlock, sSize);
 }
 
 std::atomic<std::uint64_t>& ZTCSnFigures::at(ZTESnFigure aFigure) const {

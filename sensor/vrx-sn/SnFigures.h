@@ -39,6 +39,9 @@ class ZTCSnFigures {
     ZTCSnFigures(const ZTCSnFigures&) = delete;
     ZTCSnFigures& operator=(const ZTCSnFigures&) = delete;
 
+    /// They are shown no longer, but counted on.
+    void withdraw() const;
+
     void count(ZTESnFigure aFigure, std::uint64_t aBy = 1) { at(aFigure) += aBy; }
     void set(ZTESnFigure aFigure, std::uint64_t aValue) { at(aFigure) = aValue; }
     std::uint64_t get(ZTESnFigure aFigure) const { return at(aFigure); }

@@ -85,7 +85,13 @@ unsigned long long ZTCSnTrouble::secondsUntil(Clock::time_point aNow) const {
 }
 
 void ZTCSnTrouble::met(const std::string& acrWhy, Clock::time_point aNow) {
-    if (++mTimes == 1) {
+    ++mTimes;
+    lasts(acrWhy, aNow);
+}
+
+void ZTCSnTrouble::lasts(const std::string& acrWhy, Clock::time_point aNow) {
+    if (!mIsThere) {
+        mIsThere = true;
         mSince = mTold = aNow;
         mrLog.note(mLevel, "%s: %s", mpWhat, acrWhy.c_str());
     } else if (aNow - mTold >= Again) {
@@ -96,8 +102,9 @@ void ZTCSnTrouble::met(const std::string& acrWhy, Clock::time_point aNow) {
 }
 
 void ZTCSnTrouble::over(Clock::time_point aNow) {
-    if (isThere()) {
+    if (mIsThere) {
         mrLog.note(ZTSL_Notice, "over after %llu s: %s", secondsUntil(aNow), mpWhat);
-        mTimes = 0;
     }
+    mIsThere = false;
+    mTimes = 0;
 }

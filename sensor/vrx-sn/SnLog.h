@@ -35,9 +35,11 @@ class ZTCSnTrouble {
         : mrLog(arLog), mpWhat(apWhat), mLevel(aLevel) {}
 
     void met(const std::string& acrWhy, Clock::time_point aNow = Clock::now());
+    /// The same, but it is not met once more: it goes on.
+    void lasts(const std::string& acrWhy, Clock::time_point aNow = Clock::now());
     /// Does nothing when there was none.
     void over(Clock::time_point aNow = Clock::now());
-    bool isThere() const { return mTimes != 0; }
+    bool isThere() const { return mIsThere; }
 
   private:
     static constexpr std::chrono::seconds Again{30};
@@ -48,5 +50,6 @@ class ZTCSnTrouble {
     const ZTESnLevel mLevel;
     Clock::time_point mSince;
     Clock::time_point mTold;
+    bool mIsThere = false;
     unsigned long long mTimes = 0;
 };

@@ -31,6 +31,13 @@ struct Given {
     std::string mConfig;
 };
 
+// What is looked at once, at the start.
+constexpr std::pair<const char*, std::string ZTSSnOptions::*> sFixed[] = {
+    {"--dir", &ZTSSnOptions::mDirectory},
+    {"--store", &ZTSSnOptions::mStore},
+    {"--host", &ZTSSnOptions::mHostName},
+    {"--root", &ZTSSnOptions::mRoot}};
+
 bool sIsThere(const char* apPath) {
     return access(apPath, F_OK) == 0;
 }
@@ -202,16 +209,17 @@ ZTSSnOptions parseSnOptions(const std::vector<std::string>& acrWords, const std:
 }
 
 std::string listFixedChanges(const ZTSSnOptions& acrBefore, const ZTSSnOptions& acrNow) {
-    const std::pair<const char*, std::string ZTSSnOptions::*> lFixed[] = {
-        {"--dir", &ZTSSnOptions::mDirectory},
-        {"--store", &ZTSSnOptions::mStore},
-        {"--host", &ZTSSnOptions::mHostName},
-        {"--root", &ZTSSnOptions::mRoot}};
     std::string lList;
-    for (const auto& [lpName, lpMember] : lFixed) {
+    for (const auto& [lpName, lpMember] : sFixed) {
         if (acrBefore.*lpMember != acrNow.*lpMember) {
             lList += (lList.empty() ? "" : ", ") + std::string(lpName);
         }
     }
     return lList;
+}
+
+void keepFixed(const ZTSSnOptions& acrBefore, ZTSSnOptions& arNow) {
+    for (const auto& [lpName, lpMember] : sFixed) {
+        arNow.*lpMember = acrBefore.*lpMember;
+    }
 }

@@ -39,3 +39,5 @@ ZTSSnOptions parseSnOptions(const std::vector<std::string>& acrWords, const std:
 
 /// Which options that need a new start are others now: "--store, --dir". Empty: none.
 std::string listFixedChanges(const ZTSSnOptions& acrBefore, const ZTSSnOptions& acrNow);
+/// Makes those what they were.
+void keepFixed(const ZTSSnOptions& acrBefore, ZTSSnOptions& arNow);

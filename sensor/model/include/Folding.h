@@ -105,6 +105,6 @@ class ZTCFolding {
     std::size_t mFirstOpen = 0;      // all rows before it are closed
     std::size_t mOpenedSince = 0;
     std::size_t mBytes = 0;
-    std::vector<Slot> mSlots;  // as many as a power of two; half of them are free
+    std::vector<Slot> mSlots;  // as many as a power of two; a quarter of them are free
     std::size_t mUsed = 0;
 };

@@ -6,11 +6,16 @@
 #include <string>
 
 #include "StoreError.h"
+#include "StoreLock.h"
 
 /// What the file is: the version of its tables, as user_version says it.
 inline constexpr int ZTStoreVersion = 1;
+/// Whose file it is, as application_id says it: "VRXS".
+inline constexpr int ZTStoreApplication = 0x56525853;
 
+/// Kept whole as long as the store is written: the lock goes last.
 struct ZTSOpenedStore {
+    ZTCStoreLock mLock;
     SQLite::Database mDatabase;
     std::string mSetAside;  ///< where a damaged file was put; empty: there was none
 };

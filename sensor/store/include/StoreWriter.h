@@ -1,6 +1,7 @@
 // Writes the history.
 #pragma once
 
+#include <chrono>
 #include <memory>
 
 #include "StoreBatch.h"
@@ -11,6 +12,9 @@ struct ZTSStoreOptions {
     std::string mHostName;  ///< of the host whose history it is
     unsigned int mKeepDays = 90;
     std::uint64_t mKeepBytes = std::uint64_t{8} << 30;
+    /// So long the host's clock has kept step with the steady one when it is believed how old a record is.
+    std::chrono::nanoseconds mClockTrust{std::chrono::hours(1)};
+    std::size_t mSeriesLimit = 100000;  ///< those beyond share a row for each kind, initiator and fabric
 };
 
 struct ZTSStoreSize {
@@ -29,6 +33,9 @@ class ZTCStoreWriter {
     ZTCStoreWriter& operator=(const ZTCStoreWriter&) = delete;
 
     const ZTSStoreStart& getStart() const;
+    /// The file has turned out to be damaged: it is set aside, and a new one begun, whose start says so.
+    /// Throws ZTCStoreError; all but the destructor and this throw then, until this has succeeded.
+    void beginAnew();
     /// How long and how much is kept, from now on.
     void setKeep(unsigned int aDays, std::uint64_t aBytes);
 
@@ -45,7 +52,7 @@ class ZTCStoreWriter {
     /// Who holds a lock on the file, or a snapshot of it: "process 1234 (sqlite3)". Empty: nobody is seen.
     std::string describeHolder() const;
     ZTSStoreSize getSize() const;
-    /// An end in order: everything into the file.
+    /// An end in order: everything into the file. Nothing is called behind it.
     void finish();
 
   private:

@@ -1,0 +1,158 @@
+#include "BatchTables.h"
+
+namespace {
+
+// A figure that is told of, but that the run's own figures do not have.
+constexpr std::int64_t sNoValue = -1;
+
+const std::uint64_t* sFind(const std::map<std::string, std::uint64_t>& acrFigures,
+                           const std::string& acrName) {
+    const auto lAt = acrFigures.find(acrName);
+    return lAt != acrFigures.end() ? &lAt->second : nullptr;
+}
+
+bool sIsAsBefore(const std::uint64_t* apValue, const std::uint64_t* apBefore) {
+    return apValue == nullptr ? apBefore == nullptr : apBefore != nullptr && *apValue == *apBefore;
+}
+
+std::optional<std::int64_t> sNumber(const std::uint64_t* apValue) {
+    return apValue != nullptr ? std::optional(static_cast<std::int64_t>(*apValue)) : std::nullopt;
+}
+
+}  // namespace
+
+ZTCBatchTables::ZTCBatchTables(SQLite::Database& arDatabase)
+    : mAddLoss(arDatabase,
+               "INSERT INTO losses (first, last, source, reason, events, at_most) VALUES (?, ?, ?, ?, ?, ?)"),
+      mAddLossTotal(arDatabase,
+                    "INSERT INTO loss_totals VALUES (?, ?, ?, ?) ON CONFLICT DO UPDATE SET events = events + "
+                    "excluded.events, unknown = unknown + excluded.unknown"),
+      mAddChange(
+          arDatabase,
+          "INSERT INTO changes (time, what, name, event, attribute, before, after) VALUES (?, ?, ?, ?, "
+          "?, ?, ?)"),
+      mSetAgent(
+          arDatabase,
+          "INSERT INTO agents (start, process, came, seen, went, end, taken) VALUES (?, ?, ?, ?, "
+          "nullif(?, 0), ?, ?) ON CONFLICT DO UPDATE SET came = excluded.came, seen = excluded.seen, went "
+          "= excluded.went, end = excluded.end, taken = excluded.taken RETURNING id"),
+      mSetFigure(arDatabase, "INSERT OR REPLACE INTO figures VALUES (?, ?, ?, ?)"),
+      mFindAgent(
+          arDatabase,
+          "SELECT id, start, process, came, seen, coalesce(went, 0), end, taken FROM agents ORDER BY id "
+          "DESC LIMIT 1"),
+      mFindFigures(arDatabase, "SELECT name, value, told FROM figures WHERE agent = ?"),
+      mNoPorts(arDatabase, "UPDATE ports SET here = 0, seen = ? WHERE here = 1"),
+      mNoRemotes(arDatabase, "UPDATE remote_ports SET here = 0, seen = ? WHERE here = 1"),
+      mSetPort(arDatabase, "INSERT OR REPLACE INTO ports VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, 1)"),
+      mSetRemote(arDatabase, "INSERT OR REPLACE INTO remote_ports VALUES (?, ?, ?, ?, ?, ?, ?, ?, 1)"),
+      mNoNames(arDatabase, "DELETE FROM names"),
+      mAddName(arDatabase, "INSERT INTO names VALUES (?, ?, ?, ?, ?, ?)") {}
+
+void ZTCBatchTables::write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow) {
+    for (const ZTSLoss& lrLoss : acrBatch.mLosses) {
+        writeLoss(lrLoss);
+    }
+    for (const ZTSChange& lrChange : acrBatch.mChanges) {
+        mAddChange.run(lrChange.mTime, lrChange.mWhat, lrChange.mName, lrChange.mEvent, lrChange.mAttribute,
+                       lrChange.mBefore, lrChange.mAfter);
+    }
+    for (const ZTSAgentRun& lrRun : acrBatch.mAgents) {
+        writeAgent(lrRun);
+    }
+    if (acrBatch.mPorts) {
+        writePorts(*acrBatch.mPorts, aNow);
+    }
+    if (acrBatch.mLabels) {
+        writeLabels(*acrBatch.mLabels);
+    }
+}
+
+void ZTCBatchTables::writeLoss(const ZTSLoss& acrLoss) {
+    mAddLoss.run(acrLoss.mFirst, acrLoss.mLast, acrLoss.mSource, acrLoss.mReason, acrLoss.mEvents,
+                 acrLoss.mAtMost);
+    mAddLossTotal.run(acrLoss.mSource, acrLoss.mReason, acrLoss.mEvents.value_or(0), acrLoss.mEvents ? 0 : 1);
+}
+
+void ZTCBatchTables::writeAgent(const ZTSAgentRun& acrRun) {
+    const auto lAgent = *mSetAgent.findNumber(acrRun.mStart, acrRun.mProcess, acrRun.mCame, acrRun.mSeen,
+                                              acrRun.mWent, acrRun.mEnd, acrRun.mTaken);
+    if (acrRun.mStart != mWritten.mStart || acrRun.mProcess != mWritten.mProcess) {
+        mWritten = {};
+    }
+    writeFigures(lAgent, acrRun);
+    mWritten = acrRun;
+}
+
+// Those that are not what they were: a run has dozens, and is written at each fetch.
+void ZTCBatchTables::writeFigures(std::int64_t aAgent, const ZTSAgentRun& acrRun) {
+    const auto lWrite = [&](const std::string& acrName) {
+        const std::uint64_t* const lpValue = sFind(acrRun.mFigures, acrName);
+        const std::uint64_t* const lpTold = sFind(acrRun.mTold, acrName);
+        if (!sIsAsBefore(lpValue, sFind(mWritten.mFigures, acrName)) ||
+            !sIsAsBefore(lpTold, sFind(mWritten.mTold, acrName))) {
+            mSetFigure.run(aAgent, acrName, sNumber(lpValue).value_or(sNoValue), sNumber(lpTold));
+        }
+    };
+    for (const auto& [lrName, lValue] : acrRun.mFigures) {
+        lWrite(lrName);
+    }
+    for (const auto& [lrName, lTold] : acrRun.mTold) {
+        if (!acrRun.mFigures.contains(lrName)) {
+            lWrite(lrName);
+        }
+    }
+}
+
+std::optional<ZTSAgentRun> ZTCBatchTables::loadAgent() {
+    std::optional<ZTSAgentRun> lRun;
+    std::int64_t lAgent = 0;
+    mFindAgent.forEach([&](SQLite::Statement& arRow) {
+        lAgent = arRow.getColumn(0).getInt64();
+        lRun.emplace();
+        lRun->mStart = arRow.getColumn(1).getInt64();
+        lRun->mProcess = arRow.getColumn(2).getInt64();
+        lRun->mCame = arRow.getColumn(3).getInt64();
+        lRun->mSeen = arRow.getColumn(4).getInt64();
+        lRun->mWent = arRow.getColumn(5).getInt64();
+        lRun->mEnd = arRow.getColumn(6).getString();
+        lRun->mTaken = static_cast<std::uint64_t>(arRow.getColumn(7).getInt64());
+    });
+    if (lRun) {
+        mFindFigures.forEach(
+            [&](SQLite::Statement& arRow) {
+                const std::string lName = arRow.getColumn(0).getString();
+                const std::int64_t lValue = arRow.getColumn(1).getInt64();
+                if (lValue != sNoValue) {
+                    lRun->mFigures[lName] = static_cast<std::uint64_t>(lValue);
+                }
+                if (!arRow.isColumnNull(2)) {
+                    lRun->mTold[lName] = static_cast<std::uint64_t>(arRow.getColumn(2).getInt64());
+                }
+            },
+            lAgent);
+    }
+    return lRun;
+}
+
+// What is not among them any more keeps its row, and was seen until now.
+void ZTCBatchTables::writePorts(const ZTSHostPorts& acrPorts, ZTNanoseconds aNow) {
+    mNoPorts.run(aNow);
+    mNoRemotes.run(aNow);
+    for (const ZTSLocalPort& lrPort : acrPorts.mLocal) {
+        mSetPort.run(lrPort.mNames.mPort.toText(), lrPort.mNames.mNode.toText(), lrPort.mHost, lrPort.mState,
+                     lrPort.mSpeed, lrPort.mType, lrPort.mPortId, lrPort.mFabric, aNow);
+    }
+    for (const ZTSRemotePort& lrPort : acrPorts.mRemote) {
+        mSetRemote.run(lrPort.mInitiator.toText(), lrPort.mNames.mPort.toText(), lrPort.mNames.mNode.toText(),
+                       lrPort.mState, lrPort.mRoles, lrPort.mPortId, lrPort.mFabric, aNow);
+    }
+}
+
+void ZTCBatchTables::writeLabels(const ZTPortLabels& acrLabels) {
+    mNoNames.run();
+    for (const auto& [lrPort, lrLabel] : acrLabels) {
+        mAddName.run(lrPort.toText(), lrLabel.mName, lrLabel.mArray, lrLabel.mController, lrLabel.mFabric,
+                     lrLabel.mSwitchPort);
+    }
+}

@@ -1,0 +1,28 @@
+// What goes into the store beside the records: losses, changes, runs of the agent, ports and names.
+#pragma once
+
+#include "Statement.h"
+#include "StoreBatch.h"
+
+class ZTCBatchTables {
+  public:
+    explicit ZTCBatchTables(SQLite::Database& arDatabase);
+
+    /// All of a batch but its rows. aNow: when ports are seen.
+    void write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow);
+    /// The run of an agent that came last.
+    std::optional<ZTSAgentRun> loadAgent();
+    /// The transaction has failed.
+    void forget() { mWritten = {}; }
+
+  private:
+    void writeLoss(const ZTSLoss& acrLoss);
+    void writeAgent(const ZTSAgentRun& acrRun);
+    void writeFigures(std::int64_t aAgent, const ZTSAgentRun& acrRun);
+    void writePorts(const ZTSHostPorts& acrPorts, ZTNanoseconds aNow);
+    void writeLabels(const ZTPortLabels& acrLabels);
+
+    ZTSAgentRun mWritten;  ///< the figures that are in the store, of which run
+    ZTCStatement mAddLoss, mAddLossTotal, mAddChange, mSetAgent, mSetFigure, mFindAgent, mFindFigures,
+        mNoPorts, mNoRemotes, mSetPort, mSetRemote, mNoNames, mAddName;
+};

@@ -1,0 +1,192 @@
+#include "Retention.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+// The clocks are looked at each few seconds; a clock that is slewed gains less than that in an hour.
+constexpr ZTNanoseconds sStep = 5 * ZTSecond;
+constexpr ZTNanoseconds sDay = 24 * 3600 * ZTSecond;
+constexpr std::int64_t sMinute = 60;
+constexpr std::int64_t sHour = 3600;
+// Of the bytes that are kept, the part that is left free for what comes.
+constexpr unsigned int sRoom = 32;
+constexpr unsigned int sSums = 500;  // rows of an axis in a round
+constexpr int sAxes = 4;
+
+std::uint64_t sLiveBytes(const ZTSRetentionFacts& acrFacts) {
+    return (acrFacts.mPages - acrFacts.mFreePages) * acrFacts.mPageSize;
+}
+
+// A few of an axis' oldest ones, and all of the same time.
+std::string sRemoveFrom(const std::string& acrTable) {
+    return "DELETE FROM " + acrTable +
+           " WHERE axis = ?1 AND time < ?2 AND time <= coalesce((SELECT time FROM " + acrTable +
+           " WHERE axis = ?1 AND time < ?2 ORDER BY time LIMIT 1 OFFSET ?3), ?2)";
+}
+
+std::uint64_t sUnsigned(const SQLite::Column& acrColumn) {
+    return static_cast<std::uint64_t>(acrColumn.getInt64());
+}
+
+}  // namespace
+
+bool ZTCClockTrust::look(ZTNanoseconds aNow, std::chrono::steady_clock::time_point aSteady) {
+    const ZTNanoseconds lOffset = aNow - std::chrono::nanoseconds(aSteady.time_since_epoch()).count();
+    if (!mSince || lOffset - mOffset > sStep || mOffset - lOffset > sStep) {
+        mSince = aSteady;
+    }
+    mOffset = lOffset;
+    return aSteady - *mSince >= mTime;
+}
+
+ZTSRetentionPlan planRetention(const ZTSRetentionFacts& acrFacts) {
+    const ZTSKeep& lrKeep = acrFacts.mKeep;
+    const std::uint64_t lRoom = lrKeep.mBytes / sRoom;
+    ZTSRetentionPlan lPlan;
+    if (acrFacts.mIsClockTrusted) {
+        lPlan.mOlderThan = acrFacts.mNow - lrKeep.mDays * sDay;
+    }
+    lPlan.mIsFull = sLiveBytes(acrFacts) > lrKeep.mBytes - lRoom;
+    lPlan.mShrinks = !lPlan.mIsFull && acrFacts.mFreePages != 0 &&
+                     acrFacts.mPages * acrFacts.mPageSize > lrKeep.mBytes + lRoom;
+    return lPlan;
+}
+
+bool isAtLimit(const ZTSRetentionFacts& acrFacts) {
+    return sLiveBytes(acrFacts) >= acrFacts.mKeep.mBytes;
+}
+
+ZTCRetention::ZTCRetention(SQLite::Database& arDatabase)
+    : mPageSize(arDatabase, "PRAGMA page_size"),
+      mPages(arDatabase, "PRAGMA page_count"),
+      mFreePages(arDatabase, "PRAGMA freelist_count"),
+      mLast(
+          arDatabase,
+          "SELECT min((SELECT max(id) FROM records) - 1, (SELECT value FROM meta WHERE name = 'closed_to'))"),
+      mNextId(arDatabase, "SELECT min(id) FROM records WHERE id > ?"),
+      mKeptAround(arDatabase, "SELECT max(last_id) FROM kept WHERE ? BETWEEN first_id AND last_id"),
+      mNextKept(arDatabase, "SELECT min(first_id) FROM kept WHERE first_id > ?"),
+      mSome(arDatabase,
+            "SELECT max(id), count(*), sum(occurrences) FROM (SELECT id, occurrences FROM records WHERE id "
+            "BETWEEN ? AND ? ORDER BY id LIMIT ?)"),
+      mRemoveSome(arDatabase, "DELETE FROM records WHERE id BETWEEN ? AND ?"),
+      mOlder(arDatabase,
+             "SELECT id, first, occurrences FROM records WHERE (first, id) > (?, ?) AND first < ? ORDER BY "
+             "first, id LIMIT ?"),
+      mRemove(arDatabase, "DELETE FROM records WHERE id = ?"),
+      mCount(arDatabase,
+             "INSERT INTO meta VALUES (?, ?) ON CONFLICT DO UPDATE SET value = value + excluded.value"),
+      mBegin(
+          arDatabase,
+          "SELECT first FROM records WHERE NOT EXISTS (SELECT 1 FROM kept WHERE records.id BETWEEN first_id "
+          "AND last_id) ORDER BY first LIMIT 1"),
+      mOldMinutes(arDatabase, sRemoveFrom("minutes").c_str()),
+      mOldHours(arDatabase, sRemoveFrom("hours").c_str()),
+      mOldLosses(
+          arDatabase,
+          "DELETE FROM losses WHERE id IN (SELECT id FROM losses WHERE first < ?1 AND last < ?1 ORDER BY "
+          "first LIMIT ?2)"),
+      mOldChanges(
+          arDatabase,
+          "DELETE FROM changes WHERE id IN (SELECT id FROM changes WHERE time < ? ORDER BY time LIMIT "
+          "?)") {}
+
+ZTSRetentionFacts ZTCRetention::look() {
+    const auto lNumber = [](ZTCStatement& arFrom) {
+        return static_cast<std::uint64_t>(arFrom.findNumber().value_or(0));
+    };
+    ZTSRetentionFacts lFacts;
+    lFacts.mPageSize = lNumber(mPageSize);
+    lFacts.mPages = lNumber(mPages);
+    lFacts.mFreePages = lNumber(mFreePages);
+    return lFacts;
+}
+
+std::int64_t ZTCRetention::findLast() {
+    return mLast.findNumber().value_or(0);
+}
+
+unsigned int ZTCRetention::removeFirst(unsigned int aRows) {
+    const std::int64_t lLast = findLast();
+    std::optional<std::int64_t> lFirst = mNextId.findNumber(0);
+    while (lFirst) {
+        const std::optional<std::int64_t> lKeptTo = mKeptAround.findNumber(*lFirst);
+        if (!lKeptTo) {
+            break;
+        }
+        lFirst = mNextId.findNumber(*lKeptTo);
+    }
+    if (!lFirst || *lFirst > lLast) {
+        return 0;
+    }
+    const std::int64_t lEnd = std::min(lLast, mNextKept.findNumber(*lFirst).value_or(INT64_MAX) - 1);
+    std::int64_t lTo = 0;
+    unsigned int lRows = 0;
+    std::uint64_t lEvents = 0;
+    mSome.forEach(
+        [&](SQLite::Statement& arRow) {
+            lTo = arRow.getColumn(0).getInt64();
+            lRows = arRow.getColumn(1).getUInt();
+            lEvents = sUnsigned(arRow.getColumn(2));
+        },
+        *lFirst, lEnd, aRows);
+    mRemoveSome.run(*lFirst, lTo);
+    count(lRows, lEvents);
+    return lRows;
+}
+
+bool ZTCRetention::removeOlder(ZTNanoseconds aTime, unsigned int aRows) {
+    struct Row {
+        std::int64_t mId;
+        std::uint64_t mEvents;
+    };
+    std::vector<Row> lRows;
+    mOlder.forEach(
+        [&](SQLite::Statement& arRow) {
+            mSweepId = arRow.getColumn(0).getInt64();
+            mSweepTime = arRow.getColumn(1).getInt64();
+            lRows.push_back({mSweepId, sUnsigned(arRow.getColumn(2))});
+        },
+        mSweepTime, mSweepId, aTime, aRows);
+    const bool lIsAll = lRows.size() < aRows;
+    const std::int64_t lLast = findLast();
+    std::erase_if(lRows, [&](const Row& acrRow) {
+        return acrRow.mId > lLast || mKeptAround.findNumber(acrRow.mId).has_value();
+    });
+    std::uint64_t lEvents = 0;
+    for (const Row& lrRow : lRows) {
+        mRemove.run(lrRow.mId);
+        lEvents += lrRow.mEvents;
+    }
+    count(lRows.size(), lEvents);
+    if (lIsAll) {
+        mSweepTime = INT64_MIN;
+        mSweepId = 0;
+    }
+    return !lIsAll;
+}
+
+bool ZTCRetention::removeSums(ZTNanoseconds aTime) {
+    const std::int64_t lSeconds = aTime / ZTSecond;
+    int lRemoved = 0;
+    for (int lAxis = 1; lAxis <= sAxes; ++lAxis) {
+        lRemoved += mOldMinutes.run(lAxis, lSeconds / sMinute * sMinute, sSums);
+        lRemoved += mOldHours.run(lAxis, lSeconds / sHour * sHour, sSums);
+    }
+    lRemoved += mOldLosses.run(aTime, sSums);
+    lRemoved += mOldChanges.run(aTime, sSums);
+    return lRemoved != 0;
+}
+
+std::optional<ZTNanoseconds> ZTCRetention::findBegin() {
+    return mBegin.findNumber();
+}
+
+void ZTCRetention::count(std::uint64_t aRecords, std::uint64_t aEvents) {
+    if (aRecords != 0) {
+        mCount.run(std::string("retired_records"), aRecords);
+        mCount.run(std::string("retired_events"), aEvents);
+    }
+}

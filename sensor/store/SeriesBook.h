@@ -1,0 +1,44 @@
+// Which row of the table series a record belongs to, and what all of that row's records sum up to.
+#pragma once
+
+#include <map>
+
+#include "Record.h"
+#include "Sums.h"
+
+struct ZTSKnownSeries {
+    std::int64_t mId = 0;
+    ZTAxisMembers mMembers{};
+    // What the running transaction adds.
+    std::uint64_t mEvents = 0;
+    std::uint64_t mRecords = 0;
+    ZTNanoseconds mFirst = 0;
+    ZTNanoseconds mLast = 0;
+    bool mIsTouched = false;
+};
+
+/// Bounded: of those that come behind the limit all of a kind, initiator and fabric share a row, whose remote
+/// is "*".
+class ZTCSeriesBook {
+  public:
+    static constexpr std::size_t Limit = 100000;
+
+    ZTCSeriesBook(SQLite::Database& arDatabase, ZTCSums& arSums, std::size_t aLimit = Limit);
+
+    /// The series, made if there is none. It stays where it is until flush or forget.
+    ZTSKnownSeries& find(const ZTSSeries& acrSeries);
+    /// Adds a row, or what it has grown by, to its series and to the sums.
+    void count(ZTSKnownSeries& arSeries, const ZTSRecord& acrRecord, std::uint64_t aEvents, bool aIsNew);
+    void flush();
+    void forget();
+
+  private:
+    ZTSKnownSeries load(const ZTSSeries& acrSeries);
+
+    ZTCSums& mrSums;
+    const std::size_t mLimit;
+    std::optional<std::size_t> mCount;  ///< of the table's rows; nothing: not known
+    std::map<ZTSSeries, ZTSKnownSeries> mKnown;
+    std::vector<ZTSKnownSeries*> mTouched;
+    ZTCStatement mCountAll, mFind, mMake, mAdd;
+};

@@ -1,0 +1,398 @@
+#include "StoreWriter.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <mutex>
+#include <type_traits>
+
+#include "BatchTables.h"
+#include "Holders.h"
+#include "Retention.h"
+#include "SeriesBook.h"
+#include "StoreFile.h"
+#include "Wal.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int sBusyMilliseconds = 5;  // the thread that calls does the waiting
+constexpr unsigned int sRowsBetweenLooks = 256;
+constexpr auto sRetireTime = 5ms;
+constexpr unsigned int sRetireRows = 128;
+constexpr auto sSweepEvery = 60s;
+constexpr std::uint64_t sRetireBytes = std::uint64_t{4} << 20;  // of the log, in need
+constexpr int sShrinkPages = 64;
+
+ZTNanoseconds sNow() {
+    return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+// What a batch takes of the log, about, and rather more: its rows in the table and in its time's index stand
+// together, in the other index those of a series do.
+std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
+    constexpr std::uint64_t lRow = 100;
+    constexpr std::uint64_t lManySeries = 1000;
+    constexpr std::uint64_t lSeries = 8192;
+    std::uint64_t lBytes = 0;
+    for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
+        lBytes += lRow + lrRow.mRecord.mData.size();
+    }
+    return lBytes * 3 / 2 + std::min(acrBatch.mRows.size(), lManySeries) * lSeries;
+}
+
+// The file, and what works on it, in the order in which they come and go.
+struct OpenStore {
+    explicit OpenStore(const ZTSStoreOptions& acrOptions)
+        : mFile(openStoreToWrite(acrOptions.mPath)),
+          mDatabase(setUp(mFile.mDatabase)),
+          mWal(mDatabase, acrOptions.mPath),
+          mSums(mDatabase),
+          mSeries(mDatabase, mSums, acrOptions.mSeriesLimit),
+          mTables(mDatabase),
+          mRetention(mDatabase),
+          mBegin(mDatabase, "BEGIN IMMEDIATE"),
+          mCommit(mDatabase, "COMMIT"),
+          mGetMeta(mDatabase, "SELECT value FROM meta WHERE name = ?"),
+          mSetMeta(mDatabase, "INSERT OR REPLACE INTO meta VALUES (?, ?)"),
+          mMaxMeta(
+              mDatabase,
+              "INSERT INTO meta VALUES (?, ?) ON CONFLICT DO UPDATE SET value = max(value, excluded.value)"),
+          mAddRow(mDatabase, "INSERT INTO records VALUES (?, ?, ?, ?, ?, ?)"),
+          mGrowRow(mDatabase,
+                   "UPDATE records SET last = ?2, occurrences = occurrences + ?3, data = ?4 WHERE id = ?1"),
+          mCountRecords(
+              mDatabase,
+              "SELECT (SELECT sum(records) FROM series) - coalesce((SELECT value FROM meta WHERE name = "
+              "'retired_records'), 0)") {}
+
+    static SQLite::Database& setUp(SQLite::Database& arDatabase) {
+        arDatabase.setBusyTimeout(sBusyMilliseconds);
+        // A page that is written before its transaction ends may be written several times, all into the log.
+        arDatabase.exec("PRAGMA cache_spill = OFF");
+        return arDatabase;
+    }
+
+    ZTSOpenedStore mFile;
+    SQLite::Database& mDatabase;
+    ZTCWal mWal;
+    ZTCSums mSums;
+    ZTCSeriesBook mSeries;
+    ZTCBatchTables mTables;
+    ZTCRetention mRetention;
+    ZTCStatement mBegin, mCommit, mGetMeta, mSetMeta, mMaxMeta, mAddRow, mGrowRow, mCountRecords;
+};
+
+}  // namespace
+
+class ZTCStoreWriter::Impl {
+  public:
+    explicit Impl(ZTSStoreOptions aOptions)
+        : mOptions(std::move(aOptions)),
+          mKeep{mOptions.mKeepDays, mOptions.mKeepBytes},
+          mClock(mOptions.mClockTrust) {
+        open();
+    }
+
+    const ZTSStoreStart& getStart() const { return mStart; }
+    void setKeep(unsigned int aDays, std::uint64_t aBytes) { mKeep = {aDays, aBytes}; }
+    void beginAnew();
+    void write(const ZTSStoreBatch& acrBatch);
+    bool retire(ZTNanoseconds aNow);
+    void checkpoint();
+    std::string describeHolder() const { return describeHolders(mOptions.mPath); }
+    ZTSStoreSize getSize() const;
+    void finish();
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    void open();
+    void loadStart();
+    void writeRows(const ZTSStoreBatch& acrBatch);
+    void writeRow(const ZTSStoreRow& acrRow);
+    void writeMeta(const ZTSStoreBatch& acrBatch);
+    ZTSRetentionFacts look(ZTNanoseconds aNow, bool aIsClockTrusted) const;
+    void makeRoom();
+    void retireToSize(Clock::time_point aEnd);
+    bool retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd);
+    OpenStore& getStore() const;
+    std::int64_t getMeta(const char* apName) const;
+    void setMeta(const char* apName, std::int64_t aValue);
+    template <class Work>
+    std::invoke_result_t<Work> tell(const Work& acrWork) const;
+    template <class Work>
+    void inTransaction(const Work& acrWork);
+    void rollBack() noexcept;
+
+    const ZTSStoreOptions mOptions;
+    ZTSKeep mKeep;
+    ZTSStoreStart mStart;
+    ZTCClockTrust mClock;
+    Clock::time_point mNextSweep;
+    bool mCouldRetire = true;    ///< something was there that could go
+    ZTNanoseconds mLongest = 0;  ///< as the store has it; 0: not known
+    std::mutex mLock;            ///< of mpStore, which comes and goes while another thread makes a checkpoint
+    std::unique_ptr<OpenStore> mpStore;
+};
+
+// ---- Opening and closing ----
+
+void ZTCStoreWriter::Impl::open() {
+    const std::scoped_lock lLock(mLock);
+    tell([&] { mpStore = std::make_unique<OpenStore>(mOptions); });
+    inTransaction([&] { loadStart(); });
+}
+
+// What stands there now never changes again, whoever has written it.
+void ZTCStoreWriter::Impl::loadStart() {
+    SQLite::Database& lrDatabase = getStore().mDatabase;
+    const std::int64_t lLast = lrDatabase.execAndGet("SELECT coalesce(max(id), 0) FROM records").getInt64();
+    mStart = {};
+    mStart.mStore = lrDatabase.execAndGet("SELECT value FROM meta WHERE name = 'store'").getString();
+    mStart.mNextId = static_cast<std::uint64_t>(lLast) + 1;
+    mStart.mWasInUse = getMeta("in_use") != 0;
+    mStart.mLastWrite = getMeta("last_write");
+    mStart.mSetAside = getStore().mFile.mSetAside;
+    mStart.mAgent = getStore().mTables.loadAgent();
+    mLongest = getMeta("longest");
+    setMeta("in_use", 1);
+    setMeta("closed_to", lLast);
+    ZTCStatement(lrDatabase, "INSERT OR REPLACE INTO meta VALUES ('host', ?)").run(mOptions.mHostName);
+}
+
+void ZTCStoreWriter::Impl::beginAnew() {
+    {
+        const std::scoped_lock lLock(mLock);
+        mpStore.reset();
+        mLongest = 0;
+    }
+    open();
+}
+
+void ZTCStoreWriter::Impl::finish() {
+    inTransaction([&] { setMeta("in_use", 0); });
+    const std::scoped_lock lLock(mLock);
+    tell([&] { mpStore->mWal.finish(); });
+    mpStore.reset();
+}
+
+// ---- Transactions ----
+
+OpenStore& ZTCStoreWriter::Impl::getStore() const {
+    if (mpStore == nullptr) {
+        throw ZTCStoreError(ZTEStoreFault::Unusable, mOptions.mPath + " is not open");
+    }
+    return *mpStore;
+}
+
+template <class Work>
+std::invoke_result_t<Work> ZTCStoreWriter::Impl::tell(const Work& acrWork) const {
+    try {
+        return acrWork();
+    } catch (const SQLite::Exception& lrError) {
+        throw toStoreError(lrError, mOptions.mPath);
+    }
+}
+
+template <class Work>
+void ZTCStoreWriter::Impl::inTransaction(const Work& acrWork) {
+    tell([&] {
+        getStore().mBegin.run();
+        try {
+            acrWork();
+            getStore().mCommit.run();
+        } catch (...) {
+            rollBack();
+            throw;
+        }
+    });
+}
+
+// What was found or made in a transaction that has failed may not be there.
+void ZTCStoreWriter::Impl::rollBack() noexcept {
+    if (sqlite3_get_autocommit(mpStore->mDatabase.getHandle()) == 0) {
+        mpStore->mDatabase.tryExec("ROLLBACK");
+    }
+    mpStore->mSeries.forget();
+    mpStore->mSums.forget();
+    mpStore->mTables.forget();
+    mLongest = 0;
+}
+
+std::int64_t ZTCStoreWriter::Impl::getMeta(const char* apName) const {
+    return getStore().mGetMeta.findNumber(std::string(apName)).value_or(0);
+}
+
+void ZTCStoreWriter::Impl::setMeta(const char* apName, std::int64_t aValue) {
+    getStore().mSetMeta.run(std::string(apName), aValue);
+}
+
+// ---- Writing ----
+
+void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
+    if (!getStore().mWal.hasRoom(sLogBytes(acrBatch))) {
+        throw ZTCStoreError(
+            ZTEStoreFault::Busy,
+            mOptions.mPath + "-wal is as large as it may be: somebody reads, and does not end");
+    }
+    inTransaction([&] {
+        writeRows(acrBatch);
+        mpStore->mSeries.flush();
+        mpStore->mSums.flush();
+        mpStore->mTables.write(acrBatch, sNow());
+        writeMeta(acrBatch);
+    });
+}
+
+void ZTCStoreWriter::Impl::writeRows(const ZTSStoreBatch& acrBatch) {
+    unsigned int lRows = 0;
+    for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
+        writeRow(lrRow);
+        if (++lRows % sRowsBetweenLooks == 0) {
+            makeRoom();
+        }
+    }
+    makeRoom();
+}
+
+// A row that has grown and is not there has begun in a store that was set aside: here stands what it got
+// since.
+void ZTCStoreWriter::Impl::writeRow(const ZTSStoreRow& acrRow) {
+    const ZTSRecord& lrRecord = acrRow.mRecord;
+    const std::uint64_t lEvents = acrRow.mIsNew ? lrRecord.mOccurrences : acrRow.mAdded;
+    ZTSKnownSeries& lrSeries = mpStore->mSeries.find(lrRecord.mSeries);
+    const std::span<const std::uint8_t> lData(lrRecord.mData);
+    const bool lGrows =
+        !acrRow.mIsNew && mpStore->mGrowRow.run(acrRow.mId, lrRecord.mLast, lEvents, lData) != 0;
+    if (!lGrows) {
+        mpStore->mAddRow.run(acrRow.mId, lrSeries.mId, lrRecord.mFirst, lrRecord.mLast, lEvents, lData);
+    }
+    mpStore->mSeries.count(lrSeries, lrRecord, lEvents, !lGrows);
+    if (lrRecord.mLast - lrRecord.mFirst > mLongest) {
+        mLongest = lrRecord.mLast - lrRecord.mFirst;
+        mpStore->mMaxMeta.run(std::string("longest"), mLongest);
+    }
+}
+
+void ZTCStoreWriter::Impl::writeMeta(const ZTSStoreBatch& acrBatch) {
+    setMeta("last_write", sNow());
+    if (acrBatch.mClosedTo != 0) {
+        setMeta("closed_to", static_cast<std::int64_t>(acrBatch.mClosedTo));
+    }
+}
+
+// ---- Retention ----
+
+ZTSRetentionFacts ZTCStoreWriter::Impl::look(ZTNanoseconds aNow, bool aIsClockTrusted) const {
+    ZTSRetentionFacts lFacts = getStore().mRetention.look();
+    lFacts.mKeep = mKeep;
+    lFacts.mNow = aNow;
+    lFacts.mIsClockTrusted = aIsClockTrusted;
+    return lFacts;
+}
+
+// As much goes as comes, where there is no more room.
+void ZTCStoreWriter::Impl::makeRoom() {
+    if (isAtLimit(look(0, false))) {
+        mpStore->mRetention.removeFirst(2 * sRowsBetweenLooks);
+    }
+}
+
+bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
+    const Clock::time_point lNow = Clock::now();
+    const bool lIsTrusted = mClock.look(aNow, lNow);
+    if (getStore().mWal.getBytes() + sRetireBytes > ZTCWal::Limit) {
+        return false;  // what is left of the log is for what comes
+    }
+    const ZTSRetentionPlan lPlan = tell([&] { return planRetention(look(aNow, lIsTrusted)); });
+    const bool lSweeps = lPlan.mOlderThan && lNow >= mNextSweep;
+    bool lIsMore = false;
+    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps) {
+        inTransaction([&] {
+            if (lPlan.mIsFull) {
+                retireToSize(lNow + sRetireTime);
+            }
+            lIsMore = lSweeps && retireByAge(*lPlan.mOlderThan, lNow + sRetireTime);
+            if (lPlan.mShrinks) {
+                mpStore->mDatabase.exec("PRAGMA incremental_vacuum(" + std::to_string(sShrinkPages) + ')');
+            }
+        });
+        mNextSweep = lSweeps && !lIsMore ? lNow + sSweepEvery : mNextSweep;
+        const ZTSRetentionPlan lNext = tell([&] { return planRetention(look(aNow, false)); });
+        lIsMore |= lNext.mShrinks || (lNext.mIsFull && mCouldRetire);
+    }
+    return lIsMore;
+}
+
+void ZTCStoreWriter::Impl::retireToSize(Clock::time_point aEnd) {
+    do {
+        mCouldRetire = mpStore->mRetention.removeFirst(sRetireRows) != 0;
+    } while (mCouldRetire && planRetention(look(0, false)).mIsFull && Clock::now() < aEnd);
+    if (const std::optional<ZTNanoseconds> lBegin = mpStore->mRetention.findBegin()) {
+        mpStore->mRetention.removeSums(*lBegin);
+    }
+}
+
+// True: there is more.
+bool ZTCStoreWriter::Impl::retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd) {
+    bool lIsMore = true;
+    while (lIsMore && Clock::now() < aEnd) {
+        lIsMore = mpStore->mRetention.removeOlder(aTime, sRetireRows);
+    }
+    return lIsMore || mpStore->mRetention.removeSums(aTime);
+}
+
+// ---- What is beside the file ----
+
+void ZTCStoreWriter::Impl::checkpoint() {
+    const std::scoped_lock lLock(mLock);
+    tell([&] { getStore().mWal.checkpoint(); });
+}
+
+ZTSStoreSize ZTCStoreWriter::Impl::getSize() const {
+    const auto lBytesOf = [](const std::string& acrPath) -> std::uint64_t {
+        std::error_code lError;
+        const auto lBytes = std::filesystem::file_size(acrPath, lError);
+        return lError ? 0 : lBytes;
+    };
+    return {lBytesOf(mOptions.mPath), lBytesOf(mOptions.mPath + "-wal"), tell([&] {
+                return static_cast<std::uint64_t>(getStore().mCountRecords.findNumber().value_or(0));
+            })};
+}
+
+// ---- The class itself ----
+
+ZTCStoreWriter::ZTCStoreWriter(ZTSStoreOptions aOptions)
+    : mpImpl(std::make_unique<Impl>(std::move(aOptions))) {}
+ZTCStoreWriter::~ZTCStoreWriter() = default;
+
+const ZTSStoreStart& ZTCStoreWriter::getStart() const {
+    return mpImpl->getStart();
+}
+void ZTCStoreWriter::beginAnew() {
+    mpImpl->beginAnew();
+}
+void ZTCStoreWriter::setKeep(unsigned int aDays, std::uint64_t aBytes) {
+    mpImpl->setKeep(aDays, aBytes);
+}
+void ZTCStoreWriter::write(const ZTSStoreBatch& acrBatch) {
+    mpImpl->write(acrBatch);
+}
+bool ZTCStoreWriter::retire(ZTNanoseconds aNow) {
+    return mpImpl->retire(aNow);
+}
+void ZTCStoreWriter::checkpoint() {
+    mpImpl->checkpoint();
+}
+std::string ZTCStoreWriter::describeHolder() const {
+    return mpImpl->describeHolder();
+}
+ZTSStoreSize ZTCStoreWriter::getSize() const {
+    return mpImpl->getSize();
+}
+void ZTCStoreWriter::finish() {
+    mpImpl->finish();
+}
