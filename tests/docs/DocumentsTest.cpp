@@ -226,7 +226,7 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
         {"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
         {"vrx-sn.8", {ZT_VRX_SN, "--help"}, {""}},
         {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
-        {"vrx-scope.1", {ZT_VRX_SCOPE, "--help-all"}, {"", "start", "watch", "record", "replay", "stats"}}};
+        {"vrx-scope.1", {ZT_VRX_SCOPE, "--help-all"}, {"", "start", "watch", "record", "replay", "stats", "history", "ports"}}};
     for (const auto& lrRow : lRows) {
         SCOPED_TRACE(lrRow.mPage);
         const std::string lProgram = lrRow.mPage.substr(0, lrRow.mPage.size() - 2);
