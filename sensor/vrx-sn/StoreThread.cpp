@@ -13,6 +13,7 @@
 #include "SnBuffer.h"
 #include "SnFigures.h"
 #include "SnLog.h"
+#include "StoreMove.h"
 #include "StoreTrouble.h"
 
 namespace {
@@ -126,6 +127,9 @@ class ZTCStoreThread::Impl {
     // One that fails is followed by a pause.
     void attempt() {
         try {
+            if (mpWriter == nullptr && hasNothingLeft()) {
+                return;
+            }
             if (mpWriter == nullptr) {
                 open();
             } else if (mIsDamaged) {
@@ -148,6 +152,19 @@ class ZTCStoreThread::Impl {
     bool isOver() {
         const Lock lLock(mLock);
         return mFatal || mGivesUp || (mIsEnding && mIsDrained);
+    }
+
+    // At the end a store that cannot be opened is waited for only if it is needed.
+    bool hasNothingLeft() {
+        Lock lLock(mLock);
+        if (!mIsEnding || mBatch) {
+            return false;
+        }
+        lLock.unlock();
+        const bool lHasWork = mrBuffer.waitForWork(0ms);
+        lLock.lock();
+        mIsDrained = !lHasWork;
+        return mIsDrained;
     }
 
     void pause() {
@@ -231,8 +248,11 @@ class ZTCStoreThread::Impl {
                        acrStart.mSetAside.c_str());
             mrBuffer.takeChange({sNow(), "store", mOptions.mPath, "damaged", "", "", acrStart.mSetAside});
         }
-        mIsAnew = mIsAnew || (mWasOpened && acrStart.mStore != mStoreName);
-        mNextId = acrStart.mNextId;
+        // An id that was given stays given, in whichever store its row is.
+        mNextId = std::max(mNextId, acrStart.mNextId);
+        if (mWasOpened && acrStart.mStore != mStoreName) {
+            mMove.begin(mNextId);
+        }
         mStoreName = acrStart.mStore;
     }
 
@@ -280,12 +300,6 @@ class ZTCStoreThread::Impl {
     // ---- Work ----
 
     void work() {
-        if (mIsAnew) {
-            ZTSStoreBatch lNone;
-            mrBuffer.startAnew(mBatch ? *mBatch : lNone);
-            mBatch.reset();
-            mIsAnew = false;
-        }
         if (!mBatch && mrBuffer.waitForWork(getWait())) {
             mBatch = mrBuffer.detach(mNextId);
             for (const ZTSStoreRow& lrRow : mBatch->mRows) {
@@ -319,12 +333,14 @@ class ZTCStoreThread::Impl {
     void write() {
         struct stat lStatus {};
         mTrouble.begin("written");
+        mMove.complete(*mBatch);
         if (stat(mOptions.mPath.c_str(), &lStatus) != 0 || lStatus.st_ino != mFile) {
             dropWriter();
             throw ZTCStoreError(ZTEStoreFault::Io, mOptions.mPath + " was taken away: a new one is begun");
         }
         mpWriter->write(*mBatch);
         mTrouble.succeed();
+        mMove.stored(*mBatch);
         mrFigures.count(ZTSN_Commits);
         mrFigures.set(ZTSN_LastCommit, static_cast<std::uint64_t>(sNow()));
         mrFigures.count(ZTSN_Rows, static_cast<std::uint64_t>(std::count_if(
@@ -439,7 +455,7 @@ class ZTCStoreThread::Impl {
     // The store's thread alone.
     std::string mStoreName;
     ino_t mFile = 0;
-    bool mIsAnew = false;  // the store has nothing of what it was given
+    ZTCStoreMove mMove;
     std::uint64_t mNextId = 1;
     std::optional<ZTSStoreBatch> mBatch;  // what is not stored yet
     unsigned int mFailures = 0;
