@@ -37,10 +37,14 @@ std::optional<Time> sTimeIn(const ZTSStatistics& acrStatistics, const char* apNa
                             std::chrono::nanoseconds(static_cast<std::int64_t>(lTime)))));
 }
 
+bool sIsCollector(pid_t aProcess) {
+    return describeProcess(aProcess).find(sCollectorName) != std::string::npos;
+}
+
 ZTSCollectorStatus sCollectorIn(const std::string& acrDirectory) {
     const ZTCAgentStatistics lFile(acrDirectory, sCollectorFile, ZTEStatisticsOf::Any);
     // One that was killed has left its file, and the number may be another's by now.
-    if (describeProcess(lFile.getProcess()).find(sCollectorName) == std::string::npos) {
+    if (!sIsCollector(lFile.getProcess())) {
         return {};
     }
     const ZTSStatistics lNow = lFile.read();
@@ -48,7 +52,8 @@ ZTSCollectorStatus sCollectorIn(const std::string& acrDirectory) {
             sTimeIn(lNow, "store_stands_since_ns"), lNow.get("agent_up").value_or(0) != 0};
 }
 
-std::optional<ZTSCollectorStatus> sReadCollector(const std::string& acrDirectory) {
+std::optional<ZTSCollectorStatus> sReadCollector(const std::string& acrDirectory,
+                                                 const ZTSAgentStatus& acrAgent) {
     bool lIsKnown = true;
     for (const std::string& lrDirectory : {acrDirectory, std::string(sCollectorDirectory)}) {
         try {
@@ -61,6 +66,10 @@ std::optional<ZTSCollectorStatus> sReadCollector(const std::string& acrDirectory
         } catch (const ZTCSensorError&) {
             lIsKnown = false;
         }
+    }
+    // Off tmpfs it shows no figures, but the agent has it as its sensor.
+    if (acrAgent.mIsSensorRunning && sIsCollector(acrAgent.mSensor)) {
+        return ZTSCollectorStatus{acrAgent.mSensor, {}, {}, {}, true};
     }
     return lIsKnown ? std::optional(ZTSCollectorStatus()) : std::nullopt;
 }
@@ -109,7 +118,7 @@ ZTSScopeStatus readStatus(const std::string& acrDirectory, const std::string& ac
     lStatus.mAgent = readAgentStatus(acrDirectory);
     lStatus.mStatistics = sStatisticsOf(lStatus.mAgent, acrDirectory, ZTWireStatistics);
     lStatus.mLibrary = sStatisticsOf(lStatus.mAgent, acrDirectory, ZTWireLibraryStatistics);
-    lStatus.mCollector = sReadCollector(acrDirectory);
+    lStatus.mCollector = sReadCollector(acrDirectory, lStatus.mAgent);
     lStatus.mPorts = sReadPorts(acrStore, lStatus.mCollector && lStatus.mCollector->mProcess != 0);
     return lStatus;
 }
