@@ -245,11 +245,10 @@ ZTCScopeAgentRecordLists ZTCScopeAgentCollection::detach(unsigned int aAdapters)
     ZTCScopeAgentRecordLists lLists(sMakeLists(aAdapters));
     const std::uint64_t lTime = ztlog::now();
     const ZTCScopedLock lLock(mLock);
-    const std::uint64_t lEvents = startWith(lLists);
+    startWith(lLists);
     countLostByKind();
     ZTSetStatistic(ZTS_LastFetchTime, lTime);
     ZTAddToStatistic(ZTS_Fetches);
-    ZTAddToStatistic(ZTS_FetchedEvents, lEvents);
     return lLists;
 }
 
@@ -259,7 +258,7 @@ void ZTCScopeAgentCollection::resetRecordLists(unsigned int aAdapters) {
     startWith(lLists);
 }
 
-std::uint64_t ZTCScopeAgentCollection::startWith(ZTCScopeAgentRecordLists& arLists) {
+void ZTCScopeAgentCollection::startWith(ZTCScopeAgentRecordLists& arLists) {
     {
         const ZTCLogMask lMask;
         const ZTCTraceScope lTrace(lMask, sFile, __LINE__, "clearPrevScopeData");
@@ -269,11 +268,9 @@ std::uint64_t ZTCScopeAgentCollection::startWith(ZTCScopeAgentRecordLists& arLis
     mStrayList.giveTo(mSpare, sMostSpare);
     mStrayList = ZTCScopeAgentRecordList(0);
     mSize.store(0, std::memory_order_relaxed);
-    const std::uint64_t lEvents = ZTGetStatistic(ZTS_HeldEvents);
     for (const unsigned int lHeld : {ZTS_HeldEvents, ZTS_HeldRecords, ZTS_HeldBytes}) {
         ZTSetStatistic(lHeld, 0);
     }
-    return lEvents;
 }
 
 void ZTCScopeAgentCollection::release(ZTCScopeAgentRecordLists& arLists) {

@@ -101,6 +101,7 @@ void ZTCScopeAgentProtocolHandler::handleStartScopeCommand(const Buffer& acrComm
             }
         }
     }
+    ZTSetStatistic(ZTS_Collecting, 1);
     createSuccessResponse(arResponse);
 }
 
@@ -184,6 +185,7 @@ void ZTCScopeAgentProtocolHandler::encodeFetchedData(ZTCEncodableOutStream& arSt
     }
     arStream.reserve(lSize);
     unsigned int lTotal = 0;
+    std::uint64_t lEvents = 0;
     for (ZTCScopeAgentRecordList& lrList : mFetched) {
         const auto* const lpInitiator = mpScopeAgentSystem->getInitiators().find(lrList.getBoard());
         if (lpInitiator == nullptr) {
@@ -198,9 +200,11 @@ void ZTCScopeAgentProtocolHandler::encodeFetchedData(ZTCEncodableOutStream& arSt
         arStream << ZTCString(lLabel);
         const unsigned int lCount = lrList.getRecordCount();
         lTotal += lCount;
+        lEvents += lrList.getOccurrences();
         lrList.encode(arStream);
         LogBy(sGetScopeData, ZTLL_Notice, sFile, "Wrote <%u> Scope records from record-list", lCount);
     }
+    ZTAddToStatistic(ZTS_FetchedEvents, lEvents);
     LogBy(sGetScopeData, ZTLL_Notice, sFile, "Wrote total <%u> Scope Events", lTotal);
 }
 
@@ -223,6 +227,7 @@ void ZTCScopeAgentProtocolHandler::handleStopCommand(const Buffer& /*acrCommand*
         }
         lInitiator->clearRegEvents();
     }
+    ZTSetStatistic(ZTS_Collecting, 0);
     createSuccessResponse(arResponse);
 }
 

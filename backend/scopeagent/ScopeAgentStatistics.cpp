@@ -31,6 +31,8 @@ constexpr const char* sNames[] = {
     "log_lost_total{reason=\"error\"}",
     "callbacks_inside",
     ZT_LIBDFC_FUNCTIONS(ZT_FUNCTION)  //
+    "collecting",
+    "ended_time_ns",
 };
 #undef ZT_KIND
 #undef ZT_LOSS

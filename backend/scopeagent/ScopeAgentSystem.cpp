@@ -176,8 +176,11 @@ void ZTCScopeAgentSystem::initCommandHandler() {
 
 void ZTCScopeAgentSystem::destroy() {
     const ZTCTraceScope lTrace(sFile);
-    ZTCLibdfcAbs::waitForCallbacks();
+    const bool lHaveLeft = ZTCLibdfcAbs::waitForCallbacks();
     reportLosses();
+    if (lHaveLeft) {
+        finishStatistics();
+    }
     mStatisticsFile.withdraw();
     destroyCommandIpc();
     destroyOutputIpc();
@@ -282,6 +285,12 @@ void ZTCScopeAgentSystem::countLost(ZTEScopeAgentLoss aLoss, unsigned int aCateg
 void ZTCScopeAgentSystem::refreshStatistics() {
     ZTSetStatistic(ZTS_CallbacksInside, LibdfcGate().countInside());
     mCollection.refreshStatistics();
+}
+
+// Whoever reads the time is to find all else as it stays.
+void ZTCScopeAgentSystem::finishStatistics() {
+    mCollection.refreshStatistics();
+    ZTStatistic(ZTS_EndedTime).store(ztlog::now(), std::memory_order_release);
 }
 
 bool ZTCScopeAgentSystem::isTotalLimitOnScopeDataReached() const {

@@ -1,10 +1,12 @@
 #include "AgentStatistics.h"
 
 #include <fcntl.h>
-#include <linux/futex.h>
+#include <linux/magic.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -37,14 +39,15 @@ bool sIsPrintable(const std::string& acrText) {
                                            [](char aSign) { return aSign >= ' ' && aSign <= '~'; });
 }
 
-// The number of a process that was killed may be another's by now: the lock is nobody else's.
-bool sMayBeRunning(const std::string& acrDirectory) {
+// The number of a process that was killed may be another's by now: the lock is nobody else's. Nothing: the
+// agent's group may read the figures, and not the pid file.
+std::optional<ZTCSensorDescriptor> sOpenLock(const std::string& acrDirectory) {
     try {
-        return isAgentRunning(acrDirectory);
+        return openAgentLock(acrDirectory);
     } catch (const ZTCNoPermissionError&) {
-        return true;  // the agent's group may read the figures, and not the pid file
+        return {};
     } catch (const ZTCSensorError&) {
-        return false;
+        return ZTCSensorDescriptor();
     }
 }
 
@@ -56,15 +59,17 @@ std::optional<std::uint64_t> ZTSStatistics::get(std::string_view aName) const {
     return lRow != mRows.end() ? std::optional(lRow->mValue) : std::nullopt;
 }
 
-ZTCAgentStatistics::ZTCAgentStatistics(const std::string& acrDirectory, const char* apFile)
-    : mDirectory(acrDirectory),
-      mPath(acrDirectory + apFile),
-      mFile(openSensorFile(mPath, O_RDONLY, S_IFREG)) {
+ZTCAgentStatistics::ZTCAgentStatistics(const std::string& acrDirectory, const char* apFile,
+                                       ZTEStatisticsOf aOf)
+    : mPath(acrDirectory + apFile),
+      mFile(openSensorFile(mPath, O_RDONLY, S_IFREG)),
+      mLock(sOpenLock(acrDirectory)) {
     read();  // refuses what is none
     mProcess = static_cast<pid_t>(headerAt<std::uint64_t>(offsetof(ZTSStatisticsBlock, mProcess)));
     mStart = Time(std::chrono::duration_cast<Time::duration>(
         std::chrono::nanoseconds(headerAt<std::int64_t>(offsetof(ZTSStatisticsBlock, mStart)))));
-    if (hasGone()) {
+    mRunning = ZTCSensorDescriptor(static_cast<int>(syscall(SYS_pidfd_open, mProcess, 0)));
+    if (aOf == ZTEStatisticsOf::Running && hasGone()) {
         throw ZTCNoAgentError("no agent serves " + acrDirectory + ": process " + std::to_string(mProcess) +
                               ", whose figures are left there, has gone");
     }
@@ -102,7 +107,16 @@ Value ZTCAgentStatistics::headerAt(std::size_t aOffset) const {
     return sValueAt<Value>(load(sHeaderSize), aOffset);
 }
 
-ZTSStatistics ZTCAgentStatistics::read() const {
+bool ZTCAgentStatistics::isInMemory() const {
+    struct statfs lSystem {};
+    return fstatfs(mFile.get(), &lSystem) == 0 && lSystem.f_type == TMPFS_MAGIC;
+}
+
+std::uint32_t ZTCAgentStatistics::readWake() const {
+    return headerAt<std::uint32_t>(sWakeAt);
+}
+
+ZTSStatistics ZTCAgentStatistics::read(std::size_t aMostRows) const {
     const std::string lHeader = load(sHeaderSize);
     if (!lHeader.starts_with(ZTStatisticsMagic)) {
         refuse("it begins with something else");
@@ -112,8 +126,9 @@ ZTSStatistics ZTCAgentStatistics::read() const {
     if (lCount > sMostRows || lSize < sizeof(ZTSStatisticsRow) || lSize > sMostRow) {
         refuse("its header cannot be");
     }
-    const std::string lBytes = load(sHeaderSize + std::size_t{lCount} * lSize);
+    const std::string lBytes = load(sHeaderSize + std::min<std::size_t>(lCount, aMostRows) * lSize);
     ZTSStatistics lAll;
+    lAll.mRows.reserve(lBytes.size() / lSize);
     lAll.mWake = sValueAt<std::uint32_t>(lBytes, sWakeAt);
     for (std::size_t lAt = sHeaderSize; lAt < lBytes.size(); lAt += lSize) {
         const char* const lpName = lBytes.data() + lAt;
@@ -129,26 +144,27 @@ ZTSStatistics ZTCAgentStatistics::read() const {
 
 bool ZTCAgentStatistics::hasGone() const {
     struct stat lFile {};
-    return fstat(mFile.get(), &lFile) != 0 || lFile.st_nlink == 0 || !getProcessStart(mProcess) ||
-           !sMayBeRunning(mDirectory);
+    if (fstat(mFile.get(), &lFile) != 0 || lFile.st_nlink == 0 || (mLock && !isAgentLock(mLock->get()))) {
+        return true;
+    }
+    pollfd lPoll{mRunning.get(), POLLIN, 0};
+    return mRunning.isOpen() ? poll(&lPoll, 1, 0) != 0 : !getProcessStart(mProcess);
 }
 
-bool ZTCAgentStatistics::waitForWake(std::uint32_t aSeen, std::chrono::milliseconds aTime) const {
-    using Clock = std::chrono::steady_clock;
+bool ZTCAgentStatistics::waitForWake(std::uint32_t aSeen, std::chrono::milliseconds aTime,
+                                     const ZTCWaitEnd* apEnd) const {
+    using Clock = ZTCWaitEnd::Clock;
+    const ZTCWaitEnd lNever;
+    const ZTCWaitEnd& lrEnd = apEnd != nullptr ? *apEnd : lNever;
+    const void* const lpWake = static_cast<const char*>(mpHeader) + sWakeAt;
     const auto lEnd = Clock::now() + aTime;
     for (;;) {
-        if (headerAt<std::uint32_t>(sWakeAt) != aSeen) {
+        if (readWake() != aSeen) {
             return true;
         }
-        const auto lLeft = std::min<std::chrono::nanoseconds>(lEnd - Clock::now(), sLook);
-        if (lLeft.count() <= 0 || hasGone()) {
-            return false;
-        }
-        const timespec lTime{static_cast<time_t>(lLeft.count() / 1'000'000'000),
-                             static_cast<long>(lLeft.count() % 1'000'000'000)};
-        if (syscall(SYS_futex, static_cast<const char*>(mpHeader) + sWakeAt, FUTEX_WAIT, aSeen, &lTime,
-                    nullptr, 0) != 0 &&
-            errno == EINTR) {
+        const auto lNow = Clock::now();
+        if (lNow >= lEnd || lrEnd.hasEnded() || hasGone() ||
+            !lrEnd.waitUntil(std::min(lEnd, lNow + sLook), lpWake, aSeen)) {
             return false;
         }
     }

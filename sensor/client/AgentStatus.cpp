@@ -39,33 +39,31 @@ ZTCSensorDescriptor sOpenSensorPidFile(const std::string& acrPath) {
     }
 }
 
-// The lock of an agent: for writing, on the whole file, held by an open file description. Others mean
-// nothing.
-bool sIsLocked(int aFile) {
+}  // namespace
+
+// For writing, on the whole file, held by an open file description. Other locks mean nothing.
+bool isAgentLock(int aDescriptor) {
     struct flock lLock {};
     lLock.l_type = F_WRLCK;
     lLock.l_whence = SEEK_SET;
-    return fcntl(aFile, F_OFD_GETLK, &lLock) == 0 && lLock.l_type == F_WRLCK && lLock.l_pid == -1 &&
+    return fcntl(aDescriptor, F_OFD_GETLK, &lLock) == 0 && lLock.l_type == F_WRLCK && lLock.l_pid == -1 &&
            lLock.l_start == 0 && lLock.l_len == 0;
 }
 
-// The agent's, not open if nobody holds its lock.
-ZTCSensorDescriptor sOpenLockedPidFile(const std::string& acrDirectory) {
+ZTCSensorDescriptor openAgentLock(const std::string& acrDirectory) {
     ZTCSensorDescriptor lFile = sOpenIfThere(acrDirectory + ZTWirePidFile);
-    return lFile.isOpen() && sIsLocked(lFile.get()) ? std::move(lFile) : ZTCSensorDescriptor();
+    return lFile.isOpen() && isAgentLock(lFile.get()) ? std::move(lFile) : ZTCSensorDescriptor();
 }
 
-}  // namespace
-
 bool isAgentRunning(const std::string& acrDirectory) {
-    return sOpenLockedPidFile(acrDirectory).isOpen();
+    return openAgentLock(acrDirectory).isOpen();
 }
 
 ZTSAgentStatus readAgentStatus(const std::string& acrDirectory) {
     openSensorFile(acrDirectory, O_RDONLY | O_DIRECTORY, S_IFDIR);
     ZTSAgentStatus lStatus;
     struct stat lFile {};
-    if (const auto lPid = sOpenLockedPidFile(acrDirectory); lPid.isOpen() && fstat(lPid.get(), &lFile) == 0) {
+    if (const auto lPid = openAgentLock(acrDirectory); lPid.isOpen() && fstat(lPid.get(), &lFile) == 0) {
         lStatus.mIsRunning = true;
         lStatus.mHeartbeat = sChangeTimeOf(lFile);
         lStatus.mProcess = findProcessWith(

@@ -11,7 +11,7 @@
 #include "ProcessTable.h"
 
 ZTCDirectoryClaim::ZTCDirectoryClaim(const std::string& acrDirectory, std::chrono::milliseconds aWait)
-    : mDirectory(openSensorFile(acrDirectory, O_RDONLY | O_DIRECTORY, S_IFDIR)) {
+    : mPath(acrDirectory), mDirectory(openSensorFile(acrDirectory, O_RDONLY | O_DIRECTORY, S_IFDIR)) {
     const auto lDeadline = std::chrono::steady_clock::now() + aWait;
     while (flock(mDirectory.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK) {
@@ -33,4 +33,11 @@ ZTCDirectoryClaim::ZTCDirectoryClaim(const std::string& acrDirectory, std::chron
         // Nothing tells when a lock is free, but to wait for it without end.
         std::this_thread::sleep_for(LookEvery);
     }
+}
+
+bool ZTCDirectoryClaim::isInItsPlace() const {
+    struct stat lOurs {};
+    struct stat lNamed {};
+    return fstat(mDirectory.get(), &lOurs) == 0 && stat(mPath.c_str(), &lNamed) == 0 &&
+           lOurs.st_dev == lNamed.st_dev && lOurs.st_ino == lNamed.st_ino;
 }

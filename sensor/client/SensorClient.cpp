@@ -85,6 +85,7 @@ void ZTCSensorClient::finishFetch(Clock::time_point aDeadline) {
         throw;
     } catch (...) {
         mOpenFetch.reset();
+        ++mLostAnswers;
         throw;
     }
     mOpenFetch.reset();
@@ -100,6 +101,12 @@ ZTSensorBytes ZTCSensorClient::fetch() {
         finishFetch(aDeadline);
         return std::exchange(mLateFetch, {});
     });
+}
+
+void ZTCSensorClient::close() {
+    mLostAnswers += mOpenFetch ? 1 : 0;
+    mOpenFetch.reset();
+    mPipes.reset();
 }
 
 void ZTCSensorClient::order(const ZTSensorBytes& acrCommand) {

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "EventNames.h"
+#include "SenseText.h"
 
 namespace {
 
@@ -22,6 +23,7 @@ enum class Shape : std::uint8_t {
     Set,     // the word 256 and 32 bytes, of which a bit is a value: a list
     List,    // words, to the block's end: a list
     Groups,  // so many words each, to the block's end: a list of what the fields below say
+    Sense,   // nothing: what the fields before it mean, the sense key, its name, and the code's two numbers
 };
 
 struct FieldRow {
@@ -33,7 +35,7 @@ struct FieldRow {
     bool mStays = false;  // the next field reads the same word
 };
 
-constexpr std::size_t sMaxFields = 8;
+constexpr std::size_t sMaxFields = 9;
 using FieldRows = std::array<FieldRow, sMaxFields>;
 
 struct KindRow {
@@ -90,8 +92,8 @@ constexpr KindRow sKinds[] = {
     {{4, 2, "device_busy"}, sSetOfLuns},
     {{4, 4, "check_condition"},
      {sRemotePort, sNamed("sense_key"), sNameOf("sense_key_name", nameSenseKey),
-      sWordOf("asc", 8, 0xff, true), sWordOf("ascq", 0, 0xff), sRest("luns", Shape::Set),
-      sRest("operation_codes", Shape::Set), sRest("queue_tags", Shape::Set)}},
+      sWordOf("asc", 8, 0xff, true), sWordOf("ascq", 0, 0xff), sRest("sense_text", Shape::Sense),
+      sRest("luns", Shape::Set), sRest("operation_codes", Shape::Set), sRest("queue_tags", Shape::Set)}},
     {{4, 8, "lun_reset"}, sListOfLuns},
     {{4, 16, "target_reset"}, sListOfLuns},
     {{4, 32, "bus_reset"}},
@@ -103,6 +105,45 @@ constexpr KindRow sKinds[] = {
     {{8, 4, "temperature"}},
     {{16, 1, "adapter_arrival"}},
 };
+
+// What names and words take; of the fields of a kind: all that stands before the first set or list.
+template <class Rows>
+constexpr std::size_t sBytesOf(const Rows& acrRows) {
+    std::size_t lBytes = 0;
+    for (const FieldRow& lrRow : acrRows) {
+        if (lrRow.mShape == Shape::Name) {
+            lBytes += ZTSWwn::Size;
+        } else if (lrRow.mShape == Shape::Word || lrRow.mShape == Shape::Text ||
+                   lrRow.mShape == Shape::PortId) {
+            lBytes += lrRow.mStays ? 0 : sWord;
+        }
+    }
+    return lBytes;
+}
+
+struct LayoutRow {
+    std::uint8_t mCategory = 0;
+    std::uint8_t mSubcategory = 0;
+    ZTSEventLayout mLayout{};
+};
+
+constexpr auto sLayouts = [] {
+    std::array<LayoutRow, std::size(sKinds)> lLayouts{};
+    for (std::size_t lAt = 0; lAt < lLayouts.size(); ++lAt) {
+        const KindRow& lrKind = sKinds[lAt];
+        ZTSEventLayout lLayout{static_cast<std::uint32_t>(sWord + sBytesOf(lrKind.mFields))};
+        for (const FieldRow& lrRow : lrKind.mFields) {
+            lLayout.mSets = static_cast<std::uint8_t>(lLayout.mSets + (lrRow.mShape == Shape::Set ? 1 : 0));
+            if (lrRow.mShape == Shape::List) {
+                lLayout.mAdded = sWord;
+            } else if (lrRow.mShape == Shape::Groups) {
+                lLayout.mAdded = static_cast<std::uint8_t>(sBytesOf(lrKind.mGroup));
+            }
+        }
+        lLayouts[lAt] = {lrKind.mKind.mCategory, lrKind.mKind.mSubcategory, lLayout};
+    }
+    return lLayouts;
+}();
 
 const KindRow* sFindRow(std::uint8_t aCategory, std::uint8_t aSubcategory) {
     const auto* const lpRow = std::find_if(std::begin(sKinds), std::end(sKinds), [=](const KindRow& acrRow) {
@@ -134,6 +175,21 @@ class BlockReader {
   private:
     std::span<const std::uint8_t> mBytes;
 };
+
+// Whether a block has what the layout says, and nothing else.
+bool sHasLayout(BlockReader aBlock, const ZTSEventLayout& acrLayout) {
+    if (aBlock.peekWord() != sForm || aBlock.getLeft() < acrLayout.mSame) {
+        return false;
+    }
+    aBlock.take(acrLayout.mSame);
+    for (unsigned int lSet = 0; lSet < acrLayout.mSets; ++lSet) {
+        if (aBlock.peekWord() != ZTEventSetSize || aBlock.take(ZTEventSetBytes).empty()) {
+            return false;
+        }
+    }
+    return aBlock.getLeft() % std::max<std::size_t>(acrLayout.mAdded, 1) == 0 &&
+           (acrLayout.mAdded != 0 || aBlock.getLeft() == 0);
+}
 
 ZTEventValue sReadName(BlockReader& arReader) {
     const auto lBytes = arReader.take(ZTSWwn::Size);
@@ -191,14 +247,23 @@ ZTEventValue sReadList(BlockReader& arReader) {
     return lValues;
 }
 
+ZTEventValue sMakeSense(const ZTEventGroup& acrBefore) {
+    const auto* const lpKey = std::get_if<std::uint32_t>(&acrBefore.end()[-4].mValue);
+    const auto* const lpCode = std::get_if<std::uint32_t>(&acrBefore.end()[-2].mValue);
+    const auto* const lpQualifier = std::get_if<std::uint32_t>(&acrBefore.end()[-1].mValue);
+    if (lpKey == nullptr || lpCode == nullptr || lpQualifier == nullptr) {
+        return {};
+    }
+    std::string lText =
+        senseText(*lpKey, static_cast<std::uint8_t>(*lpCode), static_cast<std::uint8_t>(*lpQualifier));
+    return lText.empty() ? ZTEventValue() : ZTEventValue(std::move(lText));
+}
+
 template <class Rows>
 ZTEventGroup sReadFields(BlockReader& arReader, const Rows& acrRows, const KindRow& acrKind);
 
 ZTEventValue sReadGroups(BlockReader& arReader, const KindRow& acrKind) {
-    std::size_t lSize = 0;
-    for (const FieldRow& lrRow : acrKind.mGroup) {
-        lSize += lrRow.mShape != Shape::None && !lrRow.mStays ? sWord : 0;
-    }
+    const std::size_t lSize = sBytesOf(acrKind.mGroup);
     std::vector<ZTEventGroup> lGroups;
     while (arReader.getLeft() >= lSize) {
         lGroups.push_back(sReadFields(arReader, acrKind.mGroup, acrKind));
@@ -227,7 +292,9 @@ ZTEventGroup sReadFields(BlockReader& arReader, const Rows& acrRows, const KindR
     lFields.reserve(acrRows.size());
     for (const FieldRow& lrRow : acrRows) {
         if (lrRow.mShape != Shape::None) {
-            lFields.push_back({lrRow.mpName, sReadField(arReader, lrRow, acrKind)});
+            lFields.push_back({lrRow.mpName, lrRow.mShape == Shape::Sense
+                                                 ? sMakeSense(lFields)
+                                                 : sReadField(arReader, lrRow, acrKind)});
         }
     }
     return lFields;
@@ -257,4 +324,41 @@ std::optional<ZTEventGroup> decodeEventBlock(std::uint8_t aCategory, std::uint8_
     }
     lReader.take(sWord);
     return sReadFields(lReader, lpRow->mFields, *lpRow);
+}
+
+ZTSEventLayout layoutOf(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                        std::span<const std::uint8_t> aBlock) {
+    for (const LayoutRow& lrRow : sLayouts) {
+        if (lrRow.mCategory == aCategory && lrRow.mSubcategory == aSubcategory &&
+            sHasLayout(BlockReader(aBlock), lrRow.mLayout)) {
+            return lrRow.mLayout;
+        }
+    }
+    return {static_cast<std::uint32_t>(aBlock.size())};
+}
+
+std::optional<ZTSWwn> findRemotePort(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                                     std::span<const std::uint8_t> aBlock) {
+    const KindRow* const lpRow = sFindRow(aCategory, aSubcategory);
+    BlockReader lReader(aBlock);
+    if (lpRow == nullptr || lpRow->mFields[0].mShape != Shape::Name || lReader.peekWord() != sForm) {
+        return {};
+    }
+    lReader.take(sWord);
+    const ZTEventValue lName = sReadName(lReader);
+    return std::holds_alternative<ZTSWwn>(lName) ? std::optional(std::get<ZTSWwn>(lName)) : std::nullopt;
+}
+
+std::optional<std::uint32_t> findPortId(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                                        std::span<const std::uint8_t> aBlock) {
+    const KindRow* const lpRow = sFindRow(aCategory, aSubcategory);
+    BlockReader lReader(aBlock);
+    if (lpRow == nullptr || lpRow->mFields[1].mShape != Shape::PortId || lReader.peekWord() != sForm) {
+        return {};
+    }
+    lReader.take(sWord);
+    const auto lPage = lReader.peekWord();
+    const FieldRow& lrFormat = lpRow->mFields[0];
+    const bool lIsOne = lPage && (*lPage >> lrFormat.mShift & lrFormat.mMask) == 0;
+    return lIsOne ? std::optional(*lPage & 0xffffffU) : std::nullopt;
 }

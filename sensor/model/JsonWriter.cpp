@@ -1,6 +1,34 @@
 #include "JsonWriter.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
+#include <iterator>
+
+#include "Utf8.h"
+
+namespace {
+
+constexpr std::uint32_t sReplacement = 0xfffd;
+constexpr std::uint32_t sFirstOfPairs = 0x10000;
+
+void sAppendEscaped(std::string& arTo, std::uint32_t aUnit) {
+    fmt::format_to(std::back_inserter(arTo), "\\u{:04x}", aUnit);
+}
+
+// What is above U+FFFF is two units.
+void sAppendCharacter(std::string& arTo, std::uint32_t aCode) {
+    if (aCode >= ' ' && aCode <= '~' && aCode != '"' && aCode != '\\') {
+        arTo += static_cast<char>(aCode);
+    } else if (aCode < sFirstOfPairs) {
+        sAppendEscaped(arTo, aCode);
+    } else {
+        sAppendEscaped(arTo, 0xd800 + ((aCode - sFirstOfPairs) >> 10));
+        sAppendEscaped(arTo, 0xdc00 + ((aCode - sFirstOfPairs) & 0x3ff));
+    }
+}
+
+}  // namespace
 
 void ZTCJsonWriter::key(std::string_view aName) {
     text(aName);
@@ -15,10 +43,26 @@ void ZTCJsonWriter::text(std::string_view aText) {
     mrText += '"';
 }
 
+void ZTCJsonWriter::escapedText(std::string_view aText) {
+    beginValue();
+    mrText += '"';
+    while (!aText.empty()) {
+        const ZTSCharacter lFirst = firstCharacterOf(aText);
+        sAppendCharacter(mrText, lFirst.mLength != 0 ? lFirst.mCode : sReplacement);
+        aText.remove_prefix(lFirst.mLength != 0 ? lFirst.mLength : 1);
+    }
+    mrText += '"';
+}
+
 void ZTCJsonWriter::number(std::uint64_t aNumber) {
     beginValue();
     char lDigits[20];
     mrText.append(lDigits, std::to_chars(lDigits, lDigits + sizeof lDigits, aNumber).ptr);
+}
+
+void ZTCJsonWriter::boolean(bool aValue) {
+    beginValue();
+    mrText += aValue ? "true" : "false";
 }
 
 void ZTCJsonWriter::null() {

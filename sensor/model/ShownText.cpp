@@ -3,36 +3,15 @@
 #include <algorithm>
 #include <cstdint>
 
-namespace {
+#include "Utf8.h"
 
-// A row a length: which first bytes such a character has, and its smallest value.
-struct Lead {
-    std::uint8_t mMask;
-    std::uint8_t mBits;
-    std::uint32_t mSmallest;
-};
-constexpr Lead sLeads[] = {
-    {0x80, 0x00, 0x20}, {0xe0, 0xc0, 0xa0}, {0xf0, 0xe0, 0x800}, {0xf8, 0xf0, 0x10000}};
+namespace {
 
 // The bytes of the printable character that the text begins with; 0 if it does not begin with one.
 std::size_t sLengthOfFirst(std::string_view aText) {
-    const auto lFirst = static_cast<std::uint8_t>(aText[0]);
-    const auto* const lpLead = std::find_if(std::begin(sLeads), std::end(sLeads), [=](const Lead& acrLead) {
-        return (lFirst & acrLead.mMask) == acrLead.mBits;
-    });
-    const auto lLength = static_cast<std::size_t>(lpLead - std::begin(sLeads)) + 1;
-    if (lpLead == std::end(sLeads) || aText.size() < lLength) {
-        return 0;
-    }
-    std::uint32_t lCode = lFirst & static_cast<std::uint8_t>(~lpLead->mMask);
-    for (const char lByte : aText.substr(1, lLength - 1)) {
-        if ((lByte & 0xc0) != 0x80) {
-            return 0;
-        }
-        lCode = lCode << 6 | (static_cast<std::uint8_t>(lByte) & 0x3fU);
-    }
-    const bool lIsSurrogate = lCode >= 0xd800 && lCode <= 0xdfff;
-    return lCode < lpLead->mSmallest || lCode == 0x7f || lCode > 0x10ffff || lIsSurrogate ? 0 : lLength;
+    const ZTSCharacter lFirst = firstCharacterOf(aText);
+    const bool lIsControl = lFirst.mCode < 0x20 || (lFirst.mCode >= 0x7f && lFirst.mCode < 0xa0);
+    return lIsControl ? 0 : lFirst.mLength;
 }
 
 }  // namespace

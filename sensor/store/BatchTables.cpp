@@ -57,8 +57,8 @@ void ZTCBatchTables::write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow) {
         mAddChange.run(lrChange.mTime, lrChange.mWhat, lrChange.mName, lrChange.mEvent, lrChange.mAttribute,
                        lrChange.mBefore, lrChange.mAfter);
     }
-    if (acrBatch.mAgent) {
-        writeAgent(*acrBatch.mAgent);
+    for (const ZTSAgentRun& lrRun : acrBatch.mAgents) {
+        writeAgent(lrRun);
     }
     if (acrBatch.mPorts) {
         writePorts(*acrBatch.mPorts, aNow);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "AnswerFile.h"
+#include "HistoryOptions.h"
 #include "RecordPrinter.h"
 
 /// What the command line says. Times are in seconds.
@@ -24,6 +25,7 @@ struct ZTSScopeOptions {
     double mEvery = 0;
     double mFor = 0;
     bool mStarts = false;
+    ZTSHistoryOptions mHistory;
 
     ZTEScopeForm getForm() const {
         return mAsJson ? ZTEScopeForm::Json : mAsJsonLines ? ZTEScopeForm::JsonLines : ZTEScopeForm::Table;
@@ -49,6 +51,8 @@ int runWatch(const ZTSScopeOptions& acrOptions);
 int runRecord(const ZTSScopeOptions& acrOptions);
 int runDecode(const ZTSScopeOptions& acrOptions);
 int runReplay(const ZTSScopeOptions& acrOptions);
+int runHistory(const ZTSScopeOptions& acrOptions);
+int runPorts(const ZTSScopeOptions& acrOptions);
 
 /// Prints what could not be saved, which the agent no longer has.
 int rescue(const ZTCUnsavedAnswer& acrError, const ZTSScopeOptions& acrOptions);

@@ -9,6 +9,12 @@ class ZTCScopeFailure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// Nobody reads the output any more.
+class ZTCScopeClosed : public ZTCScopeFailure {
+  public:
+    using ZTCScopeFailure::ZTCScopeFailure;
+};
+
 /// What was asked for is not understood: status 2.
 class ZTCScopeUsage : public std::runtime_error {
   public:

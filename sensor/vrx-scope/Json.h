@@ -2,16 +2,17 @@
 // null, and whatever bytes a text holds, it is UTF-8 here. Every text is one line. Records: RecordPrinter.h.
 #pragma once
 
-#include "AgentStatus.h"
 #include "StatisticsText.h"
+#include "Status.h"
+#include "Targets.h"
 
 /// What every document says that it is written by.
 inline constexpr int ZTScopeSchema = 1;
 
 /// That a command has been carried out.
 std::string doneJson(const std::string& acrCommand);
-/// With the agent's figures, if they can be read.
-std::string statusJson(const std::string& acrDirectory, const ZTSAgentStatus& acrStatus,
-                       const std::optional<ZTSStatistics>& acrStatistics);
+/// That targets have been registered, and which of them the agent will not find.
+std::string targetsJson(const ZTSHiddenTargets& acrHidden);
+std::string statusJson(const ZTSScopeStatus& acrStatus);
 std::string statisticsJson(const ZTSStatisticsTaken& acrTaken,
                            const std::optional<ZTSStatisticsTaken>& acrOfLibrary);

@@ -7,7 +7,7 @@
 #include <set>
 
 #include "Json.h"
-#include "JsonWriter.h"
+#include "RecordJson.h"
 #include "RecordText.h"
 #include "Table.h"
 #include "Terminal.h"
@@ -17,60 +17,6 @@ namespace {
 
 constexpr unsigned int sIndent = 2;
 
-void sPutNames(ZTCJsonWriter& arJson, const ZTSPortNames& acrNames) {
-    arJson.beginObject();
-    arJson.key("node_name");
-    arJson.text(acrNames.mNode.toText());
-    arJson.key("port_name");
-    arJson.text(acrNames.mPort.toText());
-    arJson.endObject();
-}
-
-void sPutFields(ZTCJsonWriter& arJson, const ZTEventGroup& acrFields);
-
-struct ValuePutter {
-    ZTCJsonWriter& mrJson;
-
-    void operator()(std::monostate) const { mrJson.null(); }
-    void operator()(std::uint32_t aNumber) const { mrJson.number(aNumber); }
-    void operator()(const ZTSWwn& acrName) const { mrJson.text(acrName.toText()); }
-    void operator()(const std::string& acrText) const { mrJson.text(acrText); }
-    void operator()(const std::vector<std::uint32_t>& acrValues) const {
-        mrJson.beginList();
-        for (const std::uint32_t lValue : acrValues) {
-            mrJson.number(lValue);
-        }
-        mrJson.endList();
-    }
-    void operator()(const std::vector<ZTEventGroup>& acrGroups) const {
-        mrJson.beginList();
-        for (const ZTEventGroup& lrGroup : acrGroups) {
-            sPutFields(mrJson, lrGroup);
-        }
-        mrJson.endList();
-    }
-};
-
-void sPutFields(ZTCJsonWriter& arJson, const ZTEventGroup& acrFields) {
-    arJson.beginObject();
-    for (const ZTSEventField& lrField : acrFields) {
-        arJson.key(lrField.mpName);
-        std::visit(ValuePutter{arJson}, lrField.mValue);
-    }
-    arJson.endObject();
-}
-
-std::string sDigitsOf(const ZTSensorBytes& acrBytes) {
-    constexpr char lDigits[] = "0123456789abcdef";
-    std::string lText(2 * acrBytes.size(), '\0');
-    auto lAt = lText.begin();
-    for (const std::uint8_t lByte : acrBytes) {
-        *lAt++ = lDigits[lByte >> 4];
-        *lAt++ = lDigits[lByte & 15];
-    }
-    return lText;
-}
-
 void sPutCommand(ZTCJsonWriter& arJson, const std::string& acrCommand) {
     arJson.key("schema");
     arJson.number(ZTScopeSchema);
@@ -78,30 +24,9 @@ void sPutCommand(ZTCJsonWriter& arJson, const std::string& acrCommand) {
     arJson.text(acrCommand);
 }
 
-// The members of a record's object.
-void sPutRecord(ZTCJsonWriter& arJson, const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
-    arJson.key("initiator");
-    sPutNames(arJson, acrInitiator);
-    arJson.key("kind");
-    const char* const lpKind = findEventKind(acrRecord.mCategory, acrRecord.mSubcategory);
-    lpKind != nullptr ? arJson.text(lpKind) : arJson.null();
-    arJson.key("category");
-    arJson.number(acrRecord.mCategory);
-    arJson.key("subcategory");
-    arJson.number(acrRecord.mSubcategory);
-    arJson.key("occurrences");
-    arJson.number(acrRecord.mOccurrences);
-    arJson.key("first");
-    arJson.textOrNull(isoText(acrRecord.mFirst));
-    arJson.key("last");
-    arJson.textOrNull(isoText(acrRecord.mLast));
-    arJson.key("target");
-    acrRecord.mTarget ? sPutNames(arJson, *acrRecord.mTarget) : arJson.null();
-    arJson.key("event");
-    const auto lFields = fieldsOf(acrRecord);
-    lFields ? sPutFields(arJson, *lFields) : arJson.null();
-    arJson.key("data");
-    arJson.text(sDigitsOf(acrRecord.mData));
+ZTSRecordView sViewOf(const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
+    return {acrInitiator,           acrRecord.mCategory, acrRecord.mSubcategory, acrRecord.mTarget,
+            acrRecord.mOccurrences, acrRecord.mFirst,    acrRecord.mLast,        acrRecord.mData};
 }
 
 // Calls the function with each record, and whose it is.
@@ -124,7 +49,7 @@ class JsonLines : public ZTCRecordPrinter {
             ZTCJsonWriter lJson(mText);
             lJson.beginObject();
             sPutCommand(lJson, mCommand);
-            sPutRecord(lJson, acrInitiator, acrRecord);
+            putRecord(lJson, sViewOf(acrInitiator, acrRecord));
             lJson.endObject();
             mText += '\n';
             passOn();
@@ -152,7 +77,7 @@ class JsonDocument : public ZTCRecordPrinter {
         sEachRecord(acrFetched, [this](const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
             begin();
             mJson.beginObject();
-            sPutRecord(mJson, acrInitiator, acrRecord);
+            putRecord(mJson, sViewOf(acrInitiator, acrRecord));
             mJson.endObject();
             passOn();
         });
@@ -179,7 +104,7 @@ class JsonDocument : public ZTCRecordPrinter {
         mJson.key("initiators");
         mJson.beginList();
         for (const ZTSPortNames& lrNames : mInitiators) {
-            sPutNames(mJson, lrNames);
+            putNames(mJson, lrNames);
             passOn();
         }
         mJson.endList();

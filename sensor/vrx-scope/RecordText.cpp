@@ -5,17 +5,22 @@
 #include <algorithm>
 #include <string_view>
 
+#include "SenseText.h"
+
 namespace {
 
 constexpr std::string_view sRemotePort = "remote_port_name";
 constexpr std::string_view sPortId = "port_id";
 constexpr std::string_view sNameSuffix = "_name";
+constexpr std::string_view sSense = "sense_text";
+constexpr std::string_view sSenseKeyName = "sense_key_name";
+// What stands elsewhere in a line, or is told with another field.
+constexpr std::string_view sToldElsewhere[] = {sRemotePort, "sense_key", sSenseKeyName, "asc", "ascq"};
 constexpr std::size_t sMaxShown = 8;
 
 // Numbers that their standards write in hexadecimal.
-constexpr std::string_view sHexadecimal[] = {
-    "rejected_command", "reason",         "explanation", "sense_key", "asc", "ascq",
-    "operation_code",   "operation_codes"};
+constexpr std::string_view sHexadecimal[] = {"rejected_command", "reason", "explanation", "operation_code",
+                                             "operation_codes"};
 
 std::string sNumberText(std::string_view aField, std::uint32_t aValue) {
     const bool lIsHexadecimal =
@@ -90,6 +95,32 @@ std::string sFieldText(const ZTSEventField& acrField, const std::string* apName)
     return lWords + "not told";
 }
 
+// What a field of that name holds. Null if it is not told.
+template <class Value>
+const Value* sValueOf(const ZTEventGroup& acrFields, std::string_view aName) {
+    const auto lAt = std::find_if(acrFields.begin(), acrFields.end(),
+                                  [=](const ZTSEventField& acrField) { return acrField.mpName == aName; });
+    return lAt != acrFields.end() ? std::get_if<Value>(&lAt->mValue) : nullptr;
+}
+
+// "not ready: asymmetric access state transition (sense 2/04/0a)", or what is known of that.
+std::string sSenseText(const ZTEventGroup& acrFields) {
+    const auto* const lpKey = sValueOf<std::uint32_t>(acrFields, "sense_key");
+    const auto* const lpCode = sValueOf<std::uint32_t>(acrFields, "asc");
+    const auto* const lpQualifier = sValueOf<std::uint32_t>(acrFields, "ascq");
+    if (lpKey == nullptr || lpCode == nullptr || lpQualifier == nullptr) {
+        return "sense not told";
+    }
+    const std::string lNumbers = "sense " + senseNumbers(*lpKey, static_cast<std::uint8_t>(*lpCode),
+                                                         static_cast<std::uint8_t>(*lpQualifier));
+    for (const std::string_view lWords : {sSense, sSenseKeyName}) {
+        if (const auto* const lpText = sValueOf<std::string>(acrFields, lWords)) {
+            return fmt::format("{} ({})", *lpText, lNumbers);
+        }
+    }
+    return lNumbers;
+}
+
 bool sIsNameOf(const ZTSEventField& acrField) {
     return std::string_view(acrField.mpName).ends_with(sNameSuffix) &&
            !std::holds_alternative<ZTSWwn>(acrField.mValue);
@@ -98,12 +129,18 @@ bool sIsNameOf(const ZTSEventField& acrField) {
 std::string sGroupText(const ZTEventGroup& acrFields) {
     std::string lText;
     for (std::size_t lAt = 0; lAt < acrFields.size(); ++lAt) {
-        if (acrFields[lAt].mpName == sRemotePort || sIsNameOf(acrFields[lAt])) {
+        const std::string_view lName = acrFields[lAt].mpName;
+        if (std::find(std::begin(sToldElsewhere), std::end(sToldElsewhere), lName) !=
+                std::end(sToldElsewhere) ||
+            sIsNameOf(acrFields[lAt])) {
             continue;
         }
         const bool lHasName = lAt + 1 < acrFields.size() && sIsNameOf(acrFields[lAt + 1]);
-        const std::string lField = sFieldText(
-            acrFields[lAt], lHasName ? std::get_if<std::string>(&acrFields[lAt + 1].mValue) : nullptr);
+        const std::string lField =
+            lName == sSense
+                ? sSenseText(acrFields)
+                : sFieldText(acrFields[lAt],
+                             lHasName ? std::get_if<std::string>(&acrFields[lAt + 1].mValue) : nullptr);
         lText += (lText.empty() || lField.empty() ? "" : ", ") + lField;
     }
     return lText;
@@ -123,15 +160,11 @@ std::string remoteText(const ZTSSensorRecord& acrRecord, const std::optional<ZTE
     if (!acrFields) {
         return "-";
     }
-    for (const ZTSEventField& lrField : *acrFields) {
-        const auto* const lpName = std::get_if<ZTSWwn>(&lrField.mValue);
-        const auto* const lpText = std::get_if<std::string>(&lrField.mValue);
-        if (lrField.mpName == sRemotePort && lpName != nullptr) {
-            return lpName->toText();
-        }
-        if (lrField.mpName == sPortId && lpText != nullptr) {
-            return *lpText;
-        }
+    if (const auto* const lpName = sValueOf<ZTSWwn>(*acrFields, sRemotePort)) {
+        return lpName->toText();
+    }
+    if (const auto* const lpText = sValueOf<std::string>(*acrFields, sPortId)) {
+        return *lpText;
     }
     return "-";
 }

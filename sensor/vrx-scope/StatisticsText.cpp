@@ -12,22 +12,6 @@ namespace {
 constexpr std::uint64_t sKiB = 1024;
 constexpr std::chrono::seconds sLong(10);
 
-// How people say why events were lost, by the label.
-struct LossText {
-    const char* mpLabel;
-    const char* mpText;
-};
-constexpr LossText sLosses[] = {{"limit", "at the limit"},           {"unknown_board", "of unknown boards"},
-                                {"too_short", "too short"},          {"unknown_kind", "of unknown kinds"},
-                                {"no_memory", "for want of memory"}, {"malformed", "malformed"}};
-
-std::string sLossText(const ZTSLabelled& acrLoss) {
-    const auto* const lpRow =
-        std::find_if(std::begin(sLosses), std::end(sLosses),
-                     [&](const LossText& acrRow) { return acrRow.mpLabel == acrLoss.mLabel; });
-    return lpRow != std::end(sLosses) ? lpRow->mpText : acrLoss.mLabel;
-}
-
 std::string sTableOf(const ZTSStatisticsTaken& acrTaken) {
     std::vector<ZTSColumn> lColumns{{"name"}, {"value", true}};
     if (acrTaken.mSeconds) {
@@ -80,16 +64,8 @@ std::string heldText(const ZTSStatistics& acrStatistics) {
     const auto lInKiB = [&](const char* apName) {
         return (acrStatistics.get(apName).value_or(0) + sKiB - 1) / sKiB;
     };
-    std::string lLost;
-    for (const ZTSLabelled& lrLoss : labelledIn(acrStatistics, "lost_total")) {
-        if (lrLoss.mValue != 0) {
-            lLost += lLost.empty() ? ", " + countText(lrLoss.mValue, "event") + " lost "
-                                   : ", " + std::to_string(lrLoss.mValue) + " ";
-            lLost += sLossText(lrLoss);
-        }
-    }
-    return fmt::format("holds {} of {} KiB{}", lInKiB("held_bytes"), lInKiB("held_bytes_limit"),
-                       lLost.empty() ? ", no event lost" : lLost);
+    return fmt::format("{}, {} of {} KiB", countText(acrStatistics.get("held_events").value_or(0), "event"),
+                       lInKiB("held_bytes"), lInKiB("held_bytes_limit"));
 }
 
 std::optional<ZTSLabelled> findLibraryCall(const ZTSStatistics& acrStatistics) {

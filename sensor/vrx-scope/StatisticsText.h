@@ -29,7 +29,7 @@ struct ZTSLabelled {
 /// The rows whose name has a label.
 std::vector<ZTSLabelled> labelledIn(const ZTSStatistics& acrStatistics, const std::string& acrName);
 
-/// "holds 12 of 256 KiB, 3 events lost at the limit".
+/// "3 events, 12 of 256 KiB"
 std::string heldText(const ZTSStatistics& acrStatistics);
 
 /// The call of the vendor's library that has been under way for longest: its function, and when it began in

@@ -4,6 +4,16 @@
 
 #include "Terminal.h"
 
+namespace {
+
+// In characters: what follows the first byte of one takes no room.
+std::size_t sWidthOf(const std::string& acrCell) {
+    return static_cast<std::size_t>(
+        std::count_if(acrCell.begin(), acrCell.end(), [](char aByte) { return (aByte & 0xc0) != 0x80; }));
+}
+
+}  // namespace
+
 ZTCTable::ZTCTable(std::vector<ZTSColumn> aColumns) : mColumns(std::move(aColumns)) {
     for (const ZTSColumn& lrColumn : mColumns) {
         mWidths.push_back(lrColumn.mHeading.size());
@@ -25,7 +35,7 @@ std::string ZTCTable::toText() const {
 
 void ZTCTable::measure(const Row& acrRow) {
     for (std::size_t lAt = 0; lAt < mWidths.size(); ++lAt) {
-        mWidths[lAt] = std::max(mWidths[lAt], acrRow[lAt].size());
+        mWidths[lAt] = std::max(mWidths[lAt], sWidthOf(acrRow[lAt]));
     }
 }
 
@@ -44,7 +54,7 @@ std::string ZTCTable::toLine(const Row& acrRow) const {
 std::string ZTCTable::joinCells(const Row& acrRow) const {
     std::string lText;
     for (std::size_t lAt = 0; lAt < mColumns.size(); ++lAt) {
-        const std::size_t lBlanks = mWidths[lAt] - std::min(mWidths[lAt], acrRow[lAt].size());
+        const std::size_t lBlanks = mWidths[lAt] - std::min(mWidths[lAt], sWidthOf(acrRow[lAt]));
         lText.append(2 + (mColumns[lAt].mIsNumber ? lBlanks : 0), ' ');
         lText += acrRow[lAt];
         lText.append(mColumns[lAt].mIsNumber ? 0 : lBlanks, ' ');

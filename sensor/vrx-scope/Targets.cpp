@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <sstream>
 
 #include "Failure.h"
@@ -41,6 +42,17 @@ std::uint32_t sReadAddress(const std::string& acrWord) {
 
 ZTSSensorTarget sReadTarget(const std::string* apWords) {
     return {{sReadName(apWords[0]), sReadName(apWords[1])}, sReadAddress(apWords[2])};
+}
+
+// "1", "1 and 2", "1, 2 and 3".
+template <class Values, class ToText>
+std::string sJoined(const Values& acrValues, const ToText& acrToText) {
+    std::string lText;
+    for (std::size_t lAt = 0; lAt < acrValues.size(); ++lAt) {
+        lText += lAt == 0 ? "" : lAt + 1 < acrValues.size() ? ", " : " and ";
+        lText += acrToText(acrValues[lAt]);
+    }
+    return lText;
 }
 
 }  // namespace
@@ -90,4 +102,48 @@ std::vector<ZTSSensorTarget> loadTargets(const std::string& acrFile) {
         throw ZTCScopeFailure(fmt::format("{} holds no targets", acrFile));
     }
     return lTargets;
+}
+
+std::string addressText(std::uint32_t aAddress) {
+    return fmt::format("{:06x}", aAddress);
+}
+
+ZTSHiddenTargets findHiddenTargets(const std::vector<ZTSSensorTarget>& acrTargets) {
+    std::map<std::uint32_t, std::vector<ZTSWwn>> lPorts;
+    std::map<ZTSWwn, std::vector<std::uint32_t>> lAddresses;
+    for (const ZTSSensorTarget& lrTarget : acrTargets) {
+        std::vector<std::uint32_t>& lrOfPort = lAddresses[lrTarget.mNames.mPort];
+        if (std::find(lrOfPort.begin(), lrOfPort.end(), lrTarget.mAddress) == lrOfPort.end()) {
+            lPorts[lrTarget.mAddress].push_back(lrTarget.mNames.mPort);
+        }
+        lrOfPort.push_back(lrTarget.mAddress);
+    }
+    ZTSHiddenTargets lHidden;
+    for (auto& [lrAddress, lrPorts] : lPorts) {
+        if (lrPorts.size() > 1) {
+            lHidden.mByAddress.push_back({lrAddress, std::move(lrPorts)});
+        }
+    }
+    for (auto& [lrPort, lrAddresses] : lAddresses) {
+        if (lrAddresses.size() > 1) {
+            lHidden.mByPort.push_back({lrPort, std::move(lrAddresses)});
+        }
+    }
+    return lHidden;
+}
+
+std::vector<std::string> hiddenTargetsText(const ZTSHiddenTargets& acrHidden) {
+    std::vector<std::string> lLines;
+    for (const ZTSSameAddress& lrSame : acrHidden.mByAddress) {
+        lLines.push_back(fmt::format(
+            "{} is the address of {}: in each fabric it is another port, and an RSCN of it will name the first",
+            addressText(lrSame.mAddress),
+            sJoined(lrSame.mPorts, [](const ZTSWwn& acrPort) { return acrPort.toText(); })));
+    }
+    for (const ZTSSamePort& lrSame : acrHidden.mByPort) {
+        lLines.push_back(fmt::format("{} is there {} times, at {}: its events will name the first",
+                                     lrSame.mPort.toText(), lrSame.mAddresses.size(),
+                                     sJoined(lrSame.mAddresses, addressText)));
+    }
+    return lLines;
 }

@@ -84,7 +84,8 @@ void sPutAsItIs(const std::string& acrText) {
         const ssize_t lWritten =
             write(STDOUT_FILENO, acrText.data() + lAt, std::min<std::size_t>(acrText.size() - lAt, PIPE_BUF));
         if (lWritten < 0 && errno != EINTR && errno != EAGAIN) {
-            throw ZTCScopeFailure(std::string("cannot write the output: ") + strerror(errno));
+            const std::string lText = std::string("cannot write the output: ") + strerror(errno);
+            errno == EPIPE ? throw ZTCScopeClosed(lText) : throw ZTCScopeFailure(lText);
         }
         lAt += lWritten < 0 ? 0 : static_cast<std::size_t>(lWritten);
     }

@@ -38,6 +38,41 @@ void sAddFor(CLI::App& arCommand, ZTSScopeOptions& arOptions) {
         ->check(CLI::Range(0.05, sLongest * 366));
 }
 
+void sAddStore(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
+    arCommand.add_option("--store", arOptions.mStore, "the history's file (/var/lib/vrx-sn/history.db)")
+        ->type_name("FILE");
+}
+
+void sDescribeHistory(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
+    sAddStore(arCommand, arOptions);
+    arCommand
+        .add_option("--since", arOptions.mSince,
+                    "what ended then or later: today, '2 hours ago', '2026-11-21 08:00'")
+        ->type_name("TIME");
+    arCommand.add_option("--until", arOptions.mUntil, "what began then or earlier")->type_name("TIME");
+    const struct {
+        const char* mpName;
+        std::vector<std::string>& mrValues;
+        const char* mpText;
+        const char* mpType;
+    } lLists[] = {{"--kind", arOptions.mKinds, "events of this kind; may be there again", "KIND"},
+                  {"--initiator", arOptions.mInitiators, "what this port of the host saw", "PORT"},
+                  {"--target", arOptions.mTargets, "what concerns this port beyond the fabric", "PORT"}};
+    for (const auto& lrList : lLists) {
+        arCommand.add_option(lrList.mpName, lrList.mrValues, lrList.mpText)
+            ->type_name(lrList.mpType)
+            ->allow_extra_args(false);
+    }
+    arCommand.add_option("--fabric", arOptions.mFabric, "what happened on this fabric")->type_name("FABRIC");
+    arCommand.add_option("--host", arOptions.mHost, "of this host, which must be the store's")
+        ->type_name("HOST");
+    arCommand.add_option("--limit", arOptions.mLimit, "the newest N records")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1'000'000'000));
+    arCommand.add_flag("--follow", arOptions.mFollows, "goes on with what comes, until interrupted");
+    arCommand.add_flag("--summary", arOptions.mIsSummary, "sums by kind and port in place of records");
+}
+
 void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
     arProgram.require_subcommand(1)->fallthrough();
     arProgram.set_help_all_flag("--help-all", "the help of every command");
@@ -85,7 +120,9 @@ void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
     lpWatch->add_flag("--start", arOptions.mStarts, "starts the collection of each agent that comes");
     sAddCeiling(*lpWatch, arOptions);
     sAddCommand(arProgram, "shutdown", "ends the agent", runShutDown, arChosen);
-    sAddCommand(arProgram, "status", "whether an agent runs; status 1 if none does", runShowStatus, arChosen);
+    sAddStore(*sAddCommand(arProgram, "status", "whether an agent runs; status 1 if none does", runShowStatus,
+                           arChosen),
+              arOptions.mHistory);
     CLI::App* const lpStatistics =
         sAddCommand(arProgram, "stats", "what the agent counts about itself", runShowStatistics, arChosen);
     sAddEvery(*lpStatistics, arOptions, "again and again, with what has grown a second");
@@ -104,6 +141,12 @@ void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
         arProgram, "replay", "shows a file of raw answers as watch would have", runReplay, arChosen);
     lpReplay->add_option("file", arOptions.mFile, "- for standard input")->type_name("FILE")->required();
     sAddEvery(*lpReplay, arOptions, "from answer to answer (0)");
+    sDescribeHistory(*sAddCommand(arProgram, "history", "shows what vrx-sn has stored", runHistory, arChosen),
+                     arOptions.mHistory);
+    sAddStore(*sAddCommand(arProgram, "ports",
+                           "shows the host's ports and those that they see, as vrx-sn has stored them",
+                           runPorts, arChosen),
+              arOptions.mHistory);
 }
 
 int sRun(int argc, char** argv) {

@@ -11,36 +11,67 @@
 
 namespace {
 
-std::string sRateText(std::uint64_t aEvents, double aSeconds) {
-    return aSeconds > 0 ? fmt::format("{:.1f}", static_cast<double>(aEvents) / aSeconds) : "-";
-}
+using namespace std::chrono_literals;
+
+// The rate is that of the fetches of this time, or of the last one where they are rarer: a little less than
+// the usual period, whose fetches do not come to the millisecond.
+constexpr std::chrono::milliseconds sWindow = 4500ms;
+// Fetches as close as this are one in it.
+constexpr std::chrono::milliseconds sClose = 100ms;
 
 }  // namespace
 
 ZTCWatchView::ZTCWatchView(bool aInUtc) : mInUtc(aInUtc) {}
 
 void ZTCWatchView::add(const ZTSFetched& acrFetched) {
-    for (auto& [lrKey, lrSums] : mSums) {
-        lrSums.mNewEvents = 0;
+    if (acrFetched.mTime) {
+        beginFetch(*acrFetched.mTime);
     }
     for (const ZTSSensorRecordList& lrList : acrFetched.mData) {
         for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
             Sums& lrSums =
                 sumsOf({lrList.mInitiator, kindText(lrRecord),
                         remoteText(lrRecord, lrRecord.mTarget ? std::nullopt : fieldsOf(lrRecord))});
-            lrSums.mEvents += lrRecord.mOccurrences;
-            lrSums.mNewEvents += lrRecord.mOccurrences;
+            lrSums.mFirst = lrSums.mEvents == 0 ? lrRecord.mFirst : std::min(lrSums.mFirst, lrRecord.mFirst);
             lrSums.mLast = std::max(lrSums.mLast, lrRecord.mLast);
+            lrSums.mEvents += lrRecord.mOccurrences;
+            if (mRecent.size() > 1) {
+                lrSums.mNewEvents += lrRecord.mOccurrences;
+                mRecent.back().mEvents.emplace_back(&lrSums, lrRecord.mOccurrences);
+            }
         }
-    }
-    if (acrFetched.mTime) {
-        mBegin = mBegin ? mBegin : acrFetched.mTime;
-        mBefore = mTime;
-        mTime = acrFetched.mTime;
     }
     mEvents += acrFetched.countEvents();
     mRecords += acrFetched.countRecords();
     draw();
+}
+
+// Makes room for what a fetch brings, and lets go of what came too long before it.
+void ZTCWatchView::beginFetch(ZTSFetched::Time aTime) {
+    if (mTime && aTime < *mTime) {  // the clock was set back
+        for (auto& [lrKey, lrSums] : mSums) {
+            lrSums.mNewEvents = 0;
+        }
+        mRecent.clear();
+    }
+    mTime = aTime;
+    if (mRecent.size() < 2 || aTime - mRecent.back().mBegin >= sClose) {
+        mRecent.push_back({aTime, aTime, {}});
+    }
+    mRecent.back().mEnd = aTime;
+    while (mRecent.size() > 2 && aTime - mRecent[1].mEnd >= sWindow) {
+        for (const auto& [lpSums, lEvents] : mRecent[1].mEvents) {
+            lpSums->mNewEvents -= lEvents;
+        }
+        mRecent.pop_front();
+    }
+}
+
+std::string ZTCWatchView::rateText(const Sums& acrSums) const {
+    const Duration lTime = mRecent.empty() ? Duration(0) : *mTime - mRecent.front().mEnd;
+    return lTime >= sWindow ? fmt::format("{:.1f}", static_cast<double>(acrSums.mNewEvents) /
+                                                        std::chrono::duration<double>(lTime).count())
+                            : "-";
 }
 
 ZTCWatchView::Sums& ZTCWatchView::sumsOf(Key aKey) {
@@ -59,26 +90,25 @@ void ZTCWatchView::tell(const std::string& acrText, bool /*aIsThere*/) {
 void ZTCWatchView::draw() {
     if (isTerminal()) {
         mScreen = mScreen != nullptr ? std::move(mScreen) : std::make_unique<ZTCScreen>();
-        ZTCScreen::show(toText(false));
+        ZTCScreen::show(toText(true));
     }
 }
 
 void ZTCWatchView::finish() {
     mScreen.reset();
-    put(toText(true));
+    put(toText(false));
 }
 
-std::string ZTCWatchView::toText(bool aIsWhole) const {
-    const auto lFrom = aIsWhole ? mBegin : mBefore;
-    const double lSeconds = lFrom ? std::chrono::duration<double>(*mTime - *lFrom).count() : 0;
+std::string ZTCWatchView::toText(bool aIsLive) const {
     const ZTSSensorTime lTime = mTime ? toSensorTime(*mTime) : ZTSSensorTime();
     std::string lText = mState + "\n" + countText(mEvents, "event") + " in " + countText(mRecords, "record");
     lText += mTime ? ", last fetch " + plainText(lTime, mInUtc) + "\n" : "\n";
+    std::vector<ZTSColumn> lColumns{{"kind"}, {"remote port"}, {"events", true}, {"first"}, {"last"}};
+    if (aIsLive) {
+        lColumns.insert(lColumns.begin() + 3, {"a second", true});
+    }
     const ZTSPortNames* lpInitiator = nullptr;
-    const auto lNewTable = [&] {
-        return ZTCTable({{"kind"}, {"remote port"}, {"events", true}, {"a second", true}, {"last"}});
-    };
-    ZTCTable lTable = lNewTable();
+    ZTCTable lTable(lColumns);
     const auto lFinish = [&] {
         if (lpInitiator != nullptr) {
             lText += fmt::format("\ninitiator {}, node {}\n", bold(lpInitiator->mPort.toText()),
@@ -89,12 +119,16 @@ std::string ZTCWatchView::toText(bool aIsWhole) const {
     for (const auto& [lrKey, lrSums] : mSums) {
         if (lpInitiator == nullptr || *lpInitiator != lrKey.mInitiator) {
             lFinish();
-            lTable = lNewTable();
+            lTable = ZTCTable(lColumns);
             lpInitiator = &lrKey.mInitiator;
         }
-        lTable.add({lrKey.mKind, lrKey.mRemote, std::to_string(lrSums.mEvents),
-                    sRateText(aIsWhole ? lrSums.mEvents : lrSums.mNewEvents, lSeconds),
-                    plainText(lrSums.mLast, mInUtc)});
+        ZTCTable::Row lRow{lrKey.mKind, lrKey.mRemote, std::to_string(lrSums.mEvents),
+                           plainTextBehind(lrSums.mFirst, lTime, mInUtc),
+                           plainTextBehind(lrSums.mLast, lTime, mInUtc)};
+        if (aIsLive) {
+            lRow.insert(lRow.begin() + 3, rateText(lrSums));
+        }
+        lTable.add(std::move(lRow));
     }
     lFinish();
     return lText;

@@ -1,9 +1,12 @@
-// The live view: of each initiator, kind and remote port how many events, how fast they come, when the last
-// one came.
+// The live view: of each initiator, kind and remote port how many events, how fast they come, when the first
+// and the last one came.
 #pragma once
 
+#include <deque>
 #include <map>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "Shows.h"
 #include "Terminal.h"
@@ -19,7 +22,11 @@ class ZTCWatchView : public ZTCShow {
     void draw() override;
     void finish() override;
 
+    /// The lines of it. aIsLive: with how fast events come.
+    std::string toText(bool aIsLive) const;
+
   private:
+    using Duration = ZTSFetched::Time::duration;
     static constexpr std::size_t MaxRows = 10000;
 
     struct Key {
@@ -30,13 +37,20 @@ class ZTCWatchView : public ZTCShow {
     };
     struct Sums {
         std::uint64_t mEvents = 0;
-        std::uint64_t mNewEvents = 0;  ///< in what was fetched last
+        std::uint64_t mNewEvents = 0;  ///< of what mRecent counts
+        ZTSSensorTime mFirst;
         ZTSSensorTime mLast;
+    };
+    // What fetches brought that came close together.
+    struct Brought {
+        ZTSFetched::Time mBegin;  ///< when the first came
+        ZTSFetched::Time mEnd;    ///< and the last
+        std::vector<std::pair<Sums*, std::uint64_t>> mEvents;
     };
 
     Sums& sumsOf(Key aKey);
-    // aIsWhole: rates are those of the whole time, not of what was fetched last.
-    std::string toText(bool aIsWhole) const;
+    void beginFetch(ZTSFetched::Time aTime);
+    std::string rateText(const Sums& acrSums) const;
 
     const bool mInUtc;
     std::unique_ptr<ZTCScreen> mScreen;
@@ -44,7 +58,7 @@ class ZTCWatchView : public ZTCShow {
     std::map<Key, Sums> mSums;
     std::uint64_t mEvents = 0;
     std::uint64_t mRecords = 0;
-    std::optional<ZTSFetched::Time> mBegin;   ///< when something was fetched first
-    std::optional<ZTSFetched::Time> mBefore;  ///< the time before
-    std::optional<ZTSFetched::Time> mTime;    ///< and last
+    std::optional<ZTSFetched::Time> mTime;  ///< when something was fetched last
+    /// The first tells no more than since when the others count: nobody knows how long it took to collect.
+    std::deque<Brought> mRecent;
 };

@@ -1,17 +1,23 @@
 // The sensor's work with the agent: waits for one, starts its collection, fetches in time, keeps the books.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
-#include <optional>
+#include <mutex>
 
+#include "AgentSight.h"
+#include "AgentTargets.h"
+#include "LossBook.h"
+#include "LossLines.h"
+#include "SensorClient.h"
+#include "SensorPidFile.h"
+#include "SnLog.h"
 #include "SnOptions.h"
-#include "StoreBatch.h"
 
-class ZTCBuffer;
+class ZTCSnBuffer;
 class ZTCHostLook;
 class ZTCSnFigures;
-class ZTCSnLog;
 
 /// Runs in one thread, which never waits for the store: a moment at most, so that a kill loses one answer.
 class ZTCAgentLoop {
@@ -20,9 +26,8 @@ class ZTCAgentLoop {
     /// seconds at most): it feeds the watchdog.
     using Turn = std::function<void()>;
 
-    ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCBuffer& arBuffer, const ZTCHostLook& acrHost,
+    ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, const ZTCHostLook& acrHost,
                  ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn);
-    ~ZTCAgentLoop();
     ZTCAgentLoop(const ZTCAgentLoop&) = delete;
     ZTCAgentLoop& operator=(const ZTCAgentLoop&) = delete;
 
@@ -30,7 +35,7 @@ class ZTCAgentLoop {
     /// the agent as this one starts, and what a directory that can never be used throws.
     void run();
     /// Any thread, and from a signal's handler.
-    void end();
+    void end() { mEnd.end(); }
     /// Any thread.
     void setOptions(const ZTSSnOptions& acrOptions);
     /// What the store had when it was opened: only then it can be said what was lost before. Any thread,
@@ -38,6 +43,66 @@ class ZTCAgentLoop {
     void setStart(const ZTSStoreStart& acrStart);
 
   private:
-    class Impl;
-    std::unique_ptr<Impl> mpImpl;
+    using Clock = ZTCWaitEnd::Clock;
+
+    void turn();
+    void tryTurn();
+    void claim();
+    void leaveDirectory();
+    void beHere();
+
+    bool findAgent();
+    bool isAwaited(const ZTCAgentSight& acrSight);
+    void attach(std::unique_ptr<ZTCAgentSight> apSight);
+    void detach();
+    void greet();
+    void startCollection();
+    void keepCollecting();
+    void registerTargets();
+
+    void fetch();
+    void take(const ZTSensorBytes& acrMessage);
+    void noteLostAnswers();
+    void lastFetch();
+
+    void look();
+    void deliver(ZTSBookNews aNews);
+    void waitForWork();
+    void meet(ZTCSnTrouble& arTrouble, const std::exception& acrError, std::chrono::milliseconds aPause);
+
+    ZTCSnBuffer& mrBuffer;
+    const ZTCHostLook& mrHost;
+    ZTCSnFigures& mrFigures;
+    ZTCSnLog& mrLog;
+    const Turn mTurn;
+    const std::string mDirectory;
+    ZTCWaitEnd mEnd;
+
+    std::atomic<std::chrono::milliseconds> mEvery;
+    std::atomic<std::uint32_t> mCeiling;
+
+    std::mutex mMutex;  ///< of the books; held while what they tell is handed on, so that it keeps its order
+    ZTCLossBook mBook;
+
+    // The loop's thread.
+    std::unique_ptr<ZTCSensorClient> mpClient;
+    std::unique_ptr<ZTCSensorPidFile> mpPidFile;
+    std::unique_ptr<ZTCAgentSight> mpSight;
+    const ZTSBookFigures* mpSeen = nullptr;  ///< of the sight's last look
+    bool mHasBegun = false;                  ///< the first turn is over
+    bool mIsGreeted = false;                 ///< the agent has answered the first words
+    bool mIsMuch = false;                    ///< the last answer was long: the next is asked for at once
+    unsigned int mLooksWithoutFigures = 0;
+    unsigned int mLostAnswers = 0;
+    Clock::time_point mNextFetch;
+    Clock::time_point mNextTouch;
+    Clock::time_point mNextStart;  ///< of a collection
+    Clock::time_point mNextRun;    ///< to be stored for itself
+    Clock::time_point mPausedTo;
+    ZTCAgentTargets mTargets;
+    ZTCSnTrouble mDirectoryTrouble;
+    ZTCSnTrouble mNoAgent;
+    ZTCSnTrouble mNoAnswer;
+    ZTCSnTrouble mBadAnswer;
+    ZTCLossLines mLossLines;  ///< with the mutex
 };

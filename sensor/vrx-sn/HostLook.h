@@ -6,24 +6,31 @@
 
 #include "Ports.h"
 
-class ZTCBuffer;
+class ZTCSnBuffer;
 class ZTCSnLog;
 
+/// A look each second. The buffer gets the ports when something of them has changed, and what has changed;
+/// the names when the file was read. A local port's fabric is the one that the names file gives it, else its
+/// world wide name.
+///
+/// Another thread reads the names file, since it may lie on a disk that stands still. Whichever of the two is
+/// kept holds up nobody else: it is waited for a second at the start and at the end, and then left to itself.
 class ZTCHostLook {
   public:
-    /// acrNames: the names file; empty: none. Reads both once, then looks on in its thread.
-    ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCBuffer& arBuffer,
+    /// acrNames: the names file; empty: none. Reads both once, then looks on in its thread. Throws
+    /// std::system_error if there can be no thread.
+    ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCSnBuffer& arBuffer,
                 ZTCSnLog& arLog);
     ~ZTCHostLook();
     ZTCHostLook(const ZTCHostLook&) = delete;
     ZTCHostLook& operator=(const ZTCHostLook&) = delete;
 
-    /// As they were seen last. Any thread.
+    /// As they were seen last; never null. Any thread.
     std::shared_ptr<const ZTSHostPorts> getPorts() const;
     /// Reads the names file anew, soon. Any thread.
     void reload(const std::string& acrNames);
 
   private:
-    class Impl;
-    std::unique_ptr<Impl> mpImpl;
+    class Shared;
+    std::shared_ptr<Shared> mpShared;
 };

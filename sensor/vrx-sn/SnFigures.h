@@ -6,6 +6,10 @@
 #include <cstdint>
 #include <string>
 
+#include "SensorFiles.h"
+
+struct ZTSStatisticsBlock;
+
 enum ZTESnFigure : unsigned char {
     ZTSN_Fetches,           // fetches_total
     ZTSN_LastFetch,         // last_fetch_time_ns
@@ -35,13 +39,21 @@ class ZTCSnFigures {
     ZTCSnFigures(const ZTCSnFigures&) = delete;
     ZTCSnFigures& operator=(const ZTCSnFigures&) = delete;
 
+    /// They are shown no longer, but counted on.
+    void withdraw() const;
+
     void count(ZTESnFigure aFigure, std::uint64_t aBy = 1) { at(aFigure) += aBy; }
     void set(ZTESnFigure aFigure, std::uint64_t aValue) { at(aFigure) = aValue; }
-    std::uint64_t get(ZTESnFigure aFigure) { return at(aFigure); }
+    std::uint64_t get(ZTESnFigure aFigure) const { return at(aFigure); }
+    /// Why nobody is shown them; empty: they are, or nobody asked for it.
+    const std::string& getTrouble() const { return mTrouble; }
 
   private:
-    std::atomic<std::uint64_t>& at(ZTESnFigure aFigure);
+    std::atomic<std::uint64_t>& at(ZTESnFigure aFigure) const;
+    void show();
 
-    std::string mPath;
-    void* mpBlock;
+    std::string mPath;  ///< empty: in memory alone
+    std::string mTrouble;
+    ZTCSensorDescriptor mFile;
+    ZTSStatisticsBlock* mpBlock;
 };

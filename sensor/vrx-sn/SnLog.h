@@ -2,12 +2,15 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <string>
 
 /// As syslog numbers them.
 enum ZTESnLevel : unsigned char { ZTSL_Error = 3, ZTSL_Warning = 4, ZTSL_Notice = 5, ZTSL_Info = 6 };
 
-/// Any thread. It never waits: a line that cannot be written at once is dropped, and counted.
+/// Any thread. It never waits: a line that cannot be written at once is dropped, and counted. What of a line
+/// is not printable is made so.
 class ZTCSnLog {
   public:
     ZTCSnLog();
@@ -17,5 +20,36 @@ class ZTCSnLog {
     std::uint64_t getLost() const { return mLost; }
 
   private:
+    const bool mIsJournal;
     std::atomic<std::uint64_t> mLost{0};
+};
+
+/// A trouble that lasts: a line when it begins, one each half minute with how often it was met, and one when
+/// it is over. One thread at a time.
+class ZTCSnTrouble {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    /// apWhat: the subject of its lines, which docs/sensor.md has a row for: "the history is not written".
+    ZTCSnTrouble(ZTCSnLog& arLog, const char* apWhat, ZTESnLevel aLevel = ZTSL_Warning)
+        : mrLog(arLog), mpWhat(apWhat), mLevel(aLevel) {}
+
+    void met(const std::string& acrWhy, Clock::time_point aNow = Clock::now());
+    /// The same, but it is not met once more: it goes on.
+    void lasts(const std::string& acrWhy, Clock::time_point aNow = Clock::now());
+    /// Does nothing when there was none.
+    void over(Clock::time_point aNow = Clock::now());
+    bool isThere() const { return mIsThere; }
+
+  private:
+    static constexpr std::chrono::seconds Again{30};
+    unsigned long long secondsUntil(Clock::time_point aNow) const;
+
+    ZTCSnLog& mrLog;
+    const char* const mpWhat;
+    const ZTESnLevel mLevel;
+    Clock::time_point mSince;
+    Clock::time_point mTold;
+    bool mIsThere = false;
+    unsigned long long mTimes = 0;
 };

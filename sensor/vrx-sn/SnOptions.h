@@ -3,7 +3,9 @@
 
 #include <chrono>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 struct ZTSSnOptions {
     std::string mDirectory;  ///< the agent's runtime directory
@@ -13,9 +15,29 @@ struct ZTSSnOptions {
     std::chrono::milliseconds mFold{10000};
     unsigned int mKeepDays = 90;
     std::uint64_t mKeepBytes = std::uint64_t{8} << 30;
-    std::string mNames;
+    std::string mNames;  ///< empty: there are none
     std::string mHostName;
     std::string mOnIncident;
-    std::string mConfig;
+    std::string mConfig;  ///< empty: there is none
     std::string mRoot = "/";
 };
+
+/// They cannot be used, in one line.
+class ZTCSnUsage : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+/// The help or the version was asked for: what is to be shown.
+class ZTCSnShown : public std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+/// What stands on the command line, else in the environment, else in the configuration. acrWords: behind the
+/// program's name. Throws ZTCSnUsage, ZTCSnShown.
+ZTSSnOptions readSnOptions(const std::vector<std::string>& acrWords);
+/// The same with that text as the configuration, whatever lies where. Throws ZTCSnUsage, ZTCSnShown.
+ZTSSnOptions parseSnOptions(const std::vector<std::string>& acrWords, const std::string& acrConfig);
+
+/// Which options that need a new start are others now: "--store, --dir". Empty: none.
+std::string listFixedChanges(const ZTSSnOptions& acrBefore, const ZTSSnOptions& acrNow);
+/// Makes those what they were.
+void keepFixed(const ZTSSnOptions& acrBefore, ZTSSnOptions& arNow);

@@ -4,12 +4,11 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "StoreWriter.h"
 
-class ZTCBuffer;
+class ZTCSnBuffer;
 class ZTCSnFigures;
 class ZTCSnLog;
 
@@ -17,11 +16,14 @@ class ZTCSnLog;
 /// Only these two ever wait for the disk.
 class ZTCStoreThread {
   public:
-    /// aOpened is called once, in the store's thread, with what the store had.
+    /// Both are called in the store's thread, and one of them once: with what the store had when it was
+    /// opened, or because it can never be used.
     using Opened = std::function<void(const ZTSStoreStart&)>;
+    using Failed = std::function<void()>;
 
-    ZTCStoreThread(ZTSStoreOptions aOptions, ZTCBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
-                   Opened aOpened);
+    ZTCStoreThread(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
+                   Opened aOpened, Failed aFailed = nullptr);
+    /// Waits for both threads: they end in order, or the process is left by another way.
     ~ZTCStoreThread();
     ZTCStoreThread(const ZTCStoreThread&) = delete;
     ZTCStoreThread& operator=(const ZTCStoreThread&) = delete;
@@ -34,6 +36,8 @@ class ZTCStoreThread {
     bool finish(std::chrono::milliseconds aTime);
     /// Why nothing is written just now, in words; empty: nothing stands.
     std::string getTrouble() const;
+    /// Tells of it, when it lasts. To be called again and again by a thread that never waits for the disk.
+    void tellTrouble();
 
   private:
     class Impl;

@@ -1,7 +1,87 @@
 // vrx-sn: the sensor that runs all the time.
-#include <cstdio>
+#include <fcntl.h>
+#include <malloc.h>
+#include <pthread.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
-int main() {
-    fputs("vrx-sn: not yet\n", stderr);
-    return 1;
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "Sensor.h"
+
+namespace {
+
+constexpr int sFailed = 1;
+constexpr int sWrongUsage = 2;
+
+constexpr std::size_t sStackSize = std::size_t{512} << 10;
+constexpr std::size_t sRoom = std::size_t{160} << 20;  // for the buffer, a batch, and the store's pages
+
+// What stands on a disk that stands still is not to be needed: all that is touched stays in memory. Where it
+// is limited, what is only set aside counts too, so there are small stacks and no heaps a thread.
+void sLockMemory(ZTCSnLog& arLog) {
+    bool lIsLocked = mlockall(MCL_CURRENT | MCL_FUTURE | MCL_ONFAULT) == 0;
+    int lErrno = errno;
+    if (lIsLocked) {
+        void* const lpRoom =
+            mmap(nullptr, sRoom, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        lErrno = errno;
+        lIsLocked = lpRoom != MAP_FAILED;
+        lIsLocked ? munmap(lpRoom, sRoom) : munlockall();
+    }
+    if (!lIsLocked) {
+        arLog.note(ZTSL_Warning, "the memory is not locked (LimitMEMLOCK): %s", strerror(lErrno));
+    }
+}
+
+void sKeepSmall() {
+    mallopt(M_ARENA_MAX, 1);
+    pthread_attr_t lAttributes;
+    pthread_attr_init(&lAttributes);
+    pthread_attr_setstacksize(&lAttributes, sStackSize);
+    pthread_setattr_default_np(&lAttributes);
+    pthread_attr_destroy(&lAttributes);
+}
+
+int sRun(const std::vector<std::string>& acrWords, ZTCSnLog& arLog) {
+    try {
+        const ZTSSnOptions lOptions = readSnOptions(acrWords);
+        sKeepSmall();
+        sLockMemory(arLog);
+        ZTCSensor lSensor(lOptions, acrWords, arLog);
+        return lSensor.run();
+    } catch (const ZTCSnShown& lrShown) {
+        return fputs(lrShown.what(), stdout) >= 0 && fflush(stdout) == 0 ? 0 : sFailed;
+    } catch (const ZTCSnUsage& lrError) {
+        arLog.note(ZTSL_Error, "%s", lrError.what());
+        return sWrongUsage;
+    } catch (const std::exception& lrError) {
+        arLog.note(ZTSL_Error, "%s", lrError.what());
+        return sFailed;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // What is opened must not get the number of a standard stream that somebody has closed.
+    for (const int lStream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(lStream, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
+            return sFailed;
+        }
+    }
+    signal(SIGPIPE, SIG_IGN);
+    signal(SIGXFSZ, SIG_IGN);
+    umask(027);  // the group reads the history
+    ZTCSnLog lLog;
+    try {
+        return sRun({argv + (argc > 0 ? 1 : 0), argv + argc}, lLog);
+    } catch (const std::bad_alloc&) {
+        lLog.note(ZTSL_Error, "no memory");
+        return sFailed;
+    }
 }

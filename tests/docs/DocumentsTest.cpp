@@ -114,6 +114,28 @@ TEST(Documents, EveryLineOfTheLibraryForTheKernelIsExplained) {
     EXPECT_EQ(lPage, lCode);
 }
 
+TEST(Documents, EveryLineOfTheSensorIsExplained) {
+    const std::string lLiterals = "((?:\"(?:[^\"\\\\]|\\\\.)*\"\\s*)+)";
+    std::set<std::string> lPage;
+    for (const char* const lpColumns : {"message | what it means", "trouble | what it means"}) {
+        for (const Texts& lrCells : rowsOf("docs/sensor.md", lpColumns)) {
+            lPage.insert(matchesIn(lrCells.at(0), "^`(.*)`$").at(0)[0]);
+        }
+    }
+    std::set<std::string> lCode;
+    for (const auto& lrFile : std::filesystem::directory_iterator(ZT_SOURCE_DIR "/sensor/vrx-sn")) {
+        const std::string lSource = readFile(lrFile.path());
+        // A call of the log's, and a trouble that is made.
+        for (const std::string& lrCall :
+             {std::string("\\.note\\([^;]*?,\\s*"), std::string("\\w\\(a?r?Log,\\s*")}) {
+            for (const Texts& lrText : matchesIn(lSource, lrCall + lLiterals)) {
+                lCode.insert(joined(lrText[0]));
+            }
+        }
+    }
+    EXPECT_EQ(lPage, lCode);
+}
+
 // The messages of one side of the page's conversation.
 Texts messagesBehind(const char* apMark) {
     std::string lBytes;
@@ -202,8 +224,9 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
         Texts mContexts;  // the words behind which they are offered
     } lRows[] = {
         {"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
+        {"vrx-sn.8", {ZT_VRX_SN, "--help"}, {""}},
         {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
-        {"vrx-scope.1", {ZT_VRX_SCOPE, "--help-all"}, {"", "start", "watch", "record", "replay", "stats"}}};
+        {"vrx-scope.1", {ZT_VRX_SCOPE, "--help-all"}, {"", "start", "watch", "record", "replay", "stats", "history", "ports"}}};
     for (const auto& lrRow : lRows) {
         SCOPED_TRACE(lrRow.mPage);
         const std::string lProgram = lrRow.mPage.substr(0, lrRow.mPage.size() - 2);

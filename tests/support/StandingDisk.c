@@ -1,6 +1,6 @@
 // Loaded before a program's own libraries (LD_PRELOAD), makes the paths that ZT_TEST_DISK is a part of lie on
 // a disk, and no file system be one in memory. While the file that ZT_TEST_STANDS names is there, whoever
-// makes, writes or removes a file of it waits; while that of ZT_TEST_FULL is, the disk has no room for a file
+// makes, writes, syncs or removes a file of it waits; while that of ZT_TEST_FULL is, the disk has no room for a file
 // that is made.
 #define _GNU_SOURCE
 #include <errno.h>
@@ -83,4 +83,18 @@ ssize_t write(int aFile, const void* apBytes, size_t aSize) {
 ssize_t pwrite(int aFile, const void* apBytes, size_t aSize, off_t aAt) {
     sWaitFor(aFile);
     return syscall(SYS_pwrite64, aFile, apBytes, aSize, aAt);
+}
+
+ssize_t pwrite64(int aFile, const void* apBytes, size_t aSize, off64_t aAt) {
+    return pwrite(aFile, apBytes, aSize, aAt);
+}
+
+int fsync(int aFile) {
+    sWaitFor(aFile);
+    return (int)syscall(SYS_fsync, aFile);
+}
+
+int fdatasync(int aFile) {
+    sWaitFor(aFile);
+    return (int)syscall(SYS_fdatasync, aFile);
 }

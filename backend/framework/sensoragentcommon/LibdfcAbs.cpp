@@ -254,10 +254,10 @@ void ZTCLibdfcAbs::shutCallbacks() {
     LibdfcGate().shut();
 }
 
-void ZTCLibdfcAbs::waitForCallbacks() {
+bool ZTCLibdfcAbs::waitForCallbacks() {
     LibdfcGate().shut();
     if (sHaveStayed.load()) {
-        return;  // waited for in vain before
+        return false;  // waited for in vain before
     }
     if (const unsigned int lInside = LibdfcGate().waitUntilEmpty(ZTPeriod(ZTP_CallbacksLeave));
         lInside != 0) {
@@ -265,4 +265,5 @@ void ZTCLibdfcAbs::waitForCallbacks() {
         Log(ZTLL_Warning, sFile, "%u callbacks of the vendor library do not return: going on without them",
             lInside);
     }
+    return !sHaveStayed.load();
 }

@@ -71,8 +71,8 @@ class ZTCScopeAgentCollection {
     bool fold(const ZTSScopeEventBlock& acrBlock, const unsigned char* apPayload, std::uint64_t aTime,
               ZTCLogMask aMask) ZT_REQUIRES(mLock);
     void filePrevRecord(ZTCLogMask aMask) ZT_REQUIRES(mLock);
-    /// Swaps the lists, all records whole; returns the events that they have.
-    std::uint64_t startWith(ZTCScopeAgentRecordLists& arLists) ZT_REQUIRES(mLock);
+    /// Swaps the lists, all records whole.
+    void startWith(ZTCScopeAgentRecordLists& arLists) ZT_REQUIRES(mLock);
     const ZTCScopeAgentTarget* findTarget(const ZTSScopeEventFacts& acrFacts,
                                           const unsigned char* apPayload) const ZT_REQUIRES(mLock);
     void addToSize(unsigned int aSize) ZT_REQUIRES(mLock);

@@ -86,6 +86,7 @@ class ZTCScopeAgentSystem : public ZTCSystem {
     void showStatistics();
     /// Each second, by the statistics' thread.
     void refreshStatistics();
+    void finishStatistics();
     void initConditionals();
     void initCommandIpc();
     void initOutputIpc();

@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "SensorFiles.h"
+
 struct ZTSAgentStatus {
     using Time = std::chrono::system_clock::time_point;
 
@@ -23,6 +25,10 @@ struct ZTSAgentStatus {
 /// Whether an agent serves the directory: a process holds the lock of its pid file. Throws
 /// ZTCNoPermissionError, ZTCUnsafeFileError, ZTCSensorError.
 bool isAgentRunning(const std::string& acrDirectory);
+/// Its pid file, not open if nobody holds the lock; throws as isAgentRunning does. And whether somebody still
+/// holds it.
+ZTCSensorDescriptor openAgentLock(const std::string& acrDirectory);
+bool isAgentLock(int aDescriptor);
 
 /// Throws ZTCNoAgentError (no such directory), ZTCNoPermissionError, ZTCUnsafeFileError, ZTCSensorError.
 ZTSAgentStatus readAgentStatus(const std::string& acrDirectory);

@@ -14,6 +14,10 @@ class ZTCDirectoryClaim {
     /// opening the directory throws.
     ZTCDirectoryClaim(const std::string& acrDirectory, std::chrono::milliseconds aWait);
 
+    /// Whether the directory is still the one that its path leads to.
+    bool isInItsPlace() const;
+
   private:
+    std::string mPath;
     ZTCSensorDescriptor mDirectory;
 };

@@ -35,6 +35,16 @@ class ZTCSensorClient {
     ZTSensorBytes fetch();
     /// Whether such an answer has not come yet. It is lost with this client.
     bool isFetchOpen() const { return mOpenFetch.has_value(); }
+    /// How many answers to fetches are lost already: they were asked for, and will not come. What they had
+    /// the agent counts as fetched.
+    unsigned int getLostAnswers() const { return mLostAnswers; }
+
+    /// Lets the pipes go: the next call opens those of the agent that serves them then.
+    void close();
+    /// From the next call on.
+    void setTimeout(std::chrono::milliseconds aTimeout) { mOptions.mTimeout = aTimeout; }
+    /// False: the directory has been replaced by another one, on which this client has no claim.
+    bool hasDirectory() const { return mClaim.isInItsPlace(); }
 
   private:
     using Clock = ZTCSensorPipes::Clock;
@@ -45,10 +55,11 @@ class ZTCSensorClient {
     void finishFetch(Clock::time_point aDeadline);
     void order(const ZTSensorBytes& acrCommand);
 
-    const ZTSSensorOptions mOptions;
+    ZTSSensorOptions mOptions;
     const ZTCDirectoryClaim mClaim;
     std::unique_ptr<ZTCSensorPipes> mPipes;
     std::uint32_t mTag;                       ///< of the next command
     std::optional<std::uint32_t> mOpenFetch;  ///< the tag of a fetch whose answer has not come in time
-    ZTSensorBytes mLateFetch;                 ///< its answer, when it came before something else's
+    unsigned int mLostAnswers = 0;
+    ZTSensorBytes mLateFetch;  ///< its answer, when it came before something else's
 };

@@ -43,3 +43,25 @@ std::vector<ZTSEventKindName> listEventKinds();
 /// out.
 std::optional<ZTEventGroup> decodeEventBlock(std::uint8_t aCategory, std::uint8_t aSubcategory,
                                              std::span<const std::uint8_t> aBlock);
+
+/// How blocks that say the same become one: what they must have in common, and behind that what is united, or
+/// joined.
+struct ZTSEventLayout {
+    std::uint32_t mSame = 0;  ///< bytes from the begin
+    std::uint8_t mSets = 0;   ///< so many sets
+    std::uint8_t mAdded = 0;  ///< or a list to the block's end, whose members have so many bytes; 0: none
+
+    bool operator==(const ZTSEventLayout&) const = default;
+};
+/// Of a kind that is not known, and of a block of another form, all bytes are to be the same.
+ZTSEventLayout layoutOf(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                        std::span<const std::uint8_t> aBlock);
+/// What a set takes of a block: the word of its size, and a bit for each value.
+inline constexpr std::size_t ZTEventSetBytes = 4 + ZTEventSetSize / 8;
+
+/// The port beyond the fabric that a block names. Nothing if it names none.
+std::optional<ZTSWwn> findRemotePort(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                                     std::span<const std::uint8_t> aBlock);
+/// The address of the one port that an RSCN is about. Nothing if it is about more, or no RSCN.
+std::optional<std::uint32_t> findPortId(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                                        std::span<const std::uint8_t> aBlock);

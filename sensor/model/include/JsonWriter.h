@@ -5,8 +5,7 @@
 #include <string>
 #include <string_view>
 
-/// Adds to a text. Texts in it must be printable ASCII without quotation marks and backslashes: nothing is
-/// escaped. One thread.
+/// Adds to a text, in ASCII. One thread.
 class ZTCJsonWriter {
   public:
     /// aIndent: so many blanks a level, over several lines; 0: all on one line.
@@ -18,11 +17,16 @@ class ZTCJsonWriter {
     void beginList() { begin('['); }
     void endList() { end(']'); }
     void key(std::string_view aName);  ///< its value comes next
+    /// It must be printable ASCII without quotation marks and backslashes.
     void text(std::string_view aText);
+    /// Any text. What is not of UTF-8 in it becomes U+FFFD, a byte each.
+    void escapedText(std::string_view aText);
     void number(std::uint64_t aNumber);
+    void boolean(bool aValue);
     void null();
     /// A text, or null if it is empty.
     void textOrNull(std::string_view aText) { aText.empty() ? null() : text(aText); }
+    void escapedTextOrNull(std::string_view aText) { aText.empty() ? null() : escapedText(aText); }
 
   private:
     void begin(char aBracket);

@@ -39,9 +39,10 @@ struct ZTSHostPorts {
 
     /// Empty if it is not known.
     std::string_view fabricOf(const ZTSWwn& acrInitiator) const;
-    /// The remote port with this address in a fabric. Null: none, or two claim it.
+    /// The remote port with this address in a fabric. Null: none, two claim it, or the fabric is not known.
     const ZTSRemotePort* findAt(std::string_view aFabric, std::uint32_t aAddress) const;
-    /// The remote ports with a role of a target whose address no other port, of whatever fabric, has too.
+    /// The remote ports with a role of a target whose address no other port, of whatever fabric, has too;
+    /// each once, though several ports of the host see it.
     std::vector<const ZTSRemotePort*> listUniqueTargets() const;
 
     bool operator==(const ZTSHostPorts&) const = default;

@@ -38,13 +38,13 @@ struct ZTSStoreBatch {
     std::uint64_t mClosedTo = 0;  ///< rows up to this id never change again; 0: as before
     std::vector<ZTSLoss> mLosses;
     std::vector<ZTSChange> mChanges;
-    std::optional<ZTSAgentRun> mAgent;
+    std::vector<ZTSAgentRun> mAgents;    ///< runs that have changed, the oldest first
     std::optional<ZTSHostPorts> mPorts;  ///< all that there are
     std::optional<ZTPortLabels> mLabels;
 
     bool isEmpty() const {
-        return mRows.empty() && mClosedTo == 0 && mLosses.empty() && mChanges.empty() && !mAgent && !mPorts &&
-               !mLabels;
+        return mRows.empty() && mClosedTo == 0 && mLosses.empty() && mChanges.empty() && mAgents.empty() &&
+               !mPorts && !mLabels;
     }
 };
 

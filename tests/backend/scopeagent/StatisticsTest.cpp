@@ -52,7 +52,8 @@ TEST(Statistics, AreExactBehindAKnownScenario) {
         EXPECT_EQ(lFile.st_mode, S_IFREG | 0640U);
         lStand.start();
         lStand.mSim.play("plogi times=5\nlogo\nrscn pages=0x00010a00,0x01030000,0x01030000\nlink board=1");
-        Figures lFigures{{"commands_total", 1},
+        Figures lFigures{{"collecting", 1},
+                         {"commands_total", 1},
                          {"events_total{kind=\"plogi\"}", 5},
                          {"events_total{kind=\"logo\"}", 1},
                          {"events_total{kind=\"rscn\"}", 3},
@@ -76,11 +77,23 @@ TEST(Statistics, AreExactBehindAKnownScenario) {
         lExpect(lFigures);
         const auto lFetched = figureIn(lrDirectory, "last_fetch_time_ns") / 1'000'000'000;
         EXPECT_LE(static_cast<std::uint64_t>(time(nullptr)) - lFetched, 120U);
+        lStand.stop();
+        lFigures.erase("collecting");
+        lFigures["commands_total"] = 3;
+        lExpect(lFigures);
+        lStand.start();
         lStand.mSim.play("temperature");
         EXPECT_FALSE(lOpen.hasGone());
+        EXPECT_EQ(lOpen.read().get("ended_time_ns"), 0U);
         lStand.mAgent.stop();
         EXPECT_TRUE(lOpen.hasGone());
-        EXPECT_EQ(lOpen.read().get("events_total{kind=\"temperature\"}"), 1U);
+        // The last ones are what the sensor reckons with: what was held is held to the end.
+        const ZTSStatistics lLast = lOpen.read();
+        EXPECT_GE(lLast.get("ended_time_ns"), lFetched * 1'000'000'000);
+        EXPECT_EQ(lLast.get("events_total{kind=\"temperature\"}"), 1U);
+        EXPECT_EQ(lLast.get("held_events"), 1U);
+        EXPECT_EQ(lLast.get("recorded_events_total"), 11U);
+        EXPECT_EQ(lLast.get("fetched_events_total"), 10U);
     }
 }
 

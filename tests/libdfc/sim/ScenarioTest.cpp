@@ -12,6 +12,14 @@ ZTSTestEnd runSim(const std::vector<std::string>& acrArguments) {
     return runChild(lCommand, std::vector<std::string>{"ZT_LIBDFC_SIM_CONTROL"});
 }
 
+std::vector<std::string> shippedScenarios() {
+    std::vector<std::string> lFiles;
+    for (const auto& lrFile : std::filesystem::directory_iterator(ZT_SOURCE_DIR "/libdfc/sim/scenarios")) {
+        lFiles.push_back(lrFile.path());
+    }
+    return lFiles;
+}
+
 }  // namespace
 
 TEST(Scenario, LinesAreRead) {
@@ -99,12 +107,27 @@ TEST(VrxSim, TheLanguageIsShownWithExamplesThatAreValid) {
     }
 }
 
-TEST(VrxSim, FilesAreCheckedAndWrongUsageRefused) {
-    std::vector<std::string> lShipped{"check"};
-    for (const auto& lrFile : std::filesystem::directory_iterator(ZT_SOURCE_DIR "/libdfc/sim/scenarios")) {
-        lShipped.push_back(lrFile.path());
+// As in real fabrics: an adapter port is in one fabric, and a port beyond it in the same one.
+TEST(Scenario, APortOfThoseThatAreShippedIsSeenByOneAdapter) {
+    for (const std::string& lrFile : shippedScenarios()) {
+        std::map<uint64_t, uint64_t> lBoards;
+        for (const ZTSSimStatement& lrStatement : readScenarioFile(lrFile)) {
+            for (const char* const lpKey : {"from", "port"}) {
+                if (lrStatement.mpKind == nullptr || !lrStatement.has(lpKey)) {
+                    continue;
+                }
+                const uint64_t lBoard = lrStatement.getNumber("board");
+                const uint64_t lFirst = lBoards.emplace(lrStatement.getNumber(lpKey), lBoard).first->second;
+                EXPECT_TRUE(lFirst == lBoard && lrStatement.getNumber("boards", 1) == 1) << lrFile;
+            }
+        }
     }
+}
+
+TEST(VrxSim, FilesAreCheckedAndWrongUsageRefused) {
+    std::vector<std::string> lShipped = shippedScenarios();
     EXPECT_GT(lShipped.size(), 1U);
+    lShipped.insert(lShipped.begin(), "check");
     const ZTSTestEnd lGood = runSim(lShipped);
     EXPECT_EQ(lGood.mStatus, 0) << lGood.mErr;
     EXPECT_TRUE(contains(lGood.mOut, "/link-flap.scenario: ok, ")) << lGood.mOut;

@@ -139,4 +139,43 @@ TEST(AgentStatistics, WaitsForTheWakeAndNotForEver) {
     EXPECT_THROW(lAgent.waitForWake(8, std::chrono::minutes(5)), ZTCSensorError);
 }
 
+// Whenever it comes, before the wait or in it: a wait for minutes is over at once.
+TEST(AgentStatistics, AnEndOfTheWaitIsNeverMissed) {
+    const ZTCTestDirectory lDirectory;
+    const ZTCDescriptor lLock = lockOf(lDirectory);
+    writeFile(lDirectory / "vrx-sca.stats", ZTTestStatisticsOf(sRows));
+    const ZTCAgentStatistics lAgent(lDirectory.getPath());
+    static ZTCWaitEnd* spEnd = nullptr;
+    const auto lHandler = signal(SIGUSR1, [](int) { spEnd->end(); });
+    for (unsigned int lRound = 0; lRound < ZTTestRounds(500U, 20000U); ++lRound) {
+        ZTCWaitEnd lEnd;
+        spEnd = &lEnd;
+        std::atomic<bool> lIsThere{false};
+        std::thread lWaiter([&] {
+            lIsThere = true;
+            while (!lEnd.hasEnded()) {  // a signal ends a wait by itself
+                lRound % 2 == 0 ? lAgent.waitForWake(7, std::chrono::minutes(5), &lEnd)
+                                : lEnd.waitUntil(ZTCWaitEnd::Clock::now() + std::chrono::minutes(5));
+            }
+        });
+        while (!lIsThere) {
+        }
+        lRound % 4 < 2 ? void(pthread_kill(lWaiter.native_handle(), SIGUSR1)) : lEnd.end();
+        lWaiter.join();
+    }
+    signal(SIGUSR1, lHandler);
+}
+
+// Figures that an agent has left are read where somebody asks for them.
+TEST(AgentStatistics, WhatAKilledAgentLeftIsThereToBeRead) {
+    const ZTCTestDirectory lDirectory;
+    writeFile(lDirectory / "vrx-sca.stats", ZTTestStatisticsOf(sRows, 1));
+    EXPECT_THROW(ZTCAgentStatistics{lDirectory.getPath()}, ZTCNoAgentError);
+    const ZTCAgentStatistics lLeft(lDirectory.getPath(), "/vrx-sca.stats", ZTEStatisticsOf::Any);
+    EXPECT_TRUE(lLeft.hasGone());
+    EXPECT_EQ(lLeft.read().get("held_bytes"), 12U);
+    EXPECT_EQ(lLeft.read(1).mRows.size(), 1U);
+    EXPECT_EQ(lLeft.readWake(), 7U);
+}
+
 }  // namespace

@@ -1,7 +1,7 @@
 // What is too old or too much goes, and nothing else does.
 #include <gtest/gtest.h>
 
-#include "Retention.h"
+#include "../../../sensor/store/Retention.h"
 #include "StoreBatches.h"
 #include "StoreFile.h"
 #include "StoreWriter.h"

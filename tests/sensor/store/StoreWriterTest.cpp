@@ -33,15 +33,15 @@ ZTSStoreBatch sFullBatch(ZTCTestBatches& arBatches, unsigned int aRound) {
     ZTSStoreBatch lBatch = arBatches.make(20);
     lBatch.mLosses = {{1, 2, "agent", "limit", 5, {}}, {3, 4, "agent", "killed", {}, 9}};
     lBatch.mChanges = {{7, "port", "p", "changed", "state", "Online", "Linkdown"}};
-    lBatch.mAgent = {.mStart = 10,
-                     .mProcess = 20,
-                     .mCame = 11,
-                     .mSeen = 12 + aRound,
-                     .mWent = 0,
-                     .mEnd = "",
-                     .mTaken = arBatches.mEvents,
-                     .mTold = {{"agent/lost", aRound}, {"library/lost", 3}},
-                     .mFigures = {{"agent/lost", 2 * aRound}, {"held", 7}}};
+    lBatch.mAgents = {ZTSAgentRun{.mStart = 10,
+                                  .mProcess = 20,
+                                  .mCame = 11,
+                                  .mSeen = 12 + aRound,
+                                  .mWent = 0,
+                                  .mEnd = "",
+                                  .mTaken = arBatches.mEvents,
+                                  .mTold = {{"agent/lost", aRound}, {"library/lost", 3}},
+                                  .mFigures = {{"agent/lost", 2 * aRound}, {"held", 7}}}};
     lBatch.mPorts.emplace();
     lBatch.mPorts->mLocal = {
         {{ZTTestPort(1), ZTTestPort(2)}, "host3", "Online", "16 Gbit", "NPort", 0x10203, "A"}};
@@ -159,7 +159,7 @@ TEST_F(StoreWriter, TheAgentIsAsItWasWritten) {
         lWriter.write(sFullBatch(lBatches, 1));
         lWriter.write(sFullBatch(lBatches, 2));
     }
-    const ZTSAgentRun lWritten = *sFullBatch(lBatches, 2).mAgent;
+    const ZTSAgentRun lWritten = sFullBatch(lBatches, 2).mAgents.at(0);
     const ZTSAgentRun lRead = *ZTCStoreWriter(getOptions()).getStart().mAgent;
     EXPECT_EQ(lRead.mFigures, lWritten.mFigures);
     EXPECT_EQ(lRead.mTold, lWritten.mTold);

@@ -25,19 +25,26 @@ TEST(ScopeStatistics, ShowsWhatTheAgentCounts) {
         writeFile(lDirectory / ZTTestStatistics, ZTTestStatisticsOf(lRows));
         return askScope(lrDirectory, {"status"});
     };
-    EXPECT_TRUE(contains(lWrite({{"lost_total{reason=\"limit\"}", 3}}, lNow - 75'000'000'000),
-                         "\ndata       holds 12 of 256 KiB, 3 events lost at the limit\n"
-                         "library    inside the vendor library's ztapi_reg_event for 7"));
+    EXPECT_TRUE(contains(
+        lWrite({{"lost_total{reason=\"limit\"}", 3}}, lNow - 75'000'000'000),
+        "\ndata       0 events, 12 of 256 KiB\n"
+        "losses     3 events lost by the agent: it held as much as it may, and nobody fetched in time\n"
+        "library    inside the vendor library's ztapi_reg_event for 7"));
     const Json lJson = Json::parse(askScope(lrDirectory, {"status", "--json"}));
     EXPECT_EQ(lJson["pid"], getpid());
     const Json& lrStatus = lJson["statistics"];
     EXPECT_EQ(lrStatus["lost"], Json({{"limit", 3}}));
+    EXPECT_EQ(lJson["losses"][0]["reason"], "limit");
     EXPECT_EQ(lrStatus["library_call"]["function"], "ztapi_reg_event");
     const std::string lYoung =
         lWrite({{"lost_total{reason=\"too_short\"}", 1}, {"lost_total{reason=\"no_memory\"}", 2}}, lNow);
-    EXPECT_TRUE(contains(lYoung, "256 KiB, 1 event lost too short, 2 for want of memory\n")) << lYoung;
-    EXPECT_FALSE(contains(lYoung, "library")) << lYoung;
-    EXPECT_TRUE(contains(lWrite({{"lost_total{reason=\"limit\"}", 0}}, 0), "256 KiB, no event lost\n"));
+    EXPECT_TRUE(contains(
+        lYoung,
+        "\nlosses     1 event lost by the agent: the vendor's library gave less data than their kind has\n"
+        "           2 events lost by the agent: the host had no memory left\n"))
+        << lYoung;
+    EXPECT_FALSE(contains(lYoung, "\nlibrary ")) << lYoung;
+    EXPECT_TRUE(contains(lWrite({{"lost_total{reason=\"limit\"}", 0}}, 0), "\nlosses     none\n"));
     EXPECT_EQ(askScope(lrDirectory, {"stats"}),
               "  name                                                value\n"
               "  held_bytes                                          11265\n"
@@ -51,7 +58,8 @@ TEST(ScopeStatistics, ShowsWhatTheAgentCounts) {
     EXPECT_EQ(lFigures["pid"], getpid());
     EXPECT_EQ(lFigures["library"], nullptr);
     std::filesystem::remove(lDirectory / ZTTestStatistics);
-    EXPECT_TRUE(contains(askScope(lrDirectory, {"status"}), "data       unknown\n"));
+    EXPECT_TRUE(contains(askScope(lrDirectory, {"status"}),
+                         "collecting unknown\ndata       unknown\nlosses     unknown\n"));
 }
 
 // With rows that come while it is looked at. Of a library that another process had, nothing is shown.

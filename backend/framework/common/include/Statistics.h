@@ -15,25 +15,27 @@
 /// The places of the rows. Their names are made in one table, ScopeAgentStatistics.cpp.
 enum ZTEStatistic : unsigned int {
     ZTS_Events,                            ///< one a kind of event, in their order; under the lock
-    ZTS_RecordedEvents = ZTS_Events + 20,  ///< under the lock, as all to HeldBytes but the lost ones
+    ZTS_RecordedEvents = ZTS_Events + 20,  ///< under the lock, as all to HeldBytes that say nothing else
     ZTS_Records,                           ///< begun
     ZTS_Folded,                            ///< events that an older record took in
     ZTS_Lost,                              ///< one a reason (ZTEScopeAgentLoss); any thread
     ZTS_Fetches = ZTS_Lost + 6,
-    ZTS_FetchedEvents,
-    ZTS_Commands,       ///< the command thread's
+    ZTS_FetchedEvents,  ///< the command thread's, as the next one
+    ZTS_Commands,
     ZTS_LastFetchTime,  ///< nanoseconds since 1970
     ZTS_HeldEvents,
     ZTS_HeldRecords,
     ZTS_HeldBytes,
-    ZTS_HeldBytesLimit,   ///< set once, at the start
-    ZTS_LimitReached,     ///< under the lock
-    ZTS_LogRecords,       ///< records that the log's writer has taken: whoever takes them
-    ZTS_LogLostFull,      ///< any thread
-    ZTS_LogLostError,     ///< whoever writes the file
-    ZTS_CallbacksInside,  ///< set by the thread of the statistics, each second
-    ZTS_LibraryCalls,     ///< one a function (ZTELibdfcFunction); whoever calls it
-    ZTS_Count = ZTS_LibraryCalls + 10
+    ZTS_HeldBytesLimit,                      ///< set once, at the start
+    ZTS_LimitReached,                        ///< under the lock
+    ZTS_LogRecords,                          ///< records that the log's writer has taken: whoever takes them
+    ZTS_LogLostFull,                         ///< any thread
+    ZTS_LogLostError,                        ///< whoever writes the file
+    ZTS_CallbacksInside,                     ///< set by the thread of the statistics, each second
+    ZTS_LibraryCalls,                        ///< one a function (ZTELibdfcFunction); whoever calls it
+    ZTS_Collecting = ZTS_LibraryCalls + 10,  ///< the command thread's
+    ZTS_EndedTime,                           ///< the main thread's, at the very end
+    ZTS_Count
 };
 
 /// A place in a group of rows.

@@ -58,8 +58,8 @@ class ZTCLibdfcAbs {
 
     /// From now on nobody is let in.
     static void shutCallbacks();
-    /// The same, and waits for those inside, at most 1 second.
-    static void waitForCallbacks();
+    /// The same, and waits for those inside, at most 1 second. False: some have stayed.
+    static bool waitForCallbacks();
 
   private:
     [[noreturn]] void refuse(const char* apReason);

@@ -27,7 +27,7 @@ enum ZTELibdfcFunction : unsigned char {
 #undef ZT_FUNCTION
         ZTELF_Count
 };
-static_assert(ZTRowOf(ZTS_LibraryCalls, ZTELF_Count) == ZTS_Count, "a row a function");
+static_assert(ZTRowOf(ZTS_LibraryCalls, ZTELF_Count) == ZTS_Collecting, "a row a function");
 
 #define ZT_FUNCTION(Name, Label) #Label,
 inline constexpr const char* ZTLibdfcFunctions[] = {ZT_LIBDFC_FUNCTIONS(ZT_FUNCTION)};

@@ -1,0 +1,12 @@
+// What has become of a host's ports from one look to the next.
+#pragma once
+
+#include <vector>
+
+#include "Ports.h"
+#include "Record.h"
+
+/// A row for each port and remote port that came, went, or has another state, speed, port_id or fabric. A
+/// remote port is named as "PORT seen from INITIATOR".
+std::vector<ZTSChange> listPortChanges(const ZTSHostPorts& acrBefore, const ZTSHostPorts& acrAfter,
+                                       ZTNanoseconds aTime);

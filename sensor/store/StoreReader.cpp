@@ -1,0 +1,228 @@
+#include "StoreReader.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "StoreRows.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds sSlice(200);  // what is under way then is over before 250 ms
+constexpr unsigned int sMostRows = 4096;
+constexpr std::size_t sMostBytes = std::size_t{1} << 20;
+constexpr unsigned int sLookEvery = 16;  // rows, at the clock
+
+template <class Value>
+bool sIsIn(const std::vector<Value>& acrValues, const Value& acrValue) {
+    return acrValues.empty() || std::find(acrValues.begin(), acrValues.end(), acrValue) != acrValues.end();
+}
+
+SQLite::Database sOpen(const std::string& acrPath) {
+    if (access(acrPath.c_str(), F_OK) != 0 && errno == ENOENT) {
+        throw ZTCStoreError(ZTEStoreFault::Unusable,
+                            "there is no history at " + acrPath + ": vrx-sn makes it when it runs");
+    }
+    try {
+        return openStoreToRead(acrPath);
+    } catch (const ZTCStoreError& lrError) {
+        if (lrError.getFault() == ZTEStoreFault::ReadOnly) {
+            // Who may not write in the folder cannot make what belongs to the file.
+            throw ZTCStoreError(ZTEStoreFault::Unusable,
+                                acrPath +
+                                    " cannot be read without the files -wal and -shm beside it: vrx-sn "
+                                    "makes them when it runs");
+        }
+        throw;
+    }
+}
+
+}  // namespace
+
+bool ZTSHistoryFilter::takes(const ZTSSeries& acrSeries) const {
+    return sIsIn(mKinds, {acrSeries.mCategory, acrSeries.mSubcategory}) &&
+           sIsIn(mInitiators, acrSeries.mInitiator.mPort) &&
+           (mTargets.empty() || (acrSeries.mRemote && sIsIn(mTargets, *acrSeries.mRemote))) &&
+           (mFabric.empty() || mFabric == acrSeries.mFabric);
+}
+
+bool ZTSHistoryFilter::takes(const ZTSChange& acrChange) const {
+    if (takesAllSeries() || !acrChange.mWhat.ends_with("port")) {
+        return true;
+    }
+    const auto lIsNamed = [&](const ZTSWwn& acrPort) {
+        return acrChange.mName.find(acrPort.toText()) != std::string::npos;
+    };
+    return std::any_of(mInitiators.begin(), mInitiators.end(), lIsNamed) ||
+           std::any_of(mTargets.begin(), mTargets.end(), lIsNamed);
+}
+
+ZTCStoreSlice::ZTCStoreSlice(ZTCStoreReader& arReader)
+    : mrDatabase(arReader.getDatabase()), mEnd(std::chrono::steady_clock::now() + sSlice) {
+    storeCall(arReader.getPath(), [&] { mrDatabase.exec("BEGIN"); });
+}
+
+ZTCStoreSlice::~ZTCStoreSlice() {
+    mrDatabase.tryExec("ROLLBACK");
+}
+
+bool ZTCStoreSlice::isEnough(std::size_t aBytes) {
+    mBytes += aBytes;
+    return ++mRows >= sMostRows || mBytes >= sMostBytes ||
+           (mRows % sLookEvery == 0 && std::chrono::steady_clock::now() >= mEnd);
+}
+
+ZTCStoreReader::ZTCStoreReader(std::string aPath)
+    : mPath(std::move(aPath)),
+      mDatabase(sOpen(mPath)),
+      mVersion(storeCall(mPath, [&] { return SQLite::Statement(mDatabase, "PRAGMA data_version"); })),
+      mOneSeries(storeCall(mPath, [&] {
+          return SQLite::Statement(mDatabase, std::string(ZTSeriesColumns) + " WHERE id = ?");
+      })) {
+    struct stat lStatus {};
+    if (stat(mPath.c_str(), &lStatus) == 0) {
+        mDevice = lStatus.st_dev;
+        mFile = lStatus.st_ino;
+    }
+    storeCall(mPath, [&] {
+        SQLite::Statement lHost(mDatabase, "SELECT value FROM meta WHERE name = 'host'");
+        mHost = lHost.executeStep() ? lHost.getColumn(0).getString() : "";
+    });
+}
+
+std::int64_t ZTCStoreReader::readMeta(const char* apName) {
+    return storeCall(mPath, [&] {
+        SQLite::Statement lValue(mDatabase, "SELECT value FROM meta WHERE name = ?");
+        lValue.bind(1, apName);
+        return lValue.executeStep() ? lValue.getColumn(0).getInt64() : 0;
+    });
+}
+
+ZTSStorePlace ZTCStoreReader::readPlace() {
+    return storeCall(mPath, [&] {
+        SQLite::Statement lPlace(
+            mDatabase,
+            "SELECT (SELECT value FROM meta WHERE name = 'store'),"
+            " (SELECT value FROM meta WHERE name = 'closed_to'), (SELECT max(id) FROM records),"
+            " (SELECT max(id) FROM losses), (SELECT max(id) FROM changes)");
+        lPlace.executeStep();
+        const auto lNumber = [&](int aAt) {
+            return static_cast<std::uint64_t>(lPlace.getColumn(aAt).getInt64());
+        };
+        return ZTSStorePlace{lPlace.getColumn(0).getString(), lNumber(1), lNumber(2), lNumber(3), lNumber(4)};
+    });
+}
+
+const ZTSSeries& ZTCStoreReader::seriesOf(std::int64_t aId) {
+    const auto lAt = mSeries.find(aId);
+    if (lAt != mSeries.end()) {
+        return lAt->second;
+    }
+    return storeCall(mPath, [&]() -> const ZTSSeries& {
+        mOneSeries.bind(1, aId);
+        ZTSSeries lSeries = mOneSeries.executeStep() ? readStoredSeries(mOneSeries).mSeries : ZTSSeries{};
+        mOneSeries.reset();
+        return mSeries.emplace(aId, std::move(lSeries)).first->second;
+    });
+}
+
+std::vector<ZTSStoredSeries> ZTCStoreReader::readSeries() {
+    return readAll<ZTSStoredSeries>(*this, ZTSeriesColumns, readStoredSeries);
+}
+
+std::vector<ZTSStoredPort> ZTCStoreReader::readPorts() {
+    return readAll<ZTSStoredPort>(
+        *this,
+        "SELECT node, port, host, state, speed, type, port_id, fabric, here, seen, coalesce((SELECT max(time)"
+        " FROM changes WHERE what = 'port' AND name = port AND attribute IN ('', 'state')), 0)"
+        " FROM ports ORDER BY here DESC, length(host), host, port",
+        [](SQLite::Statement& arRow) {
+            return ZTSStoredPort{{readNames(arRow, 0), textAt(arRow, 2), textAt(arRow, 3), textAt(arRow, 4),
+                                  textAt(arRow, 5), portIdAt(arRow, 6), textAt(arRow, 7)},
+                                 arRow.getColumn(8).getInt() != 0,
+                                 arRow.getColumn(9).getInt64(),
+                                 arRow.getColumn(10).getInt64()};
+        });
+}
+
+std::vector<ZTSStoredRemotePort> ZTCStoreReader::readRemotePorts() {
+    return readAll<ZTSStoredRemotePort>(
+        *this,
+        "SELECT node, port, initiator, state, roles, port_id, fabric, here, seen FROM remote_ports"
+        " ORDER BY initiator, here DESC, port_id, port",
+        [](SQLite::Statement& arRow) {
+            return ZTSStoredRemotePort{{wwnAt(arRow, 2), readNames(arRow, 0), textAt(arRow, 3),
+                                        textAt(arRow, 4), portIdAt(arRow, 5), textAt(arRow, 6)},
+                                       arRow.getColumn(7).getInt() != 0,
+                                       arRow.getColumn(8).getInt64()};
+        });
+}
+
+ZTPortLabels ZTCStoreReader::readLabels() {
+    ZTPortLabels lLabels;
+    for (auto& [lPort, lLabel] : readAll<std::pair<ZTSWwn, ZTSPortLabel>>(
+             *this, "SELECT port, name, array, controller, fabric, switch_port FROM names",
+             [](SQLite::Statement& arRow) {
+                 return std::pair(wwnAt(arRow, 0),
+                                  ZTSPortLabel{textAt(arRow, 1), textAt(arRow, 2), textAt(arRow, 3),
+                                               textAt(arRow, 4), textAt(arRow, 5)});
+             })) {
+        lLabels.emplace(lPort, std::move(lLabel));
+    }
+    return lLabels;
+}
+
+std::vector<ZTSLossTotal> ZTCStoreReader::readLossTotals() {
+    return readAll<ZTSLossTotal>(
+        *this, "SELECT source, reason, events, unknown FROM loss_totals", [](SQLite::Statement& arRow) {
+            return ZTSLossTotal{textAt(arRow, 0), textAt(arRow, 1), numberAt(arRow, 2), numberAt(arRow, 3)};
+        });
+}
+
+std::vector<ZTSStoreSum> ZTCStoreReader::readSums(ZTEStoreAxis aAxis, ZTEStoreBin aBin, std::int64_t aFrom,
+                                                  std::int64_t aTo) {
+    const std::string lTable = aBin == ZTEStoreBin::Minute ? "minutes" : "hours";
+    const std::string lSql =
+        "SELECT time, member, events, (SELECT name FROM member WHERE id = member) FROM " + lTable +
+        " WHERE axis = ?1 AND (time, member) > (?2, ?3) AND time < ?4"
+        " ORDER BY time, member";
+    std::vector<ZTSStoreSum> lSums;
+    storeCall(mPath, [&] {
+        SQLite::Statement lRow(mDatabase, lSql);
+        std::int64_t lTime = aFrom - 1;
+        std::int64_t lMember = std::numeric_limits<std::int64_t>::max();
+        for (bool lIsMore = true; lIsMore;) {
+            ZTCStoreSlice lSlice(*this);
+            lRow.bind(1, static_cast<int>(aAxis));
+            lRow.bind(2, lTime);
+            lRow.bind(3, lMember);
+            lRow.bind(4, aTo);
+            while ((lIsMore = lRow.executeStep())) {
+                lTime = lRow.getColumn(0).getInt64();
+                lMember = lRow.getColumn(1).getInt64();
+                lSums.push_back({lTime, textAt(lRow, 3), numberAt(lRow, 2)});
+                if (lSlice.isEnough()) {
+                    break;
+                }
+            }
+            lRow.reset();
+        }
+    });
+    return lSums;
+}
+
+bool ZTCStoreReader::hasChanged() {
+    return storeCall(mPath, [&] {
+        mVersion.executeStep();
+        const std::int64_t lVersion = mVersion.getColumn(0).getInt64();
+        mVersion.reset();
+        return std::exchange(mVersionBefore, lVersion) != lVersion;
+    });
+}
+
+bool ZTCStoreReader::isReplaced() const {
+    struct stat lStatus {};
+    return stat(mPath.c_str(), &lStatus) != 0 || lStatus.st_dev != mDevice || lStatus.st_ino != mFile;
+}

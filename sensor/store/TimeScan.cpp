@@ -1,0 +1,42 @@
+#include "TimeScan.h"
+
+#include "StoreRows.h"
+
+template <class Item>
+ZTCTimeScan<Item>::ZTCTimeScan(ZTCStoreReader& arReader, ZTSHistoryFilter aFilter,
+                               const ZTSStorePlace& acrPlace)
+    : mrReader(arReader),
+      mFilter(std::move(aFilter)),
+      mUpTo(ZTSTimeRows<Item>::lastOf(acrPlace)),
+      mStatement(storeCall(arReader.getPath(), [&] {
+          const std::string lTime = ZTSTimeRows<Item>::Time;
+          return SQLite::Statement(arReader.getDatabase(),
+                                   std::string(ZTSTimeRows<Item>::Columns) + " WHERE " + lTime +
+                                       " >= ?1 AND " + lTime + " <= ?3 AND (" + lTime +
+                                       " > ?1 OR id > ?2) ORDER BY " + lTime + ", id");
+      })) {}
+
+template <class Item>
+bool ZTCTimeScan<Item>::read(std::vector<Item>& arItems) {
+    return storeCall(mrReader.getPath(), [&] {
+        ZTCStoreSlice lSlice(mrReader);
+        mStatement.bind(1, mAt.mTime);
+        mStatement.bind(2, static_cast<std::int64_t>(mAt.mId));
+        mStatement.bind(3, mFilter.mUntil);
+        bool lIsMore = false;
+        while ((lIsMore = mStatement.executeStep())) {
+            mAt = {mStatement.getColumn(0).getInt64(), numberAt(mStatement, 2)};
+            if (mAt.mId <= mUpTo) {
+                takeStoredRow(mStatement, mFilter, arItems);
+            }
+            if (lSlice.isEnough()) {
+                break;
+            }
+        }
+        mStatement.reset();
+        return lIsMore;
+    });
+}
+
+template class ZTCTimeScan<ZTSLoss>;
+template class ZTCTimeScan<ZTSChange>;

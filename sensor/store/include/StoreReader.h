@@ -1,0 +1,146 @@
+// Reads the history beside whoever writes it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <limits>
+#include <unordered_map>
+
+#include "Ports.h"
+#include "Record.h"
+#include "StoreFile.h"
+
+/// What is asked for. An empty list takes all.
+struct ZTSHistoryFilter {
+    ZTNanoseconds mSince = std::numeric_limits<ZTNanoseconds>::min();  ///< what ends before it is left out
+    ZTNanoseconds mUntil = std::numeric_limits<ZTNanoseconds>::max();  ///< and what begins after it
+    std::vector<std::pair<std::uint8_t, std::uint8_t>> mKinds;         ///< by their numbers
+    std::vector<ZTSWwn> mInitiators;                                   ///< port names
+    std::vector<ZTSWwn> mTargets;                                      ///< of the ports beyond the fabric
+    std::string mFabric;                                               ///< empty: any
+
+    bool takesAllSeries() const {
+        return mKinds.empty() && mInitiators.empty() && mTargets.empty() && mFabric.empty();
+    }
+    bool takes(const ZTSSeries& acrSeries) const;
+    bool takes(ZTNanoseconds aFirst, ZTNanoseconds aLast) const {
+        return aLast >= mSince && aFirst <= mUntil;
+    }
+    /// What is said of a port only if it is one of those; what concerns all of them always.
+    bool takes(const ZTSChange& acrChange) const;
+};
+
+struct ZTSStoredRecord {
+    std::uint64_t mId = 0;
+    bool mIsOpen = false;  ///< it may still grow
+    ZTSRecord mRecord;
+};
+
+/// What records have in common, and what there ever was of them, also when they have gone.
+struct ZTSStoredSeries {
+    std::int64_t mId = 0;
+    ZTSSeries mSeries;
+    std::uint64_t mEvents = 0;
+    std::uint64_t mRecords = 0;
+    ZTNanoseconds mFirst = 0;
+    ZTNanoseconds mLast = 0;
+};
+
+struct ZTSStoredPort {
+    ZTSLocalPort mPort;
+    bool mIsHere = false;
+    ZTNanoseconds mSeen = 0;   ///< when it was last seen
+    ZTNanoseconds mSince = 0;  ///< since when it is as it is; 0: not known
+};
+struct ZTSStoredRemotePort {
+    ZTSRemotePort mPort;
+    bool mIsHere = false;
+    ZTNanoseconds mSeen = 0;
+};
+
+struct ZTSLossTotal {
+    std::string mSource;
+    std::string mReason;
+    std::uint64_t mEvents = 0;
+    std::uint64_t mUnknown = 0;  ///< how often nobody knows how many
+};
+
+/// Events of what stands on an axis, in the minute or hour that begins then.
+struct ZTSStoreSum {
+    std::int64_t mTime = 0;  ///< seconds since 1970
+    std::string mMember;
+    std::uint64_t mEvents = 0;
+};
+enum class ZTEStoreAxis : unsigned char { Kind = 1, Initiator, Target, Fabric };
+enum class ZTEStoreBin : unsigned char { Minute, Hour };
+
+/// How far a store has come.
+struct ZTSStorePlace {
+    std::string mStore;           ///< its UUID
+    std::uint64_t mClosedTo = 0;  ///< records up to this id never change again
+    std::uint64_t mLastRecord = 0;
+    std::uint64_t mLastLoss = 0;
+    std::uint64_t mLastChange = 0;
+};
+
+/// One thread. Everything is read in transactions of a quarter of a second at most, so that whoever writes
+/// can empty the log beside the file meanwhile. All functions throw ZTCStoreError.
+class ZTCStoreReader {
+  public:
+    explicit ZTCStoreReader(std::string aPath);
+
+    const std::string& getPath() const { return mPath; }
+    const std::string& getHost() const { return mHost; }  ///< whose history it is
+    ZTSStorePlace readPlace();
+
+    std::vector<ZTSStoredSeries> readSeries();
+    std::vector<ZTSStoredPort> readPorts();
+    std::vector<ZTSStoredRemotePort> readRemotePorts();
+    ZTPortLabels readLabels();
+    std::vector<ZTSLossTotal> readLossTotals();
+    /// From one time to before another, in the order of time.
+    std::vector<ZTSStoreSum> readSums(ZTEStoreAxis aAxis, ZTEStoreBin aBin, std::int64_t aFrom,
+                                      std::int64_t aTo);
+
+    /// Whether something was written since the last call.
+    bool hasChanged();
+    /// Whether the path leads to another file by now, or to none.
+    bool isReplaced() const;
+
+    // ---- For those who read on (RecordScan.h) ----
+
+    SQLite::Database& getDatabase() { return mDatabase; }
+    /// By its id in the store.
+    const ZTSSeries& seriesOf(std::int64_t aId);
+    std::int64_t readMeta(const char* apName);
+
+  private:
+    const std::string mPath;
+    SQLite::Database mDatabase;
+    SQLite::Statement mVersion;
+    SQLite::Statement mOneSeries;
+    std::int64_t mVersionBefore = -1;
+    dev_t mDevice = 0;
+    ino_t mFile = 0;
+    std::string mHost;
+    std::unordered_map<std::int64_t, ZTSSeries> mSeries;
+};
+
+/// A transaction that reads, and that is soon over.
+class ZTCStoreSlice {
+  public:
+    explicit ZTCStoreSlice(ZTCStoreReader& arReader);
+    ~ZTCStoreSlice();
+    ZTCStoreSlice(const ZTCStoreSlice&) = delete;
+    ZTCStoreSlice& operator=(const ZTCStoreSlice&) = delete;
+
+    /// To be asked at each row: whether it has been enough of them.
+    bool isEnough(std::size_t aBytes = 0);
+
+  private:
+    SQLite::Database& mrDatabase;
+    const std::chrono::steady_clock::time_point mEnd;
+    unsigned int mRows = 0;
+    std::size_t mBytes = 0;
+};

@@ -1,0 +1,240 @@
+#include "HistorySummary.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <map>
+
+#include "HistoryPrinter.h"
+#include "HistoryQuery.h"
+#include "Json.h"
+#include "LossText.h"
+#include "RecordJson.h"
+#include "RecordText.h"
+#include "ShownText.h"
+#include "Table.h"
+#include "TimeScan.h"
+#include "TimeText.h"
+
+namespace {
+
+struct Sum {
+    std::string mKey;   // a kind, or a port's number
+    std::string mName;  // the port's in the names file
+    std::uint64_t mEvents = 0;
+    std::uint64_t mRecords = 0;
+    ZTNanoseconds mFirst = std::numeric_limits<ZTNanoseconds>::max();
+    ZTNanoseconds mLast = 0;
+
+    void add(const ZTSStoredSeries& acrSeries) {
+        mEvents += acrSeries.mEvents;
+        mRecords += acrSeries.mRecords;
+        mFirst = std::min(mFirst, acrSeries.mFirst);
+        mLast = std::max(mLast, acrSeries.mLast);
+    }
+};
+
+struct Lost {
+    std::uint64_t mEvents = 0;
+    std::uint64_t mUnknown = 0;  // times that nobody knows how many
+};
+
+struct Summary {
+    std::string mHost;
+    Sum mAll;
+    Lost mLost;
+    // Each with its sums, the largest first.
+    std::vector<std::pair<const char*, std::vector<Sum>>> mBy;
+};
+
+// What the series have of the filter's time: of all time the store knows it, of less its records are summed.
+std::vector<ZTSStoredSeries> sSumSeries(ZTCStoreReader& arReader, const ZTSHistoryFilter& acrFilter,
+                                        const ZTSStorePlace& acrPlace, bool aIsOfAllTime) {
+    std::vector<ZTSStoredSeries> lAll = arReader.readSeries();
+    if (aIsOfAllTime) {
+        std::erase_if(lAll,
+                      [&](const ZTSStoredSeries& acrSeries) { return !acrFilter.takes(acrSeries.mSeries); });
+        return lAll;
+    }
+    std::map<ZTSSeries, ZTSStoredSeries> lSums;
+    ZTCRecordScan lScan(arReader, acrFilter, acrPlace, ZTCRecordScan::Order::OldestFirst, false);
+    for (bool lIsMore = true; lIsMore;) {
+        std::vector<ZTSStoredRecord> lRecords;
+        lIsMore = lScan.read(lRecords);
+        for (const ZTSStoredRecord& lrRecord : lRecords) {
+            const ZTSRecord& lrIt = lrRecord.mRecord;
+            const auto [lAt, lIsNew] =
+                lSums.try_emplace(lrIt.mSeries, ZTSStoredSeries{0, lrIt.mSeries, 0, 0, lrIt.mFirst, 0});
+            lAt->second.mEvents += lrIt.mOccurrences;
+            lAt->second.mRecords += 1;
+            lAt->second.mLast = std::max(lAt->second.mLast, lrIt.mLast);
+        }
+    }
+    lAll.clear();
+    for (auto& [lrKey, lrSum] : lSums) {
+        lAll.push_back(std::move(lrSum));
+    }
+    return lAll;
+}
+
+Lost sSumLosses(ZTCStoreReader& arReader, const ZTSHistoryFilter& acrFilter, const ZTSStorePlace& acrPlace,
+                bool aIsOfAllTime) {
+    Lost lLost;
+    if (aIsOfAllTime) {
+        for (const ZTSLossTotal& lrTotal : arReader.readLossTotals()) {
+            lLost.mEvents += lrTotal.mEvents;
+            lLost.mUnknown += lrTotal.mUnknown;
+        }
+        return lLost;
+    }
+    ZTCLossScan lScan(arReader, acrFilter, acrPlace);
+    for (bool lIsMore = true; lIsMore;) {
+        std::vector<ZTSLoss> lLosses;
+        lIsMore = lScan.read(lLosses);
+        for (const ZTSLoss& lrLoss : lLosses) {
+            lLost.mEvents += lrLoss.mEvents.value_or(0);
+            lLost.mUnknown += lrLoss.mEvents ? 0 : 1;
+        }
+    }
+    return lLost;
+}
+
+std::string sKindOf(const ZTSSeries& acrSeries) {
+    ZTSSensorRecord lKind;
+    lKind.mCategory = acrSeries.mCategory;
+    lKind.mSubcategory = acrSeries.mSubcategory;
+    return kindText(lKind);
+}
+
+template <class Key>
+std::vector<Sum> sSumBy(const std::vector<ZTSStoredSeries>& acrSeries, const ZTPortLabels& acrLabels,
+                        const Key& acrKey) {
+    std::map<std::string, Sum> lSums;
+    for (const ZTSStoredSeries& lrSeries : acrSeries) {
+        const std::string lKey = acrKey(lrSeries.mSeries);
+        if (!lKey.empty()) {
+            lSums[lKey].add(lrSeries);
+        }
+    }
+    std::vector<Sum> lSorted;
+    for (auto& [lrKey, lrSum] : lSums) {
+        lrSum.mKey = lrKey;
+        if (const auto lPort = ZTSWwn::fromText(lrKey)) {
+            const auto lAt = acrLabels.find(*lPort);
+            lrSum.mName = lAt != acrLabels.end() ? lAt->second.mName : "";
+        }
+        lSorted.push_back(std::move(lrSum));
+    }
+    std::stable_sort(lSorted.begin(), lSorted.end(), [](const Sum& acrLeft, const Sum& acrRight) {
+        return acrLeft.mEvents > acrRight.mEvents;
+    });
+    return lSorted;
+}
+
+Summary sSummarize(const ZTSScopeOptions& acrOptions) {
+    ZTCStoreReader lReader(acrOptions.mHistory.mStore);
+    const ZTSHistoryFilter lFilter =
+        makeFilter(acrOptions.mHistory, lReader,
+                   toNanoseconds(toSensorTime(std::chrono::system_clock::now())), acrOptions.mInUtc);
+    const bool lIsOfAllTime = acrOptions.mHistory.mSince.empty() && acrOptions.mHistory.mUntil.empty();
+    const ZTSStorePlace lPlace = lReader.readPlace();
+    const auto lSeries = sSumSeries(lReader, lFilter, lPlace, lIsOfAllTime);
+    const ZTPortLabels lLabels = lReader.readLabels();
+    Summary lSummary;
+    lSummary.mHost = lReader.getHost();
+    lSummary.mLost = sSumLosses(lReader, lFilter, lPlace, lIsOfAllTime);
+    for (const ZTSStoredSeries& lrSeries : lSeries) {
+        lSummary.mAll.add(lrSeries);
+    }
+    lSummary.mBy = {
+        {"kind", sSumBy(lSeries, lLabels, sKindOf)},
+        {"initiator", sSumBy(lSeries, lLabels,
+                             [](const ZTSSeries& acrSeries) { return acrSeries.mInitiator.mPort.toText(); })},
+        {"target", sSumBy(lSeries, lLabels, [](const ZTSSeries& acrSeries) {
+             return acrSeries.mRemote ? acrSeries.mRemote->toText() : "";
+         })}};
+    return lSummary;
+}
+
+std::string sTextOf(const Summary& acrSummary, bool aInUtc) {
+    std::string lText =
+        fmt::format("{} event{} in {} record{}", groupedText(acrSummary.mAll.mEvents),
+                    acrSummary.mAll.mEvents == 1 ? "" : "s", groupedText(acrSummary.mAll.mRecords),
+                    acrSummary.mAll.mRecords == 1 ? "" : "s");
+    lText +=
+        acrSummary.mLost.mEvents != 0 ? fmt::format(", {} lost", groupedText(acrSummary.mLost.mEvents)) : "";
+    lText += acrSummary.mLost.mUnknown != 0
+                 ? fmt::format(", {} times an unknown number lost", acrSummary.mLost.mUnknown)
+                 : "";
+    lText += "\n";
+    for (const auto& [lpAxis, lrSums] : acrSummary.mBy) {
+        if (lrSums.empty()) {
+            continue;
+        }
+        ZTCTable lTable({{lpAxis}, {"events", true}, {"records", true}, {"first"}, {"last"}});
+        for (const Sum& lrSum : lrSums) {
+            const ZTSSensorTime lFirst = toSensorTime(lrSum.mFirst);
+            lTable.add({lrSum.mName.empty() ? lrSum.mKey : toShownText(lrSum.mName),
+                        groupedText(lrSum.mEvents), groupedText(lrSum.mRecords), plainText(lFirst, aInUtc),
+                        plainTextBehind(toSensorTime(lrSum.mLast), lFirst, aInUtc)});
+        }
+        lText += "\n" + lTable.toText();
+    }
+    return lText;
+}
+
+void sPutSum(ZTCJsonWriter& arJson, const Sum& acrSum) {
+    arJson.key("events");
+    arJson.number(acrSum.mEvents);
+    arJson.key("records");
+    arJson.number(acrSum.mRecords);
+    const bool lAreAny = acrSum.mRecords != 0;
+    arJson.key("first");
+    arJson.textOrNull(lAreAny ? isoText(toSensorTime(acrSum.mFirst)) : "");
+    arJson.key("last");
+    arJson.textOrNull(lAreAny ? isoText(toSensorTime(acrSum.mLast)) : "");
+}
+
+std::string sJsonOf(const Summary& acrSummary) {
+    std::string lText;
+    ZTCJsonWriter lJson(lText);
+    lJson.beginObject();
+    lJson.key("schema");
+    lJson.number(ZTScopeSchema);
+    lJson.key("command");
+    lJson.text("history");
+    lJson.key("host");
+    lJson.escapedTextOrNull(acrSummary.mHost);
+    sPutSum(lJson, acrSummary.mAll);
+    lJson.key("lost");
+    lJson.number(acrSummary.mLost.mEvents);
+    lJson.key("lost_unknown");
+    lJson.number(acrSummary.mLost.mUnknown);
+    for (const auto& [lpAxis, lrSums] : acrSummary.mBy) {
+        const std::string lAxis = lpAxis;
+        lJson.key(lAxis + "s");
+        lJson.beginList();
+        for (const Sum& lrSum : lrSums) {
+            lJson.beginObject();
+            lJson.key(lAxis == "kind" ? "kind" : "port_name");
+            lJson.text(lrSum.mKey);
+            if (lAxis != "kind") {
+                lJson.key("name");
+                lJson.escapedTextOrNull(lrSum.mName);
+            }
+            sPutSum(lJson, lrSum);
+            lJson.endObject();
+        }
+        lJson.endList();
+    }
+    lJson.endObject();
+    return lText + "\n";
+}
+
+}  // namespace
+
+std::string summaryText(const ZTSScopeOptions& acrOptions) {
+    const Summary lSummary = sSummarize(acrOptions);
+    return acrOptions.getForm() == ZTEScopeForm::Table ? sTextOf(lSummary, acrOptions.mInUtc)
+                                                       : sJsonOf(lSummary);
+}

@@ -1,0 +1,450 @@
+#include "AgentLoop.h"
+
+#include <algorithm>
+#include <new>
+
+#include "AgentStatus.h"
+#include "HostLook.h"
+#include "SnBuffer.h"
+#include "SnFigures.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// A turn is a second at the most, and so is a part of waiting for a fetch's answer, which may come in a later
+// one. What else is asked for is given up then; it is asked for anew.
+constexpr std::chrono::milliseconds sTurn = 1s;
+constexpr std::chrono::milliseconds sLookForAgent = 300ms;
+constexpr std::chrono::milliseconds sAnswerTime = 1s;
+constexpr std::chrono::milliseconds sOrderTime = 2s;
+constexpr std::chrono::milliseconds sLastFetchTime = 2s;
+// Who has the pipes in its place is looked for in all of /proc.
+constexpr std::chrono::milliseconds sTroublePause = 3s;
+
+// So long the store is waited for behind an answer, that a kill loses no second one.
+constexpr std::chrono::milliseconds sStoreTime = 10ms;
+// Behind a collection that could not be started, and one that somebody else has stopped.
+constexpr std::chrono::milliseconds sStartAgain = 10s;
+// How often a run that has nothing new goes to the store, for the time that it was seen.
+constexpr std::chrono::milliseconds sStoreRun = 60s;
+// An agent whose file is on a disk makes it in a moment. Behind so many looks it has none.
+constexpr unsigned int sLooksForFigures = 10;
+
+constexpr std::uint64_t sHeldLimit = 256 * 1024;  // of an agent that shows none
+
+std::pair<std::uint64_t, std::uint64_t> sCount(const ZTSensorScopeData& acrData) {
+    std::uint64_t lRecords = 0;
+    std::uint64_t lEvents = 0;
+    for (const ZTSSensorRecordList& lrList : acrData) {
+        lRecords += lrList.mRecords.size();
+        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
+            lEvents += lrRecord.mOccurrences;
+        }
+    }
+    return {lRecords, lEvents};
+}
+
+}  // namespace
+
+ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, const ZTCHostLook& acrHost,
+                           ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn)
+    : mrBuffer(arBuffer),
+      mrHost(acrHost),
+      mrFigures(arFigures),
+      mrLog(arLog),
+      mTurn(std::move(aTurn)),
+      mDirectory(acrOptions.mDirectory),
+      mEvery(acrOptions.mEvery),
+      mCeiling(acrOptions.mCeiling),
+      mDirectoryTrouble(arLog, "the agent's directory cannot be used"),
+      mNoAgent(arLog, "no agent is to be fetched from", ZTSL_Notice),
+      mNoAnswer(arLog, "the agent does not answer"),
+      mBadAnswer(arLog, "what the agent answers cannot be read"),
+      mLossLines(arLog) {
+    mrFigures.set(ZTSN_Period, static_cast<std::uint64_t>(acrOptions.mEvery.count()));
+}
+
+void ZTCAgentLoop::setOptions(const ZTSSnOptions& acrOptions) {
+    mEvery = acrOptions.mEvery;
+    mCeiling = acrOptions.mCeiling;
+    mrFigures.set(ZTSN_Period, static_cast<std::uint64_t>(acrOptions.mEvery.count()));
+}
+
+void ZTCAgentLoop::setStart(const ZTSStoreStart& acrStart) {
+    const std::lock_guard lLock(mMutex);
+    mBook.setStart(acrStart, ZTSMoment::now());
+    deliver(mBook.takeNews());
+}
+
+// ---- Turns ----
+
+void ZTCAgentLoop::run() {
+    while (!mEnd.hasEnded()) {
+        mTurn();
+        tryTurn();
+        mHasBegun = true;
+        waitForWork();
+    }
+    lastFetch();
+    leaveDirectory();
+}
+
+// What the agent or the system does wrong is told, and tried again. Before the first claim it is the caller's
+// to end for it, but for what may come yet.
+void ZTCAgentLoop::tryTurn() {
+    try {
+        turn();
+        mDirectoryTrouble.over();
+    } catch (const ZTCNoAgentError& lrError) {
+        mrFigures.set(ZTSN_AgentUp, 0);
+        meet(mNoAgent, lrError, sLookForAgent);
+    } catch (const ZTCTimedOutError& lrError) {
+        mrFigures.set(ZTSN_AgentUp, 0);
+        meet(mNoAnswer, lrError, mpClient != nullptr && mpClient->isFetchOpen() ? 0s : 1s);
+    } catch (const ZTCMalformedAnswerError& lrError) {
+        meet(mBadAnswer, lrError, 1s);
+    } catch (const ZTCRefusedError& lrError) {
+        meet(mBadAnswer, lrError, 1s);
+    } catch (const ZTCSensorError& lrError) {
+        if (!mHasBegun) {
+            throw;
+        }
+        meet(mDirectoryTrouble, lrError, sTroublePause);
+    } catch (const std::bad_alloc&) {
+        mrLog.note(ZTSL_Error, "there is no memory to collect with: trying again");
+        mPausedTo = Clock::now() + 1s;
+    }
+    noteLostAnswers();
+}
+
+void ZTCAgentLoop::turn() {
+    if (mpClient != nullptr && !mpClient->hasDirectory()) {
+        leaveDirectory();
+    }
+    if (mpClient == nullptr) {
+        claim();
+    }
+    beHere();
+    if (mpSight != nullptr && mpSight->hasGone()) {
+        detach();
+    }
+    if (mpSight == nullptr && !findAgent()) {
+        return;
+    }
+    if (mpSight->hasGone()) {
+        detach();  // what one has left that was killed
+        return;
+    }
+    if (!mIsGreeted) {
+        greet();
+    }
+    if (mIsMuch || mpClient->isFetchOpen() || Clock::now() >= mNextFetch) {
+        fetch();
+    }
+    keepCollecting();
+    registerTargets();
+}
+
+// At most a turn. What is due at once is not waited for.
+void ZTCAgentLoop::waitForWork() {
+    const auto lNow = Clock::now();
+    if (mPausedTo > lNow || mpSight == nullptr || !mIsGreeted) {
+        mEnd.waitUntil(std::max(mPausedTo, lNow + (mpSight == nullptr ? sLookForAgent : 0ms)));
+        return;
+    }
+    if (mIsMuch || mpClient->isFetchOpen()) {
+        return;
+    }
+    try {
+        if (mpSight->waitUntil(std::min(mNextFetch, lNow + sTurn), mEnd)) {
+            mNextFetch = lNow;
+        }
+    } catch (const ZTCSensorError&) {
+        mEnd.waitUntil(std::min(mNextFetch, lNow + sTurn));  // somebody has cut the figures
+    }
+}
+
+void ZTCAgentLoop::meet(ZTCSnTrouble& arTrouble, const std::exception& acrError,
+                        std::chrono::milliseconds aPause) {
+    arTrouble.met(acrError.what());
+    mPausedTo = Clock::now() + aPause;
+}
+
+// ---- The directory ----
+
+void ZTCAgentLoop::claim() {
+    mpClient = std::make_unique<ZTCSensorClient>(ZTSSensorOptions{mDirectory, sOrderTime, 0ms});
+    mLostAnswers = 0;
+}
+
+// The agent sees by the file that it has a sensor.
+void ZTCAgentLoop::beHere() {
+    if (Clock::now() < mNextTouch) {
+        return;
+    }
+    try {
+        mpPidFile != nullptr ? mpPidFile->touch()
+                             : void(mpPidFile = std::make_unique<ZTCSensorPidFile>(mDirectory));
+    } catch (const ZTCSensorError&) {
+        leaveDirectory();
+        throw;
+    }
+    mNextTouch = Clock::now() + sTurn - 100ms;  // each turn, also where that comes a little early
+}
+
+void ZTCAgentLoop::leaveDirectory() {
+    if (mpSight != nullptr && mpSight->hasGone()) {
+        detach();
+    }
+    mpSight.reset();
+    mpPidFile.reset();
+    mpClient.reset();
+    mIsGreeted = false;
+    mrFigures.set(ZTSN_AgentUp, 0);
+}
+
+// ---- An agent ----
+
+bool ZTCAgentLoop::findAgent() {
+    std::unique_ptr<ZTCAgentSight> lpSight;
+    try {
+        lpSight = ZTCAgentSight::ofFigures(mDirectory);
+    } catch (const ZTCNoPermissionError&) {
+        throw;
+    } catch (const ZTCSensorError&) {
+        // None, or some that are not to be believed.
+    }
+    const bool lHasGone = lpSight == nullptr || lpSight->hasGone();
+    if (lHasGone && lpSight != nullptr && isAwaited(*lpSight)) {
+        attach(std::move(lpSight));
+        return true;
+    }
+    if (lHasGone) {
+        lpSight = ZTCAgentSight::ofLock(mDirectory);
+        mLooksWithoutFigures = lpSight != nullptr ? mLooksWithoutFigures + 1 : 0;
+    }
+    if (lpSight != nullptr && (!lHasGone || mLooksWithoutFigures > sLooksForFigures)) {
+        attach(std::move(lpSight));
+        return true;
+    }
+    if (lpSight == nullptr) {
+        const std::lock_guard lLock(mMutex);
+        mBook.seeNone(ZTSMoment::now());
+        deliver(mBook.takeNews());
+    }
+    mNoAgent.met("none runs in " + mDirectory);
+    return false;
+}
+
+bool ZTCAgentLoop::isAwaited(const ZTCAgentSight& acrSight) {
+    const std::lock_guard lLock(mMutex);
+    return mBook.isAwaited(acrSight.getStart(), acrSight.getProcess());
+}
+
+void ZTCAgentLoop::attach(std::unique_ptr<ZTCAgentSight> apSight) {
+    mpSight = std::move(apSight);
+    mpSeen = mpSight->look();
+    mLooksWithoutFigures = 0;
+    mIsGreeted = mIsMuch = false;
+    mTargets = {};
+    mNextFetch = mNextStart = {};
+    const std::lock_guard lLock(mMutex);
+    if (mBook.hasRun() && mBook.isOf(mpSight->getStart(), mpSight->getProcess())) {
+        return;
+    }
+    mBook.end(nullptr, ZTSMoment::now());  // one that was lost sight of
+    mBook.begin(mpSight->getStart(), mpSight->getProcess(), mpSeen, ZTSMoment::now());
+}
+
+// It has gone. An answer that it gave before may be in the pipe yet.
+void ZTCAgentLoop::detach() {
+    if (mpClient->isFetchOpen()) {
+        try {
+            take(mpClient->fetch());
+        } catch (const std::exception&) {
+            // It is among what the figures tell as lost.
+        }
+    }
+    mpClient->close();
+    noteLostAnswers();
+    mpSeen = mpSight->look();
+    ZTSAgentRun lRun;
+    {
+        const std::lock_guard lLock(mMutex);
+        mBook.end(mpSeen, ZTSMoment::now());
+        lRun = mBook.getRun();
+        deliver(mBook.takeNews());
+    }
+    mrLog.note(lRun.mEnd == "ended" ? ZTSL_Notice : ZTSL_Warning, "vrx-sca, process %lld, has gone: %s",
+               static_cast<long long>(lRun.mProcess), lRun.mEnd.c_str());
+    mpSight.reset();
+    mpSeen = nullptr;
+    mIsGreeted = mIsMuch = false;
+    mrFigures.set(ZTSN_AgentUp, 0);
+}
+
+void ZTCAgentLoop::greet() {
+    mpClient->setTimeout(sOrderTime);
+    const auto lSeconds = std::chrono::ceil<std::chrono::seconds>(mEvery.load()).count();
+    mpClient->setCollectionPeriod(static_cast<std::uint32_t>(std::clamp<std::int64_t>(lSeconds, 1, 86400)));
+    registerTargets();
+    look();
+    const bool lIsCollecting = mpSeen != nullptr && mpSeen->mAgent.get("collecting").value_or(0) != 0;
+    if (!lIsCollecting) {
+        startCollection();
+    }
+    mIsGreeted = true;
+    mNoAgent.over();
+    mrLog.note(ZTSL_Notice, "fetching from vrx-sca, process %lld: its collection %s",
+               static_cast<long long>(mpSight->getProcess()), lIsCollecting ? "was under way" : "is started");
+}
+
+// One that is under way is ended first, where the figures do not tell that there is none: each event would be
+// told twice.
+void ZTCAgentLoop::startCollection() {
+    mNextStart = Clock::now() + sStartAgain;
+    mpClient->setTimeout(sOrderTime);
+    const bool lIsIdle =
+        mpSeen != nullptr && mpSeen->mIsAsOfNow && mpSeen->mAgent.get("collecting") == std::uint64_t{0};
+    if (!lIsIdle) {
+        mpClient->stop();
+    }
+    try {
+        mpClient->startScope(mCeiling);
+    } catch (const ZTCRefusedError&) {
+        mpClient->stop();  // what it has registered
+        throw;
+    }
+}
+
+// Somebody may have stopped it. Figures that are some seconds old say nothing of that.
+void ZTCAgentLoop::keepCollecting() {
+    if (mpSeen != nullptr && mpSeen->mIsAsOfNow && mpSeen->mAgent.get("collecting") == std::uint64_t{0} &&
+        Clock::now() >= mNextStart) {
+        startCollection();
+        mrLog.note(ZTSL_Warning, "somebody has stopped the collection: it is started again");
+    }
+}
+
+// One message a turn.
+void ZTCAgentLoop::registerTargets() {
+    mTargets.see(mrHost.getPorts());
+    if (const auto lNext = mTargets.getNext(); !lNext.empty()) {
+        mpClient->setTimeout(sOrderTime);
+        mpClient->registerTargets(lNext);
+        mTargets.haveRegistered(lNext.size());
+    }
+}
+
+// ---- Fetches ----
+
+void ZTCAgentLoop::fetch() {
+    mIsMuch = false;
+    mNextFetch = Clock::now() + mEvery.load();
+    if (!mpClient->isFetchOpen()) {
+        mpSight->noteWake();
+    }
+    mpClient->setTimeout(sAnswerTime);
+    take(mpClient->fetch());
+}
+
+void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
+    const auto lNow = ZTSMoment::now();
+    const auto lpPorts = mrHost.getPorts();
+    ZTSensorScopeData lData;
+    ZTSAgentRun lRun;
+    try {
+        lData = decodeScopeData(std::span(acrMessage).subspan(ZTSSensorHeader::Size));
+        const std::lock_guard lLock(mMutex);
+        lRun = mBook.getRun();
+    } catch (const ZTCRefusedError&) {
+        throw;  // nothing was taken out
+    } catch (...) {
+        const std::lock_guard lLock(mMutex);
+        mBook.loseAnswer();
+        throw;
+    }
+    const auto [lRecords, lEvents] = sCount(lData);
+    {
+        const std::lock_guard lLock(mMutex);
+        mBook.take(lEvents, lNow);
+        lRun.mTaken = mBook.getRun().mTaken;
+        lRun.mSeen = lNow.mTime;
+        mrBuffer.takeRecords(lData, *lpPorts, std::move(lRun), lNow.mSteady);
+    }
+    mNoAnswer.over();
+    mBadAnswer.over();
+    mrFigures.count(ZTSN_Fetches);
+    mrFigures.set(ZTSN_LastFetch, static_cast<std::uint64_t>(lNow.mTime));
+    mrFigures.count(ZTSN_Events, lEvents);
+    mrFigures.count(ZTSN_Records, lRecords);
+    mrFigures.set(ZTSN_AgentUp, 1);
+    look();
+    const std::uint64_t lLimit =
+        mpSeen != nullptr ? mpSeen->mAgent.get("held_bytes_limit").value_or(sHeldLimit) : sHeldLimit;
+    mIsMuch = acrMessage.size() > lLimit / 8;
+    if (lRecords != 0) {
+        mrBuffer.waitUntilStored(sStoreTime);
+    }
+}
+
+void ZTCAgentLoop::noteLostAnswers() {
+    if (mpClient != nullptr && mpClient->getLostAnswers() != mLostAnswers) {
+        mLostAnswers = mpClient->getLostAnswers();
+        const std::lock_guard lLock(mMutex);
+        mBook.loseAnswer();
+    }
+}
+
+// Once, however much comes.
+void ZTCAgentLoop::lastFetch() {
+    try {
+        if (mpSight != nullptr && mIsGreeted && !mpSight->hasGone()) {
+            mpClient->setTimeout(sLastFetchTime);
+            take(mpClient->fetch());
+        }
+    } catch (const std::exception& lrError) {
+        mrLog.note(ZTSL_Warning, "the last fetch failed: %s", lrError.what());
+    }
+    noteLostAnswers();
+    const bool lIsOpen = mpClient != nullptr && mpClient->isFetchOpen();
+    const std::lock_guard lLock(mMutex);
+    if (mBook.hasRun()) {
+        mBook.settle(lIsOpen, ZTSMoment::now());
+        deliver(mBook.takeNews());
+    }
+}
+
+// ---- The books ----
+
+// Reads the figures, and tells what has been lost.
+void ZTCAgentLoop::look() {
+    mpSeen = mpSight->look();
+    const auto lNow = ZTSMoment::now();
+    const std::lock_guard lLock(mMutex);
+    mBook.look(mpSeen, mpClient->isFetchOpen(), lNow);
+    if (mBook.hasNews() || lNow.mSteady >= mNextRun) {
+        mNextRun = lNow.mSteady + sStoreRun;
+        deliver(mBook.takeNews());
+    }
+}
+
+// With the lock: what is told later comes later. The losses go with the last run, which tells that they are
+// told.
+void ZTCAgentLoop::deliver(ZTSBookNews aNews) {
+    mLossLines.take(aNews.mLosses, Clock::now());
+    for (ZTSChange& lrChange : aNews.mChanges) {
+        mrBuffer.takeChange(std::move(lrChange));
+    }
+    if (aNews.mRuns.empty()) {
+        for (ZTSLoss& lrLoss : aNews.mLosses) {
+            mrBuffer.takeLoss(std::move(lrLoss));
+        }
+        return;
+    }
+    for (ZTSAgentRun& lrRun : aNews.mRuns) {
+        mrBuffer.takeRun(std::move(lrRun),
+                         &lrRun == &aNews.mRuns.back() ? std::move(aNews.mLosses) : std::vector<ZTSLoss>());
+    }
+}

@@ -1,0 +1,261 @@
+#include "Sensor.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <system_error>
+
+#include "StoreFile.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::seconds sOpenTime = 2s;
+constexpr std::chrono::seconds sStatusEvery = 5s;
+
+// An end takes ten seconds at most. Of them the agent has its part first, which may keep an answer back.
+constexpr std::chrono::milliseconds sEndTime = 9500ms;
+constexpr std::chrono::milliseconds sLastFetchTime = 5000ms;
+constexpr std::chrono::milliseconds sStoreTime = 9000ms;
+
+ZTCSensorDescriptor sMakeEvent() {
+    ZTCSensorDescriptor lEvent(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!lEvent.isOpen()) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+    return lEvent;
+}
+
+void sSet(const ZTCSensorDescriptor& acrEvent) {
+    eventfd_write(acrEvent.get(), 1);
+}
+
+bool sWaitFor(const ZTCSensorDescriptor& acrEvent, std::chrono::steady_clock::time_point aDeadline) {
+    pollfd lPoll{acrEvent.get(), POLLIN, 0};
+    const auto lLeft =
+        std::chrono::ceil<std::chrono::milliseconds>(aDeadline - std::chrono::steady_clock::now());
+    return poll(&lPoll, 1, static_cast<int>(std::max<std::int64_t>(lLeft.count(), 0))) == 1;
+}
+
+// Held back from every thread that is made behind this.
+ZTCSensorDescriptor sTakeSignals() {
+    sigset_t lSignals;
+    sigemptyset(&lSignals);
+    for (const int lSignal : {SIGTERM, SIGINT, SIGHUP}) {
+        sigaddset(&lSignals, lSignal);
+    }
+    pthread_sigmask(SIG_BLOCK, &lSignals, nullptr);
+    ZTCSensorDescriptor lDescriptor(signalfd(-1, &lSignals, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!lDescriptor.isOpen()) {
+        throw std::system_error(errno, std::generic_category(), "signalfd");
+    }
+    return lDescriptor;
+}
+
+std::string sRuntimeDirectory() {
+    const char* const lpDirectory = getenv("RUNTIME_DIRECTORY");
+    const std::string lAll = lpDirectory != nullptr ? lpDirectory : "";
+    return lAll.substr(0, lAll.find(':'));
+}
+
+ZTSFoldOptions sFoldOf(const ZTSSnOptions& acrOptions) {
+    return {acrOptions.mFold, acrOptions.mCeiling};
+}
+
+ZTSStoreOptions sStoreOf(const ZTSSnOptions& acrOptions) {
+    ZTSStoreOptions lOptions;
+    lOptions.mPath = acrOptions.mStore;
+    lOptions.mHostName = acrOptions.mHostName;
+    lOptions.mKeepDays = acrOptions.mKeepDays;
+    lOptions.mKeepBytes = acrOptions.mKeepBytes;
+    return lOptions;
+}
+
+std::uint64_t sEventsSince(const std::string& acrStore, std::time_t aTime) {
+    SQLite::Database lStore = openStoreToRead(acrStore);
+    SQLite::Statement lSum(lStore,
+                           "SELECT coalesce(sum(events), 0) FROM minutes WHERE axis = 1 AND time >= ?");
+    lSum.bind(1, static_cast<std::int64_t>(aTime));
+    lSum.executeStep();
+    return static_cast<std::uint64_t>(lSum.getColumn(0).getInt64());
+}
+
+}  // namespace
+
+ZTCSensor::ZTCSensor(const ZTSSnOptions& acrOptions, std::vector<std::string> aWords, ZTCSnLog& arLog)
+    : mOptions(acrOptions),
+      mWords(std::move(aWords)),
+      mrLog(arLog),
+      mSignals(sTakeSignals()),
+      mBroken(sMakeEvent()),
+      mFigures(sRuntimeDirectory()),
+      mStatus(mFigures),
+      mBuffer({.mFold = sFoldOf(mOptions)}),
+      mHost(mOptions.mRoot, mOptions.mNames, mBuffer, mrLog),
+      mLoop(mOptions, mBuffer, mHost, mFigures, mrLog, [this] { turn(); }),
+      mStore(
+          sStoreOf(mOptions), mBuffer, mFigures, mrLog,
+          [this](const ZTSStoreStart& acrStart) { takeStart(acrStart); }, [this] { sSet(mBroken); }),
+      mCollected(sMakeEvent()) {
+    if (!mFigures.getTrouble().empty()) {
+        mrLog.note(ZTSL_Warning, "the figures are in no file: %s", mFigures.getTrouble().c_str());
+    }
+}
+
+ZTCSensor::~ZTCSensor() {
+    mLoop.end();
+    mCollecting.joinable() ? mCollecting.join() : void();
+}
+
+// In the store's thread, so that nobody else waits for its disk.
+void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
+    mLoop.setStart(acrStart);
+    try {
+        mStatus.takeToday(
+            sEventsSince(mOptions.mStore, ZTCSnStatus::beginOfDay(std::chrono::system_clock::now())));
+    } catch (const std::exception&) {
+        // Then the day begins now.
+    }
+}
+
+int ZTCSensor::run() {
+    mStore.waitUntilOpen(sOpenTime);
+    mCollecting = std::thread([this] { collect(); });
+    mNotify.tellReady();
+    mrLog.note(ZTSL_Notice, "collecting from %s into %s", mOptions.mDirectory.c_str(),
+               mOptions.mStore.c_str());
+    for (Event lEvent = waitForEvent(); lEvent != Event::End; lEvent = waitForEvent()) {
+        if (lEvent == Event::Broken) {
+            takeFailure();
+            break;
+        }
+        reload();
+    }
+    end();
+    return mResult;
+}
+
+// A store that stood still for long may have turned out to be of no use at last.
+void ZTCSensor::takeFailure() {
+    try {
+        mStore.waitUntilOpen(0ms);
+    } catch (const ZTCStoreError& lrError) {
+        mResult = 1;
+        mrLog.note(ZTSL_Error, "%s", lrError.what());
+    }
+}
+
+ZTCSensor::Event ZTCSensor::waitForEvent() {
+    pollfd lPolls[] = {{mSignals.get(), POLLIN, 0}, {mBroken.get(), POLLIN, 0}};
+    while (true) {
+        signalfd_siginfo lSignal{};
+        if (read(mSignals.get(), &lSignal, sizeof lSignal) == sizeof lSignal) {
+            if (lSignal.ssi_signo == SIGHUP) {
+                return Event::Reload;
+            }
+            mrLog.note(ZTSL_Notice, "ending on signal %u", lSignal.ssi_signo);
+            return Event::End;
+        }
+        if (lPolls[1].revents != 0) {
+            return Event::Broken;
+        }
+        poll(lPolls, 2, -1);
+    }
+}
+
+// ---- The collecting thread ----
+
+void ZTCSensor::collect() {
+    pthread_setname_np(pthread_self(), "agent");
+    try {
+        mLoop.run();
+    } catch (const std::exception& lrError) {
+        mResult = 1;
+        mrLog.note(ZTSL_Error, "%s", lrError.what());
+    }
+    sSet(mCollected);
+    sSet(mBroken);
+}
+
+void ZTCSensor::turn() {
+    const auto lNow = Clock::now();
+    mNotify.feed(lNow);
+    mBuffer.closeDue(lNow);
+    mFigures.set(ZTSN_UncommittedBytes, mBuffer.getBytes());
+    mFigures.set(ZTSN_LogLost, mrLog.getLost());
+    mFigures.set(ZTSN_Ports, mHost.getPorts()->mLocal.size());
+    mStore.tellTrouble();
+    tellStatus(lNow);
+}
+
+void ZTCSensor::tellStatus(Clock::time_point aNow) {
+    const std::pair lState(mFigures.get(ZTSN_AgentUp) != 0, mFigures.get(ZTSN_StoreStandsSince) != 0);
+    if (aNow - mStatusTold >= sStatusEvery || lState != mStateTold) {
+        mStatusTold = aNow;
+        mStateTold = lState;
+        mNotify.tellStatus(mStatus.getText(std::chrono::system_clock::now(), mStore.getTrouble()));
+    }
+}
+
+// ---- Reading anew, and the end ----
+
+void ZTCSensor::reload() {
+    mNotify.tellReloading();
+    try {
+        ZTSSnOptions lNew = readSnOptions(mWords);
+        const std::string lFixed = listFixedChanges(mOptions, lNew);
+        if (!lFixed.empty()) {
+            mrLog.note(ZTSL_Warning, "only a new start changes %s", lFixed.c_str());
+        }
+        keepFixed(mOptions, lNew);
+        mOptions = lNew;
+        mLoop.setOptions(mOptions);
+        mBuffer.setFold(sFoldOf(mOptions));
+        mStore.setKeep(mOptions.mKeepDays, mOptions.mKeepBytes);
+        mHost.reload(mOptions.mNames);
+        mrLog.note(ZTSL_Notice, "configuration and names are read anew");
+    } catch (const std::exception& lrError) {
+        mrLog.note(ZTSL_Error, "the configuration stays as it was: %s", lrError.what());
+    }
+    mNotify.tellReady();
+}
+
+void ZTCSensor::end() {
+    const auto lBegin = Clock::now();
+    mNotify.tellStopping();
+    // Whatever stands still from here on, also in a destructor: the process is left in time.
+    std::thread([this, lBegin] {
+        std::this_thread::sleep_until(lBegin + sEndTime);
+        mrLog.note(ZTSL_Error, "the end takes too long: leaving");
+        leave(mResult);
+    }).detach();
+    mLoop.end();
+    const bool lHasCollected = sWaitFor(mCollected, lBegin + sLastFetchTime);
+    if (!lHasCollected) {
+        mrLog.note(ZTSL_Warning, "the agent does not answer: ending without its last events");
+    }
+    mBuffer.closeAll();
+    const auto lLeft =
+        std::chrono::duration_cast<std::chrono::milliseconds>(lBegin + sStoreTime - Clock::now());
+    if (!mStore.finish(lLeft)) {
+        mrLog.note(ZTSL_Error, "ending with %zu KiB that are not in the history: %s",
+                   (mBuffer.getBytes() + 1023) / 1024, mStore.getTrouble().c_str());
+        leave(mResult);
+    }
+    if (!lHasCollected) {
+        leave(mResult);
+    }
+}
+
+// Threads that stand still cannot be waited for.
+void ZTCSensor::leave(int aStatus) {
+    mFigures.withdraw();
+    _exit(aStatus);
+}

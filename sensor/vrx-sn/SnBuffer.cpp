@@ -1,0 +1,348 @@
+#include "SnBuffer.h"
+
+#include <algorithm>
+#include <functional>
+#include <limits>
+#include <utility>
+
+namespace {
+
+constexpr std::size_t sMostRuns = 64;   // that wait; of more the first ones are in the changes alone
+constexpr std::size_t sBatchPart = 16;  // of the limit; so the store's log stays short as well
+constexpr std::size_t sLosses = 64;     // for so many kinds there is room in any case
+
+constexpr ZTNanoseconds sMinute = 60 * ZTSecond;
+constexpr ZTNanoseconds sSpans[] = {sMinute, 60 * sMinute, 24 * 60 * sMinute,
+                                    std::numeric_limits<ZTNanoseconds>::max()};
+
+bool sIsSameRun(const ZTSAgentRun& acrOne, const ZTSAgentRun& acrOther) {
+    return acrOne.mStart == acrOther.mStart && acrOne.mProcess == acrOther.mProcess;
+}
+
+std::size_t sBytesOf(const ZTSChange& acrChange) {
+    return 2 * sizeof acrChange + acrChange.mName.size() + acrChange.mBefore.size() + acrChange.mAfter.size();
+}
+
+std::size_t sBytesOf(const ZTSStoreRow& acrRow) {
+    return sizeof acrRow + ZTBytesBeside(acrRow.mRecord);
+}
+
+// Whose port it is that an event concerns.
+std::optional<ZTSWwn> sRemoteOf(const ZTSRecord& acrRecord, const ZTSHostPorts& acrPorts) {
+    const ZTSSeries& lrSeries = acrRecord.mSeries;
+    if (lrSeries.mTarget) {
+        return lrSeries.mTarget->mPort;
+    }
+    const std::uint8_t lCategory = lrSeries.mCategory;
+    const std::uint8_t lSubcategory = lrSeries.mSubcategory;
+    if (const auto lPortId = findPortId(lCategory, lSubcategory, acrRecord.mData)) {
+        const ZTSRemotePort* const lpPort = acrPorts.findAt(lrSeries.mFabric, *lPortId);
+        return lpPort != nullptr ? std::optional(lpPort->mNames.mPort) : std::nullopt;
+    }
+    return findRemotePort(lCategory, lSubcategory, acrRecord.mData);
+}
+
+void sJoin(ZTSLoss& arLoss, const ZTSLoss& acrMore) {
+    arLoss.mFirst = std::min(arLoss.mFirst, acrMore.mFirst);
+    arLoss.mLast = std::max(arLoss.mLast, acrMore.mLast);
+    const auto lAdd = [](std::optional<std::uint64_t>& arTo, const std::optional<std::uint64_t>& acrFrom) {
+        arTo = arTo && acrFrom ? std::optional(*arTo + *acrFrom) : std::nullopt;
+    };
+    lAdd(arLoss.mEvents, acrMore.mEvents);
+    lAdd(arLoss.mAtMost, acrMore.mAtMost);
+}
+
+ZTNanoseconds sNow() {
+    return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+ZTCSnBuffer::ZTCSnBuffer(ZTSBufferOptions aOptions) : mFolding(aOptions.mFold), mLimit(aOptions.mLimit) {
+    mRuns.reserve(sMostRuns);
+    mLosses.reserve(sLosses);
+}
+
+void ZTCSnBuffer::setFold(ZTSFoldOptions aOptions) {
+    const std::lock_guard lLock(mMutex);
+    mFolding.setOptions(aOptions);
+}
+
+// ---- Who learns of something ----
+
+void ZTCSnBuffer::takeRecords(const ZTSensorScopeData& acrData, const ZTSHostPorts& acrPorts,
+                              ZTSAgentRun aRun, Clock::time_point aNow, std::vector<ZTSLoss> aLosses) {
+    const auto lName = [&](ZTSRecord& arRecord) {
+        arRecord.mSeries.mFabric = acrPorts.fabricOf(arRecord.mSeries.mInitiator.mPort);
+        arRecord.mSeries.mRemote = sRemoteOf(arRecord, acrPorts);
+    };
+    const ZTCFolding::Namer lNamer(std::ref(lName));
+    const std::lock_guard lLock(mMutex);
+    bool lHasNews = setRun(std::move(aRun)) || !aLosses.empty();
+    for (const ZTSSensorRecordList& lrList : acrData) {
+        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
+            takeRecord({lrList.mInitiator, lrRecord.mCategory, lrRecord.mSubcategory, lrRecord.mTarget,
+                        toNanoseconds(lrRecord.mFirst), toNanoseconds(lrRecord.mLast), lrRecord.mOccurrences,
+                        lrRecord.mData},
+                       lNamer, aNow);
+            lHasNews = true;
+        }
+    }
+    addLosses(std::move(aLosses));
+    if (lHasNews) {
+        hasWork();
+    }
+}
+
+void ZTCSnBuffer::takeRecord(const ZTSCollected& acrCollected, const ZTCFolding::Namer& acrName,
+                             Clock::time_point aNow) {
+    do {
+        const std::size_t lOthers = std::max(mBatchBytes, mLimit / sBatchPart) + mChangeBytes;
+        mFolding.setLimit(mLimit - std::min(mLimit, lOthers));
+        try {
+            if (mFolding.take(acrCollected, aNow, acrName)) {
+                return;
+            }
+        } catch (const std::bad_alloc&) {
+            // The same as no room.
+        }
+    } while (makeRoom());
+    const auto [lFirst, lLast] = std::minmax(acrCollected.mFirst, acrCollected.mLast);
+    count({lFirst, lLast, {}, {}, acrCollected.mOccurrences, {}});
+}
+
+// Folds more coarsely, first what does not change the sums of a minute. It takes a while: only where there
+// is something to fold.
+bool ZTCSnBuffer::makeRoom() {
+    if (mFolding.getOpenedSince() <= mFolding.getRows().size() / 8) {
+        return false;
+    }
+    const std::size_t lBefore = mFolding.getBytes();
+    try {
+        for (const ZTNanoseconds lSpan : sSpans) {
+            mFolding.foldCoarsely(lSpan);
+            if (mFolding.getBytes() < lBefore / 4 * 3) {
+                break;
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return mFolding.getBytes() < lBefore;
+}
+
+// Of what is lost here. There is always room for that.
+void ZTCSnBuffer::count(const ZTSLoss& acrLoss) {
+    const std::uint64_t lEvents = acrLoss.mEvents.value_or(acrLoss.mAtMost.value_or(0));
+    const ZTSLoss lLoss{acrLoss.mFirst, acrLoss.mLast, {}, {}, lEvents, {}};
+    if (mLost.mEvents) {
+        sJoin(mLost, lLoss);
+    } else {
+        mLost = lLoss;
+    }
+}
+
+bool ZTCSnBuffer::setRun(ZTSAgentRun&& arRun) {
+    const Run lRun{arRun.mStart, arRun.mProcess, arRun.mWent, arRun.mTaken};
+    const bool lHasNews = std::exchange(mKnown, lRun) != lRun;
+    if (!mRuns.empty() && sIsSameRun(mRuns.back(), arRun)) {
+        mRuns.back() = std::move(arRun);
+        return lHasNews;
+    }
+    if (mRuns.size() == sMostRuns) {
+        mRuns.erase(mRuns.begin());
+    }
+    mRuns.push_back(std::move(arRun));
+    return lHasNews;
+}
+
+void ZTCSnBuffer::takeRun(ZTSAgentRun aRun, std::vector<ZTSLoss> aLosses) {
+    const std::lock_guard lLock(mMutex);
+    setRun(std::move(aRun));
+    addLosses(std::move(aLosses));
+    hasWork();
+}
+
+void ZTCSnBuffer::takeLoss(ZTSLoss aLoss) {
+    const std::lock_guard lLock(mMutex);
+    addLoss(std::move(aLoss));
+    hasWork();
+}
+
+void ZTCSnBuffer::addLosses(std::vector<ZTSLoss>&& arLosses) {
+    for (ZTSLoss& lrLoss : arLosses) {
+        addLoss(std::move(lrLoss));
+    }
+}
+
+void ZTCSnBuffer::addLoss(ZTSLoss&& arLoss) {
+    const auto lAt = std::find_if(mLosses.begin(), mLosses.end(), [&](const ZTSLoss& acrLoss) {
+        return acrLoss.mSource == arLoss.mSource && acrLoss.mReason == arLoss.mReason &&
+               acrLoss.mEvents.has_value() == arLoss.mEvents.has_value();
+    });
+    if (lAt != mLosses.end()) {
+        sJoin(*lAt, arLoss);
+        return;
+    }
+    try {
+        mLosses.push_back(std::move(arLoss));
+    } catch (const std::bad_alloc&) {
+        count(arLoss);
+    }
+}
+
+void ZTCSnBuffer::takeChange(ZTSChange aChange) {
+    const std::lock_guard lLock(mMutex);
+    const std::size_t lBytes = sBytesOf(aChange);
+    try {
+        if (mFolding.getBytes() + mBatchBytes + mChangeBytes + lBytes > mLimit) {
+            throw std::bad_alloc();
+        }
+        mChanges.push_back(std::move(aChange));
+        mChangeBytes += lBytes;
+    } catch (const std::bad_alloc&) {
+        ++mLostChanges;
+    }
+    hasWork();
+}
+
+void ZTCSnBuffer::takePorts(ZTSHostPorts aPorts) {
+    const std::lock_guard lLock(mMutex);
+    mPorts = std::move(aPorts);
+    hasWork();
+}
+
+void ZTCSnBuffer::takeLabels(ZTPortLabels aLabels) {
+    const std::lock_guard lLock(mMutex);
+    mLabels = std::move(aLabels);
+    hasWork();
+}
+
+void ZTCSnBuffer::closeDue(Clock::time_point aNow) {
+    const std::lock_guard lLock(mMutex);
+    if (mFolding.close(aNow)) {
+        hasWork();
+    }
+}
+
+void ZTCSnBuffer::closeAll() {
+    closeDue(Clock::time_point::max());
+}
+
+bool ZTCSnBuffer::waitUntilStored(std::chrono::milliseconds aTime) {
+    std::unique_lock lLock(mMutex);
+    return mAllIsStored.wait_for(lLock, aTime, [this] { return !mHasWork && !mIsDetached; });
+}
+
+// ---- The store's thread ----
+
+void ZTCSnBuffer::hasWork() {
+    mHasWork = true;
+    mWorkCame.notify_one();
+}
+
+void ZTCSnBuffer::wake() {
+    const std::lock_guard lLock(mMutex);
+    mIsWoken = true;
+    mWorkCame.notify_one();
+}
+
+bool ZTCSnBuffer::waitForWork(std::chrono::milliseconds aTime) {
+    std::unique_lock lLock(mMutex);
+    mWorkCame.wait_for(lLock, aTime, [this] { return mHasWork || mIsWoken; });
+    mIsWoken = false;
+    return mHasWork;
+}
+
+// The rows that are new or have grown, as they are now. How many events of others wait for the next batch.
+std::uint64_t ZTCSnBuffer::copyRows(std::vector<ZTSStoreRow>& arRows, std::uint64_t aNextId) {
+    // What a run has taken can be told for a part of the rows only where all of them are its own.
+    std::size_t lRoom = mRuns.size() > 1 ? std::numeric_limits<std::size_t>::max() : mLimit / sBatchPart;
+    std::uint64_t lLeft = 0;
+    for (const ZTSFoldedRow& lrRow : mFolding.getRows()) {
+        const std::uint64_t lAdded = lrRow.mRecord.mOccurrences - lrRow.mDetached;
+        if (lrRow.hasNews() && lRoom > 0) {
+            const bool lIsNew = lrRow.mId == 0;
+            arRows.push_back({lIsNew ? aNextId++ : lrRow.mId, lIsNew, lrRow.mRecord, lAdded});
+            lRoom -= std::min(lRoom, sBytesOf(arRows.back()));
+        } else {
+            lLeft += lAdded;
+        }
+    }
+    return lLeft;
+}
+
+// The rows up to this id never change again.
+std::uint64_t ZTCSnBuffer::getClosedTo() {
+    for (const ZTSFoldedRow& lrRow : mFolding.getRows()) {
+        if (!lrRow.isFinal()) {
+            return lrRow.mId != 0 ? lrRow.mId - 1 : mLastId;
+        }
+    }
+    return mLastId;
+}
+
+void ZTCSnBuffer::noteDetached(ZTSStoreBatch& arBatch, std::uint64_t aNextId) {
+    mLastId = aNextId - 1;
+    mBatchBytes = 0;
+    auto lRow = mFolding.getRows().begin();
+    for (const ZTSStoreRow& lrStored : arBatch.mRows) {
+        lRow = std::find_if(lRow, mFolding.getRows().end(),
+                            [](const ZTSFoldedRow& acrRow) { return acrRow.hasNews(); });
+        lRow->mId = lrStored.mId;
+        lRow->mDetached = lrStored.mRecord.mOccurrences;
+        mLastId = std::max(mLastId, lrStored.mId);
+        mBatchBytes += sBytesOf(lrStored);
+    }
+    const std::uint64_t lClosedTo = getClosedTo();
+    arBatch.mClosedTo = lClosedTo > mClosedTo ? lClosedTo : 0;
+    mClosedTo = std::max(mClosedTo, lClosedTo);
+}
+
+ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
+    const std::lock_guard lLock(mMutex);
+    // What may throw comes first.
+    ZTSStoreBatch lBatch;
+    const std::uint64_t lLeft = copyRows(lBatch.mRows, aNextId);
+    lBatch.mLosses = mLosses;
+    if (mLost.mEvents) {
+        lBatch.mLosses.push_back({mLost.mFirst, mLost.mLast, "sensor", "buffer", mLost.mEvents, {}});
+    }
+    lBatch.mAgents = mRuns;
+    if (mLostChanges != 0) {
+        mChanges.push_back(
+            {sNow(), "sensor", "buffer", "changed", "lost_changes", "0", std::to_string(mLostChanges)});
+    }
+    noteDetached(lBatch, aNextId);
+    lBatch.mChanges.swap(mChanges);
+    mBatchBytes += std::exchange(mChangeBytes, 0);
+    mLostChanges = 0;
+    mLosses.clear();
+    mLost = {};
+    lBatch.mPorts.swap(mPorts);
+    lBatch.mLabels.swap(mLabels);
+    if (lLeft == 0) {
+        mRuns.clear();
+    } else if (!lBatch.mAgents.empty()) {
+        lBatch.mAgents.back().mTaken -= std::min(lLeft, lBatch.mAgents.back().mTaken);
+    }
+    mHasWork = lLeft != 0;
+    mIsDetached = !lBatch.isEmpty();
+    return lBatch;
+}
+
+void ZTCSnBuffer::stored() {
+    const std::lock_guard lLock(mMutex);
+    const auto& lrRows = mFolding.getRows();
+    const auto lEnd = std::find_if(lrRows.begin(), lrRows.end(),
+                                   [](const ZTSFoldedRow& acrRow) { return !acrRow.isFinal(); });
+    mFolding.dropFirst(static_cast<std::size_t>(lEnd - lrRows.begin()));
+    mBatchBytes = 0;
+    mIsDetached = false;
+    mAllIsStored.notify_all();
+}
+
+std::size_t ZTCSnBuffer::getBytes() const {
+    const std::lock_guard lLock(mMutex);
+    return mFolding.getBytes() + mBatchBytes + mChangeBytes;
+}

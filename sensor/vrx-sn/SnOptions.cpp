@@ -1,0 +1,225 @@
+#include "SnOptions.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <optional>
+#include <set>
+#include <sstream>
+
+#include "ConfigFile.h"
+
+namespace {
+
+constexpr char sDefaultConfig[] = "/etc/vrx-sca/vrx-sn.conf";
+constexpr char sDefaultNames[] = "/etc/vrx-sca/names";
+
+constexpr std::uint64_t sLeastBytes = std::uint64_t{1} << 20;
+constexpr double sLongest = 3600;  // seconds
+
+// As they are given: what is in units of people's.
+struct Given {
+    ZTSSnOptions mOptions;
+    double mEvery = 1;
+    double mFold = 10;
+    std::string mKeepBytes = "8G";
+    std::string mConfig;
+};
+
+// What is looked at once, at the start.
+constexpr std::pair<const char*, std::string ZTSSnOptions::*> sFixed[] = {
+    {"--dir", &ZTSSnOptions::mDirectory},
+    {"--store", &ZTSSnOptions::mStore},
+    {"--host", &ZTSSnOptions::mHostName},
+    {"--root", &ZTSSnOptions::mRoot}};
+
+bool sIsThere(const char* apPath) {
+    return access(apPath, F_OK) == 0;
+}
+
+std::string sNameOfHost() {
+    char lName[256] = "";
+    gethostname(lName, sizeof lName - 1);
+    return lName[0] != '\0' ? lName : "localhost";
+}
+
+// Nothing if it is none.
+std::optional<std::uint64_t> sBytesOf(const std::string& acrText) {
+    constexpr char lUnits[] = "KMG";
+    const std::size_t lDigits = std::min(acrText.find_first_not_of("0123456789"), acrText.size());
+    const std::string lUnit = acrText.substr(lDigits);
+    const char* const lpUnit = lUnit.empty() ? lUnits : strchr(lUnits, lUnit[0]);
+    if (lDigits == 0 || lDigits > 18 || lUnit.size() > 1 || lpUnit == nullptr) {
+        return std::nullopt;
+    }
+    const auto lShift = lUnit.empty() ? 0U : 10U * static_cast<unsigned int>(lpUnit - lUnits + 1);
+    const std::uint64_t lNumber = std::stoull(acrText.substr(0, lDigits));
+    constexpr auto lMost = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    return lNumber <= lMost >> lShift ? std::optional(lNumber << lShift) : std::nullopt;
+}
+
+// ---- What is allowed: each returns what is wrong, or nothing ----
+
+CLI::Validator sSeconds(double aLeast) {
+    return {[aLeast](const std::string& acrText) {
+                double lValue = 0;
+                const bool lIsNumber = CLI::detail::lexical_cast(acrText, lValue);
+                return lIsNumber && lValue >= aLeast && lValue <= sLongest
+                           ? std::string()
+                           : fmt::format("'{}' is not {} to {} seconds", acrText, aLeast, sLongest);
+            },
+            "SECONDS"};
+}
+
+std::string sCheckBytes(const std::string& acrText) {
+    const std::optional<std::uint64_t> lBytes = sBytesOf(acrText);
+    return lBytes && *lBytes >= sLeastBytes
+               ? ""
+               : "'" + acrText + "' is no number of bytes from 1M on, with K, M, G or none behind it";
+}
+
+std::string sCheckName(const std::string& acrText) {
+    const bool lIsPlain =
+        std::all_of(acrText.begin(), acrText.end(), [](char aSign) { return aSign > ' ' && aSign < 127; });
+    return !acrText.empty() && acrText.size() <= 253 && lIsPlain ? "" : "'" + acrText + "' is no host's name";
+}
+
+std::string sCheckNotEmpty(const std::string& acrText) {
+    return acrText.empty() ? "it is empty" : "";
+}
+
+// It is run without a shell of anybody's, so its path is whole.
+std::string sCheckCommand(const std::string& acrText) {
+    const std::string lProgram = acrText.substr(0, acrText.find(' '));
+    struct stat lStatus {};
+    return lProgram.starts_with('/') && stat(lProgram.c_str(), &lStatus) == 0 && S_ISREG(lStatus.st_mode) &&
+                   access(lProgram.c_str(), X_OK) == 0
+               ? ""
+               : "'" + lProgram + "' is no program by its whole path";
+}
+
+void sDescribe(CLI::App& arProgram, Given& arGiven) {
+    ZTSSnOptions& lrOptions = arGiven.mOptions;
+    arProgram.set_version_flag("--version", "vrx-sn v" ZT_SENSOR_VERSION, "the version");
+    arProgram.add_option("--dir", lrOptions.mDirectory, "the agent's runtime directory")
+        ->type_name("DIR")
+        ->envname("ZT_VRX_SENSOR_DIR");
+    const auto lAdd = [&](const char* apName, auto& arValue, const char* apType, const char* apText) {
+        return arProgram.add_option(apName, arValue, apText)->type_name(apType);
+    };
+    lAdd("--store", lrOptions.mStore, "FILE", "the history (/var/lib/vrx-sn/history.db)")
+        ->check(sCheckNotEmpty);
+    lAdd("--every", arGiven.mEvery, "SECONDS", "from fetch to fetch (1)")->check(sSeconds(0.05));
+    lAdd("--ceiling", lrOptions.mCeiling, "BYTES", "up to so many bytes a record's data grows (4096)")
+        ->check(CLI::Range(0U, 262144U));
+    lAdd("--fold", arGiven.mFold, "SECONDS", "what repeats within that time is one row (10)")
+        ->check(sSeconds(0));
+    lAdd("--keep-days", lrOptions.mKeepDays, "N", "how long records are kept (90)")
+        ->check(CLI::Range(1U, 36500U));
+    lAdd("--keep-bytes", arGiven.mKeepBytes, "N", "how large the history grows, with K, M or G (8G)")
+        ->check(sCheckBytes);
+    lAdd("--names", lrOptions.mNames, "FILE", "what ports are called (/etc/vrx-sca/names, if it is there)");
+    lAdd("--host", lrOptions.mHostName, "NAME", "the host whose history it is (its name)")->check(sCheckName);
+    lAdd("--on-incident", lrOptions.mOnIncident, "COMMAND", "a program by its whole path, with its arguments")
+        ->check(sCheckCommand);
+    lAdd("--config", arGiven.mConfig, "FILE", "the configuration (/etc/vrx-sca/vrx-sn.conf, if it is there)")
+        ->configurable(false);
+    lAdd("--root", lrOptions.mRoot, "DIR", "where sys and proc are looked for (/)")->check(sCheckNotEmpty);
+}
+
+// CLI11 takes the first of several lines for one option, and says nothing.
+class OnceEach : public CLI::ConfigINI {
+  public:
+    std::vector<CLI::ConfigItem> from_config(std::istream& arInput) const override {
+        std::vector<CLI::ConfigItem> lItems = CLI::ConfigINI::from_config(arInput);
+        std::set<std::string> lNames;
+        for (const CLI::ConfigItem& lrItem : lItems) {
+            if (lrItem.inputs.size() > 1 || !lNames.insert(lrItem.fullname()).second) {
+                throw CLI::ConfigError(lrItem.fullname() + " has more than one value",
+                                       CLI::ExitCodes::ConfigError);
+            }
+            if (!lrItem.parents.empty()) {
+                throw CLI::ConfigError("there is no section " + lrItem.parents.front(),
+                                       CLI::ExitCodes::ConfigError);
+            }
+        }
+        return lItems;
+    }
+};
+
+ZTSSnOptions sFinish(Given& arGiven) {
+    ZTSSnOptions& lrOptions = arGiven.mOptions;
+    if (lrOptions.mDirectory.empty()) {
+        throw ZTCSnUsage("--dir or ZT_VRX_SENSOR_DIR has to name the agent's runtime directory");
+    }
+    const auto lToTime = [](double aSeconds) {
+        return std::chrono::milliseconds(static_cast<std::int64_t>(aSeconds * 1000 + 0.5));
+    };
+    lrOptions.mEvery = lToTime(arGiven.mEvery);
+    lrOptions.mFold = lToTime(arGiven.mFold);
+    lrOptions.mKeepBytes = sBytesOf(arGiven.mKeepBytes).value();
+    if (lrOptions.mHostName.empty()) {
+        lrOptions.mHostName = sNameOfHost();
+    }
+    if (lrOptions.mNames.empty() && sIsThere(sDefaultNames)) {
+        lrOptions.mNames = sDefaultNames;
+    }
+    return lrOptions;
+}
+
+// apConfig: the text of the configuration, null: of the file.
+ZTSSnOptions sRead(const std::vector<std::string>& acrWords, const std::string* apConfig) {
+    Given lGiven;
+    CLI::App lProgram("Collects what vrx-sca hands over, all the time, and keeps the history.", "vrx-sn");
+    lProgram.config_formatter(std::make_shared<OnceEach>());
+    lProgram.allow_config_extras(false);
+    sDescribe(lProgram, lGiven);
+    std::string lWhere;
+    try {
+        lProgram.parse(std::vector<std::string>(acrWords.rbegin(), acrWords.rend()));
+        lWhere = !lGiven.mConfig.empty() ? lGiven.mConfig : sIsThere(sDefaultConfig) ? sDefaultConfig : "";
+        if (apConfig != nullptr || !lWhere.empty()) {
+            std::istringstream lText(apConfig != nullptr ? *apConfig : readConfigFile(lWhere));
+            lProgram.parse_from_stream(lText);
+        }
+    } catch (const CLI::CallForVersion& lrVersion) {
+        throw ZTCSnShown(std::string(lrVersion.what()) + "\n");
+    } catch (const CLI::Success&) {
+        throw ZTCSnShown(lProgram.help());
+    } catch (const CLI::ParseError& lrError) {
+        throw ZTCSnUsage((lWhere.empty() ? "" : lWhere + ": ") + lrError.what());
+    }
+    lGiven.mOptions.mConfig = lWhere;
+    return sFinish(lGiven);
+}
+
+}  // namespace
+
+ZTSSnOptions readSnOptions(const std::vector<std::string>& acrWords) {
+    return sRead(acrWords, nullptr);
+}
+
+ZTSSnOptions parseSnOptions(const std::vector<std::string>& acrWords, const std::string& acrConfig) {
+    return sRead(acrWords, &acrConfig);
+}
+
+std::string listFixedChanges(const ZTSSnOptions& acrBefore, const ZTSSnOptions& acrNow) {
+    std::string lList;
+    for (const auto& [lpName, lpMember] : sFixed) {
+        if (acrBefore.*lpMember != acrNow.*lpMember) {
+            lList += (lList.empty() ? "" : ", ") + std::string(lpName);
+        }
+    }
+    return lList;
+}
+
+void keepFixed(const ZTSSnOptions& acrBefore, ZTSSnOptions& arNow) {
+    for (const auto& [lpName, lpMember] : sFixed) {
+        arNow.*lpMember = acrBefore.*lpMember;
+    }
+}

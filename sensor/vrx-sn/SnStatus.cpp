@@ -1,0 +1,51 @@
+#include "SnStatus.h"
+
+#include <fmt/format.h>
+
+#include "SnFigures.h"
+
+namespace {
+
+std::string sWithCommas(std::uint64_t aNumber) {
+    std::string lText = std::to_string(aNumber);
+    for (std::size_t lAt = lText.size(); lAt > 3;) {
+        lText.insert(lAt -= 3, ",");
+    }
+    return lText;
+}
+
+std::string sCounted(std::uint64_t aNumber, const char* apWhat) {
+    return sWithCommas(aNumber) + " " + apWhat + (aNumber == 1 ? "" : "s");
+}
+
+}  // namespace
+
+std::time_t ZTCSnStatus::beginOfDay(Clock::time_point aNow) {
+    const std::time_t lNow = Clock::to_time_t(aNow);
+    std::tm lDay{};
+    localtime_r(&lNow, &lDay);
+    lDay.tm_hour = lDay.tm_min = lDay.tm_sec = 0;
+    lDay.tm_isdst = -1;
+    return std::mktime(&lDay);
+}
+
+std::string ZTCSnStatus::getText(Clock::time_point aNow, const std::string& acrTrouble) {
+    const auto lTaken = static_cast<std::int64_t>(mrFigures.get(ZTSN_Events));
+    const std::time_t lDay = beginOfDay(aNow);
+    if (mDay != 0 && lDay != mDay) {
+        mBefore = -lTaken;
+    }
+    mDay = lDay;
+    const auto lToday = static_cast<std::uint64_t>(std::max<std::int64_t>(0, mBefore + lTaken));
+    std::string lText =
+        sCounted(lToday, "event") + " today, " + sCounted(mrFigures.get(ZTSN_Ports), "port") + ", ";
+    if (const std::uint64_t lFetch = mrFigures.get(ZTSN_LastFetch); lFetch == 0) {
+        lText += "nothing fetched yet";
+    } else {
+        const auto lNow = std::chrono::nanoseconds(aNow.time_since_epoch()).count();
+        const auto lAgo = std::max<std::int64_t>(0, lNow - static_cast<std::int64_t>(lFetch));
+        lText += fmt::format("last fetch {:.1f} s ago", static_cast<double>(lAgo) / 1e9);
+    }
+    lText += mrFigures.get(ZTSN_AgentUp) != 0 ? "" : ", no agent";
+    return lText + (acrTrouble.empty() ? "" : "; the history is not written: " + acrTrouble);
+}

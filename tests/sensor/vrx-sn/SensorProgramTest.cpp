@@ -1,0 +1,187 @@
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+
+#include "SensorProgram.h"
+#include "TestDisk.h"
+
+namespace {
+
+// What a service manager is told.
+class Manager {
+  public:
+    explicit Manager(const std::string& acrPath) : mPath(acrPath) {
+        sockaddr_un lAddress{AF_UNIX, ""};
+        acrPath.copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
+        EXPECT_EQ(bind(mSocket.get(), reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress), 0);
+    }
+    std::vector<std::string> getEnvironment(const std::string& acrWatchdog) const {
+        return {"NOTIFY_SOCKET=" + mPath, "WATCHDOG_USEC=" + acrWatchdog, "WATCHDOG_PID"};
+    }
+    /// Whether something with the part is told from now on.
+    bool hears(const std::string& acrPart) const {
+        return waitUntil([&] {
+            char lText[512];
+            const ssize_t lRead = recv(mSocket.get(), lText, sizeof lText, MSG_DONTWAIT);
+            return lRead > 0 && contains({lText, static_cast<std::size_t>(lRead)}, acrPart);
+        });
+    }
+
+  private:
+    const std::string mPath;
+    ZTCDescriptor mSocket{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+};
+
+TEST(SensorProgram, WhatTheLibrarySendsIsInTheStore) {
+    ZTCSnStand lStand({"--every", "0.1", "--fold", "1"});
+    lStand.play("queue-full board=0 lun=3 times=1000\nport-busy board=1 times=500\nplogi times=7\n");
+    EXPECT_TRUE(lStand.waitForEvents(1507));
+    lStand.play("queue-full board=0 lun=3 times=20\n");
+    EXPECT_EQ(lStand.endSensor(), 0);  // fetches once more
+    EXPECT_EQ(lStand.getStored(), 1527);
+    EXPECT_EQ(lStand.getLost(), 0);
+    lStand.expectSumsAreWhole();
+    EXPECT_LE(lStand.ask("SELECT count(*) FROM records"), 4);
+    struct stat lStatus {};
+    ASSERT_EQ(stat(lStand.getStore().c_str(), &lStatus), 0);
+    EXPECT_EQ(lStatus.st_mode & 0777, 0640U);
+    EXPECT_EQ(std::filesystem::file_size(lStand.getStore() + "-wal"), 0U);
+
+    lStand.play("port-busy board=0 times=11\n");
+    lStand.startSensor();
+    EXPECT_TRUE(lStand.waitForEvents(1538));
+    EXPECT_EQ(lStand.ask("SELECT count(*) FROM agents"), 1);
+    lStand.endSensor();
+    lStand.expectSumsAreWhole();
+    EXPECT_EQ(lStand.getLost(), 0);
+    EXPECT_EQ(lStand.endAgent(), 0);
+}
+
+TEST(SensorProgram, WhatCannotBeUsedIsOneLineAndAStatus) {
+    const ZTCTestDirectory lDirectory;
+    writeFile(lDirectory / "file", "");
+    const std::string lStore = lDirectory / "history.db";
+    const struct {
+        std::string mStore;
+        std::vector<std::string> mArguments;
+        int mStatus;
+    } lRows[] = {{lStore, {"--every", "0"}, 2},
+                 {lStore, {"--config", "/absent"}, 2},
+                 {lDirectory / "file/history.db", {}, 1},
+                 {lDirectory / "absent/history.db", {}, 1}};
+    for (const auto& lrRow : lRows) {
+        const ZTSTestEnd lEnd = runChild<ZTCSnRun>(lDirectory.getPath(), lrRow.mStore, lrRow.mArguments);
+        EXPECT_EQ(lEnd.mStatus, lrRow.mStatus) << lEnd.mErr;
+        EXPECT_TRUE(lEnd.mErr.starts_with("vrx-sn: ")) << lEnd.mErr;
+        EXPECT_EQ(countIn(lEnd.mErr, "\n"), 1U) << lEnd.mErr;
+        EXPECT_EQ(lEnd.mOut, "");
+    }
+    const ZTSTestEnd lHelp =
+        runChild<ZTCSnRun>(lDirectory.getPath(), lStore, ZTCTestChild::Arguments{"--help"});
+    EXPECT_EQ(lHelp.mStatus, 0);
+    EXPECT_TRUE(contains(lHelp.mOut, "--on-incident COMMAND"));
+    EXPECT_EQ(lHelp.mErr, "");
+}
+
+TEST(SensorProgram, TheManagerIsToldHowItGoes) {
+    const ZTCTestDirectory lDirectory("/dev/shm");
+    const Manager lManager(lDirectory / "notify");
+    auto lEnvironment = lManager.getEnvironment("200000");
+    lEnvironment.push_back("RUNTIME_DIRECTORY=" + lDirectory.getPath());
+    writeFile(lDirectory / "conf", "every=0.1\n");
+    ZTCSnStand lStand({"--config", lDirectory / "conf"}, lEnvironment);
+    EXPECT_TRUE(lManager.hears("READY=1"));
+    lStand.play("port-busy times=1234\n");
+    EXPECT_TRUE(lManager.hears("WATCHDOG=1"));
+    EXPECT_TRUE(lManager.hears("STATUS=1,234 events today"));
+
+    EXPECT_EQ(readFile(lDirectory / "vrx-sn.stats").substr(0, 8), "VRXSTAT1");
+
+    writeFile(lDirectory / "conf", "every=nothing\n");
+    lStand.getSensor().sendSignal(SIGHUP);
+    EXPECT_TRUE(lManager.hears("RELOADING=1"));
+    EXPECT_TRUE(lManager.hears("READY=1"));
+    EXPECT_TRUE(contains(lStand.getSensor().getErr(), "the configuration stays as it was"))
+        << lStand.getSensor().getErr();
+    writeFile(lDirectory / "conf", "every=0.2\nstore=/other\nhost=other\n");
+    lStand.getSensor().sendSignal(SIGHUP);
+    EXPECT_TRUE(waitUntil([&] { return contains(lStand.getSensor().getErr(), "read anew"); }));
+    EXPECT_TRUE(contains(lStand.getSensor().getErr(), "only a new start changes --host"))
+        << lStand.getSensor().getErr();
+    lStand.killAgent();
+    EXPECT_TRUE(lManager.hears("no agent"));
+    lStand.endSensor();
+    EXPECT_TRUE(lManager.hears("STOPPING=1"));
+    EXPECT_FALSE(std::filesystem::exists(lDirectory / "vrx-sn.stats"));
+}
+
+TEST(SensorProgram, ADiskThatStandsStillHoldsUpNobody) {
+    const ZTCTestDirectory lDirectory;
+    const Manager lManager(lDirectory / "notify");
+    const ZTCTestDisk lDisk("history.db");
+    auto lEnvironment = lManager.getEnvironment("200000");
+    for (const std::string& lrEntry : lDisk.getEnvironment()) {
+        lEnvironment.push_back(lrEntry);
+    }
+    ZTCSnStand lStand({"--every", "0.1"}, lEnvironment);
+    lStand.play("port-busy times=100\n");
+    EXPECT_TRUE(lStand.waitForEvents(100));
+    lDisk.stand();
+    lStand.play("port-busy times=1000\n");
+    EXPECT_TRUE(lManager.hears("its disk stands still")) << lStand.getSensor().getErr();
+    EXPECT_TRUE(lManager.hears("WATCHDOG=1"));
+    EXPECT_EQ(lStand.getFigure("held_events"), 0U);
+    // An end that cannot write takes its ten seconds. What was fetched is told by the next one.
+    const bool lEnds = ZTTestRounds(false, true);
+    if (lEnds) {
+        const auto lBegin = std::chrono::steady_clock::now();
+        lStand.getSensor().sendSignal(SIGTERM);
+        EXPECT_TRUE(
+            waitUntil([&] { return contains(lStand.getSensor().getErr(), "that are not in the history"); }));
+        lDisk.move();  // a thread that waits for its disk can only be ended when it has it
+        lStand.endSensor();
+        EXPECT_LT(std::chrono::steady_clock::now() - lBegin, std::chrono::seconds(15));
+        lStand.startSensor();
+    }
+    lDisk.move();
+    EXPECT_TRUE(lStand.waitForEvents(1100));
+    EXPECT_EQ(lStand.getStored() + lStand.getLost(), 1100);
+    EXPECT_TRUE(lEnds || contains(lStand.getSensor().getErr(), "over after")) << lStand.getSensor().getErr();
+    lStand.endSensor();
+}
+
+// Standard error that takes nothing, and a journal.
+TEST(SensorProgram, LinesAreNotWaitedForAndTheJournalHasTheirLevels) {
+    const ZTCTestDirectory lDirectory;
+    int lPipe[2];
+    ASSERT_EQ(pipe2(lPipe, O_CLOEXEC | O_NONBLOCK), 0);
+    const ZTCDescriptor lReader(lPipe[0]);
+    const ZTCDescriptor lWriter(lPipe[1]);
+    while (write(lWriter.get(), "x", 1) == 1) {
+    }
+    fcntl(lWriter.get(), F_SETFL, 0);
+    int lSockets[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, lSockets), 0);
+    const ZTCDescriptor lJournal(lSockets[0]);
+    const ZTCDescriptor lStream(lSockets[1]);
+    struct stat lStatus {};
+    ASSERT_EQ(fstat(lStream.get(), &lStatus), 0);
+    for (const ZTCDescriptor* const lpError : {&lWriter, &lStream}) {
+        const bool lIsJournal = lpError == &lStream;
+        ZTCTestChild lChild([&] {
+            const std::string lName =
+                "JOURNAL_STREAM=" + std::to_string(lStatus.st_dev) + ":" + std::to_string(lStatus.st_ino);
+            lIsJournal ? putenv(const_cast<char*>(lName.c_str())) : 0;
+            dup2(lpError->get(), STDERR_FILENO);
+            execl(ZT_VRX_SN, ZT_VRX_SN, "--dir", lDirectory.getPath().c_str(), "--every", "\n0", nullptr);
+        });
+        EXPECT_EQ(lChild.waitForEnd(), 2);
+    }
+    char lText[512];
+    const ssize_t lRead = recv(lJournal.get(), lText, sizeof lText, MSG_DONTWAIT);
+    ASSERT_GT(lRead, 0);
+    const std::string lLine(lText, static_cast<std::size_t>(lRead));
+    EXPECT_TRUE(lLine.starts_with("<3>--every")) << lLine;
+    EXPECT_EQ(countIn(lLine, "\n"), 1U) << lLine;
+}
+
+}  // namespace
