@@ -100,6 +100,8 @@ void logRate();
 void pointer();
 void scsi();
 void look();
+void sensor();
 void fold();
+void store();
 
 }  // namespace ztbench

@@ -26,7 +26,9 @@ constexpr GroupRow sGroups[] = {
     {"pointer", ztbench::pointer},
     {"scsi", ztbench::scsi},
     {"look", ztbench::look},
+    {"sensor", ztbench::sensor},
     {"fold", ztbench::fold},
+    {"store", ztbench::store},
 };
 
 }  // namespace

@@ -2,7 +2,10 @@
  * from one thread, as fast as the agent takes them. It begins at the sensor's first fetch, and waits where
  * the collection is nearly full, so that no event is lost: both it sees in the agent's statistics. How many
  * nanoseconds it took from the first call to the last return, and how many of these it waited, it writes into
- * the file ZT_BENCH_RESULT. */
+ * the file ZT_BENCH_RESULT.
+ *
+ * With ZT_BENCH_RATE it delivers so many events a second instead, of four kinds that alternate over two
+ * adapters, waits for nobody, and writes how many nanoseconds that took. */
 #define _POSIX_C_SOURCE 200809L
 #include <fcntl.h>
 #include <pthread.h>
@@ -87,12 +90,49 @@ static void* sDeliver(void* nothing) {
     return nothing;
 }
 
+static unsigned long sRate(void) {
+    const char* const rate = getenv("ZT_BENCH_RATE");
+    return rate != NULL ? strtoul(rate, NULL, 10) : 0;
+}
+
+/* In steps of a millisecond, as long as the machine keeps up. */
+static void* sDeliverMix(void* nothing) {
+    static const struct {
+        uint32_t category, subcategory, length;
+    } kinds[] = {{1, 1, 20}, {4, 1, 16}, {4, 2, 16}, {2, 2, 12}};
+    const volatile uint64_t* const fetches = sFigure("fetches_total");
+    const uint64_t events = strtoull(getenv("ZT_BENCH_EVENTS"), NULL, 10);
+    const uint64_t rate = sRate();
+    uint8_t payload[20] = {0, 0, 0, 0, 0x50, 0x06, 0x01, 0x60, 0x3b, 0x20, 0x11, 0x0c};
+    const struct timespec moment = {0, 1000000};
+    while (*fetches == 0) {
+        nanosleep(&moment, NULL);
+    }
+    const uint64_t begin = sNow();
+    for (uint64_t at = 0; at < events; ++at) {
+        while (at % 16 == 0 && (sNow() - begin) / 1000 * rate < at * 1000000) {
+            nanosleep(&moment, NULL);
+        }
+        const uint32_t board = (uint32_t)(at / 4 % 2);
+        const ZT_event_descriptor descriptor = {0, payload};
+        const ZT_event event = {1, ZT_EVENT_HEADER + kinds[at % 4].length, &descriptor};
+        const HBA_wwn port = {{0x10, 0, 0, 0x25, 0xb5, 0, 0, (uint8_t)board}};
+        sCallback(board, port, kinds[at % 4].category, kinds[at % 4].subcategory, NULL, &event);
+    }
+    FILE* const result = fopen(getenv("ZT_BENCH_RESULT"), "w");
+    if (result != NULL) {
+        fprintf(result, "%llu 0\n", (unsigned long long)(sNow() - begin));
+        fclose(result);
+    }
+    return nothing;
+}
+
 static int sInit(void) {
     return 0;
 }
 
 static uint32_t sNumberOfAdapters(void) {
-    return 1;
+    return sRate() != 0 ? 2 : 1;
 }
 
 static int sZtapiSupported(void) {
@@ -108,12 +148,14 @@ static int sAdapterInfo(uint32_t board, HBA_wwn* node, HBA_wwn* port) {
 
 static uint32_t sZtapiRegEvent(uint32_t board, HBA_wwn port, uint32_t category, uint32_t subcategory,
                                void* context, uint32_t* handle, ZT_generic_callback callback) {
-    (void)board, (void)port, (void)context;
+    (void)port, (void)context;
     *handle = category << 8 | subcategory;
-    if (category == 1 && subcategory == 1) {
+    if (board == 0 && category == 1 && subcategory == 1) {
         pthread_t thread;
         sCallback = callback;
-        return pthread_create(&thread, NULL, sDeliver, NULL) == 0 ? (uint32_t)pthread_detach(thread) : 1;
+        return pthread_create(&thread, NULL, sRate() != 0 ? sDeliverMix : sDeliver, NULL) == 0
+                   ? (uint32_t)pthread_detach(thread)
+                   : 1;
     }
     return 0;
 }

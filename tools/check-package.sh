@@ -33,18 +33,18 @@ packages() {
     dpkg --force-unsafe-io --no-triggers "$@" >/run/dpkg.log 2>&1 || die "dpkg $*: $(cat /run/dpkg.log)"
 }
 
-# check_unit BOUND DROP_IN...: how much the unit leaves to the agent, by systemd's measure, with these.
+# check_unit NAME BOUND DROP_IN...: how much the unit leaves to its program, by systemd's measure, with these.
 check_unit() {
-    local bound=$1 figure drop_ins=/etc/systemd/system/vrx-sca.service.d
-    shift
+    local unit=$1.service bound=$2 figure drop_ins=/etc/systemd/system/$1.service.d
+    shift 2
     install -d "$drop_ins"
     (($# == 0)) || install -m 0644 -t "$drop_ins" "$@"
-    silent systemd-analyze verify --man=no vrx-sca.service
-    figure=$(systemd-analyze security --offline=true --no-pager vrx-sca.service |
+    silent systemd-analyze verify --man=no "$unit"
+    figure=$(systemd-analyze security --offline=true --no-pager "$unit" |
         sed -n 's/.*Overall exposure level for .*: \([0-9.]*\) .*/\1/p')
     awk -v figure="$figure" -v bound="$bound" 'BEGIN { exit !(figure != "" && figure <= bound) }' ||
-        die "the unit's exposure with '${*##*/}' is '$figure', more than $bound"
-    printf 'exposure %s %s\n' "$figure" "${*##*/}"
+        die "the exposure of $unit with '${*##*/}' is '$figure', more than $bound"
+    printf 'exposure %s %s %s\n' "$figure" "$unit" "${*##*/}"
     rm -r "$drop_ins"
 }
 
@@ -77,12 +77,18 @@ check_agent() {
     stop_agent
 }
 
-# What vrx-sca was before it had a revision: the files of both packages in one, and other settings in its file for them.
+# make_predecessor VERSION PACKAGE...: vrx-sca as it was then, with the files of these packages, and with other settings in
+# its file for them.
 make_predecessor() {
+    local version=$1 package
+    shift
+    rm -rf /run/old
     dpkg-deb -R /packages/vrx-sca_*.deb /run/old
-    dpkg-deb -x /packages/libdfc-fchost_*.deb /run/old
-    rm -r /run/old/usr/share/doc/libdfc-fchost
-    sed -i 's/^Version: .*/Version: 2.3.0.5/' /run/old/DEBIAN/control
+    for package; do
+        dpkg-deb -x "/packages/$package"_*.deb /run/old
+        rm -r "/run/old/usr/share/doc/$package"
+    done
+    sed -i "s/^Version: .*/Version: $version/" /run/old/DEBIAN/control
     sed -i '1s/.*/# The environment of the service./' /run/old/etc/default/vrx-sca
     dpkg-deb -b /run/old /run/old.deb >/run/dpkg.log
 }
@@ -95,17 +101,22 @@ check_restarts() {
     : >/run/systemctl.log
 }
 
-# As apt does it: what a package breaks is out of order until its own turn comes.
+# upgrade_in_order PACKAGE...: as apt does it, what a package breaks is out of order until its own turn comes.
 upgrade_in_order() {
+    local package files=()
     packages -i /run/old.deb
-    packages --auto-deconfigure -i "/packages/$1"_*.deb "/packages/$2"_*.deb
-    says "libdfc-fchost: $library" dpkg-query -S "$library"
-    silent dpkg --verify vrx-sca libdfc-fchost
-    packages -P vrx-sca libdfc-fchost
+    for package; do
+        files+=("/packages/$package"_*.deb)
+    done
+    packages --auto-deconfigure -i "${files[@]}"
+    [[ $* != *libdfc-fchost* ]] || says "libdfc-fchost: $library" dpkg-query -S "$library"
+    says 'vrx-scope: /usr/bin/vrx-scope' dpkg-query -S /usr/bin/vrx-scope
+    silent dpkg --verify "$@"
+    packages -P "$@"
 }
 
-# One after the other with an agent that runs with the file which changes the package; without the settings; at once, in
-# both orders.
+# From the version with all in one package, one after the other with an agent that runs with the file which changes the
+# package; without the settings; at once, in both orders. From the one that had vrx-scope, in both orders.
 check_upgrade() {
     local library=/usr/lib/vrx-sca/libdfc-fchost.so
     mkdir -p /run/systemd/system /run/bin /run/sys/class/fc_{host/host3,remote_ports}
@@ -115,7 +126,7 @@ case $1 in show) cat /run/vrx-sca/vrx-sca.pid ;; *) echo "$@" >>/run/systemctl.l
 END
     chmod +x /run/bin/systemctl
     echo 0x2000000000000003 | tee /run/sys/class/fc_host/host3/{node,port}_name >/dev/null
-    make_predecessor
+    make_predecessor 2.3.0.5 libdfc-fchost vrx-scope
 
     packages -i /run/old.deb
     printf 'ZT_LIBDFC=%s\n' /opt/vendor/lib/libdfc-x.so "\"$library\"" >>/etc/default/vrx-sca
@@ -142,9 +153,56 @@ END
     check_restarts 'try-restart vrx-sca.service'
     packages -P vrx-sca
 
-    upgrade_in_order vrx-sca libdfc-fchost
-    upgrade_in_order libdfc-fchost vrx-sca
+    upgrade_in_order vrx-sca libdfc-fchost vrx-scope
+    upgrade_in_order vrx-scope libdfc-fchost vrx-sca
+    make_predecessor 2.3.0.5-1 vrx-scope
+    upgrade_in_order vrx-sca vrx-scope
+    upgrade_in_order vrx-scope vrx-sca
     rm -r /run/systemd
+}
+
+# as_reader GROUP COMMAND...: as a user who is in no other group.
+as_reader() {
+    setpriv --reuid=65534 --regid=65534 --groups="$1" "${@:2}"
+}
+
+# The sensor as the unit starts it: root without a right, of the group. Who is in the group reads while it runs and behind
+# its end, and who is not does not.
+check_history() {
+    local sensor moment
+    export ZT_LIBDFC_SIM=/usr/share/vrx-sca/scenarios/link-flap.scenario
+    start_agent libdfc-sim.so
+    install -d -m 0750 -g vrx-sn /run/vrx-sn /var/lib/vrx-sn
+    (
+        umask 027
+        RUNTIME_DIRECTORY=/run/vrx-sn exec setpriv --regid=vrx-sn --clear-groups --bounding-set=-all --no-new-privs vrx-sn
+    ) 2>/run/vrx-sn.err &
+    sensor=$!
+    for ((moment = 0; moment < 100; ++moment)); do
+        [[ ! $(as_reader vrx-sn vrx-scope --ndjson history 2>&1) == *'"link'* ]] || break
+        read -rt 0.2 <> <(:) || :
+    done
+    ((moment < 100)) || die "there is no history: $(cat /run/vrx-sn.err)"
+    kill "$sensor"
+    wait "$sensor" || die "the status of vrx-sn is $?: $(cat /run/vrx-sn.err)"
+    stop_agent
+    says '"link' as_reader vrx-sn vrx-scope --ndjson history
+    ! as_reader nogroup vrx-scope history >/dev/null 2>&1 || die 'anybody reads the history'
+    rm /run/vrx-sn.err
+}
+
+# The packages of the sensor's side, and that a user of the group reads the history.
+check_sensor() {
+    packages -i /packages/vrx-scope_*.deb /packages/vrx-sn_*.deb
+    says 'vrx-scope' vrx-scope --version
+    says 'vrx-sn' vrx-sn --version
+    check_unit vrx-sn 0.8
+    check_history
+    packages -i /packages/vrx-sn_*.deb
+    # What people have set stays, and the packages say nothing of it.
+    sed -i 's/^#keep-days=.*/keep-days=30/' /etc/vrx-sca/vrx-sn.conf
+    packages --force-confold -i /packages/vrx-sn_*.deb
+    grep -qx keep-days=30 /etc/vrx-sca/vrx-sn.conf || die 'the configuration was not kept'
 }
 
 # depends PACKAGE
@@ -161,21 +219,22 @@ inside() {
     packages -i /packages/vrx-sca_*.deb
     says 'vrx-sca v' vrx-sca -v
     says '-D' vrx-sca -h
-    says 'vrx-scope' vrx-scope --version
     says 'vrx-sim check' vrx-sim -h
     says ': ok' vrx-sim check /usr/share/vrx-sca/scenarios/*.scenario
-    check_unit 0.7
-    check_unit 2.8 /usr/share/doc/vrx-sca/examples/vendor-library.conf
+    check_unit vrx-sca 0.7
+    check_unit vrx-sca 2.8 /usr/share/doc/vrx-sca/examples/vendor-library.conf
     check_agent
     packages -i /packages/libdfc-fchost_*.deb
-    check_unit 1.7 "$examples/fchost.conf"
-    check_unit 2.1 "$examples"/fchost{,-perf}.conf
+    check_unit vrx-sca 1.7 "$examples/fchost.conf"
+    check_unit vrx-sca 2.1 "$examples"/fchost{,-perf}.conf
     grep -v CAP_SYS_ADMIN "$examples/fchost-perf.conf" >/run/fchost-perfmon.conf
-    check_unit 1.8 "$examples/fchost.conf" /run/fchost-perfmon.conf
+    check_unit vrx-sca 1.8 "$examples/fchost.conf" /run/fchost-perfmon.conf
     says libbpf depends libdfc-fchost
-    [[ $(depends vrx-sca) != *libbpf* ]] || die 'vrx-sca depends on libbpf'
+    [[ $(depends vrx-sca) =~ ^libc6\ [^,]*,\ libgcc-s1\ [^,]*,\ libstdc\+\+6\ [^,]*$ ]] ||
+        die "vrx-sca depends on more than the language: $(depends vrx-sca)"
+    check_sensor
     packages -r vrx-sca
-    packages -P libdfc-fchost vrx-sca
+    packages -P libdfc-fchost vrx-sca vrx-scope vrx-sn
     rm -r /packages
 }
 
@@ -192,11 +251,11 @@ namespace() {
     tar -x -C "$root/packages"
     chroot "$root" bash -euo pipefail -c "$(declare -f); inside"
 
-    # What was written over the system, but for dpkg's own notes and those of its trigger for manual pages; of
-    # directories only those that the system has not.
+    # What was written over the system, but for dpkg's own notes, those of its trigger for manual pages, and the copies of
+    # the lists of groups; of directories only those that the system has not, of files those that are others now.
     left=$(cd "$upper" && find . -mindepth 1 \( -path ./var/lib/dpkg -o -path ./var/cache/man \) -prune -o \
-        ! -path ./var/log/dpkg.log -print | while IFS= read -r path; do
-        [[ -d $path && ! -L $path && -d /$path ]] || printf '%s\n' "$path"
+        ! -path ./var/log/dpkg.log ! -path ./etc/group- ! -path ./etc/gshadow- -print | while IFS= read -r path; do
+        [[ -d $path && ! -L $path && -d /$path ]] || cmp -s "$path" "/$path" || printf '%s\n' "$path"
     done)
     [[ -z $left ]] || die $'left behind or changed:\n'"$left"
 }

@@ -18,6 +18,8 @@ struct ZTSMeaning {
 const ZTSMeaning sOfSqlite[] = {
     {SQLITE_IOERR_NOMEM, ZTEStoreFault::Memory, ": no memory is left"},
     {SQLITE_IOERR_SHMSIZE, ZTEStoreFault::Full, " has no room: free some of its disk"},
+    {SQLITE_READONLY_RECOVERY, ZTEStoreFault::Busy, " is just being opened by vrx-sn"},
+    {SQLITE_READONLY_CANTINIT, ZTEStoreFault::Busy, " is just being opened by vrx-sn"},
     {SQLITE_CANTOPEN_ISDIR, ZTEStoreFault::Unusable, " is a folder, not a store"},
     {SQLITE_BUSY, ZTEStoreFault::Busy, " is locked by another process"},
     {SQLITE_LOCKED, ZTEStoreFault::Busy, " is locked by another process"},

@@ -45,7 +45,7 @@ bool ZTCStoreFollow::readRecords(ZTCStoreReader& arReader, ZTCStoreSlice& arSlic
                 readStoredData(lRow, lRecord.mRecord);
                 arRecords.push_back(std::move(lRecord));
             }
-            if (arSlice.isEnough(lRow.getColumn(5).size())) {
+            if (arSlice.isEnough(static_cast<std::size_t>(lRow.getColumn(5).size()))) {
                 return false;
             }
         }

@@ -93,7 +93,15 @@ class ZTCStoreWriter::Impl {
         : mOptions(std::move(aOptions)),
           mKeep{mOptions.mKeepDays, mOptions.mKeepBytes},
           mClock(mOptions.mClockTrust) {
-        open(openStoreToWrite(mOptions.mPath));
+        try {
+            open(openStoreToWrite(mOptions.mPath));
+        } catch (const ZTCStoreError& lrError) {
+            if (lrError.getFault() != ZTEStoreFault::Damaged) {
+                throw;
+            }
+            // It opened, but what is known of it from before cannot be read.
+            open(beginStoreAnew(openStoreToWrite(mOptions.mPath)));
+        }
     }
 
     const ZTSStoreStart& getStart() const { return mStart; }

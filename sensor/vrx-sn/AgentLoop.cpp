@@ -33,12 +33,6 @@ constexpr unsigned int sLooksForFigures = 10;
 
 constexpr std::uint64_t sHeldLimit = 256 * 1024;  // of an agent that shows none
 
-ZTSMoment sNow() {
-    const auto lTime = std::chrono::system_clock::now().time_since_epoch();
-    return {std::chrono::duration_cast<std::chrono::nanoseconds>(lTime).count(),
-            std::chrono::steady_clock::now()};
-}
-
 std::pair<std::uint64_t, std::uint64_t> sCount(const ZTSensorScopeData& acrData) {
     std::uint64_t lRecords = 0;
     std::uint64_t lEvents = 0;
@@ -68,21 +62,18 @@ ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer
       mNoAnswer(arLog, "the agent does not answer"),
       mBadAnswer(arLog, "what the agent answers cannot be read"),
       mLossLines(arLog) {
-    mrFigures.set(ZTSN_Period, static_cast<std::uint64_t>(mEvery.count()));
+    mrFigures.set(ZTSN_Period, static_cast<std::uint64_t>(acrOptions.mEvery.count()));
 }
 
-ZTCAgentLoop::~ZTCAgentLoop() = default;
-
 void ZTCAgentLoop::setOptions(const ZTSSnOptions& acrOptions) {
-    const std::lock_guard lLock(mMutex);
     mEvery = acrOptions.mEvery;
     mCeiling = acrOptions.mCeiling;
-    mrFigures.set(ZTSN_Period, static_cast<std::uint64_t>(mEvery.count()));
+    mrFigures.set(ZTSN_Period, static_cast<std::uint64_t>(acrOptions.mEvery.count()));
 }
 
 void ZTCAgentLoop::setStart(const ZTSStoreStart& acrStart) {
     const std::lock_guard lLock(mMutex);
-    mBook.setStart(acrStart, sNow());
+    mBook.setStart(acrStart, ZTSMoment::now());
     deliver(mBook.takeNews());
 }
 
@@ -107,27 +98,22 @@ void ZTCAgentLoop::tryTurn() {
         mDirectoryTrouble.over();
     } catch (const ZTCNoAgentError& lrError) {
         mrFigures.set(ZTSN_AgentUp, 0);
-        mNoAgent.met(lrError.what());
-        pause(sLookForAgent);
+        meet(mNoAgent, lrError, sLookForAgent);
     } catch (const ZTCTimedOutError& lrError) {
         mrFigures.set(ZTSN_AgentUp, 0);
-        mNoAnswer.met(lrError.what());
-        mpClient != nullptr && mpClient->isFetchOpen() ? void() : pause();
+        meet(mNoAnswer, lrError, mpClient != nullptr && mpClient->isFetchOpen() ? 0s : 1s);
     } catch (const ZTCMalformedAnswerError& lrError) {
-        mBadAnswer.met(lrError.what());
-        pause();
+        meet(mBadAnswer, lrError, 1s);
     } catch (const ZTCRefusedError& lrError) {
-        mBadAnswer.met(lrError.what());
-        pause();
+        meet(mBadAnswer, lrError, 1s);
     } catch (const ZTCSensorError& lrError) {
         if (!mHasBegun) {
             throw;
         }
-        mDirectoryTrouble.met(lrError.what());
-        pause(sTroublePause);
+        meet(mDirectoryTrouble, lrError, sTroublePause);
     } catch (const std::bad_alloc&) {
         mrLog.note(ZTSL_Error, "there is no memory to collect with: trying again");
-        pause();
+        mPausedTo = Clock::now() + 1s;
     }
     noteLostAnswers();
 }
@@ -179,8 +165,10 @@ void ZTCAgentLoop::waitForWork() {
     }
 }
 
-void ZTCAgentLoop::pause(std::chrono::milliseconds aTime) {
-    mPausedTo = Clock::now() + aTime;
+void ZTCAgentLoop::meet(ZTCSnTrouble& arTrouble, const std::exception& acrError,
+                        std::chrono::milliseconds aPause) {
+    arTrouble.met(acrError.what());
+    mPausedTo = Clock::now() + aPause;
 }
 
 // ---- The directory ----
@@ -242,7 +230,7 @@ bool ZTCAgentLoop::findAgent() {
     }
     if (lpSight == nullptr) {
         const std::lock_guard lLock(mMutex);
-        mBook.seeNone(sNow());
+        mBook.seeNone(ZTSMoment::now());
         deliver(mBook.takeNews());
     }
     mNoAgent.met("none runs in " + mDirectory);
@@ -265,8 +253,8 @@ void ZTCAgentLoop::attach(std::unique_ptr<ZTCAgentSight> apSight) {
     if (mBook.hasRun() && mBook.isOf(mpSight->getStart(), mpSight->getProcess())) {
         return;
     }
-    mBook.end(nullptr, sNow());  // one that was lost sight of
-    mBook.begin(mpSight->getStart(), mpSight->getProcess(), mpSeen, sNow());
+    mBook.end(nullptr, ZTSMoment::now());  // one that was lost sight of
+    mBook.begin(mpSight->getStart(), mpSight->getProcess(), mpSeen, ZTSMoment::now());
 }
 
 // It has gone. An answer that it gave before may be in the pipe yet.
@@ -284,7 +272,7 @@ void ZTCAgentLoop::detach() {
     ZTSAgentRun lRun;
     {
         const std::lock_guard lLock(mMutex);
-        mBook.end(mpSeen, sNow());
+        mBook.end(mpSeen, ZTSMoment::now());
         lRun = mBook.getRun();
         deliver(mBook.takeNews());
     }
@@ -298,12 +286,7 @@ void ZTCAgentLoop::detach() {
 
 void ZTCAgentLoop::greet() {
     mpClient->setTimeout(sOrderTime);
-    std::chrono::milliseconds lEvery;
-    {
-        const std::lock_guard lLock(mMutex);
-        lEvery = mEvery;
-    }
-    const auto lSeconds = std::chrono::ceil<std::chrono::seconds>(lEvery).count();
+    const auto lSeconds = std::chrono::ceil<std::chrono::seconds>(mEvery.load()).count();
     mpClient->setCollectionPeriod(static_cast<std::uint32_t>(std::clamp<std::int64_t>(lSeconds, 1, 86400)));
     registerTargets();
     look();
@@ -327,13 +310,8 @@ void ZTCAgentLoop::startCollection() {
     if (!lIsIdle) {
         mpClient->stop();
     }
-    std::uint32_t lCeiling = 0;
-    {
-        const std::lock_guard lLock(mMutex);
-        lCeiling = mCeiling;
-    }
     try {
-        mpClient->startScope(lCeiling);
+        mpClient->startScope(mCeiling);
     } catch (const ZTCRefusedError&) {
         mpClient->stop();  // what it has registered
         throw;
@@ -363,10 +341,7 @@ void ZTCAgentLoop::registerTargets() {
 
 void ZTCAgentLoop::fetch() {
     mIsMuch = false;
-    {
-        const std::lock_guard lLock(mMutex);
-        mNextFetch = Clock::now() + mEvery;
-    }
+    mNextFetch = Clock::now() + mEvery.load();
     if (!mpClient->isFetchOpen()) {
         mpSight->noteWake();
     }
@@ -375,7 +350,7 @@ void ZTCAgentLoop::fetch() {
 }
 
 void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
-    const auto lNow = sNow();
+    const auto lNow = ZTSMoment::now();
     const auto lpPorts = mrHost.getPorts();
     ZTSensorScopeData lData;
     ZTSAgentRun lRun;
@@ -436,7 +411,7 @@ void ZTCAgentLoop::lastFetch() {
     const bool lIsOpen = mpClient != nullptr && mpClient->isFetchOpen();
     const std::lock_guard lLock(mMutex);
     if (mBook.hasRun()) {
-        mBook.settle(lIsOpen, sNow());
+        mBook.settle(lIsOpen, ZTSMoment::now());
         deliver(mBook.takeNews());
     }
 }
@@ -446,7 +421,7 @@ void ZTCAgentLoop::lastFetch() {
 // Reads the figures, and tells what has been lost.
 void ZTCAgentLoop::look() {
     mpSeen = mpSight->look();
-    const auto lNow = sNow();
+    const auto lNow = ZTSMoment::now();
     const std::lock_guard lLock(mMutex);
     mBook.look(mpSeen, mpClient->isFetchOpen(), lNow);
     if (mBook.hasNews() || lNow.mSteady >= mNextRun) {

@@ -1,6 +1,7 @@
 // The sensor's work with the agent: waits for one, starts its collection, fetches in time, keeps the books.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -27,7 +28,6 @@ class ZTCAgentLoop {
 
     ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, const ZTCHostLook& acrHost,
                  ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn);
-    ~ZTCAgentLoop();
     ZTCAgentLoop(const ZTCAgentLoop&) = delete;
     ZTCAgentLoop& operator=(const ZTCAgentLoop&) = delete;
 
@@ -68,7 +68,7 @@ class ZTCAgentLoop {
     void look();
     void deliver(ZTSBookNews aNews);
     void waitForWork();
-    void pause(std::chrono::milliseconds aTime = std::chrono::seconds(1));
+    void meet(ZTCSnTrouble& arTrouble, const std::exception& acrError, std::chrono::milliseconds aPause);
 
     ZTCSnBuffer& mrBuffer;
     const ZTCHostLook& mrHost;
@@ -78,9 +78,10 @@ class ZTCAgentLoop {
     const std::string mDirectory;
     ZTCWaitEnd mEnd;
 
-    std::mutex mMutex;  ///< of the options and the books; held while what the books tell is handed on
-    std::chrono::milliseconds mEvery;
-    std::uint32_t mCeiling;
+    std::atomic<std::chrono::milliseconds> mEvery;
+    std::atomic<std::uint32_t> mCeiling;
+
+    std::mutex mMutex;  ///< of the books; held while what they tell is handed on, so that it keeps its order
     ZTCLossBook mBook;
 
     // The loop's thread.

@@ -151,7 +151,7 @@ void ZTCHostLook::Shared::look(std::unique_lock<std::mutex>& arLock) {
 void ZTCHostLook::Shared::noteLook(Clock::duration aTime) {
     if (aTime >= sSlow) {
         mrLog.note(
-            ZTSL_Warning, "The host's ports could not be seen for %u s: a driver was slow to answer",
+            ZTSL_Warning, "the host's ports could not be seen for %u s: a driver was slow to answer",
             static_cast<unsigned int>(std::chrono::duration_cast<std::chrono::seconds>(aTime).count()));
     }
     const std::size_t lLeftOut = mHostPorts.getLeftOut();
@@ -218,7 +218,7 @@ void ZTCHostLook::Shared::readNames(std::unique_lock<std::mutex>& arLock) {
         if (!mEnds && lWhyNot.empty()) {
             takeNames(lPath, std::move(lNames));
         } else if (!mEnds) {
-            mrLog.note(ZTSL_Warning, "The names file %s cannot be read: %s; ports keep the names they had",
+            mrLog.note(ZTSL_Warning, "the names file %s cannot be read: %s; ports keep the names they had",
                        lPath.c_str(), lWhyNot.c_str());
         }
     }
@@ -232,7 +232,7 @@ void ZTCHostLook::Shared::takeNames(const std::string& acrPath, ZTSNamesFile aNa
         mrLog.note(ZTSL_Warning, "%s: %zu more lines are left out", acrPath.c_str(), aNames.mMoreMistakes);
     }
     if (!acrPath.empty()) {
-        mrLog.note(ZTSL_Notice, "%s names %zu ports", acrPath.c_str(), aNames.mLabels.size());
+        mrLog.note(ZTSL_Notice, "%s: ports named: %zu", acrPath.c_str(), aNames.mLabels.size());
     }
     if (mLabels == aNames.mLabels) {
         return;
@@ -242,7 +242,7 @@ void ZTCHostLook::Shared::takeNames(const std::string& acrPath, ZTSNamesFile aNa
         mLabels = std::move(aNames.mLabels);
         mIsToPublish = mHasLooked;
     } catch (const std::bad_alloc&) {
-        mrLog.note(ZTSL_Warning, "The names file %s cannot be read: %s; ports keep the names they had",
+        mrLog.note(ZTSL_Warning, "the names file %s cannot be read: %s; ports keep the names they had",
                    acrPath.c_str(), "no memory");
     }
 }

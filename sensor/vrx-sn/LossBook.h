@@ -14,6 +14,12 @@
 struct ZTSMoment {
     ZTNanoseconds mTime = 0;
     std::chrono::steady_clock::time_point mSteady;
+
+    static ZTSMoment now() {
+        const auto lTime = std::chrono::system_clock::now().time_since_epoch();
+        return {std::chrono::duration_cast<std::chrono::nanoseconds>(lTime).count(),
+                std::chrono::steady_clock::now()};
+    }
 };
 
 /// What an agent and the library in it say of themselves at one moment.

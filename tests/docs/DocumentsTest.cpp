@@ -224,6 +224,7 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
         Texts mContexts;  // the words behind which they are offered
     } lRows[] = {
         {"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
+        {"vrx-sn.8", {ZT_VRX_SN, "--help"}, {""}},
         {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
         {"vrx-scope.1", {ZT_VRX_SCOPE, "--help-all"}, {"", "start", "watch", "record", "replay", "stats", "history", "ports"}}};
     for (const auto& lrRow : lRows) {

@@ -1,0 +1,132 @@
+// The look at the host's ports, beside drivers and disks that do not answer.
+#include "FcTree.h"
+#include "HostLook.h"
+#include "SnBuffer.h"
+#include "SnLog.h"
+#include "StandingWrites.h"
+
+namespace {
+
+const std::string sPort = "10:00:00:00:00:00:00:01";
+const std::string sTarget = "50:00:00:00:00:00:00:01";
+
+class HostLook : public testing::Test {
+  protected:
+    HostLook() {
+        addHost("Online");
+        mTree.add("fc_remote_ports/rport-3:0-0",
+                  {{"port_name", "0x5000000000000001"}, {"port_state", "Online"}, {"roles", "FCP Target"}});
+    }
+    ~HostLook() override { ZTSetReadsStand(nullptr); }
+
+    void addHost(const std::string& acrState) {
+        mTree.add("fc_host/host3", {{"port_name", "0x1000000000000001"},
+                                    {"port_state", acrState},
+                                    {"fabric_name", "0x1000000000000f01"}});
+    }
+    void start() { mLook.emplace(mTree.getPath(), mNames, mBuffer, mLog); }
+    std::string getFabric() const {
+        return std::string(mLook->getPorts()->fabricOf(*ZTSWwn::fromText(sPort)));
+    }
+    // What the buffer was told since it was asked last.
+    ZTSStoreBatch detach() {
+        ZTSStoreBatch lBatch = mBuffer.detach(1);
+        mBuffer.stored();
+        return lBatch;
+    }
+    std::string waitForChanges(const std::string& acrLast) {
+        std::string lText;
+        EXPECT_TRUE(waitUntil([&] {
+            for (const ZTSChange& lrChange : detach().mChanges) {
+                lText += lrChange.mWhat + " " + lrChange.mEvent + " " + lrChange.mAttribute + ": " +
+                         lrChange.mBefore + " > " + lrChange.mAfter + "\n";
+            }
+            return contains(lText, acrLast);
+        })) << lText;
+        return lText;
+    }
+
+    ZTCFcTestTree mTree{"sys/class/"};
+    const std::string mNames = mTree.getPath() + "/names";
+    ZTCSnBuffer mBuffer{{}};
+    ZTCSnLog mLog;
+    std::optional<ZTCHostLook> mLook;
+};
+
+TEST_F(HostLook, TellsWhatHasChangedAndNothingElse) {
+    writeFile(mNames, sTarget + " array1-A0\nthis is a mistake\n");
+    testing::internal::CaptureStderr();
+    start();
+    EXPECT_EQ(getFabric(), "10:00:00:00:00:00:0f:01");
+    ZTSStoreBatch lFirst = detach();
+    EXPECT_EQ(lFirst.mPorts, *mLook->getPorts());
+    EXPECT_EQ(lFirst.mPorts->mRemote.at(0).mFabric, "10:00:00:00:00:00:0f:01");
+    EXPECT_EQ(lFirst.mLabels->at(*ZTSWwn::fromText(sTarget)).mName, "array1-A0");
+    EXPECT_TRUE(lFirst.mChanges.empty());  // what was there before has not come
+    mTree.set("fc_host/host3/port_state", "Linkdown");
+    EXPECT_EQ(waitForChanges("port"), "port changed state: Online > Linkdown\n");
+    // The fabric's own name, from now on.
+    writeFile(mNames, sPort + " hba0 fabric=left\n" + sTarget + " array1-A0\n");
+    mLook->reload(mNames);
+    EXPECT_EQ(waitForChanges("fabric"), "port changed fabric: 10:00:00:00:00:00:0f:01 > left\n");
+    EXPECT_EQ(mLook->getPorts()->mRemote.at(0).mFabric, "left");
+    // It stays when the file has gone; no file is none.
+    mLook->reload(mNames + "-not-there");
+    mLook->reload(mNames);
+    mTree.remove("fc_remote_ports/rport-3:0-0");
+    EXPECT_EQ(waitForChanges("went"), "remote_port went : Online > \n");
+    EXPECT_EQ(getFabric(), "left");
+    mLook->reload("");
+    EXPECT_EQ(waitForChanges("fabric"), "port changed fabric: left > 10:00:00:00:00:00:0f:01\n");
+    mLook.reset();
+    const std::string lLog = testing::internal::GetCapturedStderr();
+    EXPECT_PRED2(contains, lLog, mNames + ":2: 'this' is not a port's world wide name");
+    EXPECT_PRED2(contains, lLog, mNames + ": ports named: 1");
+}
+
+TEST_F(HostLook, ADriverThatDoesNotAnswerHoldsUpNobody) {
+    ZTSetReadsStand("/host3/");
+    start();
+    EXPECT_TRUE(ZTIsAReadStanding());
+    EXPECT_TRUE(mLook->getPorts()->mLocal.empty());
+    ZTSetReadsStand(nullptr);
+    EXPECT_TRUE(waitUntil([this] { return mLook->getPorts()->mLocal.size() == 1; }));
+    ZTSetReadsStand("/host3/");
+    EXPECT_TRUE(waitUntil(ZTIsAReadStanding));
+    EXPECT_EQ(mLook->getPorts()->mLocal.size(), 1U);
+    mLook.reset();
+    EXPECT_TRUE(ZTIsAReadStanding());
+    ZTSetReadsStand(nullptr);  // it comes out behind the end, and touches nothing
+    EXPECT_TRUE(waitUntil([] { return !ZTIsAReadStanding(); }));
+}
+
+TEST_F(HostLook, ANamesFileOnADiskThatStandsHoldsUpNobody) {
+    writeFile(mNames, sPort + " hba0 fabric=left\n");
+    ZTSetReadsStand("/names");
+    start();
+    EXPECT_TRUE(ZTIsAReadStanding());
+    EXPECT_EQ(getFabric(), "10:00:00:00:00:00:0f:01");
+    addHost("Linkdown");
+    mLook->reload(mNames);
+    EXPECT_TRUE(contains(waitForChanges("Linkdown"), "state: Online > Linkdown"));
+    ZTSetReadsStand(nullptr);
+    EXPECT_EQ(waitForChanges("fabric"), "port changed fabric: 10:00:00:00:00:00:0f:01 > left\n");
+}
+
+TEST_F(HostLook, WhatIsNoNamesFileIsSaidAndLeft) {
+    testing::internal::CaptureStderr();
+    const std::string lLong = mTree.getPath() + "/long";
+    writeFile(lLong, "#");
+    std::filesystem::resize_file(lLong, 5 << 20);
+    const std::string lPipe = mTree.getPath() + "/pipe";
+    mkfifo(lPipe.c_str(), 0600);
+    for (const std::string& lrFile : {lLong, lPipe, mTree.getPath()}) {
+        ZTCHostLook(mTree.getPath(), lrFile, mBuffer, mLog);
+    }
+    EXPECT_FALSE(detach().mLabels);  // those that the store has stay
+    const std::string lLog = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(countIn(lLog, "cannot be read: it is not a file"), 2U) << lLog;
+    EXPECT_EQ(countIn(lLog, "cannot be read: it is longer than 4 MiB"), 1U) << lLog;
+}
+
+}  // namespace
