@@ -1,7 +1,7 @@
 // Loaded before a program's own libraries (LD_PRELOAD), makes the paths that ZT_TEST_DISK is a part of lie on
 // a disk, and no file system be one in memory. While the file that ZT_TEST_STANDS names is there, whoever
-// makes, writes, syncs or removes a file of it waits; while that of ZT_TEST_FULL is, the disk has no room for a file
-// that is made.
+// makes, writes, syncs or removes a file of it waits; while that of ZT_TEST_FULL is, the disk has no room for
+// a file that is made.
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
