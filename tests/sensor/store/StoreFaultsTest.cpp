@@ -52,7 +52,7 @@ class StoreFaults : public ::testing::Test {
             }
             mEvents += countEvents(lrBatch);
             if (lAt % 2 == 0) {
-                tryTwice([&] { lpWriter->checkpoint(); });
+                tryTwice([&] { ZTBringLogIn(mPath); });
             }
         }
         tryTwice([&] { lpWriter->finish(); });
@@ -177,7 +177,7 @@ TEST_F(StoreFaults, WhatFailsForGoodLeavesWhatWasWritten) {
 
 TEST_F(StoreFaults, MemoryThatIsNotThereIsNoDamage) {
     // In a child: SQLite takes another memory only as long as nobody has used it.
-    const ZTSTestEnd lEnd = runChild([&] {
+    ZTCTestChild lChild([&] {
         sUseFailingMemory();
         for (const bool lIsForGood : {false, true}) {
             unsigned int lFailing = 1;
@@ -194,7 +194,7 @@ TEST_F(StoreFaults, MemoryThatIsNotThereIsNoDamage) {
             } while (sHasFailed);
         }
     });
-    EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut << lEnd.mErr;
+    EXPECT_EQ(lChild.waitForEnd(ZTTestRounds(120U, 3000U)), 0) << lChild.getOut() << lChild.getErr();
 }
 
 TEST_F(StoreFaults, MemoryOfOursThatIsNotThereIsNoDamageEither) {
