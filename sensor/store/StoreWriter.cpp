@@ -49,7 +49,7 @@ std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
 struct OpenStore {
     OpenStore(const ZTSStoreOptions& acrOptions, SQLite::Database& arDatabase)
         : mDatabase(setUp(arDatabase)),
-          mWal(mDatabase, acrOptions.mPath),
+          mWal(mDatabase, acrOptions.mPath, acrOptions.mLogStays),
           mSums(mDatabase),
           mSeries(mDatabase, mSums, acrOptions.mSeriesLimit),
           mTables(mDatabase),
