@@ -22,12 +22,17 @@ class StoreThread : public ::testing::Test {
         lOptions.mHostName = "host";
         lOptions.mLogStays = mLogStays;
         mThread.emplace(
-            lOptions, mBuffer, mFigures, mLog, [this](const ZTSStoreStart& acrStart) { mStart = acrStart; },
+            lOptions, mBuffer, mFigures, mLog,
+            [this](const ZTSStoreStart& acrStart) {
+                mStart = acrStart;
+                mHasStarted = true;
+            },
             [this] { mHasFailed = true; });
     }
     void startWell() {
         start();
         mThread->waitUntilOpen(30s);
+        EXPECT_TRUE(waitUntil([this] { return mHasStarted.exchange(false); }));
     }
     void lose(std::uint64_t aEvents) {
         mBuffer.takeLoss({ZTSecond, 2 * ZTSecond, "agent", "limit", aEvents, {}});
@@ -41,6 +46,7 @@ class StoreThread : public ::testing::Test {
     ZTCSnBuffer mBuffer{{}};
     std::chrono::milliseconds mLogStays = 1min;
     ZTSStoreStart mStart;
+    std::atomic<bool> mHasStarted{false};
     std::atomic<bool> mHasFailed{false};
     std::optional<ZTCStoreThread> mThread;
 };
