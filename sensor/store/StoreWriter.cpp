@@ -49,7 +49,7 @@ std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
 struct OpenStore {
     OpenStore(const ZTSStoreOptions& acrOptions, SQLite::Database& arDatabase)
         : mDatabase(setUp(arDatabase)),
-          mWal(mDatabase, acrOptions.mPath),
+          mWal(mDatabase, acrOptions.mPath, acrOptions.mLogStays),
           mSums(mDatabase),
           mSeries(mDatabase, mSums, acrOptions.mSeriesLimit),
           mTables(mDatabase),
@@ -182,6 +182,7 @@ void ZTCStoreWriter::Impl::loadStart() {
     mStart.mStore = lrDatabase.execAndGet("SELECT value FROM meta WHERE name = 'store'").getString();
     mStart.mNextId = static_cast<std::uint64_t>(lLast) + 1;
     mStart.mWasInUse = getMeta("in_use") != 0;
+    mStart.mWriter = mFile->mLock.getBefore().mProcess;
     mStart.mLastWrite = getMeta("last_write");
     mStart.mAgent = getStore().mTables.loadAgent();
     mLongest = getMeta("longest");

@@ -22,8 +22,10 @@ constexpr std::chrono::milliseconds sLastFetchTime = 2s;
 // Who has the pipes in its place is looked for in all of /proc.
 constexpr std::chrono::milliseconds sTroublePause = 3s;
 
-// So long the store is waited for behind an answer, that a kill loses no second one.
+// So long the store is waited for behind an answer, that a kill loses no second one; and so often it is
+// looked whether the agent can wait.
 constexpr std::chrono::milliseconds sStoreTime = 10ms;
+constexpr std::chrono::milliseconds sStoreStep = 2ms;
 // Behind a collection that could not be started, and one that somebody else has stopped.
 constexpr std::chrono::milliseconds sStartAgain = 10s;
 // How often a run that has nothing new goes to the store, for the time that it was seen.
@@ -32,18 +34,6 @@ constexpr std::chrono::milliseconds sStoreRun = 60s;
 constexpr unsigned int sLooksForFigures = 10;
 
 constexpr std::uint64_t sHeldLimit = 256 * 1024;  // of an agent that shows none
-
-std::pair<std::uint64_t, std::uint64_t> sCount(const ZTSensorScopeData& acrData) {
-    std::uint64_t lRecords = 0;
-    std::uint64_t lEvents = 0;
-    for (const ZTSSensorRecordList& lrList : acrData) {
-        lRecords += lrList.mRecords.size();
-        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            lEvents += lrRecord.mOccurrences;
-        }
-    }
-    return {lRecords, lEvents};
-}
 
 }  // namespace
 
@@ -365,7 +355,8 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
         mBook.loseAnswer();
         throw;
     }
-    const auto [lRecords, lEvents] = sCount(lData);
+    const std::uint64_t lRecords = countRecords(lData);
+    const std::uint64_t lEvents = countEvents(lData);
     {
         const std::lock_guard lLock(mMutex);
         mBook.take(lEvents, lNow);
@@ -384,8 +375,15 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     const std::uint64_t lLimit =
         mpSeen != nullptr ? mpSeen->mAgent.get("held_bytes_limit").value_or(sHeldLimit) : sHeldLimit;
     mIsMuch = acrMessage.size() > lLimit / 8;
-    if (lRecords != 0) {
-        mrBuffer.waitUntilStored(sStoreTime);
+    if (lRecords != 0 && acrMessage.size() < lLimit / 4) {
+        waitForStore();
+    }
+}
+
+// Not where the agent runs full meanwhile.
+void ZTCAgentLoop::waitForStore() {
+    const auto lEnd = Clock::now() + sStoreTime;
+    while (!mrBuffer.waitUntilStored(sStoreStep) && !mpSight->hasWoken() && Clock::now() < lEnd) {
     }
 }
 

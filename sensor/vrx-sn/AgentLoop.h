@@ -62,6 +62,7 @@ class ZTCAgentLoop {
 
     void fetch();
     void take(const ZTSensorBytes& acrMessage);
+    void waitForStore();
     void noteLostAnswers();
     void lastFetch();
 
