@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <new>
 #include <system_error>
 
 #include "StoreFile.h"
@@ -116,6 +117,11 @@ ZTCSensor::~ZTCSensor() {
 
 // In the store's thread, so that nobody else waits for its disk.
 void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
+    try {
+        mHost.setStart(acrStart);
+    } catch (const std::bad_alloc&) {
+        // Then it is not told what became of the ports meanwhile.
+    }
     mLoop.setStart(acrStart);
     try {
         mStatus.takeToday(
@@ -192,6 +198,7 @@ void ZTCSensor::turn() {
     mFigures.set(ZTSN_LogLost, mrLog.getLost());
     mFigures.set(ZTSN_Ports, mHost.getPorts()->mLocal.size());
     mStore.tellTrouble();
+    mHost.tellTrouble(lNow);
     tellStatus(lNow);
 }
 
