@@ -185,6 +185,9 @@ void ZTCStoreWriter::Impl::loadStart() {
     mStart.mWriter = mFile->mLock.getBefore().mProcess;
     mStart.mLastWrite = getMeta("last_write");
     mStart.mAgent = getStore().mTables.loadAgent();
+    if (mStart.mLastWrite != 0) {
+        mStart.mPorts = getStore().mTables.loadPorts(lrDatabase, mStart.mLastWrite);
+    }
     mLongest = getMeta("longest");
     mRecords = static_cast<std::uint64_t>(getStore().mCountRecords.findNumber().value_or(0));
     setMeta("in_use", 1);

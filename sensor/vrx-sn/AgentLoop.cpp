@@ -35,12 +35,20 @@ constexpr unsigned int sLooksForFigures = 10;
 
 constexpr std::uint64_t sHeldLimit = 256 * 1024;  // of an agent that shows none
 
+ZTCPortBook::Names sPortsIn(const ZTSensorScopeData& acrData) {
+    ZTCPortBook::Names lPorts;
+    for (const ZTSSensorRecordList& lrList : acrData) {
+        lPorts.push_back(lrList.mInitiator);
+    }
+    return lPorts;
+}
+
 }  // namespace
 
-ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, const ZTCHostLook& acrHost,
+ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, ZTCHostLook& arHost,
                            ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn)
     : mrBuffer(arBuffer),
-      mrHost(acrHost),
+      mrHost(arHost),
       mrFigures(arFigures),
       mrLog(arLog),
       mTurn(std::move(aTurn)),
@@ -341,11 +349,13 @@ void ZTCAgentLoop::fetch() {
 
 void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     const auto lNow = ZTSMoment::now();
-    const auto lpPorts = mrHost.getPorts();
+    std::shared_ptr<const ZTSHostPorts> lpPorts;
     ZTSensorScopeData lData;
     ZTSAgentRun lRun;
     try {
         lData = decodeScopeData(std::span(acrMessage).subspan(ZTSSensorHeader::Size));
+        mrHost.seeAgent(sPortsIn(lData));
+        lpPorts = mrHost.getPorts();
         const std::lock_guard lLock(mMutex);
         lRun = mBook.getRun();
     } catch (const ZTCRefusedError&) {

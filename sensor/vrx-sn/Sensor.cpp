@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <new>
 #include <system_error>
 
 #include "StoreFile.h"
@@ -123,6 +124,11 @@ void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
         noteSelf(acrStart.mWriter, "went", "unknown");
     }
     noteSelf(std::to_string(getpid()), "came", "version " ZT_SENSOR_VERSION);
+    try {
+        mHost.setStart(acrStart);
+    } catch (const std::bad_alloc&) {
+        // Then it is not told what became of the ports meanwhile.
+    }
     mLoop.setStart(acrStart);
     try {
         mStatus.takeToday(
@@ -213,6 +219,7 @@ void ZTCSensor::turn() {
     mFigures.set(ZTSN_LogLost, mrLog.getLost());
     mFigures.set(ZTSN_Ports, mHost.getPorts()->mLocal.size());
     mStore.tellTrouble();
+    mHost.tellTrouble(lNow);
     tellStatus(lNow);
 }
 

@@ -57,4 +57,6 @@ struct ZTSStoreStart {
     ZTNanoseconds mLastWrite = 0;       ///< when something was last written; 0: never
     std::string mSetAside;              ///< where a damaged one was put; empty: there was none
     std::optional<ZTSAgentRun> mAgent;  ///< the last one
+    /// The ports that were there when they were last written; nothing: it is new.
+    std::optional<ZTSHostPorts> mPorts;
 };
