@@ -295,6 +295,7 @@ class ZTCStoreThread::Impl {
     void work() {
         if (!mBatch && mrBuffer.waitForWork(getWait())) {
             mBatch = mrBuffer.detach(mNextId);
+            mBatch->mNumber = ++mBatchNumber;
             for (const ZTSStoreRow& lrRow : mBatch->mRows) {
                 mNextId = std::max(mNextId, lrRow.mId + 1);
             }
@@ -400,6 +401,8 @@ class ZTCStoreThread::Impl {
     ZTCStoreMove mMove;
     std::uint64_t mNextId = 1;
     std::optional<ZTSStoreBatch> mBatch;  // what is not stored yet
+    // Not one that another vrx-sn has given.
+    std::uint64_t mBatchNumber = static_cast<std::uint64_t>(sNow());
     unsigned int mFailures = 0;
     Clock::time_point mNextRetirement;
     Clock::time_point mSizesShown;
