@@ -11,7 +11,6 @@
 #include <thread>
 
 #include "SnBuffer.h"
-#include "SnFigures.h"
 #include "SnLog.h"
 #include "StoreCheckpoints.h"
 #include "StoreMove.h"
@@ -43,7 +42,6 @@ class ZTCStoreThread::Impl {
          Opened aOpened, Failed aFailed)
         : mOptions(std::move(aOptions)),
           mrBuffer(arBuffer),
-          mrFigures(arFigures),
           mrLog(arLog),
           mOpened(std::move(aOpened)),
           mFailed(std::move(aFailed)),
@@ -334,17 +332,12 @@ class ZTCStoreThread::Impl {
         mpWriter->write(*mBatch);
         mTrouble.succeed();
         mMove.stored(*mBatch);
-        mrFigures.count(ZTSN_Commits);
-        mrFigures.set(ZTSN_LastCommit, static_cast<std::uint64_t>(sNow()));
-        mrFigures.count(ZTSN_Rows, static_cast<std::uint64_t>(std::count_if(
-                                       mBatch->mRows.begin(), mBatch->mRows.end(),
-                                       [](const ZTSStoreRow& acrRow) { return acrRow.mIsNew; })));
+        mUpkeep.noteWritten(*mBatch);
         mCheckpoints.noteWrite(mpWriter->getSize().mWalBytes >= sMuchLog);
     }
 
     const ZTSStoreOptions mOptions;  // but how much is kept
     ZTCSnBuffer& mrBuffer;
-    ZTCSnFigures& mrFigures;
     ZTCSnLog& mrLog;
     const Opened mOpened;
     const Failed mFailed;

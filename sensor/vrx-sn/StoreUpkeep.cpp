@@ -14,6 +14,10 @@ constexpr std::chrono::milliseconds sRetireEvery = 1min;
 constexpr std::chrono::milliseconds sBetweenRetirements = 20ms;
 constexpr std::chrono::seconds sSizesEvery{1};
 
+ZTNanoseconds sNow() {
+    return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
 }  // namespace
 
 ZTCStoreUpkeep::ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures,
@@ -53,12 +57,19 @@ bool ZTCStoreUpkeep::tellKeep(ZTCStoreWriter& arWriter) {
     return std::exchange(mIsKeepNew, false);
 }
 
+void ZTCStoreUpkeep::noteWritten(const ZTSStoreBatch& acrBatch) {
+    const auto lNew = std::count_if(acrBatch.mRows.begin(), acrBatch.mRows.end(),
+                                    [](const ZTSStoreRow& acrRow) { return acrRow.mIsNew; });
+    mrFigures.count(ZTSN_Commits);
+    mrFigures.set(ZTSN_LastCommit, static_cast<std::uint64_t>(sNow()));
+    mrFigures.count(ZTSN_Rows, static_cast<std::uint64_t>(lNew));
+}
+
 void ZTCStoreUpkeep::work(ZTCStoreWriter& arWriter) {
     const auto lNow = Clock::now();
     if (tellKeep(arWriter) || lNow >= mNextRetirement) {
         mrTrouble.begin("relieved of what is old");
-        const auto lTime = std::chrono::system_clock::now().time_since_epoch();
-        const bool lIsMore = arWriter.retire(std::chrono::nanoseconds(lTime).count());
+        const bool lIsMore = arWriter.retire(sNow());
         mrTrouble.succeed();
         mNextRetirement = Clock::now() + (lIsMore ? sBetweenRetirements : sRetireEvery);
     }

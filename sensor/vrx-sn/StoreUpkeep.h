@@ -20,6 +20,8 @@ class ZTCStoreUpkeep {
     void begin(ZTCStoreWriter& arWriter);
     /// Until there is something to do; 0: there is.
     std::chrono::milliseconds getWait();
+    /// It is in the store: counted.
+    void noteWritten(const ZTSStoreBatch& acrBatch);
     /// What is due of it. Throws ZTCStoreError.
     void work(ZTCStoreWriter& arWriter);
 
