@@ -53,7 +53,14 @@ class ZTCStoreThread::Impl {
           }) {
         mStore = std::thread([this] { run(); });
     }
-    ~Impl() { giveUp(); }
+    ~Impl() {
+        {
+            const Lock lLock(mLock);
+            mIsEnding = mGivesUp = true;
+        }
+        wakeAll();
+        mStore.join();
+    }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
@@ -84,15 +91,6 @@ class ZTCStoreThread::Impl {
         mChanged.notify_all();
         mrBuffer.wake();
         mIsEnding ? mCheckpoints.end() : void();
-    }
-
-    void giveUp() {
-        {
-            const Lock lLock(mLock);
-            mIsEnding = mGivesUp = true;
-        }
-        wakeAll();
-        mStore.join();
     }
 
     // ---- The store's thread ----
