@@ -1,6 +1,7 @@
 #include "LossBook.h"
 
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
 namespace {
@@ -38,18 +39,37 @@ std::uint64_t sAbove(std::uint64_t aValue, std::uint64_t aLess) {
 
 }  // namespace
 
+static_assert(std::is_nothrow_move_assignable_v<ZTCLossBook>);
+
+// What is told and what is noted as told are the same, wherever there is no memory.
+template <class Work>
+void ZTCLossBook::inOnePiece(const Work& acrWork) {
+    ZTCLossBook lBefore(*this);
+    try {
+        acrWork();
+    } catch (...) {
+        *this = std::move(lBefore);
+        throw;
+    }
+}
+
 // ---- What the store knows ----
 
 void ZTCLossBook::setStart(const ZTSStoreStart& acrStart, const ZTSMoment& acrNow) {
-    mIsStartKnown = true;
-    mStored = acrStart.mAgent;
-    mIsSetAside = !acrStart.mSetAside.empty();
-    if (mIsSetAside) {
-        lose({"sensor", "store"}, acrNow.mTime, acrNow.mTime, {});
+    if (mIsStartKnown) {
+        return;  // told again, as what was to be done with it could not be done
     }
-    if (mBeginning) {
-        resolve();
-    }
+    inOnePiece([&] {
+        mIsStartKnown = true;
+        mStored = acrStart.mAgent;
+        mIsSetAside = !acrStart.mSetAside.empty();
+        if (mIsSetAside) {
+            lose({"sensor", "store"}, acrNow.mTime, acrNow.mTime, {});
+        }
+        if (mBeginning) {
+            resolve();
+        }
+    });
 }
 
 bool ZTCLossBook::isAwaited(ZTNanoseconds aStart, std::int64_t aProcess) const {
@@ -58,7 +78,7 @@ bool ZTCLossBook::isAwaited(ZTNanoseconds aStart, std::int64_t aProcess) const {
 
 void ZTCLossBook::seeNone(const ZTSMoment& acrNow) {
     if (mIsStartKnown && mStored) {
-        endStored(acrNow.mTime);
+        inOnePiece([&] { endStored(acrNow.mTime); });
     }
 }
 
@@ -79,10 +99,15 @@ void ZTCLossBook::endStored(ZTNanoseconds aUntil) {
 
 void ZTCLossBook::begin(ZTNanoseconds aStart, std::int64_t aProcess, const ZTSBookFigures* apFigures,
                         const ZTSMoment& acrNow) {
+    inOnePiece([&] { beginRun(aStart, aProcess, apFigures, acrNow.mTime); });
+}
+
+void ZTCLossBook::beginRun(ZTNanoseconds aStart, std::int64_t aProcess, const ZTSBookFigures* apFigures,
+                           ZTNanoseconds aNow) {
     mRun = {};
     mRun.mStart = aStart;
     mRun.mProcess = aProcess;
-    mRun.mCame = mRun.mSeen = mLastTaken = mLooked = acrNow.mTime;
+    mRun.mCame = mRun.mSeen = mLastTaken = mLooked = aNow;
     mIsRunning = true;
     mHasLostAnswer = false;
     mCounts.clear();
@@ -155,23 +180,31 @@ void ZTCLossBook::look(const ZTSBookFigures* apFigures, bool aIsFetchOpen, const
     if (!mIsRunning) {
         return;
     }
-    mRun.mSeen = acrNow.mTime;
-    note(apFigures);
-    tell(aIsFetchOpen, false, acrNow);
+    inOnePiece([&] {
+        mRun.mSeen = acrNow.mTime;
+        note(apFigures);
+        tell(aIsFetchOpen, false, acrNow);
+    });
+}
+
+void ZTCLossBook::settle(bool aIsFetchOpen, const ZTSMoment& acrNow) {
+    inOnePiece([&] { tell(aIsFetchOpen, true, acrNow); });
 }
 
 void ZTCLossBook::end(const ZTSBookFigures* apFigures, const ZTSMoment& acrNow) {
     if (!mIsRunning) {
         return;
     }
-    note(apFigures);
-    mIsAsOfNow = mIsAsOfNow && apFigures != nullptr;
-    tellEnd(acrNow.mTime);
-    tell(false, true, acrNow);
-    change(mRun, "went", mRun.mWent);
-    mNews.mChanges.back().mAfter = mRun.mEnd;
-    mIsRunning = false;
-    mNews.mRuns.push_back(mRun);
+    inOnePiece([&] {
+        note(apFigures);
+        mIsAsOfNow = mIsAsOfNow && apFigures != nullptr;
+        tellEnd(acrNow.mTime);
+        tell(false, true, acrNow);
+        change(mRun, "went", mRun.mWent);
+        mNews.mChanges.back().mAfter = mRun.mEnd;
+        mIsRunning = false;
+        mNews.mRuns.push_back(mRun);
+    });
 }
 
 // What it held goes with it. Of one that was killed nobody knows what it was about to count.
@@ -260,8 +293,6 @@ void ZTCLossBook::tell(bool aIsFetchOpen, bool aIsAll, const ZTSMoment& acrNow) 
     for (const auto& [lrReason, lEvents] : lGrowth) {
         mTold.try_emplace(lrReason, Told{mLooked, {}});
     }
-    mNews.mLosses.reserve(mNews.mLosses.size() + lGrowth.size());
-    // From here on nothing is allocated: what is told and what is noted as told are the same.
     bool lIsGoneTold = mHasFigures && mIsAsOfNow && !aIsFetchOpen && lGrowth[lGone] == 0;
     for (auto& [lrReason, lrEvents] : lGrowth) {
         Told& lrTold = mTold.at(lrReason);

@@ -5,6 +5,7 @@
 #include <random>
 #include <sstream>
 
+#include "FailingAllocator.h"
 #include "LossBook.h"
 
 namespace {
@@ -242,6 +243,37 @@ TEST(LossBook, TellsEachLossOnce) {
         Play lPlay;
         lrRow.mPlay(lPlay);
         EXPECT_EQ(lPlay.told(), lrRow.mpTold);
+    }
+}
+
+// Whatever cannot be had, an end that is told again tells all once; the store's start is one of the steps.
+TEST(LossBook, TellsOnceWhereMemoryIsShort) {
+    const ZTSBookFigures lBegun = figuresOf("fetched=9 limit=0");
+    const ZTSBookFigures lEnded = figuresOf("fetched=9 held=5 ended=9 limit=3");
+    ZTSStoreStart lStart;
+    lStart.mAgent = storedRun(9);
+    bool lHasFailed = true;
+    for (unsigned int lFailing = 1; lHasFailed; ++lFailing) {
+        SCOPED_TRACE(lFailing);
+        Play lPlay;
+        lHasFailed = false;
+        const auto lInSpite = [&](const std::function<void()>& acrStep) {
+            FailingAllocator lAllocator(lFailing);
+            try {
+                return acrStep();
+            } catch (const std::bad_alloc&) {
+                lHasFailed = true;
+            }
+            lAllocator.stop();
+            acrStep();
+        };
+        lInSpite([&] { lPlay.mBook.begin(ZTSecond, sProcess, &lBegun, lPlay.now()); });
+        lInSpite([&] { lPlay.mBook.setStart(lStart, lPlay.now()); });
+        lPlay.at(11);
+        lInSpite([&] { lPlay.mBook.end(&lEnded, lPlay.now()); });
+        lPlay.mBook.setStart(lStart, lPlay.now());
+        lPlay.mBook.seeNone(lPlay.now());
+        EXPECT_EQ(lPlay.told(), "agent ended 5 @10-11\nagent limit 3 @10-11\nwent ended\n");
     }
 }
 
