@@ -107,9 +107,11 @@ void ZTCLossBook::beginRun(ZTNanoseconds aStart, std::int64_t aProcess, const ZT
     mRun = {};
     mRun.mStart = aStart;
     mRun.mProcess = aProcess;
-    mRun.mCame = mRun.mSeen = mLastTaken = mLooked = aNow;
+    mRun.mCame = mRun.mSeen = mLooked = aNow;
+    mLastTaken = aStart != 0 ? aStart : aNow;
     mIsRunning = true;
-    mHasLostAnswer = false;
+    mHasFigures = mHasLostAnswer = false;
+    mIsAsOfNow = true;
     mCounts.clear();
     mTold.clear();
     note(apFigures);
@@ -149,24 +151,40 @@ void ZTCLossBook::tellBeginning(const Beginning& acrBeginning, const ZTSAgentRun
         change(lrRun, "came", lrRun.mCame);
     } else {
         lTold = apStored->mTold;
-        mRun.mCame = lIsCurrent ? apStored->mCame : mRun.mCame;
+    }
+    const bool lIsSameLibrary = sIn(lTold, sLibraryStart) == sIn(lrRun.mTold, sLibraryStart);
+    if (apStored != nullptr && lIsCurrent) {
+        continueStored(lrRun, *apStored);
     }
     Growth lGrowth;
-    const bool lIsSameLibrary = sIn(lTold, sLibraryStart) == sIn(lrRun.mTold, sLibraryStart);
     for (const auto& [lrName, lValue] : acrBeginning.mCounts) {
         const bool lIsTold = lIsSameLibrary || !lrName.starts_with(sLibrary);
         const std::uint64_t lBefore = lIsTold ? sIn(lTold, lrName) : 0;
-        lGrowth[sReasonOf(lrName)] += lValue < lBefore ? lValue : lValue - lBefore;
+        lGrowth[sReasonOf(lrName)] += sAbove(lValue, lBefore);
     }
     if (lrRun.mFigures.contains("fetched_events_total")) {
         lGrowth[{"sensor", mIsSetAside ? "store" : "unstored"}] =
             sAbove(lrRun.mTaken, apStored != nullptr ? apStored->mTaken : 0);
-    } else if (apStored != nullptr && lIsCurrent) {
-        mRun.mTaken += apStored->mTaken;
     }
     for (const auto& [lrReason, lEvents] : lGrowth) {
         if (lEvents != 0) {
             lose(lrReason, apStored != nullptr ? apStored->mSeen : lrRun.mStart, lrRun.mCame, lEvents);
+        }
+    }
+}
+
+// What the store has of it is true, also where the figures of its beginning are some seconds old.
+void ZTCLossBook::continueStored(const ZTSAgentRun& acrSeen, const ZTSAgentRun& acrStored) {
+    const bool lIsSameLibrary = sIn(acrStored.mTold, sLibraryStart) == sIn(mRun.mTold, sLibraryStart);
+    mRun.mCame = acrStored.mCame;
+    mRun.mTaken = std::max(mRun.mTaken, acrStored.mTaken + sAbove(mRun.mTaken, acrSeen.mTaken));
+    if (mLastTaken <= acrSeen.mCame) {
+        mLastTaken = acrStored.mSeen;  // nothing was taken since
+    }
+    for (const auto& [lrName, lValue] : acrStored.mTold) {
+        if (lIsSameLibrary || !lrName.starts_with(sLibrary)) {
+            std::uint64_t& lrTold = mRun.mTold[lrName];
+            lrTold = std::max(lrTold, lValue);
         }
     }
 }
@@ -183,12 +201,12 @@ void ZTCLossBook::look(const ZTSBookFigures* apFigures, bool aIsFetchOpen, const
     inOnePiece([&] {
         mRun.mSeen = acrNow.mTime;
         note(apFigures);
-        tell(aIsFetchOpen, false, acrNow);
+        tell(aIsFetchOpen || isBehindStore(), false, acrNow);
     });
 }
 
 void ZTCLossBook::settle(bool aIsFetchOpen, const ZTSMoment& acrNow) {
-    inOnePiece([&] { tell(aIsFetchOpen, true, acrNow); });
+    inOnePiece([&] { tell(aIsFetchOpen || isBehindStore(), true, acrNow); });
 }
 
 void ZTCLossBook::end(const ZTSBookFigures* apFigures, const ZTSMoment& acrNow) {
@@ -269,7 +287,7 @@ void ZTCLossBook::noteCounts(const char* apSource, const ZTSStatistics& acrFigur
         }
         const std::string lName = apSource + lrRow.mName;
         std::uint64_t& lrTold = mRun.mTold[lName];
-        lrTold = lrRow.mValue < lrTold ? 0 : lrTold;  // it has begun anew
+        lrTold = mIsAsOfNow && lrRow.mValue < lrTold ? 0 : lrTold;  // it has begun anew
         mCounts[lName] = lrRow.mValue;
     }
 }
@@ -308,7 +326,8 @@ void ZTCLossBook::tell(bool aIsFetchOpen, bool aIsAll, const ZTSMoment& acrNow) 
     }
     for (const auto& [lrName, lValue] : mCounts) {
         if (lGrowth.at(sReasonOf(lrName)) == 0) {
-            mRun.mTold.at(lrName) = lValue;
+            std::uint64_t& lrTold = mRun.mTold.at(lrName);
+            lrTold = std::max(lrTold, lValue);
         }
     }
     if (lGrowth[lGone] == 0 && !aIsFetchOpen) {

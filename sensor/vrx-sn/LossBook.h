@@ -99,6 +99,9 @@ class ZTCLossBook {
     void noteCounts(const char* apSource, const ZTSStatistics& acrFigures);
     void resolve();
     void tellBeginning(const Beginning& acrBeginning, const ZTSAgentRun* apStored);
+    void continueStored(const ZTSAgentRun& acrSeen, const ZTSAgentRun& acrStored);
+    /// Figures that began older than the store: what they have grown by may be in it.
+    bool isBehindStore() const { return mBeginning && !mIsAsOfNow; }
     void endStored(ZTNanoseconds aUntil);
     void tell(bool aIsFetchOpen, bool aIsAll, const ZTSMoment& acrNow);
     bool isDue(const Reason& acrReason, bool aIsAll, const ZTSMoment& acrNow);
@@ -118,7 +121,7 @@ class ZTCLossBook {
     bool mHasFigures = false;
     bool mIsAsOfNow = true;
     Figures mCounts;               ///< what counts losses, by the names of ZTSAgentRun::mTold
-    ZTNanoseconds mLastTaken = 0;  ///< when an answer was taken, or the run seen first
+    ZTNanoseconds mLastTaken = 0;  ///< since then nothing was taken
     ZTNanoseconds mLooked = 0;
     bool mHasLostAnswer = false;
     std::map<Reason, Told> mTold;
