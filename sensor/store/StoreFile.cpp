@@ -115,6 +115,7 @@ SQLite::Database sOpenOrMake(const std::string& acrPath) {
         sRefuse(ZTEStoreFault::Unusable, acrPath,
                 " cannot be shared on its file system: put it on another one");
     }
+    sGetVersion(lDatabase);  // makes the log's index: who may only read it could not
     return lDatabase;
 }
 

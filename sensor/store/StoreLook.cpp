@@ -2,8 +2,9 @@
 
 #include <endian.h>
 #include <fcntl.h>
-#include <sched.h>
+#include <linux/close_range.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -49,13 +50,13 @@ ZTEStoreLook sLook(const std::string& acrPath, const ZTSStoreHolder& acrHolder) 
     }
     struct stat lStatus {};
     const bool lIsThere = fstat(lFile.get(), &lStatus) == 0;
+    if (lIsThere && !S_ISREG(lStatus.st_mode)) {
+        throw toStoreError(S_ISDIR(lStatus.st_mode) ? EISDIR : ENODEV, acrPath);
+    }
     if (lStatus.st_size == 0) {
         // The log is made after the first tables are in the file.
         const bool lHasLog = sSizeOf(acrPath + "-wal") >= (lIsThere ? 0 : 1);
         return acrHolder.mIsKnown && lHasLog ? ZTEStoreLook::Damaged : ZTEStoreLook::Nothing;
-    }
-    if (!S_ISREG(lStatus.st_mode)) {
-        throw toStoreError(S_ISDIR(lStatus.st_mode) ? EISDIR : ENODEV, acrPath);
     }
     Page lPage{};
     if (pread(lFile.get(), lPage.data(), lPage.size(), 0) < 0) {
@@ -71,7 +72,8 @@ ZTEStoreLook sLook(const std::string& acrPath, const ZTSStoreHolder& acrHolder) 
                         lStatus.st_size < static_cast<off_t>(ZTPageSize) * sNumberAt(lPage, 28);
     if (lIsCut || !hasPageSum(lPage.data(), 1) || (acrHolder.mIsOfBoot && !isStoreLogWhole(acrPath))) {
         // One that has just been opened by another process changes as it is looked at.
-        return findStoreHolder(acrPath).mIsHere ? ZTEStoreLook::Store : ZTEStoreLook::Damaged;
+        return !acrHolder.mIsGone && findStoreHolder(acrPath).mIsHere ? ZTEStoreLook::Store
+                                                                      : ZTEStoreLook::Damaged;
     }
     return sNumberAt(lPage, 60) > ZTStoreVersion ? ZTEStoreLook::Newer : ZTEStoreLook::Store;
 }
@@ -87,7 +89,7 @@ ZTEStoreLook lookAtStore(const std::string& acrPath, const ZTSStoreHolder& acrHo
     try {
         lThread = std::thread([&] {
             try {
-                if (unshare(CLONE_FILES) != 0) {
+                if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_UNSHARE) != 0) {
                     throw toStoreError(errno, acrPath);
                 }
                 lLook = sLook(acrPath, acrHolder);

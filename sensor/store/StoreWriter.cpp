@@ -49,7 +49,7 @@ std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
 struct OpenStore {
     OpenStore(const ZTSStoreOptions& acrOptions, SQLite::Database& arDatabase)
         : mDatabase(setUp(arDatabase)),
-          mWal(mDatabase, acrOptions.mPath),
+          mWal(mDatabase, acrOptions.mPath, acrOptions.mLogStays),
           mSums(mDatabase),
           mSeries(mDatabase, mSums, acrOptions.mSeriesLimit),
           mTables(mDatabase),
@@ -93,7 +93,15 @@ class ZTCStoreWriter::Impl {
         : mOptions(std::move(aOptions)),
           mKeep{mOptions.mKeepDays, mOptions.mKeepBytes},
           mClock(mOptions.mClockTrust) {
-        open(openStoreToWrite(mOptions.mPath));
+        try {
+            open(openStoreToWrite(mOptions.mPath));
+        } catch (const ZTCStoreError& lrError) {
+            if (lrError.getFault() != ZTEStoreFault::Damaged) {
+                throw;
+            }
+            // It opened, but what is known of it from before cannot be read.
+            open(beginStoreAnew(openStoreToWrite(mOptions.mPath)));
+        }
     }
 
     const ZTSStoreStart& getStart() const { return mStart; }
@@ -174,8 +182,12 @@ void ZTCStoreWriter::Impl::loadStart() {
     mStart.mStore = lrDatabase.execAndGet("SELECT value FROM meta WHERE name = 'store'").getString();
     mStart.mNextId = static_cast<std::uint64_t>(lLast) + 1;
     mStart.mWasInUse = getMeta("in_use") != 0;
+    mStart.mWriter = mFile->mLock.getBefore().mProcess;
     mStart.mLastWrite = getMeta("last_write");
     mStart.mAgent = getStore().mTables.loadAgent();
+    if (mStart.mLastWrite != 0) {
+        mStart.mPorts = getStore().mTables.loadPorts(lrDatabase, mStart.mLastWrite);
+    }
     mLongest = getMeta("longest");
     mRecords = static_cast<std::uint64_t>(getStore().mCountRecords.findNumber().value_or(0));
     setMeta("in_use", 1);

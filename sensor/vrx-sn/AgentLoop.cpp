@@ -22,8 +22,10 @@ constexpr std::chrono::milliseconds sLastFetchTime = 2s;
 // Who has the pipes in its place is looked for in all of /proc.
 constexpr std::chrono::milliseconds sTroublePause = 3s;
 
-// So long the store is waited for behind an answer, that a kill loses no second one.
+// So long the store is waited for behind an answer, that a kill loses no second one; and so often it is
+// looked whether the agent can wait.
 constexpr std::chrono::milliseconds sStoreTime = 10ms;
+constexpr std::chrono::milliseconds sStoreStep = 2ms;
 // Behind a collection that could not be started, and one that somebody else has stopped.
 constexpr std::chrono::milliseconds sStartAgain = 10s;
 // How often a run that has nothing new goes to the store, for the time that it was seen.
@@ -33,24 +35,20 @@ constexpr unsigned int sLooksForFigures = 10;
 
 constexpr std::uint64_t sHeldLimit = 256 * 1024;  // of an agent that shows none
 
-std::pair<std::uint64_t, std::uint64_t> sCount(const ZTSensorScopeData& acrData) {
-    std::uint64_t lRecords = 0;
-    std::uint64_t lEvents = 0;
+ZTCPortBook::Names sPortsIn(const ZTSensorScopeData& acrData) {
+    ZTCPortBook::Names lPorts;
     for (const ZTSSensorRecordList& lrList : acrData) {
-        lRecords += lrList.mRecords.size();
-        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            lEvents += lrRecord.mOccurrences;
-        }
+        lPorts.push_back(lrList.mInitiator);
     }
-    return {lRecords, lEvents};
+    return lPorts;
 }
 
 }  // namespace
 
-ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, const ZTCHostLook& acrHost,
+ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, ZTCHostLook& arHost,
                            ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn)
     : mrBuffer(arBuffer),
-      mrHost(acrHost),
+      mrHost(arHost),
       mrFigures(arFigures),
       mrLog(arLog),
       mTurn(std::move(aTurn)),
@@ -351,11 +349,13 @@ void ZTCAgentLoop::fetch() {
 
 void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     const auto lNow = ZTSMoment::now();
-    const auto lpPorts = mrHost.getPorts();
+    std::shared_ptr<const ZTSHostPorts> lpPorts;
     ZTSensorScopeData lData;
     ZTSAgentRun lRun;
     try {
         lData = decodeScopeData(std::span(acrMessage).subspan(ZTSSensorHeader::Size));
+        mrHost.seeAgent(sPortsIn(lData));
+        lpPorts = mrHost.getPorts();
         const std::lock_guard lLock(mMutex);
         lRun = mBook.getRun();
     } catch (const ZTCRefusedError&) {
@@ -365,7 +365,8 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
         mBook.loseAnswer();
         throw;
     }
-    const auto [lRecords, lEvents] = sCount(lData);
+    const std::uint64_t lRecords = countRecords(lData);
+    const std::uint64_t lEvents = countEvents(lData);
     {
         const std::lock_guard lLock(mMutex);
         mBook.take(lEvents, lNow);
@@ -384,8 +385,15 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     const std::uint64_t lLimit =
         mpSeen != nullptr ? mpSeen->mAgent.get("held_bytes_limit").value_or(sHeldLimit) : sHeldLimit;
     mIsMuch = acrMessage.size() > lLimit / 8;
-    if (lRecords != 0) {
-        mrBuffer.waitUntilStored(sStoreTime);
+    if (lRecords != 0 && acrMessage.size() < lLimit / 4) {
+        waitForStore();
+    }
+}
+
+// Not where the agent runs full meanwhile.
+void ZTCAgentLoop::waitForStore() {
+    const auto lEnd = Clock::now() + sStoreTime;
+    while (!mrBuffer.waitUntilStored(sStoreStep) && !mpSight->hasWoken() && Clock::now() < lEnd) {
     }
 }
 

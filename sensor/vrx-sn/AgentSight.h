@@ -26,6 +26,8 @@ class ZTCAgentSight {
     const ZTSBookFigures* look();
     /// What to wait for: before a fetch.
     void noteWake();
+    /// Whether more has come since than is to be waited with.
+    bool hasWoken() const { return mpAgent != nullptr && mpAgent->readWake() != mWake; }
     /// Until more has come than is to be waited with: true; or the time is over, or the end. Throws
     /// ZTCSensorError.
     bool waitUntil(ZTCWaitEnd::Clock::time_point aTime, const ZTCWaitEnd& acrEnd) const;

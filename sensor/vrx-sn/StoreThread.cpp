@@ -13,6 +13,7 @@
 #include "SnBuffer.h"
 #include "SnFigures.h"
 #include "SnLog.h"
+#include "StoreCheckpoints.h"
 #include "StoreMove.h"
 #include "StoreTrouble.h"
 
@@ -31,9 +32,7 @@ constexpr std::chrono::minutes sRetireEvery{1};
 constexpr std::chrono::milliseconds sBetweenRetirements = 20ms;
 constexpr std::chrono::seconds sSizesEvery{1};
 
-// The log beside the file: so late a little of it, so soon much of it.
-constexpr std::chrono::seconds sCheckpointAfter{5};
-constexpr std::chrono::milliseconds sBetweenCheckpoints = 100ms;
+// Of the log beside the file, so much is not left there for long.
 constexpr std::uint64_t sMuchLog = std::uint64_t{4} << 20;
 
 ZTNanoseconds sNow() {
@@ -53,14 +52,11 @@ class ZTCStoreThread::Impl {
           mOpened(std::move(aOpened)),
           mFailed(std::move(aFailed)),
           mTrouble(arBuffer, arFigures, arLog),
-          mCheckpointTrouble(arLog, "the history's log is not brought into its file") {
+          mCheckpoints(arLog, mOptions.mLogStays, [this] {
+              mIsDamaged = true;
+              mrBuffer.wake();
+          }) {
         mStore = std::thread([this] { run(); });
-        try {
-            mCheckpoints = std::thread([this] { runCheckpoints(); });
-        } catch (...) {
-            giveUp();
-            throw;
-        }
     }
     ~Impl() { giveUp(); }
     Impl(const Impl&) = delete;
@@ -88,7 +84,7 @@ class ZTCStoreThread::Impl {
         Lock lLock(mLock);
         mIsEnding = true;
         wakeAll();
-        return mChanged.wait_for(lLock, aTime, [this] { return mHasEnded && mHaveCheckpointsEnded; });
+        return mChanged.wait_for(lLock, aTime, [this] { return mHasEnded; });
     }
 
     ZTCStoreTrouble& getTrouble() { return mTrouble; }
@@ -96,8 +92,8 @@ class ZTCStoreThread::Impl {
   private:
     void wakeAll() {
         mChanged.notify_all();
-        mForCheckpoints.notify_all();
         mrBuffer.wake();
+        mIsEnding ? mCheckpoints.end() : void();
     }
 
     void giveUp() {
@@ -106,9 +102,7 @@ class ZTCStoreThread::Impl {
             mIsEnding = mGivesUp = true;
         }
         wakeAll();
-        for (std::thread* const lpThread : {&mStore, &mCheckpoints}) {
-            lpThread->joinable() ? lpThread->join() : void();
-        }
+        mStore.join();
     }
 
     // ---- The store's thread ----
@@ -152,6 +146,11 @@ class ZTCStoreThread::Impl {
     bool isOver() {
         const Lock lLock(mLock);
         return mFatal || mGivesUp || (mIsEnding && mIsDrained);
+    }
+
+    bool isGivenUp() {
+        const Lock lLock(mLock);
+        return mGivesUp;
     }
 
     // At the end a store that cannot be opened is waited for only if it is needed.
@@ -219,9 +218,10 @@ class ZTCStoreThread::Impl {
         const bool lIsFirst = !mWasOpened;
         takeStart(lpWriter->getStart());
         mTrouble.succeed();
+        mpWriter = std::move(lpWriter);
+        mCheckpoints.setWriter(mpWriter.get());
         {
             const Lock lLock(mLock);
-            mpWriter = std::move(lpWriter);
             mWasOpened = true;
             mChanged.notify_all();
         }
@@ -244,9 +244,7 @@ class ZTCStoreThread::Impl {
         stat(mOptions.mPath.c_str(), &lStatus);
         mFile = lStatus.st_ino;
         if (!acrStart.mSetAside.empty()) {
-            mrLog.note(ZTSL_Error, "the history was damaged: it is %s now, and a new one is begun",
-                       acrStart.mSetAside.c_str());
-            mrBuffer.takeChange({sNow(), "store", mOptions.mPath, "damaged", "", "", acrStart.mSetAside});
+            tellOfDamage(acrStart);
         }
         // An id that was given stays given, in whichever store its row is.
         mNextId = std::max(mNextId, acrStart.mNextId);
@@ -266,25 +264,20 @@ class ZTCStoreThread::Impl {
         mrLog.note(ZTSL_Error, "the history was damaged: it is %s now, and a new one is begun",
                    acrStart.mSetAside.c_str());
         mrBuffer.takeChange({sNow(), "store", mOptions.mPath, "damaged", "", "", acrStart.mSetAside});
-    }
-
-    // A checkpoint that is under way has to end first.
-    void waitForCheckpoint(Lock& arLock) {
-        mChanged.wait(arLock, [this] { return !mIsInCheckpoint; });
+        if (mWasOpened) {
+            // What is still open goes into the new one; how much was closed nobody can say.
+            mrBuffer.takeLoss({sNow(), sNow(), "sensor", "store", {}, {}});
+        }
     }
 
     void dropWriter() {
-        Lock lLock(mLock);
-        waitForCheckpoint(lLock);
-        const std::unique_ptr<ZTCStoreWriter> lpDropped = std::move(mpWriter);
-        lLock.unlock();
+        mCheckpoints.setWriter(nullptr);
+        mpWriter.reset();
     }
 
     void closeInOrder() {
-        Lock lLock(mLock);
-        waitForCheckpoint(lLock);
-        const bool lIsInOrder = mpWriter != nullptr && !mGivesUp;
-        lLock.unlock();
+        mCheckpoints.setWriter(nullptr);
+        const bool lIsInOrder = mpWriter != nullptr && !isGivenUp();
         try {
             if (lIsInOrder) {
                 mTrouble.begin("closed");
@@ -346,13 +339,7 @@ class ZTCStoreThread::Impl {
         mrFigures.count(ZTSN_Rows, static_cast<std::uint64_t>(std::count_if(
                                        mBatch->mRows.begin(), mBatch->mRows.end(),
                                        [](const ZTSStoreRow& acrRow) { return acrRow.mIsNew; })));
-        const bool lIsMuch = mpWriter->getSize().mWalBytes >= sMuchLog;
-        const Lock lLock(mLock);
-        mIsMuchLog = mIsMuchLog || lIsMuch;
-        if (!mIsLogNew || lIsMuch) {
-            mIsLogNew = true;
-            mForCheckpoints.notify_all();
-        }
+        mCheckpoints.noteWrite(mpWriter->getSize().mWalBytes >= sMuchLog);
     }
 
     void doChores() {
@@ -386,45 +373,6 @@ class ZTCStoreThread::Impl {
         mSizesShown = Clock::now();
     }
 
-    // ---- The thread of the checkpoints ----
-
-    void runCheckpoints() {
-        pthread_setname_np(pthread_self(), "checkpoints");
-        Lock lLock(mLock);
-        const auto lIsOver = [this] { return mIsEnding || mGivesUp || mFatal; };
-        while (!lIsOver()) {
-            mForCheckpoints.wait(lLock, [&] { return mIsLogNew || lIsOver(); });
-            mForCheckpoints.wait_for(lLock, sCheckpointAfter, [&] { return mIsMuchLog || lIsOver(); });
-            if (!lIsOver() && mpWriter != nullptr) {
-                mIsLogNew = mIsMuchLog = false;
-                mIsInCheckpoint = true;
-                lLock.unlock();
-                checkpoint();
-                lLock.lock();
-                mIsInCheckpoint = false;
-                mChanged.notify_all();
-                mForCheckpoints.wait_for(lLock, sBetweenCheckpoints, lIsOver);
-            }
-        }
-        mHaveCheckpointsEnded = true;
-        mChanged.notify_all();
-    }
-
-    void checkpoint() {
-        try {
-            mpWriter->checkpoint();
-            mCheckpointTrouble.over();
-        } catch (const ZTCStoreError& lrError) {
-            if (lrError.getFault() == ZTEStoreFault::Damaged) {
-                mIsDamaged = true;
-                mrBuffer.wake();
-            }
-            mCheckpointTrouble.met(lrError.what());
-        } catch (const std::exception& lrError) {
-            mCheckpointTrouble.met(lrError.what());
-        }
-    }
-
     ZTSStoreOptions mOptions;
     ZTCSnBuffer& mrBuffer;
     ZTCSnFigures& mrFigures;
@@ -433,9 +381,8 @@ class ZTCStoreThread::Impl {
     const Failed mFailed;
     ZTCStoreTrouble mTrouble;
 
-    std::mutex mLock;  // of what follows up to the writer
+    std::mutex mLock;  // of what follows
     std::condition_variable mChanged;
-    std::condition_variable mForCheckpoints;
     std::optional<ZTCStoreError> mFatal;
     bool mWasOpened = false;
     bool mIsKeepNew = false;
@@ -443,16 +390,11 @@ class ZTCStoreThread::Impl {
     bool mGivesUp = false;
     bool mIsDrained = false;
     bool mHasEnded = false;
-    bool mHaveCheckpointsEnded = false;
-    bool mIsLogNew = false;
-    bool mIsMuchLog = false;
-    bool mIsInCheckpoint = false;
-    std::unique_ptr<ZTCStoreWriter> mpWriter;  // the store's thread changes it, and not during a checkpoint
 
     std::atomic<bool> mIsDamaged{false};
-    ZTCSnTrouble mCheckpointTrouble;
 
     // The store's thread alone.
+    std::unique_ptr<ZTCStoreWriter> mpWriter;
     std::string mStoreName;
     ino_t mFile = 0;
     ZTCStoreMove mMove;
@@ -462,8 +404,8 @@ class ZTCStoreThread::Impl {
     Clock::time_point mNextRetirement;
     Clock::time_point mSizesShown;
 
+    ZTCStoreCheckpoints mCheckpoints;  // has the writer, and marks it as damaged
     std::thread mStore;
-    std::thread mCheckpoints;
 };
 
 ZTCStoreThread::ZTCStoreThread(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures,

@@ -222,11 +222,12 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
         std::string mPage;
         Texts mHelp;      // the command that shows all options
         Texts mContexts;  // the words behind which they are offered
-    } lRows[] = {
-        {"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
-        {"vrx-sn.8", {ZT_VRX_SN, "--help"}, {""}},
-        {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
-        {"vrx-scope.1", {ZT_VRX_SCOPE, "--help-all"}, {"", "start", "watch", "record", "replay", "stats", "history", "ports"}}};
+    } lRows[] = {{"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
+                 {"vrx-sn.8", {ZT_VRX_SN, "--help"}, {""}},
+                 {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
+                 {"vrx-scope.1",
+                  {ZT_VRX_SCOPE, "--help-all"},
+                  {"", "start", "watch", "record", "replay", "stats", "history", "ports"}}};
     for (const auto& lrRow : lRows) {
         SCOPED_TRACE(lrRow.mPage);
         const std::string lProgram = lrRow.mPage.substr(0, lrRow.mPage.size() - 2);

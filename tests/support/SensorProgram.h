@@ -52,7 +52,9 @@ class ZTCSnStand {
     }
 
     void startAgent() { mAgent.emplace(mDirectory, Words{"-d", "0"}, mAgentEnvironment); }
-    void startSensor() { mSensor.emplace(mDirectory.getPath(), getStore(), mArguments, mEnvironment); }
+    ZTCSnRun& startSensor() {
+        return mSensor.emplace(mDirectory.getPath(), getStore(), mArguments, mEnvironment);
+    }
     void killAgent() { end(mAgent, SIGKILL); }
     void killSensor() { end(mSensor, SIGKILL); }
     int endAgent() { return end(mAgent, SIGTERM); }

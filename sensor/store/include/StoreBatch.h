@@ -53,7 +53,10 @@ struct ZTSStoreStart {
     std::string mStore;                 ///< its UUID
     std::uint64_t mNextId = 1;          ///< of the next row
     bool mWasInUse = false;             ///< the last vrx-sn did not end in order
+    std::string mWriter;                ///< the process of the vrx-sn that had it last; empty: not known
     ZTNanoseconds mLastWrite = 0;       ///< when something was last written; 0: never
     std::string mSetAside;              ///< where a damaged one was put; empty: there was none
     std::optional<ZTSAgentRun> mAgent;  ///< the last one
+    /// The ports that were there when they were last written; nothing: it is new.
+    std::optional<ZTSHostPorts> mPorts;
 };

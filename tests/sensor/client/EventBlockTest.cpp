@@ -30,8 +30,9 @@ const struct {
                R"({"reason":65541,"reason_name":null,"explanation":4294967295,"explanation_name":null}]})"},
     {4, 4,
      NAME "0c000000 ffffffff 00010000 01" ZEROS_30 "80 00020000 ff" ZEROS_30 "ff 00010000 01" ZEROS_30 "00",
-     NAME_TEXT R"("sense_key":12,"sense_key_name":null,"asc":255,"ascq":255,"sense_text":null,"luns":[0,255],)"
-               R"("operation_codes":[],"queue_tags":[]})"},
+     NAME_TEXT
+     R"("sense_key":12,"sense_key_name":null,"asc":255,"ascq":255,"sense_text":null,"luns":[0,255],)"
+     R"("operation_codes":[],"queue_tags":[]})"},
 };
 
 TEST(SensorEventBlock, KindsAreTheAgents) {

@@ -1,0 +1,224 @@
+// Whatever of the store's work fails, once or from there on: what was told to be written is there, and
+// nothing else.
+#include <gtest/gtest.h>
+
+#include "FailingAllocator.h"
+#include "FaultyVfs.h"
+#include "StoreBatches.h"
+#include "StoreFile.h"
+#include "StoreWriter.h"
+#include "TestSupport.h"
+
+namespace {
+
+constexpr unsigned int sBatches = 4;
+
+std::string sQuick() {
+    return std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp";
+}
+
+class StoreFaults : public ::testing::Test {
+  protected:
+    ZTSStoreOptions getOptions() const { return {.mPath = mPath, .mHostName = "host"}; }
+
+    /// Does it, and again when it failed: true, if it came to pass.
+    bool tryTwice(const std::function<void()>& acrWork) {
+        for (unsigned int lTry = 0; lTry < 2; ++lTry) {
+            try {
+                acrWork();
+                return true;
+            } catch (const ZTCStoreError& lrError) {
+                EXPECT_TRUE(lrError.mayPass()) << lrError.what();
+                EXPECT_EQ(countIn(lrError.what(), "\n"), 0U) << lrError.what();
+                mErrors.emplace_back(lrError.what());
+            } catch (const std::bad_alloc&) {
+                mErrors.emplace_back("no memory");
+            }
+        }
+        return false;
+    }
+
+    /// Opens, writes, brings the log in, closes, as far as it comes; and counts what it was told is written.
+    void runScript() {
+        std::unique_ptr<ZTCStoreWriter> lpWriter;
+        if (!tryTwice([&] { lpWriter = std::make_unique<ZTCStoreWriter>(getOptions()); })) {
+            return;
+        }
+        EXPECT_EQ(lpWriter->getStart().mSetAside, "");
+        for (unsigned int lAt = 0; lAt < sBatches; ++lAt) {
+            const ZTSStoreBatch& lrBatch = mMade[lAt];
+            if (!tryTwice([&] { lpWriter->write(lrBatch); })) {
+                break;
+            }
+            mEvents += countEvents(lrBatch);
+            if (lAt % 2 == 0) {
+                tryTwice([&] { ZTBringLogIn(mPath); });
+            }
+        }
+        tryTwice([&] { lpWriter->finish(); });
+    }
+
+    /// That nothing fails now, and that all is there that has been written.
+    void checkStore() {
+        ZTCStoreWriter lWriter(getOptions());
+        EXPECT_EQ(lWriter.getStart().mSetAside, "");
+        SQLite::Database lStore = openStoreToRead(mPath);
+        EXPECT_EQ(lStore.execAndGet("PRAGMA integrity_check").getString(), "ok");
+        EXPECT_EQ(ZTAskStore(lStore, "SELECT coalesce(sum(occurrences), 0) FROM records"), mEvents);
+        EXPECT_EQ(ZTCountWrongSums(lStore), 0);
+    }
+
+    static std::vector<ZTSStoreBatch> makeBatches() {
+        ZTCTestBatches lBatches(5);
+        std::vector<ZTSStoreBatch> lMade(sBatches);
+        for (ZTSStoreBatch& lrBatch : lMade) {
+            lrBatch = lBatches.make(15);
+        }
+        return lMade;
+    }
+
+    static std::int64_t countEvents(const ZTSStoreBatch& acrBatch) {
+        std::int64_t lEvents = 0;
+        for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
+            lEvents += static_cast<std::int64_t>(lrRow.mAdded);
+        }
+        return lEvents;
+    }
+
+    std::string describe(const std::string& acrWhat, unsigned int aFailing) const {
+        std::string lText = acrWhat + " " + std::to_string(aFailing);
+        for (const std::string& lrError : mErrors) {
+            lText += "; " + lrError;
+        }
+        return lText;
+    }
+
+    void begin() {
+        for (const auto& lrFile : std::filesystem::directory_iterator(mDirectory.getPath())) {
+            std::filesystem::remove(lrFile);
+        }
+        mEvents = 0;
+        mErrors.clear();
+    }
+
+    /// Fails the first of these calls, then the second, until a run meets no fault.
+    void failEach(const std::string& acrWhat, std::initializer_list<ZTEFileWork> aWork, bool aIsForGood,
+                  bool aIsFull) {
+        bool lHasFailed = true;
+        for (unsigned int lFailing = 1; lHasFailed;
+             lFailing += 1 + ZTTestRounds(lFailing / (ZTIsSanitized ? 1 : 4), 0U)) {
+            begin();
+            {
+                ZTCFaultyVfs lFaults(aWork, lFailing, aIsForGood);
+                if (aIsFull) {
+                    lFaults.fill();
+                }
+                runScript();
+                lHasFailed = lFaults.hasFailed();
+            }
+            checkStore();
+            ASSERT_FALSE(HasFailure()) << describe(acrWhat, lFailing) << (aIsForGood ? ", for good" : "");
+        }
+    }
+
+    const ZTCTestDirectory mDirectory{sQuick()};
+    const std::string mPath = mDirectory / "history.db";
+    const std::vector<ZTSStoreBatch> mMade = makeBatches();
+    std::int64_t mEvents = 0;
+    std::vector<std::string> mErrors;
+};
+
+// SQLite's memory, which fails on demand.
+sqlite3_mem_methods sMemory;
+unsigned int sUntilFailure = 0;
+bool sIsForGood = false;
+bool sHasFailed = false;
+
+bool sMayAllocate() {
+    if (sUntilFailure == 0 || (sUntilFailure > 1 && --sUntilFailure != 0)) {
+        return true;
+    }
+    sHasFailed = true;
+    sUntilFailure = sIsForGood ? 1 : 0;
+    return false;
+}
+
+void sUseFailingMemory() {
+    sqlite3_shutdown();
+    sqlite3_config(SQLITE_CONFIG_GETMALLOC, &sMemory);
+    sqlite3_mem_methods lFailing = sMemory;
+    lFailing.xMalloc = [](int aSize) { return sMayAllocate() ? sMemory.xMalloc(aSize) : nullptr; };
+    lFailing.xRealloc = [](void* apBlock, int aSize) {
+        return sMayAllocate() ? sMemory.xRealloc(apBlock, aSize) : nullptr;
+    };
+    ASSERT_EQ(sqlite3_config(SQLITE_CONFIG_MALLOC, &lFailing), SQLITE_OK);
+    sqlite3_initialize();
+}
+
+}  // namespace
+
+TEST_F(StoreFaults, WhatFailsOnceIsDoneAgain) {
+    using enum ZTEFileWork;
+    failEach("write", {Write}, false, false);
+    failEach("part of a write", {Write}, false, true);
+    failEach("sync, truncation", {Sync, Truncate}, false, false);
+    failEach("open, delete", {Open, Delete}, false, false);
+    failEach("shared memory", {ShmMap, ShmLock}, false, false);
+    failEach("read, size", {Read, Size}, false, false);
+}
+
+TEST_F(StoreFaults, WhatFailsForGoodLeavesWhatWasWritten) {
+    using enum ZTEFileWork;
+    failEach("write", {Write}, true, false);
+    failEach("a full disk", {Write}, true, true);
+    failEach("sync, truncation", {Sync, Truncate}, true, false);
+    failEach("all", {Open, Delete, Read, Write, Truncate, Sync, ShmMap, ShmLock, Size}, true, false);
+}
+
+TEST_F(StoreFaults, MemoryThatIsNotThereIsNoDamage) {
+    // In a child: SQLite takes another memory only as long as nobody has used it.
+    ZTCTestChild lChild([&] {
+        sUseFailingMemory();
+        for (const bool lIsForGood : {false, true}) {
+            unsigned int lFailing = 1;
+            do {
+                begin();
+                sHasFailed = false;
+                sIsForGood = lIsForGood;
+                sUntilFailure = lFailing;
+                runScript();
+                sUntilFailure = 0;
+                checkStore();
+                ASSERT_FALSE(HasFailure()) << describe("memory", lFailing);
+                lFailing += 1 + ZTTestRounds(lFailing / (ZTIsSanitized ? 2 : 8), 0U);
+            } while (sHasFailed);
+        }
+    });
+    EXPECT_EQ(lChild.waitForEnd(ZTTestRounds(120U, 3000U)), 0) << lChild.getOut() << lChild.getErr();
+}
+
+TEST_F(StoreFaults, MemoryOfOursThatIsNotThereIsNoDamageEither) {
+    for (unsigned int lFailing = 1, lHasFailed = 1; lHasFailed != 0;
+         lFailing += 1 + ZTTestRounds(lFailing / (ZTIsSanitized ? 2 : 8), 0U)) {
+        begin();
+        {
+            FailingAllocator lAllocator(lFailing);
+            runScript();
+            lHasFailed = lAllocator.hasFailed() ? 1 : 0;
+        }
+        checkStore();
+        ASSERT_FALSE(HasFailure()) << describe("allocation", lFailing);
+    }
+}
+
+TEST_F(StoreFaults, ASlowDiskIsNoFault) {
+    {
+        ZTCFaultyVfs lFaults({ZTEFileWork::Sync}, 0);
+        lFaults.delay(std::chrono::milliseconds(5));
+        runScript();
+        EXPECT_GT(lFaults.getCalls(), 5U);
+    }
+    EXPECT_EQ(mErrors.size(), 0U);
+    EXPECT_GT(mEvents, 0);
+    checkStore();
+}

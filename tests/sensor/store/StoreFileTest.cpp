@@ -1,0 +1,187 @@
+// A store is opened the one right way, by whom it is, and nobody else's file is touched.
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "Schema.h"
+#include "StoreBatches.h"
+#include "StoreFile.h"
+#include "TestSupport.h"
+
+namespace {
+
+class StoreFile : public ::testing::Test {
+  protected:
+    /// What openStoreToWrite() or openStoreToRead() says; empty: it opens.
+    template <class Open>
+    static std::string refusal(const Open& acrOpen, const std::string& acrPath, ZTEStoreFault aFault) {
+        try {
+            acrOpen(acrPath);
+            return "";
+        } catch (const ZTCStoreError& lrError) {
+            EXPECT_EQ(lrError.getFault(), aFault) << lrError.what();
+            EXPECT_EQ(countIn(lrError.what(), "\n"), 0U);
+            return lrError.what();
+        }
+    }
+    std::string refusal(const std::string& acrPath, ZTEStoreFault aFault) const {
+        EXPECT_NE(refusal(openStoreToRead, acrPath, aFault), "");
+        return refusal(openStoreToWrite, acrPath, aFault);
+    }
+    std::size_t countFiles() const {
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::directory_iterator(mDirectory.getPath()), {}));
+    }
+
+    const ZTCTestDirectory mDirectory;
+    const std::string mPath = mDirectory / "history.db";
+};
+
+std::string sStoreOf(SQLite::Database& arStore) {
+    return arStore.execAndGet("SELECT value FROM meta WHERE name = 'store'").getString();
+}
+
+}  // namespace
+
+TEST_F(StoreFile, StaysTheSameStore) {
+    std::string lStore;
+    for (unsigned int lRun = 0; lRun < 2; ++lRun) {
+        ZTSOpenedStore lOpened = openStoreToWrite(mPath);
+        EXPECT_EQ(lOpened.mSetAside, "");
+        EXPECT_TRUE(lStore.empty() || lStore == sStoreOf(lOpened.mDatabase));
+        lStore = sStoreOf(lOpened.mDatabase);
+        EXPECT_EQ(lStore.size(), 36U);
+        EXPECT_EQ(lOpened.mDatabase.execAndGet("PRAGMA auto_vacuum").getInt(), 2);
+    }
+    SQLite::Database lForeign("file:" + mPath + "?mode=ro", SQLite::OPEN_READONLY | SQLite::OPEN_URI, 0,
+                              "unix");
+    EXPECT_EQ(sStoreOf(lForeign), lStore);
+    EXPECT_EQ(lForeign.execAndGet("PRAGMA integrity_check").getString(), "ok");
+}
+
+TEST_F(StoreFile, IsWrittenByOneProcess) {
+    const ZTSOpenedStore lOpened = openStoreToWrite(mPath);
+    const std::string lText = refusal(openStoreToWrite, mPath, ZTEStoreFault::Unusable);
+    EXPECT_TRUE(contains(lText, "process " + std::to_string(getpid()) + " (zt-tests)")) << lText;
+    EXPECT_EQ(refusal(openStoreToRead, mPath, ZTEStoreFault::Unusable), "");
+}
+
+TEST_F(StoreFile, WhatIsNoStoreIsLeftAlone) {
+    EXPECT_TRUE(contains(refusal(mDirectory.getPath(), ZTEStoreFault::Unusable), "is a folder"));
+    EXPECT_TRUE(
+        contains(refusal(mDirectory / "none/history.db", ZTEStoreFault::Unusable), "folder does not exist") ||
+        HasFailure());
+    EXPECT_EQ(mkfifo((mDirectory / "pipe").c_str(), 0600), 0);
+    EXPECT_TRUE(contains(refusal(mDirectory / "pipe", ZTEStoreFault::Unusable), "no file"));
+    SQLite::Database(mDirectory / "other.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+        .exec("CREATE TABLE t (a)");
+    for (const auto& [lrName, lrText] :
+         {std::pair<std::string, std::string>{"text", "a list of things to buy\n"},
+          {"long", std::string(10000, 'x')},
+          {"other.db", readFile(mDirectory / "other.db")}}) {
+        writeFile(mDirectory / lrName, lrText);
+        EXPECT_TRUE(contains(refusal(mDirectory / lrName, ZTEStoreFault::Unusable), "is no store"));
+        EXPECT_EQ(readFile(mDirectory / lrName), lrText);
+    }
+    EXPECT_EQ(countFiles(), 4U) << "nothing was put beside them";
+}
+
+TEST_F(StoreFile, AnEmptyFileBecomesAStore) {
+    writeFile(mPath, "");
+    EXPECT_TRUE(contains(refusal(openStoreToRead, mPath, ZTEStoreFault::Unusable), "is not there"));
+    EXPECT_EQ(openStoreToWrite(mPath).mSetAside, "");
+}
+
+TEST_F(StoreFile, ANewerVersionIsRefusedAndKept) {
+    openStoreToWrite(mPath).mDatabase.exec("PRAGMA user_version = 7");
+    const std::string lBefore = readFile(mPath);
+    EXPECT_TRUE(contains(refusal(mPath, ZTEStoreFault::Newer), "newer version"));
+    EXPECT_EQ(readFile(mPath), lBefore);
+}
+
+TEST_F(StoreFile, StepsBringATableUpToDateOnceAndWhole) {
+    SQLite::Database lStore = std::move(openStoreToWrite(mPath).mDatabase);
+    const char* const lGood[] = {"ALTER TABLE meta ADD COLUMN note",
+                                 "UPDATE meta SET note = 'x'; CREATE TABLE more (a)"};
+    const char* const lBad[] = {lGood[0], "CREATE TABLE more (a); no statement"};
+    EXPECT_THROW(bringStoreUpToDate(lStore, lBad), SQLite::Exception);
+    EXPECT_EQ(lStore.execAndGet("PRAGMA user_version").getInt(), 1);
+    EXPECT_FALSE(lStore.tableExists("more"));
+    for (unsigned int lTime = 0; lTime < 2; ++lTime) {
+        bringStoreUpToDate(lStore, lGood);
+        EXPECT_EQ(lStore.execAndGet("PRAGMA user_version").getInt(), 3);
+        EXPECT_EQ(ZTAskStore(lStore, "SELECT count(*) FROM meta WHERE note = 'x'"), 2);
+    }
+}
+
+TEST_F(StoreFile, ASettingAsideThatWasCutShortIsEndedAndTold) {
+    { const ZTSOpenedStore lOpened = openStoreToWrite(mPath); }
+    // Between the two renames, and before the new one was made.
+    const std::string lAside = mPath + ".damaged-20260101T000000Z";
+    std::filesystem::rename(mPath, lAside);
+    writeFile(mPath + "-wal", "some of the log");
+    writeFile(mPath + "-lock", "1 of-another-start\n" + lAside + "\n");
+    EXPECT_EQ(openStoreToWrite(mPath).mSetAside, lAside);
+    EXPECT_EQ(readFile(lAside + "-wal"), "some of the log");
+    EXPECT_EQ(openStoreToWrite(mPath).mSetAside, "") << "it is told once";
+    // Damage that is found in use.
+    ZTSOpenedStore lOpened = beginStoreAnew(openStoreToWrite(mPath));
+    EXPECT_TRUE(std::filesystem::exists(lOpened.mSetAside));
+    EXPECT_EQ(lOpened.mDatabase.execAndGet("PRAGMA integrity_check").getString(), "ok");
+    EXPECT_NE(refusal(openStoreToWrite, mPath, ZTEStoreFault::Unusable), "")
+        << "the lock is held all the time";
+}
+
+// A user of the group may read FILE, FILE-wal and FILE-shm, and write none of them, nor the folder.
+TEST_F(StoreFile, IsReadByAUserOfTheGroup) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can be another user";
+    }
+    constexpr gid_t lGroup = 4711;
+    ASSERT_EQ(chown(mDirectory.getPath().c_str(), 0, lGroup), 0);
+    ASSERT_EQ(chmod(mDirectory.getPath().c_str(), 02750), 0);
+    const auto lCount = [&](const char* apVfs) {
+        const ZTSTestEnd lEnd = runChild([&] {
+            ASSERT_EQ(setgroups(0, nullptr), 0);
+            ASSERT_EQ(setresgid(lGroup, lGroup, lGroup), 0);
+            ASSERT_EQ(setresuid(4712, 4712, 4712), 0);
+            try {
+                SQLite::Database lStore =
+                    apVfs == nullptr ? openStoreToRead(mPath)
+                                     : SQLite::Database("file:" + mPath + "?mode=ro",
+                                                        SQLite::OPEN_READONLY | SQLite::OPEN_URI, 0, apVfs);
+                printf("rows %d", static_cast<int>(ZTAskStore(lStore, "SELECT count(*) FROM kept")));
+            } catch (const std::exception& lrError) {
+                ADD_FAILURE() << lrError.what();
+            }
+        });
+        EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mErr;
+        return lEnd.mOut.substr(lEnd.mOut.rfind("rows") == std::string::npos ? 0 : lEnd.mOut.rfind("rows"));
+    };
+    const auto lRun = [&](bool aIsKilled) {
+        ZTSOpenedStore lOpened = openStoreToWrite(mPath);
+        lOpened.mDatabase.exec("INSERT INTO kept VALUES (1, 2)");
+        if (aIsKilled) {
+            kill(getpid(), SIGKILL);
+        }
+    };
+    umask(027);
+    {
+        ZTSOpenedStore lOpened = openStoreToWrite(mPath);
+        EXPECT_EQ(lCount(nullptr), "rows 0") << "while it is written";
+        lOpened.mDatabase.exec("INSERT INTO kept VALUES (1, 2)");
+        EXPECT_EQ(lCount(nullptr), "rows 1");
+        EXPECT_EQ(lCount("unix"), "rows 1");
+    }
+    EXPECT_EQ(lCount(nullptr), "rows 1") << "after an end in order";
+    EXPECT_EQ(lCount("unix"), "rows 1");
+    EXPECT_EQ(runChild([&] { lRun(true); }).mStatus, 128 + SIGKILL);
+    EXPECT_EQ(lCount(nullptr), "rows 2") << "after a kill";
+    EXPECT_EQ(lCount("unix"), "rows 2");
+    struct stat lStatus {};
+    for (const char* const lpEnd : {"", "-wal", "-shm", "-lock"}) {
+        ASSERT_EQ(stat((mPath + lpEnd).c_str(), &lStatus), 0) << lpEnd;
+        EXPECT_EQ(lStatus.st_mode & 07777, 0640U) << lpEnd;
+        EXPECT_EQ(lStatus.st_gid, lGroup) << lpEnd;
+    }
+}
