@@ -31,8 +31,8 @@ struct Stand {
 // In the whole form the storm is as long as a minute.
 TEST(StandingStore, AStormWaitsInMemoryUntilTheDiskMoves) {
     Stand lStand({"--every", "0.05"});
-    const unsigned int lRounds = ZTTestRounds(2U, 30U);
-    const std::uint64_t lEvents = lRounds * std::uint64_t{100000};
+    const unsigned int lRounds = ZTTestRounds(2U, 60U);
+    const std::uint64_t lEvents = lRounds * std::uint64_t{50000};
     lStand.mDisk.stand();
     lStand.mBooks.storm(lEvents, 50000);
     for (unsigned int lRound = 0; lRound < lRounds; ++lRound) {
