@@ -3,33 +3,9 @@
 
 #include "SensorProgram.h"
 #include "TestDisk.h"
+#include "TestManager.h"
 
 namespace {
-
-// What a service manager is told.
-class Manager {
-  public:
-    explicit Manager(const std::string& acrPath) : mPath(acrPath) {
-        sockaddr_un lAddress{AF_UNIX, ""};
-        acrPath.copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
-        EXPECT_EQ(bind(mSocket.get(), reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress), 0);
-    }
-    std::vector<std::string> getEnvironment(const std::string& acrWatchdog) const {
-        return {"NOTIFY_SOCKET=" + mPath, "WATCHDOG_USEC=" + acrWatchdog, "WATCHDOG_PID"};
-    }
-    /// Whether something with the part is told from now on.
-    bool hears(const std::string& acrPart) const {
-        return waitUntil([&] {
-            char lText[512];
-            const ssize_t lRead = recv(mSocket.get(), lText, sizeof lText, MSG_DONTWAIT);
-            return lRead > 0 && contains({lText, static_cast<std::size_t>(lRead)}, acrPart);
-        });
-    }
-
-  private:
-    const std::string mPath;
-    ZTCDescriptor mSocket{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-};
 
 TEST(SensorProgram, WhatTheLibrarySendsIsInTheStore) {
     ZTCSnStand lStand({"--every", "0.1", "--fold", "1"});
@@ -135,9 +111,9 @@ TEST(SensorProgram, WhatCannotBeUsedIsOneLineAndAStatus) {
 
 TEST(SensorProgram, TheManagerIsToldHowItGoes) {
     const ZTCTestDirectory lDirectory("/dev/shm");
-    const Manager lManager(lDirectory / "notify");
-    auto lEnvironment = lManager.getEnvironment("200000");
-    lEnvironment.push_back("RUNTIME_DIRECTORY=" + lDirectory.getPath());
+    const ZTCTestManager lManager(lDirectory / "notify");
+    const auto lEnvironment =
+        lManager.getEnvironment("200000", {"RUNTIME_DIRECTORY=" + lDirectory.getPath()});
     writeFile(lDirectory / "conf", "every=0.1\n");
     ZTCSnStand lStand({"--config", lDirectory / "conf"}, lEnvironment);
     EXPECT_TRUE(lManager.hears("READY=1"));
@@ -167,13 +143,9 @@ TEST(SensorProgram, TheManagerIsToldHowItGoes) {
 
 TEST(SensorProgram, ADiskThatStandsStillHoldsUpNobody) {
     const ZTCTestDirectory lDirectory;
-    const Manager lManager(lDirectory / "notify");
+    const ZTCTestManager lManager(lDirectory / "notify");
     const ZTCTestDisk lDisk("history.db");
-    auto lEnvironment = lManager.getEnvironment("200000");
-    for (const std::string& lrEntry : lDisk.getEnvironment()) {
-        lEnvironment.push_back(lrEntry);
-    }
-    ZTCSnStand lStand({"--every", "0.1"}, lEnvironment);
+    ZTCSnStand lStand({"--every", "0.1"}, lManager.getEnvironment("200000", lDisk.getEnvironment()));
     lStand.play("port-busy times=100\n");
     EXPECT_TRUE(lStand.waitForEvents(100));
     lDisk.stand();
