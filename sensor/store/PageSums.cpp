@@ -64,16 +64,22 @@ sqlite3_file* sBelow(sqlite3_file* apFile) {
     return sGet(apFile).mpBelow;
 }
 
-// A page that is missing is damage. But a transaction that writes may look again at a page that it has added
-// itself, before it has written it.
+// A page that is missing, or is not all there, is damage. But a transaction that writes may look again at a
+// page that it has added itself, before it has written it.
 int sReadPage(ZTSSummedFile& arFile, void* apPage, sqlite3_int64 aOffset) {
-    const int lResult =
-        arFile.mpBelow->pMethods->xRead(arFile.mpBelow, apPage, static_cast<int>(ZTPageSize), aOffset);
+    const sqlite3_io_methods& lrBelow = *arFile.mpBelow->pMethods;
+    const int lResult = lrBelow.xRead(arFile.mpBelow, apPage, static_cast<int>(ZTPageSize), aOffset);
     if (lResult == SQLITE_OK) {
         const std::size_t lNumber = static_cast<std::size_t>(aOffset) / ZTPageSize + 1;
         return hasPageSum(static_cast<const unsigned char*>(apPage), lNumber) ? SQLITE_OK : SQLITE_CORRUPT;
     }
-    return lResult == SQLITE_IOERR_SHORT_READ && !arFile.mIsWriting ? SQLITE_CORRUPT : lResult;
+    if (lResult != SQLITE_IOERR_SHORT_READ) {
+        return lResult;
+    }
+    sqlite3_int64 lSize = 0;
+    const int lAsked = lrBelow.xFileSize(arFile.mpBelow, &lSize);
+    const bool lIsNew = arFile.mIsWriting && lSize <= aOffset;
+    return lAsked != SQLITE_OK ? lAsked : lIsNew ? lResult : SQLITE_CORRUPT;
 }
 
 // What is smaller than any page is the header: SQLite looks at it before it has a lock, when it may be half

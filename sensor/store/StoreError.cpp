@@ -14,7 +14,7 @@ struct ZTSMeaning {
     const char* mpText;  // follows the path
 };
 
-// An extended code stands before its class; what is not here is an error of the disk.
+// An extended code stands before its class.
 const ZTSMeaning sOfSqlite[] = {
     {SQLITE_IOERR_NOMEM, ZTEStoreFault::Memory, ": no memory is left"},
     {SQLITE_IOERR_SHMSIZE, ZTEStoreFault::Full, " has no room: free some of its disk"},
@@ -30,6 +30,7 @@ const ZTSMeaning sOfSqlite[] = {
     {SQLITE_CORRUPT, ZTEStoreFault::Damaged, " is damaged"},
     {SQLITE_NOTADB, ZTEStoreFault::Damaged, " is damaged"},
     {SQLITE_CANTOPEN, ZTEStoreFault::Io, " or what stands beside it (-wal, -shm) cannot be opened"},
+    {SQLITE_IOERR, ZTEStoreFault::Io, ": its disk fails"},
     {SQLITE_PERM, ZTEStoreFault::Unusable, ": no permission"},
     {SQLITE_AUTH, ZTEStoreFault::Unusable, ": no permission"},
 };
@@ -70,7 +71,7 @@ ZTCStoreError toStoreError(const SQLite::Exception& acrError, const std::string&
     }
     const std::string lWhy = std::string(" (") + acrError.what() + ")";
     return lpMeaning != nullptr ? ZTCStoreError(lpMeaning->mFault, acrPath + lpMeaning->mpText + lWhy)
-                                : ZTCStoreError(ZTEStoreFault::Io, acrPath + ": its disk fails" + lWhy);
+                                : ZTCStoreError(ZTEStoreFault::Io, acrPath + " cannot be used" + lWhy);
 }
 
 ZTCStoreError toStoreError(int aErrno, const std::string& acrPath) {

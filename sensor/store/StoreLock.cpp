@@ -86,6 +86,7 @@ ZTCStoreLock::ZTCStoreLock(const std::string& acrStore) {
         throw toStoreError(errno, acrStore);
     }
     mBefore.mIsHere = false;
+    mBefore.mIsGone = true;
     mFile = std::move(lFile);
     noteSetAside(mBefore.mSetAside);
 }

@@ -72,7 +72,8 @@ ZTEStoreLook sLook(const std::string& acrPath, const ZTSStoreHolder& acrHolder) 
                         lStatus.st_size < static_cast<off_t>(ZTPageSize) * sNumberAt(lPage, 28);
     if (lIsCut || !hasPageSum(lPage.data(), 1) || (acrHolder.mIsOfBoot && !isStoreLogWhole(acrPath))) {
         // One that has just been opened by another process changes as it is looked at.
-        return findStoreHolder(acrPath).mIsHere ? ZTEStoreLook::Store : ZTEStoreLook::Damaged;
+        return !acrHolder.mIsGone && findStoreHolder(acrPath).mIsHere ? ZTEStoreLook::Store
+                                                                      : ZTEStoreLook::Damaged;
     }
     return sNumberAt(lPage, 60) > ZTStoreVersion ? ZTEStoreLook::Newer : ZTEStoreLook::Store;
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "StoreBatch.h"
+#include "StoreFile.h"
 
 /// A name of a port.
 inline ZTSWwn ZTTestPort(std::uint64_t aNumber) {
@@ -128,4 +129,15 @@ inline std::int64_t ZTCountWrongSums(SQLite::Database& arStore, std::int64_t aFr
         "((SELECT coalesce(sum(records), 0) FROM series) <> (SELECT count(*) FROM records) + "
         "coalesce((SELECT value FROM meta WHERE name = 'retired_records'), 0))");
     return lWrongIn("minutes", "60") + lWrongIn("hours", "3600") + lSeries;
+}
+
+/// Brings of the log into the file what can be brought; a writer does so when it is long. Throws
+/// ZTCStoreError.
+inline void ZTBringLogIn(const std::string& acrPath) {
+    SQLite::Database lStore = openStoreAgain(acrPath);
+    try {
+        lStore.exec("SELECT name FROM meta LIMIT 1; PRAGMA wal_checkpoint(PASSIVE)");
+    } catch (const SQLite::Exception& lrError) {
+        throw toStoreError(lrError, acrPath);
+    }
 }

@@ -10,6 +10,7 @@
 struct ZTSStoreHolder {
     bool mIsKnown = false;   ///< there was one: the file is, or was, a store
     bool mIsHere = false;    ///< it has the lock now
+    bool mIsGone = false;    ///< we have the lock now: nobody else can come
     bool mIsOfBoot = false;  ///< it wrote since the machine was started
     std::string mProcess;    ///< its id
     std::string

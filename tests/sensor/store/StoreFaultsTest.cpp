@@ -52,7 +52,7 @@ class StoreFaults : public ::testing::Test {
             }
             mEvents += countEvents(lrBatch);
             if (lAt % 2 == 0) {
-                tryTwice([&] { lpWriter->checkpoint(); });
+                tryTwice([&] { ZTBringLogIn(mPath); });
             }
         }
         tryTwice([&] { lpWriter->finish(); });
