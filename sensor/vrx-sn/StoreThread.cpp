@@ -248,6 +248,12 @@ class ZTCStoreThread::Impl {
                        acrStart.mSetAside.c_str());
             mrBuffer.takeChange({sNow(), "store", mOptions.mPath, "damaged", "", "", acrStart.mSetAside});
         }
+        if (acrStart.mIsMended) {
+            mrLog.note(
+                ZTSL_Warning,
+                "another program wrote the history while vrx-sn did not run: it is whole, and has its check "
+                "sums again");
+        }
         // An id that was given stays given, in whichever store its row is.
         mNextId = std::max(mNextId, acrStart.mNextId);
         if (mWasOpened && acrStart.mStore != mStoreName) {

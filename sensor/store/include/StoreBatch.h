@@ -55,5 +55,6 @@ struct ZTSStoreStart {
     bool mWasInUse = false;             ///< the last vrx-sn did not end in order
     ZTNanoseconds mLastWrite = 0;       ///< when something was last written; 0: never
     std::string mSetAside;              ///< where a damaged one was put; empty: there was none
+    bool mIsMended = false;             ///< another program had written it: its check sums were put on again
     std::optional<ZTSAgentRun> mAgent;  ///< the last one
 };
