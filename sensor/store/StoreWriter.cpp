@@ -181,6 +181,7 @@ void ZTCStoreWriter::Impl::loadStart() {
     std::string lSetAside = std::move(mStart.mSetAside);
     mStart = {};
     mStart.mSetAside = std::move(lSetAside);
+    mStart.mIsMended = mFile->mIsMended;
     mStart.mStore = lrDatabase.execAndGet("SELECT value FROM meta WHERE name = 'store'").getString();
     mStart.mMade = getMeta("made");
     mStart.mNextId = static_cast<std::uint64_t>(lLast) + 1;

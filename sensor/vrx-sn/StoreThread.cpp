@@ -261,6 +261,12 @@ class ZTCStoreThread::Impl {
                        acrStart.mSetAside.c_str());
             mrBuffer.takeChange(std::move(lChange));
         }
+        if (acrStart.mIsMended) {
+            mrLog.note(
+                ZTSL_Warning,
+                "another program wrote the history while vrx-sn did not run: it is whole, and has its check "
+                "sums again");
+        }
         if (!mStoreName.empty()) {
             // What is still open goes into the new one; how much was closed nobody can say.
             mrBuffer.takeLoss(std::move(lLoss));
