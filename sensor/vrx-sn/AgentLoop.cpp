@@ -35,14 +35,6 @@ constexpr unsigned int sLooksForFigures = 10;
 
 constexpr std::uint64_t sHeldLimit = 256 * 1024;  // of an agent that shows none
 
-ZTCPortBook::Names sPortsIn(const ZTSensorScopeData& acrData) {
-    ZTCPortBook::Names lPorts;
-    for (const ZTSSensorRecordList& lrList : acrData) {
-        lPorts.push_back(lrList.mInitiator);
-    }
-    return lPorts;
-}
-
 }  // namespace
 
 ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, ZTCHostLook& arHost,
@@ -354,7 +346,7 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     ZTSAgentRun lRun;
     try {
         lData = decodeScopeData(std::span(acrMessage).subspan(ZTSSensorHeader::Size));
-        mrHost.seeAgent(sPortsIn(lData));
+        mrHost.seeAgent(listInitiators(lData));
         lpPorts = mrHost.getPorts();
         const std::lock_guard lLock(mMutex);
         lRun = mBook.getRun();
