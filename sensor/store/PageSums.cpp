@@ -13,7 +13,7 @@
 //
 // A sqlite3 that is not ours reads the file as any other. One that writes it, leaves pages without a sum: its
 // VACUUM; and when it is the first to open the file after vrx-sn was killed, and may write, also the pages
-// that it brings from the log into the file when it ends. The file counts as damaged then.
+// that it brings from the log into the file when it ends. See StoreMending.h.
 
 namespace {
 
@@ -104,9 +104,7 @@ int sWrite(sqlite3_file* apFile, const void* apBytes, int aCount, sqlite3_int64 
     }
     Page lPage;
     memcpy(lPage.data(), apBytes, ZTPageSize);
-    const std::uint64_t lSum =
-        htole64(sSum(lPage.data(), static_cast<std::size_t>(aOffset) / ZTPageSize + 1));
-    memcpy(lPage.data() + ZTPageSize - ZTPageSumSize, &lSum, sizeof lSum);
+    putPageSum(lPage.data(), static_cast<std::size_t>(aOffset) / ZTPageSize + 1);
     return lpBelow->pMethods->xWrite(lpBelow, lPage.data(), aCount, aOffset);
 }
 
@@ -207,6 +205,11 @@ int sOpen(sqlite3_vfs* /*apOwn*/, sqlite3_filename apName, sqlite3_file* apFile,
 
 bool hasPageSum(const unsigned char* apPage, std::size_t aNumber) {
     return sWordAt(apPage, sWords) == sSum(apPage, aNumber);
+}
+
+void putPageSum(unsigned char* apPage, std::size_t aNumber) {
+    const std::uint64_t lSum = htole64(sSum(apPage, aNumber));
+    memcpy(apPage + ZTPageSize - ZTPageSumSize, &lSum, sizeof lSum);
 }
 
 const char* usePageSums() {

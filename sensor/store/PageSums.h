@@ -9,6 +9,7 @@ inline constexpr std::size_t ZTPageSumSize = 8;
 
 /// Whether it carries the sum of what it has and of where it stands, counted from 1.
 bool hasPageSum(const unsigned char* apPage, std::size_t aNumber);
+void putPageSum(unsigned char* apPage, std::size_t aNumber);
 
 /// The name of SQLite's layer that puts sums into the pages it writes and looks at those it reads. It stands
 /// over what is the default layer when a file is opened.

@@ -14,6 +14,7 @@
 #include "Schema.h"
 #include "SetAside.h"
 #include "StoreLook.h"
+#include "StoreMending.h"
 
 namespace {
 
@@ -143,9 +144,15 @@ ZTSOpenedStore sOpen(const std::string& acrPath) {
     ZTCStoreLock lLock(acrPath);
     // It was set aside, and then no other could be made.
     std::string lAside = lLock.getBefore().mSetAside;
-    const ZTEStoreLook lLook = lookAtStore(acrPath, lLock.getBefore());
+    ZTEStoreLook lLook = lookAtStore(acrPath, lLock.getBefore());
     sRefuseOthers(lLook, acrPath);
-    if (lLook == ZTEStoreLook::Damaged) {
+    const ZTEStoreMending lMending =
+        lLook == ZTEStoreLook::Nothing ? ZTEStoreMending::NotNeeded : mendPageSums(acrPath);
+    if (lMending == ZTEStoreMending::Mended) {
+        lLook = lookAtStore(acrPath, lLock.getBefore());
+        sRefuseOthers(lLook, acrPath);
+    }
+    if (lLook == ZTEStoreLook::Damaged || lMending == ZTEStoreMending::Damaged) {
         return sMakeAnew(std::move(lLock), acrPath);
     }
     try {
@@ -154,7 +161,8 @@ ZTSOpenedStore sOpen(const std::string& acrPath) {
         if (!lAside.empty()) {
             lLock.noteSetAside({});
         }
-        return {std::move(lLock), std::move(lDatabase), std::move(lAside)};
+        return {std::move(lLock), std::move(lDatabase), std::move(lAside),
+                lMending == ZTEStoreMending::Mended};
     } catch (const SQLite::Exception& lrError) {
         if (toStoreError(lrError, acrPath).getFault() != ZTEStoreFault::Damaged) {
             throw;
@@ -199,7 +207,8 @@ SQLite::Database openStoreToRead(const std::string& acrPath) {
     const ZTEStoreLook lLook = lookAtStore(acrPath, lHolder);
     sRefuseOthers(lLook, acrPath);
     if (lLook == ZTEStoreLook::Damaged) {
-        sRefuse(ZTEStoreFault::Damaged, acrPath, " is damaged: vrx-sn sets it aside when it starts");
+        sRefuse(ZTEStoreFault::Damaged, acrPath,
+                " is damaged, or another program wrote it: vrx-sn sees to it when it starts");
     }
     if (lLook == ZTEStoreLook::Nothing) {
         lHolder.mIsHere

@@ -2,17 +2,14 @@
 
 #include <endian.h>
 #include <fcntl.h>
-#include <linux/close_range.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <exception>
-#include <system_error>
-#include <thread>
 
+#include "OwnDescriptors.h"
 #include "PageSums.h"
 #include "StoreFile.h"
 #include "StoreLog.h"
@@ -80,29 +77,8 @@ ZTEStoreLook sLook(const std::string& acrPath, const ZTSStoreHolder& acrHolder) 
 
 }  // namespace
 
-// A process that closes a file, loses the locks that it has on it through any other descriptor, so SQLite's
-// as well, of other threads. So this is done with a table of descriptors of its own.
 ZTEStoreLook lookAtStore(const std::string& acrPath, const ZTSStoreHolder& acrHolder) {
     ZTEStoreLook lLook = ZTEStoreLook::Nothing;
-    std::exception_ptr lpError;
-    std::thread lThread;
-    try {
-        lThread = std::thread([&] {
-            try {
-                if (close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_UNSHARE) != 0) {
-                    throw toStoreError(errno, acrPath);
-                }
-                lLook = sLook(acrPath, acrHolder);
-            } catch (...) {
-                lpError = std::current_exception();
-            }
-        });
-    } catch (const std::system_error& lrError) {
-        throw toStoreError(lrError.code().value(), acrPath);
-    }
-    lThread.join();
-    if (lpError) {
-        std::rethrow_exception(lpError);
-    }
+    withOwnDescriptors(acrPath, [&] { lLook = sLook(acrPath, acrHolder); });
     return lLook;
 }

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <new>
 
+#include "AgentCollection.h"
 #include "AgentStatus.h"
+#include "BookNews.h"
 #include "HostLook.h"
 #include "SnBuffer.h"
 #include "SnFigures.h"
@@ -34,15 +36,6 @@ constexpr std::chrono::milliseconds sStoreRun = 60s;
 constexpr unsigned int sLooksForFigures = 10;
 
 constexpr std::uint64_t sHeldLimit = 256 * 1024;  // of an agent that shows none
-
-ZTCPortBook::Names sPortsIn(const ZTSensorScopeData& acrData) {
-    ZTCPortBook::Names lPorts;
-    for (const ZTSSensorRecordList& lrList : acrData) {
-        lPorts.push_back(lrList.mInitiator);
-    }
-    return lPorts;
-}
-
 }  // namespace
 
 ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, ZTCHostLook& arHost,
@@ -79,13 +72,24 @@ void ZTCAgentLoop::setStart(const ZTSStoreStart& acrStart) {
 
 void ZTCAgentLoop::run() {
     while (!mEnd.hasEnded()) {
-        mTurn();
-        tryTurn();
-        mHasBegun = true;
-        waitForWork();
+        try {
+            mTurn();
+            tryTurn();
+            mHasBegun = true;
+            waitForWork();
+        } catch (const std::bad_alloc&) {
+            mrLog.note(ZTSL_Error, "there is no memory to collect with: trying again");
+            mEnd.waitUntil(Clock::now() + 1s);
+        }
     }
-    lastFetch();
-    leaveDirectory();
+    for (const auto lpStep :
+         {&ZTCAgentLoop::lastFetch, &ZTCAgentLoop::settle, &ZTCAgentLoop::leaveDirectory}) {
+        try {
+            (this->*lpStep)();
+        } catch (const std::exception& lrError) {
+            mrLog.note(ZTSL_Warning, "the last fetch failed: %s", lrError.what());
+        }
+    }
 }
 
 // What the agent or the system does wrong is told, and tried again. Before the first claim it is the caller's
@@ -109,14 +113,11 @@ void ZTCAgentLoop::tryTurn() {
             throw;
         }
         meet(mDirectoryTrouble, lrError, sTroublePause);
-    } catch (const std::bad_alloc&) {
-        mrLog.note(ZTSL_Error, "there is no memory to collect with: trying again");
-        mPausedTo = Clock::now() + 1s;
     }
-    noteLostAnswers();
 }
 
 void ZTCAgentLoop::turn() {
+    noteLostAnswers();  // by the turn before, however that ended
     if (mpClient != nullptr && !mpClient->hasDirectory()) {
         leaveDirectory();
     }
@@ -197,7 +198,11 @@ void ZTCAgentLoop::leaveDirectory() {
     }
     mpSight.reset();
     mpPidFile.reset();
-    mpClient.reset();
+    if (mpClient != nullptr) {
+        mpClient->close();
+        noteLostAnswers();
+        mpClient.reset();
+    }
     mIsGreeted = false;
     mrFigures.set(ZTSN_AgentUp, 0);
 }
@@ -205,14 +210,7 @@ void ZTCAgentLoop::leaveDirectory() {
 // ---- An agent ----
 
 bool ZTCAgentLoop::findAgent() {
-    std::unique_ptr<ZTCAgentSight> lpSight;
-    try {
-        lpSight = ZTCAgentSight::ofFigures(mDirectory);
-    } catch (const ZTCNoPermissionError&) {
-        throw;
-    } catch (const ZTCSensorError&) {
-        // None, or some that are not to be believed.
-    }
+    std::unique_ptr<ZTCAgentSight> lpSight = ZTCAgentSight::ofFigures(mDirectory);
     const bool lHasGone = lpSight == nullptr || lpSight->hasGone();
     if (lHasGone && lpSight != nullptr && isAwaited(*lpSight)) {
         attach(std::move(lpSight));
@@ -241,18 +239,18 @@ bool ZTCAgentLoop::isAwaited(const ZTCAgentSight& acrSight) {
 }
 
 void ZTCAgentLoop::attach(std::unique_ptr<ZTCAgentSight> apSight) {
+    const ZTSBookFigures* const lpSeen = apSight->look();
+    const std::lock_guard lLock(mMutex);
+    if (!mBook.hasRun() || !mBook.isOf(apSight->getStart(), apSight->getProcess())) {
+        mBook.end(nullptr, ZTSMoment::now());  // one that was lost sight of
+        mBook.begin(apSight->getStart(), apSight->getProcess(), lpSeen, ZTSMoment::now());
+    }
     mpSight = std::move(apSight);
-    mpSeen = mpSight->look();
+    mpSeen = lpSeen;
     mLooksWithoutFigures = 0;
     mIsGreeted = mIsMuch = false;
     mTargets = {};
     mNextFetch = mNextStart = {};
-    const std::lock_guard lLock(mMutex);
-    if (mBook.hasRun() && mBook.isOf(mpSight->getStart(), mpSight->getProcess())) {
-        return;
-    }
-    mBook.end(nullptr, ZTSMoment::now());  // one that was lost sight of
-    mBook.begin(mpSight->getStart(), mpSight->getProcess(), mpSeen, ZTSMoment::now());
 }
 
 // It has gone. An answer that it gave before may be in the pipe yet.
@@ -298,28 +296,15 @@ void ZTCAgentLoop::greet() {
                static_cast<long long>(mpSight->getProcess()), lIsCollecting ? "was under way" : "is started");
 }
 
-// One that is under way is ended first, where the figures do not tell that there is none: each event would be
-// told twice.
 void ZTCAgentLoop::startCollection() {
     mNextStart = Clock::now() + sStartAgain;
     mpClient->setTimeout(sOrderTime);
-    const bool lIsIdle =
-        mpSeen != nullptr && mpSeen->mIsAsOfNow && mpSeen->mAgent.get("collecting") == std::uint64_t{0};
-    if (!lIsIdle) {
-        mpClient->stop();
-    }
-    try {
-        mpClient->startScope(mCeiling);
-    } catch (const ZTCRefusedError&) {
-        mpClient->stop();  // what it has registered
-        throw;
-    }
+    ::startCollection(*mpClient, mpSeen, mCeiling);
 }
 
 // Somebody may have stopped it. Figures that are some seconds old say nothing of that.
 void ZTCAgentLoop::keepCollecting() {
-    if (mpSeen != nullptr && mpSeen->mIsAsOfNow && mpSeen->mAgent.get("collecting") == std::uint64_t{0} &&
-        Clock::now() >= mNextStart) {
+    if (isIdle(mpSeen) && Clock::now() >= mNextStart) {
         startCollection();
         mrLog.note(ZTSL_Warning, "somebody has stopped the collection: it is started again");
     }
@@ -354,7 +339,7 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     ZTSAgentRun lRun;
     try {
         lData = decodeScopeData(std::span(acrMessage).subspan(ZTSSensorHeader::Size));
-        mrHost.seeAgent(sPortsIn(lData));
+        mrHost.seeAgent(portsIn(lData));
         lpPorts = mrHost.getPorts();
         const std::lock_guard lLock(mMutex);
         lRun = mBook.getRun();
@@ -407,14 +392,14 @@ void ZTCAgentLoop::noteLostAnswers() {
 
 // Once, however much comes.
 void ZTCAgentLoop::lastFetch() {
-    try {
-        if (mpSight != nullptr && mIsGreeted && !mpSight->hasGone()) {
-            mpClient->setTimeout(sLastFetchTime);
-            take(mpClient->fetch());
-        }
-    } catch (const std::exception& lrError) {
-        mrLog.note(ZTSL_Warning, "the last fetch failed: %s", lrError.what());
+    noteLostAnswers();
+    if (mpSight != nullptr && mIsGreeted && !mpSight->hasGone()) {
+        mpClient->setTimeout(sLastFetchTime);
+        take(mpClient->fetch());
     }
+}
+
+void ZTCAgentLoop::settle() {
     noteLostAnswers();
     const bool lIsOpen = mpClient != nullptr && mpClient->isFetchOpen();
     const std::lock_guard lLock(mMutex);
@@ -438,21 +423,8 @@ void ZTCAgentLoop::look() {
     }
 }
 
-// With the lock: what is told later comes later. The losses go with the last run, which tells that they are
-// told.
+// With the lock: what is told later comes later.
 void ZTCAgentLoop::deliver(ZTSBookNews aNews) {
     mLossLines.take(aNews.mLosses, Clock::now());
-    for (ZTSChange& lrChange : aNews.mChanges) {
-        mrBuffer.takeChange(std::move(lrChange));
-    }
-    if (aNews.mRuns.empty()) {
-        for (ZTSLoss& lrLoss : aNews.mLosses) {
-            mrBuffer.takeLoss(std::move(lrLoss));
-        }
-        return;
-    }
-    for (ZTSAgentRun& lrRun : aNews.mRuns) {
-        mrBuffer.takeRun(std::move(lrRun),
-                         &lrRun == &aNews.mRuns.back() ? std::move(aNews.mLosses) : std::vector<ZTSLoss>());
-    }
+    storeNews(std::move(aNews), mrBuffer);
 }

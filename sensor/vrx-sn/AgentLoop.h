@@ -65,6 +65,7 @@ class ZTCAgentLoop {
     void waitForStore();
     void noteLostAnswers();
     void lastFetch();
+    void settle();
 
     void look();
     void deliver(ZTSBookNews aNews);

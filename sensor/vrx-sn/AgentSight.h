@@ -10,8 +10,8 @@
 /// One run of an agent. One thread.
 class ZTCAgentSight {
   public:
-    /// Of the agent that shows figures there, or has left some when it was killed. Throws as
-    /// ZTCAgentStatistics does: ZTCNoAgentError: there are none.
+    /// Of the agent that shows figures there, or has left some when it was killed. Null:
+    /// there are none. Throws ZTCNoPermissionError.
     static std::unique_ptr<ZTCAgentSight> ofFigures(const std::string& acrDirectory);
     /// Of one that runs and shows none, by its lock. Null: none runs.
     static std::unique_ptr<ZTCAgentSight> ofLock(const std::string& acrDirectory);

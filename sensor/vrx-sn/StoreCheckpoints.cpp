@@ -65,6 +65,14 @@ void ZTCStoreCheckpoints::run() {
 
 void ZTCStoreCheckpoints::checkpoint() {
     try {
+        tryCheckpoint();
+    } catch (const std::bad_alloc&) {
+        // Nor is there memory to tell of it: the next one does.
+    }
+}
+
+void ZTCStoreCheckpoints::tryCheckpoint() {
+    try {
         mpWriter->checkpoint();
         mTrouble.over();
     } catch (const ZTCStoreError& lrError) {

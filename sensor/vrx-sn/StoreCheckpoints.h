@@ -33,6 +33,7 @@ class ZTCStoreCheckpoints {
 
     void run();
     void checkpoint();
+    void tryCheckpoint();
 
     const std::chrono::milliseconds mLogStays;
     const Damaged mDamaged;

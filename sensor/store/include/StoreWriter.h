@@ -41,9 +41,10 @@ class ZTCStoreWriter {
     /// How long and how much is kept, from now on.
     void setKeep(unsigned int aDays, std::uint64_t aBytes);
 
-    /// All of it or, when it throws, nothing. It never waits for the disk to have it: a kill loses nothing,
-    /// a power failure the last seconds. Throws ZTCStoreError; Busy also while the log beside the file is as
-    /// large as it may be, because a reader keeps it from being emptied.
+    /// All of it or, when it throws, nothing, as far as is known: it is to be written again then. It never
+    /// waits for the disk to have it: a kill loses nothing, a power failure the last seconds. Throws
+    /// ZTCStoreError; Busy also while the log beside the file is as large as it may be, because a reader
+    /// keeps it from being emptied.
     void write(const ZTSStoreBatch& acrBatch);
     /// Removes a little of what is too old or too much. aNow: by the clock. True: there is more to do.
     /// Throws ZTCStoreError.

@@ -201,3 +201,34 @@ TEST_F(StoreDamage, WhatWasKilledIsWholeAndWhatLostItsBeginIsSetAside) {
         EXPECT_TRUE(goOn(lDirectory / "c"));
     }
 }
+
+// A sqlite3 that may write brings in what the killed one left in the log, without sums, and removes the log.
+TEST_F(StoreDamage, WhatAnotherProgramHasClosedIsWholeAndGetsItsSumsAgain) {
+    const auto lClose = [](const std::string& acrPath, const char* apFirst) {
+        SQLite::Database lStore(acrPath, SQLite::OPEN_READWRITE);
+        lStore.exec(apFirst);
+    };
+    struct ZTSCase {
+        const char* mpFirst;
+        bool mIsWhole;
+    };
+    for (const ZTSCase& lrCase : {ZTSCase{"SELECT count(*) FROM records", true}, ZTSCase{"VACUUM", true},
+                                  ZTSCase{"UPDATE records SET occurrences = 1000 WHERE id = 3", false},
+                                  ZTSCase{"DELETE FROM records WHERE id = 3", false}}) {
+        for (const auto& [lrImage, lEvents] : mImages) {
+            const ZTCTestDirectory lDirectory(mDirectory.getPath());
+            const std::string lPath = lDirectory / "100% whole?#.db";
+            sPut(lrImage, lPath);
+            lClose(lPath, lrCase.mpFirst);
+            ASSERT_FALSE(std::filesystem::exists(lPath + "-wal"));
+            const std::int64_t lRead = readAll(lPath, !lrCase.mIsWhole);
+            EXPECT_TRUE(lRead == -1 || lRead == lEvents || !lrCase.mIsWhole) << lRead;
+            std::filesystem::remove(lPath + "-wal");  // of who has read
+            EXPECT_EQ(openStoreToWrite(lPath).mSetAside.empty(), lrCase.mIsWhole) << lrCase.mpFirst;
+            if (lrCase.mIsWhole) {
+                EXPECT_EQ(readAll(lPath), lEvents) << lrCase.mpFirst;
+                EXPECT_FALSE(goOn(lPath));
+            }
+        }
+    }
+}

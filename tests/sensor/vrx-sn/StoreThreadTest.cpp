@@ -136,14 +136,19 @@ TEST_F(StoreThread, AStoreThatIsTakenAwayOrDamagedIsBegunAnew) {
     lLabels[ZTSWwn{}].mName = "a";
     mBuffer.takeLabels(lLabels);
     ASSERT_TRUE(mBuffer.waitUntilStored(30s));
+    const std::int64_t lMade = ask(mPath, "SELECT value FROM meta WHERE name = 'made'");
     std::filesystem::rename(mPath, mPath + ".away");
     std::filesystem::remove(mPath + "-wal");
     std::filesystem::remove(mPath + "-shm");
     lose(6);
     ASSERT_TRUE(mBuffer.waitUntilStored(30s));
+    EXPECT_TRUE(mThread->finish(30s));
     EXPECT_EQ(lost(), 6);
     EXPECT_EQ(ask(mPath, "SELECT count(*) FROM names"), 1);
-    EXPECT_TRUE(mThread->finish(30s));
+    EXPECT_EQ(ask(mPath,
+                  "SELECT first FROM losses WHERE source = 'sensor' AND reason = 'store' AND events IS "
+                  "NULL AND last > first"),
+              lMade);
 }
 
 }  // namespace
