@@ -1,5 +1,6 @@
 #include "BatchTables.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "StoreRows.h"
@@ -8,6 +9,7 @@ namespace {
 
 // A figure that is told of, but that the run's own figures do not have.
 constexpr std::int64_t sNoValue = -1;
+constexpr std::int64_t sMostAgents = 5000;
 
 const std::uint64_t* sFind(const std::map<std::string, std::uint64_t>& acrFigures,
                            const std::string& acrName) {
@@ -31,6 +33,9 @@ ZTCBatchTables::ZTCBatchTables(SQLite::Database& arDatabase)
       mAddLossTotal(arDatabase,
                     "INSERT INTO loss_totals VALUES (?, ?, ?, ?) ON CONFLICT DO UPDATE SET events = events + "
                     "excluded.events, unknown = unknown + excluded.unknown"),
+      mLongestLoss(arDatabase,
+                   "INSERT INTO meta VALUES ('longest_loss', ?) ON CONFLICT DO UPDATE SET value = max(value, "
+                   "excluded.value)"),
       mAddChange(
           arDatabase,
           "INSERT INTO changes (time, what, name, event, attribute, before, after) VALUES (?, ?, ?, ?, "
@@ -41,6 +46,8 @@ ZTCBatchTables::ZTCBatchTables(SQLite::Database& arDatabase)
           "nullif(?, 0), ?, ?) ON CONFLICT DO UPDATE SET came = excluded.came, seen = excluded.seen, went "
           "= excluded.went, end = excluded.end, taken = excluded.taken RETURNING id"),
       mSetFigure(arDatabase, "INSERT OR REPLACE INTO figures VALUES (?, ?, ?, ?)"),
+      mNoFigures(arDatabase, "DELETE FROM figures WHERE agent < ?"),
+      mOldAgents(arDatabase, "DELETE FROM agents WHERE id <= ?"),
       mFindAgent(
           arDatabase,
           "SELECT id, start, process, came, seen, coalesce(went, 0), end, taken FROM agents ORDER BY id "
@@ -76,13 +83,21 @@ void ZTCBatchTables::writeLoss(const ZTSLoss& acrLoss) {
     mAddLoss.run(acrLoss.mFirst, acrLoss.mLast, acrLoss.mSource, acrLoss.mReason, acrLoss.mEvents,
                  acrLoss.mAtMost);
     mAddLossTotal.run(acrLoss.mSource, acrLoss.mReason, acrLoss.mEvents.value_or(0), acrLoss.mEvents ? 0 : 1);
+    mLongestLoss.run(std::max<ZTNanoseconds>(acrLoss.mLast - acrLoss.mFirst, 1));
+}
+
+// Figures are read of the last run alone. An agent that is started again and again is not to fill the store.
+void ZTCBatchTables::beginAgent(std::int64_t aAgent) {
+    mWritten = {};
+    mNoFigures.run(aAgent);
+    mOldAgents.run(aAgent - sMostAgents);
 }
 
 void ZTCBatchTables::writeAgent(const ZTSAgentRun& acrRun) {
     const auto lAgent = *mSetAgent.findNumber(acrRun.mStart, acrRun.mProcess, acrRun.mCame, acrRun.mSeen,
                                               acrRun.mWent, acrRun.mEnd, acrRun.mTaken);
     if (acrRun.mStart != mWritten.mStart || acrRun.mProcess != mWritten.mProcess) {
-        mWritten = {};
+        beginAgent(lAgent);
     }
     writeFigures(lAgent, acrRun);
     mWritten = acrRun;

@@ -20,6 +20,7 @@ class ZTCBatchTables {
 
   private:
     void writeLoss(const ZTSLoss& acrLoss);
+    void beginAgent(std::int64_t aAgent);
     void writeAgent(const ZTSAgentRun& acrRun);
     void writeFigures(std::int64_t aAgent, const ZTSAgentRun& acrRun);
     void writePorts(const ZTSHostPorts& acrPorts, ZTNanoseconds aNow);
@@ -27,6 +28,6 @@ class ZTCBatchTables {
 
     ZTNanoseconds mLastWrite = 0;  ///< of somebody before
     ZTSAgentRun mWritten;          ///< the figures that are in the store, of which run
-    ZTCStatement mAddLoss, mAddLossTotal, mAddChange, mSetAgent, mSetFigure, mFindAgent, mFindFigures,
-        mNoPorts, mNoRemotes, mSetPort, mSetRemote, mNoNames, mAddName;
+    ZTCStatement mAddLoss, mAddLossTotal, mLongestLoss, mAddChange, mSetAgent, mSetFigure, mNoFigures,
+        mOldAgents, mFindAgent, mFindFigures, mNoPorts, mNoRemotes, mSetPort, mSetRemote, mNoNames, mAddName;
 };

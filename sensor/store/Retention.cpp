@@ -91,7 +91,11 @@ ZTCRetention::ZTCRetention(SQLite::Database& arDatabase)
       mOldChanges(
           arDatabase,
           "DELETE FROM changes WHERE id IN (SELECT id FROM changes WHERE time < ? ORDER BY time LIMIT "
-          "?)") {}
+          "?)"),
+      mOldAgents(
+          arDatabase,
+          "DELETE FROM agents WHERE id IN (SELECT id FROM agents WHERE seen < ? AND id < (SELECT max(id) "
+          "FROM agents) AND id NOT IN (SELECT agent FROM figures) ORDER BY id LIMIT ?)") {}
 
 ZTSRetentionFacts ZTCRetention::look() {
     const auto lNumber = [](ZTCStatement& arFrom) {
@@ -178,6 +182,7 @@ bool ZTCRetention::removeSums(ZTNanoseconds aTime) {
     }
     lRemoved += mOldLosses.run(aTime, sSums);
     lRemoved += mOldChanges.run(aTime, sSums);
+    lRemoved += mOldAgents.run(aTime, sSums);
     return lRemoved != 0;
 }
 

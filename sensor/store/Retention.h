@@ -59,7 +59,7 @@ class ZTCRetention {
     /// A round: some rows of those that began before that moment; how many is added to a count. False: there
     /// are no more.
     bool removeOlder(ZTNanoseconds aTime, unsigned int aRows, std::uint64_t& arGone);
-    /// A round: sums, losses and changes of before that moment. False: there are no more.
+    /// A round: sums, losses, changes and runs of agents of before that moment. False: there are no more.
     bool removeSums(ZTNanoseconds aTime);
     /// The first time of a row that is not kept: before it nothing is needed.
     std::optional<ZTNanoseconds> findBegin();
@@ -69,7 +69,7 @@ class ZTCRetention {
     void count(std::uint64_t aRecords, std::uint64_t aEvents);
 
     ZTCStatement mPageSize, mPages, mFreePages, mLast, mNextId, mKeptAround, mNextKept, mSome, mRemoveSome,
-        mOlder, mRemove, mCount, mBegin, mOldMinutes, mOldHours, mOldLosses, mOldChanges;
+        mOlder, mRemove, mCount, mBegin, mOldMinutes, mOldHours, mOldLosses, mOldChanges, mOldAgents;
     // Where a sweep by time has come to: what stands before it is kept, or may change yet.
     ZTNanoseconds mSweepTime = INT64_MIN;
     std::int64_t mSweepId = 0;

@@ -6,8 +6,8 @@
 
 // Times are nanoseconds since 1970. Names of ports are eight hex pairs with colons, or empty.
 const char ZTStoreSchema[] = R"sql(
-CREATE TABLE meta (          -- what there is one of: store (its UUID), host, made, closed_to, longest, in_use,
-  name TEXT PRIMARY KEY,     -- last_write, batch, retired_records, retired_events
+CREATE TABLE meta (          -- what there is one of: store (its UUID), host, made, closed_to, longest,
+  name TEXT PRIMARY KEY,     -- longest_loss, in_use, last_write, batch, retired_records, retired_events
   value
 ) WITHOUT ROWID;
 
@@ -104,7 +104,7 @@ CREATE TABLE agents (        -- runs of the agent
   taken INTEGER NOT NULL,    -- events that were fetched and are accounted for
   UNIQUE (start, process)
 );
-CREATE TABLE figures (       -- what an agent counted, when it was last seen
+CREATE TABLE figures (       -- what the last one counted, when it was last seen
   agent INTEGER NOT NULL REFERENCES agents,
   name TEXT NOT NULL,
   value INTEGER NOT NULL,

@@ -101,6 +101,7 @@ template <>
 struct ZTSTimeRows<ZTSLoss> {
     static constexpr char Columns[] = "SELECT first, last, id, source, reason, events, at_most FROM losses";
     static constexpr char Time[] = "first";
+    static constexpr char Longest[] = "longest_loss";
     static std::uint64_t lastOf(const ZTSStorePlace& acrPlace) { return acrPlace.mLastLoss; }
     static ZTSLoss read(SQLite::Statement& arRow) {
         return {arRow.getColumn(0), arRow.getColumn(1),          textAt(arRow, 3),
@@ -114,6 +115,7 @@ struct ZTSTimeRows<ZTSChange> {
     static constexpr char Columns[] =
         "SELECT time, time, id, what, name, event, attribute, before, after FROM changes";
     static constexpr char Time[] = "time";
+    static constexpr const char* Longest = nullptr;  // a change has but one time
     static std::uint64_t lastOf(const ZTSStorePlace& acrPlace) { return acrPlace.mLastChange; }
     static ZTSChange read(SQLite::Statement& arRow) {
         return {arRow.getColumn(0), textAt(arRow, 3), textAt(arRow, 4), textAt(arRow, 5),

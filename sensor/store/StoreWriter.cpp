@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <type_traits>
 #include <utility>
 
@@ -33,16 +35,25 @@ ZTNanoseconds sNow() {
 }
 
 // What a batch takes of the log, about, and rather more: its rows in the table and in its time's index stand
-// together, in the other index those of a series do.
+// together, but a large one fills pages of its own; in the other index those of a series do, as do those that
+// go for them.
 std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
     constexpr std::uint64_t lRow = 100;
-    constexpr std::uint64_t lManySeries = 1000;
-    constexpr std::uint64_t lSeries = 8192;
-    std::uint64_t lBytes = 0;
+    constexpr std::uint64_t lLargeRow = 1000;
+    constexpr std::uint64_t lPage = 4120;
+    constexpr std::uint64_t lSeriesPages = 4;
+    constexpr std::uint64_t lChange = 400;
+    std::uint64_t lBytes = acrBatch.mChanges.size() * lChange;
+    std::set<std::reference_wrapper<const ZTSSeries>, std::less<ZTSSeries>> lSeries;
     for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
-        lBytes += lRow + lrRow.mRecord.mData.size();
+        const std::uint64_t lSize = lRow + lrRow.mRecord.mData.size();
+        lBytes += lSize > lLargeRow ? (lSize / lPage + 1) * lPage : lSize * 3 / 2;
+        lSeries.insert(lrRow.mRecord.mSeries);
     }
-    return lBytes * 3 / 2 + std::min(acrBatch.mRows.size(), lManySeries) * lSeries;
+    for (const ZTSChange& lrChange : acrBatch.mChanges) {
+        lBytes += 2 * (lrChange.mName.size() + lrChange.mBefore.size() + lrChange.mAfter.size());
+    }
+    return lBytes + lSeries.size() * lSeriesPages * lPage;
 }
 
 // What works on an open file.

@@ -2,6 +2,21 @@
 
 #include "StoreRows.h"
 
+namespace {
+
+// Where what ends at or behind a time can begin at the earliest.
+template <class Item>
+ZTNanoseconds sBegin(ZTCStoreReader& arReader, ZTNanoseconds aSince) {
+    constexpr ZTNanoseconds lEver = std::numeric_limits<ZTNanoseconds>::min();
+    if (ZTSTimeRows<Item>::Longest == nullptr) {
+        return aSince;
+    }
+    const ZTNanoseconds lLongest = arReader.readMeta(ZTSTimeRows<Item>::Longest);
+    return lLongest != 0 && aSince > lEver + lLongest ? aSince - lLongest : lEver;
+}
+
+}  // namespace
+
 template <class Item>
 ZTCTimeScan<Item>::ZTCTimeScan(ZTCStoreReader& arReader, ZTSHistoryFilter aFilter,
                                const ZTSStorePlace& acrPlace)
@@ -14,7 +29,9 @@ ZTCTimeScan<Item>::ZTCTimeScan(ZTCStoreReader& arReader, ZTSHistoryFilter aFilte
                                    std::string(ZTSTimeRows<Item>::Columns) + " WHERE " + lTime +
                                        " >= ?1 AND " + lTime + " <= ?3 AND (" + lTime +
                                        " > ?1 OR id > ?2) ORDER BY " + lTime + ", id");
-      })) {}
+      })) {
+    mAt.mTime = sBegin<Item>(mrReader, mFilter.mSince);
+}
 
 template <class Item>
 bool ZTCTimeScan<Item>::read(std::vector<Item>& arItems) {

@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <functional>
 #include <limits>
+#include <set>
 #include <utility>
 
 namespace {
 
 constexpr std::size_t sMostRuns = 64;   // that wait; of more the first ones are in the changes alone
 constexpr std::size_t sBatchPart = 16;  // of the limit; so the store's log stays short as well
-constexpr std::size_t sLosses = 64;     // for so many kinds there is room in any case
+constexpr std::size_t sBatchSeries = 2000;
+constexpr std::size_t sLosses = 64;  // for so many kinds there is room in any case
 
 constexpr ZTNanoseconds sMinute = 60 * ZTSecond;
 constexpr ZTNanoseconds sSpans[] = {sMinute, 60 * sMinute, 24 * 60 * sMinute,
@@ -254,22 +256,48 @@ bool ZTCSnBuffer::waitForWork(std::chrono::milliseconds aTime) {
     return mHasWork;
 }
 
-// The rows that are new or have grown, as they are now. How many events of others wait for the next batch.
+// The rows that are new or have grown, as they are now, so many that the store's log stays short: each series
+// has pages of its own there. How many events of others wait for the next batch.
 std::uint64_t ZTCSnBuffer::copyRows(std::vector<ZTSStoreRow>& arRows, std::uint64_t aNextId) {
-    // What a run has taken can be told for a part of the rows only where all of them are its own.
-    std::size_t lRoom = mRuns.size() > 1 ? std::numeric_limits<std::size_t>::max() : mLimit / sBatchPart;
+    std::size_t lRoom = mLimit / sBatchPart;
+    std::set<std::reference_wrapper<const ZTSSeries>, std::less<ZTSSeries>> lSeries;
     std::uint64_t lLeft = 0;
     for (const ZTSFoldedRow& lrRow : mFolding.getRows()) {
         const std::uint64_t lAdded = lrRow.mRecord.mOccurrences - lrRow.mDetached;
         if (lrRow.hasNews() && lRoom > 0) {
             const bool lIsNew = lrRow.mId == 0;
             arRows.push_back({lIsNew ? aNextId++ : lrRow.mId, lIsNew, lrRow.mRecord, lAdded});
-            lRoom -= std::min(lRoom, sBytesOf(arRows.back()));
+            lSeries.insert(lrRow.mRecord.mSeries);
+            lRoom = lSeries.size() < sBatchSeries ? lRoom - std::min(lRoom, sBytesOf(arRows.back())) : 0;
         } else {
             lLeft += lAdded;
         }
     }
     return lLeft;
+}
+
+// What the rows that are left account for is not told as taken yet: the newest runs wait for them, and one is
+// told in part. So after a kill what is missing is told of the run that was stored last.
+std::size_t ZTCSnBuffer::limitRuns(std::vector<ZTSAgentRun>& arRuns, std::uint64_t aLeft) {
+    while (aLeft != 0 && arRuns.size() > 1 && arRuns.back().mTaken <= aLeft) {
+        aLeft -= arRuns.back().mTaken;
+        arRuns.pop_back();
+    }
+    if (aLeft == 0 || arRuns.empty()) {
+        return arRuns.size();
+    }
+    arRuns.back().mTaken -= std::min(aLeft, arRuns.back().mTaken);
+    return arRuns.size() - 1;
+}
+
+// The first ones of very many.
+std::vector<ZTSChange> ZTCSnBuffer::copyChanges() const {
+    std::size_t lBytes = 0;
+    auto lEnd = mChanges.begin();
+    while (lEnd != mChanges.end() && lBytes < mLimit / sBatchPart) {
+        lBytes += sBytesOf(*lEnd++);
+    }
+    return {mChanges.begin(), lEnd};
 }
 
 // The rows up to this id never change again.
@@ -312,21 +340,23 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
     if (mLostChanges != 0) {
         mChanges.push_back(
             {sNow(), "sensor", "buffer", "changed", "lost_changes", "0", std::to_string(mLostChanges)});
+        mLostChanges = 0;
     }
+    lBatch.mChanges = copyChanges();
     noteDetached(lBatch, aNextId);
-    lBatch.mChanges.swap(mChanges);
-    mBatchBytes += std::exchange(mChangeBytes, 0);
-    mLostChanges = 0;
+    mChanges.erase(mChanges.begin(), mChanges.begin() + static_cast<std::ptrdiff_t>(lBatch.mChanges.size()));
+    for (const ZTSChange& lrChange : lBatch.mChanges) {
+        const std::size_t lBytes = sBytesOf(lrChange);
+        mBatchBytes += lBytes;
+        mChangeBytes -= std::min(mChangeBytes, lBytes);
+    }
     mLosses.clear();
     mLost = {};
     lBatch.mPorts.swap(mPorts);
     lBatch.mLabels.swap(mLabels);
-    if (lLeft == 0) {
-        mRuns.clear();
-    } else if (!lBatch.mAgents.empty()) {
-        lBatch.mAgents.back().mTaken -= std::min(lLeft, lBatch.mAgents.back().mTaken);
-    }
-    mHasWork = lLeft != 0;
+    const auto lToldRuns = static_cast<std::ptrdiff_t>(limitRuns(lBatch.mAgents, lLeft));
+    mRuns.erase(mRuns.begin(), mRuns.begin() + lToldRuns);
+    mHasWork = lLeft != 0 || !mChanges.empty();
     mIsDetached = !lBatch.isEmpty();
     return lBatch;
 }

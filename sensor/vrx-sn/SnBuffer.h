@@ -83,6 +83,8 @@ class ZTCSnBuffer {
     void addLoss(ZTSLoss&& arLoss);
     void hasWork();
     std::uint64_t copyRows(std::vector<ZTSStoreRow>& arRows, std::uint64_t aNextId);
+    static std::size_t limitRuns(std::vector<ZTSAgentRun>& arRuns, std::uint64_t aLeft);
+    std::vector<ZTSChange> copyChanges() const;
     void noteDetached(ZTSStoreBatch& arBatch, std::uint64_t aNextId);
     std::uint64_t getClosedTo();
 

@@ -144,6 +144,8 @@ TEST(StoreReader, ReadsLossesAndChangesOfATime) {
     };
     const auto lLosses = lRead(ZTCLossScan(lReader, lFilter, lReader.readPlace()), std::vector<ZTSLoss>());
     ASSERT_EQ(lLosses.size(), 1U);
+    lStore.mStore.exec("INSERT INTO meta VALUES ('longest_loss', 5000)");
+    EXPECT_EQ(lRead(ZTCLossScan(lReader, lFilter, lReader.readPlace()), std::vector<ZTSLoss>()).size(), 1U);
     EXPECT_EQ(lLosses[0].mEvents, 7U);
     EXPECT_EQ(lLosses[0].mAtMost, std::nullopt);
     EXPECT_EQ(lRead(ZTCChangeScan(lReader, lFilter, lReader.readPlace()), std::vector<ZTSChange>()).size(),

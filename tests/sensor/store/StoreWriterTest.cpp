@@ -191,6 +191,21 @@ TEST_F(StoreWriter, TheAgentIsAsItWasWritten) {
     EXPECT_EQ(ask("SELECT count(*) FROM agents"), 1);
 }
 
+TEST_F(StoreWriter, AnAgentThatIsStartedAgainAndAgainFillsNothing) {
+    ZTCTestBatches lBatches;
+    ZTCStoreWriter lWriter(getOptions());
+    ZTSStoreBatch lBatch = sFullBatch(lBatches, 1);
+    const ZTSAgentRun lRun = lBatch.mAgents.at(0);
+    for (unsigned int lStart = 0; lStart < 6000; ++lStart) {
+        lBatch.mAgents.push_back(lRun);
+        lBatch.mAgents.back().mStart += lStart;
+    }
+    lWriter.write(lBatch);
+    EXPECT_EQ(ask("SELECT count(*) FROM agents"), 5000);
+    EXPECT_EQ(ask("SELECT count(*) FROM figures WHERE agent = (SELECT max(id) FROM agents)"), 3);
+    EXPECT_EQ(ask("SELECT count(*) FROM figures"), 3);
+}
+
 TEST_F(StoreWriter, ManySeriesShareRows) {
     ZTSStoreOptions lOptions = getOptions();
     lOptions.mSeriesLimit = 100;
@@ -237,6 +252,20 @@ TEST_F(StoreWriter, ReadersInSlicesHoldUpNothing) {
     }
     EXPECT_EQ(countWrongSums(), 0);
     EXPECT_EQ(ask("SELECT sum(occurrences) FROM records"), lBatches.mEvents);
+}
+
+TEST_F(StoreWriter, TheLogStaysShortWhateverABatchIsLike) {
+    ZTCStoreWriter lWriter(getOptions());
+    SQLite::Database lReader = openStoreToRead(mPath);
+    const SQLite::Transaction lSnapshot(lReader);
+    ZTAskStore(lReader, "SELECT count(*) FROM records");
+    ZTCTestBatches lBatches;
+    do {
+        lBatches.mData = lBatches.mData == 24 ? 2100 : 24;
+        lBatches.mRemotes = lBatches.mData == 24 ? 1000000 : 20;
+    } while (sTryToWrite(lWriter, lBatches.make(1900)));
+    EXPECT_GT(lWriter.getSize().mWalBytes, sWalLimit / 8);
+    EXPECT_LT(lWriter.getSize().mWalBytes, sWalLimit);
 }
 
 // Another process, as SQLite's locks tell processes apart: it begins before this one has the file open.
