@@ -65,12 +65,12 @@ ZTSStoreHolder findStoreHolder(const std::string& acrStore) {
 
 ZTCStoreLock::ZTCStoreLock(const std::string& acrStore) {
     // No link that somebody laid there leads to another file.
-    constexpr int sFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
+    constexpr int lFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
     const std::string lName = sNameOf(acrStore);
     bool lIsNew = false;
-    ZTCStoreDescriptor lFile(open(lName.c_str(), sFlags));
+    ZTCStoreDescriptor lFile(open(lName.c_str(), lFlags));
     if (lFile.get() < 0 && errno == ENOENT) {
-        lFile = ZTCStoreDescriptor(open(lName.c_str(), sFlags | O_CREAT, 0640));
+        lFile = ZTCStoreDescriptor(open(lName.c_str(), lFlags | O_CREAT, 0640));
         lIsNew = true;
     }
     if (lFile.get() < 0) {

@@ -111,8 +111,8 @@ std::string sSenseText(const ZTEventGroup& acrFields) {
     if (lpKey == nullptr || lpCode == nullptr || lpQualifier == nullptr) {
         return "sense not told";
     }
-    const std::string lNumbers = "sense " + senseNumbers(*lpKey, static_cast<std::uint8_t>(*lpCode),
-                                                         static_cast<std::uint8_t>(*lpQualifier));
+    std::string lNumbers = "sense " + senseNumbers(*lpKey, static_cast<std::uint8_t>(*lpCode),
+                                                   static_cast<std::uint8_t>(*lpQualifier));
     for (const std::string_view lWords : {sSense, sSenseKeyName}) {
         if (const auto* const lpText = sValueOf<std::string>(acrFields, lWords)) {
             return fmt::format("{} ({})", *lpText, lNumbers);

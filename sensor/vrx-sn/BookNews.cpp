@@ -13,7 +13,7 @@ void storeNews(ZTSBookNews aNews, ZTCSnBuffer& arBuffer) {
         return;
     }
     for (ZTSAgentRun& lrRun : aNews.mRuns) {
-        arBuffer.takeRun(std::move(lrRun),
-                         &lrRun == &aNews.mRuns.back() ? std::move(aNews.mLosses) : std::vector<ZTSLoss>());
+        const bool lIsLast = &lrRun == &aNews.mRuns.back();
+        arBuffer.takeRun(std::move(lrRun), lIsLast ? std::move(aNews.mLosses) : std::vector<ZTSLoss>());
     }
 }

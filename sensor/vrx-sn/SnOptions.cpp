@@ -158,7 +158,7 @@ ZTSSnOptions sFinish(Given& arGiven) {
         throw ZTCSnUsage("--dir or ZT_VRX_SENSOR_DIR has to name the agent's runtime directory");
     }
     const auto lToTime = [](double aSeconds) {
-        return std::chrono::milliseconds(static_cast<std::int64_t>(aSeconds * 1000 + 0.5));
+        return std::chrono::round<std::chrono::milliseconds>(std::chrono::duration<double>(aSeconds));
     };
     lrOptions.mEvery = lToTime(arGiven.mEvery);
     lrOptions.mFold = lToTime(arGiven.mFold);

@@ -68,7 +68,7 @@ class ZTCStoreThread::Impl {
         Lock lLock(mLock);
         mChanged.wait_for(lLock, aTime, [this] { return mWasOpened || mFatal; });
         if (mFatal) {
-            throw *mFatal;
+            throw ZTCStoreError(*mFatal);
         }
     }
 
