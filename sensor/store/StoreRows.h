@@ -101,7 +101,7 @@ template <>
 struct ZTSTimeRows<ZTSLoss> {
     static constexpr char Columns[] = "SELECT first, last, id, source, reason, events, at_most FROM losses";
     static constexpr char Time[] = "first";
-    static constexpr char Longest[] = "longest_loss";
+    static constexpr const char* Longest = "longest_loss";
     static std::uint64_t lastOf(const ZTSStorePlace& acrPlace) { return acrPlace.mLastLoss; }
     static ZTSLoss read(SQLite::Statement& arRow) {
         return {arRow.getColumn(0), arRow.getColumn(1),          textAt(arRow, 3),

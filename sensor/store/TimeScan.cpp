@@ -1,5 +1,7 @@
 #include "TimeScan.h"
 
+#include <limits>
+
 #include "StoreRows.h"
 
 namespace {
