@@ -65,14 +65,16 @@ ZTEStoreLook sLook(const std::string& acrPath, const ZTSStoreHolder& acrHolder) 
     if (acrHolder.mIsHere) {
         return ZTEStoreLook::Store;
     }
-    const bool lIsCut = sSizeOf(acrPath + "-wal") <= 0 && sSizeOf(acrPath + "-journal") <= 0 &&
-                        lStatus.st_size < static_cast<off_t>(ZTPageSize) * sNumberAt(lPage, 28);
-    if (lIsCut || !hasPageSum(lPage.data(), 1) || (acrHolder.mIsOfBoot && !isStoreLogWhole(acrPath))) {
+    // The log may have what was being brought into the file when that was cut short: SQLite knows then.
+    const bool lHasLog = sSizeOf(acrPath + "-wal") > 0 || sSizeOf(acrPath + "-journal") > 0;
+    const bool lIsCut = lStatus.st_size < static_cast<off_t>(ZTPageSize) * sNumberAt(lPage, 28);
+    const bool lIsSummed = hasPageSum(lPage.data(), 1);
+    if ((!lHasLog && (lIsCut || !lIsSummed)) || (acrHolder.mIsOfBoot && !isStoreLogWhole(acrPath))) {
         // One that has just been opened by another process changes as it is looked at.
         return !acrHolder.mIsGone && findStoreHolder(acrPath).mIsHere ? ZTEStoreLook::Store
                                                                       : ZTEStoreLook::Damaged;
     }
-    return sNumberAt(lPage, 60) > ZTStoreVersion ? ZTEStoreLook::Newer : ZTEStoreLook::Store;
+    return lIsSummed && sNumberAt(lPage, 60) > ZTStoreVersion ? ZTEStoreLook::Newer : ZTEStoreLook::Store;
 }
 
 }  // namespace

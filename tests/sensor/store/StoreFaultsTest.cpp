@@ -175,6 +175,32 @@ TEST_F(StoreFaults, WhatFailsForGoodLeavesWhatWasWritten) {
     failEach("all", {Open, Delete, Read, Write, Truncate, Sync, ShmMap, ShmLock, Size}, true, false);
 }
 
+// Pages that were half written when the disk was full, or the power went, stand in the log.
+TEST_F(StoreFaults, HalfPagesAreMadeWholeFromTheLog) {
+    std::map<std::string, std::string> lFiles;
+    {
+        ZTCStoreWriter lWriter(getOptions());
+        for (const ZTSStoreBatch& lrBatch : mMade) {
+            lWriter.write(lrBatch);
+            mEvents += countEvents(lrBatch);
+        }
+        ZTBringLogIn(mPath);
+        for (const char* const lpEnd : {"", "-wal", "-shm", "-lock"}) {
+            lFiles[lpEnd] = readFile(mPath + lpEnd);
+        }
+    }
+    const std::string& lrLog = lFiles["-wal"];
+    for (std::size_t lFrame = 32; lFrame < lrLog.size(); lFrame += 24 + 4096) {
+        const std::size_t lPage = static_cast<unsigned char>(lrLog[lFrame + 3]) - std::size_t{1};
+        lFiles[""].replace(lPage * 4096 + 2048, 2040, 2040, 'x');
+    }
+    for (const auto& [lrEnd, lrBytes] : lFiles) {
+        writeFile(mPath + lrEnd, lrBytes);
+    }
+    EXPECT_EQ(lFiles[""][2048], 'x') << "the first one, too";
+    checkStore();
+}
+
 TEST_F(StoreFaults, MemoryThatIsNotThereIsNoDamage) {
     // In a child: SQLite takes another memory only as long as nobody has used it.
     ZTCTestChild lChild([&] {
