@@ -167,3 +167,21 @@ ZTSensorScopeData decodeScopeData(std::span<const std::uint8_t> aBody) {
     }
     return lData;
 }
+
+std::uint64_t countRecords(const ZTSensorScopeData& acrData) {
+    std::uint64_t lCount = 0;
+    for (const ZTSSensorRecordList& lrList : acrData) {
+        lCount += lrList.mRecords.size();
+    }
+    return lCount;
+}
+
+std::uint64_t countEvents(const ZTSensorScopeData& acrData) {
+    std::uint64_t lCount = 0;
+    for (const ZTSSensorRecordList& lrList : acrData) {
+        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
+            lCount += lrRecord.mOccurrences;
+        }
+    }
+    return lCount;
+}

@@ -298,6 +298,9 @@ void ZTCFolding::foldCoarsely(ZTNanoseconds aSpan) {
         const ZTNanoseconds lSpan = lrRecord.mFirst / aSpan;
         Hash lHash = sHashOf(lrRecord.mSeries);
         lHash.add(static_cast<std::uint64_t>(lSpan));
+        if (const auto& lrRemote = lrRecord.mSeries.mRemote) {
+            lHash.add(lrRemote->mBytes);  // a fabric may have very many
+        }
         std::uint64_t lAt = lHash.get();
         const auto lHead = [&]() -> ZTSFoldedRow*& { return lHeads[lAt & (lHeads.size() - 1)]; };
         while (lHead() != nullptr &&

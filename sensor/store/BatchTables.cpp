@@ -1,6 +1,9 @@
 #include "BatchTables.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "StoreRows.h"
 
 namespace {
 
@@ -151,10 +154,27 @@ std::optional<ZTSAgentRun> ZTCBatchTables::loadAgent() {
     return lRun;
 }
 
-// What is not among them any more keeps its row, and was seen until now.
+ZTSHostPorts ZTCBatchTables::loadPorts(SQLite::Database& arDatabase, ZTNanoseconds aLastWrite) {
+    mLastWrite = aLastWrite;
+    ZTSHostPorts lPorts;
+    SQLite::Statement lLocal(arDatabase, std::string(ZTPortColumns) + " FROM ports WHERE here = 1");
+    while (lLocal.executeStep()) {
+        lPorts.mLocal.push_back(readLocalPort(lLocal));
+    }
+    SQLite::Statement lRemote(arDatabase,
+                              std::string(ZTRemotePortColumns) + " FROM remote_ports WHERE here = 1");
+    while (lRemote.executeStep()) {
+        lPorts.mRemote.push_back(readRemotePort(lRemote));
+    }
+    return lPorts;
+}
+
+// What is not among them any more keeps its row, and was seen until now; what went before this is the
+// first to write, until somebody last wrote.
 void ZTCBatchTables::writePorts(const ZTSHostPorts& acrPorts, ZTNanoseconds aNow) {
-    mNoPorts.run(aNow);
-    mNoRemotes.run(aNow);
+    const ZTNanoseconds lLast = std::exchange(mLastWrite, 0);
+    mNoPorts.run(lLast != 0 ? lLast : aNow);
+    mNoRemotes.run(lLast != 0 ? lLast : aNow);
     for (const ZTSLocalPort& lrPort : acrPorts.mLocal) {
         mSetPort.run(lrPort.mNames.mPort.toText(), lrPort.mNames.mNode.toText(), lrPort.mHost, lrPort.mState,
                      lrPort.mSpeed, lrPort.mType, lrPort.mPortId, lrPort.mFabric, aNow);

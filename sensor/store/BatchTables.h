@@ -12,6 +12,9 @@ class ZTCBatchTables {
     void write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow);
     /// The run of an agent that came last.
     std::optional<ZTSAgentRun> loadAgent();
+    /// The ports that are there. What of them is gone when ports are next written, was seen last at that
+    /// time.
+    ZTSHostPorts loadPorts(SQLite::Database& arDatabase, ZTNanoseconds aLastWrite);
     /// The transaction has failed.
     void forget() { mWritten = {}; }
 
@@ -23,7 +26,8 @@ class ZTCBatchTables {
     void writePorts(const ZTSHostPorts& acrPorts, ZTNanoseconds aNow);
     void writeLabels(const ZTPortLabels& acrLabels);
 
-    ZTSAgentRun mWritten;  ///< the figures that are in the store, of which run
+    ZTNanoseconds mLastWrite = 0;  ///< of somebody before
+    ZTSAgentRun mWritten;          ///< the figures that are in the store, of which run
     ZTCStatement mAddLoss, mAddLossTotal, mLongestLoss, mAddChange, mSetAgent, mSetFigure, mNoFigures,
         mOldAgents, mFindAgent, mFindFigures, mNoPorts, mNoRemotes, mSetPort, mSetRemote, mNoNames, mAddName;
 };

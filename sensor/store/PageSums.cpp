@@ -27,10 +27,11 @@ std::uint64_t sWordAt(const unsigned char* apPage, std::size_t aWord) {
 }
 
 std::uint64_t sMix(std::uint64_t aState, std::uint64_t aWord) {
-    return std::rotl(aState + aWord * 0xc2b2ae3d27d4eb4f, 31) * 0x9e3779b185ebca87;
+    return std::rotl(aState ^ aWord, 31) * 0x9e3779b185ebca87;
 }
 
-// Four lanes, as no step of one waits for another's. The page's number is in it for a page in a wrong place.
+// Four lanes, as no step of one waits for another's. Each step can be undone, so what differs in one word
+// always differs in the sum. The page's number is in it for a page in a wrong place.
 std::uint64_t sSum(const unsigned char* apPage, std::size_t aNumber) {
     std::array<std::uint64_t, 4> lLanes{aNumber, 1, 2, 3};
     std::size_t lWord = 0;

@@ -95,7 +95,7 @@ ZTCRetention::ZTCRetention(SQLite::Database& arDatabase)
       mOldAgents(
           arDatabase,
           "DELETE FROM agents WHERE id IN (SELECT id FROM agents WHERE seen < ? AND id < (SELECT max(id) "
-          "FROM agents) AND id NOT IN (SELECT agent FROM figures) ORDER BY id LIMIT ?)") {}
+          "FROM agents) ORDER BY id LIMIT ?)") {}
 
 ZTSRetentionFacts ZTCRetention::look() {
     const auto lNumber = [](ZTCStatement& arFrom) {

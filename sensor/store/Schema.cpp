@@ -7,7 +7,7 @@
 // Times are nanoseconds since 1970. Names of ports are eight hex pairs with colons, or empty.
 const char ZTStoreSchema[] = R"sql(
 CREATE TABLE meta (          -- what there is one of: store (its UUID), host, made, closed_to, longest,
-  name TEXT PRIMARY KEY,     -- longest_loss, in_use, last_write, retired_records, retired_events
+  name TEXT PRIMARY KEY,     -- longest_loss, in_use, last_write, batch, retired_records, retired_events
   value
 ) WITHOUT ROWID;
 

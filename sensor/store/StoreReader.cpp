@@ -133,31 +133,21 @@ std::vector<ZTSStoredSeries> ZTCStoreReader::readSeries() {
 }
 
 std::vector<ZTSStoredPort> ZTCStoreReader::readPorts() {
-    return readAll<ZTSStoredPort>(
-        *this,
-        "SELECT node, port, host, state, speed, type, port_id, fabric, here, seen, coalesce((SELECT max(time)"
-        " FROM changes WHERE what = 'port' AND name = port AND attribute IN ('', 'state')), 0)"
-        " FROM ports ORDER BY here DESC, length(host), host, port",
-        [](SQLite::Statement& arRow) {
-            return ZTSStoredPort{{readNames(arRow, 0), textAt(arRow, 2), textAt(arRow, 3), textAt(arRow, 4),
-                                  textAt(arRow, 5), portIdAt(arRow, 6), textAt(arRow, 7)},
-                                 arRow.getColumn(8).getInt() != 0,
-                                 arRow.getColumn(9).getInt64(),
-                                 arRow.getColumn(10).getInt64()};
-        });
+    const std::string lSince =
+        ", coalesce((SELECT max(time) FROM changes WHERE what = 'port' AND name = port AND attribute IN ('', "
+        "'state')), 0) FROM ports ORDER BY here DESC, length(host), host, port";
+    return readAll<ZTSStoredPort>(*this, ZTPortColumns + lSince, [](SQLite::Statement& arRow) {
+        return ZTSStoredPort{readLocalPort(arRow), arRow.getColumn(8).getInt() != 0,
+                             arRow.getColumn(9).getInt64(), arRow.getColumn(10).getInt64()};
+    });
 }
 
 std::vector<ZTSStoredRemotePort> ZTCStoreReader::readRemotePorts() {
-    return readAll<ZTSStoredRemotePort>(
-        *this,
-        "SELECT node, port, initiator, state, roles, port_id, fabric, here, seen FROM remote_ports"
-        " ORDER BY initiator, here DESC, port_id, port",
-        [](SQLite::Statement& arRow) {
-            return ZTSStoredRemotePort{{wwnAt(arRow, 2), readNames(arRow, 0), textAt(arRow, 3),
-                                        textAt(arRow, 4), portIdAt(arRow, 5), textAt(arRow, 6)},
-                                       arRow.getColumn(7).getInt() != 0,
-                                       arRow.getColumn(8).getInt64()};
-        });
+    const std::string lOrder = " FROM remote_ports ORDER BY initiator, here DESC, port_id, port";
+    return readAll<ZTSStoredRemotePort>(*this, ZTRemotePortColumns + lOrder, [](SQLite::Statement& arRow) {
+        return ZTSStoredRemotePort{readRemotePort(arRow), arRow.getColumn(7).getInt() != 0,
+                                   arRow.getColumn(8).getInt64()};
+    });
 }
 
 ZTPortLabels ZTCStoreReader::readLabels() {

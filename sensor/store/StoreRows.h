@@ -34,6 +34,21 @@ inline ZTSPortNames readNames(SQLite::Statement& arRow, int aAt) {
     return {wwnAt(arRow, aAt), wwnAt(arRow, aAt + 1)};
 }
 
+/// What readLocalPort() and readRemotePort() take; more may stand behind.
+inline constexpr char ZTPortColumns[] =
+    "SELECT node, port, host, state, speed, type, port_id, fabric, here, seen";
+inline constexpr char ZTRemotePortColumns[] =
+    "SELECT node, port, initiator, state, roles, port_id, fabric, here, seen";
+
+inline ZTSLocalPort readLocalPort(SQLite::Statement& arRow) {
+    return {readNames(arRow, 0), textAt(arRow, 2),   textAt(arRow, 3), textAt(arRow, 4),
+            textAt(arRow, 5),    portIdAt(arRow, 6), textAt(arRow, 7)};
+}
+inline ZTSRemotePort readRemotePort(SQLite::Statement& arRow) {
+    return {wwnAt(arRow, 2),  readNames(arRow, 0), textAt(arRow, 3),
+            textAt(arRow, 4), portIdAt(arRow, 5),  textAt(arRow, 6)};
+}
+
 inline constexpr char ZTSeriesColumns[] =
     "SELECT id, category, subcategory, initiator_node, initiator, fabric, remote, target_node, target,"
     " events, records, first, last FROM series";

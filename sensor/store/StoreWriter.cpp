@@ -60,7 +60,7 @@ std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
 struct OpenStore {
     OpenStore(const ZTSStoreOptions& acrOptions, SQLite::Database& arDatabase)
         : mDatabase(setUp(arDatabase)),
-          mWal(mDatabase, acrOptions.mPath),
+          mWal(mDatabase, acrOptions.mPath, acrOptions.mLogStays),
           mSums(mDatabase),
           mSeries(mDatabase, mSums, acrOptions.mSeriesLimit),
           mTables(mDatabase),
@@ -131,6 +131,8 @@ class ZTCStoreWriter::Impl {
     void open(ZTSOpenedStore aFile);
     std::optional<ZTSOpenedStore> close();
     void loadStart();
+    bool isThere(const ZTSStoreBatch& acrBatch) const;
+    std::uint64_t countRecords() const;
     void writeRows(const ZTSStoreBatch& acrBatch);
     void writeRow(const ZTSStoreRow& acrRow);
     void writeMeta(const ZTSStoreBatch& acrBatch);
@@ -192,15 +194,24 @@ void ZTCStoreWriter::Impl::loadStart() {
     mStart.mSetAside = std::move(lSetAside);
     mStart.mIsMended = mFile->mIsMended;
     mStart.mStore = lrDatabase.execAndGet("SELECT value FROM meta WHERE name = 'store'").getString();
+    mStart.mMade = getMeta("made");
     mStart.mNextId = static_cast<std::uint64_t>(lLast) + 1;
     mStart.mWasInUse = getMeta("in_use") != 0;
+    mStart.mWriter = mFile->mLock.getBefore().mProcess;
     mStart.mLastWrite = getMeta("last_write");
     mStart.mAgent = getStore().mTables.loadAgent();
+    if (mStart.mLastWrite != 0) {
+        mStart.mPorts = getStore().mTables.loadPorts(lrDatabase, mStart.mLastWrite);
+    }
     mLongest = getMeta("longest");
-    mRecords = static_cast<std::uint64_t>(getStore().mCountRecords.findNumber().value_or(0));
+    mRecords = countRecords();
     setMeta("in_use", 1);
     setMeta("closed_to", lLast);
     ZTCStatement(lrDatabase, "INSERT OR REPLACE INTO meta VALUES ('host', ?)").run(mOptions.mHostName);
+}
+
+std::uint64_t ZTCStoreWriter::Impl::countRecords() const {
+    return static_cast<std::uint64_t>(getStore().mCountRecords.findNumber().value_or(0));
 }
 
 void ZTCStoreWriter::Impl::beginAnew() {
@@ -277,6 +288,10 @@ void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
     }
     mNewRecords = mGoneRecords = 0;
     inTransaction([&] {
+        if (isThere(acrBatch)) {
+            mRecords = countRecords();
+            return;
+        }
         writeRows(acrBatch);
         mpStore->mSeries.flush();
         mpStore->mSums.flush();
@@ -284,6 +299,11 @@ void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
         writeMeta(acrBatch);
     });
     mRecords = mRecords + mNewRecords - mGoneRecords;
+}
+
+// A commit that has failed may be there all the same: when it stands in the log, and only what follows fails.
+bool ZTCStoreWriter::Impl::isThere(const ZTSStoreBatch& acrBatch) const {
+    return acrBatch.mNumber != 0 && getMeta("batch") == static_cast<std::int64_t>(acrBatch.mNumber);
 }
 
 void ZTCStoreWriter::Impl::writeRows(const ZTSStoreBatch& acrBatch) {
@@ -319,6 +339,7 @@ void ZTCStoreWriter::Impl::writeRow(const ZTSStoreRow& acrRow) {
 
 void ZTCStoreWriter::Impl::writeMeta(const ZTSStoreBatch& acrBatch) {
     setMeta("last_write", sNow());
+    setMeta("batch", static_cast<std::int64_t>(acrBatch.mNumber));
     if (acrBatch.mClosedTo != 0) {
         setMeta("closed_to", static_cast<std::int64_t>(acrBatch.mClosedTo));
     }

@@ -19,10 +19,11 @@ constexpr std::chrono::milliseconds sLongestPause = 30s;
 
 }  // namespace
 
-ZTCWal::ZTCWal(SQLite::Database& arWriter, std::string aPath)
+ZTCWal::ZTCWal(SQLite::Database& arWriter, std::string aPath, std::chrono::nanoseconds aStays)
     : mrWriter(arWriter),
       mPath(std::move(aPath)),
       mFrameSize(static_cast<std::uint64_t>(arWriter.execAndGet("PRAGMA page_size").getInt()) + sFrameHead),
+      mStays(aStays),
       mPause(sFirstPause) {
     sqlite3_wal_hook(mrWriter.getHandle(), written, this);
 }
@@ -34,7 +35,11 @@ ZTCWal::~ZTCWal() {
 int ZTCWal::written(void* apThis, sqlite3* /*apDatabase*/, const char* /*apName*/, int aFrames) {
     auto& lrThis = *static_cast<ZTCWal*>(apThis);
     const auto lFrames = static_cast<std::uint64_t>(aFrames);
-    if (lFrames < lrThis.mFrames.exchange(lFrames)) {
+    const std::uint64_t lBefore = lrThis.mFrames.exchange(lFrames);
+    if (lBefore <= lrThis.mDone) {
+        lrThis.mUndoneSince = Clock::now();
+    }
+    if (lFrames < lBefore) {
         lrThis.mDone = 0;  // it was begun anew
     }
     return SQLITE_OK;
@@ -60,10 +65,11 @@ void ZTCWal::checkpoint() {
         return;  // one is under way
     }
     const std::uint64_t lUndone = (mFrames - std::min(mFrames.load(), mDone.load())) * mFrameSize;
-    if (lUndone >= Worth || mIsFull) {
+    const auto lNow = Clock::now();
+    if (lUndone >= Worth || mIsFull || (lUndone != 0 && lNow - mUndoneSince.load() >= mStays)) {
         run(SQLITE_CHECKPOINT_PASSIVE);
+        mUndoneSince = lNow;  // of what came meanwhile, or a reader has kept back
     }
-    const auto lNow = std::chrono::steady_clock::now();
     if (mIsFull || (getBytes() >= Need && lNow >= mNextNeed)) {
         if (run(SQLITE_CHECKPOINT_RESTART)) {
             mPause = sFirstPause;

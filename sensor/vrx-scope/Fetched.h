@@ -13,22 +13,8 @@ struct ZTSFetched {
     std::optional<Time> mTime;  ///< when it came; nothing: not known any more
     ZTSensorScopeData mData;
 
-    std::uint64_t countRecords() const {
-        std::uint64_t lCount = 0;
-        for (const ZTSSensorRecordList& lrList : mData) {
-            lCount += lrList.mRecords.size();
-        }
-        return lCount;
-    }
-    std::uint64_t countEvents() const {
-        std::uint64_t lCount = 0;
-        for (const ZTSSensorRecordList& lrList : mData) {
-            for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-                lCount += lrRecord.mOccurrences;
-            }
-        }
-        return lCount;
-    }
+    std::uint64_t countRecords() const { return ::countRecords(mData); }
+    std::uint64_t countEvents() const { return ::countEvents(mData); }
 };
 
 /// A record's block as fields.

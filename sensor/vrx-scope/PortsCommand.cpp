@@ -35,7 +35,10 @@ std::string sIdText(const std::optional<std::uint32_t>& acrId) {
 
 // The state, or that it has gone and when it was there last.
 std::string sStateText(const std::string& acrState, bool aIsHere, ZTNanoseconds aSeen, bool aInUtc) {
-    return aIsHere ? sShown(acrState) : "gone, last seen " + plainText(toSensorTime(aSeen), aInUtc);
+    if (!aIsHere) {
+        return "gone, last seen " + plainText(toSensorTime(aSeen), aInUtc);
+    }
+    return acrState.empty() ? "state not known" : toShownText(acrState);
 }
 
 std::string sTextOf(const Ports& acrPorts, bool aInUtc) {
@@ -49,11 +52,11 @@ std::string sTextOf(const Ports& acrPorts, bool aInUtc) {
         lText +=
             fmt::format("{}{}{}, {}, id {}, fabric {}: {}{}\n", lText.empty() ? "" : "\n",
                         bold(lrPort.mNames.mPort.toText()), lName.empty() ? "" : " " + toShownText(lName),
-                        lrPort.mHost.empty() ? "no host known" : toShownText(lrPort.mHost),
+                        lrPort.mHost.empty() ? "known from the agent alone" : toShownText(lrPort.mHost),
                         sShown(sIdText(lrPort.mPortId)), sShown(lrPort.mFabric),
                         sStateText(lrPort.mState, lrStored.mIsHere, lrStored.mSeen, aInUtc),
                         lrStored.mIsHere && !lrPort.mSpeed.empty() ? ", " + toShownText(lrPort.mSpeed) : "");
-        if (lrStored.mIsHere && lrStored.mSince != 0) {
+        if (lrStored.mIsHere && lrStored.mSince != 0 && !lrPort.mState.empty()) {
             lText.insert(lText.size() - 1, ", since " + plainText(toSensorTime(lrStored.mSince), aInUtc));
         }
         ZTCTable lTable({{"remote port"}, {"name"}, {"id"}, {"roles"}, {"state"}});

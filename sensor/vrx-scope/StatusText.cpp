@@ -89,7 +89,8 @@ std::string sCollectorText(const std::optional<ZTSCollectorStatus>& acrCollector
 
 // What is known of a port, in the order in which people ask for it.
 std::string sPortText(const ZTSLocalPort& acrPort) {
-    std::string lText = acrPort.mNames.mPort.toText();
+    std::string lText =
+        acrPort.mNames.mPort.toText() + (acrPort.mHost.empty() ? ", known from the agent alone" : "");
     for (const std::string& lrPart : {acrPort.mHost, acrPort.mState, acrPort.mSpeed}) {
         lText += lrPart.empty() ? "" : ", " + toShownText(lrPart);
     }

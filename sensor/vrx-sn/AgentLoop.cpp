@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <new>
 
+#include "AgentCollection.h"
 #include "AgentStatus.h"
+#include "BookNews.h"
 #include "HostLook.h"
 #include "SnBuffer.h"
 #include "SnFigures.h"
@@ -22,8 +24,10 @@ constexpr std::chrono::milliseconds sLastFetchTime = 2s;
 // Who has the pipes in its place is looked for in all of /proc.
 constexpr std::chrono::milliseconds sTroublePause = 3s;
 
-// So long the store is waited for behind an answer, that a kill loses no second one.
+// So long the store is waited for behind an answer, that a kill loses no second one; and so often it is
+// looked whether the agent can wait.
 constexpr std::chrono::milliseconds sStoreTime = 10ms;
+constexpr std::chrono::milliseconds sStoreStep = 2ms;
 // Behind a collection that could not be started, and one that somebody else has stopped.
 constexpr std::chrono::milliseconds sStartAgain = 10s;
 // How often a run that has nothing new goes to the store, for the time that it was seen.
@@ -32,25 +36,12 @@ constexpr std::chrono::milliseconds sStoreRun = 60s;
 constexpr unsigned int sLooksForFigures = 10;
 
 constexpr std::uint64_t sHeldLimit = 256 * 1024;  // of an agent that shows none
-
-std::pair<std::uint64_t, std::uint64_t> sCount(const ZTSensorScopeData& acrData) {
-    std::uint64_t lRecords = 0;
-    std::uint64_t lEvents = 0;
-    for (const ZTSSensorRecordList& lrList : acrData) {
-        lRecords += lrList.mRecords.size();
-        for (const ZTSSensorRecord& lrRecord : lrList.mRecords) {
-            lEvents += lrRecord.mOccurrences;
-        }
-    }
-    return {lRecords, lEvents};
-}
-
 }  // namespace
 
-ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, const ZTCHostLook& acrHost,
+ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, ZTCHostLook& arHost,
                            ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn)
     : mrBuffer(arBuffer),
-      mrHost(acrHost),
+      mrHost(arHost),
       mrFigures(arFigures),
       mrLog(arLog),
       mTurn(std::move(aTurn)),
@@ -81,13 +72,24 @@ void ZTCAgentLoop::setStart(const ZTSStoreStart& acrStart) {
 
 void ZTCAgentLoop::run() {
     while (!mEnd.hasEnded()) {
-        mTurn();
-        tryTurn();
-        mHasBegun = true;
-        waitForWork();
+        try {
+            mTurn();
+            tryTurn();
+            mHasBegun = true;
+            waitForWork();
+        } catch (const std::bad_alloc&) {
+            mrLog.note(ZTSL_Error, "there is no memory to collect with: trying again");
+            mEnd.waitUntil(Clock::now() + 1s);
+        }
     }
-    lastFetch();
-    leaveDirectory();
+    for (const auto lpStep :
+         {&ZTCAgentLoop::lastFetch, &ZTCAgentLoop::settle, &ZTCAgentLoop::leaveDirectory}) {
+        try {
+            (this->*lpStep)();
+        } catch (const std::exception& lrError) {
+            mrLog.note(ZTSL_Warning, "the last fetch failed: %s", lrError.what());
+        }
+    }
 }
 
 // What the agent or the system does wrong is told, and tried again. Before the first claim it is the caller's
@@ -111,14 +113,11 @@ void ZTCAgentLoop::tryTurn() {
             throw;
         }
         meet(mDirectoryTrouble, lrError, sTroublePause);
-    } catch (const std::bad_alloc&) {
-        mrLog.note(ZTSL_Error, "there is no memory to collect with: trying again");
-        mPausedTo = Clock::now() + 1s;
     }
-    noteLostAnswers();
 }
 
 void ZTCAgentLoop::turn() {
+    noteLostAnswers();  // by the turn before, however that ended
     if (mpClient != nullptr && !mpClient->hasDirectory()) {
         leaveDirectory();
     }
@@ -199,7 +198,11 @@ void ZTCAgentLoop::leaveDirectory() {
     }
     mpSight.reset();
     mpPidFile.reset();
-    mpClient.reset();
+    if (mpClient != nullptr) {
+        mpClient->close();
+        noteLostAnswers();
+        mpClient.reset();
+    }
     mIsGreeted = false;
     mrFigures.set(ZTSN_AgentUp, 0);
 }
@@ -207,14 +210,7 @@ void ZTCAgentLoop::leaveDirectory() {
 // ---- An agent ----
 
 bool ZTCAgentLoop::findAgent() {
-    std::unique_ptr<ZTCAgentSight> lpSight;
-    try {
-        lpSight = ZTCAgentSight::ofFigures(mDirectory);
-    } catch (const ZTCNoPermissionError&) {
-        throw;
-    } catch (const ZTCSensorError&) {
-        // None, or some that are not to be believed.
-    }
+    std::unique_ptr<ZTCAgentSight> lpSight = ZTCAgentSight::ofFigures(mDirectory);
     const bool lHasGone = lpSight == nullptr || lpSight->hasGone();
     if (lHasGone && lpSight != nullptr && isAwaited(*lpSight)) {
         attach(std::move(lpSight));
@@ -243,18 +239,18 @@ bool ZTCAgentLoop::isAwaited(const ZTCAgentSight& acrSight) {
 }
 
 void ZTCAgentLoop::attach(std::unique_ptr<ZTCAgentSight> apSight) {
+    const ZTSBookFigures* const lpSeen = apSight->look();
+    const std::lock_guard lLock(mMutex);
+    if (!mBook.hasRun() || !mBook.isOf(apSight->getStart(), apSight->getProcess())) {
+        mBook.end(nullptr, ZTSMoment::now());  // one that was lost sight of
+        mBook.begin(apSight->getStart(), apSight->getProcess(), lpSeen, ZTSMoment::now());
+    }
     mpSight = std::move(apSight);
-    mpSeen = mpSight->look();
+    mpSeen = lpSeen;
     mLooksWithoutFigures = 0;
     mIsGreeted = mIsMuch = false;
     mTargets = {};
     mNextFetch = mNextStart = {};
-    const std::lock_guard lLock(mMutex);
-    if (mBook.hasRun() && mBook.isOf(mpSight->getStart(), mpSight->getProcess())) {
-        return;
-    }
-    mBook.end(nullptr, ZTSMoment::now());  // one that was lost sight of
-    mBook.begin(mpSight->getStart(), mpSight->getProcess(), mpSeen, ZTSMoment::now());
 }
 
 // It has gone. An answer that it gave before may be in the pipe yet.
@@ -300,28 +296,15 @@ void ZTCAgentLoop::greet() {
                static_cast<long long>(mpSight->getProcess()), lIsCollecting ? "was under way" : "is started");
 }
 
-// One that is under way is ended first, where the figures do not tell that there is none: each event would be
-// told twice.
 void ZTCAgentLoop::startCollection() {
     mNextStart = Clock::now() + sStartAgain;
     mpClient->setTimeout(sOrderTime);
-    const bool lIsIdle =
-        mpSeen != nullptr && mpSeen->mIsAsOfNow && mpSeen->mAgent.get("collecting") == std::uint64_t{0};
-    if (!lIsIdle) {
-        mpClient->stop();
-    }
-    try {
-        mpClient->startScope(mCeiling);
-    } catch (const ZTCRefusedError&) {
-        mpClient->stop();  // what it has registered
-        throw;
-    }
+    ::startCollection(*mpClient, mpSeen, mCeiling);
 }
 
 // Somebody may have stopped it. Figures that are some seconds old say nothing of that.
 void ZTCAgentLoop::keepCollecting() {
-    if (mpSeen != nullptr && mpSeen->mIsAsOfNow && mpSeen->mAgent.get("collecting") == std::uint64_t{0} &&
-        Clock::now() >= mNextStart) {
+    if (isIdle(mpSeen) && Clock::now() >= mNextStart) {
         startCollection();
         mrLog.note(ZTSL_Warning, "somebody has stopped the collection: it is started again");
     }
@@ -351,11 +334,13 @@ void ZTCAgentLoop::fetch() {
 
 void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     const auto lNow = ZTSMoment::now();
-    const auto lpPorts = mrHost.getPorts();
+    std::shared_ptr<const ZTSHostPorts> lpPorts;
     ZTSensorScopeData lData;
     ZTSAgentRun lRun;
     try {
         lData = decodeScopeData(std::span(acrMessage).subspan(ZTSSensorHeader::Size));
+        mrHost.seeAgent(portsIn(lData));
+        lpPorts = mrHost.getPorts();
         const std::lock_guard lLock(mMutex);
         lRun = mBook.getRun();
     } catch (const ZTCRefusedError&) {
@@ -365,7 +350,8 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
         mBook.loseAnswer();
         throw;
     }
-    const auto [lRecords, lEvents] = sCount(lData);
+    const std::uint64_t lRecords = countRecords(lData);
+    const std::uint64_t lEvents = countEvents(lData);
     {
         const std::lock_guard lLock(mMutex);
         mBook.take(lEvents, lNow);
@@ -384,8 +370,15 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     const std::uint64_t lLimit =
         mpSeen != nullptr ? mpSeen->mAgent.get("held_bytes_limit").value_or(sHeldLimit) : sHeldLimit;
     mIsMuch = acrMessage.size() > lLimit / 8;
-    if (lRecords != 0) {
-        mrBuffer.waitUntilStored(sStoreTime);
+    if (lRecords != 0 && acrMessage.size() < lLimit / 4) {
+        waitForStore();
+    }
+}
+
+// Not where the agent runs full meanwhile.
+void ZTCAgentLoop::waitForStore() {
+    const auto lEnd = Clock::now() + sStoreTime;
+    while (!mrBuffer.waitUntilStored(sStoreStep) && !mpSight->hasWoken() && Clock::now() < lEnd) {
     }
 }
 
@@ -399,14 +392,14 @@ void ZTCAgentLoop::noteLostAnswers() {
 
 // Once, however much comes.
 void ZTCAgentLoop::lastFetch() {
-    try {
-        if (mpSight != nullptr && mIsGreeted && !mpSight->hasGone()) {
-            mpClient->setTimeout(sLastFetchTime);
-            take(mpClient->fetch());
-        }
-    } catch (const std::exception& lrError) {
-        mrLog.note(ZTSL_Warning, "the last fetch failed: %s", lrError.what());
+    noteLostAnswers();
+    if (mpSight != nullptr && mIsGreeted && !mpSight->hasGone()) {
+        mpClient->setTimeout(sLastFetchTime);
+        take(mpClient->fetch());
     }
+}
+
+void ZTCAgentLoop::settle() {
     noteLostAnswers();
     const bool lIsOpen = mpClient != nullptr && mpClient->isFetchOpen();
     const std::lock_guard lLock(mMutex);
@@ -430,21 +423,8 @@ void ZTCAgentLoop::look() {
     }
 }
 
-// With the lock: what is told later comes later. The losses go with the last run, which tells that they are
-// told.
+// With the lock: what is told later comes later.
 void ZTCAgentLoop::deliver(ZTSBookNews aNews) {
     mLossLines.take(aNews.mLosses, Clock::now());
-    for (ZTSChange& lrChange : aNews.mChanges) {
-        mrBuffer.takeChange(std::move(lrChange));
-    }
-    if (aNews.mRuns.empty()) {
-        for (ZTSLoss& lrLoss : aNews.mLosses) {
-            mrBuffer.takeLoss(std::move(lrLoss));
-        }
-        return;
-    }
-    for (ZTSAgentRun& lrRun : aNews.mRuns) {
-        mrBuffer.takeRun(std::move(lrRun),
-                         &lrRun == &aNews.mRuns.back() ? std::move(aNews.mLosses) : std::vector<ZTSLoss>());
-    }
+    storeNews(std::move(aNews), mrBuffer);
 }

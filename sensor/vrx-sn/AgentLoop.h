@@ -26,7 +26,7 @@ class ZTCAgentLoop {
     /// seconds at most): it feeds the watchdog.
     using Turn = std::function<void()>;
 
-    ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, const ZTCHostLook& acrHost,
+    ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, ZTCHostLook& arHost,
                  ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn);
     ZTCAgentLoop(const ZTCAgentLoop&) = delete;
     ZTCAgentLoop& operator=(const ZTCAgentLoop&) = delete;
@@ -62,8 +62,10 @@ class ZTCAgentLoop {
 
     void fetch();
     void take(const ZTSensorBytes& acrMessage);
+    void waitForStore();
     void noteLostAnswers();
     void lastFetch();
+    void settle();
 
     void look();
     void deliver(ZTSBookNews aNews);
@@ -71,7 +73,7 @@ class ZTCAgentLoop {
     void meet(ZTCSnTrouble& arTrouble, const std::exception& acrError, std::chrono::milliseconds aPause);
 
     ZTCSnBuffer& mrBuffer;
-    const ZTCHostLook& mrHost;
+    ZTCHostLook& mrHost;
     ZTCSnFigures& mrFigures;
     ZTCSnLog& mrLog;
     const Turn mTurn;

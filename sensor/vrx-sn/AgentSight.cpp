@@ -16,7 +16,7 @@ ZTNanoseconds sNanosecondsOf(std::chrono::system_clock::time_point aTime) {
 
 }  // namespace
 
-std::unique_ptr<ZTCAgentSight> ZTCAgentSight::ofFigures(const std::string& acrDirectory) {
+std::unique_ptr<ZTCAgentSight> ZTCAgentSight::ofFigures(const std::string& acrDirectory) try {
     std::unique_ptr<ZTCAgentSight> lpSight(new ZTCAgentSight(acrDirectory));
     lpSight->mpAgent =
         std::make_unique<ZTCAgentStatistics>(acrDirectory, ZTWireStatistics, ZTEStatisticsOf::Any);
@@ -24,6 +24,10 @@ std::unique_ptr<ZTCAgentSight> ZTCAgentSight::ofFigures(const std::string& acrDi
     lpSight->mProcess = lpSight->mpAgent->getProcess();
     lpSight->mFigures.mIsAsOfNow = lpSight->mpAgent->isInMemory();
     return lpSight;
+} catch (const ZTCNoPermissionError&) {
+    throw;
+} catch (const ZTCSensorError&) {
+    return nullptr;  // none, or some that are not to be believed
 }
 
 std::unique_ptr<ZTCAgentSight> ZTCAgentSight::ofLock(const std::string& acrDirectory) {

@@ -10,8 +10,8 @@
 /// One run of an agent. One thread.
 class ZTCAgentSight {
   public:
-    /// Of the agent that shows figures there, or has left some when it was killed. Throws as
-    /// ZTCAgentStatistics does: ZTCNoAgentError: there are none.
+    /// Of the agent that shows figures there, or has left some when it was killed. Null:
+    /// there are none. Throws ZTCNoPermissionError.
     static std::unique_ptr<ZTCAgentSight> ofFigures(const std::string& acrDirectory);
     /// Of one that runs and shows none, by its lock. Null: none runs.
     static std::unique_ptr<ZTCAgentSight> ofLock(const std::string& acrDirectory);
@@ -26,6 +26,8 @@ class ZTCAgentSight {
     const ZTSBookFigures* look();
     /// What to wait for: before a fetch.
     void noteWake();
+    /// Whether more has come since than is to be waited with.
+    bool hasWoken() const { return mpAgent != nullptr && mpAgent->readWake() != mWake; }
     /// Until more has come than is to be waited with: true; or the time is over, or the end. Throws
     /// ZTCSensorError.
     bool waitUntil(ZTCWaitEnd::Clock::time_point aTime, const ZTCWaitEnd& acrEnd) const;

@@ -1,19 +1,20 @@
 #include "HostLook.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
-#include <deque>
 #include <mutex>
 #include <new>
 #include <thread>
 
 #include "HostPorts.h"
-#include "PortChanges.h"
+#include "PortBook.h"
 #include "PortLabels.h"
 #include "SensorFiles.h"
 #include "SnBuffer.h"
@@ -25,6 +26,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds sEvery(1);
 constexpr std::chrono::seconds sPatience(1);  // at the start and at the end
 constexpr std::chrono::seconds sSlow(5);      // for a look
+constexpr std::chrono::minutes sHangs(1);
 constexpr std::size_t sLongestFile = std::size_t{4} << 20;
 
 ZTNanoseconds sNow() {
@@ -62,10 +64,11 @@ class ZTCHostLook::Shared {
     Shared(const std::string& acrRoot, ZTCSnBuffer& arBuffer, ZTCSnLog& arLog)
         : mrBuffer(arBuffer), mrLog(arLog), mHostPorts(acrRoot) {}
 
-    void start(void (Shared::*apRun)(std::unique_lock<std::mutex>&),
-               const std::shared_ptr<Shared>& acrpSelf) {
+    using Run = void (Shared::*)(std::unique_lock<std::mutex>&);
+    void start(const char* apName, Run apRun, const std::shared_ptr<Shared>& acrpSelf) {
         std::unique_lock lLock(mLock);
-        std::thread([acrpSelf, apRun] {
+        std::thread([acrpSelf, apName, apRun] {
+            pthread_setname_np(pthread_self(), apName);
             std::unique_lock lHeld(acrpSelf->mLock);
             (acrpSelf.get()->*apRun)(lHeld);
             --acrpSelf->mRunning;
@@ -78,6 +81,11 @@ class ZTCHostLook::Shared {
     void look(std::unique_lock<std::mutex>& arLock);
     void readNames(std::unique_lock<std::mutex>& arLock);
 
+    void askForNames(const std::string& acrPath) {
+        const std::lock_guard lLock(mLock);
+        mNamesFile = acrPath;
+        mForNames.notify_all();
+    }
     bool areNamesRead() const { return !mNamesFile && !mIsReading; }
     template <class Condition>
     void waitUntil(const Condition& acrCondition) {
@@ -87,39 +95,42 @@ class ZTCHostLook::Shared {
     void end() {
         const std::lock_guard lLock(mLock);
         mEnds = true;
-        mChanged.notify_all();
+        mForLooks.notify_all();
+        mForNames.notify_all();
     }
+    void tell();
+    void tellTrouble(Clock::time_point aNow);
 
     mutable std::mutex mLock;
-    std::condition_variable mChanged;
+    std::condition_variable mChanged;  // for those who wait for the threads
     unsigned int mRunning = 0;
-    bool mHasLooked = false;
-    std::optional<std::string> mNamesFile;  // to be read
-    std::shared_ptr<const ZTSHostPorts> mpPorts = std::make_shared<ZTSHostPorts>();
+    ZTCPortBook mBook;
 
   private:
     void noteLook(Clock::duration aTime);
-    void publish();
-    void tell();
+    void takeLook();
     void takeNames(const std::string& acrPath, ZTSNamesFile aNames);
 
     ZTCSnBuffer& mrBuffer;
     ZTCSnLog& mrLog;
+    std::condition_variable mForLooks;
+    std::condition_variable mForNames;
     bool mEnds = false;
+    std::optional<std::string> mNamesFile;  // to be read
     bool mIsReading = false;
-    std::optional<ZTPortLabels> mLabels;
-    bool mIsToPublish = false;
-    bool mArePortsTold = true;
-    std::deque<ZTSChange> mUntold;
+    std::optional<Clock::time_point> mLookBegan;  // of the look that is under way
+    bool mIsHangTold = false;
+    bool mIsLookUntold = true;
     std::size_t mLeftOut = 0;
     ZTCHostPorts mHostPorts;  // the thread's own
 };
 
 // Without the lock while it waits for drivers.
 void ZTCHostLook::Shared::look(std::unique_lock<std::mutex>& arLock) {
-    for (auto lNext = Clock::now(); !mEnds; mChanged.wait_until(arLock, lNext, [this] { return mEnds; })) {
-        arLock.unlock();
+    for (auto lNext = Clock::now(); !mEnds; mForLooks.wait_until(arLock, lNext, [this] { return mEnds; })) {
         const auto lBegin = Clock::now();
+        mLookBegan = lBegin;
+        arLock.unlock();
         bool lHasChanged = false;
         bool lIsWhole = true;
         try {
@@ -130,21 +141,26 @@ void ZTCHostLook::Shared::look(std::unique_lock<std::mutex>& arLock) {
         const auto lTime = Clock::now() - lBegin;
         arLock.lock();
         lNext = std::max(lNext, lBegin + lTime) + sEvery;
-        mIsToPublish |= lHasChanged || !mHasLooked;
-        if (mEnds || !lIsWhole) {
-            continue;
+        mLookBegan.reset();
+        mIsLookUntold |= lHasChanged;
+        if (!mEnds && lIsWhole) {
+            noteLook(lTime);
+            takeLook();
+            mChanged.notify_all();
         }
-        noteLook(lTime);
-        try {
-            if (mIsToPublish) {
-                publish();
-            }
-            tell();
-            mHasLooked = true;
-        } catch (const std::bad_alloc&) {
-            // What is not told yet is told behind the next look.
+    }
+}
+
+void ZTCHostLook::Shared::takeLook() {
+    try {
+        if (mIsLookUntold) {
+            mBook.seeHost(mHostPorts.getPorts(), sNow());
+            mIsLookUntold = false;
         }
-        mChanged.notify_all();
+        mBook.settle();
+        tell();
+    } catch (const std::bad_alloc&) {
+        // What is not told yet is told behind the next look.
     }
 }
 
@@ -162,42 +178,31 @@ void ZTCHostLook::Shared::noteLook(Clock::duration aTime) {
     mLeftOut = lLeftOut;
 }
 
-// The ports as they are now, with the fabrics' names. What the first look finds has not come just now.
-void ZTCHostLook::Shared::publish() {
-    const auto lpPorts = std::make_shared<ZTSHostPorts>(mHostPorts.getPorts());
-    for (ZTSLocalPort& lrPort : lpPorts->mLocal) {
-        const auto lLabel = mLabels ? mLabels->find(lrPort.mNames.mPort) : ZTPortLabels::const_iterator();
-        if (mLabels && lLabel != mLabels->end() && !lLabel->second.mFabric.empty()) {
-            lrPort.mFabric = lLabel->second.mFabric;
-        }
+void ZTCHostLook::Shared::tell() {
+    for (ZTSChange& lrChange : mBook.takeChanges()) {
+        mrBuffer.takeChange(std::move(lrChange));
     }
-    for (ZTSRemotePort& lrPort : lpPorts->mRemote) {
-        lrPort.mFabric = lpPorts->fabricOf(lrPort.mInitiator);
+    if (mBook.haveNews()) {
+        mrBuffer.takePorts(*mBook.getPorts());
+        mBook.haveBeenTaken();
     }
-    if (mHasLooked) {
-        const auto lChanges = listPortChanges(*mpPorts, *lpPorts, sNow());
-        mUntold.insert(mUntold.end(), lChanges.begin(), lChanges.end());
-    }
-    mpPorts = lpPorts;
-    mIsToPublish = false;
-    mArePortsTold = false;
 }
 
-void ZTCHostLook::Shared::tell() {
-    for (; !mUntold.empty(); mUntold.pop_front()) {
-        mrBuffer.takeChange(mUntold.front());
+void ZTCHostLook::Shared::tellTrouble(Clock::time_point aNow) {
+    const bool lHangs = mLookBegan && aNow - *mLookBegan >= sHangs;
+    if (lHangs && !mIsHangTold) {
+        mrLog.note(ZTSL_Warning, "the host's ports cannot be seen: a driver has not answered for %u s",
+                   static_cast<unsigned int>(
+                       std::chrono::duration_cast<std::chrono::seconds>(aNow - *mLookBegan).count()));
     }
-    if (!mArePortsTold) {
-        mrBuffer.takePorts(*mpPorts);
-        mArePortsTold = true;
-    }
+    mIsHangTold = lHangs;
 }
 
 // Without the lock while it waits for a disk.
 void ZTCHostLook::Shared::readNames(std::unique_lock<std::mutex>& arLock) {
     for (;; mChanged.notify_all()) {
         mIsReading = false;
-        mChanged.wait(arLock, [this] { return mEnds || mNamesFile; });
+        mForNames.wait(arLock, [this] { return mEnds || mNamesFile; });
         if (mEnds) {
             return;
         }
@@ -234,13 +239,13 @@ void ZTCHostLook::Shared::takeNames(const std::string& acrPath, ZTSNamesFile aNa
     if (!acrPath.empty()) {
         mrLog.note(ZTSL_Notice, "%s: ports named: %zu", acrPath.c_str(), aNames.mLabels.size());
     }
-    if (mLabels == aNames.mLabels) {
+    if (mBook.getLabels() == aNames.mLabels) {
         return;
     }
     try {
         mrBuffer.takeLabels(aNames.mLabels);
-        mLabels = std::move(aNames.mLabels);
-        mIsToPublish = mHasLooked;
+        mBook.setLabels(std::move(aNames.mLabels), sNow());
+        tell();
     } catch (const std::bad_alloc&) {
         mrLog.note(ZTSL_Warning, "the names file %s cannot be read: %s; ports keep the names they had",
                    acrPath.c_str(), "no memory");
@@ -250,13 +255,13 @@ void ZTCHostLook::Shared::takeNames(const std::string& acrPath, ZTSNamesFile aNa
 ZTCHostLook::ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCSnBuffer& arBuffer,
                          ZTCSnLog& arLog)
     : mpShared(std::make_shared<Shared>(acrRoot, arBuffer, arLog)) {
-    mpShared->mNamesFile = acrNames;
+    mpShared->askForNames(acrNames);
     try {
         // The names first: they say which fabrics the ports are on.
-        mpShared->start(&Shared::readNames, mpShared);
+        mpShared->start("names", &Shared::readNames, mpShared);
         mpShared->waitUntil([this] { return mpShared->areNamesRead(); });
-        mpShared->start(&Shared::look, mpShared);
-        mpShared->waitUntil([this] { return mpShared->mHasLooked; });
+        mpShared->start("ports", &Shared::look, mpShared);
+        mpShared->waitUntil([this] { return mpShared->mBook.hasLooked(); });
     } catch (...) {
         mpShared->end();
         throw;
@@ -270,11 +275,29 @@ ZTCHostLook::~ZTCHostLook() {
 
 std::shared_ptr<const ZTSHostPorts> ZTCHostLook::getPorts() const {
     const std::lock_guard lLock(mpShared->mLock);
-    return mpShared->mpPorts;
+    return mpShared->mBook.getPorts();
 }
 
 void ZTCHostLook::reload(const std::string& acrNames) {
+    mpShared->askForNames(acrNames);
+}
+
+void ZTCHostLook::seeAgent(ZTCPortBook::Names aPorts) {
+    std::sort(aPorts.begin(), aPorts.end());
+    aPorts.erase(std::unique(aPorts.begin(), aPorts.end()), aPorts.end());
+    aPorts.resize(std::min(aPorts.size(), ZTCHostPorts::MostLocal));
     const std::lock_guard lLock(mpShared->mLock);
-    mpShared->mNamesFile = acrNames;
-    mpShared->mChanged.notify_all();
+    mpShared->mBook.seeAgent(std::move(aPorts), sNow());
+    mpShared->tell();
+}
+
+void ZTCHostLook::setStart(const ZTSStoreStart& acrStart) {
+    const std::lock_guard lLock(mpShared->mLock);
+    mpShared->mBook.setStart(acrStart.mPorts);
+    mpShared->tell();
+}
+
+void ZTCHostLook::tellTrouble(std::chrono::steady_clock::time_point aNow) {
+    const std::lock_guard lLock(mpShared->mLock);
+    mpShared->tellTrouble(aNow);
 }

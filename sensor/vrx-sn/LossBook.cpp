@@ -1,6 +1,7 @@
 #include "LossBook.h"
 
 #include <algorithm>
+#include <type_traits>
 #include <utility>
 
 namespace {
@@ -38,18 +39,37 @@ std::uint64_t sAbove(std::uint64_t aValue, std::uint64_t aLess) {
 
 }  // namespace
 
+static_assert(std::is_nothrow_move_assignable_v<ZTCLossBook>);
+
+// What is told and what is noted as told are the same, wherever there is no memory.
+template <class Work>
+void ZTCLossBook::inOnePiece(const Work& acrWork) {
+    ZTCLossBook lBefore(*this);
+    try {
+        acrWork();
+    } catch (...) {
+        *this = std::move(lBefore);
+        throw;
+    }
+}
+
 // ---- What the store knows ----
 
 void ZTCLossBook::setStart(const ZTSStoreStart& acrStart, const ZTSMoment& acrNow) {
-    mIsStartKnown = true;
-    mStored = acrStart.mAgent;
-    mIsSetAside = !acrStart.mSetAside.empty();
-    if (mIsSetAside) {
-        lose({"sensor", "store"}, acrNow.mTime, acrNow.mTime, {});
+    if (mIsStartKnown) {
+        return;  // told again, as what was to be done with it could not be done
     }
-    if (mBeginning) {
-        resolve();
-    }
+    inOnePiece([&] {
+        mIsStartKnown = true;
+        mStored = acrStart.mAgent;
+        mIsSetAside = !acrStart.mSetAside.empty();
+        if (mIsSetAside) {
+            lose({"sensor", "store"}, acrNow.mTime, acrNow.mTime, {});
+        }
+        if (mBeginning) {
+            resolve();
+        }
+    });
 }
 
 bool ZTCLossBook::isAwaited(ZTNanoseconds aStart, std::int64_t aProcess) const {
@@ -58,7 +78,7 @@ bool ZTCLossBook::isAwaited(ZTNanoseconds aStart, std::int64_t aProcess) const {
 
 void ZTCLossBook::seeNone(const ZTSMoment& acrNow) {
     if (mIsStartKnown && mStored) {
-        endStored(acrNow.mTime);
+        inOnePiece([&] { endStored(acrNow.mTime); });
     }
 }
 
@@ -79,12 +99,19 @@ void ZTCLossBook::endStored(ZTNanoseconds aUntil) {
 
 void ZTCLossBook::begin(ZTNanoseconds aStart, std::int64_t aProcess, const ZTSBookFigures* apFigures,
                         const ZTSMoment& acrNow) {
+    inOnePiece([&] { beginRun(aStart, aProcess, apFigures, acrNow.mTime); });
+}
+
+void ZTCLossBook::beginRun(ZTNanoseconds aStart, std::int64_t aProcess, const ZTSBookFigures* apFigures,
+                           ZTNanoseconds aNow) {
     mRun = {};
     mRun.mStart = aStart;
     mRun.mProcess = aProcess;
-    mRun.mCame = mRun.mSeen = mLastTaken = mLooked = acrNow.mTime;
+    mRun.mCame = mRun.mSeen = mLooked = aNow;
+    mLastTaken = aStart != 0 ? aStart : aNow;
     mIsRunning = true;
-    mHasLostAnswer = false;
+    mHasFigures = mHasLostAnswer = false;
+    mIsAsOfNow = true;
     mCounts.clear();
     mTold.clear();
     note(apFigures);
@@ -124,24 +151,40 @@ void ZTCLossBook::tellBeginning(const Beginning& acrBeginning, const ZTSAgentRun
         change(lrRun, "came", lrRun.mCame);
     } else {
         lTold = apStored->mTold;
-        mRun.mCame = lIsCurrent ? apStored->mCame : mRun.mCame;
+    }
+    const bool lIsSameLibrary = sIn(lTold, sLibraryStart) == sIn(lrRun.mTold, sLibraryStart);
+    if (apStored != nullptr && lIsCurrent) {
+        continueStored(lrRun, *apStored);
     }
     Growth lGrowth;
-    const bool lIsSameLibrary = sIn(lTold, sLibraryStart) == sIn(lrRun.mTold, sLibraryStart);
     for (const auto& [lrName, lValue] : acrBeginning.mCounts) {
         const bool lIsTold = lIsSameLibrary || !lrName.starts_with(sLibrary);
         const std::uint64_t lBefore = lIsTold ? sIn(lTold, lrName) : 0;
-        lGrowth[sReasonOf(lrName)] += lValue < lBefore ? lValue : lValue - lBefore;
+        lGrowth[sReasonOf(lrName)] += sAbove(lValue, lBefore);
     }
     if (lrRun.mFigures.contains("fetched_events_total")) {
         lGrowth[{"sensor", mIsSetAside ? "store" : "unstored"}] =
             sAbove(lrRun.mTaken, apStored != nullptr ? apStored->mTaken : 0);
-    } else if (apStored != nullptr && lIsCurrent) {
-        mRun.mTaken += apStored->mTaken;
     }
     for (const auto& [lrReason, lEvents] : lGrowth) {
         if (lEvents != 0) {
             lose(lrReason, apStored != nullptr ? apStored->mSeen : lrRun.mStart, lrRun.mCame, lEvents);
+        }
+    }
+}
+
+// What the store has of it is true, also where the figures of its beginning are some seconds old.
+void ZTCLossBook::continueStored(const ZTSAgentRun& acrSeen, const ZTSAgentRun& acrStored) {
+    const bool lIsSameLibrary = sIn(acrStored.mTold, sLibraryStart) == sIn(mRun.mTold, sLibraryStart);
+    mRun.mCame = acrStored.mCame;
+    mRun.mTaken = std::max(mRun.mTaken, acrStored.mTaken + sAbove(mRun.mTaken, acrSeen.mTaken));
+    if (mLastTaken <= acrSeen.mCame) {
+        mLastTaken = acrStored.mSeen;  // nothing was taken since
+    }
+    for (const auto& [lrName, lValue] : acrStored.mTold) {
+        if (lIsSameLibrary || !lrName.starts_with(sLibrary)) {
+            std::uint64_t& lrTold = mRun.mTold[lrName];
+            lrTold = std::max(lrTold, lValue);
         }
     }
 }
@@ -155,23 +198,31 @@ void ZTCLossBook::look(const ZTSBookFigures* apFigures, bool aIsFetchOpen, const
     if (!mIsRunning) {
         return;
     }
-    mRun.mSeen = acrNow.mTime;
-    note(apFigures);
-    tell(aIsFetchOpen, false, acrNow);
+    inOnePiece([&] {
+        mRun.mSeen = acrNow.mTime;
+        note(apFigures);
+        tell(aIsFetchOpen || isBehindStore(), false, acrNow);
+    });
+}
+
+void ZTCLossBook::settle(bool aIsFetchOpen, const ZTSMoment& acrNow) {
+    inOnePiece([&] { tell(aIsFetchOpen || isBehindStore(), true, acrNow); });
 }
 
 void ZTCLossBook::end(const ZTSBookFigures* apFigures, const ZTSMoment& acrNow) {
     if (!mIsRunning) {
         return;
     }
-    note(apFigures);
-    mIsAsOfNow = mIsAsOfNow && apFigures != nullptr;
-    tellEnd(acrNow.mTime);
-    tell(false, true, acrNow);
-    change(mRun, "went", mRun.mWent);
-    mNews.mChanges.back().mAfter = mRun.mEnd;
-    mIsRunning = false;
-    mNews.mRuns.push_back(mRun);
+    inOnePiece([&] {
+        note(apFigures);
+        mIsAsOfNow = mIsAsOfNow && apFigures != nullptr;
+        tellEnd(acrNow.mTime);
+        tell(false, true, acrNow);
+        change(mRun, "went", mRun.mWent);
+        mNews.mChanges.back().mAfter = mRun.mEnd;
+        mIsRunning = false;
+        mNews.mRuns.push_back(mRun);
+    });
 }
 
 // What it held goes with it. Of one that was killed nobody knows what it was about to count.
@@ -236,7 +287,7 @@ void ZTCLossBook::noteCounts(const char* apSource, const ZTSStatistics& acrFigur
         }
         const std::string lName = apSource + lrRow.mName;
         std::uint64_t& lrTold = mRun.mTold[lName];
-        lrTold = lrRow.mValue < lrTold ? 0 : lrTold;  // it has begun anew
+        lrTold = mIsAsOfNow && lrRow.mValue < lrTold ? 0 : lrTold;  // it has begun anew
         mCounts[lName] = lrRow.mValue;
     }
 }
@@ -260,8 +311,6 @@ void ZTCLossBook::tell(bool aIsFetchOpen, bool aIsAll, const ZTSMoment& acrNow) 
     for (const auto& [lrReason, lEvents] : lGrowth) {
         mTold.try_emplace(lrReason, Told{mLooked, {}});
     }
-    mNews.mLosses.reserve(mNews.mLosses.size() + lGrowth.size());
-    // From here on nothing is allocated: what is told and what is noted as told are the same.
     bool lIsGoneTold = mHasFigures && mIsAsOfNow && !aIsFetchOpen && lGrowth[lGone] == 0;
     for (auto& [lrReason, lrEvents] : lGrowth) {
         Told& lrTold = mTold.at(lrReason);
@@ -277,7 +326,8 @@ void ZTCLossBook::tell(bool aIsFetchOpen, bool aIsAll, const ZTSMoment& acrNow) 
     }
     for (const auto& [lrName, lValue] : mCounts) {
         if (lGrowth.at(sReasonOf(lrName)) == 0) {
-            mRun.mTold.at(lrName) = lValue;
+            std::uint64_t& lrTold = mRun.mTold.at(lrName);
+            lrTold = std::max(lrTold, lValue);
         }
     }
     if (lGrowth[lGone] == 0 && !aIsFetchOpen) {

@@ -39,12 +39,13 @@ struct ZTSBookNews {
 
 /// No input or output, no clock. One thread at a time. What it tells is exact as long as the figures are: of
 /// what the provider has handed over, each event is in an answer that was taken, or is told as a loss, once.
-/// Losses of one reason are told once a second at the most.
+/// Losses of one reason are told once a second at the most. What throws std::bad_alloc has changed nothing,
+/// and is to be called again.
 class ZTCLossBook {
   public:
     static constexpr std::chrono::seconds TellEvery{1};
 
-    /// What the store had when it was opened: until then nobody can say what was lost before.
+    /// What the store had when it was first opened: until then nobody can say what was lost before.
     void setStart(const ZTSStoreStart& acrStart, const ZTSMoment& acrNow);
     /// No agent runs: the one that the store knows of has ended.
     void seeNone(const ZTSMoment& acrNow);
@@ -59,7 +60,7 @@ class ZTCLossBook {
     /// The figures again. aIsFetchOpen: an answer is on its way, which they may have already.
     void look(const ZTSBookFigures* apFigures, bool aIsFetchOpen, const ZTSMoment& acrNow);
     /// Tells what has grown since, however short that is.
-    void settle(bool aIsFetchOpen, const ZTSMoment& acrNow) { tell(aIsFetchOpen, true, acrNow); }
+    void settle(bool aIsFetchOpen, const ZTSMoment& acrNow);
     /// The agent has ended: with its last figures, if they could be read.
     void end(const ZTSBookFigures* apFigures, const ZTSMoment& acrNow);
 
@@ -90,10 +91,17 @@ class ZTCLossBook {
         Figures mCounts;
     };
 
+    template <class Work>
+    void inOnePiece(const Work& acrWork);
+    void beginRun(ZTNanoseconds aStart, std::int64_t aProcess, const ZTSBookFigures* apFigures,
+                  ZTNanoseconds aNow);
     void note(const ZTSBookFigures* apFigures);
     void noteCounts(const char* apSource, const ZTSStatistics& acrFigures);
     void resolve();
     void tellBeginning(const Beginning& acrBeginning, const ZTSAgentRun* apStored);
+    void continueStored(const ZTSAgentRun& acrSeen, const ZTSAgentRun& acrStored);
+    /// Figures that began older than the store: what they have grown by may be in it.
+    bool isBehindStore() const { return mBeginning && !mIsAsOfNow; }
     void endStored(ZTNanoseconds aUntil);
     void tell(bool aIsFetchOpen, bool aIsAll, const ZTSMoment& acrNow);
     bool isDue(const Reason& acrReason, bool aIsAll, const ZTSMoment& acrNow);
@@ -113,7 +121,7 @@ class ZTCLossBook {
     bool mHasFigures = false;
     bool mIsAsOfNow = true;
     Figures mCounts;               ///< what counts losses, by the names of ZTSAgentRun::mTold
-    ZTNanoseconds mLastTaken = 0;  ///< when an answer was taken, or the run seen first
+    ZTNanoseconds mLastTaken = 0;  ///< since then nothing was taken
     ZTNanoseconds mLooked = 0;
     bool mHasLostAnswer = false;
     std::map<Reason, Told> mTold;

@@ -3,12 +3,14 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <new>
 #include <system_error>
 
 #include "StoreFile.h"
@@ -19,6 +21,7 @@ using namespace std::chrono_literals;
 
 constexpr std::chrono::seconds sOpenTime = 2s;
 constexpr std::chrono::seconds sStatusEvery = 5s;
+constexpr int sPriority = -5;  // of the thread that fetches, as nice has it
 
 // An end takes ten seconds at most. Of them the agent has its part first, which may keep an answer back.
 constexpr std::chrono::milliseconds sEndTime = 9500ms;
@@ -89,12 +92,13 @@ std::uint64_t sEventsSince(const std::string& acrStore, std::time_t aTime) {
 
 }  // namespace
 
-ZTCSensor::ZTCSensor(const ZTSSnOptions& acrOptions, std::vector<std::string> aWords, ZTCSnLog& arLog)
+ZTCSensor::ZTCSensor(const ZTSSnOptions& acrOptions, const std::vector<std::string>& acrWords,
+                     ZTCSnLog& arLog)
     : mOptions(acrOptions),
-      mWords(std::move(aWords)),
       mrLog(arLog),
       mSignals(sTakeSignals()),
       mBroken(sMakeEvent()),
+      mReload(acrWords),
       mFigures(sRuntimeDirectory()),
       mStatus(mFigures),
       mBuffer({.mFold = sFoldOf(mOptions)}),
@@ -116,6 +120,15 @@ ZTCSensor::~ZTCSensor() {
 
 // In the store's thread, so that nobody else waits for its disk.
 void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
+    if (acrStart.mWasInUse) {
+        noteSelf(acrStart.mWriter, "went", "unknown");
+    }
+    noteSelf(std::to_string(getpid()), "came", "version " ZT_SENSOR_VERSION);
+    try {
+        mHost.setStart(acrStart);
+    } catch (const std::bad_alloc&) {
+        // Then it is not told what became of the ports meanwhile.
+    }
     mLoop.setStart(acrStart);
     try {
         mStatus.takeToday(
@@ -123,6 +136,13 @@ void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
     } catch (const std::exception&) {
         // Then the day begins now.
     }
+}
+
+// What this one, or the one before it, did. One that was killed is told of by the next one.
+void ZTCSensor::noteSelf(const std::string& acrProcess, const char* apEvent, const char* apHow) {
+    const auto lNow = std::chrono::system_clock::now().time_since_epoch();
+    const std::string lName = "vrx-sn" + (acrProcess.empty() ? "" : ", process " + acrProcess);
+    mBuffer.takeChange({std::chrono::nanoseconds(lNow).count(), "sensor", lName, apEvent, "", "", apHow});
 }
 
 int ZTCSensor::run() {
@@ -136,7 +156,7 @@ int ZTCSensor::run() {
             takeFailure();
             break;
         }
-        reload();
+        lEvent == Event::Reload ? beginReload() : reload();
     }
     end();
     return mResult;
@@ -153,7 +173,8 @@ void ZTCSensor::takeFailure() {
 }
 
 ZTCSensor::Event ZTCSensor::waitForEvent() {
-    pollfd lPolls[] = {{mSignals.get(), POLLIN, 0}, {mBroken.get(), POLLIN, 0}};
+    pollfd lPolls[] = {
+        {mSignals.get(), POLLIN, 0}, {mBroken.get(), POLLIN, 0}, {mReload.getDescriptor(), POLLIN, 0}};
     while (true) {
         signalfd_siginfo lSignal{};
         if (read(mSignals.get(), &lSignal, sizeof lSignal) == sizeof lSignal) {
@@ -166,7 +187,10 @@ ZTCSensor::Event ZTCSensor::waitForEvent() {
         if (lPolls[1].revents != 0) {
             return Event::Broken;
         }
-        poll(lPolls, 2, -1);
+        if (lPolls[2].revents != 0) {
+            return Event::HasRead;
+        }
+        poll(lPolls, 3, -1);
     }
 }
 
@@ -174,6 +198,9 @@ ZTCSensor::Event ZTCSensor::waitForEvent() {
 
 void ZTCSensor::collect() {
     pthread_setname_np(pthread_self(), "agent");
+    // The agent's room is full in 40 ms of a storm: who empties it comes before who stores. Not everybody
+    // may.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), sPriority);
     try {
         mLoop.run();
     } catch (const std::exception& lrError) {
@@ -192,6 +219,7 @@ void ZTCSensor::turn() {
     mFigures.set(ZTSN_LogLost, mrLog.getLost());
     mFigures.set(ZTSN_Ports, mHost.getPorts()->mLocal.size());
     mStore.tellTrouble();
+    mHost.tellTrouble(lNow);
     tellStatus(lNow);
 }
 
@@ -206,10 +234,19 @@ void ZTCSensor::tellStatus(Clock::time_point aNow) {
 
 // ---- Reading anew, and the end ----
 
-void ZTCSensor::reload() {
+void ZTCSensor::beginReload() {
     mNotify.tellReloading();
     try {
-        ZTSSnOptions lNew = readSnOptions(mWords);
+        mReload.begin();
+    } catch (const std::exception& lrError) {
+        mrLog.note(ZTSL_Error, "the configuration stays as it was: %s", lrError.what());
+        mNotify.tellReady();
+    }
+}
+
+void ZTCSensor::reload() {
+    try {
+        ZTSSnOptions lNew = mReload.take();
         const std::string lFixed = listFixedChanges(mOptions, lNew);
         if (!lFixed.empty()) {
             mrLog.note(ZTSL_Warning, "only a new start changes %s", lFixed.c_str());
@@ -242,6 +279,7 @@ void ZTCSensor::end() {
         mrLog.note(ZTSL_Warning, "the agent does not answer: ending without its last events");
     }
     mBuffer.closeAll();
+    noteSelf(std::to_string(getpid()), "went", "ended");
     const auto lLeft =
         std::chrono::duration_cast<std::chrono::milliseconds>(lBegin + sStoreTime - Clock::now());
     if (!mStore.finish(lLeft)) {

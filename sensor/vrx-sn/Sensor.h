@@ -10,6 +10,7 @@
 #include "SnFigures.h"
 #include "SnLog.h"
 #include "SnOptions.h"
+#include "SnReload.h"
 #include "SnStatus.h"
 #include "StoreThread.h"
 
@@ -17,7 +18,7 @@
 class ZTCSensor {
   public:
     /// acrWords: the command line, for the options to be read anew. Throws what its parts throw.
-    ZTCSensor(const ZTSSnOptions& acrOptions, std::vector<std::string> aWords, ZTCSnLog& arLog);
+    ZTCSensor(const ZTSSnOptions& acrOptions, const std::vector<std::string>& acrWords, ZTCSnLog& arLog);
     ~ZTCSensor();
     ZTCSensor(const ZTCSensor&) = delete;
     ZTCSensor& operator=(const ZTCSensor&) = delete;
@@ -28,7 +29,7 @@ class ZTCSensor {
 
   private:
     using Clock = std::chrono::steady_clock;
-    enum class Event : unsigned char { End, Reload, Broken };
+    enum class Event : unsigned char { End, Reload, HasRead, Broken };
 
     void takeStart(const ZTSStoreStart& acrStart);
     void collect();
@@ -36,15 +37,17 @@ class ZTCSensor {
     void tellStatus(Clock::time_point aNow);
     Event waitForEvent();
     void takeFailure();
+    void noteSelf(const std::string& acrProcess, const char* apEvent, const char* apHow);
+    void beginReload();
     void reload();
     void end();
     [[noreturn]] void leave(int aStatus);
 
     ZTSSnOptions mOptions;
-    const std::vector<std::string> mWords;
     ZTCSnLog& mrLog;
     ZTCSensorDescriptor mSignals;
     ZTCSensorDescriptor mBroken;  ///< an event: a thread has ended by itself
+    ZTCSnReload mReload;
     ZTCNotify mNotify;
     ZTCSnFigures mFigures;
     ZTCSnStatus mStatus;

@@ -62,7 +62,7 @@ std::string sShown(const char* apText) {
 
 ZTCSnLog::ZTCSnLog() : mIsJournal(sIsJournal()) {}
 
-void ZTCSnLog::note(ZTESnLevel aLevel, const char* apFormat, ...) {
+void ZTCSnLog::note(ZTESnLevel aLevel, const char* apFormat, ...) try {
     char lText[1024];
     va_list lMore;
     va_start(lMore, apFormat);
@@ -77,6 +77,8 @@ void ZTCSnLog::note(ZTESnLevel aLevel, const char* apFormat, ...) {
     if (sWriteAtOnce(lLine, lSize) != static_cast<ssize_t>(lSize)) {
         ++mLost;
     }
+} catch (const std::bad_alloc&) {
+    ++mLost;
 }
 
 unsigned long long ZTCSnTrouble::secondsUntil(Clock::time_point aNow) const {

@@ -184,7 +184,11 @@ ZTSSnOptions sRead(const std::vector<std::string>& acrWords, const std::string* 
         lProgram.parse(std::vector<std::string>(acrWords.rbegin(), acrWords.rend()));
         lWhere = !lGiven.mConfig.empty() ? lGiven.mConfig : sIsThere(sDefaultConfig) ? sDefaultConfig : "";
         if (apConfig != nullptr || !lWhere.empty()) {
-            std::istringstream lText(apConfig != nullptr ? *apConfig : readConfigFile(lWhere));
+            const std::string lConfig = apConfig != nullptr ? *apConfig : readConfigFile(lWhere);
+            if (lConfig.find('\0') != std::string::npos) {  // would end what is told of it
+                throw CLI::ConfigError("it is no text: a byte of it is zero", CLI::ExitCodes::ConfigError);
+            }
+            std::istringstream lText(lConfig);
             lProgram.parse_from_stream(lText);
         }
     } catch (const CLI::CallForVersion& lrVersion) {

@@ -11,15 +11,15 @@
 #include <thread>
 
 #include "SnBuffer.h"
-#include "SnFigures.h"
 #include "SnLog.h"
+#include "StoreCheckpoints.h"
 #include "StoreMove.h"
 #include "StoreTrouble.h"
+#include "StoreUpkeep.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
 using Lock = std::unique_lock<std::mutex>;
 
 constexpr std::chrono::milliseconds sFirstPause = 50ms;
@@ -27,13 +27,7 @@ constexpr std::chrono::milliseconds sLongestPause = 3200ms;
 // A disk that fails so often may want the file to be opened anew, as when it was mounted again.
 constexpr unsigned int sPatience = 4;
 
-constexpr std::chrono::minutes sRetireEvery{1};
-constexpr std::chrono::milliseconds sBetweenRetirements = 20ms;
-constexpr std::chrono::seconds sSizesEvery{1};
-
-// The log beside the file: so late a little of it, so soon much of it.
-constexpr std::chrono::seconds sCheckpointAfter{5};
-constexpr std::chrono::milliseconds sBetweenCheckpoints = 100ms;
+// Of the log beside the file, so much is not left there for long.
 constexpr std::uint64_t sMuchLog = std::uint64_t{4} << 20;
 
 ZTNanoseconds sNow() {
@@ -48,21 +42,25 @@ class ZTCStoreThread::Impl {
          Opened aOpened, Failed aFailed)
         : mOptions(std::move(aOptions)),
           mrBuffer(arBuffer),
-          mrFigures(arFigures),
           mrLog(arLog),
           mOpened(std::move(aOpened)),
           mFailed(std::move(aFailed)),
           mTrouble(arBuffer, arFigures, arLog),
-          mCheckpointTrouble(arLog, "the history's log is not brought into its file") {
+          mUpkeep(mOptions, arFigures, mTrouble),
+          mCheckpoints(arLog, mOptions.mLogStays, [this] {
+              mIsDamaged = true;
+              mrBuffer.wake();
+          }) {
         mStore = std::thread([this] { run(); });
-        try {
-            mCheckpoints = std::thread([this] { runCheckpoints(); });
-        } catch (...) {
-            giveUp();
-            throw;
-        }
     }
-    ~Impl() { giveUp(); }
+    ~Impl() {
+        {
+            const Lock lLock(mLock);
+            mIsEnding = mGivesUp = true;
+        }
+        wakeAll();
+        mStore.join();
+    }
     Impl(const Impl&) = delete;
     Impl& operator=(const Impl&) = delete;
 
@@ -75,12 +73,7 @@ class ZTCStoreThread::Impl {
     }
 
     void setKeep(unsigned int aDays, std::uint64_t aBytes) {
-        {
-            const Lock lLock(mLock);
-            mOptions.mKeepDays = aDays;
-            mOptions.mKeepBytes = aBytes;
-            mIsKeepNew = true;
-        }
+        mUpkeep.setKeep(aDays, aBytes);
         mrBuffer.wake();
     }
 
@@ -88,7 +81,7 @@ class ZTCStoreThread::Impl {
         Lock lLock(mLock);
         mIsEnding = true;
         wakeAll();
-        return mChanged.wait_for(lLock, aTime, [this] { return mHasEnded && mHaveCheckpointsEnded; });
+        return mChanged.wait_for(lLock, aTime, [this] { return mHasEnded; });
     }
 
     ZTCStoreTrouble& getTrouble() { return mTrouble; }
@@ -96,19 +89,8 @@ class ZTCStoreThread::Impl {
   private:
     void wakeAll() {
         mChanged.notify_all();
-        mForCheckpoints.notify_all();
         mrBuffer.wake();
-    }
-
-    void giveUp() {
-        {
-            const Lock lLock(mLock);
-            mIsEnding = mGivesUp = true;
-        }
-        wakeAll();
-        for (std::thread* const lpThread : {&mStore, &mCheckpoints}) {
-            lpThread->joinable() ? lpThread->join() : void();
-        }
+        mIsEnding ? mCheckpoints.end() : void();
     }
 
     // ---- The store's thread ----
@@ -127,31 +109,56 @@ class ZTCStoreThread::Impl {
     // One that fails is followed by a pause.
     void attempt() {
         try {
-            if (mpWriter == nullptr && hasNothingLeft()) {
+            if (tryStep()) {
                 return;
             }
-            if (mpWriter == nullptr) {
-                open();
-            } else if (mIsDamaged) {
-                beginAnew();
-            } else {
-                work();
-            }
-            mFailures = 0;
-            return;
-        } catch (const ZTCStoreError& lrError) {
-            take(lrError);
-        } catch (const std::exception& lrError) {
-            const bool lIsMemory = dynamic_cast<const std::bad_alloc*>(&lrError) != nullptr;
-            fail(lIsMemory ? ZTEStoreFault::Memory : ZTEStoreFault::Io,
-                 lIsMemory ? "no memory" : lrError.what());
+        } catch (const std::exception&) {
+            // Where memory is short, to deal with a failure may fail as well.
+            mrLog.note(ZTSL_Error, "no memory to tell why the history is not written");
         }
         pause();
+    }
+
+    bool tryStep() {
+        try {
+            step();
+            mFailures = 0;
+            return true;
+        } catch (const ZTCStoreError& lrError) {
+            take(lrError);
+        } catch (const std::bad_alloc&) {
+            mTrouble.fail(ZTEStoreFault::Memory, "no memory");
+        } catch (const std::exception& lrError) {
+            mTrouble.fail(ZTEStoreFault::Io, lrError.what());
+        }
+        return false;
+    }
+
+    void step() {
+        if (mpWriter == nullptr) {
+            hasNothingLeft() ? void() : open();
+        } else if (mIsDamaged) {
+            beginAnew();
+        } else if (mIsStartNew) {
+            takeStart(mpWriter->getStart());
+        } else {
+            work();
+        }
     }
 
     bool isOver() {
         const Lock lLock(mLock);
         return mFatal || mGivesUp || (mIsEnding && mIsDrained);
+    }
+
+    bool isEnding() {
+        const Lock lLock(mLock);
+        return mIsEnding;
+    }
+
+    bool isGivenUp() {
+        const Lock lLock(mLock);
+        return mGivesUp;
     }
 
     // At the end a store that cannot be opened is waited for only if it is needed.
@@ -195,7 +202,7 @@ class ZTCStoreThread::Impl {
             const std::string lHolder = mpWriter->describeHolder();
             lWhy += lHolder.empty() ? "" : "; held by " + lHolder;
         }
-        fail(acrError.getFault(), lWhy);
+        mTrouble.fail(acrError.getFault(), lWhy);
         const bool lIsDisk =
             acrError.getFault() == ZTEStoreFault::Io || acrError.getFault() == ZTEStoreFault::ReadOnly;
         if (lIsDisk && mFailures >= sPatience) {
@@ -203,50 +210,56 @@ class ZTCStoreThread::Impl {
         }
     }
 
-    void fail(ZTEStoreFault aFault, const std::string& acrWhy) {
-        try {
-            mTrouble.fail(aFault, acrWhy);
-        } catch (const std::bad_alloc&) {
-            mrLog.note(ZTSL_Error, "no memory to tell why the history is not written");
-        }
-    }
-
     // ---- Opening and closing ----
 
     void open() {
         mTrouble.begin("opened");
-        auto lpWriter = std::make_unique<ZTCStoreWriter>(getOptions());
-        const bool lIsFirst = !mWasOpened;
-        takeStart(lpWriter->getStart());
+        mpWriter = std::make_unique<ZTCStoreWriter>(mOptions);
+        mIsStartNew = true;
         mTrouble.succeed();
-        {
-            const Lock lLock(mLock);
-            mpWriter = std::move(lpWriter);
-            mWasOpened = true;
-            mChanged.notify_all();
-        }
-        if (lIsFirst && mOpened) {
-            mOpened(mpWriter->getStart());
-        }
-        showSizes();
     }
 
+    // What a checkpoint that is under way finds is of the old one still.
     void beginAnew() {
         mTrouble.begin("set aside");
+        mCheckpoints.setWriter(nullptr);
         mpWriter->beginAnew();
         mIsDamaged = false;
-        takeStart(mpWriter->getStart());
+        mIsStartNew = true;
         mTrouble.succeed();
     }
 
+    // Where this fails, for want of memory, it is done again.
     void takeStart(const ZTSStoreStart& acrStart) {
+        if (mOpened && !mIsStartTold) {
+            mOpened(acrStart);
+        }
+        mIsStartTold = true;
+        // An id that was given stays given, in whichever store its row is.
+        mNextId = std::max(mNextId, acrStart.mNextId);
+        if (acrStart.mStore != mStoreName) {
+            takeOther(acrStart);
+        }
         struct stat lStatus {};
         stat(mOptions.mPath.c_str(), &lStatus);
         mFile = lStatus.st_ino;
+        mUpkeep.begin(*mpWriter);
+        mCheckpoints.setWriter(mpWriter.get());
+        mIsStartNew = false;
+        const Lock lLock(mLock);
+        mWasOpened = true;
+        mChanged.notify_all();
+    }
+
+    // What may throw comes first.
+    void takeOther(const ZTSStoreStart& acrStart) {
+        std::string lName = acrStart.mStore;
+        ZTSChange lChange{sNow(), "store", mOptions.mPath, "damaged", "", "", acrStart.mSetAside};
+        ZTSLoss lLoss{mMade, sNow(), "sensor", "store", {}, {}};
         if (!acrStart.mSetAside.empty()) {
             mrLog.note(ZTSL_Error, "the history was damaged: it is %s now, and a new one is begun",
                        acrStart.mSetAside.c_str());
-            mrBuffer.takeChange({sNow(), "store", mOptions.mPath, "damaged", "", "", acrStart.mSetAside});
+            mrBuffer.takeChange(std::move(lChange));
         }
         if (acrStart.mIsMended) {
             mrLog.note(
@@ -254,43 +267,25 @@ class ZTCStoreThread::Impl {
                 "another program wrote the history while vrx-sn did not run: it is whole, and has its check "
                 "sums again");
         }
-        // An id that was given stays given, in whichever store its row is.
-        mNextId = std::max(mNextId, acrStart.mNextId);
-        if (mWasOpened && acrStart.mStore != mStoreName) {
+        if (!mStoreName.empty()) {
+            // What is still open goes into the new one; how much was closed nobody can say.
+            mrBuffer.takeLoss(std::move(lLoss));
             mMove.begin(mNextId);
         }
-        mStoreName = acrStart.mStore;
+        mStoreName = std::move(lName);
+        mMade = acrStart.mMade;
     }
 
-    ZTSStoreOptions getOptions() {
-        const Lock lLock(mLock);
-        mIsKeepNew = false;
-        return mOptions;
-    }
-
-    void tellOfDamage(const ZTSStoreStart& acrStart) {
-        mrLog.note(ZTSL_Error, "the history was damaged: it is %s now, and a new one is begun",
-                   acrStart.mSetAside.c_str());
-        mrBuffer.takeChange({sNow(), "store", mOptions.mPath, "damaged", "", "", acrStart.mSetAside});
-    }
-
-    // A checkpoint that is under way has to end first.
-    void waitForCheckpoint(Lock& arLock) {
-        mChanged.wait(arLock, [this] { return !mIsInCheckpoint; });
-    }
-
+    // What was found of it is forgotten with it: who opens it anew sees for himself.
     void dropWriter() {
-        Lock lLock(mLock);
-        waitForCheckpoint(lLock);
-        const std::unique_ptr<ZTCStoreWriter> lpDropped = std::move(mpWriter);
-        lLock.unlock();
+        mCheckpoints.setWriter(nullptr);
+        mpWriter.reset();
+        mIsDamaged = false;
     }
 
     void closeInOrder() {
-        Lock lLock(mLock);
-        waitForCheckpoint(lLock);
-        const bool lIsInOrder = mpWriter != nullptr && !mGivesUp;
-        lLock.unlock();
+        mCheckpoints.setWriter(nullptr);
+        const bool lIsInOrder = mpWriter != nullptr && !isGivenUp();
         try {
             if (lIsInOrder) {
                 mTrouble.begin("closed");
@@ -306,8 +301,11 @@ class ZTCStoreThread::Impl {
     // ---- Work ----
 
     void work() {
-        if (!mBatch && mrBuffer.waitForWork(getWait())) {
+        // First: what comes in between is not the last then.
+        const bool lIsEnding = isEnding();
+        if (!mBatch && mrBuffer.waitForWork(lIsEnding ? 0ms : mUpkeep.getWait())) {
             mBatch = mrBuffer.detach(mNextId);
+            mBatch->mNumber = ++mBatchNumber;
             for (const ZTSStoreRow& lrRow : mBatch->mRows) {
                 mNextId = std::max(mNextId, lrRow.mId + 1);
             }
@@ -322,18 +320,9 @@ class ZTCStoreThread::Impl {
         }
         {
             const Lock lLock(mLock);
-            mIsDrained = mIsEnding && !lHadWork;
+            mIsDrained = lIsEnding && !lHadWork;
         }
-        doChores();
-    }
-
-    std::chrono::milliseconds getWait() {
-        const Lock lLock(mLock);
-        if (mIsEnding || mIsKeepNew) {
-            return 0ms;
-        }
-        const auto lLeft = mNextRetirement - Clock::now();
-        return std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(lLeft));
+        mUpkeep.work(*mpWriter);
     }
 
     void write() {
@@ -347,129 +336,45 @@ class ZTCStoreThread::Impl {
         mpWriter->write(*mBatch);
         mTrouble.succeed();
         mMove.stored(*mBatch);
-        mrFigures.count(ZTSN_Commits);
-        mrFigures.set(ZTSN_LastCommit, static_cast<std::uint64_t>(sNow()));
-        mrFigures.count(ZTSN_Rows, static_cast<std::uint64_t>(std::count_if(
-                                       mBatch->mRows.begin(), mBatch->mRows.end(),
-                                       [](const ZTSStoreRow& acrRow) { return acrRow.mIsNew; })));
-        const bool lIsMuch = mpWriter->getSize().mWalBytes >= sMuchLog;
-        const Lock lLock(mLock);
-        mIsMuchLog = mIsMuchLog || lIsMuch;
-        if (!mIsLogNew || lIsMuch) {
-            mIsLogNew = true;
-            mForCheckpoints.notify_all();
-        }
+        mUpkeep.noteWritten(*mBatch);
+        mCheckpoints.noteWrite(mpWriter->getSize().mWalBytes >= sMuchLog);
     }
 
-    void doChores() {
-        const auto lNow = Clock::now();
-        std::optional<ZTSStoreOptions> lKeep;
-        {
-            const Lock lLock(mLock);
-            lKeep = mIsKeepNew ? std::optional(mOptions) : std::nullopt;
-            mIsKeepNew = false;
-        }
-        if (lKeep) {
-            mpWriter->setKeep(lKeep->mKeepDays, lKeep->mKeepBytes);
-        }
-        if (lNow >= mNextRetirement || lKeep) {
-            mTrouble.begin("relieved of what is old");
-            const bool lIsMore = mpWriter->retire(sNow());
-            mTrouble.succeed();
-            mNextRetirement =
-                Clock::now() + (lIsMore ? sBetweenRetirements : std::chrono::milliseconds(sRetireEvery));
-        }
-        if (lNow - mSizesShown >= sSizesEvery) {
-            showSizes();
-        }
-    }
-
-    void showSizes() {
-        const ZTSStoreSize lSize = mpWriter->getSize();
-        mrFigures.set(ZTSN_StoreBytes, lSize.mBytes);
-        mrFigures.set(ZTSN_StoreWalBytes, lSize.mWalBytes);
-        mrFigures.set(ZTSN_StoreRecords, lSize.mRecords);
-        mSizesShown = Clock::now();
-    }
-
-    // ---- The thread of the checkpoints ----
-
-    void runCheckpoints() {
-        pthread_setname_np(pthread_self(), "checkpoints");
-        Lock lLock(mLock);
-        const auto lIsOver = [this] { return mIsEnding || mGivesUp || mFatal; };
-        while (!lIsOver()) {
-            mForCheckpoints.wait(lLock, [&] { return mIsLogNew || lIsOver(); });
-            mForCheckpoints.wait_for(lLock, sCheckpointAfter, [&] { return mIsMuchLog || lIsOver(); });
-            if (!lIsOver() && mpWriter != nullptr) {
-                mIsLogNew = mIsMuchLog = false;
-                mIsInCheckpoint = true;
-                lLock.unlock();
-                checkpoint();
-                lLock.lock();
-                mIsInCheckpoint = false;
-                mChanged.notify_all();
-                mForCheckpoints.wait_for(lLock, sBetweenCheckpoints, lIsOver);
-            }
-        }
-        mHaveCheckpointsEnded = true;
-        mChanged.notify_all();
-    }
-
-    void checkpoint() {
-        try {
-            mpWriter->checkpoint();
-            mCheckpointTrouble.over();
-        } catch (const ZTCStoreError& lrError) {
-            if (lrError.getFault() == ZTEStoreFault::Damaged) {
-                mIsDamaged = true;
-                mrBuffer.wake();
-            }
-            mCheckpointTrouble.met(lrError.what());
-        } catch (const std::exception& lrError) {
-            mCheckpointTrouble.met(lrError.what());
-        }
-    }
-
-    ZTSStoreOptions mOptions;
+    const ZTSStoreOptions mOptions;  // but how much is kept
     ZTCSnBuffer& mrBuffer;
-    ZTCSnFigures& mrFigures;
     ZTCSnLog& mrLog;
     const Opened mOpened;
     const Failed mFailed;
     ZTCStoreTrouble mTrouble;
+    ZTCStoreUpkeep mUpkeep;
 
-    std::mutex mLock;  // of what follows up to the writer
+    std::mutex mLock;  // of what follows
     std::condition_variable mChanged;
-    std::condition_variable mForCheckpoints;
     std::optional<ZTCStoreError> mFatal;
     bool mWasOpened = false;
-    bool mIsKeepNew = false;
     bool mIsEnding = false;
     bool mGivesUp = false;
     bool mIsDrained = false;
     bool mHasEnded = false;
-    bool mHaveCheckpointsEnded = false;
-    bool mIsLogNew = false;
-    bool mIsMuchLog = false;
-    bool mIsInCheckpoint = false;
-    std::unique_ptr<ZTCStoreWriter> mpWriter;  // the store's thread changes it, and not during a checkpoint
 
     std::atomic<bool> mIsDamaged{false};
-    ZTCSnTrouble mCheckpointTrouble;
 
     // The store's thread alone.
+    std::unique_ptr<ZTCStoreWriter> mpWriter;
+    bool mIsStartNew = false;  // it knows what was there, which nobody was told yet
+    bool mIsStartTold = false;
     std::string mStoreName;
+    ZTNanoseconds mMade = 0;
     ino_t mFile = 0;
     ZTCStoreMove mMove;
     std::uint64_t mNextId = 1;
     std::optional<ZTSStoreBatch> mBatch;  // what is not stored yet
+    // Not one that another vrx-sn has given.
+    std::uint64_t mBatchNumber = static_cast<std::uint64_t>(sNow());
     unsigned int mFailures = 0;
-    Clock::time_point mNextRetirement;
-    Clock::time_point mSizesShown;
 
+    ZTCStoreCheckpoints mCheckpoints;  // has the writer, and marks it as damaged
     std::thread mStore;
-    std::thread mCheckpoints;
 };
 
 ZTCStoreThread::ZTCStoreThread(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures,

@@ -42,24 +42,26 @@ class ZTCSnStand {
 
     /// What a run of vrx-sn is given unless told otherwise.
     explicit ZTCSnStand(Words aArguments = {}, Words aEnvironment = {}, const std::string& acrParent = "/tmp",
-                        const std::string& acrScenario = "adapters count=2\n")
+                        const Words& acrAgentEnvironment = {})
         : mDirectory(acrParent),
-          mSim(acrScenario),
+          mAgentEnvironment(mSim.getEnvironment(acrAgentEnvironment)),
           mArguments(std::move(aArguments)),
           mEnvironment(std::move(aEnvironment)) {
         startAgent();
         startSensor();
     }
 
-    void startAgent() { mAgent.emplace(mDirectory, Words{"-d", "0"}, mSim.getEnvironment()); }
-    void startSensor() { mSensor.emplace(mDirectory.getPath(), getStore(), mArguments, mEnvironment); }
+    void startAgent() { mAgent.emplace(mDirectory, Words{"-d", "0"}, mAgentEnvironment); }
+    ZTCSnRun& startSensor() {
+        return mSensor.emplace(mDirectory.getPath(), getStore(), mArguments, mEnvironment);
+    }
     void killAgent() { end(mAgent, SIGKILL); }
     void killSensor() { end(mSensor, SIGKILL); }
     int endAgent() { return end(mAgent, SIGTERM); }
     int endSensor() { return end(mSensor, SIGTERM); }
 
     ZTCTestAgent& getAgent() { return *mAgent; }
-    ZTCSnRun& getSensor() { return *mSensor; }
+    const ZTCSnRun& getSensor() const { return *mSensor; }
     const ZTCTestSim& getSim() const { return mSim; }
     const ZTCTestDirectory& getDirectory() const { return mDirectory; }
     std::string getStore() const { return mStore / "history.db"; }
@@ -68,6 +70,22 @@ class ZTCSnStand {
     void play(const std::string& acrLines) const {
         EXPECT_TRUE(waitUntil([&] { return getFigure("collecting") == 1; }));
         mSim.play(acrLines);
+    }
+    /// Four kinds alternate over two adapters, in the background: so many events in all.
+    void storm(std::uint64_t aEvents, unsigned int aRate = 100000) const {
+        std::string lLines;
+        for (const char* const lpKind : {"queue-full lun=3", "port-busy", "check-condition lun=5", "plogi"}) {
+            lLines += std::string("storm ") + lpKind + " boards=2 rate=" + std::to_string(aRate / 4) +
+                      " times=" + std::to_string(aEvents / 4) + "\n";
+        }
+        play(lLines);
+    }
+    /// What the library has delivered to the agent that runs.
+    std::uint64_t getDelivered() const {
+        const std::string lReport = mSim.ask("report");
+        const std::size_t lAt = lReport.find("delivered=");
+        EXPECT_NE(lAt, std::string::npos) << lReport;
+        return lAt == std::string::npos ? 0 : std::strtoull(lReport.c_str() + lAt + 10, nullptr, 10);
     }
     /// Of the agent; nothing while none runs.
     std::optional<std::uint64_t> getFigure(const char* apName) const {
@@ -90,13 +108,15 @@ class ZTCSnStand {
     }
     std::int64_t getStored() const { return ask("SELECT coalesce(sum(occurrences), 0) FROM records"); }
     std::int64_t getLost() const { return ask("SELECT coalesce(sum(events), 0) FROM losses"); }
-    /// Losses that say no number: with what they say they are at most.
+    /// Losses that say no number.
     std::int64_t getUnknown() const { return ask("SELECT count(*) FROM losses WHERE events IS NULL"); }
+    /// What they are at most.
+    std::int64_t getAtMost() const { return ask("SELECT coalesce(sum(at_most), 0) FROM losses"); }
     /// Whether so many events are in the store, in records and in losses.
     bool waitForEvents(std::uint64_t aEvents) const {
         return waitUntil([&] { return getStored() + getLost() >= static_cast<std::int64_t>(aEvents); });
     }
-    /// Whether all sums beside the records are theirs.
+    /// Whether all sums beside the records are theirs, and no span ends before it begins.
     void expectSumsAreWhole() const {
         const std::int64_t lStored = getStored();
         for (const char* const lpTable : {"minutes", "hours"}) {
@@ -108,6 +128,11 @@ class ZTCSnStand {
             }
         }
         EXPECT_EQ(ask("SELECT coalesce(sum(events), 0) FROM series"), lStored);
+        EXPECT_EQ(ask("SELECT coalesce(sum(events), 0) FROM loss_totals"), getLost());
+        for (const char* const lpTable : {"records", "losses", "series"}) {
+            EXPECT_EQ(ask(std::string("SELECT count(*) FROM ") + lpTable + " WHERE last < first"), 0)
+                << lpTable;
+        }
     }
 
   private:
@@ -122,7 +147,8 @@ class ZTCSnStand {
 
     ZTCTestDirectory mDirectory;  // the agent's
     ZTCTestDirectory mStore;
-    ZTCTestSim mSim;
+    ZTCTestSim mSim{"adapters count=2\n"};
+    const Words mAgentEnvironment;
     const Words mArguments;
     const Words mEnvironment;
     std::optional<ZTCTestAgent> mAgent;

@@ -1,7 +1,7 @@
 // Loaded before a program's own libraries (LD_PRELOAD), makes the paths that ZT_TEST_DISK is a part of lie on
 // a disk, and no file system be one in memory. While the file that ZT_TEST_STANDS names is there, whoever
 // makes, writes, syncs or removes a file of it waits; while that of ZT_TEST_FULL is, the disk has no room for
-// a file that is made.
+// what is written at a place of a file, or for a file that is made.
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
@@ -21,23 +21,24 @@ static bool sIsSwitched(const char* apVariable) {
     return lpSwitch != NULL && access(lpSwitch, F_OK) == 0;
 }
 
-static void sWait(const char* apPath) {
+// Whether it is a path of the disk: then this has waited for it.
+static bool sWait(const char* apPath) {
     const char* const lpDisk = getenv("ZT_TEST_DISK");
-    while (lpDisk != NULL && strstr(apPath, lpDisk) != NULL && sIsSwitched("ZT_TEST_STANDS")) {
+    const bool lIsOnDisk = lpDisk != NULL && strstr(apPath, lpDisk) != NULL;
+    while (lIsOnDisk && sIsSwitched("ZT_TEST_STANDS")) {
         const struct timespec lTime = {0, 1000000};
         nanosleep(&lTime, NULL);
     }
+    return lIsOnDisk;
 }
 
-static void sWaitFor(int aFile) {
+static bool sWaitFor(int aFile) {
     char lLink[64];
     char lPath[4096];
     snprintf(lLink, sizeof lLink, "/proc/self/fd/%d", aFile);
     const ssize_t lLength = readlink(lLink, lPath, sizeof lPath - 1);
-    if (lLength > 0) {
-        lPath[lLength] = '\0';
-        sWait(lPath);
-    }
+    lPath[lLength > 0 ? lLength : 0] = '\0';
+    return sWait(lPath);
 }
 
 int statfs(const char* apPath, struct statfs* apStatus) {
@@ -81,7 +82,10 @@ ssize_t write(int aFile, const void* apBytes, size_t aSize) {
 }
 
 ssize_t pwrite(int aFile, const void* apBytes, size_t aSize, off_t aAt) {
-    sWaitFor(aFile);
+    if (sWaitFor(aFile) && sIsSwitched("ZT_TEST_FULL")) {
+        errno = ENOSPC;
+        return -1;
+    }
     return syscall(SYS_pwrite64, aFile, apBytes, aSize, aAt);
 }
 

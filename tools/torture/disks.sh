@@ -2,6 +2,8 @@
 # disks.sh BUILD_DIR: the agent while real disks stand still or are full. Mounts file systems of its own, so it is for
 # root. Prints a line a case; ends with status 1 at the first thing that is not as it must be.
 set -euo pipefail
+# shellcheck source-path=SCRIPTDIR
+. "${BASH_SOURCE%/*}/parts.sh"
 
 build=$(cd "$1" && pwd)
 PATH=$build/backend/scopeagent:$build/libdfc/sim:$build/sensor/vrx-scope:$PATH
@@ -17,21 +19,6 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT
-
-fail() {
-    printf 'FAILED  %s\n' "$1" >&2
-    exit 1
-}
-
-# within SECONDS WHAT COMMAND...: until the command succeeds.
-within() {
-    local end=$((SECONDS + $1)) what=$2
-    shift 2
-    until "$@" >/dev/null 2>&1; do
-        ((SECONDS < end)) || fail "$what"
-        read -rt 0.05 <> <(:) || :
-    done
-}
 
 # start RUNTIME_DIR LOG: an agent in the foreground, with a collection begun.
 start() {

@@ -61,6 +61,9 @@ struct ZTSSensorRecordList {
 /// What a fetch answers.
 using ZTSensorScopeData = std::vector<ZTSSensorRecordList>;
 
+std::uint64_t countRecords(const ZTSensorScopeData& acrData);
+std::uint64_t countEvents(const ZTSensorScopeData& acrData);
+
 /// Reads an answer without values. Throws ZTCRefusedError, ZTCMalformedAnswerError.
 void decodeSuccess(std::span<const std::uint8_t> aBody);
 /// Reads the answer to a fetch to its end: the number of lists that it tells is no promise. Memory is bounded

@@ -41,6 +41,8 @@ struct ZTSStoreBatch {
     std::vector<ZTSAgentRun> mAgents;    ///< runs that have changed, the oldest first
     std::optional<ZTSHostPorts> mPorts;  ///< all that there are
     std::optional<ZTPortLabels> mLabels;
+    /// It is not written again when it is the last one that is there; 0: not known.
+    std::uint64_t mNumber = 0;
 
     bool isEmpty() const {
         return mRows.empty() && mClosedTo == 0 && mLosses.empty() && mChanges.empty() && mAgents.empty() &&
@@ -51,10 +53,14 @@ struct ZTSStoreBatch {
 /// What the store has when it is opened.
 struct ZTSStoreStart {
     std::string mStore;                 ///< its UUID
+    ZTNanoseconds mMade = 0;            ///< when it was begun
     std::uint64_t mNextId = 1;          ///< of the next row
     bool mWasInUse = false;             ///< the last vrx-sn did not end in order
+    std::string mWriter;                ///< the process of the vrx-sn that had it last; empty: not known
     ZTNanoseconds mLastWrite = 0;       ///< when something was last written; 0: never
     std::string mSetAside;              ///< where a damaged one was put; empty: there was none
     bool mIsMended = false;             ///< another program had written it: its check sums were put on again
     std::optional<ZTSAgentRun> mAgent;  ///< the last one
+    /// The ports that were there when they were last written; nothing: it is new.
+    std::optional<ZTSHostPorts> mPorts;
 };

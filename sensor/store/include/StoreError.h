@@ -21,7 +21,7 @@ class ZTCStoreError : public std::runtime_error {
         : std::runtime_error(acrText), mFault(aFault) {}
 
     ZTEStoreFault getFault() const { return mFault; }
-    /// What was asked for can be tried again later: nothing of it is in the store.
+    /// What was asked for can be tried again later.
     bool mayPass() const { return mFault <= ZTEStoreFault::Memory; }
 
   private:

@@ -14,6 +14,8 @@ struct ZTSStoreOptions {
     std::uint64_t mKeepBytes = std::uint64_t{8} << 30;
     /// So long the host's clock has kept step with the steady one when it is believed how old a record is.
     std::chrono::nanoseconds mClockTrust{std::chrono::hours(1)};
+    /// So long a little of the log stands beside the file, which a power failure may lose.
+    std::chrono::milliseconds mLogStays{std::chrono::minutes(1)};
     std::size_t mSeriesLimit = 100000;  ///< those beyond share a row for each kind, initiator and fabric
 };
 
@@ -39,15 +41,16 @@ class ZTCStoreWriter {
     /// How long and how much is kept, from now on.
     void setKeep(unsigned int aDays, std::uint64_t aBytes);
 
-    /// All of it or, when it throws, nothing. It never waits for the disk to have it: a kill loses nothing,
-    /// a power failure the last seconds. Throws ZTCStoreError; Busy also while the log beside the file is as
-    /// large as it may be, because a reader keeps it from being emptied.
+    /// All of it or, when it throws, nothing, as far as is known: it is to be written again then. It never
+    /// waits for the disk to have it: a kill loses nothing, a power failure the last seconds. Throws
+    /// ZTCStoreError; Busy also while the log beside the file is as large as it may be, because a reader
+    /// keeps it from being emptied.
     void write(const ZTSStoreBatch& acrBatch);
     /// Removes a little of what is too old or too much. aNow: by the clock. True: there is more to do.
     /// Throws ZTCStoreError.
     bool retire(ZTNanoseconds aNow);
-    /// Brings what is in the log into the file; may wait for the disk. It holds up no write but in need, when
-    /// readers have kept the log growing. Throws ZTCStoreError.
+    /// Brings what is in the log into the file, if it is much or has been there for long; may wait for the
+    /// disk. It holds up no write but in need, when readers have kept the log growing. Throws ZTCStoreError.
     void checkpoint();
     /// Who holds a lock on the file, or a snapshot of it: "process 1234 (sqlite3)". Empty: nobody is seen.
     std::string describeHolder() const;

@@ -220,6 +220,29 @@ TEST(Folding, ACoarseRowSaysWhatItsEventsHaveInCommon) {
     EXPECT_EQ(lFolding.getRows()[0].mRecord.mOccurrences, 4U);
 }
 
+// Thousands of ports beyond the fabric: how long it takes grows as the rows do, not as their square.
+TEST(Folding, CoarseFoldingIsQuickWhereNothingFolds) {
+    using Seconds = std::chrono::duration<double>;
+    ZTCFolding lFolding(sOptions);
+    const ZTSPortNames lInitiator{};
+    ZTSSensorRecord lRecord{1, {}, {}, 1, 1, {}, {1, 0, 0, 0, 80, 6, 1, 96, 0, 0, 0, 1}};
+    const ZTCFolding::Namer lNamer = [&](ZTSRecord& arRecord) {
+        arRecord.mSeries.mRemote.emplace();
+        std::copy_n(arRecord.mData.begin() + 4, 8, arRecord.mSeries.mRemote->mBytes.begin());
+    };
+    const auto lBegin = Clock::now();
+    constexpr std::size_t lRows = 30000;
+    for (std::size_t lRow = 0; lRow < lRows; ++lRow) {
+        lRecord.mData[4] = static_cast<std::uint8_t>(lRow);
+        lRecord.mData[5] = static_cast<std::uint8_t>(lRow >> 8);
+        lFolding.take(collectedOf(lInitiator, lRecord), {}, lNamer);
+    }
+    const auto lTaken = Clock::now();
+    lFolding.foldCoarsely(ZTSecond);
+    EXPECT_LT(Seconds(Clock::now() - lTaken) / Seconds(lTaken - lBegin), 20);
+    EXPECT_EQ(lFolding.getRows().size(), lRows);
+}
+
 TEST(Folding, KnowsWhatItsRowsTakeAndStaysInItsLimit) {
     if (ZTIsSanitized) {
         GTEST_SKIP() << "the sanitizers have allocators of their own";

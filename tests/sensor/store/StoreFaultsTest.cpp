@@ -177,7 +177,7 @@ TEST_F(StoreFaults, WhatFailsForGoodLeavesWhatWasWritten) {
 
 TEST_F(StoreFaults, MemoryThatIsNotThereIsNoDamage) {
     // In a child: SQLite takes another memory only as long as nobody has used it.
-    const ZTSTestEnd lEnd = runChild([&] {
+    ZTCTestChild lChild([&] {
         sUseFailingMemory();
         for (const bool lIsForGood : {false, true}) {
             unsigned int lFailing = 1;
@@ -194,7 +194,7 @@ TEST_F(StoreFaults, MemoryThatIsNotThereIsNoDamage) {
             } while (sHasFailed);
         }
     });
-    EXPECT_EQ(lEnd.mStatus, 0) << lEnd.mOut << lEnd.mErr;
+    EXPECT_EQ(lChild.waitForEnd(ZTTestRounds(120U, 3000U)), 0) << lChild.getOut() << lChild.getErr();
 }
 
 TEST_F(StoreFaults, MemoryOfOursThatIsNotThereIsNoDamageEither) {
@@ -209,6 +209,48 @@ TEST_F(StoreFaults, MemoryOfOursThatIsNotThereIsNoDamageEither) {
         checkStore();
         ASSERT_FALSE(HasFailure()) << describe("allocation", lFailing);
     }
+}
+
+// The log has it then, though the writer was told that it failed: whoever opens it next finds it there.
+TEST_F(StoreFaults, ACommitThatOnlyTheLogsIndexLacksIsNotDoneTwice) {
+    ZTCTestBatches lBatches;
+    lBatches.mData = 16000;
+    ZTSStoreBatch lBatch = lBatches.make(1200);  // more than a part of the index has room for
+    lBatch.mLosses = {{1, 2, "agent", "limit", 5, {}}};
+    lBatch.mNumber = 7;
+    unsigned int lWasThere = 0;
+    bool lHasFailed = true;
+    for (unsigned int lFailing = 1; lHasFailed && lFailing < 20; ++lFailing) {
+        begin();
+        {
+            ZTCFaultyVfs lFaults({ZTEFileWork::ShmMap}, lFailing, true);
+            std::optional<SQLite::Database> lReader;  // which is there last, and leaves the log as it is
+            try {
+                ZTCStoreWriter lWriter(getOptions());
+                lReader.emplace(mPath);
+                lReader->execAndGet("SELECT count(*) FROM records");
+                lWriter.write(lBatch);
+            } catch (const SQLite::Exception& lrError) {
+                mErrors.emplace_back(lrError.what());
+            } catch (const ZTCStoreError& lrError) {
+                mErrors.emplace_back(lrError.what());
+            }
+            lHasFailed = lFaults.hasFailed();
+        }
+        mEvents = countEvents(lBatch);
+        {
+            ZTCStoreWriter lWriter(getOptions());
+            SQLite::Database lStore = openStoreToRead(mPath);
+            const auto lRows = ZTAskStore(lStore, "SELECT count(*) FROM records");
+            lWasThere += lHasFailed && lRows != 0 ? 1 : 0;
+            lWriter.write(lBatch);
+            EXPECT_EQ(lWriter.getSize().mRecords, lBatch.mRows.size());
+            EXPECT_EQ(ZTAskStore(lStore, "SELECT sum(events) FROM losses"), 5);
+        }
+        checkStore();
+        ASSERT_FALSE(HasFailure()) << describe("shared memory", lFailing);
+    }
+    EXPECT_GT(lWasThere, 0U);
 }
 
 TEST_F(StoreFaults, ASlowDiskIsNoFault) {

@@ -116,6 +116,29 @@ TEST_F(StoreWriter, SumsAreThoseOfTheRecords) {
     EXPECT_EQ(askMeta("in_use"), 1);
 }
 
+TEST_F(StoreWriter, TheStartHasThePortsThatWereThere) {
+    ZTCTestBatches lBatches;
+    EXPECT_FALSE(ZTCStoreWriter(getOptions()).getStart().mPorts);
+    ZTSStoreBatch lBatch = sFullBatch(lBatches, 1);
+    ZTSHostPorts lPorts = *lBatch.mPorts;
+    {
+        ZTCStoreWriter lWriter(getOptions());
+        lWriter.write(lBatch);
+        lBatch = sFullBatch(lBatches, 2);
+        lBatch.mPorts = lPorts;
+        lBatch.mPorts->mLocal.clear();  // the remote one stays
+        lWriter.write(lBatch);
+    }
+    lPorts.mLocal.clear();
+    ZTCStoreWriter lWriter(getOptions());
+    EXPECT_EQ(lWriter.getStart().mPorts, lPorts);
+    // What went meanwhile was seen last when something was last written.
+    lBatch = {};
+    lBatch.mPorts.emplace();
+    lWriter.write(lBatch);
+    EXPECT_EQ(ask("SELECT max(seen) FROM remote_ports WHERE here = 0"), lWriter.getStart().mLastWrite);
+}
+
 // One table after the other refuses what is written to it; the same batch is written again behind that.
 TEST_F(StoreWriter, ABatchThatFailsLeavesNothing) {
     ZTCStoreWriter lWriter(getOptions());

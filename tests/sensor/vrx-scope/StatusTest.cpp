@@ -86,7 +86,7 @@ TEST(Status, ShowsThePortsAndWhatIsWrongWithThem) {
     EXPECT_TRUE(
         lEnd().starts_with("vrx-sn     running, process 12, no agent answers it, cannot write for 3600 s\n"
                            "ports      10:00:00:25:b5:01:00:00, host3, Online, 16 Gbit, fabric A\\x1b\n"
-                           "           10:00:00:25:b5:01:00:00\n"
+                           "           10:00:00:25:b5:01:00:00, known from the agent alone\n"
                            "           as vrx-sn last saw them, 2023-11-14 22:13:20.000 UTC, "))
         << lEnd();
     const Json lJson = Json::parse(statusJson(lStatus));

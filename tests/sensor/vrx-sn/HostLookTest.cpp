@@ -8,6 +8,7 @@
 namespace {
 
 const std::string sPort = "10:00:00:00:00:00:00:01";
+const std::string sAgents = "10:00:00:00:00:00:00:09";
 const std::string sTarget = "50:00:00:00:00:00:00:01";
 
 class HostLook : public testing::Test {
@@ -98,6 +99,80 @@ TEST_F(HostLook, ADriverThatDoesNotAnswerHoldsUpNobody) {
     EXPECT_TRUE(ZTIsAReadStanding());
     ZTSetReadsStand(nullptr);  // it comes out behind the end, and touches nothing
     EXPECT_TRUE(waitUntil([] { return !ZTIsAReadStanding(); }));
+}
+
+// A minute is not waited for.
+TEST_F(HostLook, ADriverThatHangsIsToldOfOnceWhileItDoes) {
+    testing::internal::CaptureStderr();
+    start();
+    ZTSetReadsStand("/host3/");
+    EXPECT_TRUE(waitUntil(ZTIsAReadStanding));
+    for (const int lSeconds : {1, 62, 63, 64}) {
+        mLook->tellTrouble(std::chrono::steady_clock::now() + std::chrono::seconds(lSeconds));
+    }
+    ZTSetReadsStand(nullptr);
+    EXPECT_TRUE(waitUntil([] { return !ZTIsAReadStanding(); }));
+    mLook.reset();
+    const std::string lLog = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(countIn(lLog, "the host's ports cannot be seen: a driver has not answered for 6"), 1U) << lLog;
+}
+
+TEST_F(HostLook, WhatOnlyTheAgentTellsOfIsAPort) {
+    writeFile(mNames, sAgents + " hba9 fabric=right\n");
+    start();
+    mLook->setStart({});
+    const auto lNamesOf = [](const std::string& acrPort) {
+        return ZTSPortNames{*ZTSWwn::fromText("20:00:00:00:00:00:00:01"), *ZTSWwn::fromText(acrPort)};
+    };
+    mLook->seeAgent({lNamesOf(sAgents), lNamesOf(sPort), lNamesOf(sAgents)});
+    EXPECT_EQ(mLook->getPorts()->mLocal.size(), 2U);
+    EXPECT_EQ(mLook->getPorts()->fabricOf(*ZTSWwn::fromText(sAgents)), "right");
+    EXPECT_EQ(waitForChanges("came"), "port came :  > \n");
+    // A host's port has gone when the host has it no longer, whatever an agent keeps telling.
+    mTree.remove("fc_host/host3");
+    EXPECT_TRUE(contains(waitForChanges("port went"), "port went : Online > \n"));
+    EXPECT_EQ(mLook->getPorts()->mLocal.size(), 1U);
+    mLook->seeAgent({lNamesOf(sPort)});
+    EXPECT_EQ(waitForChanges("went"), "port went :  > \n");
+    EXPECT_TRUE(mLook->getPorts()->mLocal.empty());
+}
+
+// Whether the store is open before the agent answers, or only behind that.
+TEST_F(HostLook, WhatBecameOfPortsMeanwhileIsToldWithTheTimeOfTheLook) {
+    const auto lNames = [](const char* apPort) {
+        return ZTSPortNames{{}, *ZTSWwn::fromText(std::string("10:00:00:00:00:00:00:") + apPort)};
+    };
+    ZTSStoreStart lStart;
+    lStart.mPorts.emplace();
+    lStart.mPorts->mLocal = {{lNames("01"), "host3", "Linkdown", "", "", {}, "10:00:00:00:00:00:0f:01"},
+                             {lNames("02"), "host4", "Online", "", "", {}, ""},
+                             {lNames("03"), "", "", "", "", {}, ""},
+                             {lNames("04"), "", "", "", "", {}, ""}};
+    for (const bool lIsLate : {false, true}) {
+        start();
+        const ZTNanoseconds lLooked =
+            std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+        if (!lIsLate) {
+            mLook->setStart(lStart);
+            EXPECT_EQ(mLook->getPorts()->mLocal.size(), 3U);  // what only the agent knows has not gone yet
+        }
+        mLook->seeAgent({lNames("03"), lNames("05")});
+        if (lIsLate) {
+            mLook->setStart(lStart);
+        }
+        std::map<std::string, unsigned int> lChanges;
+        for (const ZTSChange& lrChange : detach().mChanges) {
+            ++lChanges[lrChange.mName.substr(21, 2) + " " + lrChange.mEvent + " " + lrChange.mBefore];
+            EXPECT_TRUE(lrChange.mTime <= lLooked || !lIsLate);
+        }
+        const std::map<std::string, unsigned int> lWanted{{"01 changed Linkdown", 1},
+                                                          {"02 went Online", 1},
+                                                          {"04 went ", 1},
+                                                          {"05 came ", 1},
+                                                          {"01 came ", 1}};  // the remote port
+        EXPECT_EQ(lChanges, lWanted) << lIsLate;
+        EXPECT_EQ(mLook->getPorts()->mLocal.size(), 3U);
+    }
 }
 
 TEST_F(HostLook, ANamesFileOnADiskThatStandsHoldsUpNobody) {

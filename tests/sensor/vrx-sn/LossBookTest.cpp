@@ -5,6 +5,7 @@
 #include <random>
 #include <sstream>
 
+#include "FailingAllocator.h"
 #include "LossBook.h"
 
 namespace {
@@ -151,7 +152,28 @@ TEST(LossBook, TellsEachLossOnce) {
              arPlay.at(12), arPlay.begin("fetched=1", 12);
              arPlay.at(40), arPlay.start(storedRun(14, {{lpLimit, 4}}));
          },
-         "agent ended 2 @10-11\nsensor unstored 1 @12-12\nwent ended\ncame\n"},
+         "agent ended 2 @1-11\nsensor unstored 1 @12-12\nwent ended\ncame\n"},
+        {"the run that is stored, by figures older than that",
+         [=](Play& arPlay) {
+             arPlay.start(storedRun(200, {{lpLimit, 7}})), arPlay.begin("old fetched=100 limit=5");
+             arPlay.look("old fetched=100 limit=5");
+             arPlay.at(12), arPlay.look("old fetched=200 limit=7");
+             arPlay.at(14), arPlay.look("old fetched=203 limit=8");
+         },
+         "agent limit 1 @12-14\nsensor unstored 3 @12-14\n"},
+        {"the same, the store opens late",
+         [](Play& arPlay) {
+             arPlay.begin("old fetched=100"), arPlay.mBook.take(6, arPlay.now());
+             arPlay.at(12), arPlay.look("old fetched=206");
+             arPlay.at(14), arPlay.start(storedRun(200)), arPlay.look("old fetched=206");
+         },
+         ""},
+        {"it was killed while nobody looked",
+         [](Play& arPlay) {
+             arPlay.at(3600), arPlay.start(storedRun(200));
+             arPlay.begin("fetched=200 held=50"), arPlay.end("fetched=200 held=50");
+         },
+         "agent killed ?<=50 @5-3600\nwent killed\n"},
         {"another one is stored",
          [](Play& arPlay) { arPlay.start(storedRun(10, {}, 2)), arPlay.begin("fetched=0"); },
          "agent unseen ? @5-10\nwent\ncame\n"},
@@ -175,18 +197,18 @@ TEST(LossBook, TellsEachLossOnce) {
              arPlay.start(), arPlay.begin("fetched=0");
              arPlay.at(12), arPlay.end("fetched=8 held=3 recorded=11");
          },
-         "agent killed ?<=11 @10-12\ncame\nwent killed\n"},
+         "agent killed ?<=11 @1-12\ncame\nwent killed\n"},
         {"a kill inside a fetch",
          [](Play& arPlay) {
              arPlay.start(), arPlay.begin("fetched=0"), arPlay.end("fetched=0 held=0 recorded=11");
          },
-         "agent killed ?<=11 @10-10\ncame\nwent killed\n"},
+         "agent killed ?<=11 @1-10\ncame\nwent killed\n"},
         {"a kill at rest",
          [](Play& arPlay) { arPlay.start(), arPlay.begin("fetched=0"), arPlay.end("fetched=0 held=0"); },
          "came\nwent killed\n"},
         {"a kill, the figures were on a disk",
          [](Play& arPlay) { arPlay.start(), arPlay.begin("old fetched=0"), arPlay.end("old fetched=0"); },
-         "agent killed ? @10-10\ncame\nwent killed\n"},
+         "agent killed ? @1-10\ncame\nwent killed\n"},
         {"an answer that is on its way is not lost",
          [](Play& arPlay) {
              arPlay.start(), arPlay.begin("fetched=0"), arPlay.look("fetched=5", true);
@@ -212,7 +234,14 @@ TEST(LossBook, TellsEachLossOnce) {
              arPlay.start(), arPlay.begin(nullptr), arPlay.mBook.loseAnswer(), arPlay.look(nullptr);
              arPlay.at(12), arPlay.look(nullptr), arPlay.end(nullptr);
          },
-         "sensor answer ? @10-10\nagent unseen ? @10-12\ncame\nwent unknown\n"},
+         "sensor answer ? @10-10\nagent unseen ? @1-12\ncame\nwent unknown\n"},
+        {"no figures, behind one that had some",
+         [](Play& arPlay) {
+             arPlay.start(), arPlay.begin("fetched=0"), arPlay.end("fetched=0 ended=1");
+             arPlay.begin(nullptr, 10), arPlay.mBook.loseAnswer(), arPlay.look(nullptr);
+             arPlay.at(12), arPlay.end(nullptr);
+         },
+         "sensor answer ? @10-10\nagent unseen ? @10-12\ncame\nwent ended\ncame\nwent unknown\n"},
         {"the library comes, goes and begins anew",
          [](Play& arPlay) {
              arPlay.start(), arPlay.begin("limit=0");
@@ -242,6 +271,37 @@ TEST(LossBook, TellsEachLossOnce) {
         Play lPlay;
         lrRow.mPlay(lPlay);
         EXPECT_EQ(lPlay.told(), lrRow.mpTold);
+    }
+}
+
+// Whatever cannot be had, an end that is told again tells all once; the store's start is one of the steps.
+TEST(LossBook, TellsOnceWhereMemoryIsShort) {
+    const ZTSBookFigures lBegun = figuresOf("fetched=9 limit=0");
+    const ZTSBookFigures lEnded = figuresOf("fetched=9 held=5 ended=9 limit=3");
+    ZTSStoreStart lStart;
+    lStart.mAgent = storedRun(9);
+    bool lHasFailed = true;
+    for (unsigned int lFailing = 1; lHasFailed; ++lFailing) {
+        SCOPED_TRACE(lFailing);
+        Play lPlay;
+        lHasFailed = false;
+        const auto lInSpite = [&](const std::function<void()>& acrStep) {
+            FailingAllocator lAllocator(lFailing);
+            try {
+                return acrStep();
+            } catch (const std::bad_alloc&) {
+                lHasFailed = true;
+            }
+            lAllocator.stop();
+            acrStep();
+        };
+        lInSpite([&] { lPlay.mBook.begin(ZTSecond, sProcess, &lBegun, lPlay.now()); });
+        lInSpite([&] { lPlay.mBook.setStart(lStart, lPlay.now()); });
+        lPlay.at(11);
+        lInSpite([&] { lPlay.mBook.end(&lEnded, lPlay.now()); });
+        lPlay.mBook.setStart(lStart, lPlay.now());
+        lPlay.mBook.seeNone(lPlay.now());
+        EXPECT_EQ(lPlay.told(), "agent ended 5 @5-11\nagent limit 3 @10-11\nwent ended\n");
     }
 }
 

@@ -3,33 +3,9 @@
 
 #include "SensorProgram.h"
 #include "TestDisk.h"
+#include "TestManager.h"
 
 namespace {
-
-// What a service manager is told.
-class Manager {
-  public:
-    explicit Manager(const std::string& acrPath) : mPath(acrPath) {
-        sockaddr_un lAddress{AF_UNIX, ""};
-        acrPath.copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
-        EXPECT_EQ(bind(mSocket.get(), reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress), 0);
-    }
-    std::vector<std::string> getEnvironment(const std::string& acrWatchdog) const {
-        return {"NOTIFY_SOCKET=" + mPath, "WATCHDOG_USEC=" + acrWatchdog, "WATCHDOG_PID"};
-    }
-    /// Whether something with the part is told from now on.
-    bool hears(const std::string& acrPart) const {
-        return waitUntil([&] {
-            char lText[512];
-            const ssize_t lRead = recv(mSocket.get(), lText, sizeof lText, MSG_DONTWAIT);
-            return lRead > 0 && contains({lText, static_cast<std::size_t>(lRead)}, acrPart);
-        });
-    }
-
-  private:
-    const std::string mPath;
-    ZTCDescriptor mSocket{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
-};
 
 TEST(SensorProgram, WhatTheLibrarySendsIsInTheStore) {
     ZTCSnStand lStand({"--every", "0.1", "--fold", "1"});
@@ -54,18 +30,68 @@ TEST(SensorProgram, WhatTheLibrarySendsIsInTheStore) {
     lStand.expectSumsAreWhole();
     EXPECT_EQ(lStand.getLost(), 0);
     EXPECT_EQ(lStand.endAgent(), 0);
+    const auto lChanges = [&](const char* apWhich) {
+        return lStand.ask(std::string("SELECT count(*) FROM changes WHERE what = 'sensor' AND ") + apWhich);
+    };
+    EXPECT_EQ(lChanges("event = 'came' AND after LIKE 'version %'"), 2);
+    EXPECT_EQ(lChanges("event = 'went' AND after = 'ended'"), 2);
+    const std::string lKilled = std::to_string(lStand.startSensor().getProcess());
+    EXPECT_TRUE(waitUntil([&] { return lChanges("event = 'came'") == 3; }));
+    lStand.killSensor();
+    lStand.startSensor();
+    EXPECT_TRUE(waitUntil([&] { return lChanges("event = 'came'") == 4; }));
+    EXPECT_EQ(lChanges(("after = 'unknown' AND name = 'vrx-sn, process " + lKilled + "'").c_str()), 1);
+    lStand.endSensor();
+}
+
+// A disk that has lost what was written to it, as a program sees it that runs on.
+TEST(SensorProgram, APageThatIsDamagedMeanwhileLosesNothingThatGoesOn) {
+    ZTCSnStand lStand({"--every", "0.1", "--fold", "600"});
+    lStand.play("port-busy board=0 times=100\nqueue-full board=1 lun=3 times=50\n");
+    ASSERT_TRUE(lStand.waitForEvents(150));
+    {
+        SQLite::Database lStore = openStoreAgain(lStand.getStore());
+        lStore.setBusyTimeout(10000);
+        // What vrx-sn has of the page is no longer true, and what the log has of it is in the file.
+        const auto lPage =
+            lStore.execAndGet("SELECT rootpage FROM sqlite_schema WHERE name = 'records'").getInt64();
+        lStore.execAndGet("PRAGMA wal_checkpoint(PASSIVE)");
+        lStore.exec("INSERT INTO meta VALUES ('mark', 1)");
+        const ZTCDescriptor lFile(open(lStand.getStore().c_str(), O_WRONLY | O_CLOEXEC));
+        const std::string lGarbage(4096, 'x');
+        ASSERT_EQ(pwrite(lFile.get(), lGarbage.data(), lGarbage.size(), (lPage - 1) * 4096), 4096);
+    }
+    lStand.play("port-busy board=0 times=7\n");
+    EXPECT_TRUE(waitUntil([&] { return lStand.getStored() == 107; })) << lStand.getSensor().getErr();
+    EXPECT_TRUE(contains(lStand.getSensor().getErr(), "the history was damaged"));
+    EXPECT_EQ(lStand.endSensor(), 0);
+    lStand.startSensor();
+    lStand.play("port-busy board=0 times=3\n");
+    EXPECT_TRUE(lStand.waitForEvents(110));
+    lStand.endSensor();
+    EXPECT_EQ(lStand.getStored(), 110);
+    EXPECT_EQ(lStand.getLost(), 0);
+    EXPECT_EQ(lStand.getUnknown(), 1);  // the other row is in the damaged file
+    EXPECT_EQ(lStand.ask("SELECT count(*) FROM changes WHERE event = 'damaged'"), 1);
+    lStand.expectSumsAreWhole();
 }
 
 TEST(SensorProgram, WhatCannotBeUsedIsOneLineAndAStatus) {
     const ZTCTestDirectory lDirectory;
     writeFile(lDirectory / "file", "");
     const std::string lStore = lDirectory / "history.db";
+    writeFile(lDirectory / "text", "no store");
+    writeFile(lDirectory / "other.db", "");
+    SQLite::Database(lDirectory / "other.db", SQLite::OPEN_READWRITE).exec("CREATE TABLE a (b)");
     const struct {
         std::string mStore;
         std::vector<std::string> mArguments;
         int mStatus;
     } lRows[] = {{lStore, {"--every", "0"}, 2},
                  {lStore, {"--config", "/absent"}, 2},
+                 {lDirectory.getPath(), {}, 1},
+                 {lDirectory / "text", {}, 1},
+                 {lDirectory / "other.db", {}, 1},
                  {lDirectory / "file/history.db", {}, 1},
                  {lDirectory / "absent/history.db", {}, 1}};
     for (const auto& lrRow : lRows) {
@@ -74,6 +100,7 @@ TEST(SensorProgram, WhatCannotBeUsedIsOneLineAndAStatus) {
         EXPECT_TRUE(lEnd.mErr.starts_with("vrx-sn: ")) << lEnd.mErr;
         EXPECT_EQ(countIn(lEnd.mErr, "\n"), 1U) << lEnd.mErr;
         EXPECT_EQ(lEnd.mOut, "");
+        EXPECT_FALSE(std::filesystem::exists(lrRow.mStore + "-lock"));
     }
     const ZTSTestEnd lHelp =
         runChild<ZTCSnRun>(lDirectory.getPath(), lStore, ZTCTestChild::Arguments{"--help"});
@@ -84,9 +111,9 @@ TEST(SensorProgram, WhatCannotBeUsedIsOneLineAndAStatus) {
 
 TEST(SensorProgram, TheManagerIsToldHowItGoes) {
     const ZTCTestDirectory lDirectory("/dev/shm");
-    const Manager lManager(lDirectory / "notify");
-    auto lEnvironment = lManager.getEnvironment("200000");
-    lEnvironment.push_back("RUNTIME_DIRECTORY=" + lDirectory.getPath());
+    const ZTCTestManager lManager(lDirectory / "notify");
+    const auto lEnvironment =
+        lManager.getEnvironment("200000", {"RUNTIME_DIRECTORY=" + lDirectory.getPath()});
     writeFile(lDirectory / "conf", "every=0.1\n");
     ZTCSnStand lStand({"--config", lDirectory / "conf"}, lEnvironment);
     EXPECT_TRUE(lManager.hears("READY=1"));
@@ -116,13 +143,9 @@ TEST(SensorProgram, TheManagerIsToldHowItGoes) {
 
 TEST(SensorProgram, ADiskThatStandsStillHoldsUpNobody) {
     const ZTCTestDirectory lDirectory;
-    const Manager lManager(lDirectory / "notify");
+    const ZTCTestManager lManager(lDirectory / "notify");
     const ZTCTestDisk lDisk("history.db");
-    auto lEnvironment = lManager.getEnvironment("200000");
-    for (const std::string& lrEntry : lDisk.getEnvironment()) {
-        lEnvironment.push_back(lrEntry);
-    }
-    ZTCSnStand lStand({"--every", "0.1"}, lEnvironment);
+    ZTCSnStand lStand({"--every", "0.1"}, lManager.getEnvironment("200000", lDisk.getEnvironment()));
     lStand.play("port-busy times=100\n");
     EXPECT_TRUE(lStand.waitForEvents(100));
     lDisk.stand();

@@ -89,6 +89,10 @@ TEST(SnOptions, WhatCannotBeUsedIsOneLine) {
     EXPECT_THROW(parseSnOptions({"--version"}, ""), ZTCSnShown);
 }
 
+TEST(SnOptions, AZeroByteEndsNoLine) {
+    EXPECT_TRUE(contains(refusalOf(std::string("\0=1 2\n", 7)), "a byte of it is zero"));
+}
+
 TEST(SnOptions, AConfigurationThatIsNoneIsNotWaitedFor) {
     const ZTCTestDirectory lDirectory;
     ASSERT_EQ(mkfifo((lDirectory / "pipe").c_str(), 0600), 0);

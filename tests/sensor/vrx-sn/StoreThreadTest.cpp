@@ -20,13 +20,19 @@ class StoreThread : public ::testing::Test {
         ZTSStoreOptions lOptions;
         lOptions.mPath = mPath;
         lOptions.mHostName = "host";
+        lOptions.mLogStays = mLogStays;
         mThread.emplace(
-            lOptions, mBuffer, mFigures, mLog, [this](const ZTSStoreStart& acrStart) { mStart = acrStart; },
+            lOptions, mBuffer, mFigures, mLog,
+            [this](const ZTSStoreStart& acrStart) {
+                mStart = acrStart;
+                mHasStarted = true;
+            },
             [this] { mHasFailed = true; });
     }
     void startWell() {
         start();
         mThread->waitUntilOpen(30s);
+        EXPECT_TRUE(waitUntil([this] { return mHasStarted.exchange(false); }));
     }
     void lose(std::uint64_t aEvents) {
         mBuffer.takeLoss({ZTSecond, 2 * ZTSecond, "agent", "limit", aEvents, {}});
@@ -38,7 +44,9 @@ class StoreThread : public ::testing::Test {
     ZTCSnFigures mFigures{""};
     ZTCSnLog mLog;
     ZTCSnBuffer mBuffer{{}};
+    std::chrono::milliseconds mLogStays = 1min;
     ZTSStoreStart mStart;
+    std::atomic<bool> mHasStarted{false};
     std::atomic<bool> mHasFailed{false};
     std::optional<ZTCStoreThread> mThread;
 };
@@ -65,11 +73,25 @@ TEST_F(StoreThread, AStoreThatCanNeverBeUsedIsToldOnce) {
     startWell();
     EXPECT_TRUE(mThread->finish(30s));
     mThread.reset();
-    SQLite::Database(mPath, SQLite::OPEN_READWRITE).exec("PRAGMA user_version = 1000");
+    openStoreAgain(mPath).exec("PRAGMA user_version = 1000");
     start();
     EXPECT_THROW(mThread->waitUntilOpen(30s), ZTCStoreError);
     EXPECT_TRUE(waitUntil([&] { return mHasFailed.load(); }));
     EXPECT_TRUE(mThread->finish(30s));
+}
+
+TEST_F(StoreThread, ALittleOfALogDoesNotStayBesideTheFile) {
+    mLogStays = 20ms;
+    startWell();
+    lose(3);
+    EXPECT_TRUE(waitUntil([&] {
+        std::filesystem::copy_file(mPath, mPath + "2", std::filesystem::copy_options::overwrite_existing);
+        try {
+            return ask(mPath + "2", "SELECT sum(events) FROM losses") == 3;
+        } catch (const std::exception&) {
+            return false;  // in the middle of it
+        }
+    }));
 }
 
 TEST_F(StoreThread, SomebodysLockHoldsUpNobodyButIsNamed) {
@@ -114,14 +136,19 @@ TEST_F(StoreThread, AStoreThatIsTakenAwayOrDamagedIsBegunAnew) {
     lLabels[ZTSWwn{}].mName = "a";
     mBuffer.takeLabels(lLabels);
     ASSERT_TRUE(mBuffer.waitUntilStored(30s));
+    const std::int64_t lMade = ask(mPath, "SELECT value FROM meta WHERE name = 'made'");
     std::filesystem::rename(mPath, mPath + ".away");
     std::filesystem::remove(mPath + "-wal");
     std::filesystem::remove(mPath + "-shm");
     lose(6);
     ASSERT_TRUE(mBuffer.waitUntilStored(30s));
+    EXPECT_TRUE(mThread->finish(30s));
     EXPECT_EQ(lost(), 6);
     EXPECT_EQ(ask(mPath, "SELECT count(*) FROM names"), 1);
-    EXPECT_TRUE(mThread->finish(30s));
+    EXPECT_EQ(ask(mPath,
+                  "SELECT first FROM losses WHERE source = 'sensor' AND reason = 'store' AND events IS "
+                  "NULL AND last > first"),
+              lMade);
 }
 
 }  // namespace

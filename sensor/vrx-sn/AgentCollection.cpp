@@ -1,0 +1,27 @@
+#include "AgentCollection.h"
+
+// Figures that are some seconds old say nothing of that.
+bool isIdle(const ZTSBookFigures* apFigures) {
+    return apFigures != nullptr && apFigures->mIsAsOfNow &&
+           apFigures->mAgent.get("collecting") == std::uint64_t{0};
+}
+
+void startCollection(ZTCSensorClient& arClient, const ZTSBookFigures* apFigures, std::uint32_t aCeiling) {
+    if (!isIdle(apFigures)) {
+        arClient.stop();
+    }
+    try {
+        arClient.startScope(aCeiling);
+    } catch (const ZTCRefusedError&) {
+        arClient.stop();  // what it has registered
+        throw;
+    }
+}
+
+ZTCPortBook::Names portsIn(const ZTSensorScopeData& acrData) {
+    ZTCPortBook::Names lPorts;
+    for (const ZTSSensorRecordList& lrList : acrData) {
+        lPorts.push_back(lrList.mInitiator);
+    }
+    return lPorts;
+}

@@ -1,0 +1,87 @@
+#include "StoreUpkeep.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "SnFigures.h"
+#include "StoreTrouble.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::milliseconds sRetireEvery = 1min;
+constexpr std::chrono::milliseconds sBetweenRetirements = 20ms;
+constexpr std::chrono::seconds sSizesEvery{1};
+
+ZTNanoseconds sNow() {
+    return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+ZTCStoreUpkeep::ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures,
+                               ZTCStoreTrouble& arTrouble)
+    : mrFigures(arFigures),
+      mrTrouble(arTrouble),
+      mDays(acrOptions.mKeepDays),
+      mBytes(acrOptions.mKeepBytes) {}
+
+void ZTCStoreUpkeep::setKeep(unsigned int aDays, std::uint64_t aBytes) {
+    const std::lock_guard lLock(mLock);
+    mDays = aDays;
+    mBytes = aBytes;
+    mIsKeepNew = true;
+}
+
+void ZTCStoreUpkeep::begin(ZTCStoreWriter& arWriter) {
+    {
+        const std::lock_guard lLock(mLock);
+        arWriter.setKeep(mDays, mBytes);
+    }
+    showSizes(arWriter);
+}
+
+std::chrono::milliseconds ZTCStoreUpkeep::getWait() {
+    const std::lock_guard lLock(mLock);
+    const auto lLeft = mNextRetirement - Clock::now();
+    return mIsKeepNew ? 0ms : std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(lLeft));
+}
+
+// Whether there was something to tell.
+bool ZTCStoreUpkeep::tellKeep(ZTCStoreWriter& arWriter) {
+    const std::lock_guard lLock(mLock);
+    if (mIsKeepNew) {
+        arWriter.setKeep(mDays, mBytes);
+    }
+    return std::exchange(mIsKeepNew, false);
+}
+
+void ZTCStoreUpkeep::noteWritten(const ZTSStoreBatch& acrBatch) {
+    const auto lNew = std::count_if(acrBatch.mRows.begin(), acrBatch.mRows.end(),
+                                    [](const ZTSStoreRow& acrRow) { return acrRow.mIsNew; });
+    mrFigures.count(ZTSN_Commits);
+    mrFigures.set(ZTSN_LastCommit, static_cast<std::uint64_t>(sNow()));
+    mrFigures.count(ZTSN_Rows, static_cast<std::uint64_t>(lNew));
+}
+
+void ZTCStoreUpkeep::work(ZTCStoreWriter& arWriter) {
+    const auto lNow = Clock::now();
+    if (tellKeep(arWriter) || lNow >= mNextRetirement) {
+        mrTrouble.begin("relieved of what is old");
+        const bool lIsMore = arWriter.retire(sNow());
+        mrTrouble.succeed();
+        mNextRetirement = Clock::now() + (lIsMore ? sBetweenRetirements : sRetireEvery);
+    }
+    if (lNow - mSizesShown >= sSizesEvery) {
+        showSizes(arWriter);
+    }
+}
+
+void ZTCStoreUpkeep::showSizes(const ZTCStoreWriter& acrWriter) {
+    const ZTSStoreSize lSize = acrWriter.getSize();
+    mrFigures.set(ZTSN_StoreBytes, lSize.mBytes);
+    mrFigures.set(ZTSN_StoreWalBytes, lSize.mWalBytes);
+    mrFigures.set(ZTSN_StoreRecords, lSize.mRecords);
+    mSizesShown = Clock::now();
+}

@@ -1,0 +1,43 @@
+// What the store's thread does beside writing.
+#pragma once
+
+#include <chrono>
+#include <mutex>
+
+#include "StoreWriter.h"
+
+class ZTCSnFigures;
+class ZTCStoreTrouble;
+
+/// Removes what is too old or too much, and shows how large the store is. One thread, but setKeep().
+class ZTCStoreUpkeep {
+  public:
+    ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCStoreTrouble& arTrouble);
+
+    /// How long and how much is kept, from now on.
+    void setKeep(unsigned int aDays, std::uint64_t aBytes);
+    /// Another writer, which may know nothing of what was set.
+    void begin(ZTCStoreWriter& arWriter);
+    /// Until there is something to do; 0: there is.
+    std::chrono::milliseconds getWait();
+    /// It is in the store: counted.
+    void noteWritten(const ZTSStoreBatch& acrBatch);
+    /// What is due of it. Throws ZTCStoreError.
+    void work(ZTCStoreWriter& arWriter);
+
+  private:
+    using Clock = std::chrono::steady_clock;
+
+    bool tellKeep(ZTCStoreWriter& arWriter);
+    void showSizes(const ZTCStoreWriter& acrWriter);
+
+    ZTCSnFigures& mrFigures;
+    ZTCStoreTrouble& mrTrouble;
+    std::mutex mLock;  // of what follows
+    unsigned int mDays;
+    std::uint64_t mBytes;
+    bool mIsKeepNew = false;
+    // The store's thread alone.
+    Clock::time_point mNextRetirement;
+    Clock::time_point mSizesShown;
+};
