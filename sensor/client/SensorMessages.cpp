@@ -168,6 +168,14 @@ ZTSensorScopeData decodeScopeData(std::span<const std::uint8_t> aBody) {
     return lData;
 }
 
+std::vector<ZTSPortNames> listInitiators(const ZTSensorScopeData& acrData) {
+    std::vector<ZTSPortNames> lInitiators;
+    for (const ZTSSensorRecordList& lrList : acrData) {
+        lInitiators.push_back(lrList.mInitiator);
+    }
+    return lInitiators;
+}
+
 std::uint64_t countRecords(const ZTSensorScopeData& acrData) {
     std::uint64_t lCount = 0;
     for (const ZTSSensorRecordList& lrList : acrData) {

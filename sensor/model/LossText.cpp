@@ -25,11 +25,11 @@ const std::vector<ZTSLossReason>& listLossReasons() {
         {"library", "unknown_host", "they were of a host that it does not know, or that had gone"},
         {"library", "no_memory", "the host had no memory left"},
         {"library", "busy", "commands ended while another one was looked at on that processor"},
-        {"library", "beyond", "the kernel's messages of its transport were lost on their way"},
+        {"library", "beyond", "they came faster than it hands them on"},
         {"sensor", "unstored", "they were fetched, and whoever had them did not store them"},
         {"sensor", "answer", "the agent's answer could not be read"},
         {"sensor", "buffer", "the store took nothing for so long that there was no room left"},
-        {"sensor", "store", "the store that had them was damaged, and was set aside"}};
+        {"sensor", "store", "the store that had them was damaged and set aside, or was taken away"}};
     return lReasons;
 }
 

@@ -17,11 +17,3 @@ void startCollection(ZTCSensorClient& arClient, const ZTSBookFigures* apFigures,
         throw;
     }
 }
-
-ZTCPortBook::Names portsIn(const ZTSensorScopeData& acrData) {
-    ZTCPortBook::Names lPorts;
-    for (const ZTSSensorRecordList& lrList : acrData) {
-        lPorts.push_back(lrList.mInitiator);
-    }
-    return lPorts;
-}

@@ -9,5 +9,3 @@
 bool isIdle(const ZTSBookFigures* apFigures);
 /// One that may be under way is ended first: each event would be told twice.
 void startCollection(ZTCSensorClient& arClient, const ZTSBookFigures* apFigures, std::uint32_t aCeiling);
-/// Whose records an answer has.
-ZTCPortBook::Names portsIn(const ZTSensorScopeData& acrData);

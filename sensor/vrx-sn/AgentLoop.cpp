@@ -339,7 +339,7 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     ZTSAgentRun lRun;
     try {
         lData = decodeScopeData(std::span(acrMessage).subspan(ZTSSensorHeader::Size));
-        mrHost.seeAgent(portsIn(lData));
+        mrHost.seeAgent(listInitiators(lData));
         lpPorts = mrHost.getPorts();
         const std::lock_guard lLock(mMutex);
         lRun = mBook.getRun();

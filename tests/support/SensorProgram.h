@@ -58,7 +58,11 @@ class ZTCSnStand {
     void killAgent() { end(mAgent, SIGKILL); }
     void killSensor() { end(mSensor, SIGKILL); }
     int endAgent() { return end(mAgent, SIGTERM); }
-    int endSensor() { return end(mSensor, SIGTERM); }
+    int endSensor() {
+        // Once it has told of something it takes signals.
+        EXPECT_TRUE(waitUntil([&] { return !mSensor->getErr().empty(); }));
+        return end(mSensor, SIGTERM);
+    }
 
     ZTCTestAgent& getAgent() { return *mAgent; }
     const ZTCSnRun& getSensor() const { return *mSensor; }

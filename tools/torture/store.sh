@@ -55,6 +55,11 @@ storm() {
     done
 }
 
+# The agent holds nothing.
+is_fetched() {
+    [[ $(vrx-scope stats | awk '$1 == "held_events" { print $2 }') == 0 ]]
+}
+
 is_balanced() {
     local sum
     sum=$(query 'SELECT (SELECT coalesce(sum(occurrences), 0) FROM records) + (SELECT coalesce(sum(events), 0) FROM losses)')
@@ -92,7 +97,7 @@ seconds=${ZT_TORTURE_SECONDS:-60}
 fsfreeze -f "$disk"
 storm "$seconds"
 vrx-sim send 'wait storms' >/dev/null
-within 5 'it does not fetch' test "$(vrx-scope stats | awk '$1 == "held_events" { print $2 }')" = 0
+within 5 'it does not fetch' is_fetched
 grep -q 'stands still' "$work/lines" || fail 'a disk that stands still is not told'
 fsfreeze -u "$disk"
 is_over "a disk that stands still for $seconds s"

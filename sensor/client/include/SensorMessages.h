@@ -61,6 +61,8 @@ struct ZTSSensorRecordList {
 /// What a fetch answers.
 using ZTSensorScopeData = std::vector<ZTSSensorRecordList>;
 
+/// Whose lists there are.
+std::vector<ZTSPortNames> listInitiators(const ZTSensorScopeData& acrData);
 std::uint64_t countRecords(const ZTSensorScopeData& acrData);
 std::uint64_t countEvents(const ZTSensorScopeData& acrData);
 
