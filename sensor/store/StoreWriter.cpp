@@ -56,13 +56,19 @@ std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
     return lBytes + lSeries.size() * lSeriesPages * lPage;
 }
 
+// Series take a quarter of what is kept at most.
+std::size_t sSeriesLimit(std::size_t aLimit, std::uint64_t aKeepBytes) {
+    constexpr std::uint64_t lSeries = 400;  // with its index
+    return static_cast<std::size_t>(std::min<std::uint64_t>(aLimit, aKeepBytes / 4 / lSeries));
+}
+
 // What works on an open file.
 struct OpenStore {
-    OpenStore(const ZTSStoreOptions& acrOptions, SQLite::Database& arDatabase)
+    OpenStore(const ZTSStoreOptions& acrOptions, std::uint64_t aKeepBytes, SQLite::Database& arDatabase)
         : mDatabase(setUp(arDatabase)),
           mWal(mDatabase, acrOptions.mPath, acrOptions.mLogStays),
           mSums(mDatabase),
-          mSeries(mDatabase, mSums, acrOptions.mSeriesLimit),
+          mSeries(mDatabase, mSums, sSeriesLimit(acrOptions.mSeriesLimit, aKeepBytes)),
           mTables(mDatabase),
           mRetention(mDatabase),
           mBegin(mDatabase, "BEGIN IMMEDIATE"),
@@ -116,7 +122,7 @@ class ZTCStoreWriter::Impl {
     }
 
     const ZTSStoreStart& getStart() const { return mStart; }
-    void setKeep(unsigned int aDays, std::uint64_t aBytes) { mKeep = {aDays, aBytes}; }
+    void setKeep(unsigned int aDays, std::uint64_t aBytes);
     void beginAnew();
     void write(const ZTSStoreBatch& acrBatch);
     bool retire(ZTNanoseconds aNow);
@@ -140,6 +146,7 @@ class ZTCStoreWriter::Impl {
     void makeRoom();
     void retireToSize(Clock::time_point aEnd);
     bool retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd);
+    bool joinSeries(Clock::time_point aNow);
     OpenStore& getStore() const;
     std::int64_t getMeta(const char* apName) const;
     void setMeta(const char* apName, std::int64_t aValue);
@@ -154,6 +161,7 @@ class ZTCStoreWriter::Impl {
     ZTSStoreStart mStart;
     ZTCClockTrust mClock;
     Clock::time_point mNextSweep;
+    Clock::time_point mNextJoin;  ///< of series
     std::uint64_t mRecords = 0;
     std::uint64_t mNewRecords = 0;  ///< of the running transaction
     std::uint64_t mGoneRecords = 0;
@@ -172,7 +180,7 @@ void ZTCStoreWriter::Impl::open(ZTSOpenedStore aFile) {
     }
     mFile.emplace(std::move(aFile));
     try {
-        tell([&] { mpStore = std::make_unique<OpenStore>(mOptions, mFile->mDatabase); });
+        tell([&] { mpStore = std::make_unique<OpenStore>(mOptions, mKeep.mBytes, mFile->mDatabase); });
         inTransaction([&] { loadStart(); });
     } catch (...) {
         close();
@@ -355,6 +363,13 @@ ZTSRetentionFacts ZTCStoreWriter::Impl::look(ZTNanoseconds aNow, bool aIsClockTr
     return lFacts;
 }
 
+void ZTCStoreWriter::Impl::setKeep(unsigned int aDays, std::uint64_t aBytes) {
+    mKeep = {aDays, aBytes};
+    if (mpStore != nullptr) {
+        mpStore->mSeries.setLimit(sSeriesLimit(mOptions.mSeriesLimit, aBytes));
+    }
+}
+
 // As much goes as comes, where there is no more room.
 void ZTCStoreWriter::Impl::makeRoom() {
     if (isAtLimit(look(0, false))) {
@@ -370,22 +385,25 @@ bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
     }
     const ZTSRetentionPlan lPlan = tell([&] { return planRetention(look(aNow, lIsTrusted)); });
     const bool lSweeps = lPlan.mOlderThan && lNow >= mNextSweep;
+    const bool lJoins = lNow >= mNextJoin && tell([&] { return mpStore->mSeries.isNearLimit(); });
+    bool lIsOlder = false;
     bool lIsMore = false;
-    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps) {
+    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps || lJoins) {
         mGoneRecords = 0;
         inTransaction([&] {
             if (lPlan.mIsFull) {
                 retireToSize(lNow + sRetireTime);
             }
-            lIsMore = lSweeps && retireByAge(*lPlan.mOlderThan, lNow + sRetireTime);
+            lIsOlder = lSweeps && retireByAge(*lPlan.mOlderThan, lNow + sRetireTime);
+            lIsMore = lJoins && joinSeries(lNow);
             if (lPlan.mShrinks) {
                 mpStore->mDatabase.exec("PRAGMA incremental_vacuum(" + std::to_string(sShrinkPages) + ')');
             }
         });
         mRecords -= mGoneRecords;
-        mNextSweep = lSweeps && !lIsMore ? lNow + sSweepEvery : mNextSweep;
+        mNextSweep = lSweeps && !lIsOlder ? lNow + sSweepEvery : mNextSweep;
         const ZTSRetentionPlan lNext = tell([&] { return planRetention(look(aNow, false)); });
-        lIsMore |= lNext.mShrinks || (lNext.mIsFull && mCouldRetire);
+        lIsMore |= lIsOlder || lNext.mShrinks || (lNext.mIsFull && mCouldRetire);
     }
     return lIsMore;
 }
@@ -408,6 +426,17 @@ bool ZTCStoreWriter::Impl::retireByAge(ZTNanoseconds aTime, Clock::time_point aE
         lIsMore = mpStore->mRetention.removeOlder(aTime, sRetireRows, mGoneRecords);
     }
     return lIsMore || mpStore->mRetention.removeSums(aTime);
+}
+
+// True: there is more.
+bool ZTCStoreWriter::Impl::joinSeries(Clock::time_point aNow) {
+    std::uint64_t lGone = 0;
+    const bool lIsMore = mpStore->mRetention.joinSeries(lGone);
+    if (lGone != 0) {
+        mpStore->mSeries.forget();
+    }
+    mNextJoin = lIsMore ? aNow : aNow + sSweepEvery;
+    return lIsMore;
 }
 
 // ---- What is beside the file ----
