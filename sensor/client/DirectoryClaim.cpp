@@ -26,8 +26,7 @@ ZTCDirectoryClaim::ZTCDirectoryClaim(const std::string& acrDirectory, std::chron
             const pid_t lHolder = findProcessWith(
                 lStatus, lName, [](const ZTSOpenFile& acrFile) { return acrFile.mLock == "FLOCK"; });
             throw ZTCPipesTakenError("the pipes in " + acrDirectory + " are taken by " +
-                                         describeProcess(lHolder) +
-                                         ": end it, or wait for it",
+                                         describeProcess(lHolder) + ": end it, or wait for it",
                                      lHolder);
         }
         // Nothing tells when a lock is free, but to wait for it without end.

@@ -17,13 +17,13 @@ inline constexpr int ZTStoreApplication = 0x56525853;
 struct ZTSOpenedStore {
     ZTCStoreLock mLock;
     SQLite::Database mDatabase;
-    std::string mSetAside;  ///< where a damaged file was put; empty: there was none
+    std::string mSetAside;   ///< where a damaged file was put; empty: there was none
     bool mIsMended = false;  ///< another program had written it: the check sums are there again
 };
 
 /// Makes the file if there is none, with its tables, brings an older one up to date, and sets a damaged one
-/// aside. Where another program wrote it while nobody had it, and it is whole, its check sums are put on again.
-/// Every page carries a check sum, which is looked at whenever it is read. Throws ZTCStoreError.
+/// aside. Where another program wrote it while nobody had it, and it is whole, its check sums are put on
+/// again. Every page carries a check sum, which is looked at whenever it is read. Throws ZTCStoreError.
 ZTSOpenedStore openStoreToWrite(const std::string& acrPath);
 /// One that turned out to be damaged is set aside, and a new one begun. Its statements are gone by then, and
 /// connections by openStoreAgain() as well. Throws ZTCStoreError; openStoreToWrite() goes on from there.
