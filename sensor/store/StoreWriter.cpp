@@ -4,25 +4,20 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <type_traits>
 #include <utility>
 
-#include "BatchTables.h"
 #include "Holders.h"
-#include "Retention.h"
-#include "SeriesBook.h"
+#include "LogBytes.h"
 #include "StoreFile.h"
-#include "Wal.h"
+#include "StoreParts.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int sBusyMilliseconds = 5;  // the thread that calls does the waiting
 constexpr unsigned int sRowsBetweenLooks = 256;
 constexpr auto sRetireTime = 5ms;
 constexpr unsigned int sRetireRows = 128;
@@ -33,74 +28,6 @@ constexpr int sShrinkPages = 64;
 ZTNanoseconds sNow() {
     return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
 }
-
-// What a batch takes of the log, about, and rather more: its rows in the table and in its time's index stand
-// together, but a large one fills pages of its own; in the other index those of a series do, as do those that
-// go for them.
-std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
-    constexpr std::uint64_t lRow = 100;
-    constexpr std::uint64_t lLargeRow = 1000;
-    constexpr std::uint64_t lPage = 4120;
-    constexpr std::uint64_t lSeriesPages = 4;
-    constexpr std::uint64_t lChange = 400;
-    std::uint64_t lBytes = acrBatch.mChanges.size() * lChange;
-    std::set<std::reference_wrapper<const ZTSSeries>, std::less<ZTSSeries>> lSeries;
-    for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
-        const std::uint64_t lSize = lRow + lrRow.mRecord.mData.size();
-        lBytes += lSize > lLargeRow ? (lSize / lPage + 1) * lPage : lSize * 3 / 2;
-        lSeries.insert(lrRow.mRecord.mSeries);
-    }
-    for (const ZTSChange& lrChange : acrBatch.mChanges) {
-        lBytes += 2 * (lrChange.mName.size() + lrChange.mBefore.size() + lrChange.mAfter.size());
-    }
-    return lBytes + lSeries.size() * lSeriesPages * lPage;
-}
-
-// Series take a quarter of what is kept at most.
-std::size_t sSeriesLimit(std::size_t aLimit, std::uint64_t aKeepBytes) {
-    constexpr std::uint64_t lSeries = 400;  // with its index
-    return static_cast<std::size_t>(std::min<std::uint64_t>(aLimit, aKeepBytes / 4 / lSeries));
-}
-
-// What works on an open file.
-struct OpenStore {
-    OpenStore(const ZTSStoreOptions& acrOptions, std::uint64_t aKeepBytes, SQLite::Database& arDatabase)
-        : mDatabase(setUp(arDatabase)),
-          mWal(mDatabase, acrOptions.mPath, acrOptions.mLogStays),
-          mSums(mDatabase),
-          mSeries(mDatabase, mSums, sSeriesLimit(acrOptions.mSeriesLimit, aKeepBytes)),
-          mTables(mDatabase),
-          mRetention(mDatabase),
-          mBegin(mDatabase, "BEGIN IMMEDIATE"),
-          mCommit(mDatabase, "COMMIT"),
-          mGetMeta(mDatabase, "SELECT value FROM meta WHERE name = ?"),
-          mSetMeta(mDatabase, "INSERT OR REPLACE INTO meta VALUES (?, ?)"),
-          mMaxMeta(
-              mDatabase,
-              "INSERT INTO meta VALUES (?, ?) ON CONFLICT DO UPDATE SET value = max(value, excluded.value)"),
-          mAddRow(mDatabase, "INSERT INTO records VALUES (?, ?, ?, ?, ?, ?)"),
-          mGrowRow(mDatabase,
-                   "UPDATE records SET last = ?2, occurrences = occurrences + ?3, data = ?4 WHERE id = ?1"),
-          mCountRecords(
-              mDatabase,
-              "SELECT (SELECT sum(records) FROM series) - coalesce((SELECT value FROM meta WHERE name = "
-              "'retired_records'), 0)") {}
-
-    static SQLite::Database& setUp(SQLite::Database& arDatabase) {
-        arDatabase.setBusyTimeout(sBusyMilliseconds);
-        // A page that is written before its transaction ends may be written several times, all into the log.
-        arDatabase.exec("PRAGMA cache_spill = OFF");
-        return arDatabase;
-    }
-
-    SQLite::Database& mDatabase;
-    ZTCWal mWal;
-    ZTCSums mSums;
-    ZTCSeriesBook mSeries;
-    ZTCBatchTables mTables;
-    ZTCRetention mRetention;
-    ZTCStatement mBegin, mCommit, mGetMeta, mSetMeta, mMaxMeta, mAddRow, mGrowRow, mCountRecords;
-};
 
 }  // namespace
 
@@ -147,7 +74,7 @@ class ZTCStoreWriter::Impl {
     void retireToSize(Clock::time_point aEnd);
     bool retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd);
     bool joinSeries(Clock::time_point aNow);
-    OpenStore& getStore() const;
+    ZTSStoreParts& getStore() const;
     std::int64_t getMeta(const char* apName) const;
     void setMeta(const char* apName, std::int64_t aValue);
     template <class Work>
@@ -169,7 +96,7 @@ class ZTCStoreWriter::Impl {
     ZTNanoseconds mLongest = 0;  ///< as the store has it; 0: not known
     std::mutex mLock;            ///< of mpStore, which comes and goes while another thread makes a checkpoint
     std::optional<ZTSOpenedStore> mFile;
-    std::unique_ptr<OpenStore> mpStore;
+    std::unique_ptr<ZTSStoreParts> mpStore;
 };
 
 // ---- Opening and closing ----
@@ -180,7 +107,7 @@ void ZTCStoreWriter::Impl::open(ZTSOpenedStore aFile) {
     }
     mFile.emplace(std::move(aFile));
     try {
-        tell([&] { mpStore = std::make_unique<OpenStore>(mOptions, mKeep.mBytes, mFile->mDatabase); });
+        tell([&] { mpStore = std::make_unique<ZTSStoreParts>(mOptions, mKeep.mBytes, mFile->mDatabase); });
         inTransaction([&] { loadStart(); });
     } catch (...) {
         close();
@@ -237,7 +164,7 @@ void ZTCStoreWriter::Impl::finish() {
 
 // ---- Transactions ----
 
-OpenStore& ZTCStoreWriter::Impl::getStore() const {
+ZTSStoreParts& ZTCStoreWriter::Impl::getStore() const {
     if (mpStore == nullptr) {
         throw ZTCStoreError(ZTEStoreFault::Unusable, mOptions.mPath + " is not open");
     }
@@ -289,7 +216,7 @@ void ZTCStoreWriter::Impl::setMeta(const char* apName, std::int64_t aValue) {
 // ---- Writing ----
 
 void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
-    if (!tell([&] { return getStore().mWal.hasRoom(sLogBytes(acrBatch)); })) {
+    if (!tell([&] { return getStore().mWal.hasRoom(estimateLogBytes(acrBatch)); })) {
         throw ZTCStoreError(
             ZTEStoreFault::Busy,
             mOptions.mPath + "-wal is as large as it may be: somebody reads, and does not end");
@@ -366,7 +293,7 @@ ZTSRetentionFacts ZTCStoreWriter::Impl::look(ZTNanoseconds aNow, bool aIsClockTr
 void ZTCStoreWriter::Impl::setKeep(unsigned int aDays, std::uint64_t aBytes) {
     mKeep = {aDays, aBytes};
     if (mpStore != nullptr) {
-        mpStore->mSeries.setLimit(sSeriesLimit(mOptions.mSeriesLimit, aBytes));
+        mpStore->mSeries.setLimit(limitOfSeries(mOptions.mSeriesLimit, aBytes));
     }
 }
 
