@@ -10,6 +10,7 @@ namespace {
 // A figure that is told of, but that the run's own figures do not have.
 constexpr std::int64_t sNoValue = -1;
 constexpr std::int64_t sMostAgents = 5000;
+constexpr ZTNanoseconds sCameBefore = 60 * ZTSecond;
 
 const std::uint64_t* sFind(const std::map<std::string, std::uint64_t>& acrFigures,
                            const std::string& acrName) {
@@ -55,7 +56,12 @@ ZTCBatchTables::ZTCBatchTables(SQLite::Database& arDatabase)
       mFindFigures(arDatabase, "SELECT name, value, told FROM figures WHERE agent = ?"),
       mNoPorts(arDatabase, "UPDATE ports SET here = 0, seen = ? WHERE here = 1"),
       mNoRemotes(arDatabase, "UPDATE remote_ports SET here = 0, seen = ? WHERE here = 1"),
-      mSetPort(arDatabase, "INSERT OR REPLACE INTO ports VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, 1)"),
+      mSetPort(
+          arDatabase,
+          "INSERT OR REPLACE INTO ports VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, 1, coalesce((SELECT "
+          "since FROM ports WHERE port = ?1), (SELECT max(time) FROM changes WHERE time > ?10 AND what = "
+          "'port' AND name = ?1 AND attribute IN ('', 'state')), 0))"),
+      mPortChanged(arDatabase, "UPDATE ports SET since = max(since, ?2) WHERE port = ?1"),
       mSetRemote(arDatabase, "INSERT OR REPLACE INTO remote_ports VALUES (?, ?, ?, ?, ?, ?, ?, ?, 1)"),
       mNoNames(arDatabase, "DELETE FROM names"),
       mAddName(arDatabase, "INSERT INTO names VALUES (?, ?, ?, ?, ?, ?)") {}
@@ -67,6 +73,9 @@ void ZTCBatchTables::write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow) {
     for (const ZTSChange& lrChange : acrBatch.mChanges) {
         mAddChange.run(lrChange.mTime, lrChange.mWhat, lrChange.mName, lrChange.mEvent, lrChange.mAttribute,
                        lrChange.mBefore, lrChange.mAfter);
+        if (lrChange.mWhat == "port" && (lrChange.mAttribute.empty() || lrChange.mAttribute == "state")) {
+            mPortChanged.run(lrChange.mName, lrChange.mTime);
+        }
     }
     for (const ZTSAgentRun& lrRun : acrBatch.mAgents) {
         writeAgent(lrRun);
@@ -169,6 +178,7 @@ ZTSHostPorts ZTCBatchTables::loadPorts(SQLite::Database& arDatabase, ZTNanosecon
     return lPorts;
 }
 
+// That a port came may have been told a little before it stands in the table.
 // What is not among them any more keeps its row, and was seen until now; what went before this is the
 // first to write, until somebody last wrote.
 void ZTCBatchTables::writePorts(const ZTSHostPorts& acrPorts, ZTNanoseconds aNow) {
@@ -177,7 +187,7 @@ void ZTCBatchTables::writePorts(const ZTSHostPorts& acrPorts, ZTNanoseconds aNow
     mNoRemotes.run(lLast != 0 ? lLast : aNow);
     for (const ZTSLocalPort& lrPort : acrPorts.mLocal) {
         mSetPort.run(lrPort.mNames.mPort.toText(), lrPort.mNames.mNode.toText(), lrPort.mHost, lrPort.mState,
-                     lrPort.mSpeed, lrPort.mType, lrPort.mPortId, lrPort.mFabric, aNow);
+                     lrPort.mSpeed, lrPort.mType, lrPort.mPortId, lrPort.mFabric, aNow, aNow - sCameBefore);
     }
     for (const ZTSRemotePort& lrPort : acrPorts.mRemote) {
         mSetRemote.run(lrPort.mInitiator.toText(), lrPort.mNames.mPort.toText(), lrPort.mNames.mNode.toText(),

@@ -29,5 +29,6 @@ class ZTCBatchTables {
     ZTNanoseconds mLastWrite = 0;  ///< of somebody before
     ZTSAgentRun mWritten;          ///< the figures that are in the store, of which run
     ZTCStatement mAddLoss, mAddLossTotal, mLongestLoss, mAddChange, mSetAgent, mSetFigure, mNoFigures,
-        mOldAgents, mFindAgent, mFindFigures, mNoPorts, mNoRemotes, mSetPort, mSetRemote, mNoNames, mAddName;
+        mOldAgents, mFindAgent, mFindFigures, mNoPorts, mNoRemotes, mSetPort, mPortChanged, mSetRemote,
+        mNoNames, mAddName;
 };

@@ -14,6 +14,7 @@ constexpr std::int64_t sHour = 3600;
 constexpr unsigned int sRoom = 32;
 constexpr unsigned int sSums = 500;  // rows of an axis in a round
 constexpr int sAxes = 4;
+constexpr std::int64_t sSeries = 500;  // in a round
 
 std::uint64_t sLiveBytes(const ZTSRetentionFacts& acrFacts) {
     return (acrFacts.mPages - acrFacts.mFreePages) * acrFacts.mPageSize;
@@ -25,6 +26,10 @@ std::string sRemoveFrom(const std::string& acrTable) {
            " WHERE axis = ?1 AND time < ?2 AND time <= coalesce((SELECT time FROM " + acrTable +
            " WHERE axis = ?1 AND time < ?2 ORDER BY time LIMIT 1 OFFSET ?3), ?2)";
 }
+
+const std::string sIsEmptySeries =
+    " WHERE id BETWEEN ?1 AND ?2 AND remote NOT IN ('', '*') AND NOT EXISTS (SELECT 1 FROM records WHERE series = "
+    "series.id)";
 
 std::uint64_t sUnsigned(const SQLite::Column& acrColumn) {
     return static_cast<std::uint64_t>(acrColumn.getInt64());
@@ -95,7 +100,20 @@ ZTCRetention::ZTCRetention(SQLite::Database& arDatabase)
       mOldAgents(
           arDatabase,
           "DELETE FROM agents WHERE id IN (SELECT id FROM agents WHERE seen < ? AND id < (SELECT max(id) "
-          "FROM agents) AND id NOT IN (SELECT agent FROM figures) ORDER BY id LIMIT ?)") {}
+          "FROM agents) ORDER BY id LIMIT ?)"),
+      mLastSeries(arDatabase, "SELECT max(id) - 1 FROM series"),
+      mJoinSeries(
+          arDatabase,
+          ("INSERT INTO series (kind, category, subcategory, initiator, initiator_node, fabric, remote, "
+           "target, target_node, events, records, first, last) SELECT kind, category, subcategory, "
+           "initiator, initiator_node, fabric, '*', '', '', sum(events), sum(records), min(first), "
+           "max(last) FROM series" +
+           sIsEmptySeries +
+           " GROUP BY category, subcategory, initiator, initiator_node, fabric ON CONFLICT DO UPDATE SET "
+           "events = events + excluded.events, records = records + excluded.records, first = min(first, "
+           "excluded.first), last = max(last, excluded.last)")
+              .c_str()),
+      mRemoveSeries(arDatabase, ("DELETE FROM series" + sIsEmptySeries).c_str()) {}
 
 ZTSRetentionFacts ZTCRetention::look() {
     const auto lNumber = [](ZTCStatement& arFrom) {
@@ -184,6 +202,17 @@ bool ZTCRetention::removeSums(ZTNanoseconds aTime) {
     lRemoved += mOldChanges.run(aTime, sSums);
     lRemoved += mOldAgents.run(aTime, sSums);
     return lRemoved != 0;
+}
+
+// The last one stays, so that no id is used again: readers know series by their ids.
+bool ZTCRetention::joinSeries(std::uint64_t& arGone) {
+    const std::int64_t lLast = mLastSeries.findNumber().value_or(0);
+    const std::int64_t lTo = std::min(lLast, mJoinedTo + sSeries);
+    mJoinSeries.run(mJoinedTo + 1, lTo);
+    arGone += static_cast<std::uint64_t>(mRemoveSeries.run(mJoinedTo + 1, lTo));
+    const bool lIsMore = lTo < lLast;
+    mJoinedTo = lIsMore ? lTo : 0;
+    return lIsMore;
 }
 
 std::optional<ZTNanoseconds> ZTCRetention::findBegin() {

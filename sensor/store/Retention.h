@@ -61,6 +61,10 @@ class ZTCRetention {
     bool removeOlder(ZTNanoseconds aTime, unsigned int aRows, std::uint64_t& arGone);
     /// A round: sums, losses, changes and runs of agents of before that moment. False: there are no more.
     bool removeSums(ZTNanoseconds aTime);
+    /// A round: of some series those that have no rows any more become one for each kind, initiator and
+    /// fabric, whose remote is "*". How many have gone is added to a count. False: it has been at all of
+    /// them.
+    bool joinSeries(std::uint64_t& arGone);
     /// The first time of a row that is not kept: before it nothing is needed.
     std::optional<ZTNanoseconds> findBegin();
 
@@ -69,8 +73,10 @@ class ZTCRetention {
     void count(std::uint64_t aRecords, std::uint64_t aEvents);
 
     ZTCStatement mPageSize, mPages, mFreePages, mLast, mNextId, mKeptAround, mNextKept, mSome, mRemoveSome,
-        mOlder, mRemove, mCount, mBegin, mOldMinutes, mOldHours, mOldLosses, mOldChanges, mOldAgents;
+        mOlder, mRemove, mCount, mBegin, mOldMinutes, mOldHours, mOldLosses, mOldChanges, mOldAgents,
+        mLastSeries, mJoinSeries, mRemoveSeries;
     // Where a sweep by time has come to: what stands before it is kept, or may change yet.
     ZTNanoseconds mSweepTime = INT64_MIN;
     std::int64_t mSweepId = 0;
+    std::int64_t mJoinedTo = 0;  ///< of the series
 };

@@ -122,7 +122,8 @@ CREATE TABLE ports (         -- the host's own, as they were last seen
   port_id INTEGER,
   fabric TEXT NOT NULL,
   seen INTEGER NOT NULL,
-  here INTEGER NOT NULL      -- 1: it is there now
+  here INTEGER NOT NULL,     -- 1: it is there now
+  since INTEGER NOT NULL     -- it has its state; 0: not known
 ) WITHOUT ROWID;
 CREATE TABLE remote_ports (
   initiator TEXT NOT NULL,

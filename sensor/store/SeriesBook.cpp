@@ -58,6 +58,13 @@ ZTSKnownSeries& ZTCSeriesBook::find(const ZTSSeries& acrSeries) {
     return lAt != mKnown.end() ? lAt->second : mKnown.emplace(acrSeries, load(acrSeries)).first->second;
 }
 
+std::size_t ZTCSeriesBook::getCount() {
+    if (!mCount) {
+        mCount = static_cast<std::size_t>(*mCountAll.findNumber());
+    }
+    return *mCount;
+}
+
 ZTSKnownSeries ZTCSeriesBook::load(const ZTSSeries& acrSeries) {
     Texts lTexts = sTextsOf(acrSeries);
     const auto lOf = [&](ZTCStatement& arStatement, const auto&... acrMore) {
@@ -65,19 +72,17 @@ ZTSKnownSeries ZTCSeriesBook::load(const ZTSSeries& acrSeries) {
                                       lTexts.mInitiatorNode, lTexts.mFabric, lTexts.mRemote, lTexts.mTarget,
                                       lTexts.mTargetNode, acrMore...);
     };
-    if (!mCount) {
-        mCount = static_cast<std::size_t>(*mCountAll.findNumber());
-    }
     std::optional<std::int64_t> lId = lOf(mFind);
-    if (!lId && *mCount >= mLimit) {
+    if (!lId && getCount() >= mLimit) {
         lTexts.mRemote = "*";
         lTexts.mTarget = lTexts.mTargetNode = {};
         lId = lOf(mFind);
     }
     if (!lId) {
         constexpr ZTNanoseconds lNever = INT64_MAX;
+        const std::size_t lBefore = getCount();
         lId = lOf(mMake, lTexts.mKind, lNever);
-        ++*mCount;
+        mCount = lBefore + 1;
     }
     return {.mId = *lId,
             .mMembers = {mrSums.findMember(ZTEAxis::Kind, lTexts.mKind),

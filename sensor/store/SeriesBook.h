@@ -21,22 +21,24 @@ struct ZTSKnownSeries {
 /// is "*".
 class ZTCSeriesBook {
   public:
-    static constexpr std::size_t Limit = 100000;
-
-    ZTCSeriesBook(SQLite::Database& arDatabase, ZTCSums& arSums, std::size_t aLimit = Limit);
+    ZTCSeriesBook(SQLite::Database& arDatabase, ZTCSums& arSums, std::size_t aLimit);
 
     /// The series, made if there is none. It stays where it is until flush or forget.
     ZTSKnownSeries& find(const ZTSSeries& acrSeries);
     /// Adds a row, or what it has grown by, to its series and to the sums.
     void count(ZTSKnownSeries& arSeries, const ZTSRecord& acrRecord, std::uint64_t aEvents, bool aIsNew);
+    void setLimit(std::size_t aLimit) { mLimit = aLimit; }
+    /// Whether there is not much room for new ones.
+    bool isNearLimit() { return getCount() > mLimit / 4 * 3; }
     void flush();
     void forget();
 
   private:
+    std::size_t getCount();
     ZTSKnownSeries load(const ZTSSeries& acrSeries);
 
     ZTCSums& mrSums;
-    const std::size_t mLimit;
+    std::size_t mLimit;
     std::optional<std::size_t> mCount;  ///< of the table's rows; nothing: not known
     std::map<ZTSSeries, ZTSKnownSeries> mKnown;
     std::vector<ZTSKnownSeries*> mTouched;

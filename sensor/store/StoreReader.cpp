@@ -129,13 +129,26 @@ const ZTSSeries& ZTCStoreReader::seriesOf(std::int64_t aId) {
 }
 
 std::vector<ZTSStoredSeries> ZTCStoreReader::readSeries() {
-    return readAll<ZTSStoredSeries>(*this, ZTSeriesColumns, readStoredSeries);
+    return storeCall(mPath, [&] {
+        SQLite::Statement lRow(mDatabase, std::string(ZTSeriesColumns) + " WHERE id > ? ORDER BY id");
+        std::vector<ZTSStoredSeries> lSeries;
+        for (bool lIsMore = true; lIsMore;) {
+            ZTCStoreSlice lSlice(*this);
+            lRow.bind(1, lSeries.empty() ? 0 : lSeries.back().mId);
+            while ((lIsMore = lRow.executeStep())) {
+                lSeries.push_back(readStoredSeries(lRow));
+                if (lSlice.isEnough()) {
+                    break;
+                }
+            }
+            lRow.reset();
+        }
+        return lSeries;
+    });
 }
 
 std::vector<ZTSStoredPort> ZTCStoreReader::readPorts() {
-    const std::string lSince =
-        ", coalesce((SELECT max(time) FROM changes WHERE what = 'port' AND name = port AND attribute IN ('', "
-        "'state')), 0) FROM ports ORDER BY here DESC, length(host), host, port";
+    const std::string lSince = ", since FROM ports ORDER BY here DESC, length(host), host, port";
     return readAll<ZTSStoredPort>(*this, ZTPortColumns + lSince, [](SQLite::Statement& arRow) {
         return ZTSStoredPort{readLocalPort(arRow), arRow.getColumn(8).getInt() != 0,
                              arRow.getColumn(9).getInt64(), arRow.getColumn(10).getInt64()};

@@ -4,25 +4,20 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <type_traits>
 #include <utility>
 
-#include "BatchTables.h"
 #include "Holders.h"
-#include "Retention.h"
-#include "SeriesBook.h"
+#include "LogBytes.h"
 #include "StoreFile.h"
-#include "Wal.h"
+#include "StoreParts.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int sBusyMilliseconds = 5;  // the thread that calls does the waiting
 constexpr unsigned int sRowsBetweenLooks = 256;
 constexpr auto sRetireTime = 5ms;
 constexpr unsigned int sRetireRows = 128;
@@ -33,68 +28,6 @@ constexpr int sShrinkPages = 64;
 ZTNanoseconds sNow() {
     return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
 }
-
-// What a batch takes of the log, about, and rather more: its rows in the table and in its time's index stand
-// together, but a large one fills pages of its own; in the other index those of a series do, as do those that
-// go for them.
-std::uint64_t sLogBytes(const ZTSStoreBatch& acrBatch) {
-    constexpr std::uint64_t lRow = 100;
-    constexpr std::uint64_t lLargeRow = 1000;
-    constexpr std::uint64_t lPage = 4120;
-    constexpr std::uint64_t lSeriesPages = 4;
-    constexpr std::uint64_t lChange = 400;
-    std::uint64_t lBytes = acrBatch.mChanges.size() * lChange;
-    std::set<std::reference_wrapper<const ZTSSeries>, std::less<ZTSSeries>> lSeries;
-    for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
-        const std::uint64_t lSize = lRow + lrRow.mRecord.mData.size();
-        lBytes += lSize > lLargeRow ? (lSize / lPage + 1) * lPage : lSize * 3 / 2;
-        lSeries.insert(lrRow.mRecord.mSeries);
-    }
-    for (const ZTSChange& lrChange : acrBatch.mChanges) {
-        lBytes += 2 * (lrChange.mName.size() + lrChange.mBefore.size() + lrChange.mAfter.size());
-    }
-    return lBytes + lSeries.size() * lSeriesPages * lPage;
-}
-
-// What works on an open file.
-struct OpenStore {
-    OpenStore(const ZTSStoreOptions& acrOptions, SQLite::Database& arDatabase)
-        : mDatabase(setUp(arDatabase)),
-          mWal(mDatabase, acrOptions.mPath, acrOptions.mLogStays),
-          mSums(mDatabase),
-          mSeries(mDatabase, mSums, acrOptions.mSeriesLimit),
-          mTables(mDatabase),
-          mRetention(mDatabase),
-          mBegin(mDatabase, "BEGIN IMMEDIATE"),
-          mCommit(mDatabase, "COMMIT"),
-          mGetMeta(mDatabase, "SELECT value FROM meta WHERE name = ?"),
-          mSetMeta(mDatabase, "INSERT OR REPLACE INTO meta VALUES (?, ?)"),
-          mMaxMeta(
-              mDatabase,
-              "INSERT INTO meta VALUES (?, ?) ON CONFLICT DO UPDATE SET value = max(value, excluded.value)"),
-          mAddRow(mDatabase, "INSERT INTO records VALUES (?, ?, ?, ?, ?, ?)"),
-          mGrowRow(mDatabase,
-                   "UPDATE records SET last = ?2, occurrences = occurrences + ?3, data = ?4 WHERE id = ?1"),
-          mCountRecords(
-              mDatabase,
-              "SELECT (SELECT sum(records) FROM series) - coalesce((SELECT value FROM meta WHERE name = "
-              "'retired_records'), 0)") {}
-
-    static SQLite::Database& setUp(SQLite::Database& arDatabase) {
-        arDatabase.setBusyTimeout(sBusyMilliseconds);
-        // A page that is written before its transaction ends may be written several times, all into the log.
-        arDatabase.exec("PRAGMA cache_spill = OFF");
-        return arDatabase;
-    }
-
-    SQLite::Database& mDatabase;
-    ZTCWal mWal;
-    ZTCSums mSums;
-    ZTCSeriesBook mSeries;
-    ZTCBatchTables mTables;
-    ZTCRetention mRetention;
-    ZTCStatement mBegin, mCommit, mGetMeta, mSetMeta, mMaxMeta, mAddRow, mGrowRow, mCountRecords;
-};
 
 }  // namespace
 
@@ -116,7 +49,7 @@ class ZTCStoreWriter::Impl {
     }
 
     const ZTSStoreStart& getStart() const { return mStart; }
-    void setKeep(unsigned int aDays, std::uint64_t aBytes) { mKeep = {aDays, aBytes}; }
+    void setKeep(unsigned int aDays, std::uint64_t aBytes);
     void beginAnew();
     void write(const ZTSStoreBatch& acrBatch);
     bool retire(ZTNanoseconds aNow);
@@ -140,7 +73,8 @@ class ZTCStoreWriter::Impl {
     void makeRoom();
     void retireToSize(Clock::time_point aEnd);
     bool retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd);
-    OpenStore& getStore() const;
+    bool joinSeries(Clock::time_point aNow);
+    ZTSStoreParts& getStore() const;
     std::int64_t getMeta(const char* apName) const;
     void setMeta(const char* apName, std::int64_t aValue);
     template <class Work>
@@ -154,6 +88,7 @@ class ZTCStoreWriter::Impl {
     ZTSStoreStart mStart;
     ZTCClockTrust mClock;
     Clock::time_point mNextSweep;
+    Clock::time_point mNextJoin;  ///< of series
     std::uint64_t mRecords = 0;
     std::uint64_t mNewRecords = 0;  ///< of the running transaction
     std::uint64_t mGoneRecords = 0;
@@ -161,7 +96,7 @@ class ZTCStoreWriter::Impl {
     ZTNanoseconds mLongest = 0;  ///< as the store has it; 0: not known
     std::mutex mLock;            ///< of mpStore, which comes and goes while another thread makes a checkpoint
     std::optional<ZTSOpenedStore> mFile;
-    std::unique_ptr<OpenStore> mpStore;
+    std::unique_ptr<ZTSStoreParts> mpStore;
 };
 
 // ---- Opening and closing ----
@@ -172,7 +107,7 @@ void ZTCStoreWriter::Impl::open(ZTSOpenedStore aFile) {
     }
     mFile.emplace(std::move(aFile));
     try {
-        tell([&] { mpStore = std::make_unique<OpenStore>(mOptions, mFile->mDatabase); });
+        tell([&] { mpStore = std::make_unique<ZTSStoreParts>(mOptions, mKeep.mBytes, mFile->mDatabase); });
         inTransaction([&] { loadStart(); });
     } catch (...) {
         close();
@@ -229,7 +164,7 @@ void ZTCStoreWriter::Impl::finish() {
 
 // ---- Transactions ----
 
-OpenStore& ZTCStoreWriter::Impl::getStore() const {
+ZTSStoreParts& ZTCStoreWriter::Impl::getStore() const {
     if (mpStore == nullptr) {
         throw ZTCStoreError(ZTEStoreFault::Unusable, mOptions.mPath + " is not open");
     }
@@ -281,7 +216,7 @@ void ZTCStoreWriter::Impl::setMeta(const char* apName, std::int64_t aValue) {
 // ---- Writing ----
 
 void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
-    if (!tell([&] { return getStore().mWal.hasRoom(sLogBytes(acrBatch)); })) {
+    if (!tell([&] { return getStore().mWal.hasRoom(estimateLogBytes(acrBatch)); })) {
         throw ZTCStoreError(
             ZTEStoreFault::Busy,
             mOptions.mPath + "-wal is as large as it may be: somebody reads, and does not end");
@@ -355,6 +290,13 @@ ZTSRetentionFacts ZTCStoreWriter::Impl::look(ZTNanoseconds aNow, bool aIsClockTr
     return lFacts;
 }
 
+void ZTCStoreWriter::Impl::setKeep(unsigned int aDays, std::uint64_t aBytes) {
+    mKeep = {aDays, aBytes};
+    if (mpStore != nullptr) {
+        mpStore->mSeries.setLimit(limitOfSeries(mOptions.mSeriesLimit, aBytes));
+    }
+}
+
 // As much goes as comes, where there is no more room.
 void ZTCStoreWriter::Impl::makeRoom() {
     if (isAtLimit(look(0, false))) {
@@ -370,22 +312,25 @@ bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
     }
     const ZTSRetentionPlan lPlan = tell([&] { return planRetention(look(aNow, lIsTrusted)); });
     const bool lSweeps = lPlan.mOlderThan && lNow >= mNextSweep;
+    const bool lJoins = lNow >= mNextJoin && tell([&] { return mpStore->mSeries.isNearLimit(); });
+    bool lIsOlder = false;
     bool lIsMore = false;
-    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps) {
+    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps || lJoins) {
         mGoneRecords = 0;
         inTransaction([&] {
             if (lPlan.mIsFull) {
                 retireToSize(lNow + sRetireTime);
             }
-            lIsMore = lSweeps && retireByAge(*lPlan.mOlderThan, lNow + sRetireTime);
+            lIsOlder = lSweeps && retireByAge(*lPlan.mOlderThan, lNow + sRetireTime);
+            lIsMore = lJoins && joinSeries(lNow);
             if (lPlan.mShrinks) {
                 mpStore->mDatabase.exec("PRAGMA incremental_vacuum(" + std::to_string(sShrinkPages) + ')');
             }
         });
         mRecords -= mGoneRecords;
-        mNextSweep = lSweeps && !lIsMore ? lNow + sSweepEvery : mNextSweep;
+        mNextSweep = lSweeps && !lIsOlder ? lNow + sSweepEvery : mNextSweep;
         const ZTSRetentionPlan lNext = tell([&] { return planRetention(look(aNow, false)); });
-        lIsMore |= lNext.mShrinks || (lNext.mIsFull && mCouldRetire);
+        lIsMore |= lIsOlder || lNext.mShrinks || (lNext.mIsFull && mCouldRetire);
     }
     return lIsMore;
 }
@@ -408,6 +353,17 @@ bool ZTCStoreWriter::Impl::retireByAge(ZTNanoseconds aTime, Clock::time_point aE
         lIsMore = mpStore->mRetention.removeOlder(aTime, sRetireRows, mGoneRecords);
     }
     return lIsMore || mpStore->mRetention.removeSums(aTime);
+}
+
+// True: there is more.
+bool ZTCStoreWriter::Impl::joinSeries(Clock::time_point aNow) {
+    std::uint64_t lGone = 0;
+    const bool lIsMore = mpStore->mRetention.joinSeries(lGone);
+    if (lGone != 0) {
+        mpStore->mSeries.forget();
+    }
+    mNextJoin = lIsMore ? aNow : aNow + sSweepEvery;
+    return lIsMore;
 }
 
 // ---- What is beside the file ----

@@ -132,6 +132,35 @@ TEST_F(Retention, TheFileStaysBelowItsLimit) {
     expectRightSums();
 }
 
+TEST_F(Retention, SeriesThatHaveNoRecordsShareRowsBeforeTheyFillTheStore) {
+    const std::uint64_t lBytes = 2 * sMega;
+    ZTCStoreWriter lWriter(getOptions(lBytes));
+    ZTCTestBatches lBatches;
+    lBatches.mRemotes = 1'000'000;
+    const auto lWrite = [&](unsigned int aBatches) {
+        for (unsigned int lBatch = 0; lBatch < aBatches; ++lBatch) {
+            lWriter.write(lBatches.make(200));
+            lWriter.checkpoint();
+        }
+    };
+    lWrite(40);
+    const std::int64_t lBefore = ask("SELECT count(*) FROM series WHERE remote <> '*'");
+    const std::string lLast = "SELECT max(id) FROM series";
+    EXPECT_LE(lBefore, lBytes / 1600);
+    lBatches.mRemotes = 2;
+    lWrite(300);  // the records of the first ones go
+    while (lWriter.retire(lBatches.mTime)) {
+        EXPECT_GE(ask(lLast), lBefore);
+    }
+    EXPECT_LT(ask("SELECT count(*) FROM series WHERE remote <> '*'"), lBefore);
+    EXPECT_EQ(ask("SELECT sum(events) FROM series"), lBatches.mEvents);
+    EXPECT_EQ(ask("SELECT count(*) FROM records WHERE series NOT IN (SELECT id FROM series)"), 0);
+    EXPECT_GT(ask("SELECT count(*) FROM records"), 1000);
+    lWrite(3);
+    EXPECT_LT(lWriter.getSize().mBytes, lBytes * 12 / 10);
+    EXPECT_EQ(ask("SELECT sum(events) FROM series"), lBatches.mEvents);
+}
+
 TEST_F(Retention, WhatIsTooOldGoes) {
     ZTCStoreWriter lWriter(getOptions(100 * sMega));
     ZTCTestBatches lBatches;

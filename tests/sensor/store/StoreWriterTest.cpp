@@ -56,9 +56,11 @@ class Checkpoints {
   public:
     explicit Checkpoints(ZTCStoreWriter& arWriter)
         : mThread([this, &arWriter] {
-              while (!mEnds) {
+              const auto lMakesOne = [&] {
                   arWriter.checkpoint();
-                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                  return mEnds.load();
+              };
+              while (!waitUntil(lMakesOne)) {
               }
           }) {}
     ~Checkpoints() {
@@ -191,6 +193,29 @@ TEST_F(StoreWriter, TheAgentIsAsItWasWritten) {
     EXPECT_EQ(ask("SELECT count(*) FROM agents"), 1);
 }
 
+TEST_F(StoreWriter, APortIsAsItIsSinceItsLastChange) {
+    ZTCTestBatches lBatches;
+    ZTCStoreWriter lWriter(getOptions());
+    const auto lSince = [&](const ZTSChange& acrChange) {
+        ZTSStoreBatch lBatch;
+        lBatch.mChanges = {acrChange};
+        lWriter.write(lBatch);
+        lBatch = sFullBatch(lBatches, 1);
+        lBatch.mChanges.clear();
+        lWriter.write(lBatch);
+        return ask("SELECT since FROM ports");
+    };
+    const std::string lPort = ZTTestPort(2).toText();
+    const ZTNanoseconds lNow =
+        std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
+    EXPECT_EQ(lSince({7, "port", lPort, "came", "", "", "Online"}), 0) << "of long before it came";
+    EXPECT_EQ(lSince({9, "port", lPort, "changed", "state", "Online", "Linkdown"}), 9);
+    EXPECT_EQ(lSince({10, "port", lPort, "changed", "speed", "", "16 Gbit"}), 9);
+    EXPECT_EQ(lSince({11, "remote_port", lPort, "changed", "state", "", "Online"}), 9);
+    openStoreAgain(mPath).exec("DELETE FROM ports");
+    EXPECT_EQ(lSince({lNow, "port", lPort, "came", "", "", "Online"}), lNow);
+}
+
 TEST_F(StoreWriter, AnAgentThatIsStartedAgainAndAgainFillsNothing) {
     ZTCTestBatches lBatches;
     ZTCStoreWriter lWriter(getOptions());
@@ -233,7 +258,9 @@ TEST_F(StoreWriter, ReadersInSlicesHoldUpNothing) {
             while (!lEnds) {
                 SQLite::Transaction lSlice(lStore);
                 ZTAskStore(lStore, "SELECT count(*) FROM series");
-                std::this_thread::sleep_for(std::chrono::milliseconds(20 + lReader * 5));
+                const auto lEnd =
+                    std::chrono::steady_clock::now() + std::chrono::milliseconds(20 + lReader * 5);
+                waitUntil([&] { return lEnds || std::chrono::steady_clock::now() >= lEnd; });
             }
         });
     }

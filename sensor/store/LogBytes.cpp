@@ -1,0 +1,25 @@
+#include "LogBytes.h"
+
+#include <functional>
+#include <set>
+
+// A batch's rows in the table and in its time's index stand together, but a large one fills pages of its own;
+// in the other index those of a series do, as do those that go for them.
+std::uint64_t estimateLogBytes(const ZTSStoreBatch& acrBatch) {
+    constexpr std::uint64_t lRow = 100;
+    constexpr std::uint64_t lLargeRow = 1000;
+    constexpr std::uint64_t lPage = 4120;
+    constexpr std::uint64_t lSeriesPages = 4;
+    constexpr std::uint64_t lChange = 400;
+    std::uint64_t lBytes = acrBatch.mChanges.size() * lChange;
+    std::set<std::reference_wrapper<const ZTSSeries>, std::less<ZTSSeries>> lSeries;
+    for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
+        const std::uint64_t lSize = lRow + lrRow.mRecord.mData.size();
+        lBytes += lSize > lLargeRow ? (lSize / lPage + 1) * lPage : lSize * 3 / 2;
+        lSeries.insert(lrRow.mRecord.mSeries);
+    }
+    for (const ZTSChange& lrChange : acrBatch.mChanges) {
+        lBytes += 2 * (lrChange.mName.size() + lrChange.mBefore.size() + lrChange.mAfter.size());
+    }
+    return lBytes + lSeries.size() * lSeriesPages * lPage;
+}
