@@ -26,8 +26,8 @@ std::int32_t sNumberAt(const Page& acrPage, std::size_t aOffset) {
 
 // See "Database File Format" of SQLite's documents.
 bool sIsOurs(const Page& acrPage) {
-    constexpr char sMagic[16] = "SQLite format 3";
-    return memcmp(acrPage.data(), sMagic, sizeof sMagic) == 0 && acrPage[16] == ZTPageSize >> 8 &&
+    constexpr char lMagic[16] = "SQLite format 3";
+    return memcmp(acrPage.data(), lMagic, sizeof lMagic) == 0 && acrPage[16] == ZTPageSize >> 8 &&
            acrPage[17] == 0 && acrPage[20] == ZTPageSumSize && sNumberAt(acrPage, 68) == ZTStoreApplication;
 }
 
