@@ -10,6 +10,14 @@
 
 #include "StoreLock.h"
 
+#ifdef __SANITIZE_THREAD__
+// To it a number is the same descriptor in all threads: here it is not.
+extern "C" const char* __tsan_default_suppressions();
+extern "C" const char* __tsan_default_suppressions() {
+    return "race:OwnDescriptors.cpp";
+}
+#endif
+
 void withOwnDescriptors(const std::string& acrPath, const std::function<void()>& acrWork) {
     std::exception_ptr lpError;
     std::thread lThread;

@@ -18,7 +18,11 @@ namespace {
 constexpr int sFailed = 1;
 constexpr int sWrongUsage = 2;
 
+#ifdef __SANITIZE_THREAD__
+constexpr std::size_t sStackSize = std::size_t{8} << 20;  // what it notes of a thread lies in the stack
+#else
 constexpr std::size_t sStackSize = std::size_t{512} << 10;
+#endif
 constexpr std::size_t sRoom = std::size_t{160} << 20;  // for the buffer, a batch, and the store's pages
 
 // What stands on a disk that stands still is not to be needed: all that is touched stays in memory. Where it
