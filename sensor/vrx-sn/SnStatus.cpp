@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <mutex>
+
 #include "SnFigures.h"
 
 namespace {
@@ -23,6 +25,8 @@ std::string sCounted(std::uint64_t aNumber, const char* apWhat) {
 std::time_t ZTCSnStatus::beginOfDay(Clock::time_point aNow) {
     const std::time_t lNow = Clock::to_time_t(aNow);
     std::tm lDay{};
+    static std::mutex sLock;  // the C library has one, which the thread sanitizer does not see
+    const std::lock_guard lLock(sLock);
     localtime_r(&lNow, &lDay);
     lDay.tm_hour = lDay.tm_min = lDay.tm_sec = 0;
     lDay.tm_isdst = -1;
