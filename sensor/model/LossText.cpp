@@ -11,7 +11,7 @@ std::string groupedText(std::uint64_t aNumber) {
 }
 
 const std::vector<ZTSLossReason>& listLossReasons() {
-    static const std::vector<ZTSLossReason> lReasons = {
+    static const std::vector<ZTSLossReason> sReasons = {
         {"agent", "limit", "it held as much as it may, and nobody fetched in time"},
         {"agent", "unknown_board", "they were of an adapter that it does not know"},
         {"agent", "too_short", "the vendor's library gave less data than their kind has"},
@@ -30,7 +30,7 @@ const std::vector<ZTSLossReason>& listLossReasons() {
         {"sensor", "answer", "the agent's answer could not be read"},
         {"sensor", "buffer", "the store took nothing for so long that there was no room left"},
         {"sensor", "store", "the store that had them was damaged and set aside, or was taken away"}};
-    return lReasons;
+    return sReasons;
 }
 
 std::string lossText(const ZTSLoss& acrLoss) {

@@ -86,9 +86,9 @@ int sReadPage(ZTSSummedFile& arFile, void* apPage, sqlite3_int64 aOffset) {
 // What is smaller than any page is the header: SQLite looks at it before it has a lock, when it may be half
 // written, and again, with its page, when it has one. Pages of another size come of a header that is wrong.
 int sRead(sqlite3_file* apFile, void* apBytes, int aCount, sqlite3_int64 aOffset) {
-    constexpr int sSmallestPage = 512;
+    constexpr int lSmallestPage = 512;
     sqlite3_file* const lpBelow = sBelow(apFile);
-    if (!sGet(apFile).mIsMain || aCount < sSmallestPage) {
+    if (!sGet(apFile).mIsMain || aCount < lSmallestPage) {
         return lpBelow->pMethods->xRead(lpBelow, apBytes, aCount, aOffset);
     }
     return aCount == static_cast<int>(ZTPageSize) && aOffset % aCount == 0
