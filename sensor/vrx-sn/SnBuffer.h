@@ -41,6 +41,10 @@ class ZTCSnBuffer {
     void takeChange(ZTSChange aChange);
     void takePorts(ZTSHostPorts aPorts);
     void takeLabels(ZTPortLabels aLabels);
+    /// What the host has told: joined with what waits. Where there is no room sums become coarser, then the
+    /// rest is counted as lost.
+    void takeHost(ZTSHostNews aNews);
+    void takeFacts(ZTSHostFacts aFacts);
     /// Closes the rows whose time is over, so that this is stored too.
     void closeDue(Clock::time_point aNow);
     /// All rows: nothing more comes.

@@ -17,6 +17,10 @@ struct ZTSLocalPort {
     std::string mType;                     ///< "NPort (fabric via point-to-point)"
     std::optional<std::uint32_t> mPortId;  ///< its address, 24 bits
     std::string mFabric;  ///< the fabric's name of the names file, else its world wide name; empty: not known
+    std::string mSymbolicName{};  ///< what the driver says of itself to the fabric
+    std::string mModel{};
+    std::string mFirmware{};  ///< its version
+    std::string mDriver{};    ///< its name and version: "fcoe 1.2"
 
     bool operator==(const ZTSLocalPort&) const = default;
 };
@@ -27,7 +31,8 @@ struct ZTSRemotePort {
     std::string mState;
     std::string mRoles;  ///< "FCP Target"
     std::optional<std::uint32_t> mPortId;
-    std::string mFabric;  ///< the initiator's
+    std::string mFabric;                         ///< the initiator's
+    std::optional<std::uint32_t> mDevLossTmo{};  ///< seconds until a port that is gone takes its LUNs with it
 
     bool operator==(const ZTSRemotePort&) const = default;
 };

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "HostFacts.h"
+#include "HostNews.h"
 #include "Ports.h"
 #include "Record.h"
 
@@ -41,12 +43,14 @@ struct ZTSStoreBatch {
     std::vector<ZTSAgentRun> mAgents;    ///< runs that have changed, the oldest first
     std::optional<ZTSHostPorts> mPorts;  ///< all that there are
     std::optional<ZTPortLabels> mLabels;
+    ZTSHostNews mHost;
+    std::optional<ZTSHostFacts> mFacts;
     /// It is not written again when it is the last one that is there; 0: not known.
     std::uint64_t mNumber = 0;
 
     bool isEmpty() const {
         return mRows.empty() && mClosedTo == 0 && mLosses.empty() && mChanges.empty() && mAgents.empty() &&
-               !mPorts && !mLabels;
+               !mPorts && !mLabels && !mFacts && mHost.isEmpty();
     }
 };
 
@@ -63,4 +67,9 @@ struct ZTSStoreStart {
     std::optional<ZTSAgentRun> mAgent;  ///< the last one
     /// The ports that were there when they were last written; nothing: it is new.
     std::optional<ZTSHostPorts> mPorts;
+    /// LUNs, maps and what stood above, as they were last written; nothing: none were.
+    std::optional<ZTSHostStorage> mStorage;
+    /// Stalls that were not over when they were last written.
+    std::vector<ZTSStall> mStalls;
+    ZTSHostFacts mFacts;  ///< as they were last written
 };

@@ -7,9 +7,11 @@
 #include <limits>
 #include <unordered_map>
 
+#include "HostNews.h"
 #include "Ports.h"
 #include "Record.h"
 #include "StoreFile.h"
+#include "StoreRequest.h"
 
 /// What is asked for. An empty list takes all.
 struct ZTSHistoryFilter {
@@ -75,6 +77,42 @@ struct ZTSStoreSum {
 enum class ZTEStoreAxis : unsigned char { Kind = 1, Initiator, Target, Fabric };
 enum class ZTEStoreBin : unsigned char { Minute, Hour };
 
+struct ZTSStoredFpin {
+    std::uint64_t mId = 0;
+    ZTSFpin mFpin;
+};
+struct ZTSStoredStall {
+    std::uint64_t mId = 0;
+    ZTSStall mStall;
+};
+struct ZTSStoredLun {
+    ZTSLun mLun;
+    bool mIsHere = false;
+    ZTNanoseconds mSeen = 0;  ///< when it was last seen
+};
+struct ZTSStoredMap {
+    ZTSMap mMap;
+    bool mIsHere = false;
+    ZTNanoseconds mSeen = 0;
+    ZTNanoseconds mSince = 0;  ///< since when it has as many usable paths as it has; 0: not known
+};
+struct ZTSStoredStorage {
+    ZTNanoseconds mTime = 0;  ///< when it was last written; 0: never
+    std::vector<ZTSStoredLun> mLuns;
+    std::vector<ZTSStoredMap> mMaps;
+    std::vector<ZTSVolume> mVolumes;
+    std::vector<ZTSMount> mMounts;
+
+    /// What is there, as the host showed it.
+    ZTSHostStorage listHere() const;
+};
+struct ZTSStoredMeasure {
+    std::int64_t mTime = 0;  ///< seconds since 1970
+    ZTSMeasured mWhose;
+    std::string mName;
+    std::uint64_t mValue = 0;
+};
+
 /// How far a store has come.
 struct ZTSStorePlace {
     std::string mStore;           ///< its UUID
@@ -82,6 +120,8 @@ struct ZTSStorePlace {
     std::uint64_t mLastRecord = 0;
     std::uint64_t mLastLoss = 0;
     std::uint64_t mLastChange = 0;
+    std::uint64_t mLastFpin = 0;
+    std::uint64_t mLastStall = 0;
 };
 
 /// One thread. Everything is read in transactions of a quarter of a second at most, so that whoever writes
@@ -98,6 +138,19 @@ class ZTCStoreReader {
     std::vector<ZTSStoredPort> readPorts();
     std::vector<ZTSStoredRemotePort> readRemotePorts();
     ZTPortLabels readLabels();
+    /// As it was last written: what is there, and what has gone since but is still missing.
+    ZTSStoredStorage readStorage();
+    /// Those that overlap the time, in the order of their begin; 0: no limit.
+    std::vector<ZTSStoredFpin> readFpins(ZTNanoseconds aSince, ZTNanoseconds aUntil, std::size_t aLimit = 0);
+    std::vector<ZTSStoredStall> readStalls(ZTNanoseconds aSince, ZTNanoseconds aUntil,
+                                           std::size_t aLimit = 0);
+    std::vector<ZTSBlindSpot> readBlindSpots();
+    std::vector<ZTSWindow> readWindows();
+    /// From one time to before another, in the order of time; an empty name takes all measures.
+    std::vector<ZTSStoredMeasure> readMeasures(const std::string& acrName, ZTEStoreBin aBin,
+                                               std::int64_t aFrom, std::int64_t aTo);
+    /// What somebody has asked vrx-sn for, and it has not done yet.
+    std::vector<ZTSStoreRequest> readRequests();
     std::vector<ZTSLossTotal> readLossTotals();
     /// From one time to before another, in the order of time.
     std::vector<ZTSStoreSum> readSums(ZTEStoreAxis aAxis, ZTEStoreBin aBin, std::int64_t aFrom,

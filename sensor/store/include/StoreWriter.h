@@ -6,6 +6,7 @@
 
 #include "StoreBatch.h"
 #include "StoreError.h"
+#include "StoreRequest.h"
 
 struct ZTSStoreOptions {
     std::string mPath;
@@ -46,6 +47,9 @@ class ZTCStoreWriter {
     /// ZTCStoreError; Busy also while the log beside the file is as large as it may be, because a reader
     /// keeps it from being emptied.
     void write(const ZTSStoreBatch& acrBatch);
+    /// What somebody has asked for since the last call, the oldest first; a note has become a change by then.
+    /// Costs next to nothing where there is nothing. Throws ZTCStoreError: nothing was taken.
+    std::vector<ZTSStoreRequest> takeRequests();
     /// Removes a little of what is too old or too much. aNow: by the clock. True: there is more to do.
     /// Throws ZTCStoreError.
     bool retire(ZTNanoseconds aNow);

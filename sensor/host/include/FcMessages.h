@@ -1,0 +1,29 @@
+// What the kernel's Fibre Channel transport tells of the fabric's performance.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "Fpin.h"
+#include "Ports.h"
+
+/// One thread.
+class ZTCFcMessages {
+  public:
+    /// What one receive has brought: the descriptors of its FPINs are added, with the ports of the host that
+    /// they name. Throws std::bad_alloc.
+    void take(std::span<const unsigned char> aBytes, const ZTSHostPorts& acrPorts, ZTNanoseconds aTime,
+              std::vector<ZTSFpin>& arFpins);
+
+    std::uint64_t countFpins() const { return mFpins; }  ///< messages that were one
+    std::uint64_t countMalformed() const {
+        return mMalformed;
+    }                                                  ///< with something that is not what its length says
+    std::uint64_t countLost() const { return mLost; }  ///< messages that never came, by their numbers
+
+  private:
+    std::optional<std::uint32_t> mLastNumber;
+    std::uint64_t mFpins = 0, mMalformed = 0, mLost = 0;
+};

@@ -1,0 +1,47 @@
+// The LUNs of this host, the paths to them and what stands above, looked at a slice at a time.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <vector>
+
+#include "Multipathd.h"
+#include "Ports.h"
+#include "Storage.h"
+#include "Uevent.h"
+
+/// What comes or goes is seen at once where the kernel tells of it, and within a minute of slices where not.
+/// What cannot be read is not known; what vanishes while it is read is gone at the next look. One thread.
+/// Throws std::bad_alloc alone: the next slice is as good.
+class ZTCHostStorage {
+  public:
+    /// What there is beyond is left out.
+    static constexpr std::size_t MostLuns = 16384;
+    static constexpr std::size_t MostMaps = 4096;
+    static constexpr std::size_t MostMounts = 8192;
+
+    explicit ZTCHostStorage(std::string aRoot);
+    ~ZTCHostStorage();
+    ZTCHostStorage(const ZTCHostStorage&) = delete;
+    ZTCHostStorage& operator=(const ZTCHostStorage&) = delete;
+
+    /// A device came, went or changed, or device mapper tells of a path.
+    void take(const ZTSUevent& acrEvent);
+    /// Messages were lost, or this is the begin: everything is looked at anew, soon.
+    void lookAnew();
+    /// How the paths stand now, of all maps; what device mapper has told since it was asked stays.
+    void takePaths(const std::vector<ZTSMultipathdPath>& acrPaths);
+    /// A slice, a second after the last one: so much processor time at most, and what is due at once first.
+    /// True: getStorage() is not what it was.
+    bool step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aMost);
+    /// Whether everything has been looked at once since the begin.
+    bool isWhole() const;
+    /// mTotal of the maps is what there is: whoever remembers knows better.
+    const ZTSHostStorage& getStorage() const;
+    /// How many LUNs, maps and mounts are left out.
+    std::size_t getLeftOut() const;
+
+  private:
+    class Impl;
+    std::unique_ptr<Impl> mpImpl;
+};

@@ -1,0 +1,78 @@
+#include "Measures.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr std::int64_t sMinute = 60;
+constexpr std::int64_t sHour = 60 * sMinute;
+
+std::int64_t sBeginOf(ZTNanoseconds aTime, std::int64_t aLength) {
+    const std::int64_t lSeconds = aTime / ZTSecond;
+    return lSeconds - lSeconds % aLength;
+}
+
+}  // namespace
+
+void ZTCMeasures::add(ZTNanoseconds aTime, const ZTSMeasured& acrWhose, const std::string& acrName,
+                      std::uint64_t aValue) {
+    put({sBeginOf(aTime, sMinute), false, acrWhose, acrName}, aValue);
+}
+
+void ZTCMeasures::addToHour(ZTNanoseconds aTime, const ZTSMeasured& acrWhose, const std::string& acrName,
+                            std::uint64_t aValue) {
+    put({sBeginOf(aTime, sHour), true, acrWhose, acrName}, aValue);
+}
+
+void ZTCMeasures::join(const ZTCMeasures& acrMore) {
+    for (const auto& [lrKey, lValue] : acrMore.mValues) {
+        put(lrKey, lValue);
+    }
+}
+
+void ZTCMeasures::coarsen() {
+    for (auto& [lrKey, lValue] : std::exchange(mValues, {})) {
+        Key lKey = lrKey;
+        lKey.mTime -= lKey.mTime % sHour;
+        lKey.mIsHour = true;
+        put(std::move(lKey), lValue);
+    }
+}
+
+std::size_t ZTCMeasures::getBytes() const {
+    return mValues.size() * (sizeof(Key) + sizeof(std::uint64_t) + 4 * sizeof(void*));
+}
+
+void ZTCMeasures::put(Key aKey, std::uint64_t aValue) {
+    if (aValue == 0) {
+        return;
+    }
+    const ZTSMeasureFacts* const lpFacts = findMeasure(aKey.mName);
+    std::uint64_t& lrValue = mValues[std::move(aKey)];
+    lrValue = lpFacts != nullptr && lpFacts->mSum == ZTEMeasureSum::Most ? std::max(lrValue, aValue)
+                                                                         : lrValue + aValue;
+}
+
+const ZTSMeasureFacts* findMeasure(const std::string& acrName) {
+    static const ZTSMeasureFacts sMeasures[] = {
+        {"commands", ZTEMeasureSum::Add, "commands that disks completed"},
+        {"command_us", ZTEMeasureSum::Add, "the time that these took, together, in microseconds"},
+        {"slowest_us", ZTEMeasureSum::Most,
+         "of the slowest five seconds, the mean time a command in microseconds"},
+        {"link_failure_count", ZTEMeasureSum::Add, "links that failed"},
+        {"loss_of_sync_count", ZTEMeasureSum::Add, "losses of synchronization"},
+        {"loss_of_signal_count", ZTEMeasureSum::Add, "losses of signal"},
+        {"prim_seq_protocol_err_count", ZTEMeasureSum::Add, "errors of the primitive sequence protocol"},
+        {"invalid_tx_word_count", ZTEMeasureSum::Add, "invalid transmission words"},
+        {"invalid_crc_count", ZTEMeasureSum::Add, "frames with a wrong check sum"},
+        {"lip_count", ZTEMeasureSum::Add, "loop initializations"},
+        {"nos_count", ZTEMeasureSum::Add, "not operational sequences"},
+        {"error_frames", ZTEMeasureSum::Add, "frames with an error"},
+        {"dumped_frames", ZTEMeasureSum::Add, "frames that were thrown away"},
+    };
+    const auto* const lpAt =
+        std::find_if(std::begin(sMeasures), std::end(sMeasures),
+                     [&](const ZTSMeasureFacts& acrFacts) { return acrName == acrFacts.mpName; });
+    return lpAt != std::end(sMeasures) ? lpAt : nullptr;
+}

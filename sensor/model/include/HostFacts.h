@@ -1,0 +1,22 @@
+// What is known of a host as a whole, and changes seldom.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Record.h"
+
+/// Empty: not known. A plain value: any thread.
+struct ZTSHostFacts {
+    std::string mKernel;           ///< "6.1.0-28-amd64"
+    std::string mBoot;             ///< an id of this boot
+    ZTNanoseconds mBooted = 0;     ///< when it began
+    std::string mMultipathConfig;  ///< a hash of multipath's configuration; "none": there is none
+
+    bool operator==(const ZTSHostFacts&) const = default;
+};
+
+/// A row for each that is not what it was: "host", changed, "kernel"; "host", "booted". What is not known
+/// says nothing.
+std::vector<ZTSChange> listFactChanges(const ZTSHostFacts& acrBefore, const ZTSHostFacts& acrAfter,
+                                       ZTNanoseconds aTime);

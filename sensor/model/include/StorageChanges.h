@@ -1,0 +1,14 @@
+// What has become of LUNs, maps and mounts from one look to the next.
+#pragma once
+
+#include <vector>
+
+#include "Record.h"
+#include "Storage.h"
+
+/// A row for each that came, went or has something else: of a "lun" (its name, ZTSLun::getName) state,
+/// access, queue_depth, serial, wwid; of a "map" its usable paths ("8 of 8", "4 of 8") and its number; of a
+/// "volume" and a "mount" that they came and went. Never more than so many rows of one kind: a row tells of
+/// the rest.
+std::vector<ZTSChange> listStorageChanges(const ZTSHostStorage& acrBefore, const ZTSHostStorage& acrAfter,
+                                          ZTNanoseconds aTime);
