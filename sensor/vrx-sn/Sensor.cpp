@@ -120,16 +120,18 @@ ZTCSensor::~ZTCSensor() {
 
 // In the store's thread, so that nobody else waits for its disk.
 void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
-    if (acrStart.mWasInUse) {
-        noteSelf(acrStart.mWriter, "went", "unknown");
-    }
-    noteSelf(std::to_string(getpid()), "came", "version " ZT_SENSOR_VERSION);
     try {
         mHost.setStart(acrStart);
     } catch (const std::bad_alloc&) {
         // Then it is not told what became of the ports meanwhile.
     }
     mLoop.setStart(acrStart);
+    // Behind what may fail for want of memory: all of this is done again then.
+    if (acrStart.mWasInUse && !mIsOtherTold) {
+        noteSelf(acrStart.mWriter, "went", "unknown");
+        mIsOtherTold = true;
+    }
+    noteSelf(std::to_string(getpid()), "came", "version " ZT_SENSOR_VERSION);
     try {
         mStatus.takeToday(
             sEventsSince(mOptions.mStore, ZTCSnStatus::beginOfDay(std::chrono::system_clock::now())));
