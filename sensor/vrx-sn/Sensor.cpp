@@ -151,8 +151,6 @@ int ZTCSensor::run() {
     mStore.waitUntilOpen(sOpenTime);
     mCollecting = startSnThread("vrx-sn-agent", [this] { collect(); });
     mNotify.tellReady();
-    mrLog.note(ZTSL_Notice, "collecting from %s into %s", mOptions.mDirectory.c_str(),
-               mOptions.mStore.c_str());
     for (Event lEvent = waitForEvent(); lEvent != Event::End; lEvent = waitForEvent()) {
         if (lEvent == Event::Broken) {
             takeFailure();
