@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -41,7 +42,10 @@ ZTSStoreHolder sRead(int aFile) {
     lHolder.mIsKnown = lCount >= 0;
     std::istringstream lText(std::string(lBytes.data(), lCount > 0 ? static_cast<std::size_t>(lCount) : 0));
     std::string lBoot;
-    lText >> lHolder.mProcess >> lBoot >> std::ws;
+    std::string lMade;
+    lText >> lHolder.mProcess >> lBoot;
+    std::getline(lText, lMade);
+    lHolder.mMade = std::strtoll(lMade.c_str(), nullptr, 10);
     std::getline(lText, lHolder.mSetAside);
     lHolder.mIsOfBoot = !lBoot.empty() && lBoot == sBoot();
     struct flock lLock = sWholeFile(F_RDLCK);
@@ -92,10 +96,20 @@ ZTCStoreLock::ZTCStoreLock(const std::string& acrStore) {
 }
 
 void ZTCStoreLock::noteSetAside(const std::string& acrPath) {
-    const std::string lText = std::to_string(getpid()) + " " + sBoot() + "\n" + acrPath + "\n";
+    mBefore.mSetAside = acrPath;
+    write();
+}
+
+void ZTCStoreLock::noteMade(std::int64_t aTime) {
+    mBefore.mMade = aTime;
+    write();
+}
+
+void ZTCStoreLock::write() const {
+    const std::string lText = std::to_string(getpid()) + " " + sBoot() + " " + std::to_string(mBefore.mMade) +
+                              "\n" + mBefore.mSetAside + "\n";
     // On a full disk nothing of it may be there: the lock holds all the same.
     if (ftruncate(mFile.get(), 0) == 0) {
         [[maybe_unused]] const ssize_t lWritten = pwrite(mFile.get(), lText.data(), lText.size(), 0);
     }
-    mBefore.mSetAside = acrPath;
 }

@@ -104,6 +104,7 @@ class ZTCStoreWriter::Impl {
 void ZTCStoreWriter::Impl::open(ZTSOpenedStore aFile) {
     if (!aFile.mSetAside.empty()) {
         mStart.mSetAside = aFile.mSetAside;
+        mStart.mSetAsideMade = aFile.mLock.getBefore().mMade;
     }
     mFile.emplace(std::move(aFile));
     try {
@@ -124,12 +125,14 @@ std::optional<ZTSOpenedStore> ZTCStoreWriter::Impl::close() {
 void ZTCStoreWriter::Impl::loadStart() {
     SQLite::Database& lrDatabase = getStore().mDatabase;
     const std::int64_t lLast = lrDatabase.execAndGet("SELECT coalesce(max(id), 0) FROM records").getInt64();
-    std::string lSetAside = std::move(mStart.mSetAside);
+    ZTSStoreStart lBefore = std::move(mStart);
     mStart = {};
-    mStart.mSetAside = std::move(lSetAside);
+    mStart.mSetAside = std::move(lBefore.mSetAside);
+    mStart.mSetAsideMade = lBefore.mSetAsideMade;
     mStart.mIsMended = mFile->mIsMended;
     mStart.mStore = lrDatabase.execAndGet("SELECT value FROM meta WHERE name = 'store'").getString();
     mStart.mMade = getMeta("made");
+    mFile->mLock.noteMade(mStart.mMade);
     mStart.mNextId = static_cast<std::uint64_t>(lLast) + 1;
     mStart.mWasInUse = getMeta("in_use") != 0;
     mStart.mWriter = mFile->mLock.getBefore().mProcess;

@@ -189,6 +189,9 @@ int runHistory(const ZTSScopeOptions& acrOptions) {
         throw ZTCScopeUsage(lrHistory.mIsSummary ? "--summary and --follow do not go together"
                                                  : "what goes on and on is no single document: use --ndjson");
     }
+    if (lrHistory.mIsSummary && lrHistory.mLimit != 0) {
+        throw ZTCScopeUsage("--summary and --limit do not go together");
+    }
     try {
         if (lrHistory.mIsSummary) {
             put(summaryText(acrOptions));

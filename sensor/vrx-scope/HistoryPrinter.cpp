@@ -122,16 +122,14 @@ class Tables : public ZTCHistoryPrinter {
   public:
     Tables(ZTSHistoryFrame aFrame, const std::vector<ZTSStoredSeries>& acrSeries, Out aOut)
         : ZTCHistoryPrinter(std::move(aFrame), std::move(aOut)) {
-        constexpr std::uint64_t lUsual = 999'999;
-        const std::string lFirst = plainText(toSensorTime(ZTNanoseconds{0}), mFrame.mInUtc);
+        // A usual row, queue_full: where nothing is there yet more may come while it is followed.
+        ZTSSeries lUsual;
+        lUsual.mCategory = 4;
+        lUsual.mSubcategory = 1;
+        lUsual.mRemote = ZTSWwn{};
+        measure(lUsual);
         for (const ZTSStoredSeries& lrSeries : acrSeries) {
-            const ZTSSeries& lrPorts = lrSeries.mSeries;
-            ZTSSensorRecord lKind;
-            lKind.mCategory = lrPorts.mCategory;
-            lKind.mSubcategory = lrPorts.mSubcategory;
-            mTable.measure({lFirst, std::string(lFirst, 11, 12), kindText(lKind), groupedText(lUsual),
-                            portText(mFrame.mLabels, lrPorts.mInitiator.mPort),
-                            portText(mFrame.mLabels, lrPorts.mRemote), ""});
+            measure(lrSeries.mSeries);
         }
     }
 
@@ -168,6 +166,16 @@ class Tables : public ZTCHistoryPrinter {
     }
 
   private:
+    void measure(const ZTSSeries& acrSeries) {
+        constexpr std::uint64_t lUsual = 999'999;
+        const std::string lFirst = plainText(toSensorTime(ZTNanoseconds{0}), mFrame.mInUtc);
+        ZTSSensorRecord lKind;
+        lKind.mCategory = acrSeries.mCategory;
+        lKind.mSubcategory = acrSeries.mSubcategory;
+        mTable.measure({lFirst, std::string(lFirst, 11, 12), kindText(lKind), groupedText(lUsual),
+                        portText(mFrame.mLabels, acrSeries.mInitiator.mPort),
+                        portText(mFrame.mLabels, acrSeries.mRemote), ""});
+    }
     void addHeading() {
         mText += mHasHeading ? "" : mTable.getHeading();
         mHasHeading = true;

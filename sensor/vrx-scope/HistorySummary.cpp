@@ -163,9 +163,9 @@ std::string sTextOf(const Summary& acrSummary, bool aInUtc) {
                     acrSummary.mAll.mRecords == 1 ? "" : "s");
     lText +=
         acrSummary.mLost.mEvents != 0 ? fmt::format(", {} lost", groupedText(acrSummary.mLost.mEvents)) : "";
-    lText += acrSummary.mLost.mUnknown != 0
-                 ? fmt::format(", {} times an unknown number lost", acrSummary.mLost.mUnknown)
-                 : "";
+    if (const std::uint64_t lTimes = acrSummary.mLost.mUnknown; lTimes != 0) {
+        lText += ", an unknown number lost " + (lTimes == 1 ? "once" : groupedText(lTimes) + " times");
+    }
     lText += "\n";
     for (const auto& [lpAxis, lrSums] : acrSummary.mBy) {
         if (lrSums.empty()) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "AgentCollection.h"
 #include "AgentStatus.h"
@@ -46,6 +47,7 @@ ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer
       mrLog(arLog),
       mTurn(std::move(aTurn)),
       mDirectory(acrOptions.mDirectory),
+      mStore(acrOptions.mStore),
       mEvery(acrOptions.mEvery),
       mCeiling(acrOptions.mCeiling),
       mDirectoryTrouble(arLog, "the agent's directory cannot be used"),
@@ -125,6 +127,9 @@ void ZTCAgentLoop::turn() {
         claim();
     }
     beHere();
+    if (!std::exchange(mIsBeginTold, true)) {
+        mrLog.note(ZTSL_Notice, "collecting from %s into %s", mDirectory.c_str(), mStore.c_str());
+    }
     if (mpSight != nullptr && mpSight->hasGone()) {
         detach();
     }

@@ -78,6 +78,7 @@ class ZTCAgentLoop {
     ZTCSnLog& mrLog;
     const Turn mTurn;
     const std::string mDirectory;
+    const std::string mStore;  ///< its name
     ZTCWaitEnd mEnd;
 
     std::atomic<std::chrono::milliseconds> mEvery;
@@ -92,8 +93,9 @@ class ZTCAgentLoop {
     std::unique_ptr<ZTCAgentSight> mpSight;
     const ZTSBookFigures* mpSeen = nullptr;  ///< of the sight's last look
     bool mHasBegun = false;                  ///< the first turn is over
-    bool mIsGreeted = false;                 ///< the agent has answered the first words
-    bool mIsMuch = false;                    ///< the last answer was long: the next is asked for at once
+    bool mIsBeginTold = false;
+    bool mIsGreeted = false;  ///< the agent has answered the first words
+    bool mIsMuch = false;     ///< the last answer was long: the next is asked for at once
     unsigned int mLooksWithoutFigures = 0;
     unsigned int mLostAnswers = 0;
     Clock::time_point mNextFetch;

@@ -1,7 +1,6 @@
 #include "HostLook.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,7 +10,6 @@
 #include <cstring>
 #include <mutex>
 #include <new>
-#include <thread>
 
 #include "HostPorts.h"
 #include "PortBook.h"
@@ -19,6 +17,7 @@
 #include "SensorFiles.h"
 #include "SnBuffer.h"
 #include "SnLog.h"
+#include "SnThread.h"
 
 namespace {
 
@@ -65,10 +64,10 @@ class ZTCHostLook::Shared {
         : mrBuffer(arBuffer), mrLog(arLog), mHostPorts(acrRoot) {}
 
     using Run = void (Shared::*)(std::unique_lock<std::mutex>&);
-    void start(const char* apName, Run apRun, const std::shared_ptr<Shared>& acrpSelf) {
+    template <std::size_t Size>
+    void start(const char (&aprName)[Size], Run apRun, const std::shared_ptr<Shared>& acrpSelf) {
         std::unique_lock lLock(mLock);
-        std::thread([acrpSelf, apName, apRun] {
-            pthread_setname_np(pthread_self(), apName);
+        startSnThread(aprName, [acrpSelf, apRun] {
             std::unique_lock lHeld(acrpSelf->mLock);
             (acrpSelf.get()->*apRun)(lHeld);
             --acrpSelf->mRunning;
@@ -258,9 +257,9 @@ ZTCHostLook::ZTCHostLook(const std::string& acrRoot, const std::string& acrNames
     mpShared->askForNames(acrNames);
     try {
         // The names first: they say which fabrics the ports are on.
-        mpShared->start("names", &Shared::readNames, mpShared);
+        mpShared->start("vrx-sn-names", &Shared::readNames, mpShared);
         mpShared->waitUntil([this] { return mpShared->areNamesRead(); });
-        mpShared->start("ports", &Shared::look, mpShared);
+        mpShared->start("vrx-sn-ports", &Shared::look, mpShared);
         mpShared->waitUntil([this] { return mpShared->mBook.hasLooked(); });
     } catch (...) {
         mpShared->end();

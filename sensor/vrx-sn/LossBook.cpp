@@ -64,7 +64,8 @@ void ZTCLossBook::setStart(const ZTSStoreStart& acrStart, const ZTSMoment& acrNo
         mStored = acrStart.mAgent;
         mIsSetAside = !acrStart.mSetAside.empty();
         if (mIsSetAside) {
-            lose({"sensor", "store"}, acrNow.mTime, acrNow.mTime, {});
+            const ZTNanoseconds lMade = acrStart.mSetAsideMade;
+            lose({"sensor", "store"}, lMade != 0 ? lMade : acrNow.mTime, acrNow.mTime, {});
         }
         if (mBeginning) {
             resolve();

@@ -1,7 +1,6 @@
 #include "Sensor.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/signalfd.h>
@@ -13,6 +12,7 @@
 #include <new>
 #include <system_error>
 
+#include "SnThread.h"
 #include "StoreFile.h"
 
 namespace {
@@ -120,16 +120,18 @@ ZTCSensor::~ZTCSensor() {
 
 // In the store's thread, so that nobody else waits for its disk.
 void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
-    if (acrStart.mWasInUse) {
-        noteSelf(acrStart.mWriter, "went", "unknown");
-    }
-    noteSelf(std::to_string(getpid()), "came", "version " ZT_SENSOR_VERSION);
     try {
         mHost.setStart(acrStart);
     } catch (const std::bad_alloc&) {
         // Then it is not told what became of the ports meanwhile.
     }
     mLoop.setStart(acrStart);
+    // Behind what may fail for want of memory: all of this is done again then.
+    if (acrStart.mWasInUse && !mIsOtherTold) {
+        noteSelf(acrStart.mWriter, "went", "unknown");
+        mIsOtherTold = true;
+    }
+    noteSelf(std::to_string(getpid()), "came", "version " ZT_SENSOR_VERSION);
     try {
         mStatus.takeToday(
             sEventsSince(mOptions.mStore, ZTCSnStatus::beginOfDay(std::chrono::system_clock::now())));
@@ -147,10 +149,8 @@ void ZTCSensor::noteSelf(const std::string& acrProcess, const char* apEvent, con
 
 int ZTCSensor::run() {
     mStore.waitUntilOpen(sOpenTime);
-    mCollecting = std::thread([this] { collect(); });
+    mCollecting = startSnThread("vrx-sn-agent", [this] { collect(); });
     mNotify.tellReady();
-    mrLog.note(ZTSL_Notice, "collecting from %s into %s", mOptions.mDirectory.c_str(),
-               mOptions.mStore.c_str());
     for (Event lEvent = waitForEvent(); lEvent != Event::End; lEvent = waitForEvent()) {
         if (lEvent == Event::Broken) {
             takeFailure();
@@ -197,7 +197,6 @@ ZTCSensor::Event ZTCSensor::waitForEvent() {
 // ---- The collecting thread ----
 
 void ZTCSensor::collect() {
-    pthread_setname_np(pthread_self(), "agent");
     // The agent's room is full in 40 ms of a storm: who empties it comes before who stores. Not everybody
     // may.
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), sPriority);
@@ -268,7 +267,7 @@ void ZTCSensor::end() {
     const auto lBegin = Clock::now();
     mNotify.tellStopping();
     // Whatever stands still from here on, also in a destructor: the process is left in time.
-    std::thread([this, lBegin] {
+    startSnThread("vrx-sn-end", [this, lBegin] {
         std::this_thread::sleep_until(lBegin + sEndTime);
         mrLog.note(ZTSL_Error, "the end takes too long: leaving");
         leave(mResult);

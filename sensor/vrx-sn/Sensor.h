@@ -58,6 +58,7 @@ class ZTCSensor {
     std::thread mCollecting;
     ZTCSensorDescriptor mCollected;  ///< an event: its thread is about to end
     std::atomic<int> mResult{0};
+    bool mIsOtherTold = false;  ///< the store's thread's: what became of the one before
 
     // The collecting thread's.
     Clock::time_point mStatusTold;

@@ -1,6 +1,5 @@
 #include "SnReload.h"
 
-#include <pthread.h>
 #include <sys/eventfd.h>
 
 #include <cerrno>
@@ -8,9 +7,9 @@
 #include <mutex>
 #include <optional>
 #include <system_error>
-#include <thread>
 
 #include "SensorFiles.h"
+#include "SnThread.h"
 
 /// Belongs to the thread as well, which may outlive the rest.
 class ZTCSnReload::Shared {
@@ -23,7 +22,6 @@ class ZTCSnReload::Shared {
     }
 
     void run() {
-        pthread_setname_np(pthread_self(), "options");
         std::unique_lock lLock(mLock);
         for (; mIsWanted; eventfd_write(mReady.get(), 1)) {
             mIsWanted = false;
@@ -60,7 +58,7 @@ void ZTCSnReload::begin() {
     const std::lock_guard lLock(mpShared->mLock);
     mpShared->mIsWanted = true;
     if (!mpShared->mIsRunning) {
-        std::thread([lpShared = mpShared] { lpShared->run(); }).detach();
+        startSnThread("vrx-sn-options", [lpShared = mpShared] { lpShared->run(); }).detach();
         mpShared->mIsRunning = true;
     }
 }

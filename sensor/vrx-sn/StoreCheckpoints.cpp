@@ -1,7 +1,6 @@
 #include "StoreCheckpoints.h"
 
-#include <pthread.h>
-
+#include "SnThread.h"
 #include "StoreWriter.h"
 
 namespace {
@@ -15,7 +14,7 @@ ZTCStoreCheckpoints::ZTCStoreCheckpoints(ZTCSnLog& arLog, std::chrono::milliseco
     : mLogStays(aLogStays),
       mDamaged(std::move(aDamaged)),
       mTrouble(arLog, "the history's log is not brought into its file") {
-    mThread = std::thread([this] { run(); });
+    mThread = startSnThread("vrx-sn-checks", [this] { run(); });
 }
 
 ZTCStoreCheckpoints::~ZTCStoreCheckpoints() {
@@ -45,7 +44,6 @@ void ZTCStoreCheckpoints::end() {
 }
 
 void ZTCStoreCheckpoints::run() {
-    pthread_setname_np(pthread_self(), "checkpoints");
     Lock lLock(mLock);
     while (!mEnds) {
         mChanged.wait(lLock, [this] { return mIsLogNew || mEnds; });

@@ -1,6 +1,5 @@
 #include "StoreThread.h"
 
-#include <pthread.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -12,6 +11,7 @@
 
 #include "SnBuffer.h"
 #include "SnLog.h"
+#include "SnThread.h"
 #include "StoreCheckpoints.h"
 #include "StoreMove.h"
 #include "StoreTrouble.h"
@@ -51,7 +51,7 @@ class ZTCStoreThread::Impl {
               mIsDamaged = true;
               mrBuffer.wake();
           }) {
-        mStore = std::thread([this] { run(); });
+        mStore = startSnThread("vrx-sn-store", [this] { run(); });
     }
     ~Impl() {
         {
@@ -96,7 +96,6 @@ class ZTCStoreThread::Impl {
     // ---- The store's thread ----
 
     void run() {
-        pthread_setname_np(pthread_self(), "store");
         while (!isOver()) {
             attempt();
         }

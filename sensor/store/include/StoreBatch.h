@@ -63,6 +63,7 @@ struct ZTSStoreStart {
     std::string mWriter;                ///< the process of the vrx-sn that had it last; empty: not known
     ZTNanoseconds mLastWrite = 0;       ///< when something was last written; 0: never
     std::string mSetAside;              ///< where a damaged one was put; empty: there was none
+    ZTNanoseconds mSetAsideMade = 0;    ///< when that one was begun; 0: not known
     bool mIsMended = false;             ///< another program had written it: its check sums were put on again
     std::optional<ZTSAgentRun> mAgent;  ///< the last one
     /// The ports that were there when they were last written; nothing: it is new.

@@ -1,6 +1,7 @@
 // One vrx-sn a store: a lock on FILE-lock, which says who has it.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "StoreDescriptor.h"
@@ -15,6 +16,7 @@ struct ZTSStoreHolder {
     std::string mProcess;    ///< its id
     std::string
         mSetAside;  ///< where it put a damaged store; empty: there was none, or a new one was made since
+    std::int64_t mMade = 0;  ///< when the store was begun that it had open last; 0: not known
 };
 
 ZTSStoreHolder findStoreHolder(const std::string& acrStore);
@@ -28,8 +30,12 @@ class ZTCStoreLock {
     const ZTSStoreHolder& getBefore() const { return mBefore; }
     /// Says in the file what is being set aside, until a new store is there: whoever makes it knows why.
     void noteSetAside(const std::string& acrPath);
+    /// Says when the store was begun, for whom it cannot tell that itself when it is damaged.
+    void noteMade(std::int64_t aTime);
 
   private:
+    void write() const;
+
     ZTCStoreDescriptor mFile;
     ZTSStoreHolder mBefore;
 };

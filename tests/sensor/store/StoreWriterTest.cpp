@@ -350,9 +350,10 @@ TEST_F(StoreWriter, ADamagedFileIsSetAsideAndANewOneBegun) {
     ZTCStoreWriter lWriter(getOptions());
     ZTCTestBatches lBatches;
     lWriter.write(lBatches.make(100));
-    const std::string lBefore = lWriter.getStart().mStore;
+    const ZTSStoreStart lBefore = lWriter.getStart();
     lWriter.beginAnew();
-    EXPECT_NE(lWriter.getStart().mStore, lBefore);
+    EXPECT_NE(lWriter.getStart().mStore, lBefore.mStore);
+    EXPECT_EQ(lWriter.getStart().mSetAsideMade, lBefore.mMade);
     EXPECT_TRUE(std::filesystem::exists(lWriter.getStart().mSetAside)) << lWriter.getStart().mSetAside;
     EXPECT_EQ(lWriter.getSize().mRecords, 0U);
     // Rows that had begun in the old one have what is theirs since.
@@ -361,4 +362,9 @@ TEST_F(StoreWriter, ADamagedFileIsSetAsideAndANewOneBegun) {
     lWriter.write(lBatches.make(0));
     EXPECT_EQ(ask("SELECT sum(occurrences) FROM records"), lBatches.mEvents - lEvents);
     EXPECT_EQ(countWrongSums(), 0);
+    // The same at a start: when it was begun is not read from what is damaged.
+    const ZTNanoseconds lMade = lWriter.getStart().mMade;
+    lWriter.finish();
+    std::filesystem::resize_file(mPath, 5000);
+    EXPECT_EQ(ZTCStoreWriter(getOptions()).getStart().mSetAsideMade, lMade);
 }

@@ -69,18 +69,18 @@ TEST(History, ShowsRecordsLossesAndChangesInTheirOrder) {
         lStand.ask({"history"}),
         "-- 2026-11-18 11:06:40.000 UTC: agent vrx-sca, process 12 came\n"
         "  first                        last          kind         events  initiator                remote "
-        "port  what\n"
+        "port              what\n"
         "  2026-11-18 11:06:41.000 UTC  11:06:44.000  queue_full    1,200  10:00:00:25:b5:01:00:00  "
-        "array\xc3\xa9 \"1\"   luns 3,12\n"
+        "array\xc3\xa9 \"1\"               luns 3,12\n"
         "  2026-11-18 11:06:42.000 UTC  11:06:42.000  rscn              1  10:00:00:25:b5:01:00:01  030000   "
-        "    address format area, port id 030000\n"
+        "                address format area, port id 030000\n"
         "-- 2026-11-18 11:06:50.000 UTC to 11:06:52.000: 1,234 events lost by the agent: it held as much as it "
         "may, and nobody fetched in time\n"
         "-- 2026-11-18 11:06:53.000 UTC to 11:06:53.000: up to 77 events lost by the agent: it was killed with "
         "what it held\n"
         "-- 2026-11-18 11:06:55.000 UTC: port 10:00:00:25:b5:01:00:00: state was Linkdown, is Online\n"
         "  2026-11-18 11:07:00.000 UTC  11:07:01.000  queue_full        3  10:00:00:25:b5:01:00:00  "
-        "array\xc3\xa9 \"1\"   luns 3,12, still open\n");
+        "array\xc3\xa9 \"1\"               luns 3,12, still open\n");
     EXPECT_EQ(lStand.ask({"history", "--since", "@1795000100"}), "no events\n");
     EXPECT_EQ(
         lStand.ask({"ports"}),
@@ -122,6 +122,8 @@ TEST(History, ItsJsonIsThatOfARecordAndMore) {
     EXPECT_EQ(lSums["initiators"][0]["last"], "2026-11-18T11:07:01.000000000Z");
     EXPECT_EQ(Json::parse(lStand.ask({"history", "--summary", "--json", "--until", "@1795000003"}))["events"],
               1201);
+    EXPECT_TRUE(lStand.ask({"history", "--summary", "--since", "@1795000000"})
+                    .starts_with("1,204 events in 3 records, 1,234 lost, an unknown number lost once\n"));
     const Json lPorts = Json::parse(lStand.ask({"ports", "--json"}));
     EXPECT_EQ(lPorts["ports"][0]["remote_ports"][1]["here"], false);
     EXPECT_EQ(lPorts["ports"][0]["port_id"], "010203");
@@ -153,7 +155,8 @@ TEST(History, EveryOptionTakesWhatItSays) {
         {{"--since", "tomorrow", "--until", "yesterday"}, nullptr},
         {{"--limit", "0"}, nullptr},
         {{"--follow", "--json"}, nullptr},
-        {{"--follow", "--summary"}, nullptr}};
+        {{"--follow", "--summary"}, nullptr},
+        {{"--summary", "--limit", "2"}, nullptr}};
     for (const auto& [lrArguments, lpIds] : lRows) {
         SCOPED_TRACE(lrArguments.empty() ? "" : lrArguments[0] + " " + lrArguments.back());
         if (lpIds != nullptr) {

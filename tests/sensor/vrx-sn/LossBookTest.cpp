@@ -57,6 +57,7 @@ struct Play {
         ZTSStoreStart lStart;
         lStart.mAgent = acrRun;
         lStart.mSetAside = apSetAside;
+        lStart.mSetAsideMade = 3 * ZTSecond;
         mBook.setStart(lStart, now());
     }
     void begin(const char* apFigures, int aStart = 1) {
@@ -184,7 +185,7 @@ TEST(LossBook, TellsEachLossOnce) {
          },
          "agent unseen ? @5-11\nwent\n"},
         {"the store was damaged", [](Play& arPlay) { arPlay.begin("fetched=9"), arPlay.start({}, "there"); },
-         "sensor store ? @10-10\nsensor store 9 @1-10\ncame\n"},
+         "sensor store ? @3-10\nsensor store 9 @1-10\ncame\n"},
         {"an end in order",
          [](Play& arPlay) {
              arPlay.start(), arPlay.begin("fetched=0");

@@ -112,6 +112,7 @@ TEST(Readers, ThereIsOneSensor) {
     for (const ZTSTestEnd& lrEnd : lEnds) {
         EXPECT_NE(lrEnd.mStatus, 0);
         EXPECT_EQ(lrEnd.mOut, "");
+        EXPECT_EQ(countIn(lrEnd.mErr, "\n"), 1U) << lrEnd.mErr;
         EXPECT_TRUE(contains(lrEnd.mErr, "process " + lFirst)) << lrEnd.mErr;
     }
     lBooks.play("plogi times=4\n");
