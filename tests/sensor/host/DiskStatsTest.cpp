@@ -93,6 +93,7 @@ class DiskTimes : public testing::Test {
         ZTCMeasures lMeasures;
         mTime += 5 * ZTSecond;
         mTimes.look(acrStats, mStorage, mTime, lMeasures);
+        mTimes.end(mTime, lMeasures);
         std::string lText;
         for (const auto& [lrKey, lValue] : lMeasures.getValues()) {
             EXPECT_EQ(lrKey.mTime, (lrKey.mIsHour ? sHour : mTime - mTime % (60 * ZTSecond)) / ZTSecond);
@@ -152,6 +153,29 @@ TEST_F(DiskTimes, CountersThatGoBack) {
     EXPECT_TRUE(contains(look({{"sda", 70, 540, 0}}), "m16 commands 10"));
 }
 
+// Each LUN once a minute; when its disk goes, or is known by another name, at once.
+TEST_F(DiskTimes, HoursAreKeptBack) {
+    std::uint64_t lLooks = 0;
+    std::map<std::string, std::uint64_t> lCommands;
+    const auto lLook = [&](const std::vector<ZTSDiskStats>& acrStats) {
+        ZTCMeasures lMeasures;
+        mTimes.look(acrStats, mStorage, sHour, lMeasures);
+        const auto lBefore = lCommands;
+        for (const auto& [lrKey, lValue] : lMeasures.getValues()) {
+            lCommands[lrKey.mWhose.mLun] += lrKey.mName == "commands" ? lValue : 0;
+        }
+        lLooks += lCommands["one"] != lBefore.find("one")->second ? 1U : 0U;
+    };
+    lCommands["one"] = 0;
+    for (std::uint64_t lAt = 0; lAt <= 120; ++lAt) {
+        lLook({{"sda", lAt * 10, lAt, 0}, {"sdb", lAt, lAt, 0}});
+    }
+    EXPECT_EQ(lLooks, 10U);
+    mStorage.mLuns[1].mWwid = "three";
+    lLook({});
+    EXPECT_EQ(lCommands, (std::map<std::string, std::uint64_t>{{"", 1320}, {"one", 1200}, {"two", 120}}));
+}
+
 TEST_F(DiskTimes, ShortOfMemoryNothingIsLost) {
     mStorage.mLuns[0].mWwid = "naa.600601603b201a2f600601603b201a2f";
     look({{"sda", 0, 0, 0}});
@@ -172,6 +196,7 @@ TEST_F(DiskTimes, ShortOfMemoryNothingIsLost) {
         }
     }
     EXPECT_GT(lCommands, 30U);
+    mTimes.end(sHour, lMeasures);
     ZTCMeasures lSame = lMeasures;
     lMeasures.join(lSame);
     lMeasures.coarsen();
