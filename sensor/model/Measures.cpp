@@ -13,6 +13,14 @@ std::int64_t sBeginOf(ZTNanoseconds aTime, std::int64_t aLength) {
     return lSeconds - lSeconds % aLength;
 }
 
+constexpr std::size_t sNode = sizeof(std::pair<ZTCMeasures::Key, std::uint64_t>) + 4 * sizeof(void*);
+
+void sAdd(const ZTCMeasures::Key& acrKey, std::uint64_t& arSum, std::uint64_t aValue) {
+    const ZTSMeasureFacts* const lpFacts = findMeasure(acrKey.mName);
+    const bool lIsMost = lpFacts != nullptr && lpFacts->mSum == ZTEMeasureSum::Most;
+    arSum = lIsMost ? std::max(arSum, aValue) : arSum + aValue;
+}
+
 }  // namespace
 
 void ZTCMeasures::add(ZTNanoseconds aTime, const ZTSMeasured& acrWhose, const std::string& acrName,
@@ -25,41 +33,50 @@ void ZTCMeasures::addToHour(ZTNanoseconds aTime, const ZTSMeasured& acrWhose, co
     put({sBeginOf(aTime, sHour), true, acrWhose, acrName}, aValue);
 }
 
-void ZTCMeasures::join(const ZTCMeasures& acrMore) {
-    for (const auto& [lrKey, lValue] : acrMore.mValues) {
-        put(lrKey, lValue);
+void ZTCMeasures::join(ZTCMeasures aMore) {
+    mValues.merge(aMore.mValues);
+    for (const auto& [lrKey, lValue] : aMore.mValues) {
+        sAdd(lrKey, mValues.find(lrKey)->second, lValue);
     }
 }
 
 void ZTCMeasures::coarsen() {
-    for (auto& [lrKey, lValue] : std::exchange(mValues, {})) {
-        Key lKey = lrKey;
-        lKey.mTime -= lKey.mTime % sHour;
-        lKey.mIsHour = true;
-        put(std::move(lKey), lValue);
+    for (auto lMinutes = std::exchange(mValues, {}); !lMinutes.empty();) {
+        auto lValue = lMinutes.extract(lMinutes.begin());
+        lValue.key().mTime -= lValue.key().mTime % sHour;
+        lValue.key().mIsHour = true;
+        const auto lPut = mValues.insert(std::move(lValue));
+        if (!lPut.inserted) {
+            sAdd(lPut.position->first, lPut.position->second, lPut.node.mapped());
+        }
     }
 }
 
 std::size_t ZTCMeasures::getBytes() const {
-    return mValues.size() * (sizeof(Key) + sizeof(std::uint64_t) + 4 * sizeof(void*));
+    std::size_t lBytes = mValues.size() * sNode;
+    for (const auto& [lrKey, lValue] : mValues) {
+        lBytes += lrKey.mWhose.mLun.size() + lrKey.mName.size();
+    }
+    return lBytes;
 }
 
 void ZTCMeasures::put(Key aKey, std::uint64_t aValue) {
-    if (aValue == 0) {
-        return;
+    if (aValue != 0) {
+        const auto lAt = mValues.try_emplace(std::move(aKey)).first;
+        sAdd(lAt->first, lAt->second, aValue);
     }
-    const ZTSMeasureFacts* const lpFacts = findMeasure(aKey.mName);
-    std::uint64_t& lrValue = mValues[std::move(aKey)];
-    lrValue = lpFacts != nullptr && lpFacts->mSum == ZTEMeasureSum::Most ? std::max(lrValue, aValue)
-                                                                         : lrValue + aValue;
 }
 
-const ZTSMeasureFacts* findMeasure(const std::string& acrName) {
+const ZTSMeasureFacts* findMeasure(std::string_view aName) {
     static const ZTSMeasureFacts sMeasures[] = {
         {"commands", ZTEMeasureSum::Add, "commands that disks completed"},
         {"command_us", ZTEMeasureSum::Add, "the time that these took, together, in microseconds"},
         {"slowest_us", ZTEMeasureSum::Most,
          "of the slowest five seconds, the mean time a command in microseconds"},
+        {"iorequest", ZTEMeasureSum::Add, "commands that the kernel was given for LUNs"},
+        {"iodone", ZTEMeasureSum::Add, "commands to LUNs that have ended"},
+        {"ioerr", ZTEMeasureSum::Add, "commands to LUNs that ended with an error"},
+        {"iotmo", ZTEMeasureSum::Add, "commands to LUNs that timed out"},
         {"link_failure_count", ZTEMeasureSum::Add, "links that failed"},
         {"loss_of_sync_count", ZTEMeasureSum::Add, "losses of synchronization"},
         {"loss_of_signal_count", ZTEMeasureSum::Add, "losses of signal"},
@@ -73,6 +90,6 @@ const ZTSMeasureFacts* findMeasure(const std::string& acrName) {
     };
     const auto* const lpAt =
         std::find_if(std::begin(sMeasures), std::end(sMeasures),
-                     [&](const ZTSMeasureFacts& acrFacts) { return acrName == acrFacts.mpName; });
+                     [&](const ZTSMeasureFacts& acrFacts) { return aName == acrFacts.mpName; });
     return lpAt != std::end(sMeasures) ? lpAt : nullptr;
 }
