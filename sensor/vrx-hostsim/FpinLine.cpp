@@ -180,6 +180,9 @@ void sPutDescriptor(Bytes& arBytes, std::uint64_t aTag, const Bytes& acrValue) {
 
 Bytes sReadBytes(const std::string& acrText) {
     Bytes lBytes;
+    if (acrText.size() % 2 != 0) {
+        throw ZTCHostSimError(fmt::format("bytes '{}', expected two hexadecimal digits each", acrText));
+    }
     for (std::size_t lAt = 0; lAt < acrText.size(); lAt += 2) {
         lBytes.push_back(static_cast<unsigned char>(readHostNumber("0x" + acrText.substr(lAt, 2), "bytes")));
     }

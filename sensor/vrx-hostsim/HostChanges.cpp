@@ -318,7 +318,9 @@ void ZTCMadeUpHost::addVolume(const std::string& acrName, const std::vector<std:
 
 void ZTCMadeUpHost::removeVolume(const std::string& acrName) {
     ZTSHostDisk& lrVolume = findDisk(acrName);
-    if (lrVolume.mWhat != What::Volume || !lrVolume.mAbove.empty()) {
+    const bool lIsMounted =
+        std::ranges::find(mSite.mMounts, acrName, &ZTSSiteMount::mOver) != mSite.mMounts.end();
+    if (lrVolume.mWhat != What::Volume || lIsMounted || !lrVolume.mAbove.empty()) {
         throw ZTCHostSimError(fmt::format("{} is in use or no volume, expected one that is free", acrName));
     }
     removeDisk(lrVolume);

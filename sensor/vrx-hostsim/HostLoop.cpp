@@ -18,9 +18,8 @@ ZTCHostLoop::ZTCHostLoop(const std::string& acrRoot, ZTSSite aSite, int aInput)
     : mHost(acrRoot, std::move(aSite)),
       mMultipathdPath(acrRoot + "/run/multipathd.socket"),
       mInput(aInput),
-      mControl(acrRoot + "/" + ControlPath, SOCK_DGRAM) {
-    mMultipathd.emplace(mMultipathdPath, SOCK_STREAM);
-}
+      mMultipathd(std::in_place, mMultipathdPath, SOCK_STREAM),
+      mControl(acrRoot + "/" + ControlPath, SOCK_DGRAM) {}
 
 void ZTCHostLoop::run(int aEnd) {
     for (;;) {

@@ -27,6 +27,6 @@ class ZTCHostLoop {
     const std::string mMultipathdPath;
     int mInput = -1;
     std::string mLine;
-    ZTCHostSocket mControl;
     std::optional<ZTCHostSocket> mMultipathd;
+    ZTCHostSocket mControl;  // the last: where it is, all is
 };

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "HostWords.h"
@@ -99,7 +98,7 @@ void answerAsMultipathd(int aListener, const std::string& acrPaths) {
     }
 }
 
-int sendHostLine(const std::string& acrSocket, const std::string& acrLine) {
+std::string askHost(const std::string& acrSocket, const std::string& acrLine) {
     const sockaddr_un lAddress = makeHostAddress(acrSocket);
     const sockaddr_un lAny{AF_UNIX, ""};  // the system chooses an address, to be answered at
     const int lSocket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -117,7 +116,5 @@ int sendHostLine(const std::string& acrSocket, const std::string& acrLine) {
         throw ZTCHostSimError(acrSocket + ": nobody answers there, expected a vrx-hostsim");
     }
     lAnswer.resize(static_cast<std::size_t>(lRead));
-    const bool lIsError = lAnswer.starts_with("error: ");
-    fputs(lAnswer.c_str(), lIsError ? stderr : stdout);
-    return lIsError ? 1 : 0;
+    return lAnswer;
 }

@@ -30,5 +30,6 @@ sockaddr_un makeHostAddress(std::string_view aPath);
 /// many bytes, the last of them 0. Who is slower than a second is left.
 void answerAsMultipathd(int aListener, const std::string& acrPaths);
 
-/// Sends lines to a host's control socket, prints its answers and returns the exit status.
-int sendHostLine(const std::string& acrSocket, const std::string& acrLine);
+/// Has the host at a control socket play a line, and returns its answer: "ok", what was asked for, or what is
+/// wrong behind "error: ". Throws ZTCHostSimError where nobody answers.
+std::string askHost(const std::string& acrSocket, const std::string& acrLine);

@@ -239,13 +239,6 @@ std::span<const ZTSHostVerb> getHostVerbs() {
     return sVerbs;
 }
 
-void checkHostLine(std::string_view aLine) {
-    ZTCHostWords lWords(aLine);
-    if (const auto lVerb = lWords.tryNext()) {
-        sFind(*lVerb);
-    }
-}
-
 std::string playHostLine(ZTCMadeUpHost& arHost, std::string_view aLine) {
     ZTCHostWords lWords(aLine);
     const auto lName = lWords.tryNext();

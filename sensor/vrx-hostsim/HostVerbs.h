@@ -18,5 +18,3 @@ std::span<const ZTSHostVerb> getHostVerbs();
 /// Plays a line and returns what it has to report, mostly nothing. Throws ZTCHostSimError: what is wrong,
 /// what was expected; then what the line says may be done by half.
 std::string playHostLine(ZTCMadeUpHost& arHost, std::string_view aLine);
-/// Only whether its verb is one. Throws.
-void checkHostLine(std::string_view aLine);

@@ -32,11 +32,11 @@ constexpr timeval sPatience{2, 0};
 }  // namespace
 
 ZTCKernelVoice::ZTCKernelVoice(const std::string& acrRoot)
-    : mTransport(acrRoot + "run/kernel/transport"),
-      mUevents(acrRoot + "run/kernel/uevent"),
+    : mTransport{acrRoot + "run/kernel/transport"},
+      mUevents{acrRoot + "run/kernel/uevent"},
       mSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    if (mSocket < 0 || mTransport.size() >= sizeof(sockaddr_un::sun_path)) {
-        throw ZTCHostSimError(mTransport + ": no socket can be there, expected a shorter root");
+    if (mSocket < 0 || mTransport.mPath.size() >= sizeof(sockaddr_un::sun_path)) {
+        throw ZTCHostSimError(mTransport.mPath + ": no socket can be there, expected a shorter root");
     }
     setsockopt(mSocket, SOL_SOCKET, SO_SNDTIMEO, &sPatience, sizeof sPatience);
 }
@@ -45,19 +45,28 @@ ZTCKernelVoice::~ZTCKernelVoice() {
     close(mSocket);
 }
 
-void ZTCKernelVoice::send(const std::string& acrPath, std::span<const unsigned char> aBytes) {
+// True: it is there; errno says of a failure whether somebody could have had it.
+bool ZTCKernelVoice::send(const Listener& acrListener, std::span<const unsigned char> aBytes) const {
     sockaddr_un lAddress{AF_UNIX, ""};
-    acrPath.copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
+    acrListener.mPath.copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
+    const int lFlags = MSG_NOSIGNAL | (acrListener.mHasMissed ? MSG_DONTWAIT : 0);
     ssize_t lSent = 0;
     do {
-        lSent = sendto(mSocket, aBytes.data(), aBytes.size(), MSG_NOSIGNAL | (mIsPatient ? 0 : MSG_DONTWAIT),
+        lSent = sendto(mSocket, aBytes.data(), aBytes.size(), lFlags,
                        reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress);
     } while (lSent < 0 && errno == EINTR);
-    if (lSent >= 0) {
-        mIsPatient = true;
+    return lSent >= 0;
+}
+
+// Who has not made room once is not waited for, until he has taken the empty message that tells him so.
+void ZTCKernelVoice::say(Listener& arListener, std::span<const unsigned char> aBytes) {
+    if (arListener.mHasMissed && (send(arListener, {}) || errno != EAGAIN)) {
+        arListener.mHasMissed = false;
+    }
+    if (send(arListener, aBytes)) {
         ++mSaid;
     } else if (errno == EAGAIN) {
-        mIsPatient = false;  // who has not made room once is not waited for again
+        arListener.mHasMissed = true;
         ++mLost;
     }
 }
@@ -84,7 +93,7 @@ void ZTCKernelVoice::sayTransport(unsigned int aHost, std::uint32_t aCode,
     sPut(lBytes, aCode);
     lBytes.insert(lBytes.end(), aData.begin(), aData.end());
     lBytes.resize(sNetlinkSize + lSize);
-    send(mTransport, lBytes);
+    say(mTransport, lBytes);
 }
 
 void ZTCKernelVoice::sayUevent(const char* apAction, const std::string& acrPath, const Values& acrValues) {
@@ -98,5 +107,5 @@ void ZTCKernelVoice::sayUevent(const char* apAction, const std::string& acrPath,
         lPut(lrName, lrValue);
     }
     lPut("SEQNUM", std::to_string(++mNumber));
-    send(mUevents, {reinterpret_cast<const unsigned char*>(lText.data()), lText.size()});
+    say(mUevents, {reinterpret_cast<const unsigned char*>(lText.data()), lText.size()});
 }

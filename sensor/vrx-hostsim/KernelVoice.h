@@ -31,12 +31,16 @@ class ZTCKernelVoice {
     std::uint64_t countLost() const { return mLost; }
 
   private:
-    void send(const std::string& acrPath, std::span<const unsigned char> aBytes);
+    struct Listener {
+        const std::string mPath;
+        bool mHasMissed = false;
+    };
+    void say(Listener& arListener, std::span<const unsigned char> aBytes);
+    bool send(const Listener& acrListener, std::span<const unsigned char> aBytes) const;
 
-    const std::string mTransport;
-    const std::string mUevents;
+    Listener mTransport;
+    Listener mUevents;
     int mSocket = -1;
-    bool mIsPatient = true;
     std::uint32_t mEvents = 0;
     std::uint64_t mNumber = 4000;
     std::uint64_t mSaid = 0;

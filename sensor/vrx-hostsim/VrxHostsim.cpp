@@ -55,7 +55,10 @@ int sRun(const Options& acrOptions) {
 int sSend(const Options& acrOptions) {
     int lStatus = 0;
     for (const std::string& lrLine : acrOptions.mLines) {
-        lStatus |= sendHostLine(acrOptions.mSocket, lrLine);
+        const std::string lAnswer = askHost(acrOptions.mSocket, lrLine);
+        const bool lIsError = lAnswer.starts_with("error: ");
+        fputs(lAnswer.c_str(), lIsError ? stderr : stdout);
+        lStatus = lIsError ? sFailed : lStatus;
     }
     return lStatus;
 }
