@@ -76,6 +76,7 @@ int sPlay(int argc, char** argv) {
     Options lOptions;
     CLI::App lProgram(
         "a host that is made up: its folders below DIR, its kernel's messages, and its multipathd");
+    lProgram.set_help_all_flag("--help-all", "the help of every command");
     lProgram.set_version_flag("--version", "vrx-hostsim v" ZT_SENSOR_VERSION, "the version");
     lProgram.add_option("--root", lOptions.mRoot, "where it is made")->type_name("DIR");
     lProgram.add_option("--site", lOptions.mSite, "what it consists of, in place of its own")
