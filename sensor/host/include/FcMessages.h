@@ -12,8 +12,9 @@
 /// One thread.
 class ZTCFcMessages {
   public:
-    /// What one receive has brought: the descriptors of its FPINs are added, with the ports of the host that
-    /// they name. Throws std::bad_alloc.
+    /// What one receive has brought: the descriptors of its FPINs are added, each with the port of the host
+    /// that was told; all zeros: the host does not show it. Throws std::bad_alloc: those that were added
+    /// stand.
     void take(std::span<const unsigned char> aBytes, const ZTSHostPorts& acrPorts, ZTNanoseconds aTime,
               std::vector<ZTSFpin>& arFpins);
 
@@ -24,6 +25,8 @@ class ZTCFcMessages {
     std::uint64_t countLost() const { return mLost; }  ///< messages that never came, by their numbers
 
   private:
-    std::optional<std::uint32_t> mLastNumber;
+    void count(std::uint32_t aNumber);
+
+    std::optional<std::uint32_t> mNextNumber;  // that the next message is expected to have
     std::uint64_t mFpins = 0, mMalformed = 0, mLost = 0;
 };

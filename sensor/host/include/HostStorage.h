@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "Measures.h"
 #include "Multipathd.h"
 #include "Ports.h"
 #include "Storage.h"
@@ -31,9 +32,11 @@ class ZTCHostStorage {
     void lookAnew();
     /// How the paths stand now, of all maps; what device mapper has told since it was asked stays.
     void takePaths(const std::vector<ZTSMultipathdPath>& acrPaths);
-    /// A slice, a second after the last one: so much processor time at most, and what is due at once first.
-    /// True: getStorage() is not what it was.
-    bool step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aMost);
+    /// A slice, a second after the last one: so much processor time at most, and what is due at once first;
+    /// at rest a small part of that. What the kernel has counted of the LUNs' errors since they were read
+    /// last is added. True: getStorage() is not what it was.
+    bool step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aMost, ZTNanoseconds aTime,
+              ZTCMeasures& arMeasures);
     /// Whether everything has been looked at once since the begin.
     bool isWhole() const;
     /// mTotal of the maps is what there is: whoever remembers knows better.

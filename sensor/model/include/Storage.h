@@ -25,7 +25,8 @@ struct ZTSLun {
     std::optional<std::uint32_t> mQueueDepth;
 
     bool operator==(const ZTSLun&) const = default;
-    /// What stays the same when the kernel numbers anew: the ports and the LUN, else the address.
+    /// What stays the same when the kernel numbers anew: "50:... LUN 2 seen from 10:...", the ports and the
+    /// LUN, else the address.
     std::string getName() const;
 };
 
@@ -82,12 +83,13 @@ struct ZTSHit {
     std::vector<std::string> mVolumes;  ///< names
     std::vector<std::string> mMounts;   ///< mount points
 
-    /// What people know it by: the mounts, else the volumes, else the maps; "/data, /home". Empty: nothing
-    /// stands above.
+    /// What people know it by: the mounts, else the volumes, else the maps; "/data, /home", and how many more
+    /// than eight there are. Empty: nothing stands above.
     std::string toText() const;
 };
 
-/// All of it at one moment. A plain value: any thread.
+/// All of it at one moment. A plain value: any thread. Each search walks through all of it; for many there is
+/// ZTCStorageIndex.
 struct ZTSHostStorage {
     std::vector<ZTSLun> mLuns;  ///< sorted by host, channel, target and LUN
     std::vector<ZTSMap> mMaps;  ///< sorted by name
@@ -99,6 +101,7 @@ struct ZTSHostStorage {
     const ZTSLun* findDisk(std::string_view aDisk) const;
     /// The map that has a disk as a path, or that is the disk; null: none.
     const ZTSMap* findMap(std::string_view aDisk) const;
-    /// What stands above a disk, whether it is a path, a map or a volume. A circle ends it.
+    /// What stands above a disk, whether it is a path, a map or a volume; with itself, if it is a map or a
+    /// volume. A circle ends it.
     ZTSHit hitBy(std::string_view aDisk) const;
 };
