@@ -52,6 +52,7 @@ class ZTCStoreWriter::Impl {
     void setKeep(unsigned int aDays, std::uint64_t aBytes);
     void beginAnew();
     void write(const ZTSStoreBatch& acrBatch);
+    std::vector<ZTSStoreRequest> takeRequests();
     bool retire(ZTNanoseconds aNow);
     void checkpoint();
     std::string describeHolder() const { return describeHolders(mOptions.mPath); }
@@ -141,6 +142,7 @@ void ZTCStoreWriter::Impl::loadStart() {
     if (mStart.mLastWrite != 0) {
         mStart.mPorts = getStore().mTables.loadPorts(lrDatabase, mStart.mLastWrite);
     }
+    getStore().mHost.load(mStart);
     mLongest = getMeta("longest");
     mRecords = countRecords();
     setMeta("in_use", 1);
@@ -205,6 +207,7 @@ void ZTCStoreWriter::Impl::rollBack() noexcept {
     mpStore->mSeries.forget();
     mpStore->mSums.forget();
     mpStore->mTables.forget();
+    mpStore->mHost.forget();
     mLongest = 0;
 }
 
@@ -233,7 +236,9 @@ void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
         writeRows(acrBatch);
         mpStore->mSeries.flush();
         mpStore->mSums.flush();
-        mpStore->mTables.write(acrBatch, sNow());
+        const ZTNanoseconds lNow = sNow();
+        mpStore->mTables.write(acrBatch, lNow);
+        mpStore->mHost.write(acrBatch, lNow);
         writeMeta(acrBatch);
     });
     mRecords = mRecords + mNewRecords - mGoneRecords;
@@ -281,6 +286,24 @@ void ZTCStoreWriter::Impl::writeMeta(const ZTSStoreBatch& acrBatch) {
     if (acrBatch.mClosedTo != 0) {
         setMeta("closed_to", static_cast<std::int64_t>(acrBatch.mClosedTo));
     }
+}
+
+// Beside a note nobody needs to have been asked for anything: what it says is what there is of it.
+std::vector<ZTSStoreRequest> ZTCStoreWriter::Impl::takeRequests() {
+    std::vector<ZTSStoreRequest> lRequests;
+    if (!tell([&] { return getStore().mHost.hasRequests(); })) {
+        return lRequests;
+    }
+    inTransaction([&] {
+        lRequests = mpStore->mHost.takeRequests(sNow());
+        for (const ZTSStoreRequest& lrRequest : lRequests) {
+            if (lrRequest.mWhat == "note") {
+                mpStore->mTables.writeChange({lrRequest.mTime, "note", lrRequest.mWho, "noted",
+                                              lrRequest.mSubject, "", lrRequest.mText});
+            }
+        }
+    });
+    return lRequests;
 }
 
 // ---- Retention ----
@@ -402,6 +425,9 @@ void ZTCStoreWriter::setKeep(unsigned int aDays, std::uint64_t aBytes) {
 }
 void ZTCStoreWriter::write(const ZTSStoreBatch& acrBatch) {
     mpImpl->write(acrBatch);
+}
+std::vector<ZTSStoreRequest> ZTCStoreWriter::takeRequests() {
+    return mpImpl->takeRequests();
 }
 bool ZTCStoreWriter::retire(ZTNanoseconds aNow) {
     return mpImpl->retire(aNow);

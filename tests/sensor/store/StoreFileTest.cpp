@@ -101,15 +101,17 @@ TEST_F(StoreFile, ANewerVersionIsRefusedAndKept) {
 
 TEST_F(StoreFile, StepsBringATableUpToDateOnceAndWhole) {
     SQLite::Database lStore = std::move(openStoreToWrite(mPath).mDatabase);
-    const char* const lGood[] = {"ALTER TABLE meta ADD COLUMN note",
-                                 "UPDATE meta SET note = 'x'; CREATE TABLE more (a)"};
-    const char* const lBad[] = {lGood[0], "CREATE TABLE more (a); no statement"};
+    std::vector<const char*> lGood(ZTStoreSteps.begin(), ZTStoreSteps.end());
+    lGood.insert(lGood.end(),
+                 {"ALTER TABLE meta ADD COLUMN note", "UPDATE meta SET note = 'x'; CREATE TABLE more (a)"});
+    std::vector<const char*> lBad = lGood;
+    lBad.back() = "CREATE TABLE more (a); no statement";
     EXPECT_THROW(bringStoreUpToDate(lStore, lBad), SQLite::Exception);
-    EXPECT_EQ(lStore.execAndGet("PRAGMA user_version").getInt(), 1);
+    EXPECT_EQ(lStore.execAndGet("PRAGMA user_version").getInt(), ZTStoreVersion);
     EXPECT_FALSE(lStore.tableExists("more"));
     for (unsigned int lTime = 0; lTime < 2; ++lTime) {
         bringStoreUpToDate(lStore, lGood);
-        EXPECT_EQ(lStore.execAndGet("PRAGMA user_version").getInt(), 3);
+        EXPECT_EQ(lStore.execAndGet("PRAGMA user_version").getInt(), ZTStoreVersion + 2);
         EXPECT_EQ(ZTAskStore(lStore, "SELECT count(*) FROM meta WHERE note = 'x'"), 2);
     }
 }
