@@ -1,7 +1,9 @@
 #include "HostNews.h"
 
 #include <algorithm>
-#include <iterator>
+#include <map>
+#include <string>
+#include <unordered_map>
 #include <utility>
 
 namespace {
@@ -15,6 +17,19 @@ std::size_t sBytesOf(const ZTSStall& acrStall) {
     return sizeof acrStall + acrStall.mName.size() + acrStall.mHits.size();
 }
 
+void sFold(ZTSFpin& arFpin, const ZTSFpin& acrMore) {
+    arFpin.mFirst = std::min(arFpin.mFirst, acrMore.mFirst);
+    arFpin.mLast = std::max(arFpin.mLast, acrMore.mLast);
+    arFpin.mTimes += acrMore.mTimes;
+    arFpin.mCount += acrMore.mCount;
+}
+
+// Those that say the same have the same; so each is compared with few.
+std::string sKeyOf(const ZTSFpin& acrFpin) {
+    std::string lKey = acrFpin.mInitiator.toText() + acrFpin.mDescriptor + acrFpin.mEvent;
+    return lKey + (acrFpin.mAttached ? acrFpin.mAttached->toText() : "") + std::to_string(acrFpin.mModifier);
+}
+
 void sJoin(std::vector<ZTSFpin>& arFpins, ZTSFpin&& arMore) {
     const auto lAt = std::find_if(arFpins.rbegin(), arFpins.rend(), [&](const ZTSFpin& acrFpin) {
         return acrFpin.isSameAs(arMore) && arMore.mFirst - acrFpin.mFirst < sSameFor;
@@ -23,19 +38,22 @@ void sJoin(std::vector<ZTSFpin>& arFpins, ZTSFpin&& arMore) {
         arFpins.push_back(std::move(arMore));
         return;
     }
-    lAt->mLast = std::max(lAt->mLast, arMore.mLast);
-    lAt->mTimes += arMore.mTimes;
-    lAt->mCount += arMore.mCount;
+    sFold(*lAt, arMore);
 }
 
-void sJoin(std::vector<ZTSStall>& arStalls, ZTSStall&& arMore) {
-    const auto lAt = std::find_if(arStalls.begin(), arStalls.end(), [&](const ZTSStall& acrStall) {
-        return acrStall.mDisk == arMore.mDisk && acrStall.mFirst == arMore.mFirst;
-    });
-    if (lAt == arStalls.end()) {
-        arStalls.push_back(std::move(arMore));
-    } else {
-        *lAt = std::move(arMore);
+// Found by a table: where a fabric fails there are thousands.
+void sJoin(std::vector<ZTSStall>& arStalls, std::vector<ZTSStall>&& arMore) {
+    std::map<std::pair<std::string, ZTNanoseconds>, std::size_t> lPlaces;
+    for (std::size_t lAt = 0; lAt < arStalls.size(); ++lAt) {
+        lPlaces.try_emplace({arStalls[lAt].mDisk, arStalls[lAt].mFirst}, lAt);
+    }
+    for (ZTSStall& lrStall : arMore) {
+        const auto [lAt, lIsNew] = lPlaces.try_emplace({lrStall.mDisk, lrStall.mFirst}, arStalls.size());
+        if (lIsNew) {
+            arStalls.push_back(std::move(lrStall));
+        } else {
+            arStalls[lAt->second] = std::move(lrStall);
+        }
     }
 }
 
@@ -67,11 +85,27 @@ void ZTSHostNews::join(ZTSHostNews aMore) {
     for (ZTSFpin& lrFpin : aMore.mFpins) {
         sJoin(mFpins, std::move(lrFpin));
     }
-    for (ZTSStall& lrStall : aMore.mStalls) {
-        sJoin(mStalls, std::move(lrStall));
-    }
-    mMeasures.join(aMore.mMeasures);
+    sJoin(mStalls, std::move(aMore.mStalls));
+    mMeasures.join(std::move(aMore.mMeasures));
     sReplace(mStorage, std::move(aMore.mStorage));
     sReplace(mBlindSpots, std::move(aMore.mBlindSpots));
     sReplace(mWindows, std::move(aMore.mWindows));
+}
+
+void ZTSHostNews::coarsen() {
+    std::vector<ZTSFpin> lFpins;
+    std::unordered_map<std::string, std::vector<std::size_t>> lPlaces;
+    for (const ZTSFpin& lrFpin : mFpins) {
+        std::vector<std::size_t>& lrPlaces = lPlaces[sKeyOf(lrFpin)];
+        const auto lAt = std::find_if(lrPlaces.begin(), lrPlaces.end(),
+                                      [&](std::size_t aPlace) { return lFpins[aPlace].isSameAs(lrFpin); });
+        if (lAt != lrPlaces.end()) {
+            sFold(lFpins[*lAt], lrFpin);
+        } else {
+            lrPlaces.push_back(lFpins.size());
+            lFpins.push_back(lrFpin);
+        }
+    }
+    mMeasures.coarsen();
+    mFpins = std::move(lFpins);
 }

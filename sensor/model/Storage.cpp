@@ -3,15 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
+
+#include "StorageIndex.h"
 
 namespace {
 
 constexpr std::size_t sMostShown = 8;  // of what stands above
-
-std::vector<std::string> sSorted(const std::set<std::string>& acrNames) {
-    return {acrNames.begin(), acrNames.end()};
-}
 
 bool sHasPath(const ZTSMap& acrMap, std::string_view aDisk) {
     return std::any_of(acrMap.mPaths.begin(), acrMap.mPaths.end(),
@@ -58,32 +55,5 @@ const ZTSMap* ZTSHostStorage::findMap(std::string_view aDisk) const {
 }
 
 ZTSHit ZTSHostStorage::hitBy(std::string_view aDisk) const {
-    std::set<std::string> lMaps, lVolumes, lMounts;
-    std::set<std::string_view> lSeen{aDisk};
-    std::vector<std::string_view> lDisks{aDisk};
-    if (const ZTSMap* const lpMap = findMap(aDisk); lpMap != nullptr) {
-        lMaps.insert(lpMap->mName);
-        if (lSeen.insert(lpMap->mDisk).second) {
-            lDisks.emplace_back(lpMap->mDisk);
-        }
-    }
-    for (std::size_t lNext = 0; lNext < lDisks.size(); ++lNext) {
-        const std::string_view lDisk = lDisks[lNext];
-        for (const ZTSVolume& lrVolume : mVolumes) {
-            const bool lIsAbove =
-                std::find(lrVolume.mOver.begin(), lrVolume.mOver.end(), lDisk) != lrVolume.mOver.end();
-            if (lIsAbove || lrVolume.mDisk == lDisk) {
-                lVolumes.insert(lrVolume.mName);
-            }
-            if (lIsAbove && lSeen.insert(lrVolume.mDisk).second) {
-                lDisks.emplace_back(lrVolume.mDisk);
-            }
-        }
-        for (const ZTSMount& lrMount : mMounts) {
-            if (lrMount.mDisk == lDisk) {
-                lMounts.insert(lrMount.mPoint);
-            }
-        }
-    }
-    return {sSorted(lMaps), sSorted(lVolumes), sSorted(lMounts)};
+    return ZTCStorageIndex(*this).hitBy(aDisk);
 }

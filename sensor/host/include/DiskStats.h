@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-/// Counts since the disk came; they may wrap.
+/// Counts since the disk came; they may wrap, the milliseconds at 32 bits.
 struct ZTSDiskStats {
     std::string mDisk;
     std::uint64_t mCompleted = 0;     ///< reads, writes, discards and flushes
@@ -16,7 +16,7 @@ struct ZTSDiskStats {
 };
 
 /// What is no line of it is left out; partitions and what can have no path (loop, ram, zram, sr, fd, nbd)
-/// too.
+/// too. Throws std::bad_alloc.
 std::vector<ZTSDiskStats> readDiskStats(std::string_view aText);
-/// Nothing: it cannot be read now.
+/// Nothing: it cannot be read now. Throws std::bad_alloc.
 std::optional<std::string> readDiskStatsFile(const std::string& acrRoot);

@@ -17,5 +17,6 @@ struct ZTSUevent {
     std::string_view find(std::string_view aName) const;
 };
 
-/// Nothing: it is none of the kernel's. Of a name that is there twice the first counts.
+/// Nothing: it is none of the kernel's. Of a name that is there twice the first counts. Throws
+/// std::bad_alloc.
 std::optional<ZTSUevent> readUevent(std::span<const unsigned char> aBytes);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "SensorTime.h"
 #include "Wwn.h"
@@ -29,7 +30,7 @@ struct ZTSMeasureFacts {
     const char* mpText;  ///< what it counts
 };
 /// Null: there is none of that name.
-const ZTSMeasureFacts* findMeasure(const std::string& acrName);
+const ZTSMeasureFacts* findMeasure(std::string_view aName);
 
 /// Sums by minute (or hour) and by whose they are. A plain value: any thread.
 class ZTCMeasures {
@@ -49,11 +50,13 @@ class ZTCMeasures {
     /// For what is too much for each minute: counts in the sums by hour alone.
     void addToHour(ZTNanoseconds aTime, const ZTSMeasured& acrWhose, const std::string& acrName,
                    std::uint64_t aValue);
-    void join(const ZTCMeasures& acrMore);
+    /// What is moved here costs no memory.
+    void join(ZTCMeasures aMore);
     /// Minutes become hours: fewer rows of the same sums.
     void coarsen();
 
     bool isEmpty() const { return mValues.empty(); }
+    /// Of memory; counts each value.
     std::size_t getBytes() const;
     const std::map<Key, std::uint64_t>& getValues() const { return mValues; }
 

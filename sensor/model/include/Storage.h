@@ -88,7 +88,8 @@ struct ZTSHit {
     std::string toText() const;
 };
 
-/// All of it at one moment. A plain value: any thread.
+/// All of it at one moment. A plain value: any thread. Each search walks through all of it; for many there is
+/// ZTCStorageIndex.
 struct ZTSHostStorage {
     std::vector<ZTSLun> mLuns;  ///< sorted by host, channel, target and LUN
     std::vector<ZTSMap> mMaps;  ///< sorted by name
