@@ -1,6 +1,10 @@
 // The look at the host's ports, beside drivers and disks that do not answer.
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include "FcTree.h"
 #include "HostLook.h"
+#include "KernelBytes.h"
 #include "SnBuffer.h"
 #include "SnLog.h"
 #include "StandingWrites.h"
@@ -99,6 +103,31 @@ TEST_F(HostLook, ADriverThatDoesNotAnswerHoldsUpNobody) {
     EXPECT_TRUE(ZTIsAReadStanding());
     ZTSetReadsStand(nullptr);  // it comes out behind the end, and touches nothing
     EXPECT_TRUE(waitUntil([] { return !ZTIsAReadStanding(); }));
+}
+
+// It may answer for all but its counters, and for these it is asked by the thread of the ports alone.
+TEST_F(HostLook, ADriverThatHangsInItsCountersKeepsNeitherFpinsNorNames) {
+    std::filesystem::create_directory(mTree.pathOf("fc_host/host3/statistics"));
+    mTree.set("fc_host/host3/statistics/invalid_crc_count", "0x5");
+    ZTSetReadsStand("/statistics/");
+    start();
+    EXPECT_TRUE(waitUntil(ZTIsAReadStanding));
+    EXPECT_EQ(mLook->getPorts()->mRemote.size(), 1U);
+    writeFile(mNames, sPort + " hba0 fabric=left\n");
+    mLook->reload(mNames);
+    EXPECT_EQ(waitForChanges("fabric"), "port changed fabric: 10:00:00:00:00:00:0f:01 > left\n");
+    const ZTCDescriptor lSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un lAddress{AF_UNIX, {}};
+    (mTree.getPath() + "/run/kernel/transport").copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
+    const std::string lMessage = fcMessage(3, 1, 0x501, fcEls(FcEach[3]));
+    EXPECT_TRUE(waitUntil([&] {  // once it listens
+        return sendto(lSocket.get(), lMessage.data(), lMessage.size(), 0,
+                      reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress) > 0;
+    }));
+    std::vector<ZTSFpin> lFpins;
+    EXPECT_TRUE(waitUntil([&] { return !(lFpins = detach().mHost.mFpins).empty(); }));
+    EXPECT_EQ(lFpins.at(0).mFabric + " " + lFpins.at(0).mDescriptor, "left congestion");
+    EXPECT_TRUE(ZTIsAReadStanding());
 }
 
 // A minute is not waited for.
