@@ -13,7 +13,7 @@
 namespace {
 
 constexpr std::size_t sChunk = std::size_t{64} << 10;
-constexpr std::size_t sLongest = std::size_t{16} << 20;  // some ten thousands of disks
+constexpr std::size_t sLongest = std::size_t{8} << 20;  // some ten thousands of disks
 
 // The numbers of a line behind the disk's name, by place. Kernels before 4.18 end behind the eleventh, those
 // before 5.5 know no flushes.
@@ -115,7 +115,8 @@ std::optional<std::string> readDiskStatsFile(const std::string& acrRoot) {
     const ZTCHostDescriptor lFile(
         open((acrRoot + "/proc/diskstats").c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat lStatus {};
-    if (!lFile.isOpen() || fstat(lFile.get(), &lStatus) != 0 || !S_ISREG(lStatus.st_mode)) {
+    if (!lFile.isOpen() || fstat(lFile.get(), &lStatus) != 0 || !S_ISREG(lStatus.st_mode) ||
+        lStatus.st_size > static_cast<off_t>(sLongest)) {
         return {};
     }
     std::string lText;

@@ -251,12 +251,11 @@ void ZTCHostPorts::readMaking(Local& arLocal, ZTSLocalPort& arPort) {
     sKeep(arPort.mSymbolicName, lFolder.read(MA_SymbolicName));
     sKeep(arPort.mModel, lFolder.read(MA_Model));
     sKeep(arPort.mFirmware, lFolder.read(MA_Firmware));
-    std::string lDriver, lVersion;
-    sKeep(lDriver, ZTCSysfsFolder(mScsiPath + arPort.mHost, sScsiAttributes).read(0));
-    sKeep(lDriver, lFolder.read(MA_DriverName));
-    sKeep(lVersion, lFolder.read(MA_DriverVersion));
-    lDriver += (lDriver.empty() || lVersion.empty() ? "" : " ") + lVersion;
-    sKeep(arPort.mDriver, lDriver);
+    sKeep(arLocal.mDriver, ZTCSysfsFolder(mScsiPath + arPort.mHost, sScsiAttributes).read(0));
+    sKeep(arLocal.mDriver, lFolder.read(MA_DriverName));
+    sKeep(arLocal.mDriverVersion, lFolder.read(MA_DriverVersion));
+    const bool lIsOne = arLocal.mDriver.empty() || arLocal.mDriverVersion.empty();
+    sKeep(arPort.mDriver, arLocal.mDriver + (lIsOne ? "" : " ") + arLocal.mDriverVersion);
     arLocal.mMakingDue = sLooksAMaking;
 }
 

@@ -1,5 +1,6 @@
 #include "StorageIndex.h"
 
+#include <algorithm>
 #include <set>
 
 namespace {
@@ -17,8 +18,10 @@ void sEach(const Tables& acrTables, std::string_view aDisk, const Do& acrDo) {
     }
 }
 
-std::vector<std::string> sSorted(const std::set<std::string_view>& acrNames) {
-    return {acrNames.begin(), acrNames.end()};
+// Each once.
+std::vector<std::string> sSorted(std::vector<std::string_view> aNames) {
+    std::sort(aNames.begin(), aNames.end());
+    return {aNames.begin(), std::unique(aNames.begin(), aNames.end())};
 }
 
 }  // namespace
@@ -59,28 +62,28 @@ const ZTSVolume* ZTCStorageIndex::findVolume(std::string_view aDisk) const {
 }
 
 ZTSHit ZTCStorageIndex::hitBy(std::string_view aDisk) const {
-    std::set<std::string_view> lMaps, lVolumes, lMounts;
-    std::set<std::string_view> lSeen{aDisk};
+    std::vector<std::string_view> lMaps, lVolumes, lMounts;
     std::vector<std::string_view> lDisks{aDisk};
+    std::set<std::string_view> lSeen{aDisk};
     const auto lGoOn = [&](std::string_view aAbove) {
         if (lSeen.insert(aAbove).second) {
             lDisks.push_back(aAbove);
         }
     };
     if (const ZTSMap* const lpMap = findMap(aDisk); lpMap != nullptr) {
-        lMaps.insert(lpMap->mName);
+        lMaps.push_back(lpMap->mName);
         lGoOn(lpMap->mDisk);
     }
     if (const ZTSVolume* const lpVolume = findVolume(aDisk); lpVolume != nullptr) {
-        lVolumes.insert(lpVolume->mName);
+        lVolumes.push_back(lpVolume->mName);
     }
     for (std::size_t lNext = 0; lNext < lDisks.size(); ++lNext) {
         const std::string_view lDisk = lDisks[lNext];
         sEach(mAbove, lDisk, [&](const ZTSVolume& acrVolume) {
-            lVolumes.insert(acrVolume.mName);
+            lVolumes.push_back(acrVolume.mName);
             lGoOn(acrVolume.mDisk);
         });
-        sEach(mMounts, lDisk, [&](const ZTSMount& acrMount) { lMounts.insert(acrMount.mPoint); });
+        sEach(mMounts, lDisk, [&](const ZTSMount& acrMount) { lMounts.push_back(acrMount.mPoint); });
     }
     return {sSorted(lMaps), sSorted(lVolumes), sSorted(lMounts)};
 }

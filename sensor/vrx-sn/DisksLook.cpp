@@ -1,6 +1,7 @@
 #include "DisksLook.h"
 
-#include <iterator>
+#include <algorithm>
+#include <ctime>
 #include <utility>
 
 #include "LossBook.h"
@@ -8,10 +9,16 @@
 namespace {
 
 constexpr std::chrono::seconds sEvery(1);
-constexpr std::chrono::milliseconds sSlice(5);         // of processor time
-constexpr std::chrono::minutes sAskEvery(1);           // where paths are inferred
-constexpr std::chrono::seconds sBlindSpotsAfter(10);   // even if not all is known
-constexpr unsigned int sMostMessages = 1024;           // at once
+constexpr std::chrono::milliseconds sSlice(5);        // of processor time
+constexpr std::chrono::minutes sAskEvery(1);          // where paths are inferred
+constexpr std::chrono::seconds sBlindSpotsAfter(10);  // even if not all is known
+constexpr unsigned int sMostMessages = 1024;          // at once
+
+std::chrono::nanoseconds sProcessorTime() {
+    timespec lTime{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &lTime);
+    return std::chrono::seconds(lTime.tv_sec) + std::chrono::nanoseconds(lTime.tv_nsec);
+}
 
 }  // namespace
 
@@ -40,15 +47,15 @@ ZTCLooker::Clock::time_point ZTCDisksLook::look() {
     if (lNow >= mNextSlice) {
         mNextSlice = lNow + sEvery;
         lookAtStorage(lNow);
-    }
-    if (lNow >= mNextDisks) {
-        mNextDisks = lNow + ZTCStalls::Every;
-        lookAtDisks(lNow);
         mpBook->see([&](ZTSSight& arSight) {
             arSight.mNoTransport = mTransport.getWhyNot();
             arSight.mNoUevents = mUevents.getWhyNot();
         });
         mpBook->tellBlindSpots(lNow - mBegan >= sBlindSpotsAfter);
+    }
+    if (lNow >= mNextDisks) {
+        mNextDisks = lNow + ZTCStalls::Every;
+        lookAtDisks(lNow);
     }
     return std::min(mNextSlice, mNextDisks);
 }
@@ -59,7 +66,8 @@ void ZTCDisksLook::takeTransport() {
     std::span<const unsigned char> lBytes;
     auto lGot = ZTCKernelMessages::Got::Message;
     std::shared_ptr<const ZTSHostPorts> lpPorts;
-    for (unsigned int lCount = 0; lCount < sMostMessages && lGot != ZTCKernelMessages::Got::Nothing; ++lCount) {
+    for (unsigned int lCount = 0; lCount < sMostMessages && lGot != ZTCKernelMessages::Got::Nothing;
+         ++lCount) {
         lGot = mTransport.receive(lBytes);
         if (lGot == ZTCKernelMessages::Got::Message) {
             lpPorts = lpPorts != nullptr ? lpPorts : mpBook->getPorts();
@@ -84,7 +92,8 @@ void ZTCDisksLook::noteLostMessages() {
 void ZTCDisksLook::takeUevents() {
     std::span<const unsigned char> lBytes;
     auto lGot = ZTCKernelMessages::Got::Message;
-    for (unsigned int lCount = 0; lCount < sMostMessages && lGot != ZTCKernelMessages::Got::Nothing; ++lCount) {
+    for (unsigned int lCount = 0; lCount < sMostMessages && lGot != ZTCKernelMessages::Got::Nothing;
+         ++lCount) {
         lGot = mUevents.receive(lBytes);
         if (lGot == ZTCKernelMessages::Got::Lost) {
             mStorage.lookAnew();
@@ -103,7 +112,9 @@ void ZTCDisksLook::lookAtStorage(Clock::time_point aNow) {
     if (const auto lPaths = mpFiles->takePaths()) {
         mStorage.takePaths(*lPaths);
     }
-    mIsUntold |= mStorage.step(*mpBook->getPorts(), sSlice);
+    const auto lBegan = sProcessorTime();
+    mIsUntold |= mStorage.step(*mpBook->getPorts(), sSlice, ZTSMoment::now().mTime, mMeasures);
+    mpBook->noteSlice(sProcessorTime() - lBegan);
     if (mIsUntold && mStorage.isWhole()) {
         mpBook->seeStorage(mStorage.getStorage(), ZTSMoment::now().mTime);
         mIsUntold = false;
@@ -144,8 +155,8 @@ void ZTCDisksLook::noteLeftOut() {
     const std::size_t lLeftOut = mStorage.getLeftOut();
     if (lLeftOut != 0 && mLeftOut == 0) {
         mpBook->say([&](ZTCSnLog& arLog) {
-            arLog.note(ZTSL_Warning, "%zu LUNs, maps or mounts are left out: there are more than are looked at",
-                       lLeftOut);
+            arLog.note(ZTSL_Warning,
+                       "%zu LUNs, maps or mounts are left out: there are more than are looked at", lLeftOut);
         });
     }
     mLeftOut = lLeftOut;

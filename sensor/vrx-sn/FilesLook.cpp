@@ -28,7 +28,7 @@ constexpr std::chrono::seconds sPatience(3);
 
 struct File {
     std::string mText;
-    std::string mWhyNot;        // empty: it was read
+    std::string mWhyNot;         // empty: it was read
     ZTNanoseconds mWritten = 0;  // last
 };
 

@@ -5,36 +5,70 @@
 #include <string>
 #include <utility>
 
-void ZTCHostBacklog::take(ZTSHostNews aNews) noexcept {
-    takeEach(&ZTSHostNews::mFpins, aNews, mLost.mFpins, [](const ZTSFpin& acrFpin) { return acrFpin.mTimes; });
-    takeEach(&ZTSHostNews::mStalls, aNews, mLost.mStalls, [](const ZTSStall&) { return std::uint64_t{1}; });
-    takeMeasures(std::move(aNews.mMeasures));
-    // What is left are pieces that are moved.
-    mNews.join({{}, {}, {}, std::move(aNews.mStorage), std::move(aNews.mBlindSpots), std::move(aNews.mWindows)});
+namespace {
+
+std::uint64_t sCount(const std::vector<ZTSFpin>& acrFpins) {
+    std::uint64_t lTimes = 0;
+    for (const ZTSFpin& lrFpin : acrFpins) {
+        lTimes += lrFpin.mTimes;
+    }
+    return lTimes;
 }
 
-template <class Thing, class Count>
-void ZTCHostBacklog::takeEach(std::vector<Thing> ZTSHostNews::*apThings, ZTSHostNews& arNews,
-                              std::uint64_t& arLost, const Count& acrCount) noexcept {
-    std::vector<Thing>& lrHere = mNews.*apThings;
-    for (Thing& lrThing : arNews.*apThings) {
-        const std::uint64_t lCount = acrCount(lrThing);
-        const std::size_t lBefore = lrHere.size();
-        try {
-            ZTSHostNews lOne;
-            (lOne.*apThings).push_back(std::move(lrThing));
-            const std::size_t lBytes = lOne.getBytes();
-            mNews.join(std::move(lOne));
-            mBytes += lrHere.size() > lBefore ? lBytes : 0;
-            if (lrHere.size() > lBefore && mBytes > mLimit && !makeRoom()) {
-                arLost += acrCount(lrHere.back());
-                lrHere.pop_back();
-                mBytes = mNews.getBytes();
-            }
-        } catch (const std::bad_alloc&) {
-            arLost += lCount;
-        }
+}  // namespace
+
+void ZTCHostBacklog::take(ZTSHostNews aNews) noexcept {
+    takeFpins(std::move(aNews.mFpins));
+    takeStalls(std::move(aNews.mStalls));
+    takeMeasures(std::move(aNews.mMeasures));
+    // What is left are pieces that are moved.
+    mNews.join(
+        {{}, {}, {}, std::move(aNews.mStorage), std::move(aNews.mBlindSpots), std::move(aNews.mWindows)});
+}
+
+void ZTCHostBacklog::takeFpins(std::vector<ZTSFpin>&& arFpins) noexcept {
+    if (arFpins.empty()) {
+        return;
     }
+    const std::uint64_t lAll = sCount(mNews.mFpins) + sCount(arFpins);
+    try {
+        ZTSHostNews lFpins;
+        lFpins.mFpins = std::move(arFpins);
+        mNews.join(std::move(lFpins));
+    } catch (const std::bad_alloc&) {
+        // Those that were not reached.
+    }
+    dropWhatIsTooMuch(mNews.mFpins);
+    mLost.mFpins += lAll - sCount(mNews.mFpins);
+}
+
+void ZTCHostBacklog::takeStalls(std::vector<ZTSStall>&& arStalls) noexcept {
+    if (arStalls.empty()) {
+        return;
+    }
+    const std::size_t lCount = arStalls.size();
+    try {
+        ZTSHostNews lStalls;
+        lStalls.mStalls = std::move(arStalls);
+        mNews.join(std::move(lStalls));
+    } catch (const std::bad_alloc&) {
+        mLost.mStalls += lCount;
+    }
+    const std::size_t lBefore = mNews.mStalls.size();
+    dropWhatIsTooMuch(mNews.mStalls);
+    mLost.mStalls += lBefore - mNews.mStalls.size();
+}
+
+// What came last.
+template <class Thing>
+void ZTCHostBacklog::dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept {
+    mBytes = mNews.getBytes();
+    if (mBytes <= mLimit || makeRoom()) {
+        return;
+    }
+    const std::size_t lKept = arThings.size() * mLimit / mBytes;
+    arThings.erase(arThings.begin() + static_cast<std::ptrdiff_t>(lKept), arThings.end());
+    mBytes = mNews.getBytes();
 }
 
 void ZTCHostBacklog::takeMeasures(ZTCMeasures&& arMeasures) noexcept {
@@ -54,20 +88,24 @@ void ZTCHostBacklog::takeMeasures(ZTCMeasures&& arMeasures) noexcept {
 }
 
 // It takes a while: only where there is something to fold.
-bool ZTCHostBacklog::makeRoom() {
+bool ZTCHostBacklog::makeRoom() noexcept {
     if (mBytes - std::min(mBytes, mCoarseBytes) <= mLimit / 8) {
         return false;
     }
-    mNews.coarsen();
+    try {
+        mNews.coarsen();
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
     mBytes = mCoarseBytes = mNews.getBytes();
     return mBytes <= mLimit;
 }
 
 std::vector<ZTSChange> ZTCHostBacklog::listLost(ZTNanoseconds aTime) const {
     std::vector<ZTSChange> lChanges;
-    for (const auto& [lpName, lLost] : {std::pair("lost_fpins", mLost.mFpins),
-                                        std::pair("lost_stalls", mLost.mStalls),
-                                        std::pair("lost_sums", mLost.mSums)}) {
+    for (const auto& [lpName, lLost] :
+         {std::pair("lost_fpins", mLost.mFpins), std::pair("lost_stalls", mLost.mStalls),
+          std::pair("lost_sums", mLost.mSums)}) {
         if (lLost != 0) {
             lChanges.push_back({aTime, "sensor", "buffer", "changed", lpName, "0", std::to_string(lLost)});
         }

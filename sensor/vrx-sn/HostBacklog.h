@@ -7,12 +7,12 @@
 #include "HostNews.h"
 #include "Record.h"
 
-/// Joined with what waits, within a limit: where it is reached sums become coarser and FPINs that say the same
-/// one, and what finds no room then is counted. One thread at a time.
+/// Joined with what waits, within a limit: where it is reached sums become coarser and FPINs that say the
+/// same one, and what finds no room then is counted. One thread at a time.
 class ZTCHostBacklog {
   public:
-    /// aLimit: in bytes, of FPINs, stalls and sums. What is there whole (storage, blind spots, windows) has its
-    /// own limits, and replaces what was there.
+    /// aLimit: in bytes, of FPINs, stalls and sums. What is there whole (storage, blind spots, windows) has
+    /// its own limits, and replaces what was there.
     explicit ZTCHostBacklog(std::size_t aLimit) : mLimit(aLimit) {}
 
     /// What there is no memory for is counted as lost too.
@@ -29,11 +29,12 @@ class ZTCHostBacklog {
     struct Lost {
         std::uint64_t mFpins = 0, mStalls = 0, mSums = 0;
     };
-    template <class Thing, class Count>
-    void takeEach(std::vector<Thing> ZTSHostNews::*apThings, ZTSHostNews& arNews, std::uint64_t& arLost,
-                  const Count& acrCount) noexcept;
+    void takeFpins(std::vector<ZTSFpin>&& arFpins) noexcept;
+    void takeStalls(std::vector<ZTSStall>&& arStalls) noexcept;
     void takeMeasures(ZTCMeasures&& arMeasures) noexcept;
-    bool makeRoom();
+    template <class Thing>
+    void dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept;
+    bool makeRoom() noexcept;
 
     const std::size_t mLimit;
     ZTSHostNews mNews;

@@ -8,6 +8,7 @@
 namespace {
 
 constexpr std::chrono::minutes sMeasuresEvery(1);
+constexpr char sNotAsked[] = "it was not asked yet";
 
 void sKeepKnown(ZTSHostFacts& arFacts, const ZTSHostFacts& acrBefore) {
     for (std::string ZTSHostFacts::*const lpFact :
@@ -27,7 +28,9 @@ std::size_t sCountOfFc(const ZTSHostStorage& acrStorage) {
 
 }  // namespace
 
-ZTCHostBook::ZTCHostBook(ZTCSnBuffer& arBuffer, ZTCSnLog& arLog) : mrBuffer(arBuffer), mrLog(arLog) {}
+ZTCHostBook::ZTCHostBook(ZTCSnBuffer& arBuffer, ZTCSnLog& arLog) : mrBuffer(arBuffer), mrLog(arLog) {
+    mSight.mNoMultipathd = sNotAsked;
+}
 
 void ZTCHostBook::close() {
     const std::lock_guard lLock(mLock);
@@ -207,8 +210,8 @@ void ZTCHostBook::loseMessages(std::uint64_t aCount, ZTNanoseconds aTime) {
     const std::lock_guard lLock(mLock);
     if (!mIsClosed) {
         mSummary.mLostMessages += aCount;
-        mrBuffer.takeChange({aTime, "sensor", "kernel's messages", "changed", "lost_messages", "0",
-                             std::to_string(aCount)});
+        mrBuffer.takeChange(
+            {aTime, "sensor", "kernel's messages", "changed", "lost_messages", "0", std::to_string(aCount)});
         mrLog.note(ZTSL_Warning, "messages of the kernel's were lost: %llu; FPINs may be among them",
                    static_cast<unsigned long long>(aCount));
     }
@@ -234,6 +237,11 @@ void ZTCHostBook::settle() {
     tellMeasures();
 }
 
+void ZTCHostBook::noteSlice(std::chrono::nanoseconds aTime) {
+    const std::lock_guard lLock(mLock);
+    mSummary.mLongestSlice = std::max(mSummary.mLongestSlice, aTime);
+}
+
 void ZTCHostBook::setWindows(std::vector<ZTSWindow> aWindows) {
     const std::lock_guard lLock(mLock);
     ZTSHostNews lNews;
@@ -241,14 +249,22 @@ void ZTCHostBook::setWindows(std::vector<ZTSWindow> aWindows) {
     tell(std::move(lNews));
 }
 
+void ZTCHostBook::seeAgentHere(bool aIsHere) {
+    const std::lock_guard lLock(mLock);
+    mIsAgentKnown = true;
+    mSight.mIsAgentHere = aIsHere;
+}
+
 void ZTCHostBook::see(const std::function<void(ZTSSight&)>& acrChange) {
     const std::lock_guard lLock(mLock);
     acrChange(mSight);
 }
 
-void ZTCHostBook::tellBlindSpots(bool aIsAll) {
+void ZTCHostBook::tellBlindSpots(bool aIsLate) {
     const std::lock_guard lLock(mLock);
-    if (mIsClosed || (!mBlindSpots && !aIsAll)) {
+    const bool lIsAll =
+        mPorts.hasLooked() && mStorage.hasLooked() && mSight.mNoMultipathd != sNotAsked && mIsAgentKnown;
+    if (mIsClosed || (!mBlindSpots && !lIsAll && !aIsLate)) {
         return;
     }
     std::vector<ZTSBlindSpot> lSpots = listBlindSpots(mSight, *mPorts.getPorts());

@@ -18,6 +18,7 @@ struct ZTSHostSummary {
     std::size_t mPorts = 0, mLuns = 0, mMaps = 0, mWholeMaps = 0, mPaths = 0, mUsablePaths = 0;
     std::size_t mStalled = 0;
     std::uint64_t mFpins = 0, mStalls = 0, mLostMessages = 0;
+    std::chrono::nanoseconds mLongestSlice{0};
 };
 
 /// Any thread; its lock is held for moments. What is new goes to the buffer, in its order. Behind close()
@@ -61,14 +62,18 @@ class ZTCHostBook {
     void loseMessages(std::uint64_t aCount, ZTNanoseconds aTime);
     /// Gathered, and told once a minute, for many of them are of one minute. Nothing of them is left behind.
     void addMeasures(ZTCMeasures& arMeasures, Clock::time_point aNow);
+    /// What a slice of a look at the storage took of the processor.
+    void noteSlice(std::chrono::nanoseconds aTime);
     void setWindows(std::vector<ZTSWindow> aWindows);
     /// Tells what waits for its minute.
     void settle();
 
     /// What can be seen of the host has changed, or may have.
     void see(const std::function<void(ZTSSight&)>& acrChange);
-    /// Works out what cannot be seen, and tells it if it is another. aIsAll: all is known that will soon be.
-    void tellBlindSpots(bool aIsAll);
+    void seeAgentHere(bool aIsHere);
+    /// Works out what cannot be seen, and tells it if it is another: first when all is known that will soon
+    /// be, or when it is late.
+    void tellBlindSpots(bool aIsLate);
 
     ZTSHostSummary getSummary() const;
 
@@ -95,6 +100,7 @@ class ZTCHostBook {
     ZTCMeasures mMeasures;
     Clock::time_point mMeasuresDue;
     ZTSSight mSight;
+    bool mIsAgentKnown = false;                            // whether there is one
     std::optional<std::vector<ZTSBlindSpot>> mBlindSpots;  // as they were told
     ZTSHostSummary mSummary;
 };

@@ -91,7 +91,8 @@ void ZTCLookThread::Shared::waitUntil(Clock::time_point aTime) const {
     const auto [lOne, lOther] = mpLooker->getDescriptors();
     pollfd lPolls[] = {{mWoken.get(), POLLIN, 0}, {lOne, POLLIN, 0}, {lOther, POLLIN, 0}};
     const auto lLeft = std::chrono::ceil<std::chrono::milliseconds>(aTime - Clock::now());
-    if (!mEnds && poll(lPolls, std::size(lPolls), static_cast<int>(std::max<std::int64_t>(lLeft.count(), 0))) > 0) {
+    if (!mEnds &&
+        poll(lPolls, std::size(lPolls), static_cast<int>(std::max<std::int64_t>(lLeft.count(), 0))) > 0) {
         eventfd_t lCount = 0;
         eventfd_read(mWoken.get(), &lCount);
     }
@@ -108,8 +109,7 @@ void ZTCLookThread::end() {
 
 void ZTCLookThread::waitUntil(const std::function<bool()>& acrCondition, Clock::time_point aTime) {
     std::unique_lock lLock(mpShared->mLock);
-    mpShared->mChanged.wait_until(lLock, aTime,
-                                  [&] { return mpShared->mHasEnded || acrCondition(); });
+    mpShared->mChanged.wait_until(lLock, aTime, [&] { return mpShared->mHasEnded || acrCondition(); });
 }
 
 void ZTCLookThread::waitForEnd(Clock::time_point aTime) {

@@ -30,8 +30,8 @@ class ZTCLooker {
     virtual void tellHangs(unsigned int aSeconds) = 0;
 };
 
-/// It may be kept by what it asks, and holds up nobody then: who watches it sees it, and at the end it is left
-/// to itself, with its looker. The functions are for any thread.
+/// It may be kept by what it asks, and holds up nobody then: who watches it sees it, and at the end it is
+/// left to itself, with its looker. The functions are for any thread.
 class ZTCLookThread {
   public:
     using Clock = ZTCLooker::Clock;

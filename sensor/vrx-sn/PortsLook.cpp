@@ -47,8 +47,8 @@ void ZTCPortsLook::lookAtCounters(Clock::time_point aNow) {
 
 void ZTCPortsLook::tellSlow(unsigned int aSeconds) {
     mpBook->say([&](ZTCSnLog& arLog) {
-        arLog.note(ZTSL_Warning,
-                   "the host's ports could not be seen for %u s: a driver was slow to answer", aSeconds);
+        arLog.note(ZTSL_Warning, "the host's ports could not be seen for %u s: a driver was slow to answer",
+                   aSeconds);
     });
 }
 

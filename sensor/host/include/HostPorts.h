@@ -40,6 +40,7 @@ class ZTCHostPorts {
         const std::uint64_t mInode;
         std::uint64_t mLook = 0;      // the last one that found it
         unsigned int mMakingDue = 0;  // what it is made of is read in so many looks
+        std::string mDriver, mDriverVersion;
         ZTCSysfsFolder mFolder;
         ZTSLocalPort mPort;
     };
