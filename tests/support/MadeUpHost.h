@@ -4,7 +4,6 @@
 
 #include "StoreBatch.h"
 #include "StoreWriter.h"
-#include "TestSupport.h"
 
 /// A port of the host, 0 to 3: even ones are on the fabric "left", odd ones on "right".
 inline ZTSWwn ZTHostPort(unsigned int aNumber) {
