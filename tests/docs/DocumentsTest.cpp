@@ -227,7 +227,8 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
                  {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
                  {"vrx-scope.1",
                   {ZT_VRX_SCOPE, "--help-all"},
-                  {"", "start", "watch", "record", "replay", "stats", "history", "ports"}}};
+                  {"", "start", "watch", "record", "replay", "stats", "history", "ports", "paths", "changes",
+                   "note"}}};
     for (const auto& lrRow : lRows) {
         SCOPED_TRACE(lrRow.mPage);
         const std::string lProgram = lrRow.mPage.substr(0, lrRow.mPage.size() - 2);
