@@ -48,7 +48,7 @@ std::string sBootId() {
 void ZTCMadeUpHost::buildProc() {
     mTree.replace("proc/sys/kernel/random/boot_id", sBootId() + "\n");
     mTree.replace("proc/sys/kernel/osrelease", mSite.mKernel + "\n");
-    mTree.replace("proc/version", fmt::format("Linux version {} (made up) #1 SMP\n", mSite.mKernel));
+    mTree.replace("proc/version", fmt::format("Linux version {} (madeup@server1) SMP\n", mSite.mKernel));
     mTree.replace("proc/stat", fmt::format("cpu  0 0 0 0 0 0 0 0 0 0\nbtime {}\n", time(nullptr)));
     mTree.replace("proc/uptime", "1.00 1.00\n");
     writeMounts();
