@@ -44,7 +44,7 @@ constexpr Family sFamilies[] = {
     {"beyond", "lun", "", 10},    {"fpin_li", "event", "", 10}, {"fpin_dn", "reason", "", 10},
     {"fpin_pc", "event", "", 10}, {"fpin_cn", "event", "", 10}, {"fpin_other", "tag", "0x", 16},
 };
-static_assert(std::size(sFamilies) == std::size_t{ZTFL_Count} + ZTFP_Count);
+static_assert(std::size(sFamilies) == std::size_t{ZTFL_Count} + ZTFK_Count);
 
 // What a fabric sends names these rows: they are not to take those of the LUNs.
 constexpr unsigned int sMaxFpinRows = ZTCFcStatisticsFile::MaxRows / 2;
@@ -95,9 +95,9 @@ std::uint64_t ZTCFcStatistics::countFor(ZTEFcLunFigure aFigure, std::uint32_t aH
     return countFor(Key{aPort, aLun, aHost, aFigure}, aBy);
 }
 
-std::uint64_t ZTCFcStatistics::countFor(ZTEFcFpinFigure aFigure, std::uint32_t aHost, std::uint64_t aPort,
+std::uint64_t ZTCFcStatistics::countFor(ZTEFpinKind aKind, std::uint32_t aHost, std::uint64_t aPort,
                                         std::uint32_t aNumber) {
-    return countFor(Key{aPort, aNumber, aHost, unsigned{ZTFL_Count} + aFigure}, 1);
+    return countFor(Key{aPort, aNumber, aHost, unsigned{ZTFL_Count} + aKind}, 1);
 }
 
 std::uint64_t ZTCFcStatistics::countFor(const Key& acrKey, std::uint64_t aBy) {

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "FcStatisticsFile.h"
+#include "FpinDescriptor.h"
 #include "Lock.h"
 
 /// Rows that are always there, in this order.
@@ -42,16 +43,6 @@ enum ZTEFcFigure : unsigned char {
 /// What is counted apart by host, port and LUN.
 enum ZTEFcLunFigure : unsigned char { ZTFL_TimeOuts, ZTFL_Unreached, ZTFL_Failures, ZTFL_Beyond, ZTFL_Count };
 
-/// Descriptors that are counted apart by host, port and what they tell: an event, a reason, a tag.
-enum ZTEFcFpinFigure : unsigned char {
-    ZTFP_LinkIntegrity,
-    ZTFP_Delivery,
-    ZTFP_PeerCongestion,
-    ZTFP_Congestion,
-    ZTFP_Other,
-    ZTFP_Count,
-};
-
 /// Any thread. Counting waits for nothing but another thread that counts.
 class ZTCFcStatistics {
   public:
@@ -69,7 +60,8 @@ class ZTCFcStatistics {
 
     std::uint64_t countFor(ZTEFcLunFigure aFigure, std::uint32_t aHost, std::uint64_t aPort,
                            std::uint64_t aLun, std::uint64_t aBy = 1);
-    std::uint64_t countFor(ZTEFcFpinFigure aFigure, std::uint32_t aHost, std::uint64_t aPort,
+    /// A descriptor, by what it tells: an event, a reason, a tag.
+    std::uint64_t countFor(ZTEFpinKind aKind, std::uint32_t aHost, std::uint64_t aPort,
                            std::uint32_t aNumber);
 
   private:

@@ -4,7 +4,7 @@
 
 #include "Boards.h"
 #include "FcSettings.h"
-#include "Fpin.h"
+#include "FcFpins.h"
 #include "Netlink.h"
 #include "Registrations.h"
 #include "Report.h"

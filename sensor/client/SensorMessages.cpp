@@ -193,3 +193,14 @@ std::uint64_t countEvents(const ZTSensorScopeData& acrData) {
     }
     return lCount;
 }
+
+bool hasScsiAnswers(const ZTSensorScopeData& acrData) {
+    constexpr std::uint8_t lScsi = 4;
+    constexpr std::uint8_t lAnswers = 1 | 2 | 4;  // queue_full, device_busy, check_condition
+    return std::any_of(acrData.begin(), acrData.end(), [](const ZTSSensorRecordList& acrList) {
+        return std::any_of(
+            acrList.mRecords.begin(), acrList.mRecords.end(), [](const ZTSSensorRecord& acrRecord) {
+                return acrRecord.mCategory == lScsi && (acrRecord.mSubcategory & lAnswers) != 0;
+            });
+    });
+}

@@ -23,22 +23,68 @@ enum LocalAttribute : unsigned char {
 constexpr const char* sLocalAttributes[] = {"port_state", "speed",     "port_type",           "port_id",
                                             "node_name",  "port_name", "permanent_port_name", "fabric_name"};
 
-enum RemoteAttribute : unsigned char { RA_State, RA_Roles, RA_PortId, RA_Node, RA_Port };
-constexpr const char* sRemoteAttributes[] = {"port_state", "roles", "port_id", "node_name", "port_name"};
+// Of what it is made.
+enum MakingAttribute : unsigned char {
+    MA_SymbolicName,
+    MA_Model,
+    MA_Firmware,
+    MA_DriverName,
+    MA_DriverVersion
+};
+constexpr const char* sMakingAttributes[] = {"symbolic_name", "model", "firmware_version", "driver_name",
+                                             "driver_version"};
+constexpr const char* sScsiAttributes[] = {"proc_name"};
+
+enum RemoteAttribute : unsigned char { RA_State, RA_Roles, RA_PortId, RA_DevLossTmo, RA_Node, RA_Port };
+constexpr const char* sRemoteAttributes[] = {"port_state",   "roles",     "port_id",
+                                             "dev_loss_tmo", "node_name", "port_name"};
 
 constexpr std::size_t sLooksARound = 40;  // over all remote ports: within a minute though looks come late
 constexpr std::size_t sMostRemoteALook = 256;  // some milliseconds
 constexpr unsigned int sLooksBehindAChange = 8;
+constexpr unsigned int sLooksAMaking = 60;
 
 using Read = std::optional<std::string_view>;
+
+// Some drivers say so that they have nothing to say.
+bool sIsNone(const std::string& acrText) {
+    constexpr const char* lNone[] = {"unknown", "(null)", "<NULL>"};
+    return std::any_of(std::begin(lNone), std::end(lNone),
+                       [&](const char* apNone) { return strcasecmp(acrText.c_str(), apNone) == 0; });
+}
 
 void sSet(std::string& arText, const Read& acrRead) {
     if (acrRead) {
         arText = *acrRead;
-        if (strcasecmp(arText.c_str(), "unknown") == 0) {
+        if (sIsNone(arText)) {
             arText.clear();
         }
     }
+}
+
+// What is not told stays what it was.
+void sKeep(std::string& arText, const Read& acrRead) {
+    std::string lText;
+    sSet(lText, acrRead);
+    if (!lText.empty()) {
+        arText = std::move(lText);
+    }
+}
+
+void sKeep(std::optional<std::uint32_t>& arNumber, const Read& acrRead) {
+    std::uint32_t lNumber = 0;
+    const std::string_view lDigits = acrRead.value_or("");
+    const auto lParsed = std::from_chars(lDigits.begin(), lDigits.end(), lNumber);
+    if (lParsed.ec == std::errc() && lParsed.ptr == lDigits.end()) {
+        arNumber = lNumber;
+    }
+}
+
+void sTakeMaking(ZTSLocalPort& arTo, const ZTSLocalPort& acrFrom) {
+    arTo.mSymbolicName = acrFrom.mSymbolicName;
+    arTo.mModel = acrFrom.mModel;
+    arTo.mFirmware = acrFrom.mFirmware;
+    arTo.mDriver = acrFrom.mDriver;
 }
 
 // All zeros and all ones are no name.
@@ -102,7 +148,9 @@ ZTCHostPorts::Local::Local(const std::string& acrFolder, std::uint64_t aInode)
     : mInode(aInode), mFolder(acrFolder, sLocalAttributes) {}
 
 ZTCHostPorts::ZTCHostPorts(const std::string& acrRoot)
-    : mLocalPath(acrRoot + "/sys/class/fc_host/"), mRemotePath(acrRoot + "/sys/class/fc_remote_ports/") {}
+    : mLocalPath(acrRoot + "/sys/class/fc_host/"),
+      mScsiPath(acrRoot + "/sys/class/scsi_host/"),
+      mRemotePath(acrRoot + "/sys/class/fc_remote_ports/") {}
 
 bool ZTCHostPorts::look() {
     ++mLook;
@@ -125,8 +173,7 @@ void ZTCHostPorts::lookAtLocal() {
         }
         auto lAt = mLocal.find(lNumber);
         if (lAt != mLocal.end() && lAt->second.mInode != aInode) {
-            mLocal.erase(lAt);
-            mHasChanged = true;
+            forget(lAt);
             lAt = mLocal.end();
         }
         if (lAt == mLocal.end()) {
@@ -142,11 +189,24 @@ void ZTCHostPorts::lookAtLocal() {
             makeDue(lNumber);
         }
     });
-    if (lIsListed) {
-        mHasChanged |= std::erase_if(mLocal, [this](const auto& acrLocal) {
-                           return acrLocal.second.mLook != mLook;
-                       }) != 0;
+    for (auto lAt = mLocal.begin(); lIsListed && lAt != mLocal.end();) {
+        const auto lOne = lAt++;
+        if (lOne->second.mLook != mLook) {
+            forget(lOne);
+        }
     }
+}
+
+void ZTCHostPorts::forget(std::map<std::uint32_t, Local>::iterator aAt) {
+    const ZTSLocalPort& lrPort = aAt->second.mPort;
+    if (lrPort.mNames.mPort != ZTSWwn()) {
+        if (mGone.size() == MostLocal) {
+            mGone.clear();
+        }
+        mGone[lrPort.mNames.mPort] = lrPort;
+    }
+    mLocal.erase(aAt);
+    mHasChanged = true;
 }
 
 // True: its remote ports will not be as they were either.
@@ -164,6 +224,7 @@ bool ZTCHostPorts::readLocal(Local& arLocal) {
     }
     sSetFabric(lPort, lrFolder.read(LA_Fabric));
     lrFolder.end();
+    readMaking(arLocal, lPort);
     // It went while it was read: the next look misses it, and this one says nothing of it.
     if (lPort == arLocal.mPort || (lPort.mState.empty() && !lrFolder.isHere())) {
         return false;
@@ -172,6 +233,30 @@ bool ZTCHostPorts::readLocal(Local& arLocal) {
     arLocal.mPort = std::move(lPort);
     mHasChanged = true;
     return lIsMoved;
+}
+
+void ZTCHostPorts::readMaking(Local& arLocal, ZTSLocalPort& arPort) {
+    const auto lGone = mGone.find(arPort.mNames.mPort);
+    if (lGone != mGone.end()) {
+        sTakeMaking(arPort, lGone->second);
+        mGone.erase(lGone);
+        arLocal.mMakingDue = 0;
+        return;
+    }
+    if (arLocal.mMakingDue != 0 && arPort == arLocal.mPort) {
+        --arLocal.mMakingDue;
+        return;
+    }
+    ZTCSysfsFolder lFolder(mLocalPath + arPort.mHost, sMakingAttributes);
+    sKeep(arPort.mSymbolicName, lFolder.read(MA_SymbolicName));
+    sKeep(arPort.mModel, lFolder.read(MA_Model));
+    sKeep(arPort.mFirmware, lFolder.read(MA_Firmware));
+    sKeep(arLocal.mDriver, ZTCSysfsFolder(mScsiPath + arPort.mHost, sScsiAttributes).read(0));
+    sKeep(arLocal.mDriver, lFolder.read(MA_DriverName));
+    sKeep(arLocal.mDriverVersion, lFolder.read(MA_DriverVersion));
+    const bool lIsOne = arLocal.mDriver.empty() || arLocal.mDriverVersion.empty();
+    sKeep(arPort.mDriver, arLocal.mDriver + (lIsOne ? "" : " ") + arLocal.mDriverVersion);
+    arLocal.mMakingDue = sLooksAMaking;
 }
 
 void ZTCHostPorts::makeDue(std::uint32_t aHost) {
@@ -244,6 +329,7 @@ void ZTCHostPorts::readRemote(const RemoteKey& acrKey, Remote& arRemote) {
     sSet(lPort.mState, lFolder.read(RA_State));
     sSet(lPort.mRoles, lFolder.read(RA_Roles));
     sSet(lPort.mPortId, lFolder.read(RA_PortId));
+    sKeep(lPort.mDevLossTmo, lFolder.read(RA_DevLossTmo));
     // At rest the names cost as much as the rest, and say the same.
     if (lPort != arRemote.mPort || arRemote.mDue != 0 || lPort.mNames.mPort == ZTSWwn()) {
         sSet(lPort.mNames.mNode, sName(lFolder.read(RA_Node)));

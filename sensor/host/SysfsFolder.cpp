@@ -59,8 +59,14 @@ ZTCSysfsFolder::~ZTCSysfsFolder() {
 }
 
 std::optional<std::string_view> ZTCSysfsFolder::read(std::size_t aAttribute) {
+    const auto lRead = readBytes(aAttribute, {reinterpret_cast<unsigned char*>(mBytes), sizeof mBytes});
+    return lRead ? std::optional(sFirstLine({mBytes, *lRead}, LongestText)) : std::nullopt;
+}
+
+std::optional<std::size_t> ZTCSysfsFolder::readBytes(std::size_t aAttribute,
+                                                     std::span<unsigned char> aBytes) {
     const int lFile = openAttribute(aAttribute);
-    ssize_t lRead = lFile < 0 ? -1 : pread(lFile, mBytes, sizeof mBytes, 0);
+    const ssize_t lRead = lFile < 0 ? -1 : pread(lFile, aBytes.data(), aBytes.size(), 0);
     const int lError = lRead < 0 ? errno : 0;
     // What has gone is opened anew when it is back.
     if (lError != 0 || lFile >= KeptBelow) {
@@ -69,7 +75,7 @@ std::optional<std::string_view> ZTCSysfsFolder::read(std::size_t aAttribute) {
     if (sIsPassing(lError)) {
         return {};
     }
-    return sFirstLine({mBytes, static_cast<std::size_t>(std::max<ssize_t>(lRead, 0))}, LongestText);
+    return static_cast<std::size_t>(std::max<ssize_t>(lRead, 0));
 }
 
 // O_NONBLOCK: for a pipe in its place. A driver that takes its time for an attribute is waited for.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <string>
+#include <unordered_map>
 #include <utility>
 
 namespace {
@@ -16,6 +17,19 @@ std::size_t sBytesOf(const ZTSStall& acrStall) {
     return sizeof acrStall + acrStall.mName.size() + acrStall.mHits.size();
 }
 
+void sFold(ZTSFpin& arFpin, const ZTSFpin& acrMore) {
+    arFpin.mFirst = std::min(arFpin.mFirst, acrMore.mFirst);
+    arFpin.mLast = std::max(arFpin.mLast, acrMore.mLast);
+    arFpin.mTimes += acrMore.mTimes;
+    arFpin.mCount += acrMore.mCount;
+}
+
+// Those that say the same have the same; so each is compared with few.
+std::string sKeyOf(const ZTSFpin& acrFpin) {
+    std::string lKey = acrFpin.mInitiator.toText() + acrFpin.mDescriptor + acrFpin.mEvent;
+    return lKey + (acrFpin.mAttached ? acrFpin.mAttached->toText() : "") + std::to_string(acrFpin.mModifier);
+}
+
 void sJoin(std::vector<ZTSFpin>& arFpins, ZTSFpin&& arMore) {
     const auto lAt = std::find_if(arFpins.rbegin(), arFpins.rend(), [&](const ZTSFpin& acrFpin) {
         return acrFpin.isSameAs(arMore) && arMore.mFirst - acrFpin.mFirst < sSameFor;
@@ -24,9 +38,7 @@ void sJoin(std::vector<ZTSFpin>& arFpins, ZTSFpin&& arMore) {
         arFpins.push_back(std::move(arMore));
         return;
     }
-    lAt->mLast = std::max(lAt->mLast, arMore.mLast);
-    lAt->mTimes += arMore.mTimes;
-    lAt->mCount += arMore.mCount;
+    sFold(*lAt, arMore);
 }
 
 // Found by a table: where a fabric fails there are thousands.
@@ -78,4 +90,22 @@ void ZTSHostNews::join(ZTSHostNews aMore) {
     sReplace(mStorage, std::move(aMore.mStorage));
     sReplace(mBlindSpots, std::move(aMore.mBlindSpots));
     sReplace(mWindows, std::move(aMore.mWindows));
+}
+
+void ZTSHostNews::coarsen() {
+    std::vector<ZTSFpin> lFpins;
+    std::unordered_map<std::string, std::vector<std::size_t>> lPlaces;
+    for (const ZTSFpin& lrFpin : mFpins) {
+        std::vector<std::size_t>& lrPlaces = lPlaces[sKeyOf(lrFpin)];
+        const auto lAt = std::find_if(lrPlaces.begin(), lrPlaces.end(),
+                                      [&](std::size_t aPlace) { return lFpins[aPlace].isSameAs(lrFpin); });
+        if (lAt != lrPlaces.end()) {
+            sFold(lFpins[*lAt], lrFpin);
+        } else {
+            lrPlaces.push_back(lFpins.size());
+            lFpins.push_back(lrFpin);
+        }
+    }
+    mMeasures.coarsen();
+    mFpins = std::move(lFpins);
 }

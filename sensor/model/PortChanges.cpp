@@ -7,6 +7,7 @@ namespace {
 struct Attribute {
     const char* mpName;
     std::string mValue;
+    bool mMayBeNone = true;  // else nothing is what is not known, which says nothing
 };
 
 std::string sText(const std::optional<std::uint32_t>& acrPortId) {
@@ -17,11 +18,15 @@ std::vector<Attribute> sAttributesOf(const ZTSLocalPort& acrPort) {
     return {{"state", acrPort.mState},
             {"speed", acrPort.mSpeed},
             {"port_id", sText(acrPort.mPortId)},
-            {"fabric", acrPort.mFabric}};
+            {"fabric", acrPort.mFabric},
+            {"firmware", acrPort.mFirmware, false},
+            {"driver", acrPort.mDriver, false}};
 }
 // Its fabric is its initiator's.
 std::vector<Attribute> sAttributesOf(const ZTSRemotePort& acrPort) {
-    return {{"state", acrPort.mState}, {"port_id", sText(acrPort.mPortId)}};
+    return {{"state", acrPort.mState},
+            {"port_id", sText(acrPort.mPortId)},
+            {"dev_loss_tmo", acrPort.mDevLossTmo ? std::to_string(*acrPort.mDevLossTmo) : "", false}};
 }
 
 std::string sNameOf(const ZTSLocalPort& acrPort) {
@@ -69,9 +74,10 @@ void sList(const char* apWhat, const std::vector<Port>& acrBefore, const std::ve
         const auto lOldOnes = sAttributesOf(*lOld->second);
         const auto lNewOnes = sAttributesOf(*lrpPort);
         for (std::size_t lAt = 0; lAt < lNewOnes.size(); ++lAt) {
-            if (lOldOnes[lAt].mValue != lNewOnes[lAt].mValue) {
-                arChanges.push_back({aTime, apWhat, sNameOf(*lrpPort), "changed", lNewOnes[lAt].mpName,
-                                     lOldOnes[lAt].mValue, lNewOnes[lAt].mValue});
+            const auto& [lrpName, lrNew, lrMayBeNone] = lNewOnes[lAt];
+            const std::string& lrOld = lOldOnes[lAt].mValue;
+            if (lrOld != lrNew && (lrMayBeNone || !(lrOld.empty() || lrNew.empty()))) {
+                arChanges.push_back({aTime, apWhat, sNameOf(*lrpPort), "changed", lrpName, lrOld, lrNew});
             }
         }
     }

@@ -60,9 +60,9 @@ ZTCBatchTables::ZTCBatchTables(SQLite::Database& arDatabase)
           arDatabase,
           "INSERT OR REPLACE INTO ports VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, 1, coalesce((SELECT "
           "since FROM ports WHERE port = ?1), (SELECT max(time) FROM changes WHERE time > ?10 AND what = "
-          "'port' AND name = ?1 AND attribute IN ('', 'state')), 0))"),
+          "'port' AND name = ?1 AND attribute IN ('', 'state')), 0), ?11, ?12, ?13, ?14)"),
       mPortChanged(arDatabase, "UPDATE ports SET since = max(since, ?2) WHERE port = ?1"),
-      mSetRemote(arDatabase, "INSERT OR REPLACE INTO remote_ports VALUES (?, ?, ?, ?, ?, ?, ?, ?, 1)"),
+      mSetRemote(arDatabase, "INSERT OR REPLACE INTO remote_ports VALUES (?, ?, ?, ?, ?, ?, ?, ?, 1, ?)"),
       mNoNames(arDatabase, "DELETE FROM names"),
       mAddName(arDatabase, "INSERT INTO names VALUES (?, ?, ?, ?, ?, ?)") {}
 
@@ -71,8 +71,7 @@ void ZTCBatchTables::write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow) {
         writeLoss(lrLoss);
     }
     for (const ZTSChange& lrChange : acrBatch.mChanges) {
-        mAddChange.run(lrChange.mTime, lrChange.mWhat, lrChange.mName, lrChange.mEvent, lrChange.mAttribute,
-                       lrChange.mBefore, lrChange.mAfter);
+        writeChange(lrChange);
         if (lrChange.mWhat == "port" && (lrChange.mAttribute.empty() || lrChange.mAttribute == "state")) {
             mPortChanged.run(lrChange.mName, lrChange.mTime);
         }
@@ -86,6 +85,11 @@ void ZTCBatchTables::write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow) {
     if (acrBatch.mLabels) {
         writeLabels(*acrBatch.mLabels);
     }
+}
+
+void ZTCBatchTables::writeChange(const ZTSChange& acrChange) {
+    mAddChange.run(acrChange.mTime, acrChange.mWhat, acrChange.mName, acrChange.mEvent, acrChange.mAttribute,
+                   acrChange.mBefore, acrChange.mAfter);
 }
 
 void ZTCBatchTables::writeLoss(const ZTSLoss& acrLoss) {
@@ -187,11 +191,13 @@ void ZTCBatchTables::writePorts(const ZTSHostPorts& acrPorts, ZTNanoseconds aNow
     mNoRemotes.run(lLast != 0 ? lLast : aNow);
     for (const ZTSLocalPort& lrPort : acrPorts.mLocal) {
         mSetPort.run(lrPort.mNames.mPort.toText(), lrPort.mNames.mNode.toText(), lrPort.mHost, lrPort.mState,
-                     lrPort.mSpeed, lrPort.mType, lrPort.mPortId, lrPort.mFabric, aNow, aNow - sCameBefore);
+                     lrPort.mSpeed, lrPort.mType, lrPort.mPortId, lrPort.mFabric, aNow, aNow - sCameBefore,
+                     lrPort.mSymbolicName, lrPort.mModel, lrPort.mFirmware, lrPort.mDriver);
     }
     for (const ZTSRemotePort& lrPort : acrPorts.mRemote) {
         mSetRemote.run(lrPort.mInitiator.toText(), lrPort.mNames.mPort.toText(), lrPort.mNames.mNode.toText(),
-                       lrPort.mState, lrPort.mRoles, lrPort.mPortId, lrPort.mFabric, aNow);
+                       lrPort.mState, lrPort.mRoles, lrPort.mPortId, lrPort.mFabric, aNow,
+                       lrPort.mDevLossTmo);
     }
 }
 

@@ -1,4 +1,5 @@
-// What goes into the store beside the records: losses, changes, runs of the agent, ports and names.
+// What goes into the store beside the records: losses, changes, runs of the agent, ports and names
+// (HostTables.h has the rest).
 #pragma once
 
 #include "Statement.h"
@@ -8,8 +9,9 @@ class ZTCBatchTables {
   public:
     explicit ZTCBatchTables(SQLite::Database& arDatabase);
 
-    /// All of a batch but its rows. aNow: when ports are seen.
+    /// What it has of them. aNow: when ports are seen.
     void write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow);
+    void writeChange(const ZTSChange& acrChange);
     /// The run of an agent that came last.
     std::optional<ZTSAgentRun> loadAgent();
     /// The ports that are there. What of them is gone when ports are next written, was seen last at that

@@ -2,12 +2,13 @@
 
 #include <array>
 
+#include "HostSchema.h"
 #include "StoreFile.h"
 
 // Times are nanoseconds since 1970. Names of ports are eight hex pairs with colons, or empty.
 const char ZTStoreSchema[] = R"sql(
-CREATE TABLE meta (          -- what there is one of: store (its UUID), host, made, closed_to, longest,
-  name TEXT PRIMARY KEY,     -- longest_loss, in_use, last_write, batch, retired_records, retired_events
+CREATE TABLE meta (          -- what there is one of (docs/store.md)
+  name TEXT PRIMARY KEY,
   value
 ) WITHOUT ROWID;
 
@@ -159,14 +160,19 @@ FROM records JOIN series ON series.id = series;
 
 namespace {
 
-// A change of the tables changes both: the text above, for a new store, and a step here, for those that there
-// are.
-constexpr std::array<const char*, 0> sSteps{};
+constexpr std::array sSteps{ZTStoreStepToHost};
 static_assert(ZTStoreVersion == 1 + sSteps.size());
 
 }  // namespace
 
 const ZTStoreStepList ZTStoreSteps(sSteps);
+
+void makeStoreTables(SQLite::Database& arDatabase) {
+    arDatabase.exec(ZTStoreSchema);
+    for (const char* const lpStep : ZTStoreSteps) {
+        arDatabase.exec(lpStep);
+    }
+}
 
 void bringStoreUpToDate(SQLite::Database& arDatabase, ZTStoreStepList aSteps) {
     const auto lVersion = static_cast<std::size_t>(arDatabase.execAndGet("PRAGMA user_version").getInt());

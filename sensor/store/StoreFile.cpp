@@ -19,6 +19,7 @@
 namespace {
 
 constexpr int sBusyMilliseconds = 250;
+constexpr int sPatienceToAdd = 5000;
 
 std::string sMakeUuid() {
     std::array<unsigned char, 16> lBytes{};
@@ -70,7 +71,7 @@ void sMake(SQLite::Database& arDatabase) {
     arDatabase.exec("PRAGMA page_size = 4096");
     SQLite::Transaction lTransaction(arDatabase);
     arDatabase.exec("PRAGMA auto_vacuum = INCREMENTAL");
-    arDatabase.exec(ZTStoreSchema);
+    makeStoreTables(arDatabase);
     SQLite::Statement lInsert(arDatabase, "INSERT INTO meta VALUES ('store', ?), ('made', ?)");
     lInsert.bind(1, sMakeUuid());
     lInsert.bind(2, sNow());
@@ -171,6 +172,33 @@ ZTSOpenedStore sOpen(const std::string& acrPath) {
     return sMakeAnew(std::move(lLock), acrPath);
 }
 
+// One that stands there, and is whole as far as that can be seen.
+void sRefuseAllButStores(const std::string& acrPath, const ZTSStoreHolder& acrHolder) {
+    const ZTEStoreLook lLook = lookAtStore(acrPath, acrHolder);
+    sRefuseOthers(lLook, acrPath);
+    if (lLook == ZTEStoreLook::Damaged) {
+        sRefuse(ZTEStoreFault::Damaged, acrPath,
+                " is damaged, or another program wrote it: vrx-sn sees to it when it starts");
+    }
+    if (lLook == ZTEStoreLook::Nothing) {
+        acrHolder.mIsHere
+            ? sRefuse(ZTEStoreFault::Busy, acrPath, " is just being made: try again")
+            : sRefuse(ZTEStoreFault::Unusable, acrPath, " is not there: start vrx-sn, or name another store");
+    }
+}
+
+SQLite::Database sOfThisVersion(SQLite::Database aDatabase, const std::string& acrPath) {
+    const int lVersion = sGetVersion(aDatabase);
+    if (lVersion > ZTStoreVersion) {
+        sRefuseNewer(acrPath);
+    }
+    if (lVersion < ZTStoreVersion) {
+        sRefuse(ZTEStoreFault::Busy, acrPath,
+                " is of an older version: vrx-sn brings it up to date when it starts");
+    }
+    return aDatabase;
+}
+
 template <class Work>
 auto sTelling(const std::string& acrPath, const Work& acrWork) {
     try {
@@ -202,29 +230,25 @@ SQLite::Database openStoreAgain(const std::string& acrPath) {
     return sTelling(acrPath, [&] { return sConnectToWrite(acrPath); });
 }
 
-SQLite::Database openStoreToRead(const std::string& acrPath) {
-    const ZTSStoreHolder lHolder = findStoreHolder(acrPath);
-    const ZTEStoreLook lLook = lookAtStore(acrPath, lHolder);
-    sRefuseOthers(lLook, acrPath);
-    if (lLook == ZTEStoreLook::Damaged) {
-        sRefuse(ZTEStoreFault::Damaged, acrPath,
-                " is damaged, or another program wrote it: vrx-sn sees to it when it starts");
+ZTSStoreAddition openStoreToAdd(const std::string& acrPath) {
+    if (access(acrPath.c_str(), W_OK) != 0 && errno != ENOENT) {
+        throw toStoreError(errno, acrPath);
     }
-    if (lLook == ZTEStoreLook::Nothing) {
-        lHolder.mIsHere
-            ? sRefuse(ZTEStoreFault::Busy, acrPath, " is just being made: try again")
-            : sRefuse(ZTEStoreFault::Unusable, acrPath, " is not there: start vrx-sn, or name another store");
-    }
+    ZTSStoreHolder lHolder;
+    ZTCStoreDescriptor lLock = lockStoreToAdd(acrPath, lHolder);
+    sRefuseAllButStores(acrPath, lHolder);
     return sTelling(acrPath, [&] {
-        SQLite::Database lDatabase = sConnect(acrPath, SQLite::OPEN_READONLY);
-        const int lVersion = sGetVersion(lDatabase);
-        if (lVersion > ZTStoreVersion) {
-            sRefuseNewer(acrPath);
-        }
-        if (lVersion < ZTStoreVersion) {
-            sRefuse(ZTEStoreFault::Busy, acrPath,
-                    " is of an older version: vrx-sn brings it up to date when it starts");
-        }
-        return lDatabase;
+        SQLite::Database lDatabase = sConnectToWrite(acrPath);
+        sqlite3_db_config(lDatabase.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+        lDatabase.setBusyTimeout(sPatienceToAdd);
+        // Nobody else sees to it that the disk has it.
+        lDatabase.exec(lLock.get() >= 0 ? "PRAGMA synchronous = FULL" : "");
+        return ZTSStoreAddition{std::move(lLock), sOfThisVersion(std::move(lDatabase), acrPath)};
     });
+}
+
+SQLite::Database openStoreToRead(const std::string& acrPath) {
+    sRefuseAllButStores(acrPath, findStoreHolder(acrPath));
+    return sTelling(acrPath,
+                    [&] { return sOfThisVersion(sConnect(acrPath, SQLite::OPEN_READONLY), acrPath); });
 }

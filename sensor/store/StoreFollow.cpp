@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "StoreRows.h"
+#include "HostRows.h"
 
 namespace {
 
-// Of losses or changes what has a higher id than the last one. False: there is more of it.
+// Of losses, changes and so on what has a higher id than the last one. False: there is more of it.
 template <class Item>
 bool sReadNew(ZTCStoreReader& arReader, ZTCStoreSlice& arSlice, const ZTSHistoryFilter& acrFilter,
               std::uint64_t& arLast, std::vector<Item>& arItems) {
@@ -59,6 +59,30 @@ bool ZTCStoreFollow::readRecords(ZTCStoreReader& arReader, ZTCStoreSlice& arSlic
     return lReadBehind(mPlace.mLastRecord, std::numeric_limits<std::uint64_t>::max());
 }
 
+// Of the stalls that were not over. Those that the store had at the begin were told by whoever knows its
+// place.
+void ZTCStoreFollow::readEnds(ZTCStoreReader& arReader, std::vector<ZTSStoredStall>& arStalls) {
+    if (!mOpenStalls) {
+        mOpenStalls.emplace();
+        SQLite::Statement lOpen(arReader.getDatabase(), "SELECT id FROM stalls WHERE over = 0 AND id <= ?");
+        lOpen.bind(1, static_cast<std::int64_t>(mPlace.mLastStall));
+        while (lOpen.executeStep()) {
+            mOpenStalls->insert(numberAt(lOpen, 0));
+        }
+    }
+    SQLite::Statement lRow(arReader.getDatabase(), std::string(ZTStallColumns) + " WHERE id = ?");
+    std::erase_if(*mOpenStalls, [&](std::uint64_t aId) {
+        lRow.reset();
+        lRow.bind(1, static_cast<std::int64_t>(aId));
+        const bool lIsThere = lRow.executeStep();
+        if (lIsThere && readStoredStall(lRow).mStall.mIsOver) {
+            takeStoredRow(lRow, mFilter, arStalls);
+            return true;
+        }
+        return !lIsThere;
+    });
+}
+
 bool ZTCStoreFollow::read(ZTCStoreReader& arReader, News& arNews) {
     return storeCall(arReader.getPath(), [&] {
         ZTCStoreSlice lSlice(arReader);
@@ -66,10 +90,20 @@ bool ZTCStoreFollow::read(ZTCStoreReader& arReader, News& arNews) {
         if (lStore != mPlace.mStore) {
             mPlace = {};
             mPlace.mStore = lStore;
+            mOpenStalls.reset();
         }
+        readEnds(arReader, arNews.mStalls);
+        const std::size_t lEnded = arNews.mStalls.size();
         const bool lIsAll = readRecords(arReader, lSlice, arNews.mRecords) &&
                             sReadNew(arReader, lSlice, mFilter, mPlace.mLastLoss, arNews.mLosses) &&
-                            sReadNew(arReader, lSlice, mFilter, mPlace.mLastChange, arNews.mChanges);
+                            sReadNew(arReader, lSlice, mFilter, mPlace.mLastChange, arNews.mChanges) &&
+                            sReadNew(arReader, lSlice, mFilter, mPlace.mLastFpin, arNews.mFpins) &&
+                            sReadNew(arReader, lSlice, mFilter, mPlace.mLastStall, arNews.mStalls);
+        for (std::size_t lAt = lEnded; lAt < arNews.mStalls.size(); ++lAt) {
+            if (!arNews.mStalls[lAt].mStall.mIsOver) {
+                mOpenStalls->insert(arNews.mStalls[lAt].mId);
+            }
+        }
         return !lIsAll;
     });
 }

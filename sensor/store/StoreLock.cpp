@@ -48,15 +48,21 @@ ZTSStoreHolder sRead(int aFile) {
     lHolder.mMade = std::strtoll(lMade.c_str(), nullptr, 10);
     std::getline(lText, lHolder.mSetAside);
     lHolder.mIsOfBoot = !lBoot.empty() && lBoot == sBoot();
-    struct flock lLock = sWholeFile(F_RDLCK);
-    lHolder.mIsHere = fcntl(aFile, F_OFD_GETLK, &lLock) == 0 && lLock.l_type != F_UNLCK;
+    struct flock lLock = sWholeFile(F_WRLCK);
+    const bool lIsKnown = fcntl(aFile, F_OFD_GETLK, &lLock) == 0;
+    lHolder.mIsHere = lIsKnown && lLock.l_type == F_WRLCK;
+    lHolder.mIsAdded = lIsKnown && lLock.l_type == F_RDLCK;
     return lHolder;
 }
 
-[[noreturn]] void sRefuse(const std::string& acrStore, const std::string& acrProcess) {
-    const std::string lName = acrProcess.empty() ? "" : sFirstLine("/proc/" + acrProcess + "/comm");
+[[noreturn]] void sRefuse(const std::string& acrStore, const ZTSStoreHolder& acrHolder) {
+    if (acrHolder.mIsAdded) {
+        throw ZTCStoreError(ZTEStoreFault::Busy, acrStore + " is just being added to by another process");
+    }
+    const std::string& lrProcess = acrHolder.mProcess;
+    const std::string lName = lrProcess.empty() ? "" : sFirstLine("/proc/" + lrProcess + "/comm");
     throw ZTCStoreError(ZTEStoreFault::Unusable,
-                        acrStore + " is written by process " + (acrProcess.empty() ? "?" : acrProcess) +
+                        acrStore + " is written by process " + (lrProcess.empty() ? "?" : lrProcess) +
                             (lName.empty() ? "" : " (" + lName + ")") + " already: one vrx-sn a store");
 }
 
@@ -65,6 +71,15 @@ ZTSStoreHolder sRead(int aFile) {
 ZTSStoreHolder findStoreHolder(const std::string& acrStore) {
     const ZTCStoreDescriptor lFile(open(sNameOf(acrStore).c_str(), O_RDONLY | O_CLOEXEC));
     return sRead(lFile.get());
+}
+
+ZTCStoreDescriptor lockStoreToAdd(const std::string& acrStore, ZTSStoreHolder& arHolder) {
+    ZTCStoreDescriptor lFile(open(sNameOf(acrStore).c_str(), O_RDONLY | O_CLOEXEC));
+    struct flock lLock = sWholeFile(F_RDLCK);
+    const bool lIsLocked = fcntl(lFile.get(), F_OFD_SETLK, &lLock) == 0;
+    arHolder = sRead(lFile.get());
+    arHolder.mIsGone = lIsLocked && !arHolder.mIsAdded;
+    return lIsLocked ? std::move(lFile) : ZTCStoreDescriptor();
 }
 
 ZTCStoreLock::ZTCStoreLock(const std::string& acrStore) {
@@ -85,11 +100,11 @@ ZTCStoreLock::ZTCStoreLock(const std::string& acrStore) {
     struct flock lLock = sWholeFile(F_WRLCK);
     if (fcntl(lFile.get(), F_OFD_SETLK, &lLock) != 0) {
         if (errno == EAGAIN || errno == EACCES) {
-            sRefuse(acrStore, mBefore.mProcess);
+            sRefuse(acrStore, mBefore);
         }
         throw toStoreError(errno, acrStore);
     }
-    mBefore.mIsHere = false;
+    mBefore.mIsHere = mBefore.mIsAdded = false;
     mBefore.mIsGone = true;
     mFile = std::move(lFile);
     noteSetAside(mBefore.mSetAside);

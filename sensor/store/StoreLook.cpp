@@ -62,7 +62,7 @@ ZTEStoreLook sLook(const std::string& acrPath, const ZTSStoreHolder& acrHolder) 
     if (!sIsOurs(lPage)) {
         return acrHolder.mIsKnown ? ZTEStoreLook::Damaged : ZTEStoreLook::Foreign;
     }
-    if (acrHolder.mIsHere) {
+    if (acrHolder.mIsHere || acrHolder.mIsAdded) {
         return ZTEStoreLook::Store;
     }
     // The log may have what was being brought into the file when that was cut short: SQLite knows then.
@@ -71,8 +71,8 @@ ZTEStoreLook sLook(const std::string& acrPath, const ZTSStoreHolder& acrHolder) 
     const bool lIsSummed = hasPageSum(lPage.data(), 1);
     if ((!lHasLog && (lIsCut || !lIsSummed)) || (acrHolder.mIsOfBoot && !isStoreLogWhole(acrPath))) {
         // One that has just been opened by another process changes as it is looked at.
-        return !acrHolder.mIsGone && findStoreHolder(acrPath).mIsHere ? ZTEStoreLook::Store
-                                                                      : ZTEStoreLook::Damaged;
+        const ZTSStoreHolder lNow = acrHolder.mIsGone ? acrHolder : findStoreHolder(acrPath);
+        return lNow.mIsHere || lNow.mIsAdded ? ZTEStoreLook::Store : ZTEStoreLook::Damaged;
     }
     return lIsSummed && sNumberAt(lPage, 60) > ZTStoreVersion ? ZTEStoreLook::Newer : ZTEStoreLook::Store;
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "BatchTables.h"
+#include "HostTables.h"
 #include "Retention.h"
 #include "SeriesBook.h"
 #include "StoreWriter.h"
@@ -23,6 +24,7 @@ struct ZTSStoreParts {
           mSums(mDatabase),
           mSeries(mDatabase, mSums, limitOfSeries(acrOptions.mSeriesLimit, aKeepBytes)),
           mTables(mDatabase),
+          mHost(mDatabase),
           mRetention(mDatabase),
           mBegin(mDatabase, "BEGIN IMMEDIATE"),
           mCommit(mDatabase, "COMMIT"),
@@ -51,6 +53,7 @@ struct ZTSStoreParts {
     ZTCSums mSums;
     ZTCSeriesBook mSeries;
     ZTCBatchTables mTables;
+    ZTCHostTables mHost;
     ZTCRetention mRetention;
     ZTCStatement mBegin, mCommit, mGetMeta, mSetMeta, mMaxMeta, mAddRow, mGrowRow, mCountRecords;
 };

@@ -106,12 +106,19 @@ ZTSStorePlace ZTCStoreReader::readPlace() {
             mDatabase,
             "SELECT (SELECT value FROM meta WHERE name = 'store'),"
             " (SELECT value FROM meta WHERE name = 'closed_to'), (SELECT max(id) FROM records),"
-            " (SELECT max(id) FROM losses), (SELECT max(id) FROM changes)");
+            " (SELECT max(id) FROM losses), (SELECT max(id) FROM changes), (SELECT max(id) FROM fpins),"
+            " (SELECT max(id) FROM stalls)");
         lPlace.executeStep();
         const auto lNumber = [&](int aAt) {
             return static_cast<std::uint64_t>(lPlace.getColumn(aAt).getInt64());
         };
-        return ZTSStorePlace{lPlace.getColumn(0).getString(), lNumber(1), lNumber(2), lNumber(3), lNumber(4)};
+        return ZTSStorePlace{lPlace.getColumn(0).getString(),
+                             lNumber(1),
+                             lNumber(2),
+                             lNumber(3),
+                             lNumber(4),
+                             lNumber(5),
+                             lNumber(6)};
     });
 }
 
@@ -150,16 +157,16 @@ std::vector<ZTSStoredSeries> ZTCStoreReader::readSeries() {
 std::vector<ZTSStoredPort> ZTCStoreReader::readPorts() {
     const std::string lSince = ", since FROM ports ORDER BY here DESC, length(host), host, port";
     return readAll<ZTSStoredPort>(*this, ZTPortColumns + lSince, [](SQLite::Statement& arRow) {
-        return ZTSStoredPort{readLocalPort(arRow), arRow.getColumn(8).getInt() != 0,
-                             arRow.getColumn(9).getInt64(), arRow.getColumn(10).getInt64()};
+        return ZTSStoredPort{readLocalPort(arRow), arRow.getColumn(12).getInt() != 0,
+                             arRow.getColumn(13).getInt64(), arRow.getColumn(14).getInt64()};
     });
 }
 
 std::vector<ZTSStoredRemotePort> ZTCStoreReader::readRemotePorts() {
     const std::string lOrder = " FROM remote_ports ORDER BY initiator, here DESC, port_id, port";
     return readAll<ZTSStoredRemotePort>(*this, ZTRemotePortColumns + lOrder, [](SQLite::Statement& arRow) {
-        return ZTSStoredRemotePort{readRemotePort(arRow), arRow.getColumn(7).getInt() != 0,
-                                   arRow.getColumn(8).getInt64()};
+        return ZTSStoredRemotePort{readRemotePort(arRow), arRow.getColumn(8).getInt() != 0,
+                                   arRow.getColumn(9).getInt64()};
     });
 }
 

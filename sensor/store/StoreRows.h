@@ -22,7 +22,7 @@ inline std::uint64_t numberAt(SQLite::Statement& arRow, int aAt) {
 inline std::optional<std::uint64_t> numberOrNothingAt(SQLite::Statement& arRow, int aAt) {
     return arRow.isColumnNull(aAt) ? std::nullopt : std::optional(numberAt(arRow, aAt));
 }
-inline std::optional<std::uint32_t> portIdAt(SQLite::Statement& arRow, int aAt) {
+inline std::optional<std::uint32_t> smallNumberAt(SQLite::Statement& arRow, int aAt) {
     return arRow.isColumnNull(aAt) ? std::nullopt : std::optional(arRow.getColumn(aAt).getUInt());
 }
 /// All zeros for what is none.
@@ -36,17 +36,19 @@ inline ZTSPortNames readNames(SQLite::Statement& arRow, int aAt) {
 
 /// What readLocalPort() and readRemotePort() take; more may stand behind.
 inline constexpr char ZTPortColumns[] =
-    "SELECT node, port, host, state, speed, type, port_id, fabric, here, seen";
+    "SELECT node, port, host, state, speed, type, port_id, fabric, symbolic_name, model, firmware, driver, here,"
+    " seen";
 inline constexpr char ZTRemotePortColumns[] =
-    "SELECT node, port, initiator, state, roles, port_id, fabric, here, seen";
+    "SELECT node, port, initiator, state, roles, port_id, fabric, dev_loss_tmo, here, seen";
 
 inline ZTSLocalPort readLocalPort(SQLite::Statement& arRow) {
-    return {readNames(arRow, 0), textAt(arRow, 2),   textAt(arRow, 3), textAt(arRow, 4),
-            textAt(arRow, 5),    portIdAt(arRow, 6), textAt(arRow, 7)};
+    return {readNames(arRow, 0), textAt(arRow, 2),        textAt(arRow, 3), textAt(arRow, 4),
+            textAt(arRow, 5),    smallNumberAt(arRow, 6), textAt(arRow, 7), textAt(arRow, 8),
+            textAt(arRow, 9),    textAt(arRow, 10),       textAt(arRow, 11)};
 }
 inline ZTSRemotePort readRemotePort(SQLite::Statement& arRow) {
-    return {wwnAt(arRow, 2),  readNames(arRow, 0), textAt(arRow, 3),
-            textAt(arRow, 4), portIdAt(arRow, 5),  textAt(arRow, 6)};
+    return {wwnAt(arRow, 2),         readNames(arRow, 0), textAt(arRow, 3),       textAt(arRow, 4),
+            smallNumberAt(arRow, 5), textAt(arRow, 6),    smallNumberAt(arRow, 7)};
 }
 
 inline constexpr char ZTSeriesColumns[] =
@@ -93,7 +95,7 @@ inline ZTSStoredRecord readStoredRecord(SQLite::Statement& arRow, const ZTSSerie
     return lRecord;
 }
 
-// What differs between losses and changes. Both begin with time, last and id.
+// What differs between losses, changes and others that have a time. All begin with time, last and id.
 template <class Item>
 struct ZTSTimeRows;
 
@@ -102,6 +104,7 @@ struct ZTSTimeRows<ZTSLoss> {
     static constexpr char Columns[] = "SELECT first, last, id, source, reason, events, at_most FROM losses";
     static constexpr char Time[] = "first";
     static constexpr const char* Longest = "longest_loss";
+    static constexpr const char* Open = nullptr;
     static std::uint64_t lastOf(const ZTSStorePlace& acrPlace) { return acrPlace.mLastLoss; }
     static ZTSLoss read(SQLite::Statement& arRow) {
         return {arRow.getColumn(0), arRow.getColumn(1),          textAt(arRow, 3),
@@ -116,6 +119,7 @@ struct ZTSTimeRows<ZTSChange> {
         "SELECT time, time, id, what, name, event, attribute, before, after FROM changes";
     static constexpr char Time[] = "time";
     static constexpr const char* Longest = nullptr;  // a change has but one time
+    static constexpr const char* Open = nullptr;
     static std::uint64_t lastOf(const ZTSStorePlace& acrPlace) { return acrPlace.mLastChange; }
     static ZTSChange read(SQLite::Statement& arRow) {
         return {arRow.getColumn(0), textAt(arRow, 3), textAt(arRow, 4), textAt(arRow, 5),

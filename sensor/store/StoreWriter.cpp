@@ -22,6 +22,7 @@ constexpr unsigned int sRowsBetweenLooks = 256;
 constexpr auto sRetireTime = 5ms;
 constexpr unsigned int sRetireRows = 128;
 constexpr auto sSweepEvery = 60s;
+constexpr auto sTidyEvery = 1h;
 constexpr std::uint64_t sRetireBytes = std::uint64_t{4} << 20;  // of the log, in need
 constexpr int sShrinkPages = 64;
 
@@ -52,6 +53,7 @@ class ZTCStoreWriter::Impl {
     void setKeep(unsigned int aDays, std::uint64_t aBytes);
     void beginAnew();
     void write(const ZTSStoreBatch& acrBatch);
+    std::vector<ZTSStoreRequest> takeRequests();
     bool retire(ZTNanoseconds aNow);
     void checkpoint();
     std::string describeHolder() const { return describeHolders(mOptions.mPath); }
@@ -74,6 +76,7 @@ class ZTCStoreWriter::Impl {
     void retireToSize(Clock::time_point aEnd);
     bool retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd);
     bool joinSeries(Clock::time_point aNow);
+    bool tidy(Clock::time_point aNow);
     ZTSStoreParts& getStore() const;
     std::int64_t getMeta(const char* apName) const;
     void setMeta(const char* apName, std::int64_t aValue);
@@ -89,6 +92,7 @@ class ZTCStoreWriter::Impl {
     ZTCClockTrust mClock;
     Clock::time_point mNextSweep;
     Clock::time_point mNextJoin;  ///< of series
+    Clock::time_point mNextTidy;
     std::uint64_t mRecords = 0;
     std::uint64_t mNewRecords = 0;  ///< of the running transaction
     std::uint64_t mGoneRecords = 0;
@@ -141,6 +145,7 @@ void ZTCStoreWriter::Impl::loadStart() {
     if (mStart.mLastWrite != 0) {
         mStart.mPorts = getStore().mTables.loadPorts(lrDatabase, mStart.mLastWrite);
     }
+    getStore().mHost.load(mStart);
     mLongest = getMeta("longest");
     mRecords = countRecords();
     setMeta("in_use", 1);
@@ -205,6 +210,7 @@ void ZTCStoreWriter::Impl::rollBack() noexcept {
     mpStore->mSeries.forget();
     mpStore->mSums.forget();
     mpStore->mTables.forget();
+    mpStore->mHost.forget();
     mLongest = 0;
 }
 
@@ -233,7 +239,9 @@ void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
         writeRows(acrBatch);
         mpStore->mSeries.flush();
         mpStore->mSums.flush();
-        mpStore->mTables.write(acrBatch, sNow());
+        const ZTNanoseconds lNow = sNow();
+        mpStore->mTables.write(acrBatch, lNow);
+        mpStore->mHost.write(acrBatch, lNow);
         writeMeta(acrBatch);
     });
     mRecords = mRecords + mNewRecords - mGoneRecords;
@@ -283,6 +291,24 @@ void ZTCStoreWriter::Impl::writeMeta(const ZTSStoreBatch& acrBatch) {
     }
 }
 
+// Beside a note nobody needs to have been asked for anything: what it says is what there is of it.
+std::vector<ZTSStoreRequest> ZTCStoreWriter::Impl::takeRequests() {
+    std::vector<ZTSStoreRequest> lRequests;
+    if (!tell([&] { return getStore().mHost.hasRequests(); })) {
+        return lRequests;
+    }
+    inTransaction([&] {
+        lRequests = mpStore->mHost.takeRequests(sNow());
+        for (const ZTSStoreRequest& lrRequest : lRequests) {
+            if (lrRequest.mWhat == "note") {
+                mpStore->mTables.writeChange({lrRequest.mTime, "note", lrRequest.mWho, "noted",
+                                              lrRequest.mSubject, "", lrRequest.mText});
+            }
+        }
+    });
+    return lRequests;
+}
+
 // ---- Retention ----
 
 ZTSRetentionFacts ZTCStoreWriter::Impl::look(ZTNanoseconds aNow, bool aIsClockTrusted) const {
@@ -316,9 +342,10 @@ bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
     const ZTSRetentionPlan lPlan = tell([&] { return planRetention(look(aNow, lIsTrusted)); });
     const bool lSweeps = lPlan.mOlderThan && lNow >= mNextSweep;
     const bool lJoins = lNow >= mNextJoin && tell([&] { return mpStore->mSeries.isNearLimit(); });
+    const bool lTidies = lNow >= mNextTidy;
     bool lIsOlder = false;
     bool lIsMore = false;
-    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps || lJoins) {
+    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps || lJoins || lTidies) {
         mGoneRecords = 0;
         inTransaction([&] {
             if (lPlan.mIsFull) {
@@ -326,6 +353,7 @@ bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
             }
             lIsOlder = lSweeps && retireByAge(*lPlan.mOlderThan, lNow + sRetireTime);
             lIsMore = lJoins && joinSeries(lNow);
+            lIsMore |= lTidies && tidy(lNow);
             if (lPlan.mShrinks) {
                 mpStore->mDatabase.exec("PRAGMA incremental_vacuum(" + std::to_string(sShrinkPages) + ')');
             }
@@ -347,6 +375,9 @@ void ZTCStoreWriter::Impl::retireToSize(Clock::time_point aEnd) {
     if (const std::optional<ZTNanoseconds> lBegin = mpStore->mRetention.findBegin()) {
         mpStore->mRetention.removeSums(*lBegin);
     }
+    if (!mCouldRetire) {
+        mCouldRetire = mpStore->mRetention.removeOldestSums();
+    }
 }
 
 // True: there is more.
@@ -366,6 +397,20 @@ bool ZTCStoreWriter::Impl::joinSeries(Clock::time_point aNow) {
         mpStore->mSeries.forget();
     }
     mNextJoin = lIsMore ? aNow : aNow + sSweepEvery;
+    return lIsMore;
+}
+
+// Measures take a quarter of what is kept at most. True: there is more.
+bool ZTCStoreWriter::Impl::tidy(Clock::time_point aNow) {
+    ZTCHostRetention& lrHost = mpStore->mRetention.getHost();
+    std::uint64_t lGone = 0;
+    const bool lIsMore = lrHost.limitMeasures(mKeep.mBytes / 4) || lrHost.removeUnused(lGone);
+    if (lGone != 0) {
+        mpStore->mSeries.forget();
+        mpStore->mSums.forget();
+        mpStore->mHost.forgetMeasured();
+    }
+    mNextTidy = lIsMore ? aNow : aNow + sTidyEvery;
     return lIsMore;
 }
 
@@ -402,6 +447,9 @@ void ZTCStoreWriter::setKeep(unsigned int aDays, std::uint64_t aBytes) {
 }
 void ZTCStoreWriter::write(const ZTSStoreBatch& acrBatch) {
     mpImpl->write(acrBatch);
+}
+std::vector<ZTSStoreRequest> ZTCStoreWriter::takeRequests() {
+    return mpImpl->takeRequests();
 }
 bool ZTCStoreWriter::retire(ZTNanoseconds aNow) {
     return mpImpl->retire(aNow);

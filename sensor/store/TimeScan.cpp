@@ -2,19 +2,31 @@
 
 #include <limits>
 
-#include "StoreRows.h"
+#include "HostRows.h"
 
 namespace {
 
-// Where what ends at or behind a time can begin at the earliest.
+// Where what ends at or behind a time can begin at the earliest, unless it has not ended.
 template <class Item>
-ZTNanoseconds sBegin(ZTCStoreReader& arReader, ZTNanoseconds aSince) {
+ZTNanoseconds sEndedBegin(ZTCStoreReader& arReader, ZTNanoseconds aSince) {
     constexpr ZTNanoseconds lEver = std::numeric_limits<ZTNanoseconds>::min();
     if (ZTSTimeRows<Item>::Longest == nullptr) {
         return aSince;
     }
     const ZTNanoseconds lLongest = arReader.readMeta(ZTSTimeRows<Item>::Longest);
     return lLongest != 0 && aSince > lEver + lLongest ? aSince - lLongest : lEver;
+}
+
+template <class Item>
+ZTNanoseconds sBegin(ZTCStoreReader& arReader, ZTNanoseconds aSince) {
+    const ZTNanoseconds lBegin = sEndedBegin<Item>(arReader, aSince);
+    if (ZTSTimeRows<Item>::Open == nullptr) {
+        return lBegin;
+    }
+    return storeCall(arReader.getPath(), [&] {
+        const SQLite::Column lOpen = arReader.getDatabase().execAndGet(ZTSTimeRows<Item>::Open);
+        return lOpen.isNull() ? lBegin : std::min<ZTNanoseconds>(lBegin, lOpen.getInt64());
+    });
 }
 
 }  // namespace
@@ -59,3 +71,5 @@ bool ZTCTimeScan<Item>::read(std::vector<Item>& arItems) {
 
 template class ZTCTimeScan<ZTSLoss>;
 template class ZTCTimeScan<ZTSChange>;
+template class ZTCTimeScan<ZTSStoredFpin>;
+template class ZTCTimeScan<ZTSStoredStall>;

@@ -33,6 +33,7 @@ constexpr std::chrono::milliseconds sStoreStep = 2ms;
 constexpr std::chrono::milliseconds sStartAgain = 10s;
 // How often a run that has nothing new goes to the store, for the time that it was seen.
 constexpr std::chrono::milliseconds sStoreRun = 60s;
+constexpr std::chrono::milliseconds sSightEvery = 5s;
 // An agent whose file is on a disk makes it in a moment. Behind so many looks it has none.
 constexpr unsigned int sLooksForFigures = 10;
 
@@ -345,6 +346,10 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
     try {
         lData = decodeScopeData(std::span(acrMessage).subspan(ZTSSensorHeader::Size));
         mrHost.seeAgent(listInitiators(lData));
+        if (!mHasScsiAnswers && hasScsiAnswers(lData)) {
+            mHasScsiAnswers = true;
+            mrHost.see([](ZTSSight& arSight) { arSight.mHasCheckConditions = true; });
+        }
         lpPorts = mrHost.getPorts();
         const std::lock_guard lLock(mMutex);
         lRun = mBook.getRun();
@@ -426,6 +431,23 @@ void ZTCAgentLoop::look() {
         mNextRun = lNow.mSteady + sStoreRun;
         deliver(mBook.takeNews());
     }
+    seeLibrary(lNow.mSteady);
+}
+
+// What the agent's library can tell of, for what the host cannot see.
+void ZTCAgentLoop::seeLibrary(Clock::time_point aNow) {
+    if (aNow < mNextSight) {
+        return;
+    }
+    mNextSight = aNow + sSightEvery;
+    std::optional<std::map<std::string, std::uint64_t>> lLibrary;
+    if (mpSeen != nullptr && mpSeen->mLibrary) {
+        lLibrary.emplace();
+        for (const ZTSStatistic& lrRow : mpSeen->mLibrary->mRows) {
+            (*lLibrary)[lrRow.mName] = lrRow.mValue;
+        }
+    }
+    mrHost.see([&](ZTSSight& arSight) { arSight.mLibrary = std::move(lLibrary); });
 }
 
 // With the lock: what is told later comes later.

@@ -68,6 +68,7 @@ class ZTCAgentLoop {
     void settle();
 
     void look();
+    void seeLibrary(Clock::time_point aNow);
     void deliver(ZTSBookNews aNews);
     void waitForWork();
     void meet(ZTCSnTrouble& arTrouble, const std::exception& acrError, std::chrono::milliseconds aPause);
@@ -102,7 +103,9 @@ class ZTCAgentLoop {
     Clock::time_point mNextTouch;
     Clock::time_point mNextStart;  ///< of a collection
     Clock::time_point mNextRun;    ///< to be stored for itself
+    Clock::time_point mNextSight;  ///< of what the library tells of
     Clock::time_point mPausedTo;
+    bool mHasScsiAnswers = false;  ///< the agent has ever told of one
     ZTCAgentTargets mTargets;
     ZTCSnTrouble mDirectoryTrouble;
     ZTCSnTrouble mNoAgent;

@@ -108,6 +108,7 @@ ZTCSensor::ZTCSensor(const ZTSSnOptions& acrOptions, const std::vector<std::stri
           sStoreOf(mOptions), mBuffer, mFigures, mrLog,
           [this](const ZTSStoreStart& acrStart) { takeStart(acrStart); }, [this] { sSet(mBroken); }),
       mCollected(sMakeEvent()) {
+    mHost.setWindows(mOptions.mWindows);
     if (!mFigures.getTrouble().empty()) {
         mrLog.note(ZTSL_Warning, "the figures are in no file: %s", mFigures.getTrouble().c_str());
     }
@@ -216,10 +217,30 @@ void ZTCSensor::turn() {
     mBuffer.closeDue(lNow);
     mFigures.set(ZTSN_UncommittedBytes, mBuffer.getBytes());
     mFigures.set(ZTSN_LogLost, mrLog.getLost());
-    mFigures.set(ZTSN_Ports, mHost.getPorts()->mLocal.size());
+    mHost.seeAgentHere(mFigures.get(ZTSN_AgentUp) != 0);
+    showHost();
     mStore.tellTrouble();
     mHost.tellTrouble(lNow);
     tellStatus(lNow);
+}
+
+void ZTCSensor::showHost() {
+    const ZTSHostSummary lHost = mHost.getSummary();
+    const std::pair<ZTESnFigure, std::uint64_t> lFigures[] = {
+        {ZTSN_Ports, lHost.mPorts},
+        {ZTSN_Luns, lHost.mLuns},
+        {ZTSN_Maps, lHost.mMaps},
+        {ZTSN_WholeMaps, lHost.mWholeMaps},
+        {ZTSN_Paths, lHost.mPaths},
+        {ZTSN_UsablePaths, lHost.mUsablePaths},
+        {ZTSN_StalledDisks, lHost.mStalled},
+        {ZTSN_Stalls, lHost.mStalls},
+        {ZTSN_Fpins, lHost.mFpins},
+        {ZTSN_LostMessages, lHost.mLostMessages},
+        {ZTSN_LongestSlice, static_cast<std::uint64_t>(lHost.mLongestSlice.count())}};
+    for (const auto& [lFigure, lValue] : lFigures) {
+        mFigures.set(lFigure, lValue);
+    }
 }
 
 void ZTCSensor::tellStatus(Clock::time_point aNow) {
@@ -255,6 +276,7 @@ void ZTCSensor::reload() {
         mLoop.setOptions(mOptions);
         mBuffer.setFold(sFoldOf(mOptions));
         mStore.setKeep(mOptions.mKeepDays, mOptions.mKeepBytes);
+        mHost.setWindows(mOptions.mWindows);
         mHost.reload(mOptions.mNames);
         mrLog.note(ZTSL_Notice, "configuration and names are read anew");
     } catch (const std::exception& lrError) {
@@ -277,6 +299,7 @@ void ZTCSensor::end() {
     if (!lHasCollected) {
         mrLog.note(ZTSL_Warning, "the agent does not answer: ending without its last events");
     }
+    mHost.settle();
     mBuffer.closeAll();
     noteSelf(std::to_string(getpid()), "went", "ended");
     const auto lLeft =

@@ -34,6 +34,7 @@ class ZTCSensor {
     void takeStart(const ZTSStoreStart& acrStart);
     void collect();
     void turn();
+    void showHost();
     void tellStatus(Clock::time_point aNow);
     Event waitForEvent();
     void takeFailure();

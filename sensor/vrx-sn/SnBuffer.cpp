@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <limits>
 #include <set>
 #include <utility>
@@ -11,7 +12,8 @@ namespace {
 constexpr std::size_t sMostRuns = 64;   // that wait; of more the first ones are in the changes alone
 constexpr std::size_t sBatchPart = 16;  // of the limit; so the store's log stays short as well
 constexpr std::size_t sBatchSeries = 2000;
-constexpr std::size_t sLosses = 64;  // for so many kinds there is room in any case
+constexpr std::size_t sHostPart = 8;  // of the limit, for what the host tells
+constexpr std::size_t sLosses = 64;   // for so many kinds there is room in any case
 
 constexpr ZTNanoseconds sMinute = 60 * ZTSecond;
 constexpr ZTNanoseconds sSpans[] = {sMinute, 60 * sMinute, 24 * 60 * sMinute,
@@ -60,7 +62,8 @@ ZTNanoseconds sNow() {
 
 }  // namespace
 
-ZTCSnBuffer::ZTCSnBuffer(ZTSBufferOptions aOptions) : mFolding(aOptions.mFold), mLimit(aOptions.mLimit) {
+ZTCSnBuffer::ZTCSnBuffer(ZTSBufferOptions aOptions)
+    : mFolding(aOptions.mFold), mLimit(aOptions.mLimit), mHost(mLimit / sHostPart) {
     mRuns.reserve(sMostRuns);
     mLosses.reserve(sLosses);
 }
@@ -99,7 +102,7 @@ void ZTCSnBuffer::takeRecords(const ZTSensorScopeData& acrData, const ZTSHostPor
 void ZTCSnBuffer::takeRecord(const ZTSCollected& acrCollected, const ZTCFolding::Namer& acrName,
                              Clock::time_point aNow) {
     do {
-        const std::size_t lOthers = std::max(mBatchBytes, mLimit / sBatchPart) + mChangeBytes;
+        const std::size_t lOthers = std::max(mBatchBytes, mLimit / sBatchPart) + countOthers();
         mFolding.setLimit(mLimit - std::min(mLimit, lOthers));
         try {
             if (mFolding.take(acrCollected, aNow, acrName)) {
@@ -197,7 +200,7 @@ void ZTCSnBuffer::takeChange(ZTSChange aChange) {
     const std::lock_guard lLock(mMutex);
     const std::size_t lBytes = sBytesOf(aChange);
     try {
-        if (mFolding.getBytes() + mBatchBytes + mChangeBytes + lBytes > mLimit) {
+        if (mFolding.getBytes() + mBatchBytes + countOthers() + lBytes > mLimit) {
             throw std::bad_alloc();
         }
         mChanges.push_back(std::move(aChange));
@@ -217,6 +220,18 @@ void ZTCSnBuffer::takePorts(ZTSHostPorts aPorts) {
 void ZTCSnBuffer::takeLabels(ZTPortLabels aLabels) {
     const std::lock_guard lLock(mMutex);
     mLabels = std::move(aLabels);
+    hasWork();
+}
+
+void ZTCSnBuffer::takeHost(ZTSHostNews aNews) {
+    const std::lock_guard lLock(mMutex);
+    mHost.take(std::move(aNews));
+    hasWork();
+}
+
+void ZTCSnBuffer::takeFacts(ZTSHostFacts aFacts) {
+    const std::lock_guard lLock(mMutex);
+    mFacts = std::move(aFacts);
     hasWork();
 }
 
@@ -300,6 +315,17 @@ std::vector<ZTSChange> ZTCSnBuffer::copyChanges() const {
     return {mChanges.begin(), lEnd};
 }
 
+// What was lost here that is no event of the agent's.
+std::vector<ZTSChange> ZTCSnBuffer::listLost() const {
+    const ZTNanoseconds lNow = sNow();
+    std::vector<ZTSChange> lLost = mHost.listLost(lNow);
+    if (mLostChanges != 0) {
+        lLost.push_back(
+            {lNow, "sensor", "buffer", "changed", "lost_changes", "0", std::to_string(mLostChanges)});
+    }
+    return lLost;
+}
+
 // The rows up to this id never change again.
 std::uint64_t ZTCSnBuffer::getClosedTo() {
     for (const ZTSFoldedRow& lrRow : mFolding.getRows()) {
@@ -337,12 +363,9 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
         lBatch.mLosses.push_back({mLost.mFirst, mLost.mLast, "sensor", "buffer", mLost.mEvents, {}});
     }
     lBatch.mAgents = mRuns;
-    if (mLostChanges != 0) {
-        mChanges.push_back(
-            {sNow(), "sensor", "buffer", "changed", "lost_changes", "0", std::to_string(mLostChanges)});
-        mLostChanges = 0;
-    }
+    std::vector<ZTSChange> lLost = listLost();
     lBatch.mChanges = copyChanges();
+    lBatch.mChanges.reserve(lBatch.mChanges.size() + lLost.size());
     noteDetached(lBatch, aNextId);
     mChanges.erase(mChanges.begin(), mChanges.begin() + static_cast<std::ptrdiff_t>(lBatch.mChanges.size()));
     for (const ZTSChange& lrChange : lBatch.mChanges) {
@@ -350,10 +373,15 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
         mBatchBytes += lBytes;
         mChangeBytes -= std::min(mChangeBytes, lBytes);
     }
+    std::move(lLost.begin(), lLost.end(), std::back_inserter(lBatch.mChanges));
+    mLostChanges = 0;
     mLosses.clear();
     mLost = {};
     lBatch.mPorts.swap(mPorts);
     lBatch.mLabels.swap(mLabels);
+    lBatch.mFacts.swap(mFacts);
+    mBatchBytes += mHost.getBytes();
+    lBatch.mHost = mHost.detach();
     const auto lToldRuns = static_cast<std::ptrdiff_t>(limitRuns(lBatch.mAgents, lLeft));
     mRuns.erase(mRuns.begin(), mRuns.begin() + lToldRuns);
     mHasWork = lLeft != 0 || !mChanges.empty();
@@ -374,5 +402,5 @@ void ZTCSnBuffer::stored() {
 
 std::size_t ZTCSnBuffer::getBytes() const {
     const std::lock_guard lLock(mMutex);
-    return mFolding.getBytes() + mBatchBytes + mChangeBytes;
+    return mFolding.getBytes() + mBatchBytes + countOthers();
 }

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "Folding.h"
+#include "HostBacklog.h"
 #include "SensorMessages.h"
 #include "StoreBatch.h"
 
@@ -42,7 +43,7 @@ class ZTCSnBuffer {
     void takePorts(ZTSHostPorts aPorts);
     void takeLabels(ZTPortLabels aLabels);
     /// What the host has told: joined with what waits. Where there is no room sums become coarser, then the
-    /// rest is counted as lost.
+    /// rest is counted, and told in rows of changes ("sensor", "buffer", "lost_fpins").
     void takeHost(ZTSHostNews aNews);
     void takeFacts(ZTSHostFacts aFacts);
     /// Closes the rows whose time is over, so that this is stored too.
@@ -89,6 +90,8 @@ class ZTCSnBuffer {
     std::uint64_t copyRows(std::vector<ZTSStoreRow>& arRows, std::uint64_t aNextId);
     static std::size_t limitRuns(std::vector<ZTSAgentRun>& arRuns, std::uint64_t aLeft);
     std::vector<ZTSChange> copyChanges() const;
+    std::vector<ZTSChange> listLost() const;
+    std::size_t countOthers() const { return mChangeBytes + mHost.getBytes(); }
     void noteDetached(ZTSStoreBatch& arBatch, std::uint64_t aNextId);
     std::uint64_t getClosedTo();
 
@@ -106,6 +109,8 @@ class ZTCSnBuffer {
     std::uint64_t mLostChanges = 0;
     std::optional<ZTSHostPorts> mPorts;
     std::optional<ZTPortLabels> mLabels;
+    ZTCHostBacklog mHost;
+    std::optional<ZTSHostFacts> mFacts;
     bool mHasWork = false;
     bool mIsWoken = false;
     bool mIsDetached = false;  // a batch is on its way into the store

@@ -32,6 +32,17 @@ constexpr const char* sNames[] = {
     "ports",
     "log_lost_total",
     "period_ms",
+    "luns",
+    "maps",
+    "whole_maps",
+    "paths",
+    "usable_paths",
+    "stalled_disks",
+    "stalls_total",
+    "fpins_total",
+    "lost_messages_total",
+    "requests_total",
+    "longest_slice_ns",
 };
 static_assert(std::size(sNames) == ZTSN_Count && ZTSN_Count <= ZTSStatisticsBlock::MaxRows);
 

@@ -27,6 +27,17 @@ enum ZTESnFigure : unsigned char {
     ZTSN_Ports,             // ports
     ZTSN_LogLost,           // log_lost_total
     ZTSN_Period,            // period_ms: from fetch to fetch
+    ZTSN_Luns,              // luns: of Fibre Channel, each path's
+    ZTSN_Maps,              // maps
+    ZTSN_WholeMaps,         // whole_maps: with all their paths
+    ZTSN_Paths,             // paths: of the maps, those that are missing too
+    ZTSN_UsablePaths,       // usable_paths
+    ZTSN_StalledDisks,      // stalled_disks
+    ZTSN_Stalls,            // stalls_total: that are over
+    ZTSN_Fpins,             // fpins_total
+    ZTSN_LostMessages,      // lost_messages_total: of the kernel's
+    ZTSN_Requests,          // requests_total
+    ZTSN_LongestSlice,      // longest_slice_ns: of a look at the storage, processor time
     ZTSN_Count
 };
 

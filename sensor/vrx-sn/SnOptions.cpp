@@ -21,6 +21,8 @@ constexpr char sDefaultNames[] = "/etc/vrx-sca/names";
 
 constexpr std::uint64_t sLeastBytes = std::uint64_t{1} << 20;
 constexpr double sLongest = 3600;  // seconds
+constexpr std::size_t sMostWindows = 1000;
+constexpr char sWindow[] = "window";  // the one option that may stand there more than once
 
 // As they are given: what is in units of people's.
 struct Given {
@@ -28,6 +30,7 @@ struct Given {
     double mEvery = 1;
     double mFold = 10;
     std::string mKeepBytes = "8G";
+    std::vector<std::string> mWindows;
     std::string mConfig;
 };
 
@@ -103,6 +106,15 @@ std::string sCheckCommand(const std::string& acrText) {
                : "'" + lProgram + "' is no program by its whole path";
 }
 
+std::string sCheckWindow(const std::string& acrText) {
+    try {
+        parseWindow(acrText);
+        return "";
+    } catch (const std::runtime_error& lrError) {
+        return lrError.what();
+    }
+}
+
 void sDescribe(CLI::App& arProgram, Given& arGiven) {
     ZTSSnOptions& lrOptions = arGiven.mOptions;
     arProgram.set_version_flag("--version", "vrx-sn v" ZT_SENSOR_VERSION, "the version");
@@ -127,6 +139,10 @@ void sDescribe(CLI::App& arProgram, Given& arGiven) {
     lAdd("--host", lrOptions.mHostName, "NAME", "the host whose history it is (its name)")->check(sCheckName);
     lAdd("--on-incident", lrOptions.mOnIncident, "COMMAND", "a program by its whole path, with its arguments")
         ->check(sCheckCommand);
+    lAdd("--window", arGiven.mWindows, "WINDOW", "a maintenance window: WHAT FROM UNTIL [TEXT]")
+        ->allow_extra_args(false)
+        ->take_all()
+        ->check(sCheckWindow);
     lAdd("--config", arGiven.mConfig, "FILE", "the configuration (/etc/vrx-sca/vrx-sn.conf, if it is there)")
         ->configurable(false);
     lAdd("--root", lrOptions.mRoot, "DIR", "where sys and proc are looked for (/)")->check(sCheckNotEmpty);
@@ -138,8 +154,10 @@ class OnceEach : public CLI::ConfigINI {
     std::vector<CLI::ConfigItem> from_config(std::istream& arInput) const override {
         std::vector<CLI::ConfigItem> lItems = CLI::ConfigINI::from_config(arInput);
         std::set<std::string> lNames;
+        joinWindows(lItems);
         for (const CLI::ConfigItem& lrItem : lItems) {
-            if (lrItem.inputs.size() > 1 || !lNames.insert(lrItem.fullname()).second) {
+            const bool lIsMany = lrItem.inputs.size() > 1 && lrItem.fullname() != sWindow;
+            if (lIsMany || !lNames.insert(lrItem.fullname()).second) {
                 throw CLI::ConfigError(lrItem.fullname() + " has more than one value",
                                        CLI::ExitCodes::ConfigError);
             }
@@ -149,6 +167,21 @@ class OnceEach : public CLI::ConfigINI {
             }
         }
         return lItems;
+    }
+
+  private:
+    static void joinWindows(std::vector<CLI::ConfigItem>& arItems) {
+        std::vector<std::string> lWindows;
+        std::erase_if(arItems, [&](const CLI::ConfigItem& acrItem) {
+            const bool lIsWindow = acrItem.fullname() == sWindow;
+            if (lIsWindow) {
+                lWindows.insert(lWindows.end(), acrItem.inputs.begin(), acrItem.inputs.end());
+            }
+            return lIsWindow;
+        });
+        if (!lWindows.empty()) {
+            arItems.push_back({{}, sWindow, std::move(lWindows)});
+        }
     }
 };
 
@@ -163,6 +196,12 @@ ZTSSnOptions sFinish(Given& arGiven) {
     lrOptions.mEvery = lToTime(arGiven.mEvery);
     lrOptions.mFold = lToTime(arGiven.mFold);
     lrOptions.mKeepBytes = sBytesOf(arGiven.mKeepBytes).value();
+    if (arGiven.mWindows.size() > sMostWindows) {
+        throw ZTCSnUsage(fmt::format("there are more than {} windows", sMostWindows));
+    }
+    for (const std::string& lrWindow : arGiven.mWindows) {
+        lrOptions.mWindows.push_back(parseWindow(lrWindow));
+    }
     if (lrOptions.mHostName.empty()) {
         lrOptions.mHostName = sNameOfHost();
     }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "Windows.h"
+
 struct ZTSSnOptions {
     std::string mDirectory;  ///< the agent's runtime directory
     std::string mStore = "/var/lib/vrx-sn/history.db";
@@ -18,6 +20,7 @@ struct ZTSSnOptions {
     std::string mNames;  ///< empty: there are none
     std::string mHostName;
     std::string mOnIncident;
+    std::vector<ZTSWindow> mWindows;
     std::string mConfig;  ///< empty: there is none
     std::string mRoot = "/";
 };

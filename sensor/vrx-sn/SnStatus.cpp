@@ -33,6 +33,20 @@ std::time_t ZTCSnStatus::beginOfDay(Clock::time_point aNow) {
     return std::mktime(&lDay);
 }
 
+// Nothing as long as all is there.
+std::string ZTCSnStatus::getHostTrouble() const {
+    std::string lText;
+    const std::uint64_t lMaps = mrFigures.get(ZTSN_Maps);
+    const std::uint64_t lWhole = mrFigures.get(ZTSN_WholeMaps);
+    if (lWhole < lMaps) {
+        lText += fmt::format(", {} of {} have all paths", sWithCommas(lWhole), sCounted(lMaps, "map"));
+    }
+    if (const std::uint64_t lStalled = mrFigures.get(ZTSN_StalledDisks); lStalled != 0) {
+        lText += ", " + sCounted(lStalled, "disk") + (lStalled == 1 ? " stands" : " stand") + " still";
+    }
+    return lText;
+}
+
 std::string ZTCSnStatus::getText(Clock::time_point aNow, const std::string& acrTrouble) {
     const auto lTaken = static_cast<std::int64_t>(mrFigures.get(ZTSN_Events));
     const std::time_t lDay = beginOfDay(aNow);
@@ -51,5 +65,6 @@ std::string ZTCSnStatus::getText(Clock::time_point aNow, const std::string& acrT
         lText += fmt::format("last fetch {:.1f} s ago", static_cast<double>(lAgo) / 1e9);
     }
     lText += mrFigures.get(ZTSN_AgentUp) != 0 ? "" : ", no agent";
+    lText += getHostTrouble();
     return lText + (acrTrouble.empty() ? "" : "; the history is not written: " + acrTrouble);
 }

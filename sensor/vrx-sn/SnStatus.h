@@ -25,6 +25,8 @@ class ZTCSnStatus {
     static std::time_t beginOfDay(Clock::time_point aNow);
 
   private:
+    std::string getHostTrouble() const;
+
     const ZTCSnFigures& mrFigures;
     std::time_t mDay = 0;
     std::atomic<std::int64_t> mBefore{0};  ///< what is to be added to what was taken, to be today's

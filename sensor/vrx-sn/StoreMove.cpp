@@ -1,5 +1,22 @@
 #include "StoreMove.h"
 
+namespace {
+
+template <class Value>
+void sKeep(std::optional<Value>& arKept, const std::optional<Value>& acrNew) {
+    if (acrNew) {
+        arKept = acrNew;
+    }
+}
+template <class Value>
+void sComplete(std::optional<Value>& arValue, const std::optional<Value>& acrKept) {
+    if (!arValue) {
+        arValue = acrKept;
+    }
+}
+
+}  // namespace
+
 void ZTCStoreMove::begin(std::uint64_t aNextId) {
     mBorder = aNextId;
     mHas.clear();
@@ -17,8 +34,12 @@ void ZTCStoreMove::complete(ZTSStoreBatch& arBatch) const {
         if (arBatch.mAgents.empty() && mAgent) {
             arBatch.mAgents.push_back(*mAgent);
         }
-        arBatch.mPorts = arBatch.mPorts ? arBatch.mPorts : mPorts;
-        arBatch.mLabels = arBatch.mLabels ? arBatch.mLabels : mLabels;
+        sComplete(arBatch.mPorts, mPorts);
+        sComplete(arBatch.mLabels, mLabels);
+        sComplete(arBatch.mFacts, mFacts);
+        sComplete(arBatch.mHost.mStorage, mHost.mStorage);
+        sComplete(arBatch.mHost.mBlindSpots, mHost.mBlindSpots);
+        sComplete(arBatch.mHost.mWindows, mHost.mWindows);
     }
 }
 
@@ -36,6 +57,10 @@ void ZTCStoreMove::stored(const ZTSStoreBatch& acrBatch) {
     if (!acrBatch.mAgents.empty()) {
         mAgent = acrBatch.mAgents.back();
     }
-    mPorts = acrBatch.mPorts ? acrBatch.mPorts : mPorts;
-    mLabels = acrBatch.mLabels ? acrBatch.mLabels : mLabels;
+    sKeep(mPorts, acrBatch.mPorts);
+    sKeep(mLabels, acrBatch.mLabels);
+    sKeep(mFacts, acrBatch.mFacts);
+    sKeep(mHost.mStorage, acrBatch.mHost.mStorage);
+    sKeep(mHost.mBlindSpots, acrBatch.mHost.mBlindSpots);
+    sKeep(mHost.mWindows, acrBatch.mHost.mWindows);
 }

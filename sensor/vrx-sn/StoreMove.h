@@ -6,7 +6,8 @@
 #include "StoreBatch.h"
 
 /// Rows that are open then come into the new one with all their occurrences, so that what is added to them
-/// later finds them; and so do the last run of the agent, the ports and their names. One thread.
+/// later finds them; and so do the last run of the agent, the ports and their names, and how the host stands
+/// otherwise. One thread.
 class ZTCStoreMove {
   public:
     /// A new store is begun: it has none of the rows before this one.
@@ -24,4 +25,6 @@ class ZTCStoreMove {
     std::optional<ZTSAgentRun> mAgent;  ///< as they were stored last
     std::optional<ZTSHostPorts> mPorts;
     std::optional<ZTPortLabels> mLabels;
+    ZTSHostNews mHost;  ///< what is there whole
+    std::optional<ZTSHostFacts> mFacts;
 };

@@ -13,6 +13,7 @@ using namespace std::chrono_literals;
 constexpr std::chrono::milliseconds sRetireEvery = 1min;
 constexpr std::chrono::milliseconds sBetweenRetirements = 20ms;
 constexpr std::chrono::seconds sSizesEvery{1};
+constexpr std::chrono::milliseconds sRequestsEvery = 1500ms;  // who asks sees it done within two seconds
 
 ZTNanoseconds sNow() {
     return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
@@ -44,7 +45,7 @@ void ZTCStoreUpkeep::begin(ZTCStoreWriter& arWriter) {
 
 std::chrono::milliseconds ZTCStoreUpkeep::getWait() {
     const std::lock_guard lLock(mLock);
-    const auto lLeft = mNextRetirement - Clock::now();
+    const auto lLeft = std::min(mNextRetirement, mNextRequests) - Clock::now();
     return mIsKeepNew ? 0ms : std::max(0ms, std::chrono::ceil<std::chrono::milliseconds>(lLeft));
 }
 
@@ -72,6 +73,12 @@ void ZTCStoreUpkeep::work(ZTCStoreWriter& arWriter) {
         const bool lIsMore = arWriter.retire(sNow());
         mrTrouble.succeed();
         mNextRetirement = Clock::now() + (lIsMore ? sBetweenRetirements : sRetireEvery);
+    }
+    if (lNow >= mNextRequests) {
+        mrTrouble.begin("asked for requests");
+        mrFigures.count(ZTSN_Requests, arWriter.takeRequests().size());
+        mrTrouble.succeed();
+        mNextRequests = Clock::now() + sRequestsEvery;
     }
     if (lNow - mSizesShown >= sSizesEvery) {
         showSizes(arWriter);

@@ -9,7 +9,8 @@
 class ZTCSnFigures;
 class ZTCStoreTrouble;
 
-/// Removes what is too old or too much, and shows how large the store is. One thread, but setKeep().
+/// Removes what is too old or too much, takes what somebody asks for, and shows how large the store is. One
+/// thread, but setKeep().
 class ZTCStoreUpkeep {
   public:
     ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCStoreTrouble& arTrouble);
@@ -39,5 +40,6 @@ class ZTCStoreUpkeep {
     bool mIsKeepNew = false;
     // The store's thread alone.
     Clock::time_point mNextRetirement;
+    Clock::time_point mNextRequests;
     Clock::time_point mSizesShown;
 };

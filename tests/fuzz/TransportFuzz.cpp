@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "Fpin.h"
+#include "FpinDescriptor.h"
 #include "TransportMessage.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* apInput, std::size_t aSize) {
@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* apInput, std::size_t 
     std::size_t lPieces = 0;
     lPieces += readTransportMessages(lExact.data(), aSize, [&](const ZTSFcMessage& acrMessage) {
         ++lPieces;
-        readFpin(acrMessage.mData, [](const ZTSFcFpin&) {});
+        readFpin(acrMessage.mData, [](const ZTSFpinDescriptor&) {});
     });
     if (lPieces > aSize / 16 + 1) {
         abort();

@@ -1,6 +1,8 @@
 // A tree as the kernel's Fibre Channel transport has it in sysfs.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <map>
 
 #include "TestSupport.h"
@@ -9,6 +11,21 @@ inline std::string fcDigits(std::uint64_t aNumber) {
     char lDigits[32];
     snprintf(lDigits, sizeof lDigits, "0x%llx", static_cast<unsigned long long>(aNumber));
     return lDigits;
+}
+
+/// What may stand in the place of an attribute, each told nothing by.
+inline const std::vector<std::function<void(const std::string&)>>& fcBadWays() {
+    static const std::vector<std::function<void(const std::string&)>> sWays{
+        [](const std::string&) {},
+        [](const std::string& acrPath) { std::filesystem::create_directory(acrPath); },
+        [](const std::string& acrPath) { mkfifo(acrPath.c_str(), 0644); },
+        [](const std::string& acrPath) { writeFile(acrPath, std::string(1 << 20, '7')); },
+        [](const std::string& acrPath) { std::filesystem::create_symlink("/dev/zero", acrPath); },
+        [](const std::string& acrPath) { writeFile(acrPath, ""); },
+        [](const std::string& acrPath) { writeFile(acrPath, " \t \nOnline\n"); },
+        [](const std::string& acrPath) { writeFile(acrPath, "\x1b[1m\n"); },
+        [](const std::string& acrPath) { writeFile(acrPath, "Unknown\n"); }};
+    return sWays;
 }
 
 /// Hosts and remote ports come and go whole, and an attribute is never there by half.

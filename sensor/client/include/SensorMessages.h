@@ -65,6 +65,8 @@ using ZTSensorScopeData = std::vector<ZTSSensorRecordList>;
 std::vector<ZTSPortNames> listInitiators(const ZTSensorScopeData& acrData);
 std::uint64_t countRecords(const ZTSensorScopeData& acrData);
 std::uint64_t countEvents(const ZTSensorScopeData& acrData);
+/// Whether there is something that a SCSI device answered: a check condition, queue full, busy.
+bool hasScsiAnswers(const ZTSensorScopeData& acrData);
 
 /// Reads an answer without values. Throws ZTCRefusedError, ZTCMalformedAnswerError.
 void decodeSuccess(std::span<const std::uint8_t> aBody);

@@ -10,7 +10,10 @@
 
 /// Reads them again and again. What cannot be read is not known; nothing in it is believed longer than it may
 /// be: a port's names as long as it is there, its fabric as long as its link is down, for that is where it
-/// was. One thread. Only std::bad_alloc is thrown; the next look is as good as any.
+/// was. What it is made of, its symbolic name, model, firmware and driver, is what was told of it last: it is
+/// read each minute, and when something else of it has changed. A port that comes back has these as it had
+/// them at the first look, so that what has become of them is seen at the next. One thread. Only
+/// std::bad_alloc is thrown; the next look is as good as any.
 class ZTCHostPorts {
   public:
     /// What there is beyond is left out.
@@ -35,7 +38,9 @@ class ZTCHostPorts {
         Local(const std::string& acrFolder, std::uint64_t aInode);
 
         const std::uint64_t mInode;
-        std::uint64_t mLook = 0;  // the last one that found it
+        std::uint64_t mLook = 0;      // the last one that found it
+        unsigned int mMakingDue = 0;  // what it is made of is read in so many looks
+        std::string mDriver, mDriverVersion;
         ZTCSysfsFolder mFolder;
         ZTSLocalPort mPort;
     };
@@ -55,13 +60,17 @@ class ZTCHostPorts {
     void lookAtRemote();
     void listRemote();
     bool readLocal(Local& arLocal);
+    void readMaking(Local& arLocal, ZTSLocalPort& arPort);
+    void forget(std::map<std::uint32_t, Local>::iterator aAt);
     void readRemote(const RemoteKey& acrKey, Remote& arRemote);
     void makeDue(std::uint32_t aHost);
     void tell();
 
     const std::string mLocalPath;
+    const std::string mScsiPath;
     const std::string mRemotePath;
     std::map<std::uint32_t, Local> mLocal;
+    std::map<ZTSWwn, ZTSLocalPort> mGone;  // by port name
     std::map<RemoteKey, Remote> mRemote;
     RemoteKey mReadLast{};  // of the round over all remote ports
     std::uint64_t mLook = 0;

@@ -31,6 +31,8 @@ class ZTCSysfsFolder {
     /// The first line of an attribute without blanks at its ends, valid until the next call. Empty: there is
     /// none, or none that is text. Nothing: it cannot be known now, because descriptors or memory are short.
     std::optional<std::string_view> read(std::size_t aAttribute);
+    /// How many bytes of one that is no text: as many as there is room for. Empty and nothing: as above.
+    std::optional<std::size_t> readBytes(std::size_t aAttribute, std::span<unsigned char> aBytes);
     /// Closes the folder itself. It is open only while attributes are being opened.
     void end();
     /// Whether something has that path.

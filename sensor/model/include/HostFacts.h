@@ -16,7 +16,8 @@ struct ZTSHostFacts {
     bool operator==(const ZTSHostFacts&) const = default;
 };
 
-/// A row for each that is not what it was: "host", changed, "kernel"; "host", "booted". What is not known
-/// says nothing.
+/// A row for each that is not what it was, of what "host", without a name: "changed", "kernel" or
+/// "multipath_config"; "booted", with the time of the boot and the kernel after it. What is not known says
+/// nothing.
 std::vector<ZTSChange> listFactChanges(const ZTSHostFacts& acrBefore, const ZTSHostFacts& acrAfter,
                                        ZTNanoseconds aTime);

@@ -9,7 +9,7 @@
 #include "StoreLock.h"
 
 /// What the file is: the version of its tables, as user_version says it.
-inline constexpr int ZTStoreVersion = 1;
+inline constexpr int ZTStoreVersion = 2;
 /// Whose file it is, as application_id says it: "VRXS".
 inline constexpr int ZTStoreApplication = 0x56525853;
 
@@ -30,6 +30,14 @@ ZTSOpenedStore openStoreToWrite(const std::string& acrPath);
 ZTSOpenedStore beginStoreAnew(ZTSOpenedStore aDamaged);
 /// One more connection of the process that has it open to write. Throws ZTCStoreError.
 SQLite::Database openStoreAgain(const std::string& acrPath);
+/// For who adds a row beside whoever writes the store, or when nobody does.
+struct ZTSStoreAddition {
+    ZTCStoreDescriptor mLock;
+    SQLite::Database mDatabase;
+};
+/// Waits for whoever writes for some seconds, and brings nothing of the log into the file. Throws
+/// ZTCStoreError.
+ZTSStoreAddition openStoreToAdd(const std::string& acrPath);
 /// mode=ro. Works while vrx-sn runs and when it does not, also for those who may only read the file and what
 /// stands beside it: FILE-wal and FILE-shm, which stay there for them. Throws ZTCStoreError.
 SQLite::Database openStoreToRead(const std::string& acrPath);

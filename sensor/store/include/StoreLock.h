@@ -11,6 +11,7 @@
 struct ZTSStoreHolder {
     bool mIsKnown = false;   ///< there was one: the file is, or was, a store
     bool mIsHere = false;    ///< it has the lock now
+    bool mIsAdded = false;   ///< another process adds something just now
     bool mIsGone = false;    ///< we have the lock now: nobody else can come
     bool mIsOfBoot = false;  ///< it wrote since the machine was started
     std::string mProcess;    ///< its id
@@ -23,7 +24,7 @@ ZTSStoreHolder findStoreHolder(const std::string& acrStore);
 
 class ZTCStoreLock {
   public:
-    /// Throws ZTCStoreError, Unusable, which names the process that has it.
+    /// Throws ZTCStoreError: Unusable, which names the process that has it, or Busy, for a moment.
     explicit ZTCStoreLock(const std::string& acrStore);
 
     /// Who had it before.
@@ -39,6 +40,10 @@ class ZTCStoreLock {
     ZTCStoreDescriptor mFile;
     ZTSStoreHolder mBefore;
 };
+
+/// For who adds something while nobody writes the store: vrx-sn waits for its end. Tells who has it; nothing
+/// is held where vrx-sn does, or never had it.
+ZTCStoreDescriptor lockStoreToAdd(const std::string& acrStore, ZTSStoreHolder& arHolder);
 
 /// What a call of the system's that failed means for a store.
 ZTCStoreError toStoreError(int aErrno, const std::string& acrPath);

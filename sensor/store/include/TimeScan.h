@@ -1,9 +1,9 @@
-// Walks through losses and changes of the history, a slice at a time.
+// Walks through losses, changes, FPINs and stalls of the history, a slice at a time.
 #pragma once
 
 #include "RecordScan.h"
 
-/// Losses or changes, in the order of time, up to a place.
+/// In the order of time, up to a place.
 template <class Item>
 class ZTCTimeScan {
   public:
@@ -19,3 +19,5 @@ class ZTCTimeScan {
 };
 using ZTCLossScan = ZTCTimeScan<ZTSLoss>;
 using ZTCChangeScan = ZTCTimeScan<ZTSChange>;
+using ZTCFpinScan = ZTCTimeScan<ZTSStoredFpin>;
+using ZTCStallScan = ZTCTimeScan<ZTSStoredStall>;

@@ -43,7 +43,7 @@ TEST(FcStatistics, RowsAreMadeAsTheyAreCounted) {
             EXPECT_EQ(lStatistics.countFor(ZTFL_Beyond, ~0U, 0, 16640), 1U);
             EXPECT_EQ(lStatistics.countFor(ZTFL_Failures, 1234, 1, 16640, 3), 3U);
             EXPECT_EQ(lStatistics.countFor(ZTFL_Failures, ~0U, 1, 5, 4), 0U);  // too long without a LUN too
-            lStatistics.countFor(ZTFP_Other, 3, 0, 0x20005);
+            lStatistics.countFor(ZTFK_Other, 3, 0, 0x20005);
             EXPECT_TRUE(waitUntil([&] { return figureIn(lDirectory.getPath(), "no_row_total") == 4; }));
             ZTTestRows lRows = rowsIn(lDirectory.getPath());
             std::string lBytes = ZTTestStatisticsOf(lRows);
@@ -75,8 +75,8 @@ TEST(FcStatistics, TheDocumentHasEveryRow) {
         lStatistics.countFor(lRow, 3, 1, 0);
     }
     for (const auto lRow :
-         {ZTFP_LinkIntegrity, ZTFP_Delivery, ZTFP_PeerCongestion, ZTFP_Congestion, ZTFP_Other}) {
-        lStatistics.countFor(lRow, 3, lRow < ZTFP_Congestion ? 1 : 0, 0);
+         {ZTFK_LinkIntegrity, ZTFK_Delivery, ZTFK_PeerCongestion, ZTFK_Congestion, ZTFK_Other}) {
+        lStatistics.countFor(lRow, 3, lRow < ZTFK_Congestion ? 1 : 0, 0);
     }
     std::set<std::string> lRows, lPage;
     for (const auto& [lrName, lValue] : rowsIn(lDirectory.getPath())) {
@@ -97,7 +97,7 @@ TEST(FcStatistics, RowsGrowUnderAReaderUntilTheTableIsFull) {
         ZTCFcStatisticsFile::MaxRows - ZTFF_Count - ZTCFcStatisticsFile::MaxRows / 2;
     ZTCFcStatistics lStatistics(lDirectory.getPath());
     for (unsigned int lPort = 1; lPort <= ZTCFcStatisticsFile::MaxRows; ++lPort) {
-        lStatistics.countFor(ZTFP_LinkIntegrity, 3, lPort, 2);
+        lStatistics.countFor(ZTFK_LinkIntegrity, 3, lPort, 2);
     }
     const std::uint64_t lFpinsWithoutRow = lStatistics.get(ZTFF_NoRow);
     EXPECT_EQ(lFpinsWithoutRow, ZTCFcStatisticsFile::MaxRows - ZTCFcStatisticsFile::MaxRows / 2);

@@ -1,30 +1,12 @@
-// What stands in for the kernel: messages with a socket that sends them, beside the tree of FcTree.h.
+// What stands in for the kernel: a socket that sends messages, beside the tree of FcTree.h.
 #pragma once
 
-#include <linux/netlink.h>
 #include <sched.h>
 #include <sys/socket.h>
 
 #include "FcTree.h"
+#include "KernelBytes.h"
 #include "Netlink.h"
-
-inline void fcPut(std::string& arBytes, std::size_t aAt, std::uint64_t aNumber, std::size_t aSize) {
-    memcpy(arBytes.data() + aAt, &aNumber, aSize);
-}
-
-/// The bytes of a message, its lengths all right.
-inline std::string fcMessage(unsigned int aHost, unsigned int aNumber, unsigned int aCode,
-                             const std::string& acrData = std::string(4, '\0')) {
-    const std::size_t lData = acrData.size();
-    std::string lBytes = std::string(52, '\0') + acrData + std::string(NLMSG_ALIGN(lData) - lData, '\0');
-    const std::size_t lFields[][3] = {
-        {0, 4, 52 + lData},  {4, 2, 0x11},   {16, 2, 0x0101}, {18, 2, 0xa1b2},  {20, 2, 0x0100},
-        {22, 2, 36 + lData}, {40, 2, aHost}, {42, 2, lData},  {44, 4, aNumber}, {48, 4, aCode}};
-    for (const auto& [lAt, lSize, lValue] : lFields) {
-        fcPut(lBytes, lAt, lValue, lSize);
-    }
-    return lBytes;
-}
 
 /// Sends to the group that the library listens to, under the number that it is told to believe.
 class ZTCFcTestSender {

@@ -80,16 +80,6 @@ TEST_F(HostPorts, WhatIsNotKnownIsEmpty) {
         // Whom a mode keeps out. A leak check wants to look at the process all the same.
         std::filesystem::permissions(mTree.getPath(), std::filesystem::perms::all);
         EXPECT_EQ(look(), sWhole);
-        const std::function<void(const std::string&)> lWays[] = {
-            [](const std::string&) {},
-            [](const std::string& acrPath) { std::filesystem::create_directory(acrPath); },
-            [](const std::string& acrPath) { mkfifo(acrPath.c_str(), 0644); },
-            [](const std::string& acrPath) { writeFile(acrPath, std::string(1 << 20, '7')); },
-            [](const std::string& acrPath) { std::filesystem::create_symlink("/dev/zero", acrPath); },
-            [](const std::string& acrPath) { writeFile(acrPath, ""); },
-            [](const std::string& acrPath) { writeFile(acrPath, " \t \nOnline\n"); },
-            [](const std::string& acrPath) { writeFile(acrPath, "\x1b[1m\n"); },
-            [](const std::string& acrPath) { writeFile(acrPath, "Unknown\n"); }};
         const std::pair<std::string, std::vector<std::string>> lCases[] = {
             {"fc_host/host3/port_state", {"Online", ""}},
             {"fc_host/host3/speed", {"16 Gbit", ""}},
@@ -106,10 +96,10 @@ TEST_F(HostPorts, WhatIsNotKnownIsEmpty) {
                 lExpected.replace(lExpected.find(lrParts[lPart]), lrParts[lPart].size(), lrParts[lPart + 1]);
             }
             const std::string lContent = readFile(mTree.pathOf(lrBelow));
-            for (std::size_t lWay = 0; lWay < std::size(lWays); ++lWay) {
-                SCOPED_TRACE(lrBelow + " " + std::to_string(lWay));
+            for (const auto& lrWay : fcBadWays()) {
+                SCOPED_TRACE(lrBelow + " " + std::to_string(&lrWay - fcBadWays().data()));
                 mTree.remove(lrBelow);
-                lWays[lWay](mTree.pathOf(lrBelow));
+                lrWay(mTree.pathOf(lrBelow));
                 EXPECT_EQ(lookAnew(), lExpected);
             }
             mTree.remove(lrBelow);
@@ -136,6 +126,58 @@ TEST_F(HostPorts, AFabricIsASwitchesName) {
     EXPECT_TRUE(lIsKnown(look()));
     mTree.set("fc_host/host3/port_state", "Online");
     EXPECT_FALSE(lIsKnown(look()));
+}
+
+TEST_F(HostPorts, WhatAPortIsMadeOfStaysKnown) {
+    const auto lMakingOf = [](const ZTSHostPorts& acrPorts) {
+        const ZTSLocalPort& lrPort = acrPorts.mLocal.at(0);
+        return lrPort.mSymbolicName + "|" + lrPort.mModel + "|" + lrPort.mFirmware + "|" + lrPort.mDriver +
+               "|" + std::to_string(acrPorts.mRemote.at(0).mDevLossTmo.value_or(0));
+    };
+    const auto lLook = [&](unsigned int aLooks = 61) {
+        while (aLooks-- != 0) {
+            mPorts.look();
+        }
+        return lMakingOf(mPorts.getPorts());
+    };
+    const std::pair<std::string, std::string> lMade[] = {{"scsi_host/host3/proc_name", "fcoe"},
+                                                         {"fc_host/host3/symbolic_name", "fcoe over eth0"},
+                                                         {"fc_host/host3/model", "M1"},
+                                                         {"fc_host/host3/firmware_version", "1.0"},
+                                                         {"fc_remote_ports/rport-3:0-1/dev_loss_tmo", "30"}};
+    std::filesystem::create_directories(mTree.pathOf("scsi_host/host3"));
+    mTree.set("fc_host/host3/driver_version", "0.1");
+    for (const auto& [lrBelow, lrText] : lMade) {
+        mTree.set(lrBelow, lrText);
+    }
+    const std::string lKnown = "fcoe over eth0|M1|1.0|fcoe 0.1|30";
+    EXPECT_EQ(lLook(1), lKnown);
+    for (const auto& [lrBelow, lrText] : lMade) {
+        for (const auto& lrWay :
+             {fcBadWays()[0], fcBadWays()[1], fcBadWays()[4], fcBadWays()[7], fcBadWays()[8]}) {
+            mTree.remove(lrBelow);
+            lrWay(mTree.pathOf(lrBelow));
+            EXPECT_EQ(lLook(), lKnown) << lrBelow;
+        }
+        mTree.remove(lrBelow);
+        mTree.set(lrBelow, lrText);
+    }
+    mTree.set("fc_host/host3/driver_name", "other");
+    EXPECT_EQ(lLook(), "fcoe over eth0|M1|1.0|other 0.1|30");
+    mTree.set("fc_host/host3/firmware_version", "1.1");
+    mTree.set("fc_host/host3/port_state", "Linkdown");
+    mTree.set("fc_remote_ports/rport-3:0-1/dev_loss_tmo", "60");
+    EXPECT_EQ(lLook(1), "fcoe over eth0|M1|1.1|other 0.1|60");
+    // It goes for another firmware: it comes back as it was, and has changed at the next look.
+    mTree.remove("fc_host/host3");
+    EXPECT_EQ(look(), "");
+    mTree.add("fc_host/host3", with(sLocal, {{"firmware_version", "2.0"}, {"port_state", "Offline"}}));
+    EXPECT_EQ(lLook(1), "fcoe over eth0|M1|1.1|other 0.1|60");
+    EXPECT_EQ(lLook(1), "fcoe over eth0|M1|2.0|fcoe|60");
+    mTree.set("scsi_host/host3/proc_name", "(null)");
+    ZTCHostPorts lAnew(mTree.getPath());
+    lAnew.look();
+    EXPECT_EQ(lMakingOf(lAnew.getPorts()), "||2.0||60");
 }
 
 TEST_F(HostPorts, TheyComeAndGo) {

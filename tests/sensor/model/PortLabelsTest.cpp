@@ -103,6 +103,20 @@ TEST(PortChanges, EachIsARow) {
               "port 1 changed fabric: left > right\n"
               "remote_port 1 seen from 10:00:00:00:00:00:00:01 changed state: Online > Blocked\n"
               "remote_port 1 seen from 10:00:00:00:00:00:00:01 changed port_id: 0x010204 > 0x010205\n");
+    // What is not known, as an older store does not, has not changed.
+    const auto lMade = [&](const char* apFirmware, const char* apDriver, std::optional<std::uint32_t> aTmo) {
+        ZTSHostPorts lOnes = lBefore;
+        lOnes.mLocal[0].mFirmware = apFirmware;
+        lOnes.mLocal[0].mDriver = apDriver;
+        lOnes.mRemote[0].mDevLossTmo = aTmo;
+        return lOnes;
+    };
+    EXPECT_EQ(lTextOf(lBefore, lMade("1.0", "fcoe", 30)), "");
+    EXPECT_EQ(lTextOf(lMade("1.0", "fcoe", 30), lBefore), "");
+    EXPECT_EQ(lTextOf(lMade("1.0", "fcoe", 30), lMade("2.0", "fcoe 0.1", 60)),
+              "port 1 changed firmware: 1.0 > 2.0\n"
+              "port 1 changed driver: fcoe > fcoe 0.1\n"
+              "remote_port 1 seen from 10:00:00:00:00:00:00:01 changed dev_loss_tmo: 30 > 60\n");
     lAfter = lBefore;
     lAfter.mLocal[0].mNames.mPort = lPorts[1];
     lAfter.mRemote[0].mInitiator = lPorts[1];

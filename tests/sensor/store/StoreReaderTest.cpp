@@ -162,7 +162,7 @@ TEST(StoreReader, ReadsLossesAndChangesOfATime) {
 TEST(StoreReader, SumsAndTotalsAreThoseOfTheTables) {
     Store lStore(20);
     lStore.mStore.exec(
-        "INSERT INTO member VALUES (1, 1, 'plogi'), (2, 1, 'rscn'), (3, 2, 'x');"
+        "INSERT INTO member (id, axis, name) VALUES (1, 1, 'plogi'), (2, 1, 'rscn'), (3, 2, 'x');"
         "INSERT INTO hours VALUES (1, 3600, 1, 10), (1, 3600, 2, 20), (1, 7200, 1, 30), (2, 3600, 3, 99);"
         "INSERT INTO minutes SELECT 1, 60 * t, 2, t FROM (WITH RECURSIVE n(t) AS (SELECT 1 UNION ALL SELECT"
         " t + 1 FROM n WHERE t < 20000) SELECT t FROM n);"

@@ -1,8 +1,10 @@
 // The messages of the kernel, and what only claims to be one.
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <sstream>
 
-#include "FcTest.h"
+#include "KernelBytes.h"
 #include "TransportMessage.h"
 
 namespace {
@@ -22,7 +24,7 @@ std::string read(const std::string& acrBytes) {
     return lText.str();
 }
 
-TEST(FcMessage, WholeAndCutShortAtEachByte) {
+TEST(TransportMessage, WholeAndCutShortAtEachByte) {
     EXPECT_EQ(read(fcMessage(0xfffe, 0xfffffffd, ~0U, "\4\3\2\1+5")),
               "fffe fffffffd ffffffff 1020304+5, bad 0");
     const std::string lTwo = fcMessage(1, 2, 3) + fcMessage(4, 5, 6);
@@ -33,7 +35,7 @@ TEST(FcMessage, WholeAndCutShortAtEachByte) {
 }
 
 // The lengths of the netlink message, the message and its data; types, version, transport, magic number.
-TEST(FcMessage, HeadersThatLie) {
+TEST(TransportMessage, HeadersThatLie) {
     const std::string lNext = "4 5 6 0, ";
     const struct {
         std::string mRead;

@@ -1,0 +1,177 @@
+#include "DisksLook.h"
+
+#include <algorithm>
+#include <ctime>
+#include <utility>
+
+#include "LossBook.h"
+
+namespace {
+
+constexpr std::chrono::seconds sEvery(1);
+constexpr std::chrono::milliseconds sSlice(5);        // of processor time
+constexpr std::chrono::minutes sAskEvery(1);          // where paths are inferred
+constexpr std::chrono::seconds sBlindSpotsAfter(10);  // even if not all is known
+constexpr unsigned int sMostMessages = 1024;          // at once
+
+std::chrono::nanoseconds sProcessorTime() {
+    timespec lTime{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &lTime);
+    return std::chrono::seconds(lTime.tv_sec) + std::chrono::nanoseconds(lTime.tv_nsec);
+}
+
+}  // namespace
+
+ZTCDisksLook::ZTCDisksLook(const std::string& acrRoot, std::shared_ptr<ZTCHostBook> apBook,
+                           std::shared_ptr<ZTCFilesLook> apFiles, std::function<void()> aAskForPaths)
+    : mRoot(acrRoot),
+      mpBook(std::move(apBook)),
+      mpFiles(std::move(apFiles)),
+      mAskForPaths(std::move(aAskForPaths)),
+      mTransport(acrRoot, ZTCKernelMessages::What::Transport),
+      mUevents(acrRoot, ZTCKernelMessages::What::Uevents),
+      mStorage(acrRoot),
+      mBegan(Clock::now()),
+      mNextSlice(mBegan),
+      mNextDisks(mBegan),
+      mNextQuestion(mBegan + sAskEvery) {}
+
+std::array<int, 2> ZTCDisksLook::getDescriptors() const {
+    return {mTransport.getDescriptor(), mUevents.getDescriptor()};
+}
+
+ZTCLooker::Clock::time_point ZTCDisksLook::look() {
+    takeTransport();
+    takeUevents();
+    const auto lNow = Clock::now();
+    if (lNow >= mNextSlice) {
+        mNextSlice = lNow + sEvery;
+        lookAtStorage(lNow);
+        mpBook->see([&](ZTSSight& arSight) {
+            arSight.mNoTransport = mTransport.getWhyNot();
+            arSight.mNoUevents = mUevents.getWhyNot();
+        });
+        mpBook->tellBlindSpots(lNow - mBegan >= sBlindSpotsAfter);
+    }
+    if (lNow >= mNextDisks) {
+        mNextDisks = lNow + ZTCStalls::Every;
+        lookAtDisks(lNow);
+    }
+    return std::min(mNextSlice, mNextDisks);
+}
+
+// ---- What the kernel tells ----
+
+void ZTCDisksLook::takeTransport() {
+    std::span<const unsigned char> lBytes;
+    auto lGot = ZTCKernelMessages::Got::Message;
+    std::shared_ptr<const ZTSHostPorts> lpPorts;
+    for (unsigned int lCount = 0; lCount < sMostMessages && lGot != ZTCKernelMessages::Got::Nothing;
+         ++lCount) {
+        lGot = mTransport.receive(lBytes);
+        if (lGot == ZTCKernelMessages::Got::Message) {
+            lpPorts = lpPorts != nullptr ? lpPorts : mpBook->getPorts();
+            mMessages.take(lBytes, *lpPorts, ZTSMoment::now().mTime, mFpins);
+        }
+    }
+    if (!mFpins.empty()) {
+        mpBook->takeFpins(mFpins);
+    }
+    noteLostMessages();
+}
+
+// By their numbers, which say how many they were.
+void ZTCDisksLook::noteLostMessages() {
+    const std::uint64_t lLost = mMessages.countLost();
+    if (lLost != mLostMessages) {
+        mpBook->loseMessages(lLost - mLostMessages, ZTSMoment::now().mTime);
+        mLostMessages = lLost;
+    }
+}
+
+void ZTCDisksLook::takeUevents() {
+    std::span<const unsigned char> lBytes;
+    auto lGot = ZTCKernelMessages::Got::Message;
+    for (unsigned int lCount = 0; lCount < sMostMessages && lGot != ZTCKernelMessages::Got::Nothing;
+         ++lCount) {
+        lGot = mUevents.receive(lBytes);
+        if (lGot == ZTCKernelMessages::Got::Lost) {
+            mStorage.lookAnew();
+            mNextQuestion = Clock::time_point();
+        } else if (lGot == ZTCKernelMessages::Got::Message) {
+            if (const auto lEvent = readUevent(lBytes)) {
+                mStorage.take(*lEvent);
+            }
+        }
+    }
+}
+
+// ---- What is looked at ----
+
+void ZTCDisksLook::lookAtStorage(Clock::time_point aNow) {
+    if (const auto lPaths = mpFiles->takePaths()) {
+        mStorage.takePaths(*lPaths);
+    }
+    const auto lBegan = sProcessorTime();
+    mIsUntold |= mStorage.step(*mpBook->getPorts(), sSlice, ZTSMoment::now().mTime, mMeasures);
+    mpBook->noteSlice(sProcessorTime() - lBegan);
+    if (mIsUntold && mStorage.isWhole()) {
+        mpBook->seeStorage(mStorage.getStorage(), ZTSMoment::now().mTime);
+        mIsUntold = false;
+    }
+    askForPaths(aNow);
+    noteLeftOut();
+}
+
+// A map that came, or a multipathd that did not answer at the start.
+void ZTCDisksLook::askForPaths(Clock::time_point aNow) {
+    const auto& lrMaps = mStorage.getStorage().mMaps;
+    const bool lIsInferred =
+        std::any_of(lrMaps.begin(), lrMaps.end(), [](const ZTSMap& acrMap) { return acrMap.isInferred(); });
+    if (aNow >= mNextQuestion && (lIsInferred || mNextQuestion == Clock::time_point())) {
+        mNextQuestion = aNow + sAskEvery;
+        mAskForPaths();
+    }
+}
+
+void ZTCDisksLook::lookAtDisks(Clock::time_point aNow) {
+    const auto lText = readDiskStatsFile(mRoot);
+    mpBook->see([&](ZTSSight& arSight) { arSight.mHasDiskStats = lText.has_value(); });
+    if (!lText) {
+        return;
+    }
+    if (auto lStart = mpBook->takeStartStalls()) {
+        mStalls.setStart(std::move(*lStart));
+    }
+    const std::vector<ZTSDiskStats> lStats = readDiskStats(*lText);
+    const ZTSHostStorage& lrStorage = mStorage.getStorage();
+    const ZTNanoseconds lTime = ZTSMoment::now().mTime;
+    mpBook->takeStalls(mStalls.look(lStats, lrStorage, lTime, aNow), mStalls.countStalled());
+    mTimes.look(lStats, lrStorage, lTime, mMeasures);
+    mpBook->addMeasures(mMeasures, aNow);
+}
+
+void ZTCDisksLook::noteLeftOut() {
+    const std::size_t lLeftOut = mStorage.getLeftOut();
+    if (lLeftOut != 0 && mLeftOut == 0) {
+        mpBook->say([&](ZTCSnLog& arLog) {
+            arLog.note(ZTSL_Warning,
+                       "%zu LUNs, maps or mounts are left out: there are more than are looked at", lLeftOut);
+        });
+    }
+    mLeftOut = lLeftOut;
+}
+
+void ZTCDisksLook::tellSlow(unsigned int aSeconds) {
+    mpBook->say([&](ZTCSnLog& arLog) {
+        arLog.note(ZTSL_Warning, "LUNs and paths could not be seen for %u s: the kernel was slow to answer",
+                   aSeconds);
+    });
+}
+
+void ZTCDisksLook::tellHangs(unsigned int aSeconds) {
+    mpBook->say([&](ZTCSnLog& arLog) {
+        arLog.note(ZTSL_Warning, "LUNs and paths cannot be seen: the kernel has not answered for %u s",
+                   aSeconds);
+    });
+}

@@ -1,0 +1,120 @@
+#include "HostBacklog.h"
+
+#include <algorithm>
+#include <new>
+#include <string>
+#include <utility>
+
+namespace {
+
+std::uint64_t sCount(const std::vector<ZTSFpin>& acrFpins) {
+    std::uint64_t lTimes = 0;
+    for (const ZTSFpin& lrFpin : acrFpins) {
+        lTimes += lrFpin.mTimes;
+    }
+    return lTimes;
+}
+
+}  // namespace
+
+void ZTCHostBacklog::take(ZTSHostNews aNews) noexcept {
+    takeFpins(std::move(aNews.mFpins));
+    takeStalls(std::move(aNews.mStalls));
+    takeMeasures(std::move(aNews.mMeasures));
+    // What is left are pieces that are moved.
+    mNews.join(
+        {{}, {}, {}, std::move(aNews.mStorage), std::move(aNews.mBlindSpots), std::move(aNews.mWindows)});
+}
+
+void ZTCHostBacklog::takeFpins(std::vector<ZTSFpin>&& arFpins) noexcept {
+    if (arFpins.empty()) {
+        return;
+    }
+    const std::uint64_t lAll = sCount(mNews.mFpins) + sCount(arFpins);
+    try {
+        ZTSHostNews lFpins;
+        lFpins.mFpins = std::move(arFpins);
+        mNews.join(std::move(lFpins));
+    } catch (const std::bad_alloc&) {
+        // Those that were not reached.
+    }
+    dropWhatIsTooMuch(mNews.mFpins);
+    mLost.mFpins += lAll - sCount(mNews.mFpins);
+}
+
+void ZTCHostBacklog::takeStalls(std::vector<ZTSStall>&& arStalls) noexcept {
+    if (arStalls.empty()) {
+        return;
+    }
+    const std::size_t lCount = arStalls.size();
+    try {
+        ZTSHostNews lStalls;
+        lStalls.mStalls = std::move(arStalls);
+        mNews.join(std::move(lStalls));
+    } catch (const std::bad_alloc&) {
+        mLost.mStalls += lCount;
+    }
+    const std::size_t lBefore = mNews.mStalls.size();
+    dropWhatIsTooMuch(mNews.mStalls);
+    mLost.mStalls += lBefore - mNews.mStalls.size();
+}
+
+// What came last.
+template <class Thing>
+void ZTCHostBacklog::dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept {
+    mBytes = mNews.getBytes();
+    if (mBytes <= mLimit || makeRoom()) {
+        return;
+    }
+    const std::size_t lKept = arThings.size() * mLimit / mBytes;
+    arThings.erase(arThings.begin() + static_cast<std::ptrdiff_t>(lKept), arThings.end());
+    mBytes = mNews.getBytes();
+}
+
+void ZTCHostBacklog::takeMeasures(ZTCMeasures&& arMeasures) noexcept {
+    const std::size_t lCount = arMeasures.getValues().size();
+    if (lCount == 0) {
+        return;
+    }
+    try {
+        if (mBytes + arMeasures.getBytes() > mLimit && !makeRoom()) {
+            throw std::bad_alloc();
+        }
+        mNews.mMeasures.join(std::move(arMeasures));
+    } catch (const std::bad_alloc&) {
+        mLost.mSums += lCount;
+    }
+    mBytes = mNews.getBytes();
+}
+
+// It takes a while: only where there is something to fold.
+bool ZTCHostBacklog::makeRoom() noexcept {
+    if (mBytes - std::min(mBytes, mCoarseBytes) <= mLimit / 8) {
+        return false;
+    }
+    try {
+        mNews.coarsen();
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    mBytes = mCoarseBytes = mNews.getBytes();
+    return mBytes <= mLimit;
+}
+
+std::vector<ZTSChange> ZTCHostBacklog::listLost(ZTNanoseconds aTime) const {
+    std::vector<ZTSChange> lChanges;
+    for (const auto& [lpName, lLost] :
+         {std::pair("lost_fpins", mLost.mFpins), std::pair("lost_stalls", mLost.mStalls),
+          std::pair("lost_sums", mLost.mSums)}) {
+        if (lLost != 0) {
+            lChanges.push_back({aTime, "sensor", "buffer", "changed", lpName, "0", std::to_string(lLost)});
+        }
+    }
+    return lChanges;
+}
+
+ZTSHostNews ZTCHostBacklog::detach() noexcept {
+    mLost = {};
+    mBytes = mCoarseBytes = 0;
+    return std::exchange(mNews, {});
+}

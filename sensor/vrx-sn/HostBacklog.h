@@ -1,0 +1,44 @@
+// What the host has told and is not on its way into the store yet.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "HostNews.h"
+#include "Record.h"
+
+/// Joined with what waits, within a limit: where it is reached sums become coarser and FPINs that say the
+/// same one, and what finds no room then is counted. One thread at a time.
+class ZTCHostBacklog {
+  public:
+    /// aLimit: in bytes, of FPINs, stalls and sums. What is there whole (storage, blind spots, windows) has
+    /// its own limits, and replaces what was there.
+    explicit ZTCHostBacklog(std::size_t aLimit) : mLimit(aLimit) {}
+
+    /// What there is no memory for is counted as lost too.
+    void take(ZTSHostNews aNews) noexcept;
+    bool isEmpty() const { return mNews.isEmpty(); }
+    std::size_t getBytes() const { return mBytes; }
+
+    /// A row for each kind of which something was lost since detach(). Throws std::bad_alloc.
+    std::vector<ZTSChange> listLost(ZTNanoseconds aTime) const;
+    /// All of it.
+    ZTSHostNews detach() noexcept;
+
+  private:
+    struct Lost {
+        std::uint64_t mFpins = 0, mStalls = 0, mSums = 0;
+    };
+    void takeFpins(std::vector<ZTSFpin>&& arFpins) noexcept;
+    void takeStalls(std::vector<ZTSStall>&& arStalls) noexcept;
+    void takeMeasures(ZTCMeasures&& arMeasures) noexcept;
+    template <class Thing>
+    void dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept;
+    bool makeRoom() noexcept;
+
+    const std::size_t mLimit;
+    ZTSHostNews mNews;
+    std::size_t mBytes = 0;
+    std::size_t mCoarseBytes = 0;  // what was left when it was made coarser last
+    Lost mLost;
+};

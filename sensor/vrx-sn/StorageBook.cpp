@@ -1,0 +1,88 @@
+#include "StorageBook.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "StorageChanges.h"
+
+namespace {
+
+const std::string& sKeyOf(const ZTSMap& acrMap) {
+    return acrMap.mWwid.empty() ? acrMap.mName : acrMap.mWwid;
+}
+
+}  // namespace
+
+// What may throw comes first, here and below.
+void ZTCStorageBook::setStart(std::optional<ZTSHostStorage> aStorage) {
+    if (mIsStartKnown) {
+        return;
+    }
+    Totals lTotals = mTotals;
+    std::vector<ZTSChange> lChanges;
+    if (aStorage) {
+        raise(lTotals, *aStorage);
+    }
+    if (hasLooked()) {
+        ZTSHostStorage lNow = *mpStorage;
+        apply(lTotals, lNow);
+        if (aStorage) {
+            apply(lTotals, *mFirst);
+            lChanges = listStorageChanges(*aStorage, *mFirst, mFirstTime);
+        }
+        take(std::move(lNow), std::move(lTotals), std::move(lChanges));
+        mFirst.reset();
+    } else {
+        mTotals = std::move(lTotals);
+        mStart = std::move(aStorage);
+    }
+    mIsStartKnown = true;
+}
+
+void ZTCStorageBook::see(ZTSHostStorage aStorage, ZTNanoseconds aTime) {
+    Totals lTotals = mTotals;
+    raise(lTotals, aStorage);
+    apply(lTotals, aStorage);
+    std::vector<ZTSChange> lChanges;
+    if (hasLooked()) {
+        if (*mpStorage == aStorage) {
+            return;
+        }
+        lChanges = listStorageChanges(*mpStorage, aStorage, aTime);
+    } else if (mStart) {
+        lChanges = listStorageChanges(*mStart, aStorage, aTime);
+    } else if (!mIsStartKnown) {
+        mFirst = aStorage;
+        mFirstTime = aTime;
+    }
+    take(std::move(aStorage), std::move(lTotals), std::move(lChanges));
+    mStart.reset();
+}
+
+void ZTCStorageBook::take(ZTSHostStorage aStorage, Totals aTotals, std::vector<ZTSChange> aChanges) {
+    auto lpStorage = std::make_shared<const ZTSHostStorage>(std::move(aStorage));
+    mChanges.reserve(mChanges.size() + aChanges.size());
+    std::move(aChanges.begin(), aChanges.end(), std::back_inserter(mChanges));
+    mTotals = std::move(aTotals);
+    mpStorage = std::move(lpStorage);
+    mHaveNews = true;
+}
+
+void ZTCStorageBook::raise(Totals& arTotals, const ZTSHostStorage& acrStorage) {
+    if (arTotals.size() + acrStorage.mMaps.size() > MostTotals) {
+        arTotals.clear();
+    }
+    for (const ZTSMap& lrMap : acrStorage.mMaps) {
+        std::uint32_t& lrTotal = arTotals[sKeyOf(lrMap)];
+        lrTotal = std::max({lrTotal, lrMap.mTotal, static_cast<std::uint32_t>(lrMap.mPaths.size())});
+    }
+}
+
+void ZTCStorageBook::apply(const Totals& acrTotals, ZTSHostStorage& arStorage) {
+    for (ZTSMap& lrMap : arStorage.mMaps) {
+        const auto lAt = acrTotals.find(sKeyOf(lrMap));
+        if (lAt != acrTotals.end()) {
+            lrMap.mTotal = std::max(lrMap.mTotal, lAt->second);
+        }
+    }
+}

@@ -1,0 +1,50 @@
+// The storage as the host shows it, what has become of it, and how many paths its maps have had.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "Record.h"
+#include "Storage.h"
+
+/// One thread. Throws std::bad_alloc alone: what was told then is to be told again.
+class ZTCStorageBook {
+  public:
+    /// The most paths of so many maps are remembered; of more, of those that are there.
+    static constexpr std::size_t MostTotals = 16384;
+
+    /// What the store had: what the first look finds is compared with that, however late it comes. Nothing:
+    /// it had none, and what the first look finds has not come just now.
+    void setStart(std::optional<ZTSHostStorage> aStorage);
+    /// All of it, as it is now. A map whose paths were more once has still that total.
+    void see(ZTSHostStorage aStorage, ZTNanoseconds aTime);
+
+    bool hasLooked() const { return mpStorage != nullptr; }
+    /// Null before the first look.
+    const std::shared_ptr<const ZTSHostStorage>& getStorage() const { return mpStorage; }
+    /// Whether it is to be stored.
+    bool haveNews() const { return mHaveNews; }
+    void haveBeenTaken() { mHaveNews = false; }
+    std::vector<ZTSChange> takeChanges() { return std::exchange(mChanges, {}); }
+
+  private:
+    using Totals = std::map<std::string, std::uint32_t>;  // by WWID
+
+    static void raise(Totals& arTotals, const ZTSHostStorage& acrStorage);
+    static void apply(const Totals& acrTotals, ZTSHostStorage& arStorage);
+    void take(ZTSHostStorage aStorage, Totals aTotals, std::vector<ZTSChange> aChanges);
+
+    Totals mTotals;
+    std::shared_ptr<const ZTSHostStorage> mpStorage;
+    bool mHaveNews = false;
+    std::vector<ZTSChange> mChanges;
+
+    // What is compared with the store, as long as that is to be done.
+    bool mIsStartKnown = false;
+    std::optional<ZTSHostStorage> mStart;
+    std::optional<ZTSHostStorage> mFirst;
+    ZTNanoseconds mFirstTime = 0;
+};
