@@ -48,7 +48,7 @@ std::string sBootId() {
 void ZTCMadeUpHost::buildProc() {
     mTree.replace("proc/sys/kernel/random/boot_id", sBootId() + "\n");
     mTree.replace("proc/sys/kernel/osrelease", mSite.mKernel + "\n");
-    mTree.replace("proc/version", fmt::format("Linux version {} (made up) #1 SMP\n", mSite.mKernel));
+    mTree.replace("proc/version", fmt::format("Linux version {} (madeup@server1) SMP\n", mSite.mKernel));
     mTree.replace("proc/stat", fmt::format("cpu  0 0 0 0 0 0 0 0 0 0\nbtime {}\n", time(nullptr)));
     mTree.replace("proc/uptime", "1.00 1.00\n");
     writeMounts();
@@ -114,18 +114,28 @@ bool ZTCMadeUpHost::isStanding(const ZTSHostDisk& acrDisk) const {
                                       : std::ranges::any_of(acrDisk.mOver, lIsStanding);
 }
 
+bool ZTCMadeUpHost::hasCommands(const ZTSHostDisk& acrDisk) {
+    const ZTSHostDisk* const lpMap = mapOf(acrDisk);
+    return lpMap != nullptr
+               ? lpMap->mRate > 0
+               : acrDisk.mRate > 0 || (acrDisk.mWhat != What::Map &&
+                                       std::ranges::any_of(acrDisk.mOver, [](const ZTSHostDisk* apDisk) {
+                                           return hasCommands(*apDisk);
+                                       }));
+}
+
 std::uint64_t ZTCMadeUpHost::countWaiting(const ZTSHostDisk& acrDisk) const {
     if (acrDisk.mIsStalled) {
         return sWaiting;
     }
-    const bool lHasCommands =
-        acrDisk.mRate > 0 || std::ranges::any_of(acrDisk.mOver, [](const ZTSHostDisk* apDisk) {
-            return apDisk->mRate > 0 || !apDisk->mOver.empty();
-        });
-    if (!lHasCommands || !acrDisk.mIsUsable) {
+    if (!hasCommands(acrDisk) || !acrDisk.mIsUsable) {
         return 0;
     }
-    return isStanding(acrDisk) ? sWaiting : 1;
+    if (isStanding(acrDisk)) {
+        return sWaiting;
+    }
+    const ZTSHostDisk* const lpMap = mapOf(acrDisk);
+    return lpMap != nullptr && isStanding(*lpMap) ? 0 : 1;  // what waits above has not come down
 }
 
 // Commands begin at maps and at disks without one; they reach the paths that go on, and come from above.

@@ -147,6 +147,7 @@ class ZTCMadeUpHost {
 
     // How commands go on.
     bool isStanding(const ZTSHostDisk& acrDisk) const;
+    static bool hasCommands(const ZTSHostDisk& acrDisk);
     std::uint64_t countWaiting(const ZTSHostDisk& acrDisk) const;
     void complete(double aSeconds);
     void completeAbove(ZTSHostDisk& arDisk, double aCommands);

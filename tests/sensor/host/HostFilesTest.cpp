@@ -67,7 +67,7 @@ TEST_F(HostFiles, TheConfigurationOfMultipathHasAHash) {
     // What cannot be read now says nothing: a folder, a pipe, what never ends or is too long, what leads
     // nowhere.
     for (const std::string& lrName : {lMain, lMore + "c.conf"}) {
-        for (const std::size_t lWay : {1, 2, 4}) {
+        for (const std::size_t lWay : {1U, 2U, 4U}) {
             std::filesystem::remove_all(mRoot / lrName);
             fcBadWays()[lWay](mRoot / lrName);
             EXPECT_EQ(hash(), "") << lrName << lWay;

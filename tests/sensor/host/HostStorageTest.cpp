@@ -73,7 +73,7 @@ class HostStorage : public testing::Test {
         lLocal.mFabric = "left";
         lLocal.mNames.mPort = port(0x1000000000000001);
         mPorts.mLocal = {lLocal};
-        for (const std::uint64_t lTarget : {0, 1}) {
+        for (const std::uint64_t lTarget : {0U, 1U}) {
             mPorts.mRemote.push_back(
                 {lLocal.mNames.mPort, {{}, port(0x5000000000000000 + lTarget)}, "Online", "", {}, "left"});
         }
@@ -413,7 +413,7 @@ TEST_F(ManyLuns, ComeAndGoWhileTheyAreLookedAt) {
     std::atomic<bool> lEnds{false};
     std::thread lChurn([&] {
         std::minstd_rand lRandom(7);
-        for (unsigned int lRound = 0; lRound < ZTTestRounds(1500U, 20000U); ++lRound) {
+        for (unsigned int lRound = 0; lRound < ZTTestRounds(1000U, 8000U); ++lRound) {
             const auto lLun = static_cast<unsigned int>(lRandom() % mLuns);
             const auto lPath = static_cast<unsigned int>(lRandom() % Paths);
             if (lRandom() % 2 == 0) {
