@@ -60,6 +60,11 @@ inline constexpr std::pair<const char*, std::string ZTSHostFacts::*> ZTFactTexts
 inline constexpr char ZTFactBooted[] = "booted";
 ZTSHostFacts readStoredFacts(SQLite::Database& arDatabase);
 
+/// Bytes of a request's text, and of each of its other parts: of what another program put there no more is
+/// read.
+inline constexpr std::size_t ZTRequestText = 4096;
+inline constexpr std::size_t ZTRequestPart = 256;
 inline constexpr char ZTRequestColumns[] =
-    "SELECT id, time, who, what, subject, text FROM requests WHERE done = 0 ORDER BY id";
+    "SELECT id, time, substr(who, 1, 256), substr(what, 1, 256), substr(subject, 1, 256), substr(text, 1, 4096)"
+    " FROM requests WHERE done = 0 ORDER BY id";
 ZTSStoreRequest readStoredRequest(SQLite::Statement& arRow);

@@ -199,16 +199,20 @@ bool ZTCRetention::removeSums(ZTNanoseconds aTime) {
         lRemoved += mOldMinutes.run(lAxis, lSeconds / sMinute * sMinute, sSums);
         lRemoved += mOldHours.run(lAxis, lSeconds / sHour * sHour, sSums);
     }
-    lRemoved += mOldLosses.run(aTime, sSums);
+    return removeTold(aTime) || lRemoved != 0;
+}
+
+bool ZTCRetention::removeTold(ZTNanoseconds aTime) {
+    int lRemoved = mOldLosses.run(aTime, sSums);
     lRemoved += mOldChanges.run(aTime, sSums);
     lRemoved += mOldAgents.run(aTime, sSums);
     lRemoved += mHost.removeOlder(aTime);
     return lRemoved != 0;
 }
 
-bool ZTCRetention::removeOldestSums() {
+bool ZTCRetention::removeOldestTold() {
     const std::optional<ZTNanoseconds> lOldest = mHost.findOldest();
-    return lOldest && removeSums((*lOldest / ZTSecond / sHour + 1) * sHour * ZTSecond);
+    return lOldest && removeTold((*lOldest / ZTSecond / sHour + 1) * sHour * ZTSecond);
 }
 
 // The last one stays, so that no id is used again: readers know series by their ids.

@@ -67,14 +67,14 @@ class ZTCRetention {
     /// fabric, whose remote is "*". How many have gone is added to a count. False: it has been at all of
     /// them.
     bool joinSeries(std::uint64_t& arGone);
-    /// A round, where no record can go: the oldest hour of what removeSums() removes. False: there is
-    /// nothing.
-    bool removeOldestSums();
+    /// A round, where no record can go: the oldest hour of all that but sums. False: there is nothing.
+    bool removeOldestTold();
     ZTCHostRetention& getHost() { return mHost; }
     /// The first time of a row that is not kept: before it nothing is needed.
     std::optional<ZTNanoseconds> findBegin();
 
   private:
+    bool removeTold(ZTNanoseconds aTime);
     std::int64_t findLast();
     void count(std::uint64_t aRecords, std::uint64_t aEvents);
 

@@ -291,7 +291,7 @@ void ZTCStoreWriter::Impl::writeMeta(const ZTSStoreBatch& acrBatch) {
     }
 }
 
-// Beside a note nobody needs to have been asked for anything: what it says is what there is of it.
+// A note is a change, and nothing more. What else is asked for, is the caller's to do.
 std::vector<ZTSStoreRequest> ZTCStoreWriter::Impl::takeRequests() {
     std::vector<ZTSStoreRequest> lRequests;
     if (!tell([&] { return getStore().mHost.hasRequests(); })) {
@@ -376,7 +376,7 @@ void ZTCStoreWriter::Impl::retireToSize(Clock::time_point aEnd) {
         mpStore->mRetention.removeSums(*lBegin);
     }
     if (!mCouldRetire) {
-        mCouldRetire = mpStore->mRetention.removeOldestSums();
+        mCouldRetire = mpStore->mRetention.removeOldestTold();
     }
 }
 

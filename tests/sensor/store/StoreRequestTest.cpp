@@ -163,4 +163,5 @@ TEST_F(StoreRequest, WhereItCannotBeOneLineSaysWhy) {
     }
     std::filesystem::resize_file(mPath, 5000);
     EXPECT_TRUE(contains(refusal(ZTEStoreFault::Damaged), "vrx-sn sees to it"));
+    EXPECT_THROW(add(std::string(4097, 'x')), ZTCStoreError);
 }
