@@ -77,19 +77,23 @@ check_agent() {
     stop_agent
 }
 
-# make_predecessor VERSION PACKAGE...: vrx-sca as it was then, with the files of these packages, and with other settings in
-# its file for them.
-make_predecessor() {
-    local version=$1 package
-    shift
+# unpack PACKAGE VERSION SETTINGS: into /run/old, as it was then, with others in its file for them.
+unpack() {
     rm -rf /run/old
-    dpkg-deb -R /packages/vrx-sca_*.deb /run/old
+    dpkg-deb -R "/packages/$1"_*.deb /run/old
+    sed -i "s/^Version: .*/Version: $2/" /run/old/DEBIAN/control
+    sed -i '1s/.*/# As it was then./' "/run/old$3"
+}
+
+# make_predecessor VERSION PACKAGE...: vrx-sca as it was then, with the files of these packages.
+make_predecessor() {
+    local package
+    unpack vrx-sca "$1" /etc/default/vrx-sca
+    shift
     for package; do
         dpkg-deb -x "/packages/$package"_*.deb /run/old
         rm -r "/run/old/usr/share/doc/$package"
     done
-    sed -i "s/^Version: .*/Version: $version/" /run/old/DEBIAN/control
-    sed -i '1s/.*/# The environment of the service./' /run/old/etc/default/vrx-sca
     dpkg-deb -b /run/old /run/old.deb >/run/dpkg.log
 }
 
@@ -113,6 +117,19 @@ upgrade_in_order() {
     says 'vrx-scope: /usr/bin/vrx-scope' dpkg-query -S /usr/bin/vrx-scope
     silent dpkg --verify "$@"
     packages -P "$@"
+}
+
+# From the first version of vrx-sn: it is restarted, and what people have set stays.
+check_sensor_upgrade() {
+    unpack vrx-sn 2.3.0.5-2 /etc/vrx-sca/vrx-sn.conf
+    dpkg-deb -b /run/old /run/old.deb >/run/dpkg.log
+    packages -i /run/old.deb
+    sed -i 's/^#keep-days=.*/keep-days=30/' /etc/vrx-sca/vrx-sn.conf
+    : >/run/systemctl.log
+    packages --force-confold -i /packages/vrx-sn_*.deb
+    grep -qx keep-days=30 /etc/vrx-sca/vrx-sn.conf || die 'the configuration was not kept'
+    check_restarts 'try-restart vrx-sn.service'
+    packages -P vrx-sn
 }
 
 # From the version with all in one package, one after the other with an agent that runs with the file which changes the
@@ -158,6 +175,7 @@ END
     make_predecessor 2.3.0.5-1 vrx-scope
     upgrade_in_order vrx-sca vrx-scope
     upgrade_in_order vrx-scope vrx-sca
+    check_sensor_upgrade
     rm -r /run/systemd
 }
 
@@ -166,7 +184,7 @@ as_reader() {
     setpriv --reuid=65534 --regid=65534 --groups="$1" "${@:2}"
 }
 
-# The sensor as the unit starts it: root without a right, of the group. Who is in the group reads while it runs and behind
+# The sensor as the unit starts it: root with one right, of the group. Who is in the group reads while it runs and behind
 # its end, and who is not does not.
 check_history() {
     local sensor moment
@@ -175,7 +193,8 @@ check_history() {
     install -d -m 0750 -g vrx-sn /run/vrx-sn /var/lib/vrx-sn
     (
         umask 027
-        RUNTIME_DIRECTORY=/run/vrx-sn exec setpriv --regid=vrx-sn --clear-groups --bounding-set=-all --no-new-privs vrx-sn
+        RUNTIME_DIRECTORY=/run/vrx-sn exec setpriv --regid=vrx-sn --clear-groups --bounding-set=-all,+net_admin --no-new-privs \
+            vrx-sn
     ) 2>/run/vrx-sn.err &
     sensor=$!
     for ((moment = 0; moment < 100; ++moment)); do
@@ -196,13 +215,9 @@ check_sensor() {
     packages -i /packages/vrx-scope_*.deb /packages/vrx-sn_*.deb
     says 'vrx-scope' vrx-scope --version
     says 'vrx-sn' vrx-sn --version
-    check_unit vrx-sn 0.8
+    check_unit vrx-sn 1.6
     check_history
     packages -i /packages/vrx-sn_*.deb
-    # What people have set stays, and the packages say nothing of it.
-    sed -i 's/^#keep-days=.*/keep-days=30/' /etc/vrx-sca/vrx-sn.conf
-    packages --force-confold -i /packages/vrx-sn_*.deb
-    grep -qx keep-days=30 /etc/vrx-sca/vrx-sn.conf || die 'the configuration was not kept'
 }
 
 # depends PACKAGE

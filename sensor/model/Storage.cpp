@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <span>
 
 #include "StorageIndex.h"
 
@@ -36,9 +37,10 @@ bool ZTSMap::isInferred() const {
 
 std::string ZTSHit::toText() const {
     const auto& lrNames = !mMounts.empty() ? mMounts : !mVolumes.empty() ? mVolumes : mMaps;
-    const std::size_t lShown = std::min(lrNames.size(), sMostShown);
-    std::string lText = fmt::format("{}", fmt::join(lrNames.begin(), lrNames.begin() + lShown, ", "));
-    return lShown == lrNames.size() ? lText : fmt::format("{} and {} more", lText, lrNames.size() - lShown);
+    const std::span lShown(lrNames.data(), std::min(lrNames.size(), sMostShown));
+    const std::string lText = fmt::format("{}", fmt::join(lShown, ", "));
+    const std::size_t lMore = lrNames.size() - lShown.size();
+    return lMore == 0 ? lText : fmt::format("{} and {} more", lText, lMore);
 }
 
 const ZTSLun* ZTSHostStorage::findDisk(std::string_view aDisk) const {

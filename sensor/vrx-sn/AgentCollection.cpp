@@ -6,6 +6,17 @@ bool isIdle(const ZTSBookFigures* apFigures) {
            apFigures->mAgent.get("collecting") == std::uint64_t{0};
 }
 
+std::optional<std::map<std::string, std::uint64_t>> libraryOf(const ZTSBookFigures* apFigures) {
+    if (apFigures == nullptr || !apFigures->mLibrary) {
+        return std::nullopt;
+    }
+    std::map<std::string, std::uint64_t> lLibrary;
+    for (const ZTSStatistic& lrRow : apFigures->mLibrary->mRows) {
+        lLibrary[lrRow.mName] = lrRow.mValue;
+    }
+    return lLibrary;
+}
+
 void startCollection(ZTCSensorClient& arClient, const ZTSBookFigures* apFigures, std::uint32_t aCeiling) {
     if (!isIdle(apFigures)) {
         arClient.stop();

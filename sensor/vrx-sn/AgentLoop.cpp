@@ -440,14 +440,7 @@ void ZTCAgentLoop::seeLibrary(Clock::time_point aNow) {
         return;
     }
     mNextSight = aNow + sSightEvery;
-    std::optional<std::map<std::string, std::uint64_t>> lLibrary;
-    if (mpSeen != nullptr && mpSeen->mLibrary) {
-        lLibrary.emplace();
-        for (const ZTSStatistic& lrRow : mpSeen->mLibrary->mRows) {
-            (*lLibrary)[lrRow.mName] = lrRow.mValue;
-        }
-    }
-    mrHost.see([&](ZTSSight& arSight) { arSight.mLibrary = std::move(lLibrary); });
+    mrHost.see([lLibrary = libraryOf(mpSeen)](ZTSSight& arSight) { arSight.mLibrary = lLibrary; });
 }
 
 // With the lock: what is told later comes later.

@@ -2,17 +2,16 @@
 #include <cstdlib>
 #include <vector>
 
-#include "FpinDescriptor.h"
+#include "FcMessages.h"
 #include "TransportMessage.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* apInput, std::size_t aSize) {
     const std::vector<unsigned char> lExact(apInput, apInput + aSize);
     std::size_t lPieces = 0;
-    lPieces += readTransportMessages(lExact.data(), aSize, [&](const ZTSFcMessage& acrMessage) {
-        ++lPieces;
-        readFpin(acrMessage.mData, [](const ZTSFpinDescriptor&) {});
-    });
-    if (lPieces > aSize / 16 + 1) {
+    lPieces += readTransportMessages(lExact.data(), aSize, [&](const ZTSFcMessage&) { ++lPieces; });
+    std::vector<ZTSFpin> lFpins;
+    ZTCFcMessages().take(lExact, {}, 0, lFpins);
+    if (lPieces > aSize / 16 + 1 || lFpins.size() > aSize / 8) {
         abort();
     }
     return 0;

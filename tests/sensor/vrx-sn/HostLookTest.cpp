@@ -1,6 +1,10 @@
 // The look at the host's ports, beside drivers and disks that do not answer.
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include "FcTree.h"
 #include "HostLook.h"
+#include "KernelBytes.h"
 #include "SnBuffer.h"
 #include "SnLog.h"
 #include "StandingWrites.h"
@@ -99,6 +103,31 @@ TEST_F(HostLook, ADriverThatDoesNotAnswerHoldsUpNobody) {
     EXPECT_TRUE(ZTIsAReadStanding());
     ZTSetReadsStand(nullptr);  // it comes out behind the end, and touches nothing
     EXPECT_TRUE(waitUntil([] { return !ZTIsAReadStanding(); }));
+}
+
+// It may answer for all but its counters, and for these it is asked by the thread of the ports alone.
+TEST_F(HostLook, ADriverThatHangsInItsCountersKeepsNeitherFpinsNorNames) {
+    std::filesystem::create_directory(mTree.pathOf("fc_host/host3/statistics"));
+    mTree.set("fc_host/host3/statistics/invalid_crc_count", "0x5");
+    ZTSetReadsStand("/statistics/");
+    start();
+    EXPECT_TRUE(waitUntil(ZTIsAReadStanding));
+    EXPECT_EQ(mLook->getPorts()->mRemote.size(), 1U);
+    writeFile(mNames, sPort + " hba0 fabric=left\n");
+    mLook->reload(mNames);
+    EXPECT_EQ(waitForChanges("fabric"), "port changed fabric: 10:00:00:00:00:00:0f:01 > left\n");
+    const ZTCDescriptor lSocket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un lAddress{AF_UNIX, {}};
+    (mTree.getPath() + "/run/kernel/transport").copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
+    const std::string lMessage = fcMessage(3, 1, 0x501, fcEls(FcEach[3]));
+    EXPECT_TRUE(waitUntil([&] {  // once it listens
+        return sendto(lSocket.get(), lMessage.data(), lMessage.size(), 0,
+                      reinterpret_cast<const sockaddr*>(&lAddress), sizeof lAddress) > 0;
+    }));
+    std::vector<ZTSFpin> lFpins;
+    EXPECT_TRUE(waitUntil([&] { return !(lFpins = detach().mHost.mFpins).empty(); }));
+    EXPECT_EQ(lFpins.at(0).mFabric + " " + lFpins.at(0).mDescriptor, "left congestion");
+    EXPECT_TRUE(ZTIsAReadStanding());
 }
 
 // A minute is not waited for.
@@ -202,6 +231,62 @@ TEST_F(HostLook, WhatIsNoNamesFileIsSaidAndLeft) {
     const std::string lLog = testing::internal::GetCapturedStderr();
     EXPECT_EQ(countIn(lLog, "cannot be read: it is not a file"), 2U) << lLog;
     EXPECT_EQ(countIn(lLog, "cannot be read: it is longer than 4 MiB"), 1U) << lLog;
+}
+
+// All three at once: neither is waited for by another, by a reader of what is known, or at the end for long.
+TEST_F(HostLook, ThreadsThatAreKeptHoldUpNobody) {
+    writeFile(mNames, sPort + " hba0 fabric=left\n");
+    std::filesystem::create_directories(mTree.getPath() + "/proc");
+    writeFile(mTree.getPath() + "/proc/diskstats", "8 0 sda 1 0 8 1 1 0 8 1 0 1 1 0 0 0 0 0 0\n");
+    start();
+    ZTSetReadsStand(mTree.getPath().c_str());
+    mLook->reload(mNames);
+    testing::internal::CaptureStderr();
+    const auto lFar = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    std::string lLog;
+    EXPECT_TRUE(waitUntil([&] {
+        mLook->tellTrouble(lFar);
+        lLog += testing::internal::GetCapturedStderr();
+        testing::internal::CaptureStderr();
+        return contains(lLog, "the host's ports cannot be seen") && contains(lLog, "LUNs and paths cannot") &&
+               contains(lLog, "names and multipath's configuration cannot");
+    })) << lLog;
+    EXPECT_EQ(getFabric(), "left");
+    mLook->setStart({});
+    mLook->seeAgent({{{}, *ZTSWwn::fromText(sAgents)}});
+    EXPECT_EQ(mLook->getPorts()->mLocal.size(), 2U);
+    const auto lBegan = std::chrono::steady_clock::now();
+    mLook.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - lBegan, std::chrono::seconds(3));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(countIn(lLog, "cannot be"), 3U) << lLog;  // each once
+    EXPECT_TRUE(ZTIsAReadStanding());
+    ZTSetReadsStand(nullptr);
+    EXPECT_TRUE(waitUntil([] { return !ZTIsAReadStanding(); }));
+}
+
+// What nobody finishes is read all the same, as far as it is right.
+TEST_F(HostLook, ANamesFileThatIsBeingWrittenIsWaitedForAMoment) {
+    writeFile(mNames, sPort + " hba0 fabric=left\n" + sTarget + " array1-A0\n");
+    start();
+    detach();
+    testing::internal::CaptureStderr();
+    writeFile(mNames, sPort + " hba0 fabric=le");
+    mLook->reload(mNames);
+    writeFile(mNames, sPort + " hba0 fabric=left\n" + sTarget + " array1-A1\n");
+    std::optional<ZTPortLabels> lLabels;
+    EXPECT_TRUE(waitUntil([&] { return (lLabels = detach().mLabels).has_value(); }));
+    EXPECT_EQ(lLabels->size(), 2U);
+    EXPECT_EQ(getFabric(), "left");
+    writeFile(mNames, sPort + " hba0 fabric=left\n" + sTarget + " array1-A0 arr=\n50:06\n");
+    mLook->reload(mNames);
+    EXPECT_TRUE(waitUntil([&] { return (lLabels = detach().mLabels).has_value(); }));
+    EXPECT_EQ(lLabels->size(), 1U);
+    mLook.reset();
+    const std::string lLog = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(countIn(lLog, mNames + ":2: "), 1U) << lLog;
+    EXPECT_EQ(countIn(lLog, mNames + ":3: "), 1U) << lLog;
+    EXPECT_EQ(countIn(lLog, "fabric=le "), 0U) << lLog;
 }
 
 }  // namespace
