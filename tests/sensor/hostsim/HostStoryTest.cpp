@@ -119,4 +119,39 @@ TEST_F(HostStory, AStallOfEachKindIsToldWithinTenSeconds) {
     EXPECT_TRUE(waitFor(0, "SELECT count(*) FROM stalls WHERE over = 0"));
 }
 
+// 1,024 LUNs by eight paths; vrx-sn has a minute for a round.
+TEST(HostStoryLarge, AThousandLunsComeAndGo) {
+    if (ZTTestRounds(0, 1) == 0) {
+        GTEST_SKIP() << "it takes minutes";
+    }
+    std::string lSite;
+    std::istringstream lDefault(getDefaultHostSite());
+    for (std::string lLine; std::getline(lDefault, lLine);) {
+        if (lLine.starts_with("fabric") || lLine.starts_with("port") || lLine.starts_with("target")) {
+            lSite += lLine + "\n";
+        }
+    }
+    lSite += "kernel 6.1\nlun array1 0-1023 map=big wwid=600601603b20110c0000000000000000 serial=BIG io=2\n";
+    const ZTCTestHost lHost(lSite);
+    ZTCSnStand lStand({"--root", lHost.getRoot()});
+    const auto lWaitFor = [&](int aMaps, int aUsable) {
+        const std::string lQuery =
+            "SELECT count(*) FROM maps WHERE total = 8 AND usable = " + std::to_string(aUsable);
+        EXPECT_TRUE(waitUntil([&] { return lStand.ask(lQuery) == aMaps; }, 150))
+            << lQuery << lHost.ask("report");
+    };
+    lWaitFor(1024, 8);
+    const std::pair<const char*, int> lRows[] = {{"link-down host1\nlink-down host3", 4},
+                                                 {"link-up host1\nlink-up host3", 8},
+                                                 {"target-gone array1/A", 4},
+                                                 {"target-back array1/A", 8}};
+    for (const auto& [lpLines, lUsable] : lRows) {
+        lHost.play(lpLines);
+        lWaitFor(1024, lUsable);
+    }
+    EXPECT_TRUE(contains(lHost.ask("report"), " 0 lost"));
+    EXPECT_TRUE(
+        waitUntil([&] { return lStand.ask("SELECT count(*) FROM luns WHERE here = 1") == 8192; }, 150));
+}
+
 }  // namespace
