@@ -43,7 +43,7 @@ std::optional<std::vector<std::string>> sNamesIn(const std::string& acrFolder, s
             lNames.emplace_back(lName);
         }
     });
-    std::sort(lNames.begin(), lNames.end(), sIsBefore);
+    std::sort(lNames.begin(), lNames.end());
     return lIsListed ? std::optional(std::move(lNames)) : std::nullopt;
 }
 
@@ -112,6 +112,9 @@ ZTESysfsRead ZTCBlocks::read(const std::string& acrDisk, Block& arBlock) {
     }
     if (!acrDisk.starts_with("sd")) {
         lNew.mOver = sNamesIn(lPath + "/slaves", "", sMostBeneath).value_or(std::move(lNew.mOver));
+        if (lNew.isMap()) {
+            std::sort(lNew.mOver.begin(), lNew.mOver.end(), sIsBefore);
+        }
     }
     const auto lPartitions =
         lIsMapped || lNew.mIsPath ? std::nullopt : sNamesIn(lPath, acrDisk, sMostPartitions);

@@ -22,7 +22,6 @@ class ZTCStorageTestTree {
 
     /// Whole and at once; what is there already is made anew. A name that ends with a slash is a folder.
     void add(const std::string& acrBelow, const Attributes& acrAttributes) const {
-        remove(acrBelow);
         const std::string lMade = mRoot / "made/";
         std::filesystem::create_directories(lMade);
         for (const auto& [lrName, lrText] : acrAttributes) {
@@ -32,6 +31,7 @@ class ZTCStorageTestTree {
             }
         }
         std::filesystem::create_directories(std::filesystem::path(mRoot / acrBelow).parent_path());
+        remove(acrBelow);
         std::filesystem::rename(lMade, mRoot / acrBelow);
     }
     void remove(const std::string& acrBelow) const {
@@ -101,5 +101,5 @@ class ZTCStorageTestTree {
     }
 
   private:
-    ZTCTestDirectory mRoot;
+    ZTCTestDirectory mRoot{"/dev/shm"};  // there are many of them
 };
