@@ -1,6 +1,7 @@
 #include "RecordJson.h"
 
 #include "EventBlock.h"
+#include "PortText.h"
 #include "TimeText.h"
 
 namespace {
@@ -50,11 +51,6 @@ std::string sDigitsOf(std::span<const std::uint8_t> aBytes) {
     return lText;
 }
 
-std::string_view sNameOf(const ZTPortLabels& acrLabels, const ZTSWwn& acrPort) {
-    const auto lAt = acrLabels.find(acrPort);
-    return lAt != acrLabels.end() ? std::string_view(lAt->second.mName) : std::string_view();
-}
-
 void sPutNumber(ZTCJsonWriter& arJson, const std::optional<std::uint64_t>& acrNumber) {
     acrNumber ? arJson.number(*acrNumber) : arJson.null();
 }
@@ -80,6 +76,41 @@ void putNames(ZTCJsonWriter& arJson, const ZTSPortNames& acrNames) {
 
 void putTime(ZTCJsonWriter& arJson, const ZTSSensorTime& acrTime) {
     arJson.textOrNull(isoText(acrTime));
+}
+
+void putTexts(ZTCJsonWriter& arJson, std::initializer_list<std::pair<const char*, std::string_view>> aTexts) {
+    for (const auto& [lpKey, lText] : aTexts) {
+        arJson.key(lpKey);
+        arJson.escapedTextOrNull(lText);
+    }
+}
+
+void putPort(ZTCJsonWriter& arJson, const std::optional<ZTSWwn>& acrPort, const ZTPortLabels& acrLabels) {
+    if (!acrPort) {
+        arJson.null();
+        return;
+    }
+    arJson.beginObject();
+    arJson.key("port_name");
+    arJson.text(acrPort->toText());
+    putLabel(arJson, *acrPort, acrLabels);
+    arJson.endObject();
+}
+
+void putPorts(ZTCJsonWriter& arJson, const std::vector<ZTSWwn>& acrPorts, const ZTPortLabels& acrLabels) {
+    arJson.beginList();
+    for (const ZTSWwn& lrPort : acrPorts) {
+        putPort(arJson, lrPort, acrLabels);
+    }
+    arJson.endList();
+}
+
+void putLabel(ZTCJsonWriter& arJson, const ZTSWwn& acrPort, const ZTPortLabels& acrLabels) {
+    const ZTSPortLabel& lrLabel = labelOf(acrLabels, acrPort);
+    putTexts(arJson, {{"name", lrLabel.mName},
+                      {"array", lrLabel.mArray},
+                      {"controller", lrLabel.mController},
+                      {"switch_port", lrLabel.mSwitchPort}});
 }
 
 void putRecord(ZTCJsonWriter& arJson, const ZTSRecordView& acrRecord) {
@@ -121,10 +152,14 @@ void putPlace(ZTCJsonWriter& arJson, const ZTSRecordPlace& acrPlace) {
     arJson.textOrNull(lrSeries.mRemote ? lrSeries.mRemote->toText() : "");
     arJson.key("names");
     arJson.beginObject();
-    arJson.key("initiator");
-    arJson.escapedTextOrNull(sNameOf(acrPlace.mrLabels, lrSeries.mInitiator.mPort));
-    arJson.key("target");
-    arJson.escapedTextOrNull(lrSeries.mRemote ? sNameOf(acrPlace.mrLabels, *lrSeries.mRemote) : "");
+    const ZTSPortLabel& lrInitiator = labelOf(acrPlace.mrLabels, lrSeries.mInitiator.mPort);
+    const ZTSPortLabel& lrTarget = labelOf(acrPlace.mrLabels, lrSeries.mRemote);
+    putTexts(arJson, {{"initiator", lrInitiator.mName},
+                      {"target", lrTarget.mName},
+                      {"array", lrTarget.mArray},
+                      {"controller", lrTarget.mController},
+                      {"initiator_switch_port", lrInitiator.mSwitchPort},
+                      {"target_switch_port", lrTarget.mSwitchPort}});
     arJson.endObject();
     arJson.key("incident");
     arJson.null();
@@ -147,16 +182,18 @@ void putLoss(ZTCJsonWriter& arJson, const ZTSLoss& acrLoss, std::string_view aHo
     sPutNumber(arJson, acrLoss.mAtMost);
 }
 
-void putChange(ZTCJsonWriter& arJson, const ZTSChange& acrChange, std::string_view aHost) {
+void putChange(ZTCJsonWriter& arJson, const ZTSChange& acrChange, const ZTPortLabels& acrLabels,
+               std::string_view aHost) {
     arJson.key("time");
     putTime(arJson, toSensorTime(acrChange.mTime));
     arJson.key("host");
     arJson.escapedTextOrNull(aHost);
-    const std::pair<const char*, const std::string&> lTexts[] = {
-        {"what", acrChange.mWhat},           {"name", acrChange.mName},     {"event", acrChange.mEvent},
-        {"attribute", acrChange.mAttribute}, {"before", acrChange.mBefore}, {"after", acrChange.mAfter}};
-    for (const auto& [lpKey, lrText] : lTexts) {
-        arJson.key(lpKey);
-        arJson.escapedTextOrNull(lrText);
-    }
+    putTexts(arJson, {{"what", acrChange.mWhat},
+                      {"name", acrChange.mName},
+                      {"event", acrChange.mEvent},
+                      {"attribute", acrChange.mAttribute},
+                      {"before", acrChange.mBefore},
+                      {"after", acrChange.mAfter}});
+    arJson.key("ports");
+    putPorts(arJson, listPortsIn(acrChange.mName), acrLabels);
 }

@@ -1,5 +1,9 @@
+#include <algorithm>
 #include <chrono>
-#include <deque>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <utility>
 
 #include "Commands.h"
 #include "Failure.h"
@@ -25,23 +29,38 @@ ZTNanoseconds sTimeOf(const ZTSLoss& acrLoss) {
 ZTNanoseconds sTimeOf(const ZTSChange& acrChange) {
     return acrChange.mTime;
 }
+ZTNanoseconds sTimeOf(const ZTSStoredFpin& acrFpin) {
+    return acrFpin.mFpin.mFirst;
+}
+ZTNanoseconds sTimeOf(const ZTSStoredStall& acrStall) {
+    return acrStall.mStall.mFirst;
+}
+
+// One sort of what a history has, in the order of time.
+class Source {
+  public:
+    virtual ~Source() = default;
+    // When the next one is; nothing behind the last.
+    virtual std::optional<ZTNanoseconds> nextTime() = 0;
+    // Prints it and goes on to the one behind it.
+    virtual void print(ZTCHistoryPrinter& arPrinter) = 0;
+};
 
 // What a walk brings, one by one.
 template <class Scan, class Item>
-class Source {
+class ScanSource : public Source {
   public:
-    explicit Source(Scan aScan) : mScan(std::move(aScan)) {}
+    explicit ScanSource(Scan aScan) : mScan(std::move(aScan)) {}
 
-    // The next one; null behind the last.
-    const Item* peek() {
+    std::optional<ZTNanoseconds> nextTime() override {
         while (mAt == mItems.size() && mIsMore) {
             mItems.clear();
             mAt = 0;
             mIsMore = mScan.read(mItems);
         }
-        return mAt < mItems.size() ? &mItems[mAt] : nullptr;
+        return mAt < mItems.size() ? std::optional(sTimeOf(mItems[mAt])) : std::nullopt;
     }
-    void drop() { ++mAt; }
+    void print(ZTCHistoryPrinter& arPrinter) override { arPrinter.add(mItems[mAt++]); }
 
   private:
     Scan mScan;
@@ -50,32 +69,48 @@ class Source {
     bool mIsMore = true;
 };
 
-// Prints the item that comes next and is dropped then.
-template <class Scan, class Item>
-void sPrintNext(Source<Scan, Item>& arSource, ZTCHistoryPrinter& arPrinter) {
-    arPrinter.add(*arSource.peek());
-    arSource.drop();
-}
+// What of a walk is meant.
+template <class Item, class IsMeant>
+struct Meant {
+    ZTCTimeScan<Item> mScan;
+    IsMeant mIsMeant;
 
-// When the next one is; at the end, later than all others.
-template <class Scan, class Item>
-ZTNanoseconds sNextTimeOf(Source<Scan, Item>& arSource) {
-    const Item* const lpItem = arSource.peek();
-    return lpItem != nullptr ? sTimeOf(*lpItem) : std::numeric_limits<ZTNanoseconds>::max();
-}
+    bool read(std::vector<Item>& arItems) {
+        std::vector<Item> lItems;
+        const bool lIsMore = mScan.read(lItems);
+        std::copy_if(lItems.begin(), lItems.end(), std::back_inserter(arItems), mIsMeant);
+        return lIsMore;
+    }
+};
+
+// The last ones, in one piece.
+template <class Item>
+struct Newest {
+    std::vector<Item> mItems;
+
+    void keep(std::uint64_t aLimit) {
+        if (mItems.size() > aLimit) {
+            mItems.erase(mItems.begin(), mItems.end() - static_cast<std::ptrdiff_t>(aLimit));
+        }
+    }
+    bool read(std::vector<Item>& arItems) {
+        arItems = std::exchange(mItems, {});
+        return false;
+    }
+};
 
 class History {
   public:
     explicit History(const ZTSScopeOptions& acrOptions)
         : mrOptions(acrOptions),
           mReader(std::make_unique<ZTCStoreReader>(acrOptions.mHistory.mStore)),
-          mFilter(makeFilter(acrOptions.mHistory, *mReader,
-                             toNanoseconds(toSensorTime(std::chrono::system_clock::now())),
-                             acrOptions.mInUtc)),
+          mQuery(makeQuery(acrOptions.mHistory, *mReader,
+                           toNanoseconds(toSensorTime(std::chrono::system_clock::now())), acrOptions.mInUtc)),
           mPlace(mReader->readPlace()),
-          mPrinter(makeHistoryPrinter(acrOptions.getForm(),
-                                      {mReader->getHost(), mReader->readLabels(), acrOptions.mInUtc},
-                                      mReader->readSeries(), put)) {}
+          mPrinter(makeHistoryPrinter(
+              acrOptions.getForm(),
+              {mReader->getHost(), mReader->readLabels(), acrOptions.mInUtc, mReader->readWindows()},
+              mReader->readSeries(), put)) {}
 
     void run() {
         if (!mrOptions.mHistory.mFollows) {
@@ -104,45 +139,95 @@ class History {
         return lReason == ZTCWaiting::Reason::End;
     }
 
+    template <class Item, class Scan>
+    void addSource(Scan aScan) {
+        mSources.push_back(std::make_unique<ScanSource<Scan, Item>>(std::move(aScan)));
+    }
+
     template <class IsAskedToEnd>
     bool printWhatIsThere(const IsAskedToEnd& acrIsAskedToEnd) {
-        ZTSHistoryFilter lAround = mFilter;
-        ZTCRecordScan lScan(*mReader, mFilter, mPlace);
-        if (const std::uint64_t lLimit = mrOptions.mHistory.mLimit; lLimit != 0) {
-            if (const auto lBegin = findNewest(*mReader, mFilter, mPlace, lLimit)) {
-                lScan.beginAt(*lBegin);
-                lAround.mSince = std::max(lAround.mSince, lBegin->mTime);
+        listSources();
+        while (Source* const lpNext = findNext()) {
+            if (acrIsAskedToEnd()) {
+                return false;
+            }
+            lpNext->print(*mPrinter);
+        }
+        mSources.clear();  // they hold on to the store, which may be replaced from now on
+        return true;
+    }
+
+    // In the order of a document's lists.
+    void listSources() {
+        ZTSHistoryFilter lAround = mQuery.mFilter;
+        if (mQuery.mTakesRecords) {
+            ZTCRecordScan lScan(*mReader, mQuery.mFilter, mPlace);
+            if (const std::uint64_t lLimit = mrOptions.mHistory.mLimit; lLimit != 0) {
+                if (const auto lBegin = findNewest(*mReader, mQuery.mFilter, mPlace, lLimit)) {
+                    lScan.beginAt(*lBegin);
+                    lAround.mSince = std::max(lAround.mSince, lBegin->mTime);
+                }
+            }
+            addSource<ZTSStoredRecord>(std::move(lScan));
+        }
+        addSource<ZTSLoss>(ZTCLossScan(*mReader, lAround, mPlace));
+        addSource<ZTSChange>(ZTCChangeScan(*mReader, lAround, mPlace));
+        if (mQuery.mTakesFpins) {
+            addMeant(ZTCFpinScan(*mReader, timesOf(lAround), mPlace),
+                     [this](const ZTSStoredFpin& acrFpin) { return mQuery.takes(acrFpin.mFpin); });
+        }
+        if (mQuery.mTakesStalls) {
+            addMeant(ZTCStallScan(*mReader, timesOf(lAround), mPlace),
+                     [this](const ZTSStoredStall& acrStall) { return mQuery.takes(acrStall.mStall); });
+        }
+    }
+
+    static ZTSHistoryFilter timesOf(const ZTSHistoryFilter& acrFilter) {
+        ZTSHistoryFilter lTimes;
+        lTimes.mSince = acrFilter.mSince;
+        lTimes.mUntil = acrFilter.mUntil;
+        return lTimes;
+    }
+
+    // Of a walk what is meant. Where no records are, the limit is theirs.
+    template <class Item, class IsMeant>
+    void addMeant(ZTCTimeScan<Item> aScan, IsMeant aIsMeant) {
+        Meant<Item, IsMeant> lMeant{std::move(aScan), std::move(aIsMeant)};
+        const std::uint64_t lLimit = mQuery.mTakesRecords ? 0 : mrOptions.mHistory.mLimit;
+        if (lLimit == 0) {
+            addSource<Item>(std::move(lMeant));
+            return;
+        }
+        Newest<Item> lNewest;
+        for (bool lIsMore = true; lIsMore;) {
+            lIsMore = lMeant.read(lNewest.mItems);
+            lNewest.keep(lLimit);
+        }
+        addSource<Item>(std::move(lNewest));
+    }
+
+    // Whose next one comes next; null: nobody has any more.
+    Source* findNext() {
+        Source* lpNext = nullptr;
+        ZTNanoseconds lNext = 0;
+        for (const auto& lrpSource : mSources) {
+            const auto lTime = lrpSource->nextTime();
+            if (lTime && (lpNext == nullptr || (mPrinter->isMixed() && *lTime <= lNext))) {
+                lpNext = lrpSource.get();
+                lNext = *lTime;
             }
         }
-        Source<ZTCRecordScan, ZTSStoredRecord> lRecords(std::move(lScan));
-        Source<ZTCLossScan, ZTSLoss> lLosses(ZTCLossScan(*mReader, lAround, mPlace));
-        Source<ZTCChangeScan, ZTSChange> lChanges(ZTCChangeScan(*mReader, lAround, mPlace));
-        while (!acrIsAskedToEnd()) {
-            const ZTNanoseconds lRecord = sNextTimeOf(lRecords);
-            const ZTNanoseconds lLoss = sNextTimeOf(lLosses);
-            const ZTNanoseconds lChange = sNextTimeOf(lChanges);
-            if (lRecords.peek() != nullptr && (!mPrinter->isMixed() || lRecord < std::min(lLoss, lChange))) {
-                sPrintNext(lRecords, *mPrinter);
-            } else if (lLosses.peek() != nullptr && (lLoss <= lChange || !mPrinter->isMixed())) {
-                sPrintNext(lLosses, *mPrinter);
-            } else if (lChanges.peek() != nullptr) {
-                sPrintNext(lChanges, *mPrinter);
-            } else {
-                return true;
-            }
-        }
-        return false;
+        return lpNext;
     }
 
     void follow(ZTCWaiting& arWaiting) {
-        ZTCStoreFollow lFollow(mFilter, mPlace);
         do {
             try {
                 if (!mReader || mReader->isReplaced()) {
                     mReader.reset();
                     mReader = std::make_unique<ZTCStoreReader>(mrOptions.mHistory.mStore);
                 }
-                printNews(lFollow, arWaiting);
+                printNews(arWaiting);
                 mTrouble.clear();
             } catch (const ZTCStoreError& lrError) {
                 // It is being set aside or made anew, or is held by somebody: it may be there the next time.
@@ -154,13 +239,20 @@ class History {
         } while (!isAskedToEnd(arWaiting, sLookEvery));
     }
 
-    void printNews(ZTCStoreFollow& arFollow, ZTCWaiting& arWaiting) {
+    void printNews(ZTCWaiting& arWaiting) {
         if (!mReader->hasChanged()) {
             return;
         }
         for (bool lIsMore = true; lIsMore;) {
             ZTCStoreFollow::News lNews;
-            lIsMore = arFollow.read(*mReader, lNews) && !isAskedToEnd(arWaiting, {});
+            lIsMore = mFollow.read(*mReader, lNews) && !isAskedToEnd(arWaiting, {});
+            std::erase_if(lNews.mFpins,
+                          [this](const ZTSStoredFpin& acrFpin) { return !mQuery.takes(acrFpin.mFpin); });
+            std::erase_if(lNews.mStalls,
+                          [this](const ZTSStoredStall& acrStall) { return !mQuery.takes(acrStall.mStall); });
+            if (!mQuery.mTakesRecords) {
+                lNews.mRecords.clear();
+            }
             const auto lPrint = [this](const auto& acrItems) {
                 for (const auto& lrItem : acrItems) {
                     mPrinter->add(lrItem);
@@ -168,6 +260,8 @@ class History {
             };
             lPrint(lNews.mLosses);
             lPrint(lNews.mChanges);
+            lPrint(lNews.mFpins);
+            lPrint(lNews.mStalls);
             lPrint(lNews.mRecords);
             mPrinter->flush();
         }
@@ -175,9 +269,11 @@ class History {
 
     const ZTSScopeOptions& mrOptions;
     std::unique_ptr<ZTCStoreReader> mReader;
-    const ZTSHistoryFilter mFilter;
+    const ZTSHistoryQuery mQuery;
     const ZTSStorePlace mPlace;
     const std::unique_ptr<ZTCHistoryPrinter> mPrinter;
+    ZTCStoreFollow mFollow{mQuery.mFilter, mPlace};
+    std::vector<std::unique_ptr<Source>> mSources;
     std::string mTrouble;
 };
 

@@ -1,4 +1,4 @@
-// What the command line says of the history.
+// What the command line says of the history, and of all else that the store has.
 #pragma once
 
 #include <cstdint>
@@ -17,4 +17,10 @@ struct ZTSHistoryOptions {
     std::uint64_t mLimit = 0;  ///< 0: no limit
     bool mFollows = false;
     bool mIsSummary = false;
+
+    std::vector<std::string> mWhats;  ///< of changes: "port", "lun"
+    std::vector<std::string> mMaps;   ///< maps, LUNs and what stands above
+    bool mIsFull = false;             ///< each path of each
+    std::vector<std::string> mNote;   ///< its words
+    std::string mAbout;               ///< what the note is about
 };

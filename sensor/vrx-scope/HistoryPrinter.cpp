@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include "HostJson.h"
+#include "HostText.h"
 #include "Json.h"
 #include "LossText.h"
+#include "PortText.h"
 #include "RecordJson.h"
 #include "RecordText.h"
 #include "ShownText.h"
@@ -25,31 +28,43 @@ void sPutStored(ZTCJsonWriter& arJson, const ZTSStoredRecord& acrRecord, const Z
     const ZTSRecord& lrRecord = acrRecord.mRecord;
     putRecord(arJson, viewOf(lrRecord));
     putPlace(arJson, {acrRecord.mId, acrFrame.mHost, lrRecord.mSeries, acrFrame.mLabels, acrRecord.mIsOpen});
+    putWindow(arJson, acrFrame.windowOf(lrRecord));
+}
+void sPutStored(ZTCJsonWriter& arJson, const ZTSLoss& acrLoss, const ZTSHistoryFrame& acrFrame) {
+    putLoss(arJson, acrLoss, acrFrame.mHost);
+}
+void sPutStored(ZTCJsonWriter& arJson, const ZTSChange& acrChange, const ZTSHistoryFrame& acrFrame) {
+    putChange(arJson, acrChange, acrFrame.mLabels, acrFrame.mHost);
+    putWindow(arJson, acrFrame.windowOf(acrChange));
+}
+void sPutStored(ZTCJsonWriter& arJson, const ZTSStoredFpin& acrFpin, const ZTSHistoryFrame& acrFrame) {
+    putFpin(arJson, acrFpin.mId, acrFpin.mFpin, acrFrame.mLabels, acrFrame.mHost);
+    putWindow(arJson, acrFrame.windowOf(acrFpin.mFpin));
+}
+void sPutStored(ZTCJsonWriter& arJson, const ZTSStoredStall& acrStall, const ZTSHistoryFrame& acrFrame) {
+    putStall(arJson, acrStall.mId, acrStall.mStall, acrFrame.mHost);
+    putWindow(arJson, acrFrame.windowOf(acrStall.mStall));
 }
 
 class JsonLines : public ZTCHistoryPrinter {
   public:
     using ZTCHistoryPrinter::ZTCHistoryPrinter;
 
-    void add(const ZTSStoredRecord& acrRecord) override {
-        addLine("record", [&](ZTCJsonWriter& arJson) { sPutStored(arJson, acrRecord, mFrame); });
-    }
-    void add(const ZTSLoss& acrLoss) override {
-        addLine("loss", [&](ZTCJsonWriter& arJson) { putLoss(arJson, acrLoss, mFrame.mHost); });
-    }
-    void add(const ZTSChange& acrChange) override {
-        addLine("change", [&](ZTCJsonWriter& arJson) { putChange(arJson, acrChange, mFrame.mHost); });
-    }
+    void add(const ZTSStoredRecord& acrRecord) override { addLine("record", acrRecord); }
+    void add(const ZTSLoss& acrLoss) override { addLine("loss", acrLoss); }
+    void add(const ZTSChange& acrChange) override { addLine("change", acrChange); }
+    void add(const ZTSStoredFpin& acrFpin) override { addLine("fpin", acrFpin); }
+    void add(const ZTSStoredStall& acrStall) override { addLine("stall", acrStall); }
 
   private:
-    template <class Put>
-    void addLine(const char* apType, const Put& acrPut) {
+    template <class Item>
+    void addLine(const char* apType, const Item& acrItem) {
         ZTCJsonWriter lJson(mText);
         lJson.beginObject();
         sPutHead(lJson);
         lJson.key("type");
         lJson.text(apType);
-        acrPut(lJson);
+        sPutStored(lJson, acrItem, mFrame);
         lJson.endObject();
         mText += '\n';
         passOn();
@@ -68,15 +83,11 @@ class JsonDocument : public ZTCHistoryPrinter {
     }
 
     bool isMixed() const override { return false; }
-    void add(const ZTSStoredRecord& acrRecord) override {
-        addTo(0, [&] { sPutStored(mJson, acrRecord, mFrame); });
-    }
-    void add(const ZTSLoss& acrLoss) override {
-        addTo(1, [&] { putLoss(mJson, acrLoss, mFrame.mHost); });
-    }
-    void add(const ZTSChange& acrChange) override {
-        addTo(2, [&] { putChange(mJson, acrChange, mFrame.mHost); });
-    }
+    void add(const ZTSStoredRecord& acrRecord) override { addTo(0, acrRecord); }
+    void add(const ZTSLoss& acrLoss) override { addTo(1, acrLoss); }
+    void add(const ZTSChange& acrChange) override { addTo(2, acrChange); }
+    void add(const ZTSStoredFpin& acrFpin) override { addTo(3, acrFpin); }
+    void add(const ZTSStoredStall& acrStall) override { addTo(4, acrStall); }
     void finish() override {
         goTo(std::size(Lists) - 1);
         mJson.endList();
@@ -86,7 +97,7 @@ class JsonDocument : public ZTCHistoryPrinter {
     }
 
   private:
-    static constexpr const char* Lists[] = {"records", "losses", "changes"};
+    static constexpr const char* Lists[] = {"records", "losses", "changes", "fpins", "stalls"};
 
     void goTo(std::size_t aList) {
         while (mList < aList) {
@@ -95,11 +106,11 @@ class JsonDocument : public ZTCHistoryPrinter {
             mJson.beginList();
         }
     }
-    template <class Put>
-    void addTo(std::size_t aList, const Put& acrPut) {
+    template <class Item>
+    void addTo(std::size_t aList, const Item& acrItem) {
         goTo(aList);
         mJson.beginObject();
-        acrPut();
+        sPutStored(mJson, acrItem, mFrame);
         mJson.endObject();
         passOn();
     }
@@ -138,18 +149,31 @@ class Tables : public ZTCHistoryPrinter {
         const ZTSSensorTime lFirst = toSensorTime(lrRecord.mFirst);
         const ZTSSensorRecord lFetched = sAsFetched(lrRecord);
         const auto lFields = fieldsOf(lFetched);
-        const std::string lDetail = detailText(lFetched, lFields);
         const bool lHasRemote = lrRecord.mSeries.mRemote.has_value();
-        addHeading();
-        mText += mTable.toLine(
+        addRow(
             {plainText(lFirst, mFrame.mInUtc),
              plainTextBehind(toSensorTime(lrRecord.mLast), lFirst, mFrame.mInUtc), kindText(lFetched),
              groupedText(lrRecord.mOccurrences), portText(mFrame.mLabels, lrRecord.mSeries.mInitiator.mPort),
              lHasRemote ? portText(mFrame.mLabels, lrRecord.mSeries.mRemote) : remoteText(lFetched, lFields),
-             lDetail + (!acrRecord.mIsOpen ? ""
-                        : lDetail.empty()  ? "still open"
-                                           : ", still open")});
-        passOn();
+             detailText(lFetched, lFields)},
+            acrRecord.mIsOpen ? "still open" : "", mFrame.windowOf(lrRecord));
+    }
+    void add(const ZTSStoredFpin& acrFpin) override {
+        const ZTSFpin& lrFpin = acrFpin.mFpin;
+        const ZTSSensorTime lFirst = toSensorTime(lrFpin.mFirst);
+        addRow({plainText(lFirst, mFrame.mInUtc),
+                plainTextBehind(toSensorTime(lrFpin.mLast), lFirst, mFrame.mInUtc), "fpin",
+                groupedText(lrFpin.mTimes), portText(mFrame.mLabels, lrFpin.mInitiator),
+                portText(mFrame.mLabels, portOf(lrFpin)), fpinText(lrFpin, mFrame.mLabels)},
+               "", mFrame.windowOf(lrFpin));
+    }
+    void add(const ZTSStoredStall& acrStall) override {
+        const ZTSStall& lrStall = acrStall.mStall;
+        const ZTSSensorTime lFirst = toSensorTime(lrStall.mFirst);
+        addRow({plainText(lFirst, mFrame.mInUtc),
+                plainTextBehind(toSensorTime(lrStall.mLast), lFirst, mFrame.mInUtc), "stall", "-", "-", "-",
+                stallText(lrStall, mFrame.mLabels)},
+               lrStall.mIsOver ? "" : "still under way", mFrame.windowOf(lrStall));
     }
     void add(const ZTSLoss& acrLoss) override {
         const ZTSSensorTime lFirst = toSensorTime(acrLoss.mFirst);
@@ -158,7 +182,11 @@ class Tables : public ZTCHistoryPrinter {
                             lossText(acrLoss)));
     }
     void add(const ZTSChange& acrChange) override {
-        addNote(plainText(toSensorTime(acrChange.mTime), mFrame.mInUtc) + ": " + changeText(acrChange));
+        ZTSChange lNamed = acrChange;
+        lNamed.mName = nameThePortsIn(mFrame.mLabels, acrChange.mName);
+        const std::string lWindow = windowText(mFrame.windowOf(acrChange));
+        addNote(plainText(toSensorTime(acrChange.mTime), mFrame.mInUtc) + ": " + changeText(lNamed) +
+                (lWindow.empty() ? "" : ", " + lWindow));
     }
     void finish() override {
         mText += mIsEmpty ? "no events\n" : "";
@@ -176,10 +204,16 @@ class Tables : public ZTCHistoryPrinter {
                         portText(mFrame.mLabels, acrSeries.mInitiator.mPort),
                         portText(mFrame.mLabels, acrSeries.mRemote), ""});
     }
-    void addHeading() {
+    // What else there is to say stands behind the row's last cell.
+    void addRow(ZTCTable::Row aRow, const char* apState, const ZTSWindow* apWindow) {
+        for (const std::string& lrMore : {std::string(apState), windowText(apWindow)}) {
+            aRow.back() += (aRow.back().empty() || lrMore.empty() ? "" : ", ") + lrMore;
+        }
         mText += mHasHeading ? "" : mTable.getHeading();
+        mText += mTable.toLine(aRow);
         mHasHeading = true;
         mIsEmpty = false;
+        passOn();
     }
     void addNote(const std::string& acrText) {
         mText += "-- " + toShownText(acrText) + "\n";
@@ -193,15 +227,39 @@ class Tables : public ZTCHistoryPrinter {
     bool mIsEmpty = true;
 };
 
+// The ports that a change names: the first one is the one that it is about.
+ZTSWwn sPortIn(const ZTSChange& acrChange, std::size_t aAt) {
+    const std::vector<ZTSWwn> lPorts = listPortsIn(acrChange.mName);
+    return aAt < lPorts.size() ? lPorts[aAt] : ZTSWwn();
+}
+
 }  // namespace
 
-std::string portText(const ZTPortLabels& acrLabels, const std::optional<ZTSWwn>& acrPort) {
-    if (!acrPort) {
-        return "-";
+const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSRecord& acrRecord) const {
+    const ZTSSeries& lrSeries = acrRecord.mSeries;
+    return findWindow(mWindows, mLabels, acrRecord.mFirst, acrRecord.mLast, lrSeries.mInitiator.mPort,
+                      lrSeries.mRemote.value_or(ZTSWwn()), lrSeries.mFabric);
+}
+
+const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSFpin& acrFpin) const {
+    return findWindow(mWindows, mLabels, acrFpin.mFirst, acrFpin.mLast, acrFpin.mInitiator,
+                      portOf(acrFpin).value_or(ZTSWwn()), acrFpin.mFabric);
+}
+
+const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSStall& acrStall) const {
+    return findWindow(mWindows, mLabels, acrStall.mFirst, acrStall.mLast, {}, {}, "");
+}
+
+const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSChange& acrChange) const {
+    return findWindow(mWindows, mLabels, acrChange.mTime, acrChange.mTime, sPortIn(acrChange, 1),
+                      sPortIn(acrChange, 0), "");
+}
+
+std::string windowText(const ZTSWindow* apWindow) {
+    if (apWindow == nullptr) {
+        return {};
     }
-    const auto lAt = acrLabels.find(*acrPort);
-    return lAt != acrLabels.end() && !lAt->second.mName.empty() ? toShownText(lAt->second.mName)
-                                                                : acrPort->toText();
+    return "in maintenance" + (apWindow->mText.empty() ? "" : " (" + toShownText(apWindow->mText) + ")");
 }
 
 std::unique_ptr<ZTCHistoryPrinter> makeHistoryPrinter(ZTEScopeForm aForm, ZTSHistoryFrame aFrame,

@@ -12,7 +12,17 @@ struct ZTSHistoryFrame {
     std::string mHost;
     ZTPortLabels mLabels;
     bool mInUtc = false;
+    std::vector<ZTSWindow> mWindows{};
+
+    // The window of maintenance that something fell into; null: none.
+    const ZTSWindow* windowOf(const ZTSRecord& acrRecord) const;
+    const ZTSWindow* windowOf(const ZTSFpin& acrFpin) const;
+    const ZTSWindow* windowOf(const ZTSStall& acrStall) const;
+    const ZTSWindow* windowOf(const ZTSChange& acrChange) const;
 };
+
+/// "in maintenance (new firmware)"; empty for none. Fit to be shown.
+std::string windowText(const ZTSWindow* apWindow);
 
 /// As it comes, in pieces of whole lines. One thread.
 class ZTCHistoryPrinter {
@@ -24,11 +34,13 @@ class ZTCHistoryPrinter {
     ZTCHistoryPrinter(const ZTCHistoryPrinter&) = delete;
     ZTCHistoryPrinter& operator=(const ZTCHistoryPrinter&) = delete;
 
-    /// Whether losses and changes come among the records, in the order of time; else behind all of them.
+    /// Whether all comes in the order of time; else each sort behind the one before, as it is added here.
     virtual bool isMixed() const { return true; }
     virtual void add(const ZTSStoredRecord& acrRecord) = 0;
     virtual void add(const ZTSLoss& acrLoss) = 0;
     virtual void add(const ZTSChange& acrChange) = 0;
+    virtual void add(const ZTSStoredFpin& acrFpin) = 0;
+    virtual void add(const ZTSStoredStall& acrStall) = 0;
     /// Lets go of what has been made.
     void flush() { passOn(0); }
     /// Nothing more comes.
@@ -55,6 +67,3 @@ class ZTCHistoryPrinter {
 std::unique_ptr<ZTCHistoryPrinter> makeHistoryPrinter(ZTEScopeForm aForm, ZTSHistoryFrame aFrame,
                                                       const std::vector<ZTSStoredSeries>& acrSeries,
                                                       ZTCHistoryPrinter::Out aOut);
-
-/// What people call a port: its name in the names file, else its number. "-" for none.
-std::string portText(const ZTPortLabels& acrLabels, const std::optional<ZTSWwn>& acrPort);

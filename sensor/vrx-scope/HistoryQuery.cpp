@@ -8,6 +8,7 @@
 
 #include "EventBlock.h"
 #include "Failure.h"
+#include "PortText.h"
 #include "WhenText.h"
 
 namespace {
@@ -41,30 +42,100 @@ std::pair<std::uint8_t, std::uint8_t> sReadKind(const std::string& acrText) {
         if (acrText == lrKind.mpName) {
             return {lrKind.mCategory, lrKind.mSubcategory};
         }
-        lAll += (lAll.empty() ? "" : ", ") + std::string(lrKind.mpName);
+        lAll += std::string(lrKind.mpName) + ", ";
     }
-    throw ZTCScopeUsage(fmt::format("there is no kind '{}', but {}", acrText, lAll));
+    throw ZTCScopeUsage(fmt::format("there is no kind '{}', but {}fpin, stall", acrText, lAll));
 }
 
-// The port of a number, or all that have the name.
-void sAddPorts(const std::string& acrText, const ZTPortLabels& acrLabels, std::vector<ZTSWwn>& arPorts) {
-    if (const auto lPort = ZTSWwn::fromText(acrText)) {
-        arPorts.push_back(*lPort);
-        return;
-    }
-    const std::size_t lBefore = arPorts.size();
-    for (const auto& [lrPort, lrLabel] : acrLabels) {
-        if (lrLabel.mName == acrText) {
-            arPorts.push_back(lrPort);
+// The paths, maps and volumes by which a stall concerns ports or a fabric, by the names that a stall may
+// have.
+std::vector<std::string> sListDisks(const ZTSHistoryFilter& acrFilter, const ZTSStoredStorage& acrStorage) {
+    ZTSSeries lPath;
+    std::set<std::string> lDisks;
+    for (const ZTSStoredLun& lrStored : acrStorage.mLuns) {
+        lPath.mInitiator.mPort = lrStored.mLun.mInitiator;
+        lPath.mRemote = lrStored.mLun.mTarget;
+        lPath.mFabric = lrStored.mLun.mFabric;
+        if (acrFilter.takes(lPath)) {
+            lDisks.insert({lrStored.mLun.getName(), lrStored.mLun.mDisk});
         }
     }
-    if (arPorts.size() == lBefore) {
-        throw ZTCScopeUsage(fmt::format("'{}' is neither a world wide name nor a name of the names file{}",
-                                        acrText, acrLabels.empty() ? ", which has none" : ""));
+    const ZTSHostStorage lHere = acrStorage.listHere();
+    for (const std::string& lrDisk : std::set(lDisks)) {
+        const ZTSHit lHit = lHere.hitBy(lrDisk);
+        lDisks.insert(lHit.mMaps.begin(), lHit.mMaps.end());
+        lDisks.insert(lHit.mVolumes.begin(), lHit.mVolumes.end());
     }
+    lDisks.erase("");
+    return {lDisks.begin(), lDisks.end()};
 }
 
-std::string sReadFabric(const std::string& acrText, ZTCStoreReader& arReader) {
+// Kinds of the history's that are none of the agent's.
+struct HostKind {
+    const char* mpName;
+    bool ZTSHistoryQuery::*mpTakes;
+};
+constexpr HostKind sHostKinds[] = {{"fpin", &ZTSHistoryQuery::mTakesFpins},
+                                   {"stall", &ZTSHistoryQuery::mTakesStalls}};
+
+void sReadKinds(const std::vector<std::string>& acrKinds, ZTSHistoryQuery& arQuery) {
+    const bool lTakesAll = acrKinds.empty();
+    for (const HostKind& lrKind : sHostKinds) {
+        arQuery.*lrKind.mpTakes =
+            lTakesAll || std::find(acrKinds.begin(), acrKinds.end(), lrKind.mpName) != acrKinds.end();
+    }
+    for (const std::string& lrKind : acrKinds) {
+        const bool lIsHosts = std::any_of(std::begin(sHostKinds), std::end(sHostKinds),
+                                          [&](const HostKind& acrKind) { return lrKind == acrKind.mpName; });
+        if (!lIsHosts) {
+            arQuery.mFilter.mKinds.push_back(sReadKind(lrKind));
+        }
+    }
+    arQuery.mTakesRecords = lTakesAll || !arQuery.mFilter.mKinds.empty();
+}
+
+}  // namespace
+
+bool ZTSHistoryQuery::takes(const ZTSFpin& acrFpin) const {
+    const auto lIsMeant = [&](const std::optional<ZTSWwn>& acrPort) {
+        return acrPort && std::find(mFilter.mTargets.begin(), mFilter.mTargets.end(), *acrPort) !=
+                              mFilter.mTargets.end();
+    };
+    ZTSSeries lSeries;
+    lSeries.mInitiator.mPort = acrFpin.mInitiator;
+    lSeries.mFabric = acrFpin.mFabric;
+    ZTSHistoryFilter lHere = mFilter;
+    lHere.mKinds.clear();
+    lHere.mTargets.clear();
+    return mTakesFpins && lHere.takes(lSeries) && lHere.takes(acrFpin.mFirst, acrFpin.mLast) &&
+           (mFilter.mTargets.empty() || lIsMeant(acrFpin.mDetecting) || lIsMeant(acrFpin.mAttached) ||
+            std::any_of(acrFpin.mPorts.begin(), acrFpin.mPorts.end(), lIsMeant));
+}
+
+bool ZTSHistoryQuery::takes(const ZTSStall& acrStall) const {
+    const auto lIsIn = [&](const std::string& acrName) {
+        return std::find(mDisks->begin(), mDisks->end(), acrName) != mDisks->end();
+    };
+    return mTakesStalls && (!acrStall.mIsOver || mFilter.takes(acrStall.mFirst, acrStall.mLast)) &&
+           acrStall.mFirst <= mFilter.mUntil && (!mDisks || lIsIn(acrStall.mName));
+}
+
+std::vector<ZTSWwn> readPortsOf(const std::vector<std::string>& acrTexts, const ZTPortLabels& acrLabels) {
+    std::vector<ZTSWwn> lAll;
+    for (const std::string& lrText : acrTexts) {
+        const std::vector<ZTSWwn> lPorts = findPorts(acrLabels, lrText);
+        if (lPorts.empty()) {
+            throw ZTCScopeUsage(
+                fmt::format("'{}' is neither a world wide name nor a port, an array or ARRAY/CONTROLLER of "
+                            "the names file{}",
+                            lrText, acrLabels.empty() ? ", which has none" : ""));
+        }
+        lAll.insert(lAll.end(), lPorts.begin(), lPorts.end());
+    }
+    return lAll;
+}
+
+std::string readFabric(const std::string& acrText, ZTCStoreReader& arReader) {
     if (acrText.empty()) {
         return {};
     }
@@ -88,34 +159,32 @@ std::string sReadFabric(const std::string& acrText, ZTCStoreReader& arReader) {
         fmt::format("there is no fabric '{}', but {}", acrText, lAll.empty() ? "none is known" : lAll));
 }
 
-}  // namespace
-
-ZTSHistoryFilter makeFilter(const ZTSHistoryOptions& acrOptions, ZTCStoreReader& arReader, ZTNanoseconds aNow,
-                            bool aInUtc) {
-    ZTSHistoryFilter lFilter;
+ZTSHistoryQuery makeQuery(const ZTSHistoryOptions& acrOptions, ZTCStoreReader& arReader, ZTNanoseconds aNow,
+                          bool aInUtc) {
+    ZTSHistoryQuery lQuery;
+    ZTSHistoryFilter& lrFilter = lQuery.mFilter;
     if (!acrOptions.mSince.empty()) {
-        lFilter.mSince = sReadTime("--since", acrOptions.mSince, aNow, aInUtc);
+        lrFilter.mSince = sReadTime("--since", acrOptions.mSince, aNow, aInUtc);
     }
     if (!acrOptions.mUntil.empty()) {
-        lFilter.mUntil = sReadTime("--until", acrOptions.mUntil, aNow, aInUtc);
+        lrFilter.mUntil = sReadTime("--until", acrOptions.mUntil, aNow, aInUtc);
     }
-    if (lFilter.mSince > lFilter.mUntil) {
+    if (lrFilter.mSince > lrFilter.mUntil) {
         throw ZTCScopeUsage("--since is after --until: nothing lies between them");
     }
-    for (const std::string& lrKind : acrOptions.mKinds) {
-        lFilter.mKinds.push_back(sReadKind(lrKind));
-    }
+    sReadKinds(acrOptions.mKinds, lQuery);
     const ZTPortLabels lLabels = arReader.readLabels();
-    for (const std::string& lrPort : acrOptions.mInitiators) {
-        sAddPorts(lrPort, lLabels, lFilter.mInitiators);
+    lrFilter.mInitiators = readPortsOf(acrOptions.mInitiators, lLabels);
+    lrFilter.mTargets = readPortsOf(acrOptions.mTargets, lLabels);
+    lrFilter.mFabric = readFabric(acrOptions.mFabric, arReader);
+    if (!lrFilter.mInitiators.empty() || !lrFilter.mTargets.empty() || !lrFilter.mFabric.empty()) {
+        ZTSHistoryFilter lPorts = lrFilter;
+        lPorts.mKinds.clear();
+        lQuery.mDisks = sListDisks(lPorts, arReader.readStorage());
     }
-    for (const std::string& lrPort : acrOptions.mTargets) {
-        sAddPorts(lrPort, lLabels, lFilter.mTargets);
-    }
-    lFilter.mFabric = sReadFabric(acrOptions.mFabric, arReader);
     if (!acrOptions.mHost.empty() && acrOptions.mHost != arReader.getHost()) {
         throw ZTCScopeUsage(
             fmt::format("the store is that of host '{}', not of '{}'", arReader.getHost(), acrOptions.mHost));
     }
-    return lFilter;
+    return lQuery;
 }

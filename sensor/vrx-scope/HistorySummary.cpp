@@ -5,13 +5,13 @@
 #include <algorithm>
 #include <map>
 
-#include "HistoryPrinter.h"
+#include "Failure.h"
 #include "HistoryQuery.h"
 #include "Json.h"
 #include "LossText.h"
+#include "PortText.h"
 #include "RecordJson.h"
 #include "RecordText.h"
-#include "ShownText.h"
 #include "Table.h"
 #include "TimeScan.h"
 #include "TimeText.h"
@@ -19,8 +19,8 @@
 namespace {
 
 struct Sum {
-    std::string mKey;   // a kind, or a port's number
-    std::string mName;  // the port's in the names file
+    std::string mKey;  // a kind, or a port's number
+    std::optional<ZTSWwn> mPort{};
     std::uint64_t mEvents = 0;
     std::uint64_t mRecords = 0;
     ZTNanoseconds mFirst = std::numeric_limits<ZTNanoseconds>::max();
@@ -41,7 +41,8 @@ struct Lost {
 
 struct Summary {
     std::string mHost;
-    Sum mAll;
+    ZTPortLabels mLabels;
+    Sum mAll{};
     Lost mLost;
     // Each with its sums, the largest first.
     std::vector<std::pair<const char*, std::vector<Sum>>> mBy;
@@ -107,8 +108,7 @@ std::string sKindOf(const ZTSSeries& acrSeries) {
 }
 
 template <class Key>
-std::vector<Sum> sSumBy(const std::vector<ZTSStoredSeries>& acrSeries, const ZTPortLabels& acrLabels,
-                        const Key& acrKey) {
+std::vector<Sum> sSumBy(const std::vector<ZTSStoredSeries>& acrSeries, const Key& acrKey) {
     std::map<std::string, Sum> lSums;
     for (const ZTSStoredSeries& lrSeries : acrSeries) {
         const std::string lKey = acrKey(lrSeries.mSeries);
@@ -119,10 +119,7 @@ std::vector<Sum> sSumBy(const std::vector<ZTSStoredSeries>& acrSeries, const ZTP
     std::vector<Sum> lSorted;
     for (auto& [lrKey, lrSum] : lSums) {
         lrSum.mKey = lrKey;
-        if (const auto lPort = ZTSWwn::fromText(lrKey)) {
-            const auto lAt = acrLabels.find(*lPort);
-            lrSum.mName = lAt != acrLabels.end() ? lAt->second.mName : "";
-        }
+        lrSum.mPort = ZTSWwn::fromText(lrKey);
         lSorted.push_back(std::move(lrSum));
     }
     std::stable_sort(lSorted.begin(), lSorted.end(), [](const Sum& acrLeft, const Sum& acrRight) {
@@ -133,24 +130,28 @@ std::vector<Sum> sSumBy(const std::vector<ZTSStoredSeries>& acrSeries, const ZTP
 
 Summary sSummarize(const ZTSScopeOptions& acrOptions) {
     ZTCStoreReader lReader(acrOptions.mHistory.mStore);
-    const ZTSHistoryFilter lFilter =
-        makeFilter(acrOptions.mHistory, lReader,
-                   toNanoseconds(toSensorTime(std::chrono::system_clock::now())), acrOptions.mInUtc);
+    const ZTSHistoryQuery lQuery =
+        makeQuery(acrOptions.mHistory, lReader, toNanoseconds(toSensorTime(std::chrono::system_clock::now())),
+                  acrOptions.mInUtc);
+    const ZTSHistoryFilter& lrFilter = lQuery.mFilter;
+    if (!lQuery.mTakesRecords) {
+        throw ZTCScopeUsage("--summary is of events: FPINs and stalls are none");
+    }
     const bool lIsOfAllTime = acrOptions.mHistory.mSince.empty() && acrOptions.mHistory.mUntil.empty();
     const ZTSStorePlace lPlace = lReader.readPlace();
-    const auto lSeries = sSumSeries(lReader, lFilter, lPlace, lIsOfAllTime);
-    const ZTPortLabels lLabels = lReader.readLabels();
+    const auto lSeries = sSumSeries(lReader, lrFilter, lPlace, lIsOfAllTime);
     Summary lSummary;
+    lSummary.mLabels = lReader.readLabels();
     lSummary.mHost = lReader.getHost();
-    lSummary.mLost = sSumLosses(lReader, lFilter, lPlace, lIsOfAllTime);
+    lSummary.mLost = sSumLosses(lReader, lrFilter, lPlace, lIsOfAllTime);
     for (const ZTSStoredSeries& lrSeries : lSeries) {
         lSummary.mAll.add(lrSeries);
     }
     lSummary.mBy = {
-        {"kind", sSumBy(lSeries, lLabels, sKindOf)},
-        {"initiator", sSumBy(lSeries, lLabels,
-                             [](const ZTSSeries& acrSeries) { return acrSeries.mInitiator.mPort.toText(); })},
-        {"target", sSumBy(lSeries, lLabels, [](const ZTSSeries& acrSeries) {
+        {"kind", sSumBy(lSeries, sKindOf)},
+        {"initiator",
+         sSumBy(lSeries, [](const ZTSSeries& acrSeries) { return acrSeries.mInitiator.mPort.toText(); })},
+        {"target", sSumBy(lSeries, [](const ZTSSeries& acrSeries) {
              return acrSeries.mRemote ? acrSeries.mRemote->toText() : "";
          })}};
     return lSummary;
@@ -174,7 +175,7 @@ std::string sTextOf(const Summary& acrSummary, bool aInUtc) {
         ZTCTable lTable({{lpAxis}, {"events", true}, {"records", true}, {"first"}, {"last"}});
         for (const Sum& lrSum : lrSums) {
             const ZTSSensorTime lFirst = toSensorTime(lrSum.mFirst);
-            lTable.add({lrSum.mName.empty() ? lrSum.mKey : toShownText(lrSum.mName),
+            lTable.add({lrSum.mPort ? portText(acrSummary.mLabels, lrSum.mPort) : lrSum.mKey,
                         groupedText(lrSum.mEvents), groupedText(lrSum.mRecords), plainText(lFirst, aInUtc),
                         plainTextBehind(toSensorTime(lrSum.mLast), lFirst, aInUtc)});
         }
@@ -218,9 +219,8 @@ std::string sJsonOf(const Summary& acrSummary) {
             lJson.beginObject();
             lJson.key(lAxis == "kind" ? "kind" : "port_name");
             lJson.text(lrSum.mKey);
-            if (lAxis != "kind") {
-                lJson.key("name");
-                lJson.escapedTextOrNull(lrSum.mName);
+            if (lrSum.mPort) {
+                putLabel(lJson, *lrSum.mPort, acrSummary.mLabels);
             }
             sPutSum(lJson, lrSum);
             lJson.endObject();

@@ -1,7 +1,9 @@
 // The JSON of records, losses and changes (docs/json.md): one writer for all programs.
 #pragma once
 
+#include <initializer_list>
 #include <span>
+#include <utility>
 
 #include "JsonWriter.h"
 #include "Ports.h"
@@ -33,7 +35,17 @@ struct ZTSRecordPlace {
 void putRecord(ZTCJsonWriter& arJson, const ZTSRecordView& acrRecord);
 void putPlace(ZTCJsonWriter& arJson, const ZTSRecordPlace& acrPlace);
 void putLoss(ZTCJsonWriter& arJson, const ZTSLoss& acrLoss, std::string_view aHost);
-void putChange(ZTCJsonWriter& arJson, const ZTSChange& acrChange, std::string_view aHost);
+/// With the ports that its name names.
+void putChange(ZTCJsonWriter& arJson, const ZTSChange& acrChange, const ZTPortLabels& acrLabels,
+               std::string_view aHost);
+/// What the names file says of a port: its name, array, controller and switch port.
+void putLabel(ZTCJsonWriter& arJson, const ZTSWwn& acrPort, const ZTPortLabels& acrLabels);
+/// Each under its key; null for an empty one.
+void putTexts(ZTCJsonWriter& arJson, std::initializer_list<std::pair<const char*, std::string_view>> aTexts);
+
+/// An object of a port's number and its label; null for none.
+void putPort(ZTCJsonWriter& arJson, const std::optional<ZTSWwn>& acrPort, const ZTPortLabels& acrLabels);
+void putPorts(ZTCJsonWriter& arJson, const std::vector<ZTSWwn>& acrPorts, const ZTPortLabels& acrLabels);
 
 /// An object of a port's two names.
 void putNames(ZTCJsonWriter& arJson, const ZTSPortNames& acrNames);
