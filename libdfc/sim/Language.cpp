@@ -210,6 +210,12 @@ constexpr ZTSSimVerb sVerbs[] = {
      sCheckNothing,
      "report",
      "what was sent, which storms run, and what is registered"},
+    {ZTESimVerb::Host,
+     "host",
+     {},
+     sCheckNothing,
+     "host link-down host1 after=5s",
+     "what follows is for a made-up host, if ZT_VRX_HOSTSIM names one's socket (vrx-hostsim language)"},
 };
 constexpr bool sAreInOrder() {
     for (unsigned int lVerb = 0; lVerb < std::size(sVerbs); ++lVerb) {

@@ -5,7 +5,19 @@
 #include <cstdint>
 #include <span>
 
-enum class ZTESimVerb { Event, Adapters, Raw, Storm, Wait, OnRegister, OnUnregister, Fault, Report, Count };
+enum class ZTESimVerb {
+    Event,
+    Adapters,
+    Raw,
+    Storm,
+    Wait,
+    OnRegister,
+    OnUnregister,
+    Fault,
+    Report,
+    Host,
+    Count
+};
 
 enum class ZTESimValue { Flag, Number, Duration, Name, Sense, Pages, Bytes, Choice, Kind, Count };
 

@@ -1,5 +1,6 @@
 #include "Player.h"
 
+#include "MadeUpHost.h"
 #include "StuckCallback.h"
 
 namespace {
@@ -32,6 +33,8 @@ std::string ZTCSimPlayer::play(const ZTSSimStatement& acrStatement) {
             break;
         case ZTESimVerb::Report:
             return mrSimulator.report();
+        case ZTESimVerb::Host:
+            return tellMadeUpHost(acrStatement.mText);
         case ZTESimVerb::Count:
             break;
     }

@@ -16,6 +16,7 @@ using Read = std::optional<ZTSSimValueRead>;
 constexpr uint64_t sNanosecondsADay = 86'400'000'000'000;
 constexpr size_t sMaxPages = 16382;  // an RSCN's length has 16 bits
 constexpr size_t sMaxShown = 60;
+constexpr char sBlanks[] = " \t\r\v\f";
 
 struct UnitRow {
     std::string_view mName;
@@ -197,7 +198,7 @@ std::string sListOf(const std::vector<std::string_view>& acrNames) {
 class LineReader {
   public:
     explicit LineReader(std::string_view aLine) {
-        for (const std::string_view lWord : sSplit(aLine.substr(0, aLine.find('#')), " \t\r\v\f")) {
+        for (const std::string_view lWord : sSplit(aLine.substr(0, aLine.find('#')), sBlanks)) {
             if (!lWord.empty()) {
                 mStatement.mpVerb == nullptr ? takeVerb(lWord) : takeWord(lWord);
             }
@@ -246,6 +247,10 @@ class LineReader {
     }
 
     void takeWord(std::string_view aWord) {
+        if (mStatement.mpVerb->mVerb == ZTESimVerb::Host) {  // its words are the host's matter
+            mStatement.mText.append(mStatement.mText.empty() ? "" : " ").append(aWord);
+            return;
+        }
         const size_t lEqual = aWord.find('=');
         const bool lIsPair = lEqual != std::string_view::npos;
         const std::string_view lName = aWord.substr(0, lEqual);
@@ -286,6 +291,9 @@ class LineReader {
     }
 
     void finish() {
+        if (mStatement.mpVerb->mVerb == ZTESimVerb::Host && mStatement.mText.empty()) {
+            refuse("host without a line", "one of vrx-hostsim language");
+        }
         for (const ZTSSimKey* const lpKey : keys()) {
             if (lpKey->mIsRequired && !mStatement.has(lpKey->mpName)) {
                 refuse(std::string(mStatement.mpVerb->mpName) + " without " + lpKey->mpName,

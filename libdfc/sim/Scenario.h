@@ -28,6 +28,7 @@ struct ZTSSimStatement {
     const ZTSSimVerb* mpVerb = nullptr;
     const ZTSSimKind* mpKind = nullptr;  // of an event or a storm
     std::map<std::string_view, ZTSSimValueRead> mValues;
+    std::string mText;  // of a line for a made-up host
 
     bool has(const char* apKey) const { return mValues.contains(apKey); }
     uint64_t getNumber(const char* apKey, uint64_t aDefault = 0) const {

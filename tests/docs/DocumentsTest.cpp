@@ -225,6 +225,7 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
     } lRows[] = {{"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
                  {"vrx-sn.8", {ZT_VRX_SN, "--help"}, {""}},
                  {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
+                 {"vrx-hostsim.1", {ZT_VRX_HOSTSIM, "--help-all"}, {"", "send"}},
                  {"vrx-scope.1",
                   {ZT_VRX_SCOPE, "--help-all"},
                   {"", "start", "watch", "record", "replay", "stats", "history", "ports"}}};

@@ -42,6 +42,7 @@ TEST(Scenario, LinesAreRead) {
     }
     EXPECT_EQ(readScenario("rscn pages=0x010203,0x03000000", "")[0].mValues.at("pages").mBytes,
               (std::vector<uint8_t>{0, 1, 2, 3, 3, 0, 0, 0}));
+    EXPECT_EQ(readScenario("host  mount \"/a b\"  sdb # c", "")[0].mText, "mount \"/a b\" sdb");
     EXPECT_EQ(readScenario("\n# nothing\n  \nplogi\nreport", "").size(), 2U);
 }
 
@@ -73,6 +74,7 @@ TEST(Scenario, AMistakeIsOneLineThatSaysWhatIsValid) {
         {"for= with this fault", {"fault slow-close"}},
         {"no for=", {"fault stuck-callback for=1s"}},
         {"one of late-callbacks, callbacks-during-close", {"fault quick-close"}},
+        {"host without a line", {"host", "host # nothing"}},
     };
     for (const auto& [lpExpected, lrLines] : lRows) {
         for (const std::string& lrLine : lrLines) {
