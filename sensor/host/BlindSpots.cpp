@@ -93,7 +93,7 @@ void Spots::addStorage() {
     if (mrSight.mLuns != 0 && mrSight.mMaps == 0) {
         add("paths", "", "there is no multipath: each path is on its own");
     } else if (mrSight.mMaps != 0 && !mrSight.mNoMultipathd.empty()) {
-        add("paths", "", "how they stood at the start is inferred of the ports: " + mrSight.mNoMultipathd);
+        add("paths", "", "how they stood at the start is inferred: " + mrSight.mNoMultipathd, false);
     }
     if (!mrSight.mHasDiskStats) {
         add("stalls", "", "/proc/diskstats cannot be read");

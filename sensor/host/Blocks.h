@@ -28,6 +28,7 @@ class ZTCBlocks {
     bool hasChanged() const { return mHasChanged; }
     void haveTold() { mHasChanged = false; }
     bool isWhole() const { return mRound.isWhole(); }
+    std::size_t countDue() const { return mRound.countDue(); }
     std::size_t getLeftOut() const { return mRound.getLeftOut(); }
 
     /// So many at most, sorted by name; arLeftOut: how many there are besides. A path that nobody has told of

@@ -95,7 +95,8 @@ std::vector<ZTSDiskStats> readDiskStats(std::string_view aText) {
     while (!aText.empty()) {
         std::string_view lLine = aText.substr(0, aText.find('\n'));
         aText.remove_prefix(std::min(lLine.size() + 1, aText.size()));
-        const bool lIsNumbered = sAreDigits(sTakeWord(lLine)) && sAreDigits(sTakeWord(lLine));
+        bool lIsNumbered = sAreDigits(sTakeWord(lLine));
+        lIsNumbered &= sAreDigits(sTakeWord(lLine));
         const std::string_view lName = sTakeWord(lLine);
         if (!lIsNumbered || lName.empty() || sHasNoPath(lName) || sIsPartition(lName, lDisk) ||
             sReadNumbers(lLine, lNumbers) < F_Fewest) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -39,6 +40,20 @@ std::optional<ZTSWwn> sPortOf(std::uint64_t aNumber) {
     return aNumber != 0 ? std::optional(sWwnOf(aNumber)) : std::nullopt;
 }
 
+// What the message says of each.
+ZTSFpin sBegin(std::uint16_t aHost, const ZTSHostPorts& acrPorts, ZTNanoseconds aTime) {
+    ZTSFpin lFpin;
+    lFpin.mFirst = lFpin.mLast = aTime;
+    const std::string lHost = "host" + std::to_string(aHost);
+    const auto lPort = std::find_if(acrPorts.mLocal.begin(), acrPorts.mLocal.end(),
+                                    [&](const ZTSLocalPort& acrPort) { return acrPort.mHost == lHost; });
+    if (lPort != acrPorts.mLocal.end()) {
+        lFpin.mInitiator = lPort->mNames.mPort;
+        lFpin.mFabric = lPort->mFabric;
+    }
+    return lFpin;
+}
+
 // What the descriptor itself says.
 void sTell(const ZTSFpinDescriptor& acrOne, ZTSFpin& arFpin) {
     if (acrOne.mKind == ZTFK_Other) {
@@ -72,29 +87,32 @@ void ZTCFcMessages::take(std::span<const unsigned char> aBytes, const ZTSHostPor
             return;
         }
         ++mFpins;
-        ZTSFpin lFpin;
-        lFpin.mFirst = lFpin.mLast = aTime;
-        const std::string lHost = "host" + std::to_string(acrMessage.mHost);
-        const auto lPort = std::find_if(acrPorts.mLocal.begin(), acrPorts.mLocal.end(),
-                                        [&](const ZTSLocalPort& acrPort) { return acrPort.mHost == lHost; });
-        if (lPort != acrPorts.mLocal.end()) {
-            lFpin.mInitiator = lPort->mNames.mPort;
-            lFpin.mFabric = lPort->mFabric;
+        const std::size_t lBefore = arFpins.size();
+        try {
+            const ZTSFpin lFpin = sBegin(acrMessage.mHost, acrPorts, aTime);
+            const bool lIsWhole = readFpin(acrMessage.mData, [&](const ZTSFpinDescriptor& acrOne) {
+                sTell(acrOne, arFpins.emplace_back(lFpin));
+            });
+            mMalformed += lIsWhole ? 0 : 1;
+        } catch (const std::bad_alloc&) {
+            arFpins.resize(lBefore);
+            ++mLost;
+            throw;
         }
-        const bool lIsWhole = readFpin(acrMessage.mData, [&](const ZTSFpinDescriptor& acrOne) {
-            sTell(acrOne, arFpins.emplace_back(lFpin));
-        });
-        mMalformed += lIsWhole ? 0 : 1;
     });
 }
 
-// Two messages may pass each other on their way: one that comes late has not been lost.
+// Two messages may pass each other on their way: one that comes late is not lost, so the next gap is that
+// much shorter. What was told stands.
 void ZTCFcMessages::count(std::uint32_t aNumber) {
     const auto lAhead = static_cast<std::int32_t>(aNumber - mNextNumber.value_or(aNumber));
     if (lAhead < 0 && lAhead >= -sReordered) {
-        mLost -= std::min<std::uint64_t>(mLost, 1);
+        ++mLate;
         return;
     }
-    mLost += static_cast<std::uint32_t>(std::max(lAhead, 0));
+    const std::uint64_t lGap = static_cast<std::uint32_t>(std::max(lAhead, 0));
+    const std::uint64_t lOfLate = std::min(lGap, mLate);
+    mLate -= lOfLate;
+    mLost += lGap - lOfLate;
     mNextNumber = aNumber + 1;  // also when the kernel counts from the beginning again
 }

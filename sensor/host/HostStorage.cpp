@@ -9,6 +9,13 @@
 #include "MountTable.h"
 #include "PathStates.h"
 
+namespace {
+
+constexpr std::size_t sMuch = 512;     // to be read: a second's worth of what a slice aims at, and more
+constexpr unsigned int sMuchMore = 3;  // times the aim, then
+
+}  // namespace
+
 class ZTCHostStorage::Impl {
   public:
     explicit Impl(const std::string& acrRoot)
@@ -16,7 +23,7 @@ class ZTCHostStorage::Impl {
 
     void take(const ZTSUevent& acrEvent);
     void lookAnew();
-    bool step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aMost, ZTNanoseconds aTime,
+    bool step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aAim, ZTNanoseconds aTime,
               ZTCMeasures& arMeasures);
     bool isWhole() const { return mIsWhole; }
     std::size_t getLeftOut() const;
@@ -59,19 +66,21 @@ void ZTCHostStorage::Impl::lookAnew() {
     mStates.doubt();
 }
 
-// Whatever is due has its share, so that neither holds up the other or the round.
-bool ZTCHostStorage::Impl::step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aMost,
+// Whatever is due has its share, so that neither holds up the other or the round. That goes as far as it has
+// to, to be done within a minute: at rest it is the least of it.
+bool ZTCHostStorage::Impl::step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aAim,
                                 ZTNanoseconds aTime, ZTCMeasures& arMeasures) {
-    const ZTCSlice lSlice(aMost);
+    const ZTCSlice lSlice(aAim);
     mStates.step();
     setPorts(acrPorts);
     mLuns.list();
     mBlocks.list();
     mAreMountsDue |= mMountTable.look();
-    mLuns.readDue(lSlice, 2, aTime, arMeasures);
-    mBlocks.readDue(lSlice, 3);
-    mLuns.readRound(lSlice, 4, aTime, arMeasures);
-    mBlocks.readRound(lSlice, 4);
+    const unsigned int lTimes = mLuns.countDue() + mBlocks.countDue() > sMuch ? sMuchMore : 1;
+    mLuns.readDue(lSlice, 2 * lTimes, aTime, arMeasures);
+    mBlocks.readDue(lSlice, 3 * lTimes);
+    mLuns.readRound(lSlice, 4 * sMuchMore, aTime, arMeasures);
+    mBlocks.readRound(lSlice, 4 * sMuchMore);
     tell();
     mIsWhole |= mLuns.isWhole() && mBlocks.isWhole() && mMountTable.hasLooked();
     return std::exchange(mHasChanged, false);
@@ -176,9 +185,9 @@ void ZTCHostStorage::takePaths(const std::vector<ZTSMultipathdPath>& acrPaths) {
     mpImpl->mStates.takeAnswer(acrPaths);
 }
 
-bool ZTCHostStorage::step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aMost, ZTNanoseconds aTime,
+bool ZTCHostStorage::step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aAim, ZTNanoseconds aTime,
                           ZTCMeasures& arMeasures) {
-    return mpImpl->step(acrPorts, aMost, aTime, arMeasures);
+    return mpImpl->step(acrPorts, aAim, aTime, arMeasures);
 }
 
 bool ZTCHostStorage::isWhole() const {

@@ -32,6 +32,7 @@ class ZTCLuns {
     /// Makes arLuns what is known now. False: it is already.
     bool tell(std::vector<ZTSLun>& arLuns);
     bool isWhole() const { return mRound.isWhole(); }
+    std::size_t countDue() const { return mRound.countDue(); }
     std::size_t getLeftOut() const { return mRound.getLeftOut(); }
 
   private:

@@ -44,6 +44,7 @@ constexpr const char* sCounters[] = {
 };
 constexpr std::size_t sFpins = 10;
 constexpr std::size_t sFpinParts = 13;
+constexpr std::uint64_t sMostAdded = UINT32_MAX;  // in a round: what is more was no count
 constexpr std::size_t sBeforeName = std::string_view("statistics/").size();
 
 constexpr char sLocalClass[] = "fc_host/";
@@ -154,7 +155,7 @@ void ZTCPortCounters::read(Ports::value_type& arPort, const ZTSHostPorts& acrPor
     for (std::size_t lAt = lIsRemote ? sFpins : 0; lAt < (lHasMore ? Counters : sFpinParts); ++lAt) {
         const auto lValue = sValue(lFolder.read(lAt).value_or(""));
         std::uint64_t& lrKnown = lrPort.mValues[lAt];
-        if (lValue && lrKnown != NoValue && *lValue > lrKnown) {
+        if (lValue && lrKnown != NoValue && *lValue > lrKnown && *lValue - lrKnown <= sMostAdded) {
             arMeasures.add(aTime, lWhose, sNameOf(lAt), *lValue - lrKnown);
         }
         lHasMore = lHasMore || (lValue && *lValue != lrKnown);

@@ -4,12 +4,12 @@
 #include <chrono>
 #include <ctime>
 
-/// Of the thread that made it.
+/// Of the thread that made it: counted from then on.
 class ZTCSlice {
   public:
     explicit ZTCSlice(std::chrono::nanoseconds aMost) : mMost(aMost) {}
 
-    /// Whether a share of it is over, in quarters.
+    /// Whether so many quarters of it are over.
     bool isOver(unsigned int aQuarters = 4) const { return now() - mBegin >= mMost * aQuarters / 4; }
 
   private:

@@ -38,6 +38,7 @@ class ZTCSysfsRound {
     std::size_t getLeftOut() const { return mLeftOut; }
     /// Each has been read, or could not be.
     bool isWhole() const { return mIsListed && mUnread == 0; }
+    std::size_t countDue() const { return mDue; }
     const Value* find(const Key& acrKey) const {
         const auto lAt = mItems.find(acrKey);
         return lAt != mItems.end() && lAt->second.mIsRead ? &lAt->second.mValue : nullptr;

@@ -64,6 +64,7 @@ CREATE TABLE luns (          -- as each path shows them, when they were last see
   seen INTEGER NOT NULL,     -- when it was last there; while it is: when it came or last changed
   here INTEGER NOT NULL      -- 1: it is there now
 ) WITHOUT ROWID;
+CREATE INDEX luns_gone ON luns (seen) WHERE here = 0;
 CREATE TABLE maps (          -- the paths to a LUN under one name
   map TEXT PRIMARY KEY,      -- the WWID, else the name
   wwid TEXT NOT NULL,
@@ -76,6 +77,7 @@ CREATE TABLE maps (          -- the paths to a LUN under one name
   here INTEGER NOT NULL,
   since INTEGER NOT NULL     -- so many are usable; 0: not known
 ) WITHOUT ROWID;
+CREATE INDEX maps_gone ON maps (seen) WHERE here = 0;
 CREATE TABLE map_paths (
   map TEXT NOT NULL REFERENCES maps,
   disk TEXT NOT NULL,
@@ -145,5 +147,6 @@ CREATE TABLE requests (      -- what somebody has asked vrx-sn for
   text TEXT NOT NULL,
   done INTEGER NOT NULL      -- when; 0: not yet
 );
+CREATE INDEX requests_by_time ON requests (time);
 CREATE INDEX requests_open ON requests (id) WHERE done = 0;
 )sql";

@@ -3,6 +3,24 @@
 #include <functional>
 #include <set>
 
+namespace {
+
+// What a host tells: rows of about this size, with their indexes; of measures a page has dozens.
+std::uint64_t sEstimate(const ZTSHostNews& acrNews) {
+    constexpr std::uint64_t lRow = 600;
+    constexpr std::uint64_t lPath = 100;
+    std::uint64_t lRows = acrNews.mFpins.size() + acrNews.mStalls.size();
+    std::uint64_t lSmall = 3 * acrNews.mMeasures.getValues().size();
+    if (acrNews.mStorage) {
+        lRows += acrNews.mStorage->mLuns.size() + acrNews.mStorage->mMaps.size();
+        lSmall += acrNews.mStorage->mLuns.size();
+        lSmall += 3 * acrNews.mStorage->mVolumes.size() + acrNews.mStorage->mMounts.size();
+    }
+    return lRows * lRow + lSmall * lPath;
+}
+
+}  // namespace
+
 // A batch's rows in the table and in its time's index stand together, but a large one fills pages of its own;
 // in the other index those of a series do, as do those that go for them.
 std::uint64_t estimateLogBytes(const ZTSStoreBatch& acrBatch) {
@@ -11,7 +29,7 @@ std::uint64_t estimateLogBytes(const ZTSStoreBatch& acrBatch) {
     constexpr std::uint64_t lPage = 4120;
     constexpr std::uint64_t lSeriesPages = 4;
     constexpr std::uint64_t lChange = 400;
-    std::uint64_t lBytes = acrBatch.mChanges.size() * lChange;
+    std::uint64_t lBytes = acrBatch.mChanges.size() * lChange + sEstimate(acrBatch.mHost);
     std::set<std::reference_wrapper<const ZTSSeries>, std::less<ZTSSeries>> lSeries;
     for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
         const std::uint64_t lSize = lRow + lrRow.mRecord.mData.size();

@@ -113,7 +113,8 @@ ZTCRetention::ZTCRetention(SQLite::Database& arDatabase)
            "events = events + excluded.events, records = records + excluded.records, first = min(first, "
            "excluded.first), last = max(last, excluded.last)")
               .c_str()),
-      mRemoveSeries(arDatabase, ("DELETE FROM series" + sIsEmptySeries).c_str()) {}
+      mRemoveSeries(arDatabase, ("DELETE FROM series" + sIsEmptySeries).c_str()),
+      mHost(arDatabase) {}
 
 ZTSRetentionFacts ZTCRetention::look() {
     const auto lNumber = [](ZTCStatement& arFrom) {
@@ -201,7 +202,13 @@ bool ZTCRetention::removeSums(ZTNanoseconds aTime) {
     lRemoved += mOldLosses.run(aTime, sSums);
     lRemoved += mOldChanges.run(aTime, sSums);
     lRemoved += mOldAgents.run(aTime, sSums);
+    lRemoved += mHost.removeOlder(aTime);
     return lRemoved != 0;
+}
+
+bool ZTCRetention::removeOldestSums() {
+    const std::optional<ZTNanoseconds> lOldest = mHost.findOldest();
+    return lOldest && removeSums((*lOldest / ZTSecond / sHour + 1) * sHour * ZTSecond);
 }
 
 // The last one stays, so that no id is used again: readers know series by their ids.

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <optional>
 
+#include "HostRetention.h"
 #include "SensorTime.h"
 #include "Statement.h"
 
@@ -59,12 +60,17 @@ class ZTCRetention {
     /// A round: some rows of those that began before that moment; how many is added to a count. False: there
     /// are no more.
     bool removeOlder(ZTNanoseconds aTime, unsigned int aRows, std::uint64_t& arGone);
-    /// A round: sums, losses, changes and runs of agents of before that moment. False: there are no more.
+    /// A round: sums, losses, changes, runs of agents and what the host told of before that moment. False:
+    /// there are no more.
     bool removeSums(ZTNanoseconds aTime);
     /// A round: of some series those that have no rows any more become one for each kind, initiator and
     /// fabric, whose remote is "*". How many have gone is added to a count. False: it has been at all of
     /// them.
     bool joinSeries(std::uint64_t& arGone);
+    /// A round, where no record can go: the oldest hour of what removeSums() removes. False: there is
+    /// nothing.
+    bool removeOldestSums();
+    ZTCHostRetention& getHost() { return mHost; }
     /// The first time of a row that is not kept: before it nothing is needed.
     std::optional<ZTNanoseconds> findBegin();
 
@@ -75,6 +81,7 @@ class ZTCRetention {
     ZTCStatement mPageSize, mPages, mFreePages, mLast, mNextId, mKeptAround, mNextKept, mSome, mRemoveSome,
         mOlder, mRemove, mCount, mBegin, mOldMinutes, mOldHours, mOldLosses, mOldChanges, mOldAgents,
         mLastSeries, mJoinSeries, mRemoveSeries;
+    ZTCHostRetention mHost;
     // Where a sweep by time has come to: what stands before it is kept, or may change yet.
     ZTNanoseconds mSweepTime = INT64_MIN;
     std::int64_t mSweepId = 0;

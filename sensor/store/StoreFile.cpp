@@ -173,16 +173,15 @@ ZTSOpenedStore sOpen(const std::string& acrPath) {
 }
 
 // One that stands there, and is whole as far as that can be seen.
-void sRefuseAllButStores(const std::string& acrPath) {
-    const ZTSStoreHolder lHolder = findStoreHolder(acrPath);
-    const ZTEStoreLook lLook = lookAtStore(acrPath, lHolder);
+void sRefuseAllButStores(const std::string& acrPath, const ZTSStoreHolder& acrHolder) {
+    const ZTEStoreLook lLook = lookAtStore(acrPath, acrHolder);
     sRefuseOthers(lLook, acrPath);
     if (lLook == ZTEStoreLook::Damaged) {
         sRefuse(ZTEStoreFault::Damaged, acrPath,
                 " is damaged, or another program wrote it: vrx-sn sees to it when it starts");
     }
     if (lLook == ZTEStoreLook::Nothing) {
-        lHolder.mIsHere
+        acrHolder.mIsHere
             ? sRefuse(ZTEStoreFault::Busy, acrPath, " is just being made: try again")
             : sRefuse(ZTEStoreFault::Unusable, acrPath, " is not there: start vrx-sn, or name another store");
     }
@@ -235,8 +234,9 @@ ZTSStoreAddition openStoreToAdd(const std::string& acrPath) {
     if (access(acrPath.c_str(), W_OK) != 0 && errno != ENOENT) {
         throw toStoreError(errno, acrPath);
     }
-    ZTCStoreDescriptor lLock = lockStoreToAdd(acrPath);
-    sRefuseAllButStores(acrPath);
+    ZTSStoreHolder lHolder;
+    ZTCStoreDescriptor lLock = lockStoreToAdd(acrPath, lHolder);
+    sRefuseAllButStores(acrPath, lHolder);
     return sTelling(acrPath, [&] {
         SQLite::Database lDatabase = sConnectToWrite(acrPath);
         sqlite3_db_config(lDatabase.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
@@ -248,7 +248,7 @@ ZTSStoreAddition openStoreToAdd(const std::string& acrPath) {
 }
 
 SQLite::Database openStoreToRead(const std::string& acrPath) {
-    sRefuseAllButStores(acrPath);
+    sRefuseAllButStores(acrPath, findStoreHolder(acrPath));
     return sTelling(acrPath,
                     [&] { return sOfThisVersion(sConnect(acrPath, SQLite::OPEN_READONLY), acrPath); });
 }

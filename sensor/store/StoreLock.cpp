@@ -73,10 +73,13 @@ ZTSStoreHolder findStoreHolder(const std::string& acrStore) {
     return sRead(lFile.get());
 }
 
-ZTCStoreDescriptor lockStoreToAdd(const std::string& acrStore) {
+ZTCStoreDescriptor lockStoreToAdd(const std::string& acrStore, ZTSStoreHolder& arHolder) {
     ZTCStoreDescriptor lFile(open(sNameOf(acrStore).c_str(), O_RDONLY | O_CLOEXEC));
     struct flock lLock = sWholeFile(F_RDLCK);
-    return fcntl(lFile.get(), F_OFD_SETLK, &lLock) == 0 ? std::move(lFile) : ZTCStoreDescriptor();
+    const bool lIsLocked = fcntl(lFile.get(), F_OFD_SETLK, &lLock) == 0;
+    arHolder = sRead(lFile.get());
+    arHolder.mIsGone = lIsLocked && !arHolder.mIsAdded;
+    return lIsLocked ? std::move(lFile) : ZTCStoreDescriptor();
 }
 
 ZTCStoreLock::ZTCStoreLock(const std::string& acrStore) {

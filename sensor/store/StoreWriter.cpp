@@ -22,6 +22,7 @@ constexpr unsigned int sRowsBetweenLooks = 256;
 constexpr auto sRetireTime = 5ms;
 constexpr unsigned int sRetireRows = 128;
 constexpr auto sSweepEvery = 60s;
+constexpr auto sTidyEvery = 1h;
 constexpr std::uint64_t sRetireBytes = std::uint64_t{4} << 20;  // of the log, in need
 constexpr int sShrinkPages = 64;
 
@@ -75,6 +76,7 @@ class ZTCStoreWriter::Impl {
     void retireToSize(Clock::time_point aEnd);
     bool retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd);
     bool joinSeries(Clock::time_point aNow);
+    bool tidy(Clock::time_point aNow);
     ZTSStoreParts& getStore() const;
     std::int64_t getMeta(const char* apName) const;
     void setMeta(const char* apName, std::int64_t aValue);
@@ -90,6 +92,7 @@ class ZTCStoreWriter::Impl {
     ZTCClockTrust mClock;
     Clock::time_point mNextSweep;
     Clock::time_point mNextJoin;  ///< of series
+    Clock::time_point mNextTidy;
     std::uint64_t mRecords = 0;
     std::uint64_t mNewRecords = 0;  ///< of the running transaction
     std::uint64_t mGoneRecords = 0;
@@ -339,9 +342,10 @@ bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
     const ZTSRetentionPlan lPlan = tell([&] { return planRetention(look(aNow, lIsTrusted)); });
     const bool lSweeps = lPlan.mOlderThan && lNow >= mNextSweep;
     const bool lJoins = lNow >= mNextJoin && tell([&] { return mpStore->mSeries.isNearLimit(); });
+    const bool lTidies = lNow >= mNextTidy;
     bool lIsOlder = false;
     bool lIsMore = false;
-    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps || lJoins) {
+    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps || lJoins || lTidies) {
         mGoneRecords = 0;
         inTransaction([&] {
             if (lPlan.mIsFull) {
@@ -349,6 +353,7 @@ bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
             }
             lIsOlder = lSweeps && retireByAge(*lPlan.mOlderThan, lNow + sRetireTime);
             lIsMore = lJoins && joinSeries(lNow);
+            lIsMore |= lTidies && tidy(lNow);
             if (lPlan.mShrinks) {
                 mpStore->mDatabase.exec("PRAGMA incremental_vacuum(" + std::to_string(sShrinkPages) + ')');
             }
@@ -370,6 +375,9 @@ void ZTCStoreWriter::Impl::retireToSize(Clock::time_point aEnd) {
     if (const std::optional<ZTNanoseconds> lBegin = mpStore->mRetention.findBegin()) {
         mpStore->mRetention.removeSums(*lBegin);
     }
+    if (!mCouldRetire) {
+        mCouldRetire = mpStore->mRetention.removeOldestSums();
+    }
 }
 
 // True: there is more.
@@ -389,6 +397,20 @@ bool ZTCStoreWriter::Impl::joinSeries(Clock::time_point aNow) {
         mpStore->mSeries.forget();
     }
     mNextJoin = lIsMore ? aNow : aNow + sSweepEvery;
+    return lIsMore;
+}
+
+// Measures take a quarter of what is kept at most. True: there is more.
+bool ZTCStoreWriter::Impl::tidy(Clock::time_point aNow) {
+    ZTCHostRetention& lrHost = mpStore->mRetention.getHost();
+    std::uint64_t lGone = 0;
+    const bool lIsMore = lrHost.limitMeasures(mKeep.mBytes / 4) || lrHost.removeUnused(lGone);
+    if (lGone != 0) {
+        mpStore->mSeries.forget();
+        mpStore->mSums.forget();
+        mpStore->mHost.forgetMeasured();
+    }
+    mNextTidy = lIsMore ? aNow : aNow + sTidyEvery;
     return lIsMore;
 }
 

@@ -20,6 +20,7 @@ std::string sAddTo(const std::string& acrTable) {
 ZTCSums::ZTCSums(SQLite::Database& arDatabase)
     : mFindMember(arDatabase, "SELECT id FROM member WHERE axis = ? AND name = ?"),
       mMakeMember(arDatabase, "INSERT INTO member (axis, name) VALUES (?, ?) RETURNING id"),
+      mUseMember(arDatabase, "UPDATE member SET last = ?2 WHERE id = ?1 AND last < ?2"),
       mAddMinute(arDatabase, sAddTo("minutes").c_str()),
       mAddHour(arDatabase, sAddTo("hours").c_str()) {}
 
@@ -81,11 +82,27 @@ void ZTCSums::flush() {
     }
     join(mMinutes);
     lInto(mAddHour);
+    for (const Sum& lrSum : mMinutes) {
+        noteUse(lrSum.mMember, lrSum.mTime);
+    }
     mMinutes.clear();
     mJoinAt = 0;
 }
 
+// Behind it a member is needed no longer once sums of that hour have gone.
+void ZTCSums::noteUse(std::int64_t aMember, std::int64_t aHour) {
+    if (mLastHours.size() >= sKnownMembers) {
+        mLastHours.clear();
+    }
+    std::int64_t& lrLast = mLastHours[aMember];
+    if (lrLast < aHour) {
+        mUseMember.run(aMember, aHour);
+        lrLast = aHour;
+    }
+}
+
 void ZTCSums::forget() {
+    mLastHours.clear();
     mMinutes.clear();
     mMembers.clear();
     mJoinAt = 0;

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <map>
+#include <unordered_map>
 #include <vector>
 
 #include "SensorTime.h"
@@ -28,6 +29,8 @@ class ZTCSums {
     void forget();
 
   private:
+    void noteUse(std::int64_t aMember, std::int64_t aHour);
+
     struct Sum {
         std::uint8_t mAxis;
         std::int64_t mTime;  ///< seconds
@@ -39,5 +42,6 @@ class ZTCSums {
     std::vector<Sum> mMinutes;  ///< one after the other, mostly of few minutes
     std::size_t mJoinAt = 0;
     std::map<std::pair<ZTEAxis, std::string>, std::int64_t> mMembers;
-    ZTCStatement mFindMember, mMakeMember, mAddMinute, mAddHour;
+    std::unordered_map<std::int64_t, std::int64_t> mLastHours;  ///< that are known of members
+    ZTCStatement mFindMember, mMakeMember, mUseMember, mAddMinute, mAddHour;
 };

@@ -15,15 +15,22 @@ std::uint64_t sCount(const std::vector<ZTSFpin>& acrFpins) {
     return lTimes;
 }
 
+template <class Value>
+void sReplace(std::optional<Value>& arValue, std::optional<Value>& arMore) noexcept {
+    if (arMore) {
+        arValue.swap(arMore);
+    }
+}
+
 }  // namespace
 
 void ZTCHostBacklog::take(ZTSHostNews aNews) noexcept {
     takeFpins(std::move(aNews.mFpins));
     takeStalls(std::move(aNews.mStalls));
     takeMeasures(std::move(aNews.mMeasures));
-    // What is left are pieces that are moved.
-    mNews.join(
-        {{}, {}, {}, std::move(aNews.mStorage), std::move(aNews.mBlindSpots), std::move(aNews.mWindows)});
+    sReplace(mNews.mStorage, aNews.mStorage);
+    sReplace(mNews.mBlindSpots, aNews.mBlindSpots);
+    sReplace(mNews.mWindows, aNews.mWindows);
 }
 
 void ZTCHostBacklog::takeFpins(std::vector<ZTSFpin>&& arFpins) noexcept {
@@ -59,16 +66,24 @@ void ZTCHostBacklog::takeStalls(std::vector<ZTSStall>&& arStalls) noexcept {
     mLost.mStalls += lBefore - mNews.mStalls.size();
 }
 
+// Sums do not take the room of what has happened, nor that theirs.
+std::size_t ZTCHostBacklog::countEventBytes() const {
+    return mBytes - mNews.mMeasures.getBytes();
+}
+
 // What came last.
 template <class Thing>
 void ZTCHostBacklog::dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept {
     mBytes = mNews.getBytes();
-    if (mBytes <= mLimit || makeRoom()) {
+    if (countEventBytes() <= mLimit / 2) {
         return;
     }
-    const std::size_t lKept = arThings.size() * mLimit / mBytes;
-    arThings.erase(arThings.begin() + static_cast<std::ptrdiff_t>(lKept), arThings.end());
-    mBytes = mNews.getBytes();
+    makeCoarser();
+    if (const std::size_t lBytes = countEventBytes(); lBytes > mLimit / 2) {
+        const std::size_t lKept = arThings.size() * (mLimit / 2) / lBytes;
+        arThings.erase(arThings.begin() + static_cast<std::ptrdiff_t>(lKept), arThings.end());
+        mBytes = mNews.getBytes();
+    }
 }
 
 void ZTCHostBacklog::takeMeasures(ZTCMeasures&& arMeasures) noexcept {
@@ -76,8 +91,13 @@ void ZTCHostBacklog::takeMeasures(ZTCMeasures&& arMeasures) noexcept {
     if (lCount == 0) {
         return;
     }
+    const std::size_t lBytes = arMeasures.getBytes();
+    const auto lHasRoom = [&] { return mNews.mMeasures.getBytes() + lBytes <= mLimit / 2; };
     try {
-        if (mBytes + arMeasures.getBytes() > mLimit && !makeRoom()) {
+        if (!lHasRoom()) {
+            makeCoarser();
+        }
+        if (!lHasRoom()) {
             throw std::bad_alloc();
         }
         mNews.mMeasures.join(std::move(arMeasures));
@@ -88,17 +108,16 @@ void ZTCHostBacklog::takeMeasures(ZTCMeasures&& arMeasures) noexcept {
 }
 
 // It takes a while: only where there is something to fold.
-bool ZTCHostBacklog::makeRoom() noexcept {
-    if (mBytes - std::min(mBytes, mCoarseBytes) <= mLimit / 8) {
-        return false;
+void ZTCHostBacklog::makeCoarser() noexcept {
+    if (mBytes - std::min(mBytes, mCoarseBytes) <= mLimit / 16) {
+        return;
     }
     try {
         mNews.coarsen();
+        mBytes = mCoarseBytes = mNews.getBytes();
     } catch (const std::bad_alloc&) {
-        return false;
+        // Then it stays as it is.
     }
-    mBytes = mCoarseBytes = mNews.getBytes();
-    return mBytes <= mLimit;
 }
 
 std::vector<ZTSChange> ZTCHostBacklog::listLost(ZTNanoseconds aTime) const {

@@ -34,7 +34,8 @@ class ZTCHostBacklog {
     void takeMeasures(ZTCMeasures&& arMeasures) noexcept;
     template <class Thing>
     void dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept;
-    bool makeRoom() noexcept;
+    void makeCoarser() noexcept;
+    std::size_t countEventBytes() const;
 
     const std::size_t mLimit;
     ZTSHostNews mNews;

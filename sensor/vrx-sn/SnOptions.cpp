@@ -148,16 +148,52 @@ void sDescribe(CLI::App& arProgram, Given& arGiven) {
     lAdd("--root", lrOptions.mRoot, "DIR", "where sys and proc are looked for (/)")->check(sCheckNotEmpty);
 }
 
-// CLI11 takes the first of several lines for one option, and says nothing.
+std::string_view sTrimmed(std::string_view aText) {
+    constexpr std::string_view lBlanks = " \t\r";
+    aText.remove_prefix(std::min(aText.find_first_not_of(lBlanks), aText.size()));
+    return aText.substr(0, aText.find_last_not_of(lBlanks) + 1);
+}
+
+// What a line of the configuration says of a window. Nothing: it says something else.
+std::optional<std::string> sWindowOf(std::string_view aLine) {
+    const std::size_t lEquals = std::min(aLine.find('='), aLine.size());
+    if (lEquals == aLine.size() || sTrimmed(aLine.substr(0, lEquals)) != sWindow) {
+        return std::nullopt;
+    }
+    std::string_view lValue = sTrimmed(aLine.substr(lEquals + 1));
+    if (lValue.size() > 1 && lValue.front() == lValue.back() && (lValue[0] == '"' || lValue[0] == '\'')) {
+        lValue = lValue.substr(1, lValue.size() - 2);
+    }
+    return std::string(lValue);
+}
+
+// CLI11 takes the first of several lines for one option, and says nothing. Windows are read here: there may
+// be several, and it would take off the quotes within one too.
 class OnceEach : public CLI::ConfigINI {
   public:
     std::vector<CLI::ConfigItem> from_config(std::istream& arInput) const override {
-        std::vector<CLI::ConfigItem> lItems = CLI::ConfigINI::from_config(arInput);
+        std::vector<std::string> lWindows;
+        std::stringstream lRest;
+        for (std::string lLine; std::getline(arInput, lLine); lRest << '\n') {
+            if (auto lWindow = sWindowOf(lLine)) {
+                lWindows.push_back(std::move(*lWindow));
+            } else {
+                lRest << lLine;
+            }
+        }
+        std::vector<CLI::ConfigItem> lItems = CLI::ConfigINI::from_config(lRest);
+        checkOnce(lItems);
+        if (!lWindows.empty()) {
+            lItems.push_back({{}, sWindow, std::move(lWindows)});
+        }
+        return lItems;
+    }
+
+  private:
+    static void checkOnce(const std::vector<CLI::ConfigItem>& acrItems) {
         std::set<std::string> lNames;
-        joinWindows(lItems);
-        for (const CLI::ConfigItem& lrItem : lItems) {
-            const bool lIsMany = lrItem.inputs.size() > 1 && lrItem.fullname() != sWindow;
-            if (lIsMany || !lNames.insert(lrItem.fullname()).second) {
+        for (const CLI::ConfigItem& lrItem : acrItems) {
+            if (lrItem.inputs.size() > 1 || !lNames.insert(lrItem.fullname()).second) {
                 throw CLI::ConfigError(lrItem.fullname() + " has more than one value",
                                        CLI::ExitCodes::ConfigError);
             }
@@ -165,22 +201,6 @@ class OnceEach : public CLI::ConfigINI {
                 throw CLI::ConfigError("there is no section " + lrItem.parents.front(),
                                        CLI::ExitCodes::ConfigError);
             }
-        }
-        return lItems;
-    }
-
-  private:
-    static void joinWindows(std::vector<CLI::ConfigItem>& arItems) {
-        std::vector<std::string> lWindows;
-        std::erase_if(arItems, [&](const CLI::ConfigItem& acrItem) {
-            const bool lIsWindow = acrItem.fullname() == sWindow;
-            if (lIsWindow) {
-                lWindows.insert(lWindows.end(), acrItem.inputs.begin(), acrItem.inputs.end());
-            }
-            return lIsWindow;
-        });
-        if (!lWindows.empty()) {
-            arItems.push_back({{}, sWindow, std::move(lWindows)});
         }
     }
 };

@@ -44,21 +44,45 @@ inline ZTSStoreBatch ZTHostBatch(std::int64_t aSecond, unsigned int aUnits = 12)
     const ZTNanoseconds lTime = aSecond * ZTSecond;
     ZTSStoreBatch lBatch;
     lBatch.mPorts.emplace();
-    lBatch.mPorts->mLocal = {{{ZTTestPort(1), ZTTestPort(2)}, "host3", "Online", "16 Gbit", "NPort",
-                              0x10203, "A", "fcoe over eth0", "model", "1.2", "fcoe 1.2"}};
+    lBatch.mPorts->mLocal = {{{ZTTestPort(1), ZTTestPort(2)},
+                              "host3",
+                              "Online",
+                              "16 Gbit",
+                              "NPort",
+                              0x10203,
+                              "A",
+                              "fcoe over eth0",
+                              "model",
+                              "1.2",
+                              "fcoe 1.2"}};
     lBatch.mPorts->mRemote = {
         {ZTTestPort(2), {ZTTestPort(3), ZTTestPort(4)}, "Online", "FCP Target", {}, "A", 60}};
     lBatch.mFacts = {"6.1.0-28-amd64", "boot", lTime - ZTSecond, "none"};
     ZTSHostNews& lrNews = lBatch.mHost;
-    lrNews.mFpins = {{lTime, lTime + 1, 2, ZTTestPort(2), "A", "link_integrity", "loss_of_signal", "",
-                      ZTTestPort(7), ZTTestPort(8), 1, 1000, 0, 17, {ZTTestPort(9), ZTTestPort(10)}},
-                     {lTime + 2, lTime + 3, 1, {}, "", "congestion", "0x7", "alarm", {}, {}, 0, 0, 500, 0, {}}};
+    lrNews.mFpins = {
+        {lTime,
+         lTime + 1,
+         2,
+         ZTTestPort(2),
+         "A",
+         "link_integrity",
+         "loss_of_signal",
+         "",
+         ZTTestPort(7),
+         ZTTestPort(8),
+         1,
+         1000,
+         0,
+         17,
+         {ZTTestPort(9), ZTTestPort(10)}},
+        {lTime + 2, lTime + 3, 1, {}, "", "congestion", "0x7", "alarm", {}, {}, 0, 0, 500, 0, {}}};
     lrNews.mStalls = {{lTime, lTime + 6 * ZTSecond, false, "sdb", "a LUN", "/data", 12, "path"}};
     lrNews.mMeasures.add(lTime, {ZTTestPort(2), ZTTestPort(4), ""}, "commands", 100);
     lrNews.mMeasures.add(lTime, {ZTTestPort(2), ZTTestPort(4), ""}, "slowest_us", 30);
     lrNews.mMeasures.addToHour(lTime, {ZTTestPort(2), ZTTestPort(4), "naa.6"}, "commands", 50);
     lrNews.mStorage = ZTTestStorage(aUnits);
-    lrNews.mBlindSpots = {{"fpins", "host3", "the driver posts none", false}, {"scsi_errors", "", "why", true}};
+    lrNews.mBlindSpots = {{"fpins", "host3", "the driver posts none", false},
+                          {"scsi_errors", "", "why", true}};
     lrNews.mWindows = {{"array1", lTime, lTime + ZTSecond, "new firmware"}};
     return lBatch;
 }

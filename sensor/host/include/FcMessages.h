@@ -13,20 +13,21 @@
 class ZTCFcMessages {
   public:
     /// What one receive has brought: the descriptors of its FPINs are added, each with the port of the host
-    /// that was told; all zeros: the host does not show it. Throws std::bad_alloc: those that were added
-    /// stand.
+    /// that was told; all zeros: the host does not show it. Throws std::bad_alloc: a message is taken whole,
+    /// or counted as lost; those behind it are missed by the next one.
     void take(std::span<const unsigned char> aBytes, const ZTSHostPorts& acrPorts, ZTNanoseconds aTime,
               std::vector<ZTSFpin>& arFpins);
 
     std::uint64_t countFpins() const { return mFpins; }  ///< messages that were one
-    std::uint64_t countMalformed() const {
-        return mMalformed;
-    }                                                  ///< with something that is not what its length says
-    std::uint64_t countLost() const { return mLost; }  ///< messages that never came, by their numbers
+    /// With something that is not what its length says.
+    std::uint64_t countMalformed() const { return mMalformed; }
+    /// Messages that never came, by their numbers, or that there was no memory for. Never less than it was.
+    std::uint64_t countLost() const { return mLost; }
 
   private:
     void count(std::uint32_t aNumber);
 
     std::optional<std::uint32_t> mNextNumber;  // that the next message is expected to have
     std::uint64_t mFpins = 0, mMalformed = 0, mLost = 0;
+    std::uint64_t mLate = 0;  // messages that came behind the one that told them as lost
 };

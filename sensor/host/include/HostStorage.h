@@ -32,10 +32,11 @@ class ZTCHostStorage {
     void lookAnew();
     /// How the paths stand now, of all maps; what device mapper has told since it was asked stays.
     void takePaths(const std::vector<ZTSMultipathdPath>& acrPaths);
-    /// A slice, a second after the last one: so much processor time at most, and what is due at once first;
-    /// at rest a small part of that. What the kernel has counted of the LUNs' errors since they were read
-    /// last is added. True: getStorage() is not what it was.
-    bool step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aMost, ZTNanoseconds aTime,
+    /// A slice, a second after the last one; what is due at once comes first. It aims at so much processor
+    /// time, takes a small part of it at rest, and a few times as much when very much has come or is to be
+    /// looked at within a minute. What the kernel has counted of the LUNs' commands and errors since they
+    /// were read last is added. True: getStorage() is not what it was.
+    bool step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aAim, ZTNanoseconds aTime,
               ZTCMeasures& arMeasures);
     /// Whether everything has been looked at once since the begin.
     bool isWhole() const;

@@ -24,7 +24,7 @@ class ZTCPortCounters {
     ZTCPortCounters& operator=(const ZTCPortCounters&) = delete;
 
     /// A part of the round; each second. A counter that is seen first, or that is less than it was, because
-    /// it was reset or has wrapped, has added nothing.
+    /// it was reset or has wrapped, or that is more by what no port could count, has added nothing.
     void step(const ZTSHostPorts& acrPorts, ZTNanoseconds aTime, ZTCMeasures& arMeasures);
     /// What cannot be counted, by port, as far as it is known by now.
     std::vector<ZTSBlindSpot> listBlindSpots() const;

@@ -1,7 +1,6 @@
 // What a fabric tells of its own performance: a descriptor of an FPIN.
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -32,7 +31,3 @@ struct ZTSFpin {
     /// Whether it says the same as another, whenever and how often.
     bool isSameAs(const ZTSFpin& acrOther) const;
 };
-
-/// One line for people, without the initiator and the times: "link integrity, loss of signal: 5 errors,
-/// counted over 1000 ms, at array1-A0". acrName: how a port is called.
-std::string toFpinText(const ZTSFpin& acrFpin, const std::function<std::string(const ZTSWwn&)>& acrName);

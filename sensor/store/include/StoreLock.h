@@ -41,9 +41,9 @@ class ZTCStoreLock {
     ZTSStoreHolder mBefore;
 };
 
-/// For who adds something while nobody writes the store: vrx-sn waits for its end. Nothing is held where
-/// vrx-sn has the store, or never had it.
-ZTCStoreDescriptor lockStoreToAdd(const std::string& acrStore);
+/// For who adds something while nobody writes the store: vrx-sn waits for its end. Tells who has it; nothing
+/// is held where vrx-sn does, or never had it.
+ZTCStoreDescriptor lockStoreToAdd(const std::string& acrStore, ZTSStoreHolder& arHolder);
 
 /// What a call of the system's that failed means for a store.
 ZTCStoreError toStoreError(int aErrno, const std::string& acrPath);

@@ -47,37 +47,36 @@ TEST_F(HostFiles, TheKernelAndTheBoot) {
 
 TEST_F(HostFiles, TheConfigurationOfMultipathHasAHash) {
     EXPECT_EQ(hash(), "none");
-    std::set<std::string> lSeen{"none", ""};
-    const auto lIsNew = [&] { return lSeen.insert(hash()).second; };
-    const std::pair<const char*, const char*> lWrites[] = {
-        {"etc/multipath.conf", ""},          {"etc/multipath.conf", "defaults {}"},
-        {"etc/multipath/conf.d/b.conf", ""}, {"etc/multipath/conf.d/b.conf", "x"},
-        {"etc/multipath/conf.d/a.conf", ""}, {"etc/multipath/conf.d/a.conf", "x"}};
-    for (const auto& [lpBelow, lpText] : lWrites) {
-        write(lpBelow, lpText);
-        EXPECT_TRUE(lIsNew()) << lpBelow << lpText;
+    const std::string lMain = "etc/multipath.conf", lMore = "etc/multipath/conf.d/";
+    const std::pair<std::string, const char*> lWrites[] = {{lMain, ""},
+                                                           {lMain, "defaults {}"},
+                                                           {lMore + "b.conf", ""},
+                                                           {lMore + "b.conf", "x"},
+                                                           {lMore + "a.conf", ""},
+                                                           {lMore + "a.conf", "x"}};
+    std::set<std::string> lSeen;
+    for (const auto& [lrBelow, lpText] : lWrites) {
+        write(lrBelow, lpText);
+        EXPECT_TRUE(lSeen.insert(hash()).second) << lrBelow << lpText;
         EXPECT_EQ(hash().size(), 16U);
     }
-    write("etc/multipath/conf.d/a.conf.old", "no part of it");
-    write("etc/multipath/conf.d/c.conf", "x");
-    EXPECT_TRUE(lIsNew());
-    const std::string lBefore = hash();
-    std::filesystem::rename(mRoot / "etc/multipath/conf.d/a.conf", mRoot / "kept");
-    EXPECT_TRUE(lIsNew());
-    std::filesystem::rename(mRoot / "kept", mRoot / "etc/multipath/conf.d/a.conf");
-    EXPECT_EQ(hash(), lBefore);
-    // What cannot be read now says nothing: a folder, a pipe, what never ends, what leads nowhere.
-    for (const char* const lpName : {"etc/multipath.conf", "etc/multipath/conf.d/c.conf"}) {
+    write(lMore + "a.conf.old", "no part of it");
+    EXPECT_FALSE(lSeen.insert(hash()).second);
+    std::filesystem::rename(mRoot / (lMore + "a.conf"), mRoot / (lMore + "c.conf"));
+    EXPECT_TRUE(lSeen.insert(hash()).second);
+    // What cannot be read now says nothing: a folder, a pipe, what never ends or is too long, what leads
+    // nowhere.
+    for (const std::string& lrName : {lMain, lMore + "c.conf"}) {
         for (const std::size_t lWay : {1, 2, 4}) {
-            std::filesystem::remove_all(mRoot / lpName);
-            fcBadWays()[lWay](mRoot / lpName);
-            EXPECT_EQ(hash(), "") << lpName << lWay;
+            std::filesystem::remove_all(mRoot / lrName);
+            fcBadWays()[lWay](mRoot / lrName);
+            EXPECT_EQ(hash(), "") << lrName << lWay;
         }
-        write(lpName, std::string((1 << 20) + 1, '#'));
+        write(lrName, std::string((1 << 20) + 1, '#'));
         EXPECT_EQ(hash(), "");
-        std::filesystem::remove(mRoot / lpName);
+        std::filesystem::remove(mRoot / lrName);
     }
-    std::filesystem::create_symlink("/nowhere", mRoot / "etc/multipath/conf.d/d.conf");
+    std::filesystem::create_symlink("/nowhere", mRoot / (lMore + "d.conf"));
     EXPECT_EQ(hash(), "");
 }
 

@@ -12,25 +12,19 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Listens at a place, as somebody.
-class Listener {
-  public:
-    explicit Listener(const std::string& acrPath, uid_t aUser = 0) {
-        sockaddr_un lAddress{AF_UNIX, {}};
-        acrPath.copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
-        lAddress.sun_path[0] = acrPath[0] == '@' ? '\0' : acrPath[0];
-        EXPECT_EQ(bind(mSocket.get(), reinterpret_cast<const sockaddr*>(&lAddress),
-                       static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + acrPath.size())),
-                  0);
-        EXPECT_EQ(aUser == 0 || seteuid(aUser) == 0, true);
-        EXPECT_EQ(listen(mSocket.get(), 0), 0);
-        EXPECT_EQ(aUser == 0 || seteuid(0) == 0, true);
-    }
-    int get() const { return mSocket.get(); }
-
-  private:
-    const ZTCDescriptor mSocket{socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)};
-};
+/// Somebody who listens at a place.
+ZTCDescriptor listenAt(const std::string& acrPath, uid_t aUser = geteuid()) {
+    ZTCDescriptor lSocket(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un lAddress{AF_UNIX, {}};
+    acrPath.copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
+    lAddress.sun_path[0] = acrPath[0] == '@' ? '\0' : acrPath[0];
+    const std::size_t lSize = offsetof(sockaddr_un, sun_path) + acrPath.size();
+    EXPECT_TRUE(bind(lSocket.get(), reinterpret_cast<const sockaddr*>(&lAddress),
+                     static_cast<socklen_t>(lSize)) == 0 &&
+                seteuid(aUser) == 0 && listen(lSocket.get(), 0) == 0);
+    EXPECT_EQ(seteuid(getuid()), 0);
+    return lSocket;
+}
 
 std::string packet(const std::string& acrText) {
     std::uint64_t lLength = acrText.size();
@@ -69,7 +63,7 @@ TEST(Multipathd, WhateverIsAtTheOtherEnd) {
     std::filesystem::create_directory(lRoot / "run");
     EXPECT_EQ(ask(lRoot.getPath(), 10s), "it does not run");
     {
-        const Listener lListener(lRoot / "run/multipathd.socket");
+        const ZTCDescriptor lListener = listenAt(lRoot / "run/multipathd.socket");
         const std::string lGood = packet(
             std::string("sdb mpatha active\nsdc mpatha failed\nsdd [orphan] undef\nsde a b active\n") + '\0');
         std::vector<std::string> lBytes;
@@ -121,7 +115,7 @@ TEST(Multipathd, OnlyRootIsBelieved) {
             return;
         }
         for (const uid_t lUser : {uid_t{0}, uid_t{65534}}) {
-            const Listener lListener("@/org/kernel/linux/storage/multipathd", lUser);
+            const ZTCDescriptor lListener = listenAt("@/org/kernel/linux/storage/multipathd", lUser);
             if (lUser != 0) {
                 EXPECT_EQ(ask("/", 10s), "who has its socket is not root");
                 continue;

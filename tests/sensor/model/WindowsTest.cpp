@@ -30,8 +30,9 @@ TEST(Windows, AreReadAsTheyAreWritten) {
         EXPECT_NE(refusalOf(lpBad), "") << lpBad;
         EXPECT_EQ(countIn(refusalOf(lpBad), "\n"), 0U) << lpBad;
     }
-    EXPECT_NE(refusalOf("host @1 @2 " + std::string(201, 'x')), "");
-    EXPECT_NE(refusalOf(std::string(200, 'x') + " @1 @2"), "");
+    const std::string lLong(201, 'x');
+    EXPECT_NE(refusalOf("host @1 @2 " + lLong), "");
+    EXPECT_NE(refusalOf(lLong + " @1 @2"), "");
 }
 
 TEST(Windows, MarkWhatTheyName) {

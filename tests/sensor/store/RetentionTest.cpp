@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "../../../sensor/store/Retention.h"
-#include "StoreBatches.h"
+#include "HostBatches.h"
 #include "StoreFile.h"
 #include "StoreWriter.h"
 #include "TestSupport.h"
@@ -216,4 +216,99 @@ TEST_F(Retention, AClockThatWasSetEmptiesNothing) {
         EXPECT_FALSE(lWriter.retire(lBatches.mTime + lStep));
     }
     EXPECT_EQ(ask("SELECT count(*) FROM records"), 1000);
+}
+
+TEST_F(Retention, WhatTheHostToldGoesWithItsTime) {
+    ZTCStoreWriter lWriter(getOptions(100 * sMega));
+    const std::int64_t lNow = 1'700'000'000;
+    for (std::int64_t lDay = 200; lDay >= 0; --lDay) {
+        ZTSStoreBatch lBatch = ZTHostBatch(lNow - lDay * 86400, lDay == 200 ? 2 : 1);
+        lBatch.mHost.mStalls[0].mIsOver = lDay != 150;
+        lWriter.write(lBatch);
+    }
+    openStoreAgain(mPath).exec(
+        "UPDATE luns SET seen = 5 WHERE here = 0; UPDATE maps SET seen = 5 WHERE here = 0;"
+        "INSERT INTO requests VALUES (1, 5, '', '', '', '', 6), (2, 5, '', '', '', '', 0)");
+    while (lWriter.retire(lNow * ZTSecond)) {
+    }
+    EXPECT_EQ(ask("SELECT count(*) FROM fpins"), 2 * 91);
+    EXPECT_EQ(ask("SELECT count(*) FROM stalls"), 91 + 1) << "one is not over";
+    EXPECT_EQ(ask("SELECT count(DISTINCT time) FROM measure_minutes"), 91);
+    EXPECT_EQ(ask("SELECT count(DISTINCT time) FROM measure_hours"), 91);
+    EXPECT_EQ(ask("SELECT count(*) FROM luns"), 8);
+    EXPECT_EQ(ask("SELECT count(*) FROM maps"), 1);
+    EXPECT_EQ(ask("SELECT count(*) FROM requests"), 1) << "one is not done";
+    EXPECT_EQ(ask("SELECT value FROM meta WHERE name = 'retired_fpins'"), 2 * 110);
+    EXPECT_EQ(ask("SELECT value FROM meta WHERE name = 'retired_stalls'"), 109);
+    EXPECT_EQ(ask("SELECT value FROM meta WHERE name = 'retired_measures'"), 5 * 110);
+    EXPECT_EQ(ask("SELECT value FROM meta WHERE name = 'measures'"), 5 * 91);
+}
+
+TEST_F(Retention, WhatTheHostToldFillsNoStore) {
+    const std::uint64_t lBytes = 2 * sMega;
+    ZTCStoreWriter lWriter(getOptions(lBytes));
+    std::int64_t lSecond = 1'700'000'000;
+    ZTCTestBatches lBatches;
+    lWriter.write(lBatches.make(100));
+    std::uint64_t lLargest = 0;
+    for (unsigned int lRound = 0; lRound < 60; ++lRound) {
+        ZTSStoreBatch lBatch;
+        for (unsigned int lAt = 0; lAt < 400; ++lAt) {
+            lSecond += 60;
+            ZTSStoreBatch lMore = ZTHostBatch(lSecond, 0);
+            lMore.mHost.mStalls[0].mIsOver = true;
+            lMore.mHost.mMeasures.add(lSecond * ZTSecond, {{}, {}, std::to_string(lAt)}, "commands", 1);
+            lBatch.mHost.join(std::move(lMore.mHost));
+        }
+        lWriter.write(lBatch);
+        lWriter.checkpoint();
+        // As after hours in which nobody looked.
+        while (lWriter.retire(lSecond * ZTSecond)) {
+        }
+        lLargest = std::max(lLargest, lWriter.getSize().mBytes);
+    }
+    EXPECT_LT(lLargest, lBytes * 13 / 10);
+    EXPECT_GT(ask("SELECT count(*) FROM fpins"), 400);
+    EXPECT_GT(ask("SELECT count(*) FROM measure_hours"), 400);
+    EXPECT_GT(ask("SELECT count(*) FROM records"), 0);
+}
+
+// A name goes with the last sum that refers to it, and comes again with the next one.
+TEST_F(Retention, NamesThatNoSumHasGo) {
+    const ZTNanoseconds lNow = 1'700'000'000 * ZTSecond;
+    ZTCTestBatches lBatches;
+    lBatches.mRemotes = 1500;
+    {
+        ZTCStoreWriter lWriter(getOptions(100 * sMega));
+        lBatches.mTime = lNow - 200 * sDay;
+        lBatches.mStep = ZTSecond / 100;
+        ZTSStoreBatch lBatch = lBatches.make(9000);
+        for (unsigned int lAt = 0; lAt < 1500; ++lAt) {
+            lBatch.mHost.mMeasures.addToHour(lBatches.mTime, {{}, {}, std::to_string(lAt)}, "commands", 1);
+        }
+        lWriter.write(lBatch);
+        lBatches.mTime = lNow;
+        lBatches.mRemotes = 50;
+        lWriter.write(lBatches.make(200));
+        while (lWriter.retire(lNow)) {
+        }
+    }
+    const std::string lUnused = "SELECT count(*) FROM member WHERE id NOT IN (SELECT member FROM hours)";
+    EXPECT_GT(ask(lUnused), 1000);
+    EXPECT_EQ(ask("SELECT count(*) FROM measured"), 1500);
+    ZTCStoreWriter lWriter(getOptions(100 * sMega));
+    while (lWriter.retire(lNow)) {
+    }
+    EXPECT_EQ(ask(lUnused), 0);
+    EXPECT_EQ(
+        ask("SELECT count(*) FROM (SELECT member FROM minutes UNION SELECT member FROM hours) WHERE member "
+            "NOT IN (SELECT id FROM member)"),
+        0);
+    EXPECT_EQ(ask("SELECT count(*) FROM measured"), 0);
+    lBatches.mRemotes = 5000;
+    ZTSStoreBatch lBatch = lBatches.make(1000);
+    lBatch.mHost.mMeasures.addToHour(lNow, {{}, {}, "7"}, "commands", 1);
+    lWriter.write(lBatch);
+    expectRightSums();
+    EXPECT_EQ(ask("SELECT count(*) FROM measured JOIN measure_hours ON measured = measured.id"), 1);
 }

@@ -4,7 +4,7 @@
 
 #include "FailingAllocator.h"
 #include "FaultyVfs.h"
-#include "StoreBatches.h"
+#include "HostBatches.h"
 #include "StoreFile.h"
 #include "StoreWriter.h"
 #include "TestSupport.h"
@@ -51,6 +51,7 @@ class StoreFaults : public ::testing::Test {
                 break;
             }
             mEvents += countEvents(lrBatch);
+            mWritten = lAt + 1;
             if (lAt % 2 == 0) {
                 tryTwice([&] { ZTBringLogIn(mPath); });
             }
@@ -66,13 +67,27 @@ class StoreFaults : public ::testing::Test {
         EXPECT_EQ(lStore.execAndGet("PRAGMA integrity_check").getString(), "ok");
         EXPECT_EQ(ZTAskStore(lStore, "SELECT coalesce(sum(occurrences), 0) FROM records"), mEvents);
         EXPECT_EQ(ZTCountWrongSums(lStore), 0);
+        const auto lHas = [&](const char* apWhat, std::int64_t aNumber) {
+            EXPECT_EQ(ZTAskStore(lStore, std::string("SELECT ") + apWhat), aNumber) << apWhat;
+        };
+        lHas("sum(times) FROM fpins", 3 * mWritten);
+        lHas("count(*) FROM stalls", mWritten);
+        lHas("sum(value) FROM measure_hours", 180 * mWritten);
+        lHas(
+            "coalesce((SELECT value FROM meta WHERE name = 'measures'), 0) - (SELECT count(*) FROM "
+            "measure_minutes) - count(*) FROM measure_hours",
+            0);
+        lHas("sum(here) FROM luns", mWritten == 0 ? 0 : mWritten % 2 == 0 ? 16 : 8);
+        lHas("count(*) FROM map_paths", mWritten == 0 ? 0 : mWritten % 2 == 0 ? 16 : 8);
     }
 
     static std::vector<ZTSStoreBatch> makeBatches() {
         ZTCTestBatches lBatches(5);
         std::vector<ZTSStoreBatch> lMade(sBatches);
-        for (ZTSStoreBatch& lrBatch : lMade) {
+        for (unsigned int lAt = 0; lAt < sBatches; ++lAt) {
+            ZTSStoreBatch& lrBatch = lMade[lAt];
             lrBatch = lBatches.make(15);
+            lrBatch.mHost = ZTHostBatch(1'700'000'000 + lAt * 3600, 1 + lAt % 2).mHost;
         }
         return lMade;
     }
@@ -97,7 +112,7 @@ class StoreFaults : public ::testing::Test {
         for (const auto& lrFile : std::filesystem::directory_iterator(mDirectory.getPath())) {
             std::filesystem::remove(lrFile);
         }
-        mEvents = 0;
+        mEvents = mWritten = 0;
         mErrors.clear();
     }
 
@@ -125,6 +140,7 @@ class StoreFaults : public ::testing::Test {
     const std::string mPath = mDirectory / "history.db";
     const std::vector<ZTSStoreBatch> mMade = makeBatches();
     std::int64_t mEvents = 0;
+    std::int64_t mWritten = 0;  ///< batches
     std::vector<std::string> mErrors;
 };
 
@@ -183,6 +199,7 @@ TEST_F(StoreFaults, HalfPagesAreMadeWholeFromTheLog) {
         for (const ZTSStoreBatch& lrBatch : mMade) {
             lWriter.write(lrBatch);
             mEvents += countEvents(lrBatch);
+            ++mWritten;
         }
         ZTBringLogIn(mPath);
         for (const char* const lpEnd : {"", "-wal", "-shm", "-lock"}) {
@@ -243,6 +260,7 @@ TEST_F(StoreFaults, ACommitThatOnlyTheLogsIndexLacksIsNotDoneTwice) {
     lBatches.mData = 16000;
     ZTSStoreBatch lBatch = lBatches.make(1200);  // more than a part of the index has room for
     lBatch.mLosses = {{1, 2, "agent", "limit", 5, {}}};
+    lBatch.mHost = mMade[0].mHost;
     lBatch.mNumber = 7;
     unsigned int lWasThere = 0;
     bool lHasFailed = true;
@@ -264,6 +282,7 @@ TEST_F(StoreFaults, ACommitThatOnlyTheLogsIndexLacksIsNotDoneTwice) {
             lHasFailed = lFaults.hasFailed();
         }
         mEvents = countEvents(lBatch);
+        mWritten = 1;
         {
             ZTCStoreWriter lWriter(getOptions());
             SQLite::Database lStore = openStoreToRead(mPath);

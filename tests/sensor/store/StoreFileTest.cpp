@@ -1,11 +1,14 @@
 // A store is opened the one right way, by whom it is, and nobody else's file is touched.
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 
+#include "../../../sensor/store/PageSums.h"
 #include "Schema.h"
 #include "StoreBatches.h"
 #include "StoreFile.h"
+#include "StoreWriter.h"
 #include "TestSupport.h"
 
 namespace {
@@ -97,6 +100,51 @@ TEST_F(StoreFile, ANewerVersionIsRefusedAndKept) {
     const std::string lBefore = readFile(mPath);
     EXPECT_TRUE(contains(refusal(mPath, ZTEStoreFault::Newer), "newer version"));
     EXPECT_EQ(readFile(mPath), lBefore);
+}
+
+// As the first version made it, with something in it; nobody reads it before vrx-sn has been at it.
+TEST_F(StoreFile, AFileOfVersionOneIsBroughtUpToDateWithAllThatItHas) {
+    {
+        SQLite::Database lOld(mPath, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, 0, usePageSums());
+        int lReserved = static_cast<int>(ZTPageSumSize);
+        sqlite3_file_control(lOld.getHandle(), "main", SQLITE_FCNTL_RESERVE_BYTES, &lReserved);
+        lOld.exec("PRAGMA page_size = 4096; PRAGMA auto_vacuum = INCREMENTAL");
+        lOld.exec(ZTStoreSchema);
+        lOld.exec(
+            std::string(
+                "INSERT INTO meta VALUES ('store', 'a-uuid'), ('made', 5), ('last_write', 9), ('host', 'db7');"
+                "INSERT INTO series VALUES (1, 'rscn', 1, 32, 'p', 'n', 'A', '', '', '', 7, 1, 3, 4);"
+                "INSERT INTO records VALUES (1, 1, 3, 4, 7, x'00');"
+                "INSERT INTO member VALUES (1, 1, 'rscn'), (2, 2, 'p'); INSERT INTO hours VALUES (1, 7200, 1, 7);"
+                "INSERT INTO ports VALUES ('10:00:00:00:00:00:00:01', '', 'host3', 'Online', '', '', 5, 'A', 9, 1, "
+                "8); INSERT INTO remote_ports VALUES ('10:00:00:00:00:00:00:01', '50:00:00:00:00:00:00:01', '', '', "
+                "'', 7, 'A', 9, 1);"
+                "PRAGMA user_version = 1; PRAGMA application_id = ") +
+            std::to_string(ZTStoreApplication));
+        lOld.exec("PRAGMA journal_mode = WAL");
+    }
+    EXPECT_TRUE(contains(refusal(openStoreToRead, mPath, ZTEStoreFault::Busy), "older version"));
+    EXPECT_TRUE(contains(refusal(openStoreToAdd, mPath, ZTEStoreFault::Busy), "older version"));
+    for (unsigned int lRun = 0; lRun < 2; ++lRun) {
+        ZTCStoreWriter lWriter({.mPath = mPath, .mHostName = "db7"});
+        const ZTSStoreStart& lrStart = lWriter.getStart();
+        EXPECT_EQ(lrStart.mStore + lrStart.mSetAside, "a-uuid");
+        EXPECT_EQ(lrStart.mNextId, 2U);
+        EXPECT_FALSE(lrStart.mStorage);
+        ASSERT_TRUE(lrStart.mPorts);
+        EXPECT_EQ(lrStart.mPorts->mLocal.at(0).mFirmware, "");
+        EXPECT_FALSE(lrStart.mPorts->mRemote.at(0).mDevLossTmo);
+        EXPECT_EQ(lWriter.getSize().mRecords, 1U);
+    }
+    SQLite::Database lStore = openStoreToRead(mPath);
+    EXPECT_EQ(ZTAskStore(lStore, "SELECT group_concat(last, '') FROM member"), 72000);
+    // It has what a new one has.
+    openStoreToWrite(mDirectory / "new.db");
+    lStore.exec("ATTACH '" + (mDirectory / "new.db") + "' AS new");
+    EXPECT_EQ(ZTAskStore(lStore,
+                         "SELECT count(*) FROM (SELECT name, sql FROM main.sqlite_schema EXCEPT SELECT "
+                         "name, sql FROM new.sqlite_schema)"),
+              0);
 }
 
 TEST_F(StoreFile, StepsBringATableUpToDateOnceAndWhole) {

@@ -204,4 +204,60 @@ TEST_F(HostLook, WhatIsNoNamesFileIsSaidAndLeft) {
     EXPECT_EQ(countIn(lLog, "cannot be read: it is longer than 4 MiB"), 1U) << lLog;
 }
 
+// All three at once: neither is waited for by another, by a reader of what is known, or at the end for long.
+TEST_F(HostLook, ThreadsThatAreKeptHoldUpNobody) {
+    writeFile(mNames, sPort + " hba0 fabric=left\n");
+    std::filesystem::create_directories(mTree.getPath() + "/proc");
+    writeFile(mTree.getPath() + "/proc/diskstats", "8 0 sda 1 0 8 1 1 0 8 1 0 1 1 0 0 0 0 0 0\n");
+    start();
+    ZTSetReadsStand(mTree.getPath().c_str());
+    mLook->reload(mNames);
+    testing::internal::CaptureStderr();
+    const auto lFar = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+    std::string lLog;
+    EXPECT_TRUE(waitUntil([&] {
+        mLook->tellTrouble(lFar);
+        lLog += testing::internal::GetCapturedStderr();
+        testing::internal::CaptureStderr();
+        return contains(lLog, "the host's ports cannot be seen") && contains(lLog, "LUNs and paths cannot") &&
+               contains(lLog, "names and multipath's configuration cannot");
+    })) << lLog;
+    EXPECT_EQ(getFabric(), "left");
+    mLook->setStart({});
+    mLook->seeAgent({{{}, *ZTSWwn::fromText(sAgents)}});
+    EXPECT_EQ(mLook->getPorts()->mLocal.size(), 2U);
+    const auto lBegan = std::chrono::steady_clock::now();
+    mLook.reset();
+    EXPECT_LT(std::chrono::steady_clock::now() - lBegan, std::chrono::seconds(3));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(countIn(lLog, "cannot be"), 3U) << lLog;  // each once
+    EXPECT_TRUE(ZTIsAReadStanding());
+    ZTSetReadsStand(nullptr);
+    EXPECT_TRUE(waitUntil([] { return !ZTIsAReadStanding(); }));
+}
+
+// What nobody finishes is read all the same, as far as it is right.
+TEST_F(HostLook, ANamesFileThatIsBeingWrittenIsWaitedForAMoment) {
+    writeFile(mNames, sPort + " hba0 fabric=left\n" + sTarget + " array1-A0\n");
+    start();
+    detach();
+    testing::internal::CaptureStderr();
+    writeFile(mNames, sPort + " hba0 fabric=le");
+    mLook->reload(mNames);
+    writeFile(mNames, sPort + " hba0 fabric=left\n" + sTarget + " array1-A1\n");
+    std::optional<ZTPortLabels> lLabels;
+    EXPECT_TRUE(waitUntil([&] { return (lLabels = detach().mLabels).has_value(); }));
+    EXPECT_EQ(lLabels->size(), 2U);
+    EXPECT_EQ(getFabric(), "left");
+    writeFile(mNames, sPort + " hba0 fabric=left\n" + sTarget + " array1-A0 arr=\n50:06\n");
+    mLook->reload(mNames);
+    EXPECT_TRUE(waitUntil([&] { return (lLabels = detach().mLabels).has_value(); }));
+    EXPECT_EQ(lLabels->size(), 1U);
+    mLook.reset();
+    const std::string lLog = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(countIn(lLog, mNames + ":2: "), 1U) << lLog;
+    EXPECT_EQ(countIn(lLog, mNames + ":3: "), 1U) << lLog;
+    EXPECT_EQ(countIn(lLog, "fabric=le "), 0U) << lLog;
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include "SensorProgram.h"
+#include "StoreRequest.h"
 #include "TestDisk.h"
 #include "TestManager.h"
 
@@ -205,6 +206,47 @@ TEST(SensorProgram, LinesAreNotWaitedForAndTheJournalHasTheirLevels) {
     const std::string lLine(lText, static_cast<std::size_t>(lRead));
     EXPECT_TRUE(lLine.starts_with("<3>--every")) << lLine;
     EXPECT_EQ(countIn(lLine, "\n"), 1U) << lLine;
+}
+
+// What somebody asks for by a row of the store, windows, and things in sysfs that are none: a pipe in the
+// place of each attribute that is read.
+TEST(SensorProgram, WhatIsAskedForIsDoneAndPipesInPlaceOfFilesHoldUpNobody) {
+    const ZTCTestDirectory lDirectory;
+    for (const char* const lpPipe :
+         {"sys/class/fc_host/host3/port_name", "sys/class/fc_host/host3/statistics/nos_count",
+          "sys/class/scsi_device/3:0:0:0/device/state", "sys/block/sda/dev", "proc/diskstats",
+          "proc/self/mountinfo", "etc/multipath.conf", "names"}) {
+        const std::filesystem::path lPath(lDirectory / lpPipe);
+        std::filesystem::create_directories(lPath.parent_path());
+        ASSERT_EQ(mkfifo(lPath.c_str(), 0600), 0);
+    }
+    writeFile(lDirectory / "conf", "window=\"host @1 @2 one\"\nwindow=\"hba0 @3 @4\"\n");
+    ZTCSnStand lStand(
+        {"--config", lDirectory / "conf", "--root", lDirectory.getPath(), "--names", lDirectory / "names"});
+    lStand.play("port-busy times=5\n");
+    EXPECT_TRUE(lStand.waitForEvents(5));
+    EXPECT_TRUE(waitUntil([&] { return lStand.ask("SELECT count(*) FROM windows") == 2; }));
+    ZTSStoreRequest lNote;
+    lNote.mTime = 5;
+    lNote.mWho = "root";
+    lNote.mWhat = "note";
+    lNote.mText = "a cable was pulled";
+    addStoreRequest(lStand.getStore(), lNote);
+    EXPECT_TRUE(waitUntil([&] {
+        return lStand.ask(
+                   "SELECT count(*) FROM changes WHERE what = 'note' AND after = 'a cable was pulled'") == 1;
+    }));
+    writeFile(lDirectory / "conf", "window=\"host @1\"\n");
+    lStand.getSensor().sendSignal(SIGHUP);
+    EXPECT_TRUE(waitUntil([&] { return contains(lStand.getSensor().getErr(), "stays as it was: "); }));
+    EXPECT_EQ(lStand.ask("SELECT count(*) FROM windows"), 2);
+    writeFile(lDirectory / "conf", "");
+    lStand.getSensor().sendSignal(SIGHUP);
+    EXPECT_TRUE(waitUntil([&] { return lStand.ask("SELECT count(*) FROM windows") == 0; }));
+    const auto lBegan = std::chrono::steady_clock::now();
+    lStand.endSensor();
+    EXPECT_LT(std::chrono::steady_clock::now() - lBegan, std::chrono::seconds(9));
+    EXPECT_EQ(lStand.ask("SELECT count(*) FROM changes WHERE what = 'note'"), 1);
 }
 
 }  // namespace

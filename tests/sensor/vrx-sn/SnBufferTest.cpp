@@ -289,4 +289,57 @@ TEST(SnBuffer, VeryManyRowsAreDetachedInPartsThatAgreeWithWhatTheirRunHasTaken) 
     EXPECT_EQ(lStore.mClosedTo, 100000U);
 }
 
+// FPINs that say the same become one, sums those of hours; what finds no room then is told, and so exact.
+TEST(SnBuffer, WhatTheHostTellsIsBoundedAndNothingOfItGoesSilently) {
+    constexpr std::size_t lLimit = 1 << 20;
+    ZTCSnBuffer lBuffer({{}, lLimit});
+    Store lStore;
+    lBuffer.takeChange({1, "port", "x", "changed", "state", "", ""});
+    const ZTSStoreBatch lWaiting = lBuffer.detach(1);  // in a store that stands still
+    const std::size_t lBefore = lBuffer.getBytes();
+    std::uint64_t lFpins = 0;
+    const auto lTake = [&](unsigned int aAttached, unsigned int aMinute) {
+        ZTSHostNews lNews;
+        ZTSFpin& lrFpin = lNews.mFpins.emplace_back();
+        lrFpin.mFirst = lrFpin.mLast = aMinute * 60 * ZTSecond;
+        lrFpin.mDescriptor = "link_integrity";
+        lrFpin.mAttached =
+            ZTSWwn{{1, static_cast<std::uint8_t>(aAttached >> 8), static_cast<std::uint8_t>(aAttached)}};
+        lNews.mMeasures.add(lrFpin.mFirst, {}, "commands", 1);
+        lBuffer.takeHost(std::move(lNews));
+        ++lFpins;
+    };
+    for (unsigned int lRound = 0; lRound < 3000; ++lRound) {
+        lTake(lRound % 7, lRound);
+        EXPECT_LE(lBuffer.getBytes(), lBefore + lLimit / 8);
+    }
+    const auto lDetach = [&] {
+        lBuffer.stored();
+        return lBuffer.detach(1);
+    };
+    ZTSStoreBatch lBatch = lDetach();
+    std::uint64_t lTimes = 0, lCommands = 0;
+    for (const ZTSFpin& lrFpin : lBatch.mHost.mFpins) {
+        lTimes += lrFpin.mTimes;
+    }
+    for (const auto& [lrKey, lValue] : lBatch.mHost.mMeasures.getValues()) {
+        lCommands += lValue;
+    }
+    EXPECT_EQ(lTimes, lFpins);
+    EXPECT_EQ(lCommands, lFpins);
+    EXPECT_TRUE(lBatch.mChanges.empty());
+    // No two are alike.
+    lFpins = 0;
+    for (unsigned int lRound = 0; lRound < 5000; ++lRound) {
+        lTake(lRound, lRound / 100);
+    }
+    lBatch = lDetach();
+    ASSERT_EQ(lBatch.mChanges.size(), 1U);
+    EXPECT_EQ(lBatch.mChanges[0].mAttribute, "lost_fpins");
+    EXPECT_GT(lBatch.mHost.mFpins.size(), 0U);
+    EXPECT_EQ(lBatch.mHost.mFpins.size() + std::stoull(lBatch.mChanges[0].mAfter), lFpins);
+    EXPECT_TRUE(lDetach().isEmpty());
+    EXPECT_EQ(lBuffer.getBytes(), 0U);
+}
+
 }  // namespace

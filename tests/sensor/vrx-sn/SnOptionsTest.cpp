@@ -73,6 +73,11 @@ TEST(SnOptions, WhatCannotBeUsedIsOneLine) {
         "every=[1,2]",
         "\x01\x02\xff garbage",
         "version=1",
+        "window=host",
+        "window=",
+        "window=\"host @2 @1\"",
+        "window=\"host -2h @1\"",
+        "window=\"host @1 @2\"\nwindow=\"host @1\"",
     };
     for (const char* const lpConfig : lBad) {
         const std::string lText = refusalOf(lpConfig);
@@ -87,6 +92,18 @@ TEST(SnOptions, WhatCannotBeUsedIsOneLine) {
     EXPECT_NE(refusalOf("", {"--dir"}), "");
     EXPECT_THROW(parseSnOptions({"--help"}, ""), ZTCSnShown);
     EXPECT_THROW(parseSnOptions({"--version"}, ""), ZTCSnShown);
+}
+
+TEST(SnOptions, ThereMayBeManyWindows) {
+    const std::string lConfig =
+        "window=\"host @1 @2 first\"\nfold=3\nwindow = '\"an array/A\" @3 \"2026-11-21 08:00 UTC\"'\n";
+    const ZTSSnOptions lOptions = parseSnOptions({"--dir", "/d"}, lConfig);
+    ASSERT_EQ(lOptions.mWindows.size(), 2U);
+    EXPECT_EQ(lOptions.mWindows[0], (ZTSWindow{"host", ZTSecond, 2 * ZTSecond, "first"}));
+    EXPECT_EQ(lOptions.mWindows[1].mWhat, "an array/A");
+    const Words lWords{"--dir", "/d", "--window", "a @5 @6", "--window", "b @5 @6"};
+    ASSERT_EQ(parseSnOptions(lWords, lConfig).mWindows.size(), 2U);
+    EXPECT_EQ(parseSnOptions(lWords, lConfig).mWindows[0].mWhat, "a");
 }
 
 TEST(SnOptions, AZeroByteEndsNoLine) {

@@ -1,0 +1,99 @@
+// What stands above a disk, and what becomes of LUNs, maps and mounts.
+#include <gtest/gtest.h>
+
+#include "Storage.h"
+#include "StorageChanges.h"
+
+namespace {
+
+ZTSHostStorage made() {
+    ZTSHostStorage lStorage;
+    lStorage.mLuns.resize(2);
+    lStorage.mLuns[0].mAddress = "3:0:0:1";
+    lStorage.mLuns[0].mDisk = "sdb";
+    lStorage.mLuns[0].mState = "running";
+    lStorage.mLuns[0].mLun = 1;
+    lStorage.mLuns[0].mInitiator.mBytes[7] = 1;
+    lStorage.mLuns[0].mTarget.mBytes[7] = 2;
+    lStorage.mLuns[1].mAddress = "3:0:1:1";
+    lStorage.mMaps = {{"dm-0", "mpatha", "36", {{"sdb", true}, {"sdc", false, ZTEPathSource::Kernel}}, 4}};
+    lStorage.mVolumes = {{"dm-1", "vg0-data", {"dm-0", "sdx"}},
+                         {"dm-2", "vg0-log", {"dm-0"}},
+                         {"sda1", "sda1", {"sda"}},
+                         // What is above itself, if it could be.
+                         {"md1", "md1", {"md2"}},
+                         {"md2", "md2", {"md1"}}};
+    lStorage.mMounts = {
+        {"/data", "dm-1", "xfs"}, {"/log", "dm-2", "xfs"}, {"/", "sda1", "ext4"}, {"/md", "md2", "xfs"}};
+    return lStorage;
+}
+
+std::string rowsOf(const ZTSHostStorage& acrBefore, const ZTSHostStorage& acrAfter) {
+    std::string lText;
+    for (const ZTSChange& lrRow : listStorageChanges(acrBefore, acrAfter, 5)) {
+        EXPECT_EQ(lrRow.mTime, 5);
+        lText += lrRow.mWhat + " " + lrRow.mName + " " + lrRow.mEvent + " " + lrRow.mAttribute + " " +
+                 lrRow.mBefore + ">" + lrRow.mAfter + "\n";
+    }
+    return lText;
+}
+
+TEST(Storage, WhatADiskHitsIsAllThatStandsAboveIt) {
+    const ZTSHostStorage lStorage = made();
+    const std::pair<const char*, const char*> lCases[] = {{"sdb", "/data, /log"},
+                                                          {"sdc", "/data, /log"},
+                                                          {"dm-0", "/data, /log"},
+                                                          {"dm-1", "/data"},
+                                                          {"sdx", "/data"},
+                                                          {"sda", "/"},
+                                                          {"sda1", "/"},
+                                                          {"md1", "/md"},
+                                                          {"", ""},
+                                                          {"sdz", ""}};
+    for (const auto& [lrpDisk, lrpHit] : lCases) {
+        EXPECT_EQ(lStorage.hitBy(lrpDisk).toText(), lrpHit) << lrpDisk;
+    }
+    ZTSHostStorage lLess = lStorage;
+    lLess.mMounts.clear();
+    EXPECT_EQ(lLess.hitBy("sdc").toText(), "vg0-data, vg0-log");
+    lLess.mVolumes.clear();
+    EXPECT_EQ(lLess.hitBy("dm-0").toText(), "mpatha");
+    ZTSHit lMany;
+    lMany.mMounts.assign(11, "/m");
+    EXPECT_EQ(lMany.toText(), "/m, /m, /m, /m, /m, /m, /m, /m and 3 more");
+    EXPECT_EQ(lStorage.findDisk("sdb"), &lStorage.mLuns[0]);
+    EXPECT_EQ(lStorage.findDisk(""), nullptr);
+    EXPECT_EQ(lStorage.findMap("sdc")->countUsable(), 1U);
+    EXPECT_TRUE(lStorage.findMap("dm-0")->isInferred());
+}
+
+TEST(Storage, WhatHasBecomeOfItIsARowEach) {
+    const ZTSHostStorage lBefore = made();
+    const std::string lLun = "lun 00:00:00:00:00:00:00:02 LUN 1 seen from 00:00:00:00:00:00:00:01 ";
+    EXPECT_EQ(rowsOf(lBefore, lBefore), "");
+    ZTSHostStorage lAfter = lBefore;
+    lAfter.mLuns[0].mAddress = "9:0:0:1";  // numbered anew, it is the same
+    lAfter.mLuns[0].mQueueDepth = 32;
+    lAfter.mLuns[0].mState = "offline";
+    lAfter.mLuns[1].mAddress = "3:0:1:2";
+    lAfter.mMaps[0].mPaths[0].mIsUsable = false;
+    lAfter.mVolumes[0].mDisk = "dm-9";
+    lAfter.mVolumes[1].mName = "vg0-logs";
+    lAfter.mMounts.pop_back();
+    EXPECT_EQ(rowsOf(lBefore, lAfter), "lun 3:0:1:1 went  >\nlun 3:0:1:2 came  >\n" + lLun +
+                                           "changed state running>offline\n" + lLun +
+                                           "changed queue_depth >32\n"
+                                           "map mpatha changed paths 1 of 4>0 of 4\n"
+                                           "volume vg0-log went  >\nvolume vg0-logs came  >\n"
+                                           "mount /md went  xfs>\n");
+    // Too many to be told each.
+    for (unsigned int lNew = 0; lNew < 1000; ++lNew) {
+        lAfter.mMounts.push_back({"/m" + std::to_string(lNew), "sda1", "xfs"});
+    }
+    const auto lRows = listStorageChanges(lBefore, lAfter, 5);
+    EXPECT_EQ(lRows.back().mName, "745 more");
+    EXPECT_EQ(lRows.back().mEvent, "came");
+    EXPECT_EQ(lRows[lRows.size() - 2].mWhat, "mount");
+}
+
+}  // namespace

@@ -1,0 +1,66 @@
+#include "StorageBook.h"
+#include "TestSupport.h"
+
+namespace {
+
+// A map with so many paths, of which some are usable.
+ZTSHostStorage storageOf(unsigned int aPaths, unsigned int aUsable, const char* apName = "mpatha") {
+    ZTSHostStorage lStorage;
+    ZTSMap& lrMap = lStorage.mMaps.emplace_back();
+    lrMap.mName = apName;
+    lrMap.mWwid = "36001";
+    lrMap.mTotal = aPaths;
+    for (unsigned int lPath = 0; lPath < aPaths; ++lPath) {
+        lrMap.mPaths.push_back(
+            {"sd" + std::string(1, static_cast<char>('a' + lPath)), lPath < aUsable, ZTEPathSource::Kernel});
+    }
+    return lStorage;
+}
+
+std::string takeChanges(ZTCStorageBook& arBook) {
+    std::string lText;
+    for (const ZTSChange& lrChange : arBook.takeChanges()) {
+        lText += std::to_string(lrChange.mTime) + " " + lrChange.mName + " " + lrChange.mEvent + " " +
+                 lrChange.mBefore + " > " + lrChange.mAfter + "\n";
+    }
+    return lText;
+}
+
+TEST(StorageBook, PathsThatWereRemovedAreMissing) {
+    ZTCStorageBook lBook;
+    lBook.setStart(std::nullopt);
+    lBook.see(storageOf(4, 4), 1);
+    EXPECT_EQ(takeChanges(lBook), "");  // what was there before has not come
+    EXPECT_TRUE(lBook.haveNews());
+    lBook.haveBeenTaken();
+    lBook.see(storageOf(4, 4), 2);
+    EXPECT_FALSE(lBook.haveNews());
+    lBook.see(storageOf(8, 8), 3);
+    lBook.see(storageOf(4, 4), 4);
+    EXPECT_EQ(takeChanges(lBook), "3 mpatha changed 4 of 4 > 8 of 8\n4 mpatha changed 8 of 8 > 4 of 8\n");
+    // Also where it has gone meanwhile, and has another name.
+    lBook.see({}, 5);
+    lBook.see(storageOf(4, 3, "mpathb"), 6);
+    EXPECT_EQ(takeChanges(lBook), "5 mpatha went 4 of 8 > \n6 mpathb came  > 3 of 8\n");
+    EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 8U);
+}
+
+// Whether the store is open before the first look, or only behind another one.
+TEST(StorageBook, WhatBecameOfItMeanwhileIsToldWithTheTimeOfTheFirstLook) {
+    for (const bool lIsLate : {false, true}) {
+        ZTCStorageBook lBook;
+        lIsLate ? void() : lBook.setStart(storageOf(8, 8));
+        lBook.see(storageOf(6, 6), 1);
+        const std::string lFirst = takeChanges(lBook);
+        lBook.see(storageOf(5, 5), 2);
+        lIsLate ? lBook.setStart(storageOf(8, 8)) : void();
+        const std::string lThen = takeChanges(lBook);
+        EXPECT_EQ(lIsLate ? lThen : lFirst + lThen,
+                  lIsLate ? "2 mpatha changed 6 of 6 > 5 of 6\n1 mpatha changed 8 of 8 > 6 of 8\n"
+                          : "1 mpatha changed 8 of 8 > 6 of 8\n2 mpatha changed 6 of 8 > 5 of 8\n");
+        EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 8U);
+        EXPECT_TRUE(lBook.haveNews());
+    }
+}
+
+}  // namespace
