@@ -19,9 +19,10 @@ ZTCDescriptor listenAt(const std::string& acrPath, uid_t aUser = geteuid()) {
     acrPath.copy(lAddress.sun_path, sizeof lAddress.sun_path - 1);
     lAddress.sun_path[0] = acrPath[0] == '@' ? '\0' : acrPath[0];
     const std::size_t lSize = offsetof(sockaddr_un, sun_path) + acrPath.size();
-    EXPECT_TRUE(bind(lSocket.get(), reinterpret_cast<const sockaddr*>(&lAddress),
-                     static_cast<socklen_t>(lSize)) == 0 &&
-                seteuid(aUser) == 0 && listen(lSocket.get(), 0) == 0);
+    EXPECT_EQ(
+        bind(lSocket.get(), reinterpret_cast<const sockaddr*>(&lAddress), static_cast<socklen_t>(lSize)) +
+            seteuid(aUser) + listen(lSocket.get(), 0),
+        0);
     EXPECT_EQ(seteuid(getuid()), 0);
     return lSocket;
 }
