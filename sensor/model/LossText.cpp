@@ -50,6 +50,11 @@ std::string lossText(const ZTSLoss& acrLoss) {
 }
 
 std::string changeText(const ZTSChange& acrChange) {
+    if (acrChange.mWhat == "note") {
+        return fmt::format("note by {}{}: {}", acrChange.mName,
+                           acrChange.mAttribute.empty() ? "" : " about " + acrChange.mAttribute,
+                           acrChange.mAfter);
+    }
     std::string lWhat = acrChange.mWhat + (acrChange.mName.empty() ? "" : " " + acrChange.mName);
     for (char& lrSign : lWhat) {
         lrSign = lrSign == '_' ? ' ' : lrSign;

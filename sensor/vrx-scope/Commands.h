@@ -53,6 +53,9 @@ int runDecode(const ZTSScopeOptions& acrOptions);
 int runReplay(const ZTSScopeOptions& acrOptions);
 int runHistory(const ZTSScopeOptions& acrOptions);
 int runPorts(const ZTSScopeOptions& acrOptions);
+int runPaths(const ZTSScopeOptions& acrOptions);
+int runChanges(const ZTSScopeOptions& acrOptions);
+int runNote(const ZTSScopeOptions& acrOptions);
 
 /// Prints what could not be saved, which the agent no longer has.
 int rescue(const ZTCUnsavedAnswer& acrError, const ZTSScopeOptions& acrOptions);

@@ -43,34 +43,100 @@ void sAddStore(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
         ->type_name("FILE");
 }
 
-void sDescribeHistory(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
-    sAddStore(arCommand, arOptions);
+void sAddTimes(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
     arCommand
         .add_option("--since", arOptions.mSince,
                     "what ended then or later: today, '2 hours ago', '2026-11-21 08:00'")
         ->type_name("TIME");
     arCommand.add_option("--until", arOptions.mUntil, "what began then or earlier")->type_name("TIME");
-    const struct {
-        const char* mpName;
-        std::vector<std::string>& mrValues;
-        const char* mpText;
-        const char* mpType;
-    } lLists[] = {{"--kind", arOptions.mKinds, "events of this kind; may be there again", "KIND"},
-                  {"--initiator", arOptions.mInitiators, "what this port of the host saw", "PORT"},
-                  {"--target", arOptions.mTargets, "what concerns this port beyond the fabric", "PORT"}};
-    for (const auto& lrList : lLists) {
-        arCommand.add_option(lrList.mpName, lrList.mrValues, lrList.mpText)
-            ->type_name(lrList.mpType)
-            ->allow_extra_args(false);
-    }
-    arCommand.add_option("--fabric", arOptions.mFabric, "what happened on this fabric")->type_name("FABRIC");
-    arCommand.add_option("--host", arOptions.mHost, "of this host, which must be the store's")
-        ->type_name("HOST");
-    arCommand.add_option("--limit", arOptions.mLimit, "the newest N records")
+}
+
+void sAddLimit(CLI::App& arCommand, ZTSHistoryOptions& arOptions, const char* apText) {
+    arCommand.add_option("--limit", arOptions.mLimit, apText)
         ->type_name("N")
         ->check(CLI::Range(1, 1'000'000'000));
+}
+
+// An option that may be there again.
+void sAddList(CLI::App& arCommand, const char* apName, std::vector<std::string>& arValues, const char* apText,
+              const char* apType) {
+    arCommand.add_option(apName, arValues, apText)->type_name(apType)->allow_extra_args(false);
+}
+
+// What is asked for by ports.
+void sAddPorts(CLI::App& arCommand, ZTSHistoryOptions& arOptions, const char* apInitiator,
+               const char* apTarget) {
+    sAddList(arCommand, "--initiator", arOptions.mInitiators, apInitiator, "PORT");
+    sAddList(arCommand, "--target", arOptions.mTargets, apTarget, "PORT");
+}
+
+void sAddFabric(CLI::App& arCommand, ZTSHistoryOptions& arOptions, const char* apText) {
+    arCommand.add_option("--fabric", arOptions.mFabric, apText)->type_name("FABRIC");
+}
+
+void sDescribeHistory(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
+    sAddStore(arCommand, arOptions);
+    sAddTimes(arCommand, arOptions);
+    sAddList(arCommand, "--kind", arOptions.mKinds,
+             "events of this kind, or fpin, or stall; may be there again", "KIND");
+    sAddPorts(arCommand, arOptions, "what this port of the host saw",
+              "what concerns this port beyond the fabric");
+    sAddFabric(arCommand, arOptions, "what happened on this fabric");
+    arCommand.add_option("--host", arOptions.mHost, "of this host, which must be the store's")
+        ->type_name("HOST");
+    sAddLimit(arCommand, arOptions, "the newest N records");
     arCommand.add_flag("--follow", arOptions.mFollows, "goes on with what comes, until interrupted");
     arCommand.add_flag("--summary", arOptions.mIsSummary, "sums by kind and port in place of records");
+}
+
+void sDescribePaths(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
+    sAddStore(arCommand, arOptions);
+    sAddList(arCommand, "--map", arOptions.mMaps,
+             "the LUN of this map, mount point, volume, disk, WWID or serial", "NAME");
+    sAddPorts(arCommand, arOptions, "LUNs with a path through this port of the host",
+              "LUNs with a path to this port, array or controller");
+    sAddFabric(arCommand, arOptions, "LUNs with a path on this fabric");
+    arCommand.add_flag("--full", arOptions.mIsFull, "each path of each LUN");
+}
+
+void sDescribeChanges(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
+    sAddStore(arCommand, arOptions);
+    sAddTimes(arCommand, arOptions);
+    sAddList(arCommand, "--what", arOptions.mWhats,
+             "changes of such a thing: port, lun, note; may be there again", "WHAT");
+    sAddPorts(arCommand, arOptions, "changes of this port of the host, and of what it sees",
+              "changes of this port beyond the fabric, and of what it shows");
+    sAddLimit(arCommand, arOptions, "the newest N changes");
+}
+
+void sDescribeNote(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
+    sAddStore(arCommand, arOptions);
+    arCommand.add_option("text", arOptions.mNote, "what somebody did, 1000 bytes at most")
+        ->type_name("TEXT")
+        ->required();
+    arCommand.add_option("--about", arOptions.mAbout, "what it is about: a port, a map, an array")
+        ->type_name("SUBJECT");
+}
+
+// The commands that read the history, or write into it.
+void sDescribeStore(CLI::App& arProgram, ZTSHistoryOptions& arOptions, Run& arChosen) {
+    sDescribeHistory(*sAddCommand(arProgram, "history", "shows what vrx-sn has stored", runHistory, arChosen),
+                     arOptions);
+    sAddStore(*sAddCommand(arProgram, "ports",
+                           "shows the host's ports, those that they see, and what the host cannot see",
+                           runPorts, arChosen),
+              arOptions);
+    sDescribePaths(
+        *sAddCommand(arProgram, "paths",
+                     "shows the host's LUNs, what stands on them, and which of their paths are left",
+                     runPaths, arChosen),
+        arOptions);
+    sDescribeChanges(*sAddCommand(arProgram, "changes", "shows what came, went and changed, and notes",
+                                  runChanges, arChosen),
+                     arOptions);
+    sDescribeNote(
+        *sAddCommand(arProgram, "note", "writes down what somebody did, as root", runNote, arChosen),
+        arOptions);
 }
 
 void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
@@ -141,12 +207,7 @@ void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
         arProgram, "replay", "shows a file of raw answers as watch would have", runReplay, arChosen);
     lpReplay->add_option("file", arOptions.mFile, "- for standard input")->type_name("FILE")->required();
     sAddEvery(*lpReplay, arOptions, "from answer to answer (0)");
-    sDescribeHistory(*sAddCommand(arProgram, "history", "shows what vrx-sn has stored", runHistory, arChosen),
-                     arOptions.mHistory);
-    sAddStore(*sAddCommand(arProgram, "ports",
-                           "shows the host's ports and those that they see, as vrx-sn has stored them",
-                           runPorts, arChosen),
-              arOptions.mHistory);
+    sDescribeStore(arProgram, arOptions.mHistory, arChosen);
 }
 
 int sRun(int argc, char** argv) {

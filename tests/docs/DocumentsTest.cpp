@@ -228,7 +228,8 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
                  {"vrx-hostsim.1", {ZT_VRX_HOSTSIM, "--help-all"}, {"", "send"}},
                  {"vrx-scope.1",
                   {ZT_VRX_SCOPE, "--help-all"},
-                  {"", "start", "watch", "record", "replay", "stats", "history", "ports"}}};
+                  {"", "start", "watch", "record", "replay", "stats", "history", "ports", "paths", "changes",
+                   "note"}}};
     for (const auto& lrRow : lRows) {
         SCOPED_TRACE(lrRow.mPage);
         const std::string lProgram = lrRow.mPage.substr(0, lrRow.mPage.size() - 2);

@@ -1,0 +1,197 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "Commands.h"
+#include "Failure.h"
+#include "HistoryPrinter.h"
+#include "HistoryQuery.h"
+#include "HostJson.h"
+#include "Json.h"
+#include "PortText.h"
+#include "RecordJson.h"
+#include "ShownText.h"
+#include "Table.h"
+#include "Terminal.h"
+#include "TimeScan.h"
+#include "TimeText.h"
+
+namespace {
+
+// All that a change may be about.
+constexpr const char* sWhats[] = {"agent", "sensor", "store", "port", "remote_port", "lun",
+                                  "map",   "volume", "mount", "host", "note"};
+constexpr std::size_t sWidest = 48;  // characters that a cell asks for; a longer one moves its own row alone
+
+void sCheckWhats(const std::vector<std::string>& acrWhats) {
+    for (const std::string& lrWhat : acrWhats) {
+        if (std::find(std::begin(sWhats), std::end(sWhats), lrWhat) == std::end(sWhats)) {
+            throw ZTCScopeUsage(
+                fmt::format("nothing is told of '{}', but of {}", lrWhat, fmt::join(sWhats, ", ")));
+        }
+    }
+}
+
+class Changes {
+  public:
+    explicit Changes(const ZTSScopeOptions& acrOptions)
+        : mrOptions(acrOptions),
+          mReader(acrOptions.mHistory.mStore),
+          mFilter(makeQuery(acrOptions.mHistory, mReader,
+                            toNanoseconds(toSensorTime(std::chrono::system_clock::now())), acrOptions.mInUtc)
+                      .mFilter),
+          mPlace(mReader.readPlace()),
+          mFrame{mReader.getHost(), mReader.readLabels(), acrOptions.mInUtc, mReader.readWindows()} {}
+
+    void run() {
+        std::uint64_t lCount = 0;
+        forEach([&](const ZTSChange& acrChange) {
+            ++lCount;
+            measure(acrChange);
+        });
+        const std::uint64_t lLimit = mrOptions.mHistory.mLimit;
+        std::uint64_t lSkip = lLimit != 0 && lCount > lLimit ? lCount - lLimit : 0;
+        begin(lCount == 0);
+        forEach([&](const ZTSChange& acrChange) {
+            if (lSkip != 0) {
+                --lSkip;
+                return;
+            }
+            print(acrChange);
+        });
+        end();
+    }
+
+  private:
+    bool isMeant(const ZTSChange& acrChange) const {
+        const ZTSHistoryOptions& lrOptions = mrOptions.mHistory;
+        const auto lIsIn = [](const auto& acrAll, const auto& acrOne) {
+            return std::find(acrAll.begin(), acrAll.end(), acrOne) != acrAll.end();
+        };
+        const std::vector<ZTSWwn> lPorts = listPortsIn(acrChange.mName);
+        return (lrOptions.mWhats.empty() || lIsIn(lrOptions.mWhats, acrChange.mWhat)) &&
+               (mFilter.takesAllSeries() ||
+                std::any_of(lPorts.begin(), lPorts.end(), [&](const ZTSWwn& acrPort) {
+                    return lIsIn(mFilter.mInitiators, acrPort) || lIsIn(mFilter.mTargets, acrPort);
+                }));
+    }
+
+    template <class Call>
+    void forEach(const Call& acrCall) {
+        ZTSHistoryFilter lTimes;
+        lTimes.mSince = mFilter.mSince;
+        lTimes.mUntil = mFilter.mUntil;
+        ZTCChangeScan lScan(mReader, lTimes, mPlace);
+        for (bool lIsMore = true; lIsMore;) {
+            std::vector<ZTSChange> lChanges;
+            lIsMore = lScan.read(lChanges);
+            for (const ZTSChange& lrChange : lChanges) {
+                if (isMeant(lrChange)) {
+                    acrCall(lrChange);
+                }
+            }
+        }
+    }
+
+    ZTCTable::Row rowOf(const ZTSChange& acrChange) const {
+        const auto lShown = [](const std::string& acrText) {
+            return acrText.empty() ? "-" : toShownText(acrText);
+        };
+        std::string lWhat = acrChange.mWhat;
+        std::replace(lWhat.begin(), lWhat.end(), '_', ' ');
+        const std::string lEvent = acrChange.mAttribute.empty() ? acrChange.mEvent
+                                   : acrChange.mEvent == "changed"
+                                       ? acrChange.mAttribute
+                                       : acrChange.mEvent + ": " + acrChange.mAttribute;
+        const std::string lWindow = windowText(mFrame.windowOf(acrChange));
+        return {plainText(toSensorTime(acrChange.mTime), mFrame.mInUtc),
+                lShown(lWhat),
+                lShown(nameThePortsIn(mFrame.mLabels, acrChange.mName)),
+                lShown(lEvent),
+                lShown(acrChange.mBefore),
+                lShown(acrChange.mAfter) + (lWindow.empty() ? "" : ", " + lWindow)};
+    }
+
+    void measure(const ZTSChange& acrChange) {
+        if (mrOptions.getForm() != ZTEScopeForm::Table) {
+            return;
+        }
+        ZTCTable::Row lRow = rowOf(acrChange);
+        for (std::string& lrCell : lRow) {
+            lrCell.resize(std::min(lrCell.size(), sWidest));
+        }
+        mTable.measure(lRow);
+    }
+
+    void begin(bool aIsEmpty) {
+        if (mrOptions.getForm() == ZTEScopeForm::Json) {
+            mJson.beginObject();
+            putHead(mJson);
+            putTexts(mJson, {{"host", mFrame.mHost}});
+            mJson.key("changes");
+            mJson.beginList();
+        } else if (mrOptions.getForm() == ZTEScopeForm::Table) {
+            mText += aIsEmpty ? "no changes\n" : mTable.getHeading();
+        }
+    }
+
+    void print(const ZTSChange& acrChange) {
+        constexpr std::size_t lPiece = 64 * 1024;
+        if (mrOptions.getForm() == ZTEScopeForm::Table) {
+            mText += mTable.toLine(rowOf(acrChange));
+        } else if (mrOptions.getForm() == ZTEScopeForm::Json) {
+            mJson.beginObject();
+            putFields(mJson, acrChange);
+        } else {
+            ZTCJsonWriter lJson(mText);
+            lJson.beginObject();
+            putHead(lJson);
+            putFields(lJson, acrChange);
+            mText += '\n';
+        }
+        if (mText.size() > lPiece) {
+            put(std::exchange(mText, {}));
+        }
+    }
+
+    void end() {
+        if (mrOptions.getForm() == ZTEScopeForm::Json) {
+            mJson.endList();
+            mJson.endObject();
+            mText += '\n';
+        }
+        put(mText);
+    }
+
+    static void putHead(ZTCJsonWriter& arJson) {
+        arJson.key("schema");
+        arJson.number(ZTScopeSchema);
+        putTexts(arJson, {{"command", "changes"}});
+    }
+    void putFields(ZTCJsonWriter& arJson, const ZTSChange& acrChange) const {
+        putChange(arJson, acrChange, mFrame.mLabels, mFrame.mHost);
+        putWindow(arJson, mFrame.windowOf(acrChange));
+        arJson.endObject();
+    }
+
+    const ZTSScopeOptions& mrOptions;
+    ZTCStoreReader mReader;
+    const ZTSHistoryFilter mFilter;
+    const ZTSStorePlace mPlace;
+    const ZTSHistoryFrame mFrame;
+    std::string mText;
+    ZTCJsonWriter mJson{mText};
+    ZTCTable mTable{{{"time"}, {"what"}, {"name"}, {"change"}, {"before"}, {"after"}}};
+};
+
+}  // namespace
+
+int runChanges(const ZTSScopeOptions& acrOptions) {
+    sCheckWhats(acrOptions.mHistory.mWhats);
+    try {
+        Changes(acrOptions).run();
+    } catch (const ZTCScopeClosed&) {
+        return 0;  // whoever reads has seen enough
+    }
+    return 0;
+}

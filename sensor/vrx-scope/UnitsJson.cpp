@@ -1,0 +1,145 @@
+#include "HostJson.h"
+#include "Json.h"
+#include "RecordJson.h"
+#include "Units.h"
+
+namespace {
+
+const char* sNameOf(const std::optional<ZTEPathSource>& acrSource) {
+    constexpr const char* lNames[] = {"ports", "multipathd", "kernel"};
+    return acrSource ? lNames[static_cast<std::size_t>(*acrSource)] : "";
+}
+
+void sPutNumber(ZTCJsonWriter& arJson, const char* apKey, std::uint64_t aNumber) {
+    arJson.key(apKey);
+    arJson.number(aNumber);
+}
+
+void sPutBoolean(ZTCJsonWriter& arJson, const char* apKey, bool aValue) {
+    arJson.key(apKey);
+    arJson.boolean(aValue);
+}
+
+// Null for a moment that is not known.
+void sPutTime(ZTCJsonWriter& arJson, const char* apKey, ZTNanoseconds aTime) {
+    arJson.key(apKey);
+    aTime != 0 ? putTime(arJson, toSensorTime(aTime)) : arJson.null();
+}
+
+void sPutTexts(ZTCJsonWriter& arJson, const char* apKey, const std::vector<std::string>& acrTexts) {
+    arJson.key(apKey);
+    arJson.beginList();
+    for (const std::string& lrText : acrTexts) {
+        arJson.escapedText(lrText);
+    }
+    arJson.endList();
+}
+
+void sPutPath(ZTCJsonWriter& arJson, const ZTSUnitPath& acrPath, const ZTPortLabels& acrLabels) {
+    const ZTSLun& lrLun = acrPath.mLun;
+    const auto lPortOf = [](const ZTSWwn& acrPort) {
+        return acrPort == ZTSWwn() ? std::nullopt : std::optional(acrPort);
+    };
+    arJson.beginObject();
+    putTexts(arJson, {{"disk", lrLun.mDisk}, {"address", lrLun.mAddress}});
+    sPutBoolean(arJson, "here", acrPath.mIsHere);
+    sPutTime(arJson, "seen", acrPath.mSeen);
+    sPutBoolean(arJson, "usable", acrPath.mIsUsable);
+    putTexts(arJson, {{"source", sNameOf(acrPath.mSource)},
+                      {"why", acrPath.mWhy},
+                      {"state", lrLun.mState},
+                      {"access", lrLun.mAccess},
+                      {"fabric", lrLun.mFabric}});
+    arJson.key("initiator");
+    putPort(arJson, lPortOf(lrLun.mInitiator), acrLabels);
+    arJson.key("target");
+    putPort(arJson, lPortOf(lrLun.mTarget), acrLabels);
+    sPutNumber(arJson, "lun", lrLun.mLun);
+    arJson.key("queue_depth");
+    lrLun.mQueueDepth ? arJson.number(*lrLun.mQueueDepth) : arJson.null();
+    arJson.endObject();
+}
+
+void sPutStalls(ZTCJsonWriter& arJson, const std::vector<ZTSStoredStall>& acrStalls,
+                const std::string& acrHost) {
+    arJson.key("stalls");
+    arJson.beginList();
+    for (const ZTSStoredStall& lrStall : acrStalls) {
+        arJson.beginObject();
+        putStall(arJson, lrStall.mId, lrStall.mStall, acrHost);
+        arJson.endObject();
+    }
+    arJson.endList();
+}
+
+void sPutUnit(ZTCJsonWriter& arJson, const ZTSUnit& acrUnit, const ZTSUnits& acrUnits) {
+    const ZTSLun* const lpLun = acrUnit.findLun();
+    const ZTSLun lLun = lpLun != nullptr ? *lpLun : ZTSLun();
+    putTexts(arJson, {{"map", acrUnit.mMap},
+                      {"former_map", acrUnit.mFormerMap},
+                      {"disk", acrUnit.mDisk},
+                      {"wwid", lLun.mWwid},
+                      {"map_wwid", acrUnit.mMapWwid},
+                      {"serial", lLun.mSerial},
+                      {"vendor", lLun.mVendor},
+                      {"model", lLun.mModel}});
+    sPutBoolean(arJson, "here", acrUnit.mIsHere);
+    sPutTime(arJson, "seen", acrUnit.mSeen);
+    sPutTime(arJson, "since", acrUnit.mSince);
+    sPutNumber(arJson, "usable", acrUnit.mUsable);
+    sPutNumber(arJson, "total", acrUnit.mTotal);
+    sPutBoolean(arJson, "inferred", acrUnit.mIsInferred);
+    sPutTexts(arJson, "mounts", acrUnit.mHit.mMounts);
+    sPutTexts(arJson, "volumes", acrUnit.mHit.mVolumes);
+    arJson.key("paths");
+    arJson.beginList();
+    for (const ZTSUnitPath& lrPath : acrUnit.mPaths) {
+        sPutPath(arJson, lrPath, acrUnits.mLabels);
+    }
+    arJson.endList();
+    sPutStalls(arJson, acrUnit.mStalls, acrUnits.mHost);
+}
+
+void sPutHead(ZTCJsonWriter& arJson, const ZTSUnits& acrUnits) {
+    sPutNumber(arJson, "schema", ZTScopeSchema);
+    putTexts(arJson, {{"command", "paths"}, {"host", acrUnits.mHost}});
+}
+
+std::string sLinesOf(const ZTSUnits& acrUnits) {
+    std::string lText;
+    for (const ZTSUnit& lrUnit : acrUnits.mUnits) {
+        ZTCJsonWriter lJson(lText);
+        lJson.beginObject();
+        sPutHead(lJson, acrUnits);
+        sPutUnit(lJson, lrUnit, acrUnits);
+        lJson.endObject();
+        lText += '\n';
+    }
+    return lText;
+}
+
+}  // namespace
+
+std::string unitsJson(const ZTSUnits& acrUnits, bool aAsLines) {
+    if (aAsLines) {
+        return sLinesOf(acrUnits);
+    }
+    std::string lText;
+    ZTCJsonWriter lJson(lText);
+    lJson.beginObject();
+    sPutHead(lJson, acrUnits);
+    sPutBoolean(lJson, "now", acrUnits.mIsNow);
+    sPutTime(lJson, "written", acrUnits.mWritten);
+    lJson.key("luns");
+    lJson.beginList();
+    for (const ZTSUnit& lrUnit : acrUnits.mUnits) {
+        lJson.beginObject();
+        sPutUnit(lJson, lrUnit, acrUnits);
+        lJson.endObject();
+    }
+    lJson.endList();
+    sPutStalls(lJson, acrUnits.mOtherStalls, acrUnits.mHost);
+    putBlindSpots(lJson, acrUnits.mBlindSpots);
+    lJson.endObject();
+    return lText + "\n";
+}
