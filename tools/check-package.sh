@@ -215,6 +215,7 @@ check_sensor() {
     packages -i /packages/vrx-scope_*.deb /packages/vrx-sn_*.deb
     says 'vrx-scope' vrx-scope --version
     says 'vrx-sn' vrx-sn --version
+    says 'vrx-hostsim' vrx-hostsim --version
     check_unit vrx-sn 1.6
     check_history
     packages -i /packages/vrx-sn_*.deb

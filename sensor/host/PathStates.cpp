@@ -24,6 +24,9 @@ void ZTCPathStates::take(const ZTSUevent& acrEvent) {
     if (lAction == "PATH_FAILED" || lAction == "PATH_REINSTATED") {
         takePath(lDisk, readDeviceNumber(acrEvent.find("DM_PATH")), lAction == "PATH_REINSTATED",
                  acrEvent.find("DM_NR_VALID_PATHS"));
+    } else if (acrEvent.mAction == "change" && acrEvent.mPath.ends_with(lDisk)) {
+        // Of a map: it may have a new table, and the number was of the one before.
+        mHasChanged |= mLeft.erase(lDisk) != 0;
     } else if (acrEvent.mAction == "remove" && acrEvent.mPath.ends_with(lDisk)) {
         // Another one may get its name and its number.
         const auto lMajor = sNumber(acrEvent.find("MAJOR"));

@@ -41,31 +41,55 @@ left() {
 }
 
 # What the story loads, and where it and what it needs may lie.
-modules=(crc32c_generic crct10dif_generic fcoe veth sd_mod sg tcm_fc target_core_user scsi_debug)
-folders=(block crypto lib fs/configfs drivers/scsi drivers/target drivers/uio drivers/net/veth)
+modules=(crc32c_generic crct10dif_generic fcoe veth sd_mod sg tcm_fc target_core_user scsi_debug dm-multipath
+    dm-service-time scsi_dh_alua ext4)
+folders=(block crypto lib fs/configfs fs/ext4 fs/jbd2 fs/mbcache drivers/md/dm- drivers/scsi drivers/target drivers/uio
+    drivers/net/veth)
+
+# Debian's multipath, and what it goes by, with the libraries that a system without it may lack.
+multipath=(multipath-tools udev dmsetup libaio1 libbsd0 libedit2 libjson-c5 libkmod2 libmd0 liburcu8)
+
+# download PACKAGE...: from the archive into here.
+download() {
+    printf 'vm: downloads %s\n' "$*"
+    rm -rf download
+    mkdir download
+    (cd download && timeout --foreground -k 5 "$(left)" apt-get -q download "$@") >download.log 2>&1 ||
+        die "could not download $*, apt-get update? See $PWD/download.log"
+    mv download/*.deb .
+    rmdir download
+}
 
 get_kernel() {
     local package packages=(linux-image-*.deb) files=("${folders[@]/#/*/kernel/}")
-    [[ ! -d kernel ]] || return 0
+    [[ $(cat kernel/folders 2>/dev/null) != "${folders[*]}" ]] || return 0
     if [[ ! -f ${packages[0]} ]]; then
         package=$(apt-cache depends "$meta" | awk '/Depends: linux-image-/ && !seen++ { print $2 }')
         [[ -n $package ]] || die "apt knows no $meta: apt-get update?"
-        printf 'vm: downloads %s\n' "$package"
-        rm -rf download
-        mkdir download
-        (cd download && timeout --foreground -k 5 "$(left)" apt-get -q download "$package") >download.log 2>&1 ||
-            die "could not download $package, apt-get update? See $PWD/download.log"
-        mv download/*.deb .
-        rmdir download
+        download "$package"
         packages=(linux-image-*.deb)
     fi
-    rm -rf kernel.new
+    rm -rf kernel kernel.new
     mkdir kernel.new
     dpkg-deb --fsys-tarfile "${packages[0]}" | timeout --foreground -k 5 "$(left)" \
         tar -x -C kernel.new --wildcards './boot/vmlinuz-*' '*/modules.builtin' "${files[@]/%/*}"
     find kernel.new -name '*.ko.xz' -exec xz -d {} +
     busybox depmod -b "$PWD/kernel.new" "$(basename kernel.new/lib/modules/*)"
+    echo "${folders[*]}" >kernel.new/folders
     mv kernel.new kernel
+}
+
+# Documents and the data of devices that the guest has not are left out.
+get_multipath() {
+    local file
+    [[ ! -d multipath ]] || return 0
+    download "${multipath[@]}"
+    rm -rf multipath.new
+    for file in "${multipath[@]}"; do
+        dpkg-deb -x "$file"_*.deb multipath.new
+    done
+    rm -rf multipath.new/{etc,usr/share,usr/include} multipath.new/{,usr/}lib/udev/hwdb*
+    mv multipath.new multipath
 }
 
 # The files of the modules and of those that they need. One that this kernel has not got is built in, or not needed.
@@ -81,7 +105,13 @@ module_files() {
         }' lib/modules/*/modules.dep | sort -u
 }
 
-# The programs with the libraries that they are linked with, at the same paths as here.
+# Those of this system, at the same paths as here; the others lie in the packages.
+libraries_of() {
+    LD_LIBRARY_PATH=multipath/lib:multipath/lib/x86_64-linux-gnu:multipath/usr/lib/x86_64-linux-gnu ldd "$1" |
+        awk '$2 == "=>" { print $3 } $1 ~ "^/" { print $1 }' | grep '^/' | xargs -r cp -Lu --parents -t root
+}
+
+# The programs, with the libraries that they are linked with.
 make_initramfs() {
     local program
     rm -rf root
@@ -89,11 +119,15 @@ make_initramfs() {
     cp "$(command -v busybox)" root/bin/busybox
     cp -r "$scripts"/story.sh root/init
     cp -r "$scripts/story" root/
+    cp -a multipath/. root/
     for program in "$(command -v jq)" "$(command -v setpriv)" "$(PATH=$PATH:/usr/sbin command -v bpftool)" \
-        "$programs"/{backend/scopeagent/vrx-sca,sensor/vrx-scope/vrx-scope,tools/vm/zt-vm-scsi} \
+        "$programs"/{backend/scopeagent/vrx-sca,sensor/vrx-sn/vrx-sn,sensor/vrx-scope/vrx-scope,tools/vm/zt-vm-scsi} \
         "$programs"/libdfc/fchost/libdfc-fchost.so; do
         cp "$program" root/bin/
-        ldd "$program" | awk '$2 == "=>" { print $3 } $1 ~ "^/" { print $1 }' | xargs -r cp -Lu --parents -t root
+        libraries_of "$program"
+    done
+    for program in multipath/{sbin/multipathd,sbin/dmsetup,bin/udevadm,lib/udev/scsi_id}; do
+        libraries_of "$program"
     done
     (
         cd kernel
@@ -104,6 +138,7 @@ make_initramfs() {
 }
 
 get_kernel
+get_multipath
 make_initramfs
 printf 'vm: boots %s\n' kernel/boot/vmlinuz-*
 # Without KVM: not every machine has one that works. A guest that panics reboots, which ends qemu.

@@ -291,6 +291,9 @@ TEST_F(HostStorage, APathIsAsWhoKnowsBestSays) {
     mPorts.mLocal[0].mState = "Online";
     // Another disk with the number of one that had failed.
     tell("/devices/x/block/sdc", "remove", {{"MAJOR", "8"}, {"MINOR", "32"}});
+    // The number that was told is of the table before.
+    tell("/devices/virtual/block/dm-0", "change", {{"DM_COOKIE", "23068672"}});
+    EXPECT_EQ(pathsOf(), "sdb+k sdc+p");
     tellOfPath("PATH_REINSTATED", "8:16", "2");
     EXPECT_EQ(pathsOf(), "sdb+k sdc+k");
     // A map without paths is one: they are missing.

@@ -44,6 +44,8 @@ static const struct {
      "[--threads N] [--seconds N] [--timeout MS] [--read BYTES] DEVICE COUNT CDB...: sends a command, by each thread "
      "in its turn, and prints how many ended how"},
     {"reset", 2, resetDevice, "DEVICE device|target|host: asks the kernel for a reset"},
+    {"fpin", 4, sendFpin,
+     "HOST DETECTING ATTACHED COUNT [SOCKET]: tells of so many errors of a link, in the kernel's place"},
 };
 
 int main(int aCount, char** apArguments) {

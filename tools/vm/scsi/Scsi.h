@@ -1,4 +1,5 @@
-// The program that the virtual machine has for SCSI: it is the target's second LUN, and it sends commands.
+// The program that the virtual machine has for SCSI: it is the target's second LUN, it sends commands,
+// and it speaks as the kernel does of the fabric.
 #pragma once
 
 #include <stdint.h>
@@ -18,3 +19,4 @@ int tell(int aCount, char** apArguments);
 int told(int aCount, char** apArguments);
 int sendCommands(int aCount, char** apArguments);
 int resetDevice(int aCount, char** apArguments);
+int sendFpin(int aCount, char** apArguments);

@@ -12,7 +12,7 @@ end() {
         tail -n 20 "$ZT_VRX_SENSOR_DIR/vrx-sca.log" /tmp/*.log
         dmesg | tail -n 20
     fi
-    poweroff -f
+    poweroff -n -f # without writing what is left: its disk may have no path
 }
 trap 'end $?' EXIT
 

@@ -9,16 +9,18 @@ make_disks() {
     mount -t configfs configfs /sys/kernel/config
     mkdir -p $configuration/core/rd_mcp_0/memory $configuration/core/user_0/told
     echo rd_pages=1024 >$configuration/core/rd_mcp_0/memory/control
+    echo 00000000-0000-4000-8000-000000000001 >$configuration/core/rd_mcp_0/memory/wwn/vpd_unit_serial
     echo 1 >$configuration/core/rd_mcp_0/memory/enable
     echo dev_config=vm/told,dev_size=16777216,hw_block_size=512 >$configuration/core/user_0/told/control
     echo 1 >$configuration/core/user_0/told/enable
     zt-vm-scsi serve /dev/uio0 told >serve.log 2>&1 &
 }
 
-# The disks at the port of vf1, for vf0. Behind vf1's coming, and before it looks for its like.
+# export_disks TARGET INITIATOR: at the port of the one, for that of the other. Behind the coming of both, and before they
+# look for their like.
 export_disks() {
-    group=$configuration/fc/$(colons "$(host vf1 port_name)")/tpgt_1
-    acl=$group/acls/$(colons "$(host vf0 port_name)")
+    group=$configuration/fc/$(colons "$(host "$1" port_name)")/tpgt_1
+    acl=$group/acls/$(colons "$(host "$2" port_name)")
     mkdir -p "$group" "$acl"
     number=0
     for disk in rd_mcp_0/memory user_0/told; do
@@ -58,7 +60,7 @@ have_target() {
     make_disks
     create_host vf0
     create_host vf1
-    export_disks
+    export_disks vf1 vf0
     enable_host vf0
     enable_host vf1
     until_is both Online Online
