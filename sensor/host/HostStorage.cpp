@@ -1,6 +1,7 @@
 #include "HostStorage.h"
 
 #include <map>
+#include <set>
 #include <unordered_map>
 #include <utility>
 
@@ -13,6 +14,15 @@ namespace {
 
 constexpr std::size_t sMuch = 512;     // to be read: a second's worth of what a slice aims at, and more
 constexpr unsigned int sMuchMore = 3;  // times the aim, then
+
+}  // namespace
+
+namespace {
+
+bool sHas(const auto& acrStates, const auto& acrState) {
+    const auto lAt = acrStates.find(acrState.first);
+    return lAt != acrStates.end() && lAt->second == acrState.second;
+}
 
 }  // namespace
 
@@ -99,6 +109,18 @@ void ZTCHostStorage::Impl::setPorts(const ZTSHostPorts& acrPorts) {
     for (const ZTSRemotePort& lrPort : acrPorts.mRemote) {
         lIsRemoteOnline[{lrPort.mInitiator, lrPort.mNames.mPort}] = lrPort.mState == "Online";
     }
+    std::set<ZTSWwn> lChanged;
+    for (const auto& lrPort : lIsOnline) {
+        if (!sHas(mIsOnline, lrPort)) {
+            lChanged.insert(lrPort.first);
+        }
+    }
+    for (const auto& lrRemote : lIsRemoteOnline) {
+        if (!sHas(mIsRemoteOnline, lrRemote)) {
+            lChanged.insert(lrRemote.first.first);
+        }
+    }
+    mLuns.follow(lChanged);
     mPorts = acrPorts;
     mAreMapsDue |= lIsOnline != mIsOnline || lIsRemoteOnline != mIsRemoteOnline;
     mIsOnline = std::move(lIsOnline);

@@ -31,6 +31,8 @@ struct Counter {
 };
 constexpr Counter sCounters[] = {{"ioerr", true}, {"iotmo", true}, {"iorequest", false}, {"iodone", false}};
 
+constexpr unsigned int sStepsFollowed = 32;  // the usual times until commands to a lost port fail are shorter
+constexpr unsigned int sFollowedEach = 2;
 constexpr std::size_t sMostRemotePorts = 1024;  // of a host whose targets do not tell their names
 
 using Read = std::optional<std::string_view>;
@@ -142,7 +144,30 @@ void ZTCLuns::setPorts(const ZTSHostPorts& acrPorts) {
     mPorts = std::move(lPorts);
 }
 
+void ZTCLuns::follow(const std::set<ZTSWwn>& acrInitiators) {
+    for (const ZTSWwn& lrInitiator : acrInitiators) {
+        mFollowed[lrInitiator] = sStepsFollowed;
+    }
+}
+
+void ZTCLuns::makeFollowedDue() {
+    std::vector<ZTSScsiAddress> lDue;
+    mRound.each([&](const ZTSScsiAddress& acrAddress, const Lun& acrLun) {
+        const auto lAt = mFollowed.find(acrLun.mLun.mInitiator);
+        if (lAt != mFollowed.end() && lAt->second % sFollowedEach == 0) {
+            lDue.push_back(acrAddress);
+        }
+    });
+    for (const ZTSScsiAddress& lrAddress : lDue) {
+        mRound.makeDue(lrAddress, 1);
+    }
+    std::erase_if(mFollowed, [](auto& arFollowed) { return --arFollowed.second == 0; });
+}
+
 void ZTCLuns::list() {
+    if (!mFollowed.empty()) {
+        makeFollowedDue();
+    }
     mIsBus = access(mBus.c_str(), F_OK) == 0 || access(mClass.c_str(), F_OK) != 0;
     const bool lHasChanged = mRound.listIfDue(
         mIsBus ? mBus : mClass, [](const char* apName) { return ZTSScsiAddress::fromText(apName); });

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,9 @@ class ZTCLuns {
     void lookAnew() { mRound.makeAllDue(); }
     /// The ports that its LUNs are seen by.
     void setPorts(const ZTSHostPorts& acrPorts);
+    /// These ports, or what they see, are not as they were: so will their LUNs be, some when the time for a
+    /// command or a lost port is over.
+    void follow(const std::set<ZTSWwn>& acrInitiators);
 
     void list();
     void readDue(const ZTCSlice& acrSlice, unsigned int aQuarters, ZTNanoseconds aTime,
@@ -50,6 +54,7 @@ class ZTCLuns {
         bool operator==(const Port&) const = default;
     };
 
+    void makeFollowedDue();
     std::string folderOf(const std::string& acrAddress) const;
     ZTESysfsRead read(const ZTSScsiAddress& acrAddress, Lun& arLun, bool aIsWhole, ZTNanoseconds aTime,
                       ZTCMeasures& arMeasures);
@@ -66,6 +71,7 @@ class ZTCLuns {
     bool mIsBus = true;  // which of the two there is
     ZTCSysfsRound<ZTSScsiAddress, Lun> mRound;
     std::map<std::uint32_t, Port> mPorts;
+    std::map<ZTSWwn, unsigned int> mFollowed;  // for so many steps yet
     // Of a host whose targets do not tell their names; for a round at most.
     std::map<std::uint32_t, std::map<ZTSScsiTarget, ZTSWwn>> mOfRemotePorts;
     unsigned int mSinceRemotePorts = 0;

@@ -68,7 +68,10 @@ std::string stallText(const ZTSStall& acrStall, const ZTPortLabels& acrLabels) {
     if (!acrStall.mDisk.empty() && lName != acrStall.mDisk) {
         lName += (lName.empty() ? "" : ", ") + acrStall.mDisk;
     }
-    const std::string lWhat = acrStall.mHits.empty() ? lName : acrStall.mHits + " (" + lName + ")";
+    std::string lWhat = acrStall.mHits.empty() ? lName : acrStall.mHits + " (" + lName + ")";
+    if (acrStall.mKind == "path") {
+        lWhat.insert(0, "a path of ");  // what is above goes on by the others
+    }
     const std::string lCommands = sCountText(acrStall.mInFlight, "command");
     return toShownText(lWhat) + ": " +
            (acrStall.mIsOver ? fmt::format("stood still for {}, {}",
