@@ -1,7 +1,7 @@
 #include "Player.h"
 
-#include "MadeUpHost.h"
 #include "StuckCallback.h"
+#include "TellHost.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include <regex>
 #include <thread>
 
-#include "MadeUpHost.h"
 #include "PortText.h"
 #include "ScopeProgram.h"
+#include "StoredHost.h"
 #include "TestPages.h"
 
 namespace {

@@ -3,8 +3,8 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 
-#include "MadeUpHost.h"
 #include "ScopeProgram.h"
+#include "StoredHost.h"
 #include "TestPages.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "MadeUpHost.h"
+#include "TellHost.h"
 
 #include <sys/socket.h>
 #include <sys/time.h>
