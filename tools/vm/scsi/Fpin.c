@@ -17,7 +17,7 @@ enum {
     sLinkFpin = 0x501,
     sEls = 0x16,
     sLinkIntegrity = 0x20001,
-    sInvalidCrc = 5
+    sInvalidCrc = 6
 };
 
 typedef struct __attribute__((packed)) {

@@ -64,7 +64,7 @@ fail_behind() {
 link_up() {
     for _ in 1 2 3; do
         ip link set "$1" up
-        limit=$(($(seconds) + 15))
+        limit=$(($(seconds) + 25))
         until "$2" Online Online || [ "$(seconds)" -ge "$limit" ]; do
             usleep 50000
         done
@@ -86,7 +86,7 @@ units() {
 is_unit() { [ "$(units 2>/dev/null)" = "$1" ]; }
 stalls() {
     vrx-scope --json paths --store "$history" |
-        jq -r '(.luns[].stalls[], .stalls[]) | "\(.kind) \(.name) \(.hits)"' | sort
+        jq -r '(.luns[].stalls[], .stalls[]) | "\(.kind) \(.name) \(.hits // "-")"' | sort
 }
 is_stalled() { stalls | grep -qx "$1"; }
 is_quiet() { [ -z "$(stalls)" ]; }
@@ -142,6 +142,7 @@ ip link set vf2 down
 until_is sh -c '! dmsetup status mpatha | grep -q "8:.* 8:"'
 expect_unit 'mpatha 1 of 2 /data'
 show_units
+until_is state vf2 Linkdown 'Not Present'
 link_up vf2 others
 expect_unit 'mpatha 2 of 2 /data'
 
