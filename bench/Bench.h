@@ -101,6 +101,7 @@ void pointer();
 void scsi();
 void look();
 void sensor();
+void host();
 void fold();
 void store();
 

@@ -27,6 +27,7 @@ constexpr GroupRow sGroups[] = {
     {"scsi", ztbench::scsi},
     {"look", ztbench::look},
     {"sensor", ztbench::sensor},
+    {"host", ztbench::host},
     {"fold", ztbench::fold},
     {"store", ztbench::store},
 };

@@ -1,14 +1,8 @@
 // The agent and vrx-sn as they are installed: what a storm costs both, from which rate on something is lost,
 // and what they cost at rest.
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -16,6 +10,7 @@
 
 #include "AgentStatistics.h"
 #include "Bench.h"
+#include "BenchProcess.h"
 #include "SensorError.h"
 #include "StoreFile.h"
 
@@ -27,78 +22,12 @@ using Clock = std::chrono::steady_clock;
 constexpr std::uint64_t sRate = 200'000;  // events a second
 constexpr auto sMoment = 20ms;
 
-// ZT_BENCH=all: as long as what is promised.
-bool sIsFull() {
-    return getenv("ZT_BENCH") != nullptr;
-}
-
-// What a process has had so far.
-struct Cost {
-    double mSeconds = 0;  // of a processor
-    double mSleeps = 0;   // of its threads: each is followed by a wake-up
-};
-
-class Process {
-  public:
-    Process(const std::vector<std::string>& acrCommand, const std::vector<std::string>& acrEnvironment)
-        : mProcess(fork()) {
-        if (mProcess != 0) {
-            return;
-        }
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        for (const std::string& lrEntry : acrEnvironment) {
-            putenv(const_cast<char*>(lrEntry.c_str()));
-        }
-        unsetenv("NOTIFY_SOCKET");
-        const int lNowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        dup2(lNowhere, STDERR_FILENO);
-        std::vector<char*> lWords;
-        for (const std::string& lrWord : acrCommand) {
-            lWords.push_back(const_cast<char*>(lrWord.c_str()));
-        }
-        lWords.push_back(nullptr);
-        execv(lWords[0], lWords.data());
-        _exit(1);
-    }
-    ~Process() { end(); }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-
-    void end() {
-        if (mProcess > 0) {
-            kill(mProcess, SIGTERM);
-            waitpid(std::exchange(mProcess, -1), nullptr, 0);
-        }
-    }
-
-    Cost getCost() const {
-        Cost lCost;
-        const std::string lTasks = "/proc/" + std::to_string(mProcess) + "/task";
-        for (const auto& lrTask : std::filesystem::directory_iterator(lTasks)) {
-            double lNanoseconds = 0;
-            std::ifstream(lrTask.path() / "schedstat") >> lNanoseconds;
-            lCost.mSeconds += lNanoseconds / 1e9;
-            std::ifstream lStatus(lrTask.path() / "status");
-            for (std::string lName; lStatus >> lName;) {
-                double lSleeps = 0;
-                if (lName == "voluntary_ctxt_switches:" && lStatus >> lSleeps) {
-                    lCost.mSleeps += lSleeps;
-                }
-            }
-        }
-        return lCost;
-    }
-
-  private:
-    pid_t mProcess;
-};
-
 // Both, in a directory in memory; the store in another one.
 class Stand {
   public:
     Stand(std::uint64_t aRate, std::uint64_t aEvents)
-        : mDirectory(make("/dev/shm")),
-          mStore(make("/tmp")),
+        : mDirectory(ztbench::makeFolder("/dev/shm")),
+          mStore(ztbench::makeFolder("/tmp")),
           mAgent({ZT_VRX_SCA, "-D", "false"},
                  {"ZT_VRX_SENSOR_DIR=" + mDirectory, "ZT_LIBDFC=" ZT_STORM_PROVIDER,
                   "ZT_BENCH_RATE=" + std::to_string(aRate), "ZT_BENCH_EVENTS=" + std::to_string(aEvents),
@@ -123,12 +52,12 @@ class Stand {
         waitFor([&] { return bool(std::ifstream(getResultPath()) >> lTime); });
         return lTime / 1e9;
     }
-    Cost getCost() const {
-        const Cost lAgent = mAgent.getCost();
-        const Cost lSensor = mSensor.getCost();
+    ZTSBenchCost getCost() const {
+        const ZTSBenchCost lAgent = mAgent.getCost();
+        const ZTSBenchCost lSensor = mSensor.getCost();
         return {lAgent.mSeconds + lSensor.mSeconds, lAgent.mSleeps + lSensor.mSleeps};
     }
-    Cost getSensorCost() const { return mSensor.getCost(); }
+    ZTSBenchCost getSensorCost() const { return mSensor.getCost(); }
     // What is in the store when vrx-sn has ended.
     std::int64_t endAndAsk(const char* apQuery) {
         mSensor.end();
@@ -136,13 +65,6 @@ class Stand {
     }
 
   private:
-    static std::string make(const std::string& acrParent) {
-        std::string lName = acrParent + "/zt-bench-XXXXXX";
-        if (mkdtemp(lName.data()) == nullptr) {
-            throw std::runtime_error("cannot make a directory in " + acrParent);
-        }
-        return lName;
-    }
     template <class Condition>
     static void waitFor(const Condition& acrCondition) {
         const auto lDeadline = Clock::now() + 120s;
@@ -164,15 +86,15 @@ class Stand {
 
     std::string mDirectory;
     std::string mStore;
-    Process mAgent;
-    Process mSensor;
+    ZTCBenchProcess mAgent;
+    ZTCBenchProcess mSensor;
 };
 
 void sStorm() {
-    const std::uint64_t lSeconds = sIsFull() ? 30 : 5;
+    const std::uint64_t lSeconds = ztbench::isFull() ? 30 : 5;
     const std::uint64_t lEvents = sRate * lSeconds;
     Stand lStand(sRate, lEvents);
-    const Cost lBefore = lStand.getCost();
+    const ZTSBenchCost lBefore = lStand.getCost();
     const double lSensorBefore = lStand.getSensorCost().mSeconds;
     const double lTime = lStand.waitForResult();
     const double lAll = lStand.getCost().mSeconds - lBefore.mSeconds;
@@ -224,9 +146,9 @@ void sRest() {
     lStand.waitForResult();
     std::this_thread::sleep_for(2s);  // until the start is over
     const auto lBegin = Clock::now();
-    const Cost lBefore = lStand.getSensorCost();
-    std::this_thread::sleep_for(sIsFull() ? 60s : 8s);
-    const Cost lAfter = lStand.getSensorCost();
+    const ZTSBenchCost lBefore = lStand.getSensorCost();
+    std::this_thread::sleep_for(ztbench::isFull() ? 60s : 8s);
+    const ZTSBenchCost lAfter = lStand.getSensorCost();
     const double lTime = std::chrono::duration<double>(Clock::now() - lBegin).count();
     ZTSBenchRow lRow;
     lRow.mName = "sensor: vrx-sn at rest";

@@ -9,6 +9,7 @@
 namespace {
 
 constexpr ZTNanoseconds sSameFor = 10 * ZTSecond;
+constexpr std::ptrdiff_t sNewest = 256;
 
 std::size_t sBytesOf(const ZTSFpin& acrFpin) {
     return sizeof acrFpin + acrFpin.mPorts.size() * sizeof(ZTSWwn);
@@ -30,11 +31,13 @@ std::string sKeyOf(const ZTSFpin& acrFpin) {
     return lKey + (acrFpin.mAttached ? acrFpin.mAttached->toText() : "") + std::to_string(acrFpin.mModifier);
 }
 
+// Only the newest are looked at: thousands wait where a disk stands still, and the store joins the rest.
 void sJoin(std::vector<ZTSFpin>& arFpins, ZTSFpin&& arMore) {
-    const auto lAt = std::find_if(arFpins.rbegin(), arFpins.rend(), [&](const ZTSFpin& acrFpin) {
+    const auto lEnd = arFpins.rbegin() + std::min(std::ssize(arFpins), sNewest);
+    const auto lAt = std::find_if(arFpins.rbegin(), lEnd, [&](const ZTSFpin& acrFpin) {
         return acrFpin.isSameAs(arMore) && arMore.mFirst - acrFpin.mFirst < sSameFor;
     });
-    if (lAt == arFpins.rend()) {
+    if (lAt == lEnd) {
         arFpins.push_back(std::move(arMore));
         return;
     }

@@ -59,19 +59,10 @@ bool ZTCStoreFollow::readRecords(ZTCStoreReader& arReader, ZTCStoreSlice& arSlic
     return lReadBehind(mPlace.mLastRecord, std::numeric_limits<std::uint64_t>::max());
 }
 
-// Of the stalls that were not over. Those that the store had at the begin were told by whoever knows its
-// place.
+// Of the stalls that were not over at the place, or when they were told.
 void ZTCStoreFollow::readEnds(ZTCStoreReader& arReader, std::vector<ZTSStoredStall>& arStalls) {
-    if (!mOpenStalls) {
-        mOpenStalls.emplace();
-        SQLite::Statement lOpen(arReader.getDatabase(), "SELECT id FROM stalls WHERE over = 0 AND id <= ?");
-        lOpen.bind(1, static_cast<std::int64_t>(mPlace.mLastStall));
-        while (lOpen.executeStep()) {
-            mOpenStalls->insert(numberAt(lOpen, 0));
-        }
-    }
     SQLite::Statement lRow(arReader.getDatabase(), std::string(ZTStallColumns) + " WHERE id = ?");
-    std::erase_if(*mOpenStalls, [&](std::uint64_t aId) {
+    std::erase_if(mPlace.mOpenStalls, [&](std::uint64_t aId) {
         lRow.reset();
         lRow.bind(1, static_cast<std::int64_t>(aId));
         const bool lIsThere = lRow.executeStep();
@@ -90,7 +81,6 @@ bool ZTCStoreFollow::read(ZTCStoreReader& arReader, News& arNews) {
         if (lStore != mPlace.mStore) {
             mPlace = {};
             mPlace.mStore = lStore;
-            mOpenStalls.reset();
         }
         readEnds(arReader, arNews.mStalls);
         const std::size_t lEnded = arNews.mStalls.size();
@@ -101,7 +91,7 @@ bool ZTCStoreFollow::read(ZTCStoreReader& arReader, News& arNews) {
                             sReadNew(arReader, lSlice, mFilter, mPlace.mLastStall, arNews.mStalls);
         for (std::size_t lAt = lEnded; lAt < arNews.mStalls.size(); ++lAt) {
             if (!arNews.mStalls[lAt].mStall.mIsOver) {
-                mOpenStalls->insert(arNews.mStalls[lAt].mId);
+                mPlace.mOpenStalls.insert(arNews.mStalls[lAt].mId);
             }
         }
         return !lIsAll;

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
+#include <sstream>
 
 #include "StoreRows.h"
 
@@ -107,8 +109,9 @@ ZTSStorePlace ZTCStoreReader::readPlace() {
             "SELECT (SELECT value FROM meta WHERE name = 'store'),"
             " (SELECT value FROM meta WHERE name = 'closed_to'), (SELECT max(id) FROM records),"
             " (SELECT max(id) FROM losses), (SELECT max(id) FROM changes), (SELECT max(id) FROM fpins),"
-            " (SELECT max(id) FROM stalls)");
+            " (SELECT max(id) FROM stalls), (SELECT group_concat(id, ' ') FROM stalls WHERE over = 0)");
         lPlace.executeStep();
+        std::istringstream lOpenStalls(lPlace.getColumn(7).getString());
         const auto lNumber = [&](int aAt) {
             return static_cast<std::uint64_t>(lPlace.getColumn(aAt).getInt64());
         };
@@ -118,7 +121,8 @@ ZTSStorePlace ZTCStoreReader::readPlace() {
                              lNumber(3),
                              lNumber(4),
                              lNumber(5),
-                             lNumber(6)};
+                             lNumber(6),
+                             {std::istream_iterator<std::uint64_t>(lOpenStalls), {}}};
     });
 }
 

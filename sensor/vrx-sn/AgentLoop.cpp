@@ -6,7 +6,6 @@
 
 #include "AgentCollection.h"
 #include "AgentStatus.h"
-#include "BookNews.h"
 #include "HostLook.h"
 #include "SnBuffer.h"
 #include "SnFigures.h"
@@ -31,8 +30,6 @@ constexpr std::chrono::milliseconds sStoreTime = 10ms;
 constexpr std::chrono::milliseconds sStoreStep = 2ms;
 // Behind a collection that could not be started, and one that somebody else has stopped.
 constexpr std::chrono::milliseconds sStartAgain = 10s;
-// How often a run that has nothing new goes to the store, for the time that it was seen.
-constexpr std::chrono::milliseconds sStoreRun = 60s;
 constexpr std::chrono::milliseconds sSightEvery = 5s;
 // An agent whose file is on a disk makes it in a moment. Behind so many looks it has none.
 constexpr unsigned int sLooksForFigures = 10;
@@ -51,11 +48,11 @@ ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer
       mStore(acrOptions.mStore),
       mEvery(acrOptions.mEvery),
       mCeiling(acrOptions.mCeiling),
+      mBook(arBuffer, arLog),
       mDirectoryTrouble(arLog, "the agent's directory cannot be used"),
       mNoAgent(arLog, "no agent is to be fetched from", ZTSL_Notice),
       mNoAnswer(arLog, "the agent does not answer"),
-      mBadAnswer(arLog, "what the agent answers cannot be read"),
-      mLossLines(arLog) {
+      mBadAnswer(arLog, "what the agent answers cannot be read") {
     mrFigures.set(ZTSN_Period, static_cast<std::uint64_t>(acrOptions.mEvery.count()));
 }
 
@@ -66,9 +63,7 @@ void ZTCAgentLoop::setOptions(const ZTSSnOptions& acrOptions) {
 }
 
 void ZTCAgentLoop::setStart(const ZTSStoreStart& acrStart) {
-    const std::lock_guard lLock(mMutex);
-    mBook.setStart(acrStart, ZTSMoment::now());
-    deliver(mBook.takeNews());
+    mBook.setStart(acrStart);
 }
 
 // ---- Turns ----
@@ -218,7 +213,7 @@ void ZTCAgentLoop::leaveDirectory() {
 bool ZTCAgentLoop::findAgent() {
     std::unique_ptr<ZTCAgentSight> lpSight = ZTCAgentSight::ofFigures(mDirectory);
     const bool lHasGone = lpSight == nullptr || lpSight->hasGone();
-    if (lHasGone && lpSight != nullptr && isAwaited(*lpSight)) {
+    if (lHasGone && lpSight != nullptr && mBook.isAwaited(*lpSight)) {
         attach(std::move(lpSight));
         return true;
     }
@@ -231,26 +226,15 @@ bool ZTCAgentLoop::findAgent() {
         return true;
     }
     if (lpSight == nullptr) {
-        const std::lock_guard lLock(mMutex);
-        mBook.seeNone(ZTSMoment::now());
-        deliver(mBook.takeNews());
+        mBook.seeNone();
     }
     mNoAgent.met("none runs in " + mDirectory);
     return false;
 }
 
-bool ZTCAgentLoop::isAwaited(const ZTCAgentSight& acrSight) {
-    const std::lock_guard lLock(mMutex);
-    return mBook.isAwaited(acrSight.getStart(), acrSight.getProcess());
-}
-
 void ZTCAgentLoop::attach(std::unique_ptr<ZTCAgentSight> apSight) {
     const ZTSBookFigures* const lpSeen = apSight->look();
-    const std::lock_guard lLock(mMutex);
-    if (!mBook.hasRun() || !mBook.isOf(apSight->getStart(), apSight->getProcess())) {
-        mBook.end(nullptr, ZTSMoment::now());  // one that was lost sight of
-        mBook.begin(apSight->getStart(), apSight->getProcess(), lpSeen, ZTSMoment::now());
-    }
+    mBook.begin(*apSight, lpSeen);
     mpSight = std::move(apSight);
     mpSeen = lpSeen;
     mLooksWithoutFigures = 0;
@@ -271,13 +255,7 @@ void ZTCAgentLoop::detach() {
     mpClient->close();
     noteLostAnswers();
     mpSeen = mpSight->look();
-    ZTSAgentRun lRun;
-    {
-        const std::lock_guard lLock(mMutex);
-        mBook.end(mpSeen, ZTSMoment::now());
-        lRun = mBook.getRun();
-        deliver(mBook.takeNews());
-    }
+    const ZTSAgentRun lRun = mBook.end(mpSeen);
     mrLog.note(lRun.mEnd == "ended" ? ZTSL_Notice : ZTSL_Warning, "vrx-sca, process %lld, has gone: %s",
                static_cast<long long>(lRun.mProcess), lRun.mEnd.c_str());
     mpSight.reset();
@@ -351,29 +329,20 @@ void ZTCAgentLoop::take(const ZTSensorBytes& acrMessage) {
             mrHost.see([](ZTSSight& arSight) { arSight.mHasCheckConditions = true; });
         }
         lpPorts = mrHost.getPorts();
-        const std::lock_guard lLock(mMutex);
         lRun = mBook.getRun();
     } catch (const ZTCRefusedError&) {
         throw;  // nothing was taken out
     } catch (...) {
-        const std::lock_guard lLock(mMutex);
         mBook.loseAnswer();
         throw;
     }
     const std::uint64_t lRecords = countRecords(lData);
-    const std::uint64_t lEvents = countEvents(lData);
-    {
-        const std::lock_guard lLock(mMutex);
-        mBook.take(lEvents, lNow);
-        lRun.mTaken = mBook.getRun().mTaken;
-        lRun.mSeen = lNow.mTime;
-        mrBuffer.takeRecords(lData, *lpPorts, std::move(lRun), lNow.mSteady);
-    }
+    mBook.take(lData, *lpPorts, std::move(lRun), lNow);
     mNoAnswer.over();
     mBadAnswer.over();
     mrFigures.count(ZTSN_Fetches);
     mrFigures.set(ZTSN_LastFetch, static_cast<std::uint64_t>(lNow.mTime));
-    mrFigures.count(ZTSN_Events, lEvents);
+    mrFigures.count(ZTSN_Events, countEvents(lData));
     mrFigures.count(ZTSN_Records, lRecords);
     mrFigures.set(ZTSN_AgentUp, 1);
     look();
@@ -395,7 +364,6 @@ void ZTCAgentLoop::waitForStore() {
 void ZTCAgentLoop::noteLostAnswers() {
     if (mpClient != nullptr && mpClient->getLostAnswers() != mLostAnswers) {
         mLostAnswers = mpClient->getLostAnswers();
-        const std::lock_guard lLock(mMutex);
         mBook.loseAnswer();
     }
 }
@@ -411,27 +379,15 @@ void ZTCAgentLoop::lastFetch() {
 
 void ZTCAgentLoop::settle() {
     noteLostAnswers();
-    const bool lIsOpen = mpClient != nullptr && mpClient->isFetchOpen();
-    const std::lock_guard lLock(mMutex);
-    if (mBook.hasRun()) {
-        mBook.settle(lIsOpen, ZTSMoment::now());
-        deliver(mBook.takeNews());
-    }
+    mBook.settle(mpClient != nullptr && mpClient->isFetchOpen());
 }
 
-// ---- The books ----
+// ---- The figures ----
 
-// Reads the figures, and tells what has been lost.
 void ZTCAgentLoop::look() {
     mpSeen = mpSight->look();
-    const auto lNow = ZTSMoment::now();
-    const std::lock_guard lLock(mMutex);
-    mBook.look(mpSeen, mpClient->isFetchOpen(), lNow);
-    if (mBook.hasNews() || lNow.mSteady >= mNextRun) {
-        mNextRun = lNow.mSteady + sStoreRun;
-        deliver(mBook.takeNews());
-    }
-    seeLibrary(lNow.mSteady);
+    mBook.look(mpSeen, mpClient->isFetchOpen());
+    seeLibrary(Clock::now());
 }
 
 // What the agent's library can tell of, for what the host cannot see.
@@ -441,10 +397,4 @@ void ZTCAgentLoop::seeLibrary(Clock::time_point aNow) {
     }
     mNextSight = aNow + sSightEvery;
     mrHost.see([lLibrary = libraryOf(mpSeen)](ZTSSight& arSight) { arSight.mLibrary = lLibrary; });
-}
-
-// With the lock: what is told later comes later.
-void ZTCAgentLoop::deliver(ZTSBookNews aNews) {
-    mLossLines.take(aNews.mLosses, Clock::now());
-    storeNews(std::move(aNews), mrBuffer);
 }

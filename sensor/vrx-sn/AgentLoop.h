@@ -4,12 +4,10 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 
+#include "AgentBook.h"
 #include "AgentSight.h"
 #include "AgentTargets.h"
-#include "LossBook.h"
-#include "LossLines.h"
 #include "SensorClient.h"
 #include "SensorPidFile.h"
 #include "SnLog.h"
@@ -52,7 +50,6 @@ class ZTCAgentLoop {
     void beHere();
 
     bool findAgent();
-    bool isAwaited(const ZTCAgentSight& acrSight);
     void attach(std::unique_ptr<ZTCAgentSight> apSight);
     void detach();
     void greet();
@@ -69,7 +66,6 @@ class ZTCAgentLoop {
 
     void look();
     void seeLibrary(Clock::time_point aNow);
-    void deliver(ZTSBookNews aNews);
     void waitForWork();
     void meet(ZTCSnTrouble& arTrouble, const std::exception& acrError, std::chrono::milliseconds aPause);
 
@@ -85,8 +81,7 @@ class ZTCAgentLoop {
     std::atomic<std::chrono::milliseconds> mEvery;
     std::atomic<std::uint32_t> mCeiling;
 
-    std::mutex mMutex;  ///< of the books; held while what they tell is handed on, so that it keeps its order
-    ZTCLossBook mBook;
+    ZTCAgentBook mBook;
 
     // The loop's thread.
     std::unique_ptr<ZTCSensorClient> mpClient;
@@ -102,7 +97,6 @@ class ZTCAgentLoop {
     Clock::time_point mNextFetch;
     Clock::time_point mNextTouch;
     Clock::time_point mNextStart;  ///< of a collection
-    Clock::time_point mNextRun;    ///< to be stored for itself
     Clock::time_point mNextSight;  ///< of what the library tells of
     Clock::time_point mPausedTo;
     bool mHasScsiAnswers = false;  ///< the agent has ever told of one
@@ -111,5 +105,4 @@ class ZTCAgentLoop {
     ZTCSnTrouble mNoAgent;
     ZTCSnTrouble mNoAnswer;
     ZTCSnTrouble mBadAnswer;
-    ZTCLossLines mLossLines;  ///< with the mutex
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <new>
 #include <utility>
 
 #include "LossBook.h"
@@ -41,6 +42,7 @@ std::array<int, 2> ZTCDisksLook::getDescriptors() const {
 }
 
 ZTCLooker::Clock::time_point ZTCDisksLook::look() {
+    const auto lBegan = sProcessorTime();
     takeTransport();
     takeUevents();
     const auto lNow = Clock::now();
@@ -57,7 +59,13 @@ ZTCLooker::Clock::time_point ZTCDisksLook::look() {
         mNextDisks = lNow + ZTCStalls::Every;
         lookAtDisks(lNow);
     }
+    mpBook->noteSlice(sProcessorTime() - lBegan);
     return std::min(mNextSlice, mNextDisks);
+}
+
+void ZTCDisksLook::end() {
+    mTimes.end(ZTSMoment::now().mTime, mMeasures);
+    mpBook->addMeasures(mMeasures, Clock::now());
 }
 
 // ---- What the kernel tells ----
@@ -96,14 +104,27 @@ void ZTCDisksLook::takeUevents() {
          ++lCount) {
         lGot = mUevents.receive(lBytes);
         if (lGot == ZTCKernelMessages::Got::Lost) {
-            mStorage.lookAnew();
-            mNextQuestion = Clock::time_point();
+            lookAnew();
         } else if (lGot == ZTCKernelMessages::Got::Message) {
-            if (const auto lEvent = readUevent(lBytes)) {
-                mStorage.take(*lEvent);
-            }
+            takeUevent(lBytes);
         }
     }
+}
+
+void ZTCDisksLook::takeUevent(std::span<const unsigned char> aBytes) {
+    try {
+        if (const auto lEvent = readUevent(aBytes)) {
+            mStorage.take(*lEvent);
+        }
+    } catch (const std::bad_alloc&) {
+        lookAnew();  // it does not come again
+        throw;
+    }
+}
+
+void ZTCDisksLook::lookAnew() {
+    mNextQuestion = Clock::time_point();
+    mStorage.lookAnew();
 }
 
 // ---- What is looked at ----
@@ -112,9 +133,7 @@ void ZTCDisksLook::lookAtStorage(Clock::time_point aNow) {
     if (const auto lPaths = mpFiles->takePaths()) {
         mStorage.takePaths(*lPaths);
     }
-    const auto lBegan = sProcessorTime();
     mIsUntold |= mStorage.step(*mpBook->getPorts(), sSlice, ZTSMoment::now().mTime, mMeasures);
-    mpBook->noteSlice(sProcessorTime() - lBegan);
     if (mIsUntold && mStorage.isWhole()) {
         mpBook->seeStorage(mStorage.getStorage(), ZTSMoment::now().mTime);
         mIsUntold = false;

@@ -19,6 +19,7 @@ class ZTCDisksLook : public ZTCLooker {
                  std::shared_ptr<ZTCFilesLook> apFiles, std::function<void()> aAskForPaths);
 
     Clock::time_point look() override;
+    void end() override;
     std::array<int, 2> getDescriptors() const override;
     void tellSlow(unsigned int aSeconds) override;
     void tellHangs(unsigned int aSeconds) override;
@@ -26,6 +27,8 @@ class ZTCDisksLook : public ZTCLooker {
   private:
     void takeTransport();
     void takeUevents();
+    void takeUevent(std::span<const unsigned char> aBytes);
+    void lookAnew();
     void noteLostMessages();
     void lookAtStorage(Clock::time_point aNow);
     void askForPaths(Clock::time_point aNow);

@@ -33,20 +33,27 @@ void ZTCHostBacklog::take(ZTSHostNews aNews) noexcept {
     sReplace(mNews.mWindows, aNews.mWindows);
 }
 
+// Thousands may wait, and come one by one: all of them are counted only where there may be no room.
 void ZTCHostBacklog::takeFpins(std::vector<ZTSFpin>&& arFpins) noexcept {
     if (arFpins.empty()) {
         return;
     }
-    const std::uint64_t lAll = sCount(mNews.mFpins) + sCount(arFpins);
+    mFpins += sCount(arFpins);
     try {
         ZTSHostNews lFpins;
         lFpins.mFpins = std::move(arFpins);
+        mBytes += lFpins.getBytes();
         mNews.join(std::move(lFpins));
+        if (countEventBytes() <= mLimit / 2) {
+            return;
+        }
     } catch (const std::bad_alloc&) {
-        // Those that were not reached.
+        // Those that were not reached are lost.
     }
     dropWhatIsTooMuch(mNews.mFpins);
-    mLost.mFpins += lAll - sCount(mNews.mFpins);
+    const std::uint64_t lLeft = sCount(mNews.mFpins);
+    mLost.mFpins += mFpins - lLeft;
+    mFpins = lLeft;
 }
 
 void ZTCHostBacklog::takeStalls(std::vector<ZTSStall>&& arStalls) noexcept {
@@ -66,15 +73,20 @@ void ZTCHostBacklog::takeStalls(std::vector<ZTSStall>&& arStalls) noexcept {
     mLost.mStalls += lBefore - mNews.mStalls.size();
 }
 
+void ZTCHostBacklog::countBytes() noexcept {
+    mMeasureBytes = mNews.mMeasures.getBytes();
+    mBytes = mNews.getBytes();
+}
+
 // Sums do not take the room of what has happened, nor that theirs.
 std::size_t ZTCHostBacklog::countEventBytes() const {
-    return mBytes - mNews.mMeasures.getBytes();
+    return mBytes - mMeasureBytes;
 }
 
 // What came last.
 template <class Thing>
 void ZTCHostBacklog::dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept {
-    mBytes = mNews.getBytes();
+    countBytes();
     if (countEventBytes() <= mLimit / 2) {
         return;
     }
@@ -82,7 +94,7 @@ void ZTCHostBacklog::dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept {
     if (const std::size_t lBytes = countEventBytes(); lBytes > mLimit / 2) {
         const std::size_t lKept = arThings.size() * (mLimit / 2) / lBytes;
         arThings.erase(arThings.begin() + static_cast<std::ptrdiff_t>(lKept), arThings.end());
-        mBytes = mNews.getBytes();
+        countBytes();
     }
 }
 
@@ -104,7 +116,7 @@ void ZTCHostBacklog::takeMeasures(ZTCMeasures&& arMeasures) noexcept {
     } catch (const std::bad_alloc&) {
         mLost.mSums += lCount;
     }
-    mBytes = mNews.getBytes();
+    countBytes();
 }
 
 // It takes a while: only where there is something to fold.
@@ -114,9 +126,10 @@ void ZTCHostBacklog::makeCoarser() noexcept {
     }
     try {
         mNews.coarsen();
-        mBytes = mCoarseBytes = mNews.getBytes();
+        countBytes();
+        mCoarseBytes = mBytes;
     } catch (const std::bad_alloc&) {
-        // Then it stays as it is.
+        countBytes();  // some of the sums may be coarser
     }
 }
 
@@ -134,6 +147,7 @@ std::vector<ZTSChange> ZTCHostBacklog::listLost(ZTNanoseconds aTime) const {
 
 ZTSHostNews ZTCHostBacklog::detach() noexcept {
     mLost = {};
-    mBytes = mCoarseBytes = 0;
+    mFpins = 0;
+    mBytes = mMeasureBytes = mCoarseBytes = 0;
     return std::exchange(mNews, {});
 }

@@ -35,11 +35,14 @@ class ZTCHostBacklog {
     template <class Thing>
     void dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept;
     void makeCoarser() noexcept;
+    void countBytes() noexcept;
     std::size_t countEventBytes() const;
 
     const std::size_t mLimit;
     ZTSHostNews mNews;
-    std::size_t mBytes = 0;
+    std::uint64_t mFpins = 0;  // that wait, with how often each came
+    std::size_t mBytes = 0;    // at least what there is: what became one may count for two
+    std::size_t mMeasureBytes = 0;
     std::size_t mCoarseBytes = 0;  // what was left when it was made coarser last
     Lost mLost;
 };

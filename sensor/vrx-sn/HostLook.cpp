@@ -52,6 +52,7 @@ void ZTCHostLook::settle() {
     for (ZTCLookThread* const lpThread : {mpFiles.get(), mpPorts.get(), mpDisks.get()}) {
         lpThread->end();
     }
+    mpDisks->waitForEnd(Clock::now() + sPatience);
     mpBook->settle();
 }
 

@@ -47,7 +47,8 @@ class ZTCHostLook {
     void setStart(const ZTSStoreStart& acrStart) { mpBook->setStart(acrStart); }
     /// Tells of those who do not answer, once they have not for a minute.
     void tellTrouble(Clock::time_point aNow);
-    /// Nothing more is looked at, and what was seen is in the buffer. Does not wait.
+    /// Nothing more is looked at, and what was seen is in the buffer. Waits for a second at most, for one who
+    /// asks nobody that may keep it.
     void settle();
 
   private:

@@ -60,6 +60,11 @@ void ZTCLookThread::run(Shared& arShared) {
     while (!arShared.mEnds) {
         arShared.look();
     }
+    try {
+        arShared.mpLooker->end();
+    } catch (const std::bad_alloc&) {
+        // Then it is lost with the process.
+    }
     const std::lock_guard lLock(arShared.mLock);
     arShared.mHasEnded = true;
     arShared.mChanged.notify_all();

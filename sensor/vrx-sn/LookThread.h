@@ -22,6 +22,8 @@ class ZTCLooker {
     /// Returns when the next look is due at the latest. Throws std::bad_alloc alone: the next one comes in a
     /// second.
     virtual Clock::time_point look() = 0;
+    /// Behind the last look: tells what it has kept back. Throws std::bad_alloc alone.
+    virtual void end() {}
     /// What else than the time it is to be woken by, when it is readable; -1: nothing.
     virtual std::array<int, 2> getDescriptors() const { return {-1, -1}; }
     /// A look has taken so long.

@@ -31,8 +31,8 @@ struct ZTSHostNews {
 
     bool isEmpty() const;
     std::size_t getBytes() const;
-    /// What came later. FPINs that say the same within ten seconds become one, a stall that is over its
-    /// begin.
+    /// What came later. Of the newest FPINs those that say the same within ten seconds become one, a stall
+    /// that is over its begin.
     void join(ZTSHostNews aMore);
     /// FPINs that say the same become one, whenever they came, and sums of minutes those of hours. Throws
     /// std::bad_alloc: nothing has changed but some of the sums.

@@ -1,8 +1,6 @@
 // Reads what comes into the history.
 #pragma once
 
-#include <set>
-
 #include "StoreReader.h"
 
 /// What comes behind a place, in the order in which it came: a record once when it is there, and if it was
@@ -30,5 +28,4 @@ class ZTCStoreFollow {
 
     const ZTSHistoryFilter mFilter;
     ZTSStorePlace mPlace;
-    std::optional<std::set<std::uint64_t>> mOpenStalls;  ///< that were told
 };

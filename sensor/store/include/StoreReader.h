@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <limits>
+#include <set>
 #include <unordered_map>
 
 #include "HostNews.h"
@@ -122,6 +123,7 @@ struct ZTSStorePlace {
     std::uint64_t mLastChange = 0;
     std::uint64_t mLastFpin = 0;
     std::uint64_t mLastStall = 0;
+    std::set<std::uint64_t> mOpenStalls{};  ///< up to that one, those that are not over
 };
 
 /// One thread. Everything is read in transactions of a quarter of a second at most, so that whoever writes

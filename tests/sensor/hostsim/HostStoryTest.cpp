@@ -117,6 +117,16 @@ TEST_F(HostStory, AStallOfEachKindIsToldWithinTenSeconds) {
     EXPECT_EQ(mStand.ask("SELECT count(*) FROM stalls WHERE disk = 'vda' AND hits = '/scratch'"), 1);
     mHost.play("go-on sdb\ngo-on dm-2\ngo-on dm-8\ngo-on vda");
     EXPECT_TRUE(waitFor(0, "SELECT count(*) FROM stalls WHERE over = 0"));
+    // Sums of LUNs are kept back for a minute: at the end they are there too.
+    EXPECT_EQ(mStand.endSensor(), 0);
+    const auto lSum = [&](const char* apWhose) {
+        return mStand.ask(std::string("SELECT coalesce(sum(value), 0) FROM measure_hours WHERE measure = "
+                                      "(SELECT id FROM measure WHERE name = 'commands') AND measured IN "
+                                      "(SELECT id FROM measured WHERE lun ") +
+                          apWhose + " '')");
+    };
+    EXPECT_GT(lSum("="), 0);
+    EXPECT_EQ(lSum("<>"), lSum("="));
 }
 
 // 1,024 LUNs by eight paths; vrx-sn has a minute for a round.

@@ -149,6 +149,7 @@ TEST_F(HostTables, WhatGoesOnIsOneRow) {
     lWriter.write({});
     ZTCStoreReader lReader(mPath);
     ZTCStoreFollow lFollow({}, lReader.readPlace());
+    std::optional<ZTCStoreFollow> lLate;  // prints a long history before its first read
     for (std::int64_t lSecond = 0; lSecond < 15; ++lSecond) {
         ZTSStoreBatch lBatch;
         lBatch.mHost.mFpins = {ZTHostBatch(lBegin + lSecond).mHost.mFpins.at(0)};
@@ -156,6 +157,9 @@ TEST_F(HostTables, WhatGoesOnIsOneRow) {
         lBatch.mHost.mStalls[0].mLast += lSecond * ZTSecond;
         lBatch.mHost.mStalls[0].mIsOver = lSecond == 14;
         lWriter.write(lBatch);
+        if (lSecond == 7) {
+            lLate.emplace(ZTSHistoryFilter(), lReader.readPlace());
+        }
         ZTCStoreFollow::News lNews;
         EXPECT_FALSE(lFollow.read(lReader, lNews));
         EXPECT_EQ(lNews.mStalls.size(), lSecond == 0 || lSecond == 14 ? 1U : 0U) << lSecond;
@@ -163,6 +167,10 @@ TEST_F(HostTables, WhatGoesOnIsOneRow) {
         const bool lIsOpen = lSecond < 14;
         EXPECT_EQ(lReader.readStalls((lBegin + 3600) * ZTSecond, INT64_MAX).size(), lIsOpen ? 1U : 0U);
     }
+    ZTCStoreFollow::News lNews;
+    EXPECT_FALSE(lLate->read(lReader, lNews));
+    ASSERT_EQ(lNews.mStalls.size(), 1U);
+    EXPECT_TRUE(lNews.mStalls[0].mStall.mIsOver);
     EXPECT_EQ(ask("SELECT group_concat(times, '') FROM fpins"), 2010);
     EXPECT_EQ(ask("SELECT sum(count) FROM fpins"), 15 * 17);
     EXPECT_EQ(lReader.readFpins((lBegin + 12) * ZTSecond, INT64_MAX).size(), 1U);
