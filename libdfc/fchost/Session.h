@@ -3,8 +3,8 @@
 #pragma once
 
 #include "Boards.h"
-#include "FcSettings.h"
 #include "FcFpins.h"
+#include "FcSettings.h"
 #include "Netlink.h"
 #include "Registrations.h"
 #include "Report.h"
