@@ -161,7 +161,10 @@ void ZTCLuns::makeFollowedDue() {
     for (const ZTSScsiAddress& lrAddress : lDue) {
         mRound.makeDue(lrAddress, 1);
     }
-    std::erase_if(mFollowed, [](auto& arFollowed) { return --arFollowed.second == 0; });
+    for (auto& [lrInitiator, lrSteps] : mFollowed) {
+        --lrSteps;
+    }
+    std::erase_if(mFollowed, [](const auto& acrFollowed) { return acrFollowed.second == 0; });
 }
 
 void ZTCLuns::list() {
