@@ -301,6 +301,14 @@ TEST_F(HostStorage, APathIsAsWhoKnowsBestSays) {
     EXPECT_TRUE(contains(look(60), "mpatha dm-0 36006:\n"));
 }
 
+TEST_F(HostStorage, OneThatCannotBeReadKeepsNothingElseBack) {
+    std::filesystem::create_symlink("nowhere", mTree / mTree.lunAt("3:0:7:1"));
+    look(4);
+    EXPECT_FALSE(mStorage.isWhole());  // it may be coming
+    look(8);
+    EXPECT_TRUE(mStorage.isWhole());
+}
+
 TEST_F(HostStorage, ErrorsAreCountedAsTheyGrow) {
     const std::string lName = "naa.60060160000000000000000000000001";
     const auto lSet = [&](const char* apCounter, const char* apValue) {
