@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::chrono::seconds sEvery(1);
 constexpr std::chrono::milliseconds sSlice(5);        // of processor time
-constexpr std::chrono::minutes sAskEvery(1);          // where paths are inferred
+constexpr std::chrono::minutes sDoubtEvery(1);        // what was told of paths, where no uevents come
 constexpr std::chrono::seconds sBlindSpotsAfter(10);  // even if not all is known
 constexpr unsigned int sMostMessages = 1024;          // at once
 
@@ -23,7 +23,8 @@ std::chrono::nanoseconds sProcessorTime() {
 }  // namespace
 
 ZTCDisksLook::ZTCDisksLook(const std::string& acrRoot, std::shared_ptr<ZTCHostBook> apBook,
-                           std::shared_ptr<ZTCFilesLook> apFiles, std::function<void()> aAskForPaths)
+                           std::shared_ptr<ZTCFilesLook> apFiles,
+                           std::function<void(std::uint64_t)> aAskForPaths)
     : mRoot(acrRoot),
       mpBook(std::move(apBook)),
       mpFiles(std::move(apFiles)),
@@ -34,7 +35,7 @@ ZTCDisksLook::ZTCDisksLook(const std::string& acrRoot, std::shared_ptr<ZTCHostBo
       mBegan(Clock::now()),
       mNextSlice(mBegan),
       mNextDisks(mBegan),
-      mNextQuestion(mBegan + sAskEvery) {}
+      mNextDoubt(mBegan + sDoubtEvery) {}
 
 std::array<int, 2> ZTCDisksLook::getDescriptors() const {
     return {mTransport.getDescriptor(), mUevents.getDescriptor()};
@@ -72,6 +73,8 @@ void ZTCDisksLook::takeTransport() {
         if (lGot == ZTCKernelMessages::Got::Message) {
             lpPorts = lpPorts != nullptr ? lpPorts : mpBook->getPorts();
             mMessages.take(lBytes, *lpPorts, ZTSMoment::now().mTime, mFpins);
+        } else if (lGot == ZTCKernelMessages::Got::Lost) {
+            mMessages.noteLoss(ZTSMoment::now().mTime);
         }
     }
     if (!mFpins.empty()) {
@@ -82,6 +85,7 @@ void ZTCDisksLook::takeTransport() {
 
 // By their numbers, which say how many they were.
 void ZTCDisksLook::noteLostMessages() {
+    mMessages.step(ZTSMoment::now().mTime);
     const std::uint64_t lLost = mMessages.countLost();
     if (lLost != mLostMessages) {
         mpBook->loseMessages(lLost - mLostMessages, ZTSMoment::now().mTime);
@@ -97,7 +101,6 @@ void ZTCDisksLook::takeUevents() {
         lGot = mUevents.receive(lBytes);
         if (lGot == ZTCKernelMessages::Got::Lost) {
             mStorage.lookAnew();
-            mNextQuestion = Clock::time_point();
         } else if (lGot == ZTCKernelMessages::Got::Message) {
             if (const auto lEvent = readUevent(lBytes)) {
                 mStorage.take(*lEvent);
@@ -110,7 +113,7 @@ void ZTCDisksLook::takeUevents() {
 
 void ZTCDisksLook::lookAtStorage(Clock::time_point aNow) {
     if (const auto lPaths = mpFiles->takePaths()) {
-        mStorage.takePaths(*lPaths);
+        mStorage.takePaths(lPaths->mPaths, lPaths->mQuestion);
     }
     const auto lBegan = sProcessorTime();
     mIsUntold |= mStorage.step(*mpBook->getPorts(), sSlice, ZTSMoment::now().mTime, mMeasures);
@@ -123,14 +126,13 @@ void ZTCDisksLook::lookAtStorage(Clock::time_point aNow) {
     noteLeftOut();
 }
 
-// A map that came, or a multipathd that did not answer at the start.
 void ZTCDisksLook::askForPaths(Clock::time_point aNow) {
-    const auto& lrMaps = mStorage.getStorage().mMaps;
-    const bool lIsInferred =
-        std::any_of(lrMaps.begin(), lrMaps.end(), [](const ZTSMap& acrMap) { return acrMap.isInferred(); });
-    if (aNow >= mNextQuestion && (lIsInferred || mNextQuestion == Clock::time_point())) {
-        mNextQuestion = aNow + sAskEvery;
-        mAskForPaths();
+    if (aNow >= mNextDoubt) {
+        mNextDoubt = aNow + sDoubtEvery;
+        mUevents.getWhyNot().empty() ? void() : mStorage.doubtPaths();
+    }
+    if (const auto lQuestion = mStorage.takeQuestion()) {
+        mAskForPaths(*lQuestion);
     }
 }
 
