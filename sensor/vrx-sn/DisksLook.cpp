@@ -11,6 +11,7 @@ namespace {
 constexpr std::chrono::seconds sEvery(1);
 constexpr std::chrono::milliseconds sSlice(5);        // of processor time
 constexpr std::chrono::minutes sDoubtEvery(1);        // what was told of paths, where no uevents come
+constexpr std::chrono::minutes sPortsPatience(1);     // a driver may stand
 constexpr std::chrono::seconds sBlindSpotsAfter(10);  // even if not all is known
 constexpr unsigned int sMostMessages = 1024;          // at once
 
@@ -118,7 +119,9 @@ void ZTCDisksLook::lookAtStorage(Clock::time_point aNow) {
     const auto lBegan = sProcessorTime();
     mIsUntold |= mStorage.step(*mpBook->getPorts(), sSlice, ZTSMoment::now().mTime, mMeasures);
     mpBook->noteSlice(sProcessorTime() - lBegan);
-    if (mIsUntold && mStorage.isWhole()) {
+    // Ports are part of a LUN's name: what is told without them comes and goes once more with them.
+    const bool lAreNamed = mpBook->hasSeenPorts() || aNow - mBegan >= sPortsPatience;
+    if (mIsUntold && lAreNamed && mStorage.isWhole()) {
         mpBook->seeStorage(mStorage.getStorage(), ZTSMoment::now().mTime);
         mIsUntold = false;
     }
