@@ -415,6 +415,20 @@ TEST_F(HostPaths, AMapThatIsBeingMadeHasNotLostItsPaths) {
     EXPECT_TRUE(contains(look(4), "mpathc dm-8 36008:\n"));
 }
 
+TEST_F(HostStorage, OneOfAnAdapterThatIsNotKnownYetIsToldWithItsPort) {
+    EXPECT_EQ(look(4), sWhole);
+    mTree.addLun("4:0:5:1", "sdd", "8:48", 1);
+    tell("/devices/x/4:0:5:1", "add", {{"DEVTYPE", "scsi_device"}});
+    EXPECT_EQ(look(12), sWhole);
+    mPorts.mLocal.push_back(mPorts.mLocal[0]);
+    mPorts.mLocal[1].mHost = "host4";
+    mPorts.mLocal[1].mNames.mPort = port(0x1000000000000002);
+    EXPECT_TRUE(contains(look(2), "4:0:5:1 2>5/1 sdd"));
+    mTree.addLun("5:0:6:1", "sde", "8:64", 1);  // one that stays unknown is told all the same
+    EXPECT_FALSE(contains(look(55), "5:0:6:1"));
+    EXPECT_TRUE(contains(look(52), "5:0:6:1 0>6/1 sde"));
+}
+
 TEST_F(HostStorage, OneThatCannotBeReadKeepsNothingElseBack) {
     std::filesystem::create_symlink("nowhere", mTree / mTree.lunAt("3:0:7:1"));
     look(4);
