@@ -92,8 +92,8 @@ void Spots::addPorts() {
 void Spots::addStorage() {
     if (mrSight.mLuns != 0 && mrSight.mMaps == 0) {
         add("paths", "", "there is no multipath: each path is on its own");
-    } else if (mrSight.mMaps != 0 && !mrSight.mNoMultipathd.empty()) {
-        add("paths", "", "how they stood at the start is inferred: " + mrSight.mNoMultipathd, false);
+    } else if (mrSight.mInferredMaps != 0 && !mrSight.mNoMultipathd.empty()) {
+        add("paths", "", "how some stand is inferred: " + mrSight.mNoMultipathd, false);
     }
     if (!mrSight.mHasDiskStats) {
         add("stalls", "", "/proc/diskstats cannot be read");

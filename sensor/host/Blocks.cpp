@@ -16,6 +16,7 @@ constexpr const char* sAttributes[] = {"dev", "dm/name", "dm/uuid"};
 constexpr std::string_view sMapUuid = "mpath-";
 constexpr std::size_t sMostBeneath = 1024;  // of one, paths too
 constexpr std::size_t sMostPartitions = 256;
+constexpr unsigned int sLooksWithout = 3;  // until it is believed that a map has no paths
 
 // No path leads to these.
 constexpr std::array<std::string_view, 6> sPlain{"loop", "ram", "zram", "sr", "fd", "nbd"};
@@ -65,6 +66,12 @@ bool ZTCBlocks::Block::isMap() const {
     return mUuid.starts_with(sMapUuid);
 }
 
+bool ZTCBlocks::isWhole() const {
+    return mRound.isWhole() && std::ranges::none_of(mRound.getItems(), [](const auto& acrItem) {
+               return acrItem.second.mValue.isMap() && acrItem.second.mValue.mLooks < sLooksWithout;
+           });
+}
+
 ZTCBlocks::ZTCBlocks(const std::string& acrRoot) : mPath(acrRoot + "/sys/block/") {}
 
 void ZTCBlocks::take(const ZTSUevent& acrEvent) {
@@ -82,6 +89,7 @@ void ZTCBlocks::take(const ZTSUevent& acrEvent) {
 }
 
 void ZTCBlocks::list() {
+    mHasChanged |= !mRound.isListed();  // what the list does not have has gone
     mHasChanged |= mRound.listIfDue(mPath, [](const char* apName) {
         return isBlockName(apName) && !sIsPlain(apName) ? std::optional<std::string>(apName) : std::nullopt;
     });
@@ -128,9 +136,17 @@ ZTESysfsRead ZTCBlocks::read(const std::string& acrDisk, Block& arBlock) {
     if (lNew.mDevice == 0 && !lFolder.isHere()) {
         return ZTESysfsRead::Gone;
     }
+    if (lNew.mOver != arBlock.mOver && std::ranges::any_of(lNew.mOver, [this](const std::string& acrName) {
+            return !mRound.getItems().contains(acrName);
+        })) {
+        mRound.makeListDue();  // it may have come since
+    }
+    // When device mapper makes one, it has nothing beneath for a moment.
+    const bool lIsComing = lIsMapped && lNew.mOver.empty() && (lNew.mUuid.empty() || lNew.isMap());
+    lNew.mLooks = lIsComing ? std::min(lNew.mLooks + 1, sLooksWithout) : sLooksWithout;
     mHasChanged |= lNew != arBlock;
     arBlock = std::move(lNew);
-    return arBlock.mDevice != 0 ? ZTESysfsRead::Whole : ZTESysfsRead::Partly;
+    return arBlock.mDevice != 0 && !lIsComing ? ZTESysfsRead::Whole : ZTESysfsRead::Partly;
 }
 
 std::vector<ZTSMap> ZTCBlocks::listMaps(const ZTCPathStates& acrStates,
@@ -138,7 +154,7 @@ std::vector<ZTSMap> ZTCBlocks::listMaps(const ZTCPathStates& acrStates,
                                         std::size_t aMost, std::size_t& arLeftOut) const {
     std::vector<ZTSMap> lMaps;
     for (const auto& [lrDisk, lrItem] : mRound.getItems()) {
-        if (!lrItem.mIsRead || !lrItem.mValue.isMap()) {
+        if (!lrItem.mIsRead || !lrItem.mValue.isMap() || lrItem.mValue.mLooks < sLooksWithout) {
             continue;
         }
         if (lMaps.size() == aMost) {
@@ -162,17 +178,35 @@ ZTSMap ZTCBlocks::mapOf(const std::string& acrDisk, const Block& acrBlock, const
                 0};
     std::vector<std::size_t> lUntold;
     std::uint32_t lUsable = 0;
+    std::size_t lGone = 0;
+    const bool lIsAll = mRound.isListed() && mRound.getLeftOut() == 0;
     for (const std::string& lrPath : acrBlock.mOver) {
-        const Block* const lpPath = mRound.find(lrPath);
-        const auto lTold = acrStates.find(lrPath, lpPath != nullptr ? lpPath->mDevice : 0);
+        // Device mapper holds on to what has gone: the table has it still, and a link that leads nowhere.
+        const auto lAt = mRound.getItems().find(lrPath);
+        const bool lIsHere = lAt != mRound.getItems().end();
+        if (!lIsHere && lIsAll && !sIsPlain(lrPath)) {
+            ++lGone;
+            lMap.mPaths.push_back({lrPath, false, ZTEPathSource::Ports});
+            continue;
+        }
+        const auto lTold = acrStates.find(lrPath, lIsHere ? lAt->second.mValue.mDevice : 0);
         if (!lTold) {
             lUntold.push_back(lMap.mPaths.size());
         }
         lMap.mPaths.push_back(lTold.value_or(ZTSPath{lrPath}));
         lUsable += lMap.mPaths.back().mIsUsable ? 1 : 0;
     }
-    // How many are left may say of the others that all are usable, or none.
+    // How many are left is newer than any answer, and may say of the others that all are usable, or none.
     const auto lLeft = acrStates.countUsable(acrDisk);
+    if (lLeft && (lUsable > *lLeft || lUsable + lUntold.size() + lGone < *lLeft)) {
+        for (std::size_t lAt = 0; lAt < lMap.mPaths.size(); ++lAt) {
+            const ZTSPath& lrPath = lMap.mPaths[lAt];
+            if (lrPath.mSource == ZTEPathSource::Multipathd) {
+                lUntold.push_back(lAt);
+                lUsable -= lrPath.mIsUsable ? 1 : 0;
+            }
+        }
+    }
     const bool lAreNone = lLeft && *lLeft == lUsable;
     const bool lAreAll = lLeft && *lLeft == lUsable + lUntold.size();
     for (const std::size_t lAt : lUntold) {
@@ -180,7 +214,7 @@ ZTSMap ZTCBlocks::mapOf(const std::string& acrDisk, const Block& acrBlock, const
         lrPath.mSource = lAreNone || lAreAll ? ZTEPathSource::Kernel : ZTEPathSource::Ports;
         lrPath.mIsUsable = lAreAll || (!lAreNone && acrInfer(lrPath.mDisk));
     }
-    lMap.mTotal = static_cast<std::uint32_t>(lMap.mPaths.size());
+    lMap.mTotal = static_cast<std::uint32_t>(lMap.mPaths.size() - lGone);
     return lMap;
 }
 

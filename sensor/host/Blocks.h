@@ -27,7 +27,7 @@ class ZTCBlocks {
     /// Since haveTold.
     bool hasChanged() const { return mHasChanged; }
     void haveTold() { mHasChanged = false; }
-    bool isWhole() const { return mRound.isWhole(); }
+    bool isWhole() const;
     std::size_t countDue() const { return mRound.countDue(); }
     std::size_t getLeftOut() const { return mRound.getLeftOut(); }
 
@@ -55,6 +55,7 @@ class ZTCBlocks {
         std::vector<std::string> mOver;
         std::vector<Partition> mPartitions;
         bool mIsPath = false;
+        unsigned int mLooks = 0;  // that have found nothing beneath, as long as that may be a moment
 
         bool operator==(const Block&) const = default;
         bool isMap() const;

@@ -12,6 +12,7 @@
 
 namespace {
 
+constexpr ZTNanoseconds sNumberSoon = 10 * ZTSecond;
 constexpr std::int32_t sReordered = 256;  // messages that one may come late by
 
 // Words as they are searched for: "invalid_crc". Null: the number.
@@ -102,6 +103,22 @@ void ZTCFcMessages::take(std::span<const unsigned char> aBytes, const ZTSHostPor
     });
 }
 
+void ZTCFcMessages::noteLoss(ZTNanoseconds aTime) {
+    if (mNextNumber) {
+        mLossAt = mLossAt.value_or(aTime);
+    } else {
+        ++mLost;
+    }
+}
+
+void ZTCFcMessages::step(ZTNanoseconds aTime) {
+    if (mLossAt && aTime - *mLossAt >= sNumberSoon) {
+        mLossAt.reset();
+        ++mLost;
+        ++mLate;  // it is among those that a number tells of then
+    }
+}
+
 // Two messages may pass each other on their way: one that comes late is not lost, so the next gap is that
 // much shorter. What was told stands.
 void ZTCFcMessages::count(std::uint32_t aNumber) {
@@ -114,5 +131,8 @@ void ZTCFcMessages::count(std::uint32_t aNumber) {
     const std::uint64_t lOfLate = std::min(lGap, mLate);
     mLate -= lOfLate;
     mLost += lGap - lOfLate;
+    if (lGap != 0) {  // what still waited is older than the loss, and has none
+        mLossAt.reset();
+    }
     mNextNumber = aNumber + 1;  // also when the kernel counts from the beginning again
 }

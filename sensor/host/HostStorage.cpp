@@ -1,5 +1,6 @@
 #include "HostStorage.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 #include <unordered_map>
@@ -37,6 +38,7 @@ class ZTCHostStorage::Impl {
               ZTCMeasures& arMeasures);
     bool isWhole() const { return mIsWhole; }
     std::size_t getLeftOut() const;
+    std::optional<std::uint64_t> takeQuestion();
 
     ZTSHostStorage mStorage;
     ZTCPathStates mStates;
@@ -55,6 +57,7 @@ class ZTCHostStorage::Impl {
     std::map<std::pair<ZTSWwn, ZTSWwn>, bool> mIsRemoteOnline;  // by initiator and target
     bool mIsWhole = false;
     std::size_t mMapsLeftOut = 0;
+    std::size_t mMapsInferred = 0;
 
     // What is to be told anew.
     bool mAreMapsDue = true;
@@ -92,7 +95,7 @@ bool ZTCHostStorage::Impl::step(const ZTSHostPorts& acrPorts, std::chrono::nanos
     mLuns.readRound(lSlice, 4 * sMuchMore, aTime, arMeasures);
     mBlocks.readRound(lSlice, 4 * sMuchMore);
     tell();
-    mIsWhole |= mLuns.isWhole() && mBlocks.isWhole() && mMountTable.hasLooked();
+    mIsWhole = mIsWhole || (mLuns.isWhole() && mBlocks.isWhole() && mMountTable.hasLooked());
     return std::exchange(mHasChanged, false);
 }
 
@@ -173,9 +176,22 @@ void ZTCHostStorage::Impl::tellMaps() {
             return lAt == lLuns.end() || isInferredUsable(*lAt->second);
         },
         MostMaps, lLeftOut);
+    const auto lInferred = static_cast<std::size_t>(std::ranges::count_if(lMaps, &ZTSMap::isInferred));
+    if (lInferred > std::exchange(mMapsInferred, lInferred)) {
+        mStates.askSoon();
+    }
     mHasChanged |= lMaps != mStorage.mMaps;
     mStorage.mMaps = std::move(lMaps);
     mMapsLeftOut = lLeftOut;
+}
+
+std::optional<std::uint64_t> ZTCHostStorage::Impl::takeQuestion() {
+    const auto lIsUntold = [](const ZTSPath& acrPath) { return acrPath.mSource != ZTEPathSource::Kernel; };
+    return mStorage.mMaps.empty()
+               ? std::nullopt
+               : mStates.takeQuestion(std::ranges::any_of(mStorage.mMaps, [&](const ZTSMap& acrMap) {
+                     return std::ranges::any_of(acrMap.mPaths, lIsUntold);
+                 }));
 }
 
 // What is not known speaks for it.
@@ -203,8 +219,16 @@ void ZTCHostStorage::lookAnew() {
     mpImpl->lookAnew();
 }
 
-void ZTCHostStorage::takePaths(const std::vector<ZTSMultipathdPath>& acrPaths) {
-    mpImpl->mStates.takeAnswer(acrPaths);
+void ZTCHostStorage::doubtPaths() {
+    mpImpl->mStates.doubt();
+}
+
+std::optional<std::uint64_t> ZTCHostStorage::takeQuestion() {
+    return mpImpl->takeQuestion();
+}
+
+void ZTCHostStorage::takePaths(const std::vector<ZTSMultipathdPath>& acrPaths, std::uint64_t aQuestion) {
+    mpImpl->mStates.takeAnswer(acrPaths, aQuestion);
 }
 
 bool ZTCHostStorage::step(const ZTSHostPorts& acrPorts, std::chrono::nanoseconds aAim, ZTNanoseconds aTime,

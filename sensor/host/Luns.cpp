@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <iterator>
 #include <utility>
@@ -33,6 +34,7 @@ constexpr Counter sCounters[] = {{"ioerr", true}, {"iotmo", true}, {"iorequest",
 
 constexpr unsigned int sStepsFollowed = 32;  // the usual times until commands to a lost port fail are shorter
 constexpr unsigned int sFollowedEach = 2;
+constexpr unsigned int sStepsKeptBack = 60;
 constexpr std::size_t sMostRemotePorts = 1024;  // of a host whose targets do not tell their names
 
 using Read = std::optional<std::string_view>;
@@ -167,7 +169,21 @@ void ZTCLuns::makeFollowedDue() {
     std::erase_if(mFollowed, [](const auto& acrFollowed) { return acrFollowed.second == 0; });
 }
 
+// Its target is a port's, and the port is part of its name, but its driver does not show it yet.
+bool ZTCLuns::isKeptBack(const Lun& acrLun) const {
+    return !acrLun.mIsTold && acrLun.mLun.mTarget != ZTSWwn() && acrLun.mLun.mInitiator == ZTSWwn() &&
+           mSteps - acrLun.mSince < sStepsKeptBack;
+}
+
+bool ZTCLuns::isWhole() const {
+    return mRound.isWhole() && std::ranges::none_of(mRound.getItems(), [this](const auto& acrItem) {
+               return isKeptBack(acrItem.second.mValue);
+           });
+}
+
 void ZTCLuns::list() {
+    ++mSteps;
+    mHasChanged |= mIsAnyKeptBack;
     if (!mFollowed.empty()) {
         makeFollowedDue();
     }
@@ -208,6 +224,7 @@ ZTESysfsRead ZTCLuns::read(const ZTSScsiAddress& acrAddress, Lun& arLun, bool aI
     Lun lNew = arLun;
     ZTSLun& lrNew = lNew.mLun;
     lrNew.mAddress = acrAddress.toText();
+    lNew.mSince = lNew.mSince != 0 ? lNew.mSince : mSteps;
     const std::string lPath = folderOf(lrNew.mAddress);
     ZTCSysfsFolder lFolder(lPath, sAttributes);
     sSet(lrNew.mState, lFolder.read(A_State));
@@ -324,21 +341,28 @@ bool ZTCLuns::tell(std::vector<ZTSLun>& arLuns) {
     lLuns.reserve(lMost);
     lTold.reserve(lMost);
     mRound.each([&](const ZTSScsiAddress&, const Lun& acrLun) {
-        if (acrLun.mHasChanged) {
+        if (acrLun.mHasChanged && !isKeptBack(acrLun)) {
             lChanged.push_back(acrLun.mLun);
         }
     });
     std::size_t lOld = 0, lNew = 0;
+    bool lIsAnyKeptBack = false;
     mRound.each([&](const ZTSScsiAddress& acrAddress, Lun& arLun) {
+        if (isKeptBack(arLun)) {
+            lIsAnyKeptBack = true;
+            return;
+        }
         while (lOld < mTold.size() && mTold[lOld] < acrAddress) {
             ++lOld;
         }
         lLuns.push_back(std::move(arLun.mHasChanged ? lChanged[lNew++] : arLuns[lOld]));
         lTold.push_back(acrAddress);
         arLun.mHasChanged = false;
+        arLun.mIsTold = true;
     });
     arLuns = std::move(lLuns);
     mTold = std::move(lTold);
     mHasChanged = false;
+    mIsAnyKeptBack = lIsAnyKeptBack;
     return true;
 }

@@ -35,7 +35,7 @@ class ZTCLuns {
 
     /// Makes arLuns what is known now. False: it is already.
     bool tell(std::vector<ZTSLun>& arLuns);
-    bool isWhole() const { return mRound.isWhole(); }
+    bool isWhole() const;
     std::size_t countDue() const { return mRound.countDue(); }
     std::size_t getLeftOut() const { return mRound.getLeftOut(); }
 
@@ -45,6 +45,8 @@ class ZTCLuns {
         ZTSLun mLun;
         bool mIsDisk = false;
         bool mHasChanged = true;  // since it was told
+        bool mIsTold = false;
+        std::uint64_t mSince = 0;  // the step that has found it
         std::array<std::optional<std::uint64_t>, CounterCount> mCounts;
     };
     struct Port {
@@ -54,6 +56,7 @@ class ZTCLuns {
         bool operator==(const Port&) const = default;
     };
 
+    bool isKeptBack(const Lun& acrLun) const;
     void makeFollowedDue();
     std::string folderOf(const std::string& acrAddress) const;
     ZTESysfsRead read(const ZTSScsiAddress& acrAddress, Lun& arLun, bool aIsWhole, ZTNanoseconds aTime,
@@ -75,6 +78,8 @@ class ZTCLuns {
     // Of a host whose targets do not tell their names; for a round at most.
     std::map<std::uint32_t, std::map<ZTSScsiTarget, ZTSWwn>> mOfRemotePorts;
     unsigned int mSinceRemotePorts = 0;
+    std::uint64_t mSteps = 0;
+    bool mIsAnyKeptBack = false;
     bool mHasChanged = false;
     std::vector<ZTSScsiAddress> mTold;
 };

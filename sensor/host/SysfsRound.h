@@ -28,6 +28,7 @@ class ZTCSysfsRound {
         std::uint64_t mListing = 0;  ///< the last one that found it
         unsigned int mDue = 0;       ///< it is read at each of so many steps
         bool mIsRead = false;
+        bool mIsAwaited = false;  ///< it was not read yet, and may be
         Value mValue;
     };
     using Items = std::map<Key, Item>;
@@ -38,6 +39,8 @@ class ZTCSysfsRound {
     std::size_t getLeftOut() const { return mLeftOut; }
     /// Each has been read, or could not be.
     bool isWhole() const { return mIsListed && mUnread == 0; }
+    /// What is not among the items is not there.
+    bool isListed() const { return mIsListed && !mIsListDue; }
     std::size_t countDue() const { return mDue; }
     const Value* find(const Key& acrKey) const {
         const auto lAt = mItems.find(acrKey);
@@ -151,15 +154,14 @@ class ZTCSysfsRound {
         const bool lIsNew = lAt == mItems.end();
         if (lIsNew) {
             lAt = mItems.try_emplace(acrKey).first;
-            ++mUnread;
         }
         Item& lrItem = lAt->second;
         lrItem.mListing = mListing;
         if (!lIsNew && lrItem.mInode == aInode) {
             return false;
         }
-        mUnread += lrItem.mIsRead ? 1 : 0;
         lrItem.mIsRead = false;
+        setAwaited(lrItem, true);
         lrItem.mInode = aInode;
         lrItem.mValue = {};
         setDue(lrItem, StepsBehind);
@@ -168,9 +170,10 @@ class ZTCSysfsRound {
     bool haveRead(Item& arItem, ZTESysfsRead aRead) {
         if (aRead == ZTESysfsRead::Gone) {
             mIsListDue = true;
-        } else if (!arItem.mIsRead) {
-            --mUnread;
+            setAwaited(arItem, arItem.mIsAwaited && arItem.mDue > 1);  // else nothing would ever be whole
+        } else {
             arItem.mIsRead = true;
+            setAwaited(arItem, false);
         }
         return aRead == ZTESysfsRead::Whole;
     }
@@ -179,9 +182,14 @@ class ZTCSysfsRound {
         arItem.mDue = aSteps;
         mDue += arItem.mDue != 0 ? 1 : 0;
     }
+    void setAwaited(Item& arItem, bool aIsAwaited) {
+        mUnread -= arItem.mIsAwaited ? 1 : 0;
+        arItem.mIsAwaited = aIsAwaited;
+        mUnread += arItem.mIsAwaited ? 1 : 0;
+    }
     void forget(Item& arItem) {
         setDue(arItem, 0);
-        mUnread -= arItem.mIsRead ? 0 : 1;
+        setAwaited(arItem, false);
     }
 
     const std::size_t mMost;

@@ -2,7 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <map>
+#include <set>
 #include <tuple>
 
 namespace {
@@ -58,21 +61,8 @@ std::string sNameOf(const ZTSVolume& acrVolume) {
 std::string sTextOf(const ZTSVolume&) {
     return "";
 }
-std::vector<Attribute> sAttributesOf(const ZTSVolume&) {
-    return {};
-}
-
-std::string_view sKeyOf(const ZTSMount& acrMount) {
-    return acrMount.mPoint;
-}
-std::string sNameOf(const ZTSMount& acrMount) {
-    return acrMount.mPoint;
-}
-std::string sTextOf(const ZTSMount& acrMount) {
-    return acrMount.mType;
-}
-std::vector<Attribute> sAttributesOf(const ZTSMount&) {
-    return {};
+std::vector<Attribute> sAttributesOf(const ZTSVolume& acrVolume) {
+    return {{"over", fmt::format("{}", fmt::join(acrVolume.mOver, " "))}};
 }
 
 /// The rows of one kind: what are too many is counted.
@@ -150,6 +140,75 @@ void sList(const char* apKind, const std::vector<Thing>& acrBefore, const std::v
     lRows.end();
 }
 
+// What the kernel may number anew when it is booted, by its name.
+using Names = std::map<std::string_view, std::string_view>;
+Names sNamesOf(const ZTSHostStorage& acrStorage) {
+    Names lNames;
+    for (const ZTSMap& lrMap : acrStorage.mMaps) {
+        lNames.emplace(lrMap.mDisk, lrMap.mName);
+    }
+    for (const ZTSVolume& lrVolume : acrStorage.mVolumes) {
+        lNames.emplace(lrVolume.mDisk, lrVolume.mName);
+    }
+    return lNames;
+}
+
+std::string_view sNameOf(std::string_view aDisk, const Names& acrNames) {
+    const auto lAt = acrNames.find(aDisk);
+    return lAt != acrNames.end() ? lAt->second : aDisk;
+}
+
+std::vector<ZTSVolume> sVolumesOf(const ZTSHostStorage& acrStorage, const Names& acrNames) {
+    std::vector<ZTSVolume> lVolumes = acrStorage.mVolumes;
+    for (ZTSVolume& lrVolume : lVolumes) {
+        for (std::string& lrDisk : lrVolume.mOver) {
+            lrDisk = sNameOf(lrDisk, acrNames);
+        }
+        std::ranges::sort(lrVolume.mOver);
+    }
+    return lVolumes;
+}
+
+// There may be more than one at a point, and many of swap. One is the same if its disk is, or that one's
+// name.
+using MountKey = std::tuple<std::string_view, std::string_view, std::string_view>;
+std::array<MountKey, 2> sKeysOf(const ZTSMount& acrMount, const Names& acrNames) {
+    return {MountKey(acrMount.mPoint, acrMount.mType, acrMount.mDisk),
+            MountKey(acrMount.mPoint, acrMount.mType, sNameOf(acrMount.mDisk, acrNames))};
+}
+
+// Those that have none like them.
+void sListMounts(const char* apEvent, const std::vector<ZTSMount>& acrMounts, const Names& acrNames,
+                 const std::vector<ZTSMount>& acrOthers, const Names& acrNamesOfOthers, Rows& arRows) {
+    std::set<MountKey> lOthers;
+    for (const ZTSMount& lrOther : acrOthers) {
+        const auto lKeys = sKeysOf(lrOther, acrNamesOfOthers);
+        lOthers.insert(lKeys.begin(), lKeys.end());
+    }
+    for (const ZTSMount& lrMount : acrMounts) {
+        if (std::ranges::none_of(sKeysOf(lrMount, acrNames),
+                                 [&](const MountKey& acrKey) { return lOthers.contains(acrKey); })) {
+            const bool lHasCome = *apEvent == 'c';
+            arRows.add(lrMount.mPoint, apEvent, "", lHasCome ? "" : lrMount.mType,
+                       lHasCome ? lrMount.mType : "");
+        }
+    }
+}
+
+void sListAbove(const ZTSHostStorage& acrBefore, const ZTSHostStorage& acrAfter, ZTNanoseconds aTime,
+                std::vector<ZTSChange>& arChanges) {
+    if (acrBefore.mVolumes == acrAfter.mVolumes && acrBefore.mMounts == acrAfter.mMounts) {
+        return;
+    }
+    const Names lBefore = sNamesOf(acrBefore);
+    const Names lAfter = sNamesOf(acrAfter);
+    sList("volume", sVolumesOf(acrBefore, lBefore), sVolumesOf(acrAfter, lAfter), aTime, arChanges);
+    Rows lMounts("mount", aTime, arChanges);
+    sListMounts("went", acrBefore.mMounts, lBefore, acrAfter.mMounts, lAfter, lMounts);
+    sListMounts("came", acrAfter.mMounts, lAfter, acrBefore.mMounts, lBefore, lMounts);
+    lMounts.end();
+}
+
 }  // namespace
 
 std::vector<ZTSChange> listStorageChanges(const ZTSHostStorage& acrBefore, const ZTSHostStorage& acrAfter,
@@ -157,7 +216,6 @@ std::vector<ZTSChange> listStorageChanges(const ZTSHostStorage& acrBefore, const
     std::vector<ZTSChange> lChanges;
     sList("lun", acrBefore.mLuns, acrAfter.mLuns, aTime, lChanges);
     sList("map", acrBefore.mMaps, acrAfter.mMaps, aTime, lChanges);
-    sList("volume", acrBefore.mVolumes, acrAfter.mVolumes, aTime, lChanges);
-    sList("mount", acrBefore.mMounts, acrAfter.mMounts, aTime, lChanges);
+    sListAbove(acrBefore, acrAfter, aTime, lChanges);
     return lChanges;
 }

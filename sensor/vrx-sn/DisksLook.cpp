@@ -11,7 +11,8 @@ namespace {
 
 constexpr std::chrono::seconds sEvery(1);
 constexpr std::chrono::milliseconds sSlice(5);        // of processor time
-constexpr std::chrono::minutes sAskEvery(1);          // where paths are inferred
+constexpr std::chrono::minutes sDoubtEvery(1);        // what was told of paths, where no uevents come
+constexpr std::chrono::minutes sPortsPatience(1);     // a driver may stand
 constexpr std::chrono::seconds sBlindSpotsAfter(10);  // even if not all is known
 constexpr unsigned int sMostMessages = 1024;          // at once
 
@@ -24,7 +25,8 @@ std::chrono::nanoseconds sProcessorTime() {
 }  // namespace
 
 ZTCDisksLook::ZTCDisksLook(const std::string& acrRoot, std::shared_ptr<ZTCHostBook> apBook,
-                           std::shared_ptr<ZTCFilesLook> apFiles, std::function<void()> aAskForPaths)
+                           std::shared_ptr<ZTCFilesLook> apFiles,
+                           std::function<void(std::uint64_t)> aAskForPaths)
     : mRoot(acrRoot),
       mpBook(std::move(apBook)),
       mpFiles(std::move(apFiles)),
@@ -35,7 +37,7 @@ ZTCDisksLook::ZTCDisksLook(const std::string& acrRoot, std::shared_ptr<ZTCHostBo
       mBegan(Clock::now()),
       mNextSlice(mBegan),
       mNextDisks(mBegan),
-      mNextQuestion(mBegan + sAskEvery) {}
+      mNextDoubt(mBegan + sDoubtEvery) {}
 
 std::array<int, 2> ZTCDisksLook::getDescriptors() const {
     return {mTransport.getDescriptor(), mUevents.getDescriptor()};
@@ -80,6 +82,8 @@ void ZTCDisksLook::takeTransport() {
         if (lGot == ZTCKernelMessages::Got::Message) {
             lpPorts = lpPorts != nullptr ? lpPorts : mpBook->getPorts();
             mMessages.take(lBytes, *lpPorts, ZTSMoment::now().mTime, mFpins);
+        } else if (lGot == ZTCKernelMessages::Got::Lost) {
+            mMessages.noteLoss(ZTSMoment::now().mTime);
         }
     }
     if (!mFpins.empty()) {
@@ -90,6 +94,7 @@ void ZTCDisksLook::takeTransport() {
 
 // By their numbers, which say how many they were.
 void ZTCDisksLook::noteLostMessages() {
+    mMessages.step(ZTSMoment::now().mTime);
     const std::uint64_t lLost = mMessages.countLost();
     if (lLost != mLostMessages) {
         mpBook->loseMessages(lLost - mLostMessages, ZTSMoment::now().mTime);
@@ -104,7 +109,7 @@ void ZTCDisksLook::takeUevents() {
          ++lCount) {
         lGot = mUevents.receive(lBytes);
         if (lGot == ZTCKernelMessages::Got::Lost) {
-            lookAnew();
+            mStorage.lookAnew();
         } else if (lGot == ZTCKernelMessages::Got::Message) {
             takeUevent(lBytes);
         }
@@ -117,24 +122,21 @@ void ZTCDisksLook::takeUevent(std::span<const unsigned char> aBytes) {
             mStorage.take(*lEvent);
         }
     } catch (const std::bad_alloc&) {
-        lookAnew();  // it does not come again
+        mStorage.lookAnew();  // it does not come again
         throw;
     }
-}
-
-void ZTCDisksLook::lookAnew() {
-    mNextQuestion = Clock::time_point();
-    mStorage.lookAnew();
 }
 
 // ---- What is looked at ----
 
 void ZTCDisksLook::lookAtStorage(Clock::time_point aNow) {
     if (const auto lPaths = mpFiles->takePaths()) {
-        mStorage.takePaths(*lPaths);
+        mStorage.takePaths(lPaths->mPaths, lPaths->mQuestion);
     }
     mIsUntold |= mStorage.step(*mpBook->getPorts(), sSlice, ZTSMoment::now().mTime, mMeasures);
-    if (mIsUntold && mStorage.isWhole()) {
+    // Ports are part of a LUN's name: what is told without them comes and goes once more with them.
+    const bool lAreNamed = mpBook->hasSeenPorts() || aNow - mBegan >= sPortsPatience;
+    if (mIsUntold && lAreNamed && mStorage.isWhole()) {
         mpBook->seeStorage(mStorage.getStorage(), ZTSMoment::now().mTime);
         mIsUntold = false;
     }
@@ -142,14 +144,15 @@ void ZTCDisksLook::lookAtStorage(Clock::time_point aNow) {
     noteLeftOut();
 }
 
-// A map that came, or a multipathd that did not answer at the start.
 void ZTCDisksLook::askForPaths(Clock::time_point aNow) {
-    const auto& lrMaps = mStorage.getStorage().mMaps;
-    const bool lIsInferred =
-        std::any_of(lrMaps.begin(), lrMaps.end(), [](const ZTSMap& acrMap) { return acrMap.isInferred(); });
-    if (aNow >= mNextQuestion && (lIsInferred || mNextQuestion == Clock::time_point())) {
-        mNextQuestion = aNow + sAskEvery;
-        mAskForPaths();
+    if (aNow >= mNextDoubt) {
+        mNextDoubt = aNow + sDoubtEvery;
+        if (!mUevents.getWhyNot().empty()) {
+            mStorage.doubtPaths();
+        }
+    }
+    if (const auto lQuestion = mStorage.takeQuestion()) {
+        mAskForPaths(*lQuestion);
     }
 }
 

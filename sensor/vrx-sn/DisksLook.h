@@ -14,9 +14,9 @@
 /// A slice of a look each second, and all that the kernel tells at once.
 class ZTCDisksLook : public ZTCLooker {
   public:
-    /// acrAskForPaths: has multipathd asked.
+    /// aAskForPaths: has multipathd asked, as that question.
     ZTCDisksLook(const std::string& acrRoot, std::shared_ptr<ZTCHostBook> apBook,
-                 std::shared_ptr<ZTCFilesLook> apFiles, std::function<void()> aAskForPaths);
+                 std::shared_ptr<ZTCFilesLook> apFiles, std::function<void(std::uint64_t)> aAskForPaths);
 
     Clock::time_point look() override;
     void end() override;
@@ -28,7 +28,6 @@ class ZTCDisksLook : public ZTCLooker {
     void takeTransport();
     void takeUevents();
     void takeUevent(std::span<const unsigned char> aBytes);
-    void lookAnew();
     void noteLostMessages();
     void lookAtStorage(Clock::time_point aNow);
     void askForPaths(Clock::time_point aNow);
@@ -38,7 +37,7 @@ class ZTCDisksLook : public ZTCLooker {
     const std::string mRoot;
     const std::shared_ptr<ZTCHostBook> mpBook;
     const std::shared_ptr<ZTCFilesLook> mpFiles;
-    const std::function<void()> mAskForPaths;
+    const std::function<void(std::uint64_t)> mAskForPaths;
     ZTCKernelMessages mTransport;
     ZTCKernelMessages mUevents;
     ZTCFcMessages mMessages;
@@ -50,7 +49,7 @@ class ZTCDisksLook : public ZTCLooker {
     Clock::time_point mBegan;
     Clock::time_point mNextSlice;
     Clock::time_point mNextDisks;
-    Clock::time_point mNextQuestion;
+    Clock::time_point mNextDoubt;
     bool mIsUntold = true;
     std::size_t mLeftOut = 0;
     std::vector<ZTSFpin> mFpins;  // not told yet

@@ -81,12 +81,12 @@ bool ZTCFilesLook::areNamesRead() const {
     return !mNames;
 }
 
-void ZTCFilesLook::askForPaths() {
+void ZTCFilesLook::askForPaths(std::uint64_t aQuestion) {
     const std::lock_guard lLock(mLock);
-    mArePathsWanted = true;
+    mQuestion = aQuestion;
 }
 
-std::optional<std::vector<ZTSMultipathdPath>> ZTCFilesLook::takePaths() {
+std::optional<ZTSPathsAnswer> ZTCFilesLook::takePaths() {
     const std::lock_guard lLock(mLock);
     return std::exchange(mPaths, std::nullopt);
 }
@@ -158,17 +158,21 @@ void ZTCFilesLook::refuseNames(const std::string& acrPath, const std::string& ac
 }
 
 void ZTCFilesLook::askMultipathd() {
+    std::optional<std::uint64_t> lQuestion;
     {
         const std::lock_guard lLock(mLock);
-        if (!std::exchange(mArePathsWanted, false)) {
-            return;
-        }
+        lQuestion = std::exchange(mQuestion, std::nullopt);
+    }
+    if (!lQuestion) {
+        return;
     }
     std::string lWhyNot;
     auto lPaths = ::askMultipathd(mRoot, sAnswerTime, lWhyNot);
     mpBook->see([&](ZTSSight& arSight) { arSight.mNoMultipathd = lPaths ? "" : lWhyNot; });
-    const std::lock_guard lLock(mLock);
-    mPaths = lPaths ? std::move(lPaths) : std::move(mPaths);
+    if (lPaths) {
+        const std::lock_guard lLock(mLock);
+        mPaths = {std::move(*lPaths), *lQuestion};
+    }
 }
 
 void ZTCFilesLook::readFacts(Clock::time_point aNow) {

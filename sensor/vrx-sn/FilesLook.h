@@ -10,6 +10,11 @@
 #include "LookThread.h"
 #include "Multipathd.h"
 
+struct ZTSPathsAnswer {
+    std::vector<ZTSMultipathdPath> mPaths;
+    std::uint64_t mQuestion = 0;
+};
+
 /// A look each minute, and when something is asked for.
 class ZTCFilesLook : public ZTCLooker {
   public:
@@ -25,10 +30,10 @@ class ZTCFilesLook : public ZTCLooker {
     /// for a moment, or behind some seconds.
     void askForNames(const std::string& acrPath);
     bool areNamesRead() const;
-    /// multipathd is to be asked.
-    void askForPaths();
+    /// multipathd is to be asked; at the start it is, as question 0.
+    void askForPaths(std::uint64_t aQuestion);
     /// What it has answered, once.
-    std::optional<std::vector<ZTSMultipathdPath>> takePaths();
+    std::optional<ZTSPathsAnswer> takePaths();
 
   private:
     struct Names {
@@ -47,8 +52,8 @@ class ZTCFilesLook : public ZTCLooker {
 
     mutable std::mutex mLock;  // of what follows
     std::optional<Names> mNames;
-    bool mArePathsWanted = true;
-    std::optional<std::vector<ZTSMultipathdPath>> mPaths;
+    std::optional<std::uint64_t> mQuestion{0};
+    std::optional<ZTSPathsAnswer> mPaths;
 
     // The thread's.
     Clock::time_point mFactsDue;

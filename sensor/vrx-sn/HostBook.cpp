@@ -141,6 +141,8 @@ void ZTCHostBook::tellStorage() {
     tell(std::move(lNews));
     mStorage.haveBeenTaken();
     mSight.mMaps = mSummary.mMaps = lrStorage.mMaps.size();
+    mSight.mInferredMaps =
+        static_cast<std::size_t>(std::ranges::count_if(lrStorage.mMaps, &ZTSMap::isInferred));
     mSight.mLuns = mSummary.mLuns = sCountOfFc(lrStorage);
     mSummary.mWholeMaps = mSummary.mPaths = mSummary.mUsablePaths = 0;
     for (const ZTSMap& lrMap : lrStorage.mMaps) {
@@ -212,7 +214,7 @@ void ZTCHostBook::loseMessages(std::uint64_t aCount, ZTNanoseconds aTime) {
         mSummary.mLostMessages += aCount;
         mrBuffer.takeChange(
             {aTime, "sensor", "kernel's messages", "changed", "lost_messages", "0", std::to_string(aCount)});
-        mrLog.note(ZTSL_Warning, "messages of the kernel's were lost: %llu; FPINs may be among them",
+        mrLog.note(ZTSL_Warning, "messages of the kernel's were lost: at least %llu; FPINs may be among them",
                    static_cast<unsigned long long>(aCount));
     }
 }

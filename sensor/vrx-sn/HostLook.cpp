@@ -27,8 +27,8 @@ ZTCHostLook::ZTCHostLook(const std::string& acrRoot, const std::string& acrNames
         mpPorts =
             std::make_unique<ZTCLookThread>("vrx-sn-ports", std::make_shared<ZTCPortsLook>(acrRoot, mpBook));
         mpPorts->waitUntil([this] { return mpBook->hasSeenPorts(); }, Clock::now() + sPatience);
-        const auto lAskForPaths = [lpLook = mpFilesLook, lpThread = mpFiles] {
-            lpLook->askForPaths();
+        const auto lAskForPaths = [lpLook = mpFilesLook, lpThread = mpFiles](std::uint64_t aQuestion) {
+            lpLook->askForPaths(aQuestion);
             lpThread->wake();
         };
         mpDisks = std::make_unique<ZTCLookThread>(

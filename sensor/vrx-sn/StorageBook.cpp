@@ -73,8 +73,10 @@ void ZTCStorageBook::raise(Totals& arTotals, const ZTSHostStorage& acrStorage) {
         arTotals.clear();
     }
     for (const ZTSMap& lrMap : acrStorage.mMaps) {
-        std::uint32_t& lrTotal = arTotals[sKeyOf(lrMap)];
-        lrTotal = std::max({lrTotal, lrMap.mTotal, static_cast<std::uint32_t>(lrMap.mPaths.size())});
+        // While its table is made anew, a map has the disks that have gone beside those that are there now.
+        const auto [lAt, lIsNew] = arTotals.try_emplace(sKeyOf(lrMap));
+        const auto lPaths = static_cast<std::uint32_t>(lIsNew ? lrMap.mPaths.size() : 0);
+        lAt->second = std::max({lAt->second, lrMap.mTotal, lPaths});
     }
 }
 

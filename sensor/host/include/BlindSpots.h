@@ -20,8 +20,9 @@ struct ZTSSight {
     std::uint64_t mFpins = 0;             ///< ever seen
     std::vector<ZTSBlindSpot> mCounters;  ///< ZTCPortCounters::listBlindSpots
     std::size_t mMaps = 0;
-    std::size_t mLuns = 0;      ///< of Fibre Channel
-    std::string mNoMultipathd;  ///< why it was not asked; empty: it has answered
+    std::size_t mInferredMaps = 0;  ///< with a path that nobody has told of
+    std::size_t mLuns = 0;          ///< of Fibre Channel
+    std::string mNoMultipathd;      ///< why it has not answered the last time; empty: it has
     bool mHasDiskStats = true;
 };
 

@@ -18,6 +18,12 @@ class ZTCFcMessages {
     void take(std::span<const unsigned char> aBytes, const ZTSHostPorts& acrPorts, ZTNanoseconds aTime,
               std::vector<ZTSFpin>& arFpins);
 
+    /// Some may have been lost. How many, the number of a message behind them tells; where none comes soon or
+    /// none came before, it was one at least.
+    void noteLoss(ZTNanoseconds aTime);
+    /// From time to time.
+    void step(ZTNanoseconds aTime);
+
     std::uint64_t countFpins() const { return mFpins; }  ///< messages that were one
     /// With something that is not what its length says.
     std::uint64_t countMalformed() const { return mMalformed; }
@@ -29,5 +35,6 @@ class ZTCFcMessages {
 
     std::optional<std::uint32_t> mNextNumber;  // that the next message is expected to have
     std::uint64_t mFpins = 0, mMalformed = 0, mLost = 0;
-    std::uint64_t mLate = 0;  // messages that came behind the one that told them as lost
+    std::uint64_t mLate = 0;  // messages that were told as lost before a number told it, or came all the same
+    std::optional<ZTNanoseconds> mLossAt;  // that no number has told of yet
 };

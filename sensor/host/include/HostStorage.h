@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "Measures.h"
@@ -30,8 +31,13 @@ class ZTCHostStorage {
     void take(const ZTSUevent& acrEvent);
     /// Messages were lost, or this is the begin: everything is looked at anew, soon.
     void lookAnew();
-    /// How the paths stand now, of all maps; what device mapper has told since it was asked stays.
-    void takePaths(const std::vector<ZTSMultipathdPath>& acrPaths);
+    /// What was told of paths may be so no longer, for nobody tells of changes.
+    void doubtPaths();
+    /// multipathd is to be asked how the paths stand, as this question. To be called behind each slice.
+    std::optional<std::uint64_t> takeQuestion();
+    /// How the paths of all maps stand, asked as that question; 0: before the first. What device mapper has
+    /// told stays, but what was doubtful by then.
+    void takePaths(const std::vector<ZTSMultipathdPath>& acrPaths, std::uint64_t aQuestion);
     /// A slice, a second after the last one; what is due at once comes first. It aims at so much processor
     /// time, takes a small part of it at rest, and a few times as much when very much has come or is to be
     /// looked at within a minute. What the kernel has counted of the LUNs' commands and errors since they

@@ -8,7 +8,8 @@
 
 /// A row for each that came, went or has something else: of a "lun" (its name, ZTSLun::getName) state,
 /// access, queue_depth, serial, wwid; of a "map" its paths ("8 of 8", "4 of 8": usable, and its total); of a
-/// "volume" and a "mount" that they came and went. Never more than 256 rows of one kind: of the rest a row
-/// for each event tells how many they are ("744 more", came).
+/// "volume" over what it is; of a "mount" that it came and went, for another disk or type is another one.
+/// Never more than 256 rows of one kind: of the rest a row for each event tells how many they are ("744
+/// more", came).
 std::vector<ZTSChange> listStorageChanges(const ZTSHostStorage& acrBefore, const ZTSHostStorage& acrAfter,
                                           ZTNanoseconds aTime);

@@ -45,9 +45,10 @@ TEST(BlindSpots, EachIsARow) {
         {lAll, hostPorts("", "left", ""), "counters@01 the kernel does not show"},
         {[](auto& arSight) { arSight.mMaps = 0; }, {}, "paths@ there is no multipath"},
         {[](auto& arSight) { arSight.mMaps = arSight.mLuns = 0; }, {}, ""},
-        {[](auto& arSight) { arSight.mNoMultipathd = "none"; },
+        {[](auto& arSight) { arSight.mNoMultipathd = "none"; }, {}, ""},
+        {[](auto& arSight) { arSight.mNoMultipathd = "none", arSight.mInferredMaps = 1; },
          {},
-         "paths@? how they stood at the start is inferred: none"},
+         "paths@? how some stand is inferred: none"},
         {lMany, {}, "counters@ the driver|stalls@ /proc/diskstats|uevents@ no socket"},
     };
     for (const auto& lrCase : lCases) {

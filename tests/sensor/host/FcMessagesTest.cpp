@@ -89,6 +89,29 @@ TEST(FcMessages, WhatIsWrongOrMissingIsCounted) {
     EXPECT_EQ(lLostBy(0x80000101), 3U);
 }
 
+TEST(FcMessages, ALossThatNoNumberTellsOfIsCountedOnce) {
+    ZTCFcMessages lMessages;
+    const auto lLostBy = [&](std::uint32_t aNumber) {
+        take(lMessages, fcMessage(3, aNumber, 2));
+        return lMessages.countLost();
+    };
+    const auto lLostAt = [&](ZTNanoseconds aSeconds) {
+        lMessages.step(aSeconds * ZTSecond);
+        return lMessages.countLost();
+    };
+    lMessages.noteLoss(0);
+    EXPECT_EQ(lLostBy(7), 1U);  // what was before the first one has no number
+    lMessages.noteLoss(ZTSecond);
+    EXPECT_EQ(lLostBy(8), 1U);  // it waited while the one behind it was lost
+    EXPECT_EQ(lLostAt(10), 1U);
+    EXPECT_EQ(lLostAt(11), 2U);
+    EXPECT_EQ(lLostAt(30), 2U);
+    EXPECT_EQ(lLostBy(11), 3U);  // there were two
+    lMessages.noteLoss(30 * ZTSecond);
+    EXPECT_EQ(lLostBy(15), 6U);
+    EXPECT_EQ(lLostAt(50), 6U);
+}
+
 TEST(FcMessages, WithoutMemoryAMessageIsToldOrLost) {
     const std::string lOne = fcMessage(3, 1, 0x501, fcEls(FcEach[0] + FcEach[2]));
     const std::vector<unsigned char> lBytes(lOne.begin(), lOne.end());

@@ -86,6 +86,22 @@ TEST(Storage, WhatHasBecomeOfItIsARowEach) {
                                            "map mpatha changed paths 1 of 4>0 of 4\n"
                                            "volume vg0-log went  >\nvolume vg0-logs came  >\n"
                                            "mount /md went  xfs>\n");
+    // Another disk at the same point, one swap of two, a disk more beneath; but a new number is no change.
+    ZTSHostStorage lMoved = lBefore;
+    lMoved.mMounts = {{"/data", "dm-2", "xfs"}, {"/log", "dm-7", "xfs"}, {"[swap]", "sda1", "swap"}};
+    ZTSHostStorage lFrom = lMoved;
+    lFrom.mMounts = {{"/data", "dm-1", "xfs"},
+                     {"/log", "dm-2", "xfs"},
+                     {"[swap]", "sda1", "swap"},
+                     {"[swap]", "sdb1", "swap"}};
+    lMoved.mVolumes[1].mDisk = "dm-7";
+    lMoved.mVolumes[1].mOver = {"dm-8", "sdy"};
+    lMoved.mMaps[0].mDisk = "dm-8";
+    lMoved.mVolumes[0].mOver[0] = "dm-8";
+    EXPECT_EQ(rowsOf(lFrom, lMoved),
+              "volume vg0-log changed over mpatha>mpatha sdy\n"
+              "mount /data went  xfs>\nmount [swap] went  swap>\n"
+              "mount /data came  >xfs\n");
     // Too many to be told each.
     for (unsigned int lNew = 0; lNew < 1000; ++lNew) {
         lAfter.mMounts.push_back({"/m" + std::to_string(lNew), "sda1", "xfs"});

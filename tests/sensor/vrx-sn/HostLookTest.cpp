@@ -105,6 +105,23 @@ TEST_F(HostLook, ADriverThatDoesNotAnswerHoldsUpNobody) {
     EXPECT_TRUE(waitUntil([] { return !ZTIsAReadStanding(); }));
 }
 
+// They are part of the names of LUNs: these would come once more under other ones.
+TEST_F(HostLook, LunsAreToldWhenThePortsAreKnown) {
+    const std::string lRoot = mTree.getPath();
+    for (const char* const lpFolder : {"/sys/block", "/sys/bus/scsi/devices/3:0:0:1", "/proc/1"}) {
+        std::filesystem::create_directories(lRoot + lpFolder);
+    }
+    writeFile(lRoot + "/sys/bus/scsi/devices/3:0:0:1/state", "running\n");
+    writeFile(lRoot + "/proc/1/mountinfo", "");
+    ZTSetReadsStand("/fc_host/host3/");
+    start();
+    EXPECT_TRUE(waitUntil([this] { return mLook->getSummary().mLongestSlice.count() != 0; }));
+    ZTSetReadsStand(nullptr);
+    std::optional<ZTSHostStorage> lStorage;
+    EXPECT_TRUE(waitUntil([&] { return (lStorage = detach().mHost.mStorage).has_value(); }));
+    EXPECT_EQ(lStorage->mLuns.at(0).mInitiator.toText(), sPort);
+}
+
 // It may answer for all but its counters, and for these it is asked by the thread of the ports alone.
 TEST_F(HostLook, ADriverThatHangsInItsCountersKeepsNeitherFpinsNorNames) {
     std::filesystem::create_directory(mTree.pathOf("fc_host/host3/statistics"));

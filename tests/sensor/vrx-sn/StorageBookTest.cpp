@@ -43,6 +43,15 @@ TEST(StorageBook, PathsThatWereRemovedAreMissing) {
     lBook.see(storageOf(4, 3, "mpathb"), 6);
     EXPECT_EQ(takeChanges(lBook), "5 mpatha went 4 of 8 > \n6 mpathb came  > 3 of 8\n");
     EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 8U);
+    // While its table is made anew it has what has gone beside what is there; of one not known before, what
+    // has gone is missing.
+    ZTSHostStorage lBoth = storageOf(9, 4);
+    lBoth.mMaps[0].mTotal = 4;
+    lBook.see(lBoth, 7);
+    EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 8U);
+    lBoth.mMaps[0].mWwid = "36002";
+    lBook.see(lBoth, 8);
+    EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 9U);
 }
 
 // Whether the store is open before the first look, or only behind another one.
