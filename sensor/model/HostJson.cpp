@@ -65,14 +65,19 @@ void putWindow(ZTCJsonWriter& arJson, const ZTSWindow* apWindow) {
                                                        : std::string_view(apWindow->mText));
 }
 
+void putBlindSpot(ZTCJsonWriter& arJson, const ZTSBlindSpot& acrBlindSpot) {
+    putTexts(arJson,
+             {{"what", acrBlindSpot.mWhat}, {"where", acrBlindSpot.mWhere}, {"why", acrBlindSpot.mWhy}});
+    arJson.key("sure");
+    arJson.boolean(acrBlindSpot.mIsSure);
+}
+
 void putBlindSpots(ZTCJsonWriter& arJson, const std::vector<ZTSBlindSpot>& acrBlindSpots) {
     arJson.key("blind_spots");
     arJson.beginList();
     for (const ZTSBlindSpot& lrSpot : acrBlindSpots) {
         arJson.beginObject();
-        putTexts(arJson, {{"what", lrSpot.mWhat}, {"where", lrSpot.mWhere}, {"why", lrSpot.mWhy}});
-        arJson.key("sure");
-        arJson.boolean(lrSpot.mIsSure);
+        putBlindSpot(arJson, lrSpot);
         arJson.endObject();
     }
     arJson.endList();

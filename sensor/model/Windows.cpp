@@ -12,6 +12,7 @@
 namespace {
 
 constexpr std::string_view sBlanks = " \t";
+constexpr std::string_view sHost = "host";
 constexpr std::string_view sFabric = "fabric=";
 constexpr std::size_t sLongestText = 200;
 constexpr std::size_t sLongestWhat = 2 * ZTLongestLabel + 1;  // ARRAY/CONTROLLER
@@ -91,6 +92,12 @@ bool sIsFabric(const std::string& acrName, std::string_view aFabric) {
     return !aFabric.empty() && (aFabric == acrName || (lNumber && lNumber == ZTSWwn::fromText(aFabric)));
 }
 
+bool sIsOf(const std::string& acrWhat, const ZTPortLabels& acrLabels, const ZTSSeries& acrPair) {
+    return acrWhat.starts_with(sFabric) ? sIsFabric(acrWhat.substr(sFabric.size()), acrPair.mFabric)
+                                        : sIsPort(acrWhat, acrLabels, acrPair.mInitiator.mPort) ||
+                                              sIsPort(acrWhat, acrLabels, acrPair.mRemote.value_or(ZTSWwn()));
+}
+
 }  // namespace
 
 ZTSWindow parseWindow(std::string_view aText) {
@@ -115,16 +122,21 @@ ZTSWindow parseWindow(std::string_view aText) {
 const ZTSWindow* findWindow(const std::vector<ZTSWindow>& acrWindows, const ZTPortLabels& acrLabels,
                             ZTNanoseconds aFirst, ZTNanoseconds aLast, const ZTSWwn& acrInitiator,
                             const ZTSWwn& acrRemote, std::string_view aFabric) {
+    ZTSSeries lPair;
+    lPair.mInitiator.mPort = acrInitiator;
+    lPair.mRemote = acrRemote;
+    lPair.mFabric = aFabric;
+    return findWindow(acrWindows, acrLabels, aFirst, aLast, std::span(&lPair, 1));
+}
+
+const ZTSWindow* findWindow(const std::vector<ZTSWindow>& acrWindows, const ZTPortLabels& acrLabels,
+                            ZTNanoseconds aFirst, ZTNanoseconds aLast, std::span<const ZTSSeries> aPairs) {
     const auto lAt = std::find_if(acrWindows.begin(), acrWindows.end(), [&](const ZTSWindow& acrWindow) {
-        const std::string& lrWhat = acrWindow.mWhat;
-        if (aLast < acrWindow.mFirst || aFirst > acrWindow.mLast) {
-            return false;
-        }
-        if (lrWhat.starts_with(sFabric)) {
-            return sIsFabric(lrWhat.substr(sFabric.size()), aFabric);
-        }
-        return lrWhat == "host" || sIsPort(lrWhat, acrLabels, acrInitiator) ||
-               sIsPort(lrWhat, acrLabels, acrRemote);
+        const auto lIsOf = [&](const ZTSSeries& acrPair) {
+            return sIsOf(acrWindow.mWhat, acrLabels, acrPair);
+        };
+        return aLast >= acrWindow.mFirst && aFirst <= acrWindow.mLast &&
+               (acrWindow.mWhat == sHost || std::any_of(aPairs.begin(), aPairs.end(), lIsOf));
     });
     return lAt != acrWindows.end() ? &*lAt : nullptr;
 }

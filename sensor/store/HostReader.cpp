@@ -63,6 +63,11 @@ std::vector<ZTSStoredStall> ZTCStoreReader::readStalls(ZTNanoseconds aSince, ZTN
     return sReadNewest<ZTSStoredStall>(*this, aSince, aUntil, aLimit);
 }
 
+std::vector<ZTSStoredStall> ZTCStoreReader::readOpenStalls() {
+    return readAll<ZTSStoredStall>(*this, std::string(ZTStallColumns) + " WHERE over = 0 ORDER BY first, id",
+                                   readStoredStall);
+}
+
 std::vector<ZTSBlindSpot> ZTCStoreReader::readBlindSpots() {
     return readAll<
         ZTSBlindSpot>(*this, "SELECT what, place, why, sure FROM blind_spots", [](SQLite::Statement& arRow) {

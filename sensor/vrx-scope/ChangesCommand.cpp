@@ -37,11 +37,11 @@ class Changes {
     explicit Changes(const ZTSScopeOptions& acrOptions)
         : mrOptions(acrOptions),
           mReader(acrOptions.mHistory.mStore),
-          mFilter(makeQuery(acrOptions.mHistory, mReader,
-                            toNanoseconds(toSensorTime(std::chrono::system_clock::now())), acrOptions.mInUtc)
-                      .mFilter),
+          mQuery(makeQuery(acrOptions.mHistory, mReader,
+                           toNanoseconds(toSensorTime(std::chrono::system_clock::now())), acrOptions.mInUtc)),
           mPlace(mReader.readPlace()),
-          mFrame{mReader.getHost(), mReader.readLabels(), acrOptions.mInUtc, mReader.readWindows()} {}
+          mFrame{mReader.getHost(), mReader.readLabels(), acrOptions.mInUtc, mReader.readWindows(),
+                 mQuery.mpBelow} {}
 
     void run() {
         std::uint64_t lCount = 0;
@@ -64,23 +64,17 @@ class Changes {
 
   private:
     bool isMeant(const ZTSChange& acrChange) const {
-        const ZTSHistoryOptions& lrOptions = mrOptions.mHistory;
-        const auto lIsIn = [](const auto& acrAll, const auto& acrOne) {
-            return std::find(acrAll.begin(), acrAll.end(), acrOne) != acrAll.end();
-        };
-        const std::vector<ZTSWwn> lPorts = listPortsIn(acrChange.mName);
-        return (lrOptions.mWhats.empty() || lIsIn(lrOptions.mWhats, acrChange.mWhat)) &&
-               (mFilter.takesAllSeries() ||
-                std::any_of(lPorts.begin(), lPorts.end(), [&](const ZTSWwn& acrPort) {
-                    return lIsIn(mFilter.mInitiators, acrPort) || lIsIn(mFilter.mTargets, acrPort);
-                }));
+        const std::vector<std::string>& lrWhats = mrOptions.mHistory.mWhats;
+        return (lrWhats.empty() ||
+                std::find(lrWhats.begin(), lrWhats.end(), acrChange.mWhat) != lrWhats.end()) &&
+               mQuery.takes(acrChange);
     }
 
     template <class Call>
     void forEach(const Call& acrCall) {
         ZTSHistoryFilter lTimes;
-        lTimes.mSince = mFilter.mSince;
-        lTimes.mUntil = mFilter.mUntil;
+        lTimes.mSince = mQuery.mFilter.mSince;
+        lTimes.mUntil = mQuery.mFilter.mUntil;
         ZTCChangeScan lScan(mReader, lTimes, mPlace);
         for (bool lIsMore = true; lIsMore;) {
             std::vector<ZTSChange> lChanges;
@@ -176,7 +170,7 @@ class Changes {
 
     const ZTSScopeOptions& mrOptions;
     ZTCStoreReader mReader;
-    const ZTSHistoryFilter mFilter;
+    const ZTSHistoryQuery mQuery;
     const ZTSStorePlace mPlace;
     const ZTSHistoryFrame mFrame;
     std::string mText;

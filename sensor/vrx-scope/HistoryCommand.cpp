@@ -107,10 +107,10 @@ class History {
           mQuery(makeQuery(acrOptions.mHistory, *mReader,
                            toNanoseconds(toSensorTime(std::chrono::system_clock::now())), acrOptions.mInUtc)),
           mPlace(mReader->readPlace()),
-          mPrinter(makeHistoryPrinter(
-              acrOptions.getForm(),
-              {mReader->getHost(), mReader->readLabels(), acrOptions.mInUtc, mReader->readWindows()},
-              mReader->readSeries(), put)) {}
+          mPrinter(makeHistoryPrinter(acrOptions.getForm(),
+                                      {mReader->getHost(), mReader->readLabels(), acrOptions.mInUtc,
+                                       mReader->readWindows(), mQuery.mpBelow},
+                                      mReader->readSeries(), put)) {}
 
     void run() {
         if (!mrOptions.mHistory.mFollows) {
@@ -171,7 +171,7 @@ class History {
             addSource<ZTSStoredRecord>(std::move(lScan));
         }
         addSource<ZTSLoss>(ZTCLossScan(*mReader, lAround, mPlace));
-        addSource<ZTSChange>(ZTCChangeScan(*mReader, lAround, mPlace));
+        addMeant(ZTCChangeScan(*mReader, lAround, mPlace), [](const ZTSChange&) { return true; });
         if (mQuery.mTakesFpins) {
             addMeant(ZTCFpinScan(*mReader, timesOf(lAround), mPlace),
                      [this](const ZTSStoredFpin& acrFpin) { return mQuery.takes(acrFpin.mFpin); });
@@ -189,11 +189,11 @@ class History {
         return lTimes;
     }
 
-    // Of a walk what is meant. Where no records are, the limit is theirs.
+    // Of a walk what is meant. The limit is that of each, since a host may have few records, or none.
     template <class Item, class IsMeant>
     void addMeant(ZTCTimeScan<Item> aScan, IsMeant aIsMeant) {
         Meant<Item, IsMeant> lMeant{std::move(aScan), std::move(aIsMeant)};
-        const std::uint64_t lLimit = mQuery.mTakesRecords ? 0 : mrOptions.mHistory.mLimit;
+        const std::uint64_t lLimit = mrOptions.mHistory.mLimit;
         if (lLimit == 0) {
             addSource<Item>(std::move(lMeant));
             return;
@@ -239,6 +239,17 @@ class History {
         } while (!isAskedToEnd(arWaiting, sLookEvery));
     }
 
+    // What has come lies on other paths.
+    void seeStorage(const std::vector<ZTSChange>& acrNews) {
+        const auto lIsOfStorage = [](const ZTSChange& acrChange) {
+            constexpr const char* lWhats[] = {"lun", "map", "volume", "mount"};
+            return std::find(std::begin(lWhats), std::end(lWhats), acrChange.mWhat) != std::end(lWhats);
+        };
+        if (mQuery.mpBelow->knowsStore() && std::any_of(acrNews.begin(), acrNews.end(), lIsOfStorage)) {
+            mQuery.mpBelow->read(*mReader);
+        }
+    }
+
     void printNews(ZTCWaiting& arWaiting) {
         if (!mReader->hasChanged()) {
             return;
@@ -246,6 +257,7 @@ class History {
         for (bool lIsMore = true; lIsMore;) {
             ZTCStoreFollow::News lNews;
             lIsMore = mFollow.read(*mReader, lNews) && !isAskedToEnd(arWaiting, {});
+            seeStorage(lNews.mChanges);
             std::erase_if(lNews.mFpins,
                           [this](const ZTSStoredFpin& acrFpin) { return !mQuery.takes(acrFpin.mFpin); });
             std::erase_if(lNews.mStalls,

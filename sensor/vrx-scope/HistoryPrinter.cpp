@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "HostJson.h"
 #include "HostText.h"
 #include "Json.h"
@@ -227,10 +229,16 @@ class Tables : public ZTCHistoryPrinter {
     bool mIsEmpty = true;
 };
 
-// The ports that a change names: the first one is the one that it is about.
-ZTSWwn sPortIn(const ZTSChange& acrChange, std::size_t aAt) {
-    const std::vector<ZTSWwn> lPorts = listPortsIn(acrChange.mName);
-    return aAt < lPorts.size() ? lPorts[aAt] : ZTSWwn();
+// Most is in none, and to look below a name is a walk.
+template <class Named>
+const ZTSWindow* sWindowOf(const ZTSHistoryFrame& acrFrame, ZTNanoseconds aFirst, ZTNanoseconds aLast,
+                           const Named& acrNamed) {
+    const std::vector<ZTSWindow>& lrAll = acrFrame.mWindows;
+    const bool lIsIn = std::any_of(lrAll.begin(), lrAll.end(), [&](const ZTSWindow& acrWindow) {
+        return aLast >= acrWindow.mFirst && aFirst <= acrWindow.mLast;
+    });
+    return lIsIn ? findWindow(lrAll, acrFrame.mLabels, aFirst, aLast, acrFrame.mpBelow->listPaths(acrNamed))
+                 : nullptr;
 }
 
 }  // namespace
@@ -247,12 +255,11 @@ const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSFpin& acrFpin) const {
 }
 
 const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSStall& acrStall) const {
-    return findWindow(mWindows, mLabels, acrStall.mFirst, acrStall.mLast, {}, {}, "");
+    return sWindowOf(*this, acrStall.mFirst, acrStall.mLast, acrStall.mName);
 }
 
 const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSChange& acrChange) const {
-    return findWindow(mWindows, mLabels, acrChange.mTime, acrChange.mTime, sPortIn(acrChange, 1),
-                      sPortIn(acrChange, 0), "");
+    return sWindowOf(*this, acrChange.mTime, acrChange.mTime, acrChange);
 }
 
 std::string windowText(const ZTSWindow* apWindow) {

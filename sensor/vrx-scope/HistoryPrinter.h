@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "PathsBelow.h"
 #include "RecordPrinter.h"
 #include "StoreReader.h"
 
@@ -13,6 +14,7 @@ struct ZTSHistoryFrame {
     ZTPortLabels mLabels;
     bool mInUtc = false;
     std::vector<ZTSWindow> mWindows{};
+    std::shared_ptr<const ZTCPathsBelow> mpBelow{};  ///< never null where there are windows
 
     // The window of maintenance that something fell into; null: none.
     const ZTSWindow* windowOf(const ZTSRecord& acrRecord) const;

@@ -47,29 +47,6 @@ std::pair<std::uint8_t, std::uint8_t> sReadKind(const std::string& acrText) {
     throw ZTCScopeUsage(fmt::format("there is no kind '{}', but {}fpin, stall", acrText, lAll));
 }
 
-// The paths, maps and volumes by which a stall concerns ports or a fabric, by the names that a stall may
-// have.
-std::vector<std::string> sListDisks(const ZTSHistoryFilter& acrFilter, const ZTSStoredStorage& acrStorage) {
-    ZTSSeries lPath;
-    std::set<std::string> lDisks;
-    for (const ZTSStoredLun& lrStored : acrStorage.mLuns) {
-        lPath.mInitiator.mPort = lrStored.mLun.mInitiator;
-        lPath.mRemote = lrStored.mLun.mTarget;
-        lPath.mFabric = lrStored.mLun.mFabric;
-        if (acrFilter.takes(lPath)) {
-            lDisks.insert({lrStored.mLun.getName(), lrStored.mLun.mDisk});
-        }
-    }
-    const ZTSHostStorage lHere = acrStorage.listHere();
-    for (const std::string& lrDisk : std::set(lDisks)) {
-        const ZTSHit lHit = lHere.hitBy(lrDisk);
-        lDisks.insert(lHit.mMaps.begin(), lHit.mMaps.end());
-        lDisks.insert(lHit.mVolumes.begin(), lHit.mVolumes.end());
-    }
-    lDisks.erase("");
-    return {lDisks.begin(), lDisks.end()};
-}
-
 // Kinds of the history's that are none of the agent's.
 struct HostKind {
     const char* mpName;
@@ -113,11 +90,33 @@ bool ZTSHistoryQuery::takes(const ZTSFpin& acrFpin) const {
 }
 
 bool ZTSHistoryQuery::takes(const ZTSStall& acrStall) const {
-    const auto lIsIn = [&](const std::string& acrName) {
-        return std::find(mDisks->begin(), mDisks->end(), acrName) != mDisks->end();
+    if (!mTakesStalls || acrStall.mFirst > mFilter.mUntil ||
+        (acrStall.mIsOver && !mFilter.takes(acrStall.mFirst, acrStall.mLast))) {
+        return false;
+    }
+    if (!asksForPorts()) {
+        return true;
+    }
+    ZTSHistoryFilter lPorts = mFilter;
+    lPorts.mKinds.clear();
+    const std::vector<ZTSSeries> lPaths = mpBelow->listPaths(acrStall.mName);
+    return std::any_of(lPaths.begin(), lPaths.end(),
+                       [&](const ZTSSeries& acrPath) { return lPorts.takes(acrPath); });
+}
+
+bool ZTSHistoryQuery::takes(const ZTSChange& acrChange) const {
+    const auto lIsIn = [](const std::vector<ZTSWwn>& acrPorts, const ZTSWwn& acrPort) {
+        return std::find(acrPorts.begin(), acrPorts.end(), acrPort) != acrPorts.end();
     };
-    return mTakesStalls && (!acrStall.mIsOver || mFilter.takes(acrStall.mFirst, acrStall.mLast)) &&
-           acrStall.mFirst <= mFilter.mUntil && (!mDisks || lIsIn(acrStall.mName));
+    const auto lIsMeant = [&](const ZTSSeries& acrPath) {
+        return lIsIn(mFilter.mInitiators, acrPath.mInitiator.mPort) ||
+               (acrPath.mRemote && lIsIn(mFilter.mTargets, *acrPath.mRemote));
+    };
+    if (!asksForPorts()) {
+        return true;
+    }
+    const std::vector<ZTSSeries> lPaths = mpBelow->listPaths(acrChange);
+    return std::any_of(lPaths.begin(), lPaths.end(), lIsMeant);
 }
 
 std::vector<ZTSWwn> readPortsOf(const std::vector<std::string>& acrTexts, const ZTPortLabels& acrLabels) {
@@ -177,10 +176,8 @@ ZTSHistoryQuery makeQuery(const ZTSHistoryOptions& acrOptions, ZTCStoreReader& a
     lrFilter.mInitiators = readPortsOf(acrOptions.mInitiators, lLabels);
     lrFilter.mTargets = readPortsOf(acrOptions.mTargets, lLabels);
     lrFilter.mFabric = readFabric(acrOptions.mFabric, arReader);
-    if (!lrFilter.mInitiators.empty() || !lrFilter.mTargets.empty() || !lrFilter.mFabric.empty()) {
-        ZTSHistoryFilter lPorts = lrFilter;
-        lPorts.mKinds.clear();
-        lQuery.mDisks = sListDisks(lPorts, arReader.readStorage());
+    if (lQuery.asksForPorts() || !arReader.readWindows().empty()) {
+        lQuery.mpBelow->read(arReader);
     }
     if (!acrOptions.mHost.empty() && acrOptions.mHost != arReader.getHost()) {
         throw ZTCScopeUsage(

@@ -1,7 +1,10 @@
 // What is asked of the history, in words and as a filter.
 #pragma once
 
+#include <memory>
+
 #include "HistoryOptions.h"
+#include "PathsBelow.h"
 #include "StoreReader.h"
 
 /// What is asked for, of all that a history has.
@@ -10,11 +13,17 @@ struct ZTSHistoryQuery {
     bool mTakesRecords = true;
     bool mTakesFpins = true;
     bool mTakesStalls = true;
-    /// The disks by which a stall concerns what the filter takes; nothing: all do.
-    std::optional<std::vector<std::string>> mDisks{};
+    /// By which stalls and changes concern ports. Never null; it knows the store where that matters.
+    std::shared_ptr<ZTCPathsBelow> mpBelow = std::make_shared<ZTCPathsBelow>();
 
     bool takes(const ZTSFpin& acrFpin) const;
     bool takes(const ZTSStall& acrStall) const;
+    /// Only what concerns a port that is asked for, if one is; the time is not looked at.
+    bool takes(const ZTSChange& acrChange) const;
+    /// Whether it matters which ports stand behind a name.
+    bool asksForPorts() const {
+        return !mFilter.mInitiators.empty() || !mFilter.mTargets.empty() || !mFilter.mFabric.empty();
+    }
 };
 
 // They read times, kinds and names; the store tells what its ports and fabrics are called. Each throws

@@ -9,8 +9,10 @@
 
 #include "Failure.h"
 #include "HistoryQuery.h"
+#include "PathsBelow.h"
 #include "PortText.h"
 #include "ShownText.h"
+#include "StorageIndex.h"
 
 namespace {
 
@@ -59,12 +61,6 @@ std::string sTroubleOf(const ZTSStoredLun& acrStored, const PortStates& acrState
     return lWhy.empty() && !acrStored.mIsHere ? "removed" : lWhy;
 }
 
-// Of page 0x83, as device mapper writes it: "3" and digits is "naa.", "2" is "eui.".
-std::string sLunWwidOf(const std::string& acrMapWwid) {
-    const char lType = acrMapWwid.empty() ? ' ' : acrMapWwid[0];
-    return lType == '3' ? "naa." + acrMapWwid.substr(1) : lType == '2' ? "eui." + acrMapWwid.substr(1) : "";
-}
-
 class Builder {
   public:
     Builder(const ZTSStoredStorage& acrStorage, PortStates aStates)
@@ -72,7 +68,7 @@ class Builder {
         for (const ZTSStoredLun& lrLun : acrStorage.mLuns) {
             if (lrLun.mIsHere) {
                 mByDisk.emplace(lrLun.mLun.mDisk, &lrLun);
-                mWwidsHere.insert(lrLun.mLun.mWwid);
+                lrLun.mLun.mWwid.empty() ? void() : void(mWwidsHere.insert(lrLun.mLun.mWwid));
             } else if (!lrLun.mLun.mWwid.empty()) {
                 mGone.emplace(lrLun.mLun.mWwid, &lrLun);
             }
@@ -90,7 +86,7 @@ class Builder {
   private:
     void addMap(const ZTSStoredMap& acrStored) {
         const ZTSMap& lrMap = acrStored.mMap;
-        std::string lWwid = sLunWwidOf(lrMap.mWwid);
+        std::string lWwid = lunWwidOf(lrMap.mWwid);
         if (!acrStored.mIsHere && mWwidsHere.contains(lWwid)) {
             mFormerMaps[lWwid] = &lrMap;
             return;
@@ -193,11 +189,11 @@ class Builder {
             lHits[2].insert(acrHit.mMounts.begin(), acrHit.mMounts.end());
         };
         if (aUnit.mIsHere && !aUnit.mMap.empty()) {
-            lJoin(mHere.hitBy(aUnit.mDisk));
+            lJoin(mIndex.hitBy(aUnit.mDisk));
         }
         for (const ZTSUnitPath& lrPath : aUnit.mPaths) {
             if (aUnit.mMap.empty() && lrPath.mIsHere) {
-                lJoin(mHere.hitBy(lrPath.mLun.mDisk));
+                lJoin(mIndex.hitBy(lrPath.mLun.mDisk));
             }
         }
         aUnit.mHit = {{lHits[0].begin(), lHits[0].end()},
@@ -208,6 +204,7 @@ class Builder {
 
     const ZTSStoredStorage& mrStorage;
     const ZTSHostStorage mHere;
+    const ZTCStorageIndex mIndex{mHere};
     const PortStates mStates;
     std::map<std::string, const ZTSStoredLun*> mByDisk;
     std::multimap<std::string, const ZTSStoredLun*> mGone;
@@ -232,12 +229,9 @@ bool sHasStall(const ZTSUnit& acrUnit, const std::string& acrName) {
 // Each belongs to all LUNs below it.
 void sPlaceStalls(std::vector<ZTSStoredStall> aStalls, ZTSUnits& arUnits) {
     for (ZTSStoredStall& lrStall : aStalls) {
-        if (lrStall.mStall.mIsOver) {
-            continue;
-        }
         bool lIsPlaced = false;
         for (ZTSUnit& lrUnit : arUnits.mUnits) {
-            if (sHasStall(lrUnit, lrStall.mStall.mName)) {
+            if (lrUnit.mIsHere && sHasStall(lrUnit, lrStall.mStall.mName)) {
                 lrUnit.mStalls.push_back(lrStall);
                 lIsPlaced = true;
             }
@@ -282,19 +276,17 @@ void sKeepThrough(const ZTSHistoryFilter& acrFilter, std::vector<ZTSUnit>& arUni
     }
     std::erase_if(arUnits, [&](const ZTSUnit& acrUnit) {
         return std::none_of(acrUnit.mPaths.begin(), acrUnit.mPaths.end(), [&](const ZTSUnitPath& acrPath) {
-            ZTSSeries lPath;
-            lPath.mInitiator.mPort = acrPath.mLun.mInitiator;
-            lPath.mRemote = acrPath.mLun.mTarget;
-            lPath.mFabric = acrPath.mLun.mFabric;
-            return acrFilter.takes(lPath);
+            return acrFilter.takes(portsOfPath(acrPath.mLun));
         });
     });
 }
 
-// The worst comes first: what stands still, then by the part of the paths that is left.
+// The worst comes first: what stands still, then by the part of the paths that is left. What has gone comes
+// last: mostly somebody has taken it away.
 auto sRankOf(const ZTSUnit& acrUnit) {
     const double lLeft = acrUnit.mTotal == 0 ? 1.0 : double(acrUnit.mUsable) / acrUnit.mTotal;
-    return std::tuple(acrUnit.mStalls.empty(), lLeft, !acrUnit.isInTrouble(), acrUnit.isLocal());
+    return std::tuple(!acrUnit.mIsHere, acrUnit.mStalls.empty(), lLeft, !acrUnit.isInTrouble(),
+                      acrUnit.isLocal());
 }
 
 bool sIsOfPaths(const ZTSBlindSpot& acrBlindSpot) {
@@ -332,9 +324,7 @@ ZTSUnits readUnits(ZTCStoreReader& arReader, const ZTSHistoryOptions& acrOptions
     lFilter.mFabric = readFabric(acrOptions.mFabric, arReader);
     const ZTSStoredStorage lStorage = arReader.readStorage();
     lUnits.mUnits = Builder(lStorage, sReadStates(arReader)).build();
-    sPlaceStalls(arReader.readStalls(std::numeric_limits<ZTNanoseconds>::min(),
-                                     std::numeric_limits<ZTNanoseconds>::max()),
-                 lUnits);
+    sPlaceStalls(arReader.readOpenStalls(), lUnits);
     sKeepCalled(acrOptions.mMaps, lUnits.mUnits);
     sKeepThrough(lFilter, lUnits.mUnits);
     if (!acrOptions.mMaps.empty() || !lFilter.takesAllSeries()) {

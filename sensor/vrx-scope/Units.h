@@ -32,11 +32,13 @@ struct ZTSUnit {
     /// What its paths say of it: the first one that does. Null: none.
     const ZTSLun* findLun() const;
     /// It has paths on several ports, and nobody who would go from one to the next.
-    bool lacksMap() const { return mMap.empty() && mTotal > 1; }
+    bool lacksMap() const { return mIsHere && mMap.empty() && mTotal > 1; }
     /// The array has better paths than those that are left.
     bool isSlow() const;
     bool isLocal() const;
-    bool isInTrouble() const { return mUsable < mTotal || !mStalls.empty() || lacksMap() || isSlow(); }
+    bool lacksPaths() const { return mIsHere && mUsable < mTotal; }
+    /// What has gone is in none.
+    bool isInTrouble() const { return lacksPaths() || !mStalls.empty() || lacksMap() || isSlow(); }
     /// What people call it: the map, else the disk.
     const std::string& getName() const { return mMap.empty() ? mDisk : mMap; }
 };
@@ -44,7 +46,7 @@ struct ZTSUnit {
 struct ZTSUnits {
     std::string mHost;
     ZTPortLabels mLabels;
-    std::vector<ZTSUnit> mUnits;               ///< the worst first
+    std::vector<ZTSUnit> mUnits;               ///< the worst first, what has gone last
     std::vector<ZTSStoredStall> mOtherStalls;  ///< of disks that are none of these
     std::vector<ZTSBlindSpot> mBlindSpots;     ///< of paths and stalls
     bool mIsNow = false;                       ///< vrx-sn runs

@@ -100,20 +100,45 @@ void sPutUnit(ZTCJsonWriter& arJson, const ZTSUnit& acrUnit, const ZTSUnits& acr
     sPutStalls(arJson, acrUnit.mStalls, acrUnits.mHost);
 }
 
-void sPutHead(ZTCJsonWriter& arJson, const ZTSUnits& acrUnits) {
+void sPutHead(ZTCJsonWriter& arJson) {
     sPutNumber(arJson, "schema", ZTScopeSchema);
-    putTexts(arJson, {{"command", "paths"}, {"host", acrUnits.mHost}});
+    putTexts(arJson, {{"command", "paths"}});
 }
 
+void sPutFreshness(ZTCJsonWriter& arJson, const ZTSUnits& acrUnits) {
+    sPutBoolean(arJson, "now", acrUnits.mIsNow);
+    sPutTime(arJson, "written", acrUnits.mWritten);
+}
+
+// Each with all that it takes to be read alone.
 std::string sLinesOf(const ZTSUnits& acrUnits) {
     std::string lText;
-    for (const ZTSUnit& lrUnit : acrUnits.mUnits) {
+    const auto lAddLine = [&](const char* apType, const auto& acrPut) {
         ZTCJsonWriter lJson(lText);
         lJson.beginObject();
-        sPutHead(lJson, acrUnits);
-        sPutUnit(lJson, lrUnit, acrUnits);
+        sPutHead(lJson);
+        putTexts(lJson, {{"type", apType}});
+        sPutFreshness(lJson, acrUnits);
+        acrPut(lJson);
         lJson.endObject();
         lText += '\n';
+    };
+    for (const ZTSUnit& lrUnit : acrUnits.mUnits) {
+        lAddLine("lun", [&](ZTCJsonWriter& arJson) {
+            putTexts(arJson, {{"host", acrUnits.mHost}});
+            sPutUnit(arJson, lrUnit, acrUnits);
+        });
+    }
+    for (const ZTSStoredStall& lrStall : acrUnits.mOtherStalls) {
+        lAddLine("stall", [&](ZTCJsonWriter& arJson) {
+            putStall(arJson, lrStall.mId, lrStall.mStall, acrUnits.mHost);
+        });
+    }
+    for (const ZTSBlindSpot& lrSpot : acrUnits.mBlindSpots) {
+        lAddLine("blind_spot", [&](ZTCJsonWriter& arJson) {
+            putTexts(arJson, {{"host", acrUnits.mHost}});
+            putBlindSpot(arJson, lrSpot);
+        });
     }
     return lText;
 }
@@ -127,9 +152,9 @@ std::string unitsJson(const ZTSUnits& acrUnits, bool aAsLines) {
     std::string lText;
     ZTCJsonWriter lJson(lText);
     lJson.beginObject();
-    sPutHead(lJson, acrUnits);
-    sPutBoolean(lJson, "now", acrUnits.mIsNow);
-    sPutTime(lJson, "written", acrUnits.mWritten);
+    sPutHead(lJson);
+    putTexts(lJson, {{"host", acrUnits.mHost}});
+    sPutFreshness(lJson, acrUnits);
     lJson.key("luns");
     lJson.beginList();
     for (const ZTSUnit& lrUnit : acrUnits.mUnits) {

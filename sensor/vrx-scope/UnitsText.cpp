@@ -32,11 +32,12 @@ std::string sPathsText(const ZTSUnit& acrUnit, const char* apThing = "") {
                        acrUnit.mIsInferred ? " (inferred)" : "");
 }
 
+// Of what is there.
 std::vector<const ZTSUnitPath*> sPathsOf(const std::vector<ZTSUnit>& acrUnits) {
     std::vector<const ZTSUnitPath*> lPaths;
     for (const ZTSUnit& lrUnit : acrUnits) {
         for (const ZTSUnitPath& lrPath : lrUnit.mPaths) {
-            if (!lrUnit.isLocal()) {
+            if (lrUnit.mIsHere && !lrUnit.isLocal()) {
                 lPaths.push_back(&lrPath);
             }
         }
@@ -108,15 +109,16 @@ std::string sHeadText(const ZTSUnits& acrUnits) {
         return std::count_if(acrUnits.mUnits.begin(), acrUnits.mUnits.end(), acrIsOne);
     };
     std::string lText = acrUnits.mHost.empty() ? "" : toShownText(acrUnits.mHost) + ": ";
-    lText += countText(acrUnits.mUnits.size(), "LUN");
+    const auto lGone = lCount([](const ZTSUnit& acrUnit) { return !acrUnit.mIsHere; });
+    const std::size_t lHere = acrUnits.mUnits.size() - static_cast<std::size_t>(lGone);
+    lText += countText(lHere, "LUN");
     const std::pair<std::ptrdiff_t, const char*> lTroubles[] = {
         {lCount([](const ZTSUnit& acrUnit) { return !acrUnit.mStalls.empty(); }) +
              static_cast<std::ptrdiff_t>(acrUnits.mOtherStalls.size()),
          "standing still"},
-        {lCount([](const ZTSUnit& acrUnit) { return acrUnit.mUsable == 0 && acrUnit.mTotal != 0; }),
+        {lCount([](const ZTSUnit& acrUnit) { return acrUnit.lacksPaths() && acrUnit.mUsable == 0; }),
          "without any path"},
-        {lCount(
-             [](const ZTSUnit& acrUnit) { return acrUnit.mUsable != 0 && acrUnit.mUsable < acrUnit.mTotal; }),
+        {lCount([](const ZTSUnit& acrUnit) { return acrUnit.lacksPaths() && acrUnit.mUsable != 0; }),
          "with paths missing"},
         {lCount([](const ZTSUnit& acrUnit) { return acrUnit.isSlow(); }), "without an optimized path"},
         {lCount([](const ZTSUnit& acrUnit) { return acrUnit.lacksMap(); }), "not multipathed"}};
@@ -125,7 +127,8 @@ std::string sHeadText(const ZTSUnits& acrUnits) {
         lText += lNumber != 0 ? fmt::format(", {} {}", lNumber, lpWhat) : "";
         lIsWell &= lNumber == 0;
     }
-    return bold(lText + (lIsWell && !acrUnits.mUnits.empty() ? ", each with all its paths" : "")) + "\n";
+    lText += lIsWell && lHere != 0 ? ", each with all its paths" : "";
+    return bold(lText + (lGone != 0 ? fmt::format("; {} gone", lGone) : "")) + "\n";
 }
 
 // What is amiss with many may have one cause.

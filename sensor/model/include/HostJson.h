@@ -13,4 +13,5 @@ void putFpin(ZTCJsonWriter& arJson, std::uint64_t aId, const ZTSFpin& acrFpin, c
 void putStall(ZTCJsonWriter& arJson, std::uint64_t aId, const ZTSStall& acrStall, std::string_view aHost);
 /// The maintenance window that it fell into: its text, else what it is about; null for none.
 void putWindow(ZTCJsonWriter& arJson, const ZTSWindow* apWindow);
+void putBlindSpot(ZTCJsonWriter& arJson, const ZTSBlindSpot& acrBlindSpot);
 void putBlindSpots(ZTCJsonWriter& arJson, const std::vector<ZTSBlindSpot>& acrBlindSpots);

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "Ports.h"
+#include "Record.h"
 #include "SensorTime.h"
 
 /// A plain value: any thread.
@@ -28,3 +30,6 @@ ZTSWindow parseWindow(std::string_view aText);
 const ZTSWindow* findWindow(const std::vector<ZTSWindow>& acrWindows, const ZTPortLabels& acrLabels,
                             ZTNanoseconds aFirst, ZTNanoseconds aLast, const ZTSWwn& acrInitiator,
                             const ZTSWwn& acrRemote, std::string_view aFabric);
+/// Of what concerns several pairs of ports, or none: only their ports and fabrics count.
+const ZTSWindow* findWindow(const std::vector<ZTSWindow>& acrWindows, const ZTPortLabels& acrLabels,
+                            ZTNanoseconds aFirst, ZTNanoseconds aLast, std::span<const ZTSSeries> aPairs);

@@ -146,6 +146,8 @@ class ZTCStoreReader {
     std::vector<ZTSStoredFpin> readFpins(ZTNanoseconds aSince, ZTNanoseconds aUntil, std::size_t aLimit = 0);
     std::vector<ZTSStoredStall> readStalls(ZTNanoseconds aSince, ZTNanoseconds aUntil,
                                            std::size_t aLimit = 0);
+    /// Those that are not over, in the order of their begin; however many there were, this costs no more.
+    std::vector<ZTSStoredStall> readOpenStalls();
     std::vector<ZTSBlindSpot> readBlindSpots();
     std::vector<ZTSWindow> readWindows();
     /// From one time to before another, in the order of time; an empty name takes all measures.

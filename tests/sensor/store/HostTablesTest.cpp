@@ -166,6 +166,7 @@ TEST_F(HostTables, WhatGoesOnIsOneRow) {
         EXPECT_EQ(lNews.mFpins.size(), lSecond % 10 == 0 ? 1U : 0U) << lSecond;
         const bool lIsOpen = lSecond < 14;
         EXPECT_EQ(lReader.readStalls((lBegin + 3600) * ZTSecond, INT64_MAX).size(), lIsOpen ? 1U : 0U);
+        EXPECT_EQ(lReader.readOpenStalls().size(), lIsOpen ? 1U : 0U);
     }
     ZTCStoreFollow::News lNews;
     EXPECT_FALSE(lLate->read(lReader, lNews));

@@ -61,7 +61,8 @@ struct Stand {
              "volume"},
             {sBegin + 4 * ZTSecond, sBegin + 9 * ZTSecond, false, "sda", pathOf(0), "/data", 1, "path"},
             {sBegin + 5 * ZTSecond, sBegin + 10 * ZTSecond, true, "nvme0n1", "nvme0n1", "/", 1, "disk"}};
-        lrHost.mWindows = {{"array1/A", sBegin, sBegin + 3 * ZTSecond, "new <b>firmware</b>"}};
+        lrHost.mWindows = {{"array1/A", sBegin, sBegin + 3 * ZTSecond, "new <b>firmware</b>"},
+                           {"fabric=left", sBegin + 7 * ZTSecond, sBegin + 8 * ZTSecond, ""}};
         lrHost.mBlindSpots = {{"fpins", ZTHostPort(1).toText(), "the driver posts none", true},
                               {"scsi_errors", "", "none has come yet", false}};
         mBatch.mChanges = {
@@ -116,14 +117,14 @@ TEST(HostHistory, StandsAmongTheRowsInTheOrderOfTime) {
         "errors, found by 10:00:00:25:b5:01:00:09, affects array1-A-left, array2-B-left, in maintenance (new "
         "<b>firmware</b>)\n"
         " 2026-11-18 11:06:42.000 UTC 11:08:17.000 stall - - - /data\\x1b (vg0-data, dm-5): stood still for 1 min 35 "
-        "s, 1,200 commands\n"
+        "s, 1,200 commands, in maintenance (new <b>firmware</b>)\n"
         "-- 2026-11-18 11:06:42.000 UTC: lun array1-A-left LUN 0 seen from hba0 came: running, in maintenance (new "
         "<b>firmware</b>)\n"
-        " 2026-11-18 11:06:44.000 UTC 11:06:49.000 stall - - - /data (array1-A-left LUN 0 seen from hba0, sda): 1 "
-        "command, none completes, still under way\n"
+        " 2026-11-18 11:06:44.000 UTC 11:06:49.000 stall - - - a path of /data (array1-A-left LUN 0 seen from hba0, sda): 1 "
+        "command, none completes, still under way, in maintenance\n"
         " 2026-11-18 11:06:45.000 UTC 11:06:50.000 stall - - - / (nvme0n1): stood still for 5 s, 1 command\n"
-        "-- 2026-11-18 11:06:47.000 UTC: map mpatha: paths was 8 of 8, is 4 of 8\n"
-        "-- 2026-11-18 11:06:48.000 UTC: note by root about array1: new \\x1b[1mcable\n"
+        "-- 2026-11-18 11:06:47.000 UTC: map mpatha: paths was 8 of 8, is 4 of 8, in maintenance\n"
+        "-- 2026-11-18 11:06:48.000 UTC: note by root about array1: new \\x1b[1mcable, in maintenance\n"
         " 2026-11-18 11:07:00.000 UTC 11:07:00.000 fpin 1 hba1 - congestion: oversubscription, alarm\n");
     EXPECT_EQ(
         packed(lStand.ask({"changes"})),
@@ -132,8 +133,8 @@ TEST(HostHistory, StandsAmongTheRowsInTheOrderOfTime) {
         "maintenance (new <b>firmware</b>)\n"
         " 2026-11-18 11:06:42.000 UTC lun array1-A-left LUN 0 seen from hba0 came - running, in maintenance "
         "(new <b>firmware</b>)\n"
-        " 2026-11-18 11:06:47.000 UTC map mpatha paths 8 of 8 4 of 8\n"
-        " 2026-11-18 11:06:48.000 UTC note root noted: array1 - new \\x1b[1mcable\n");
+        " 2026-11-18 11:06:47.000 UTC map mpatha paths 8 of 8 4 of 8, in maintenance\n"
+        " 2026-11-18 11:06:48.000 UTC note root noted: array1 - new \\x1b[1mcable, in maintenance\n");
     const std::string lPorts = packed(lStand.ask({"ports"}));
     for (
         const char* const lpPart :
@@ -146,11 +147,12 @@ TEST(HostHistory, StandsAmongTheRowsInTheOrderOfTime) {
 }
 
 TEST(HostHistory, IsFoundByKindPortAndTime) {
-    const Stand lStand;
+    Stand lStand;
     const std::pair<Arguments, const char*> lRows[] = {
         {{"--kind", "fpin"}, "f1f2"},
         {{"--kind", "stall"}, "s1s2s3"},
         {{"--kind", "fpin", "--kind", "stall", "--limit", "1"}, "s3f2"},
+        {{"--limit", "1"}, "s3f2"},
         {{"--kind", "queue_full"}, ""},
         {{"--kind", "stall", "--target", "array1/A"}, "s1s2"},
         {{"--initiator", "hba1"}, "s1f2"},
@@ -158,23 +160,26 @@ TEST(HostHistory, IsFoundByKindPortAndTime) {
         {{"--fabric", "right", "--kind", "stall"}, "s1"},
         {{"--since", "@1795000030"}, "s1s2"},
         {{"--until", "@1795000001"}, "f1"}};
-    for (const auto& [lrArguments, lpIds] : lRows) {
-        SCOPED_TRACE(lrArguments[0] + " " + lrArguments.back());
+    const auto lIdsOf = [&](const Arguments& acrArguments) {
         Arguments lArguments{"history", "--ndjson"};
-        lArguments.insert(lArguments.end(), lrArguments.begin(), lrArguments.end());
+        lArguments.insert(lArguments.end(), acrArguments.begin(), acrArguments.end());
         std::string lIds;
         for (const ZTTestTexts& lrId :
              matchesIn(lStand.ask(lArguments), "\"type\":\"([fs])\\w+\",\"id\":(\\d)")) {
             lIds += lrId[0] + lrId[1];
         }
-        EXPECT_EQ(lIds, lpIds);
+        return lIds;
+    };
+    for (const auto& [lrArguments, lpIds] : lRows) {
+        EXPECT_EQ(lIdsOf(lrArguments), lpIds) << lrArguments[0] << " " << lrArguments.back();
     }
     const auto lCount = [&](Arguments aArguments) {
         aArguments.insert(aArguments.begin(), {"changes", "--ndjson"});
         return countIn(lStand.ask(aArguments), "\n");
     };
     EXPECT_EQ(lCount({"--what", "note", "--what", "map"}), 2U);
-    EXPECT_EQ(lCount({"--target", "array1"}), 2U);
+    EXPECT_EQ(lCount({"--target", "array1"}), 4U);  // with the map above it, and the note about it
+    EXPECT_EQ(lCount({"--target", "array2"}), 0U);
     EXPECT_EQ(lCount({"--limit", "3"}), 3U);
     EXPECT_EQ(lCount({"--since", "@1795000008"}), 1U);
     for (const Arguments& lrArguments :
@@ -195,6 +200,14 @@ TEST(HostHistory, IsFoundByKindPortAndTime) {
     EXPECT_EQ(lPorts["ports"][0]["firmware"], "12.6.0");
     EXPECT_EQ(lPorts["ports"][0]["remote_ports"][0]["array"], "array1");
     EXPECT_EQ(lPorts["blind_spots"].size(), 2U);
+    // What has gone still lies where it did.
+    ZTSHostNews& lrHost = lStand.mBatch.mHost;
+    lrHost.mStalls = {
+        {sBegin + 30 * ZTSecond, sBegin + 40 * ZTSecond, true, "dm-1", "mpathb", "/home", 1, "map"}};
+    lrHost.mStorage->mMaps.clear();
+    lrHost.mStorage->mLuns.clear();
+    lStand.mWriter->write(lStand.mBatch);
+    EXPECT_EQ(lIdsOf({"--kind", "stall", "--target", "array1/A", "--fabric", "left"}), "s2s4");
 }
 
 TEST(HostHistory, ANoteIsWrittenDownOrRefusedInOneLine) {

@@ -143,7 +143,8 @@ TEST(Paths, OfEachTroubleInItsOwnWords) {
              arStand.remove(isAny);
              arStand.storage().mMaps.erase(arStand.storage().mMaps.begin());
          },
-         {"  0 of 8  mpatha  -      gone\n", "mpatha: 0 of 8 paths, gone, last seen T\n",
+         {"2 LUNs, each with all its paths; 1 gone\n\n",
+          "  8 of 8  mpathc  -\n  0 of 8  mpatha  -      gone\n", "mpatha: 0 of 8 paths, gone, last seen T\n",
           "  MISSING  -     hba3       array1-B-right  right   non-optimized  removed\n"}},
         // Nobody has told of any path, and one port is gone.
         {[](Stand& arStand) {
@@ -152,8 +153,11 @@ TEST(Paths, OfEachTroubleInItsOwnWords) {
          },
          {"  7 of 8 (inferred)  mpatha",
           "  MISSING  sdc   hba1       array1-A-right  right   optimized      target gone\n"}},
-        // Without maps: what has one WWID is one LUN, the rest each its own.
+        // Without maps: what has one WWID is one LUN, the rest each its own. Of a map that has gone, and of a
+        // disk, nothing tells which LUN it is.
         {[](Stand& arStand) {
+             arStand.storage().mMaps[2].mWwid = "SVRX";
+             arStand.write();
              arStand.storage().mMaps.clear();
              arStand.storage().mVolumes.clear();
              arStand.storage().mMounts = {{"/x", "sdd", "xfs"}};
@@ -163,9 +167,9 @@ TEST(Paths, OfEachTroubleInItsOwnWords) {
              arStand.storage().mLuns.push_back(lLocal);
              arStand.mBatch.mHost.mStorage->mLuns[3].mState = "offline";
          },
-         {"4 LUNs, 1 with paths missing, 3 not multipathed\n",
+         {"4 LUNs, 1 with paths missing, 3 not multipathed; 1 gone\n", "  local              sdz     -\n",
           "missing: 1 of 24 paths, hba1 to array1-B-right\n",
-          "  7 of 8 (inferred)  sda  /x     missing: hba1 to array1-B-right; not multipathed: map mpatha has gone"}},
+          "  7 of 8 (inferred)  sda     /x     missing: hba1 to array1-B-right; not multipathed: map mpatha has gone"}},
         // A path that nobody ever saw.
         {[](Stand& arStand) { arStand.storage().mMaps[0].mTotal = 9; },
          {"  8 of 9  mpatha", "  MISSING  1 path that nobody has seen\n"}},
@@ -182,7 +186,7 @@ TEST(Paths, OfEachTroubleInItsOwnWords) {
         Stand lStand;
         lRows[lRow].mMake(lStand);
         lStand.write();
-        const std::string lText = lStand.ask();
+        const std::string lText = lStand.ask() + lStand.ask({"--full"});
         for (const std::string& lrPart : lRows[lRow].mSays) {
             EXPECT_NE(lText.find(lrPart), std::string::npos) << lrPart << "\n" << lText;
         }
@@ -245,6 +249,8 @@ TEST(Paths, AsJson) {
     lStand.remove(isLeft);
     lStand.fail(isOfA);
     lStand.stall("dm-0", "mpatha", "/data, /logs");
+    lStand.stall("nvme0n1", "nvme0n1", "/");
+    lStand.mBatch.mHost.mBlindSpots = {{"paths", "", "multipathd does not run", true}};
     lStand.write();
     const Json lAll = Json::parse(lStand.ask({"--json"}));
     const Json& lrLun = lAll["luns"][0];
@@ -261,7 +267,17 @@ TEST(Paths, AsJson) {
     EXPECT_EQ(lrLun["paths"][2]["here"], false);
     EXPECT_EQ(lrLun["paths"][2]["source"], nullptr);
     EXPECT_EQ(lrLun["paths"][2]["why"], "removed");
-    EXPECT_EQ(lAll["stalls"], Json::array());
+    EXPECT_EQ(lAll["stalls"][0]["disk"], "nvme0n1");
+    // Each line can be read alone.
+    std::string lTypes;
+    std::istringstream lLines(lStand.ask({"--ndjson"}));
+    for (std::string lLine; std::getline(lLines, lLine);) {
+        const Json lOne = Json::parse(lLine);
+        lTypes += lOne["type"].get<std::string>() + " ";
+        EXPECT_EQ(lOne["now"], true);
+        EXPECT_EQ(lOne["host"], "db7");
+    }
+    EXPECT_EQ(lTypes, "lun lun lun stall blind_spot ");
 }
 
 }  // namespace
