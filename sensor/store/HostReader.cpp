@@ -39,13 +39,16 @@ ZTSHostStorage ZTSStoredStorage::listHere() const {
 }
 
 ZTSStoredStorage ZTCStoreReader::readStorage() {
+    ZTNanoseconds lLastWrite = 0;
     ZTSStoredStorage lStorage = storeCall(mPath, [&] {
         const ZTCStoreSlice lSlice(*this);
+        lLastWrite = readMeta("last_write");
         return readStoredStorage(mDatabase);
     });
+    // What has not changed is not written again, and is there as long as somebody writes.
     const auto lSeeHere = [&](auto& arRows) {
         for (auto& lrRow : arRows) {
-            lrRow.mSeen = lrRow.mIsHere ? lStorage.mTime : lrRow.mSeen;
+            lrRow.mSeen = lrRow.mIsHere ? lLastWrite : lrRow.mSeen;
         }
     };
     lSeeHere(lStorage.mLuns);

@@ -1,6 +1,7 @@
 #include "HostRetention.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace {
 
@@ -92,12 +93,17 @@ int ZTCHostRetention::removeOlder(ZTNanoseconds aTime) {
 }
 
 bool ZTCHostRetention::limitMeasures(std::uint64_t aBytes) {
-    const auto lRows = static_cast<std::uint64_t>(mMeasureCount.findNumber().value_or(0));
-    if (lRows <= aBytes / sMeasureBytes) {
+    const std::int64_t lRows = std::max<std::int64_t>(mMeasureCount.findNumber().value_or(0), 0);
+    if (static_cast<std::uint64_t>(lRows) <= aBytes / sMeasureBytes) {
         return false;
     }
     constexpr std::int64_t lHour = 3600;
-    const ZTNanoseconds lEnd = (*mMeasured.mOldest.findNumber() + lHour) * ZTSecond;
+    const std::int64_t lOldest = *mMeasured.mOldest.findNumber();
+    if (lOldest >= std::numeric_limits<ZTNanoseconds>::max() / ZTSecond - lHour) {
+        mCount.run(std::string("measures"), -lRows);  // there are none, whatever was counted
+        return false;
+    }
+    const ZTNanoseconds lEnd = (lOldest + lHour) * ZTSecond;
     int lGone = 0;
     for (Rule& lrRule : mMeasures) {
         lGone += run(lrRule, lEnd);

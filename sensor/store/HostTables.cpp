@@ -1,6 +1,7 @@
 #include "HostTables.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "HostRows.h"
 
@@ -63,7 +64,13 @@ void ZTCHostTables::write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow) {
 }
 
 void ZTCHostTables::load(ZTSStoreStart& arStart) {
-    arStart.mStorage = mStorage.load(arStart.mLastWrite);
+    const ZTSStoredStorage lStored = mStorage.load(arStart.mLastWrite);
+    if (lStored.mTime != 0) {
+        arStart.mStorage = lStored.listHere();
+    }
+    for (const ZTSStoredMap& lrMap : lStored.mMaps) {
+        lrMap.mIsHere ? void() : arStart.mMapsGone.push_back(lrMap.mMap);
+    }
     arStart.mFacts = readStoredFacts(mrDatabase);
     SQLite::Statement lStall(mrDatabase, std::string(ZTStallColumns) + " WHERE over = 0 ORDER BY first");
     while (lStall.executeStep()) {
@@ -79,17 +86,19 @@ void ZTCHostTables::forget() {
 
 // What goes on, comes in one batch after the other.
 void ZTCHostTables::writeFpin(const ZTSFpin& acrFpin) {
-    std::erase_if(mFpins, [&](const KnownFpin& acrKnown) {
-        return acrFpin.mFirst - acrKnown.mFpin.mFirst >= sSameFor;
+    std::erase_if(mFpins, [&](const KnownFpin& acrKnown) {  // also where the clock was set back
+        return std::abs(acrFpin.mFirst - acrKnown.mFpin.mFirst) >= sSameFor;
     });
     const auto lAt = std::find_if(mFpins.begin(), mFpins.end(), [&](const KnownFpin& acrKnown) {
         return acrKnown.mFpin.isSameAs(acrFpin) && acrFpin.mFirst >= acrKnown.mFpin.mFirst;
     });
     if (lAt != mFpins.end()) {
         lAt->mFpin.mLast = std::max(lAt->mFpin.mLast, acrFpin.mLast);
-        mGrowFpin.run(lAt->mId, lAt->mFpin.mLast, acrFpin.mTimes, acrFpin.mCount);
-        noteLongest("longest_fpin", lAt->mFpin.mLast - lAt->mFpin.mFirst);
-        return;
+        if (mGrowFpin.run(lAt->mId, lAt->mFpin.mLast, acrFpin.mTimes, acrFpin.mCount) != 0) {
+            noteLongest("longest_fpin", lAt->mFpin.mLast - lAt->mFpin.mFirst);
+            return;
+        }
+        mFpins.erase(lAt);  // its row has been retired
     }
     noteLongest("longest_fpin", acrFpin.mLast - acrFpin.mFirst);
     const std::string lPorts = portsText(acrFpin.mPorts);

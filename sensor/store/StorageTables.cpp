@@ -1,7 +1,5 @@
 #include "StorageTables.h"
 
-#include <utility>
-
 #include "HostRows.h"
 
 namespace {
@@ -58,34 +56,36 @@ ZTCStorageTables::ZTCStorageTables(SQLite::Database& arDatabase)
       mSetMount(arDatabase, "INSERT OR REPLACE INTO mounts VALUES (?, ?, ?)"),
       mNoMount(arDatabase, "DELETE FROM mounts WHERE point = ? AND disk = ?") {}
 
-void ZTCStorageTables::learn(const ZTSHostStorage& acrStorage) {
-    sLearn(mLuns, acrStorage.mLuns);
-    sLearn(mMaps, acrStorage.mMaps);
-    sLearn(mVolumes, acrStorage.mVolumes);
-    sLearn(mMounts, acrStorage.mMounts);
+ZTSStoredStorage ZTCStorageTables::learn() {
+    ZTSStoredStorage lStored = readStoredStorage(mrDatabase);
+    const ZTSHostStorage lHere = lStored.listHere();
+    sLearn(mLuns, lHere.mLuns);
+    sLearn(mMaps, lHere.mMaps);
+    sLearn(mVolumes, lHere.mVolumes);
+    sLearn(mMounts, lHere.mMounts);
+    mTime = lStored.mTime;
     mIsKnown = true;
+    return lStored;
 }
 
-std::optional<ZTSHostStorage> ZTCStorageTables::load(ZTNanoseconds aLastWrite) {
+ZTSStoredStorage ZTCStorageTables::load(ZTNanoseconds aLastWrite) {
+    ZTSStoredStorage lStored = learn();
     mLastWrite = aLastWrite;
-    const ZTSStoredStorage lStored = readStoredStorage(mrDatabase);
-    ZTSHostStorage lStorage = lStored.listHere();
-    learn(lStorage);
-    mIsFirst = lStored.mTime == 0;
-    return mIsFirst ? std::nullopt : std::optional(std::move(lStorage));
+    mTimeBefore = mTime;
+    return lStored;
 }
 
 void ZTCStorageTables::write(const ZTSHostStorage& acrStorage, ZTNanoseconds aNow) {
     if (!mIsKnown) {
-        load(mLastWrite);
+        learn();
     }
-    const ZTNanoseconds lGone = mLastWrite != 0 ? std::exchange(mLastWrite, 0) : aNow;
+    const ZTNanoseconds lGone = mLastWrite != 0 && mTime == mTimeBefore ? mLastWrite : aNow;
     writeLuns(acrStorage.mLuns, aNow, lGone);
     writeMaps(acrStorage.mMaps, aNow, lGone);
     writeVolumes(acrStorage.mVolumes);
     writeMounts(acrStorage.mMounts);
     mSetTime.run(aNow);
-    mIsFirst = false;
+    mTime = aNow;
 }
 
 void ZTCStorageTables::writeLuns(const std::vector<ZTSLun>& acrLuns, ZTNanoseconds aNow,
@@ -104,7 +104,7 @@ void ZTCStorageTables::writeLuns(const std::vector<ZTSLun>& acrLuns, ZTNanosecon
 // first has not come just then.
 std::optional<ZTNanoseconds> ZTCStorageTables::findSince(const ZTSMap& acrMap, const ZTSMap* apBefore,
                                                          ZTNanoseconds aNow) {
-    if (mIsFirst) {
+    if (mTime == 0) {
         return 0;
     }
     if (apBefore != nullptr && apBefore->countUsable() == acrMap.countUsable()) {

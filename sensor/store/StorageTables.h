@@ -4,7 +4,7 @@
 #include "KnownRows.h"
 #include "SensorTime.h"
 #include "Statement.h"
-#include "Storage.h"
+#include "StoreReader.h"
 
 /// A host may have thousands of paths, of which one changes: only what differs is written.
 class ZTCStorageTables {
@@ -13,14 +13,14 @@ class ZTCStorageTables {
 
     /// All that there is now.
     void write(const ZTSHostStorage& acrStorage, ZTNanoseconds aNow);
-    /// What is there; nothing: none was ever written. What of it is gone when storage is next written, was
-    /// seen last at that time.
-    std::optional<ZTSHostStorage> load(ZTNanoseconds aLastWrite);
+    /// What there is at the start. What of it is gone when storage is first written, was seen last at that
+    /// time.
+    ZTSStoredStorage load(ZTNanoseconds aLastWrite);
     /// The transaction has failed.
     void forget() { mIsKnown = false; }
 
   private:
-    void learn(const ZTSHostStorage& acrStorage);
+    ZTSStoredStorage learn();
     void writeLuns(const std::vector<ZTSLun>& acrLuns, ZTNanoseconds aNow, ZTNanoseconds aGone);
     void writeMaps(const std::vector<ZTSMap>& acrMaps, ZTNanoseconds aNow, ZTNanoseconds aGone);
     std::optional<ZTNanoseconds> findSince(const ZTSMap& acrMap, const ZTSMap* apBefore, ZTNanoseconds aNow);
@@ -29,8 +29,9 @@ class ZTCStorageTables {
 
     SQLite::Database& mrDatabase;
     bool mIsKnown = false;
-    bool mIsFirst = false;         ///< nothing was ever written
-    ZTNanoseconds mLastWrite = 0;  ///< of somebody before
+    ZTNanoseconds mTime = 0;        ///< of what the tables have; 0: nothing was ever written
+    ZTNanoseconds mTimeBefore = 0;  ///< at the start
+    ZTNanoseconds mLastWrite = 0;   ///< of somebody before
     ZTCKnownRows<ZTSLun> mLuns;
     ZTCKnownRows<ZTSMap> mMaps;
     ZTCKnownRows<ZTSVolume> mVolumes;

@@ -237,6 +237,10 @@ ZTSStoreAddition openStoreToAdd(const std::string& acrPath) {
     ZTSStoreHolder lHolder;
     ZTCStoreDescriptor lLock = lockStoreToAdd(acrPath, lHolder);
     sRefuseAllButStores(acrPath, lHolder);
+    if (lLock.get() < 0 && !lHolder.mIsHere) {
+        sRefuse(ZTEStoreFault::Unusable, acrPath,
+                "-lock cannot be written: no permission to add something while vrx-sn does not run");
+    }
     return sTelling(acrPath, [&] {
         SQLite::Database lDatabase = sConnectToWrite(acrPath);
         sqlite3_db_config(lDatabase.getHandle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);

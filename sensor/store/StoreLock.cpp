@@ -74,7 +74,12 @@ ZTSStoreHolder findStoreHolder(const std::string& acrStore) {
 }
 
 ZTCStoreDescriptor lockStoreToAdd(const std::string& acrStore, ZTSStoreHolder& arHolder) {
-    ZTCStoreDescriptor lFile(open(sNameOf(acrStore).c_str(), O_RDONLY | O_CLOEXEC));
+    // Who may only read the store keeps nobody from it: the lock is for those who may write.
+    ZTCStoreDescriptor lFile(open(sNameOf(acrStore).c_str(), O_RDWR | O_CLOEXEC));
+    if (lFile.get() < 0) {
+        arHolder = findStoreHolder(acrStore);
+        return lFile;
+    }
     struct flock lLock = sWholeFile(F_RDLCK);
     const bool lIsLocked = fcntl(lFile.get(), F_OFD_SETLK, &lLock) == 0;
     arHolder = sRead(lFile.get());

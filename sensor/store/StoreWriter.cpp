@@ -291,7 +291,7 @@ void ZTCStoreWriter::Impl::writeMeta(const ZTSStoreBatch& acrBatch) {
     }
 }
 
-// A note is a change, and nothing more. What else is asked for, is the caller's to do.
+// A note is a change, and nothing more. What else is asked for, is the caller's to do or to refuse.
 std::vector<ZTSStoreRequest> ZTCStoreWriter::Impl::takeRequests() {
     std::vector<ZTSStoreRequest> lRequests;
     if (!tell([&] { return getStore().mHost.hasRequests(); })) {
@@ -300,7 +300,7 @@ std::vector<ZTSStoreRequest> ZTCStoreWriter::Impl::takeRequests() {
     inTransaction([&] {
         lRequests = mpStore->mHost.takeRequests(sNow());
         for (const ZTSStoreRequest& lrRequest : lRequests) {
-            if (lrRequest.mWhat == "note") {
+            if (lrRequest.isNote()) {
                 mpStore->mTables.writeChange({lrRequest.mTime, "note", lrRequest.mWho, "noted",
                                               lrRequest.mSubject, "", lrRequest.mText});
             }

@@ -191,6 +191,11 @@ void ZTCDisksLook::tellSlow(unsigned int aSeconds) {
     });
 }
 
+void ZTCDisksLook::tellFailed(const char* apWhy) {
+    mpBook->say(
+        [&](ZTCSnLog& arLog) { arLog.note(ZTSL_Error, "a look at LUNs and paths failed: %s", apWhy); });
+}
+
 void ZTCDisksLook::tellHangs(unsigned int aSeconds) {
     mpBook->say([&](ZTCSnLog& arLog) {
         arLog.note(ZTSL_Warning, "LUNs and paths cannot be seen: the kernel has not answered for %u s",

@@ -22,6 +22,7 @@ class ZTCDisksLook : public ZTCLooker {
     void end() override;
     std::array<int, 2> getDescriptors() const override;
     void tellSlow(unsigned int aSeconds) override;
+    void tellFailed(const char* apWhy) override;
     void tellHangs(unsigned int aSeconds) override;
 
   private:

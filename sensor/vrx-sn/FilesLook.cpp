@@ -190,6 +190,12 @@ void ZTCFilesLook::tellSlow(unsigned int aSeconds) {
     });
 }
 
+void ZTCFilesLook::tellFailed(const char* apWhy) {
+    mpBook->say([&](ZTCSnLog& arLog) {
+        arLog.note(ZTSL_Error, "a look at names and multipath's configuration failed: %s", apWhy);
+    });
+}
+
 void ZTCFilesLook::tellHangs(unsigned int aSeconds) {
     mpBook->say([&](ZTCSnLog& arLog) {
         arLog.note(ZTSL_Warning,

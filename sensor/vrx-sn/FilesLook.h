@@ -22,6 +22,7 @@ class ZTCFilesLook : public ZTCLooker {
 
     Clock::time_point look() override;
     void tellSlow(unsigned int aSeconds) override;
+    void tellFailed(const char* apWhy) override;
     void tellHangs(unsigned int aSeconds) override;
 
     // Any thread; the look is to be woken behind what asks for something.

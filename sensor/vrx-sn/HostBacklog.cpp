@@ -50,12 +50,18 @@ void ZTCHostBacklog::takeFpins(std::vector<ZTSFpin>&& arFpins) noexcept {
     } catch (const std::bad_alloc&) {
         // Those that were not reached are lost.
     }
+    dropFpins();
+}
+
+void ZTCHostBacklog::dropFpins() noexcept {
     dropWhatIsTooMuch(mNews.mFpins);
     const std::uint64_t lLeft = sCount(mNews.mFpins);
     mLost.mFpins += mFpins - lLeft;
     mFpins = lLeft;
 }
 
+// Without its end a stall would stand in the history for ever. Before one goes, those go that are not over,
+// which are told again each minute, and FPINs.
 void ZTCHostBacklog::takeStalls(std::vector<ZTSStall>&& arStalls) noexcept {
     if (arStalls.empty()) {
         return;
@@ -68,9 +74,14 @@ void ZTCHostBacklog::takeStalls(std::vector<ZTSStall>&& arStalls) noexcept {
     } catch (const std::bad_alloc&) {
         mLost.mStalls += lCount;
     }
-    const std::size_t lBefore = mNews.mStalls.size();
-    dropWhatIsTooMuch(mNews.mStalls);
-    mLost.mStalls += lBefore - mNews.mStalls.size();
+    std::vector<ZTSStall>& lrStalls = mNews.mStalls;
+    const std::size_t lBefore = lrStalls.size();
+    const auto lOver = std::stable_partition(lrStalls.begin(), lrStalls.end(),
+                                             [](const ZTSStall& acrStall) { return acrStall.mIsOver; });
+    dropWhatIsTooMuch(lrStalls, static_cast<std::size_t>(lOver - lrStalls.begin()));
+    dropFpins();
+    dropWhatIsTooMuch(lrStalls);
+    mLost.mStalls += lBefore - lrStalls.size();
 }
 
 void ZTCHostBacklog::countBytes() noexcept {
@@ -83,17 +94,18 @@ std::size_t ZTCHostBacklog::countEventBytes() const {
     return mBytes - mMeasureBytes;
 }
 
-// What came last.
+// From the end, until what is left fits, or so many are left.
 template <class Thing>
-void ZTCHostBacklog::dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept {
+void ZTCHostBacklog::dropWhatIsTooMuch(std::vector<Thing>& arThings, std::size_t aLeast) noexcept {
+    const auto lIsTooMuch = [this] { return countEventBytes() > mLimit / 2; };
     countBytes();
-    if (countEventBytes() <= mLimit / 2) {
-        return;
+    if (lIsTooMuch()) {
+        makeCoarser();
     }
-    makeCoarser();
-    if (const std::size_t lBytes = countEventBytes(); lBytes > mLimit / 2) {
-        const std::size_t lKept = arThings.size() * (mLimit / 2) / lBytes;
-        arThings.erase(arThings.begin() + static_cast<std::ptrdiff_t>(lKept), arThings.end());
+    while (lIsTooMuch() && arThings.size() > aLeast) {
+        const std::size_t lKept = arThings.size() * (mLimit / 2) / countEventBytes();
+        arThings.erase(arThings.begin() + static_cast<std::ptrdiff_t>(std::max(lKept, aLeast)),
+                       arThings.end());
         countBytes();
     }
 }

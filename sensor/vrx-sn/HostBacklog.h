@@ -8,7 +8,8 @@
 #include "Record.h"
 
 /// Joined with what waits, within a limit: where it is reached sums become coarser and FPINs that say the
-/// same one, and what finds no room then is counted. One thread at a time.
+/// same one, and what finds no room then is counted: what came last, but the ends of stalls behind all else.
+/// One thread at a time.
 class ZTCHostBacklog {
   public:
     /// aLimit: in bytes, of FPINs, stalls and sums. What is there whole (storage, blind spots, windows) has
@@ -32,8 +33,9 @@ class ZTCHostBacklog {
     void takeFpins(std::vector<ZTSFpin>&& arFpins) noexcept;
     void takeStalls(std::vector<ZTSStall>&& arStalls) noexcept;
     void takeMeasures(ZTCMeasures&& arMeasures) noexcept;
+    void dropFpins() noexcept;
     template <class Thing>
-    void dropWhatIsTooMuch(std::vector<Thing>& arThings) noexcept;
+    void dropWhatIsTooMuch(std::vector<Thing>& arThings, std::size_t aLeast = 0) noexcept;
     void makeCoarser() noexcept;
     void countBytes() noexcept;
     std::size_t countEventBytes() const;

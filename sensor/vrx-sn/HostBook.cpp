@@ -47,7 +47,7 @@ void ZTCHostBook::say(const std::function<void(ZTCSnLog&)>& acrSay) const {
 void ZTCHostBook::setStart(const ZTSStoreStart& acrStart) {
     const std::lock_guard lLock(mLock);
     mPorts.setStart(acrStart.mPorts);
-    mStorage.setStart(acrStart.mStorage);
+    mStorage.setStart(acrStart.mStorage, acrStart.mMapsGone);
     mStartStalls = acrStart.mStalls;
     mStartFacts = acrStart.mFacts;
     tellPorts();

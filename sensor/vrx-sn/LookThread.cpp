@@ -10,6 +10,7 @@
 #include <mutex>
 #include <new>
 #include <system_error>
+#include <utility>
 
 #include "SensorFiles.h"
 
@@ -46,6 +47,7 @@ struct ZTCLookThread::Shared {
     std::atomic<bool> mEnds{false};
     std::atomic<Clock::time_point> mBegan{};  // of the look that is under way; 0: none is
     std::atomic<bool> mIsHangTold{false};
+    bool mIsFailureTold = false;  // by its thread alone
 
     std::mutex mLock;  // of what follows
     std::condition_variable mChanged;
@@ -78,6 +80,10 @@ void ZTCLookThread::Shared::look() {
         lNext = mpLooker->look();
     } catch (const std::bad_alloc&) {
         // What it saw, the next one tells.
+    } catch (const std::exception& lrError) {
+        if (!std::exchange(mIsFailureTold, true)) {
+            mpLooker->tellFailed(lrError.what());
+        }
     }
     mBegan = Clock::time_point();
     mIsHangTold = false;

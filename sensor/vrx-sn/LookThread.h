@@ -19,8 +19,8 @@ class ZTCLooker {
     ZTCLooker(const ZTCLooker&) = delete;
     ZTCLooker& operator=(const ZTCLooker&) = delete;
 
-    /// Returns when the next look is due at the latest. Throws std::bad_alloc alone: the next one comes in a
-    /// second.
+    /// Returns when the next look is due at the latest. Where it throws, which but for std::bad_alloc it is
+    /// not to do, the next one comes in a second.
     virtual Clock::time_point look() = 0;
     /// Behind the last look: tells what it has kept back. Throws std::bad_alloc alone.
     virtual void end() {}
@@ -28,6 +28,8 @@ class ZTCLooker {
     virtual std::array<int, 2> getDescriptors() const { return {-1, -1}; }
     /// A look has taken so long.
     virtual void tellSlow(unsigned int aSeconds) = 0;
+    /// One threw something else than std::bad_alloc, which is told once.
+    virtual void tellFailed(const char* apWhy) = 0;
     /// One does not come back, which is told once. Called by whoever watches.
     virtual void tellHangs(unsigned int aSeconds) = 0;
 };

@@ -52,6 +52,11 @@ void ZTCPortsLook::tellSlow(unsigned int aSeconds) {
     });
 }
 
+void ZTCPortsLook::tellFailed(const char* apWhy) {
+    mpBook->say(
+        [&](ZTCSnLog& arLog) { arLog.note(ZTSL_Error, "a look at the host's ports failed: %s", apWhy); });
+}
+
 void ZTCPortsLook::tellHangs(unsigned int aSeconds) {
     mpBook->say([&](ZTCSnLog& arLog) {
         arLog.note(ZTSL_Warning, "the host's ports cannot be seen: a driver has not answered for %u s",

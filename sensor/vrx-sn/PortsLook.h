@@ -13,6 +13,7 @@ class ZTCPortsLook : public ZTCLooker {
 
     Clock::time_point look() override;
     void tellSlow(unsigned int aSeconds) override;
+    void tellFailed(const char* apWhy) override;
     void tellHangs(unsigned int aSeconds) override;
 
   private:

@@ -14,14 +14,15 @@ const std::string& sKeyOf(const ZTSMap& acrMap) {
 }  // namespace
 
 // What may throw comes first, here and below.
-void ZTCStorageBook::setStart(std::optional<ZTSHostStorage> aStorage) {
+void ZTCStorageBook::setStart(std::optional<ZTSHostStorage> aStorage, const std::vector<ZTSMap>& acrGone) {
     if (mIsStartKnown) {
         return;
     }
     Totals lTotals = mTotals;
     std::vector<ZTSChange> lChanges;
+    raise(lTotals, acrGone);
     if (aStorage) {
-        raise(lTotals, *aStorage);
+        raise(lTotals, aStorage->mMaps);
     }
     if (hasLooked()) {
         ZTSHostStorage lNow = *mpStorage;
@@ -41,7 +42,8 @@ void ZTCStorageBook::setStart(std::optional<ZTSHostStorage> aStorage) {
 
 void ZTCStorageBook::see(ZTSHostStorage aStorage, ZTNanoseconds aTime) {
     Totals lTotals = mTotals;
-    raise(lTotals, aStorage);
+    raise(lTotals, aStorage.mMaps);
+    limit(lTotals, aStorage);
     apply(lTotals, aStorage);
     std::vector<ZTSChange> lChanges;
     if (hasLooked()) {
@@ -68,15 +70,22 @@ void ZTCStorageBook::take(ZTSHostStorage aStorage, Totals aTotals, std::vector<Z
     mHaveNews = true;
 }
 
-void ZTCStorageBook::raise(Totals& arTotals, const ZTSHostStorage& acrStorage) {
-    if (arTotals.size() + acrStorage.mMaps.size() > MostTotals) {
-        arTotals.clear();
-    }
-    for (const ZTSMap& lrMap : acrStorage.mMaps) {
+void ZTCStorageBook::raise(Totals& arTotals, const std::vector<ZTSMap>& acrMaps) {
+    for (const ZTSMap& lrMap : acrMaps) {
         // While its table is made anew, a map has the disks that have gone beside those that are there now.
         const auto [lAt, lIsNew] = arTotals.try_emplace(sKeyOf(lrMap));
         const auto lPaths = static_cast<std::uint32_t>(lIsNew ? lrMap.mPaths.size() : 0);
         lAt->second = std::max({lAt->second, lrMap.mTotal, lPaths});
+    }
+}
+
+void ZTCStorageBook::limit(Totals& arTotals, const ZTSHostStorage& acrStorage) {
+    if (arTotals.size() > MostTotals) {
+        Totals lHere;
+        for (const ZTSMap& lrMap : acrStorage.mMaps) {
+            lHere[sKeyOf(lrMap)] = arTotals[sKeyOf(lrMap)];
+        }
+        arTotals = std::move(lHere);
     }
 }
 

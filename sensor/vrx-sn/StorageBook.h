@@ -17,8 +17,9 @@ class ZTCStorageBook {
     static constexpr std::size_t MostTotals = 16384;
 
     /// What the store had: what the first look finds is compared with that, however late it comes. Nothing:
-    /// it had none, and what the first look finds has not come just now.
-    void setStart(std::optional<ZTSHostStorage> aStorage);
+    /// it had none, and what the first look finds has not come just now. And maps that had gone, whose totals
+    /// still count.
+    void setStart(std::optional<ZTSHostStorage> aStorage, const std::vector<ZTSMap>& acrGone = {});
     /// All of it, as it is now. A map whose paths were more once has still that total.
     void see(ZTSHostStorage aStorage, ZTNanoseconds aTime);
 
@@ -33,7 +34,8 @@ class ZTCStorageBook {
   private:
     using Totals = std::map<std::string, std::uint32_t>;  // by WWID
 
-    static void raise(Totals& arTotals, const ZTSHostStorage& acrStorage);
+    static void raise(Totals& arTotals, const std::vector<ZTSMap>& acrMaps);
+    static void limit(Totals& arTotals, const ZTSHostStorage& acrStorage);
     static void apply(const Totals& acrTotals, ZTSHostStorage& arStorage);
     void take(ZTSHostStorage aStorage, Totals aTotals, std::vector<ZTSChange> aChanges);
 

@@ -46,7 +46,7 @@ class ZTCStoreThread::Impl {
           mOpened(std::move(aOpened)),
           mFailed(std::move(aFailed)),
           mTrouble(arBuffer, arFigures, arLog),
-          mUpkeep(mOptions, arFigures, mTrouble),
+          mUpkeep(mOptions, arFigures, arLog, mTrouble),
           mCheckpoints(arLog, mOptions.mLogStays, [this] {
               mIsDamaged = true;
               mrBuffer.wake();

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "SnFigures.h"
+#include "SnLog.h"
 #include "StoreTrouble.h"
 
 namespace {
@@ -21,9 +22,10 @@ ZTNanoseconds sNow() {
 
 }  // namespace
 
-ZTCStoreUpkeep::ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures,
+ZTCStoreUpkeep::ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
                                ZTCStoreTrouble& arTrouble)
     : mrFigures(arFigures),
+      mrLog(arLog),
       mrTrouble(arTrouble),
       mDays(acrOptions.mKeepDays),
       mBytes(acrOptions.mKeepBytes) {}
@@ -76,12 +78,23 @@ void ZTCStoreUpkeep::work(ZTCStoreWriter& arWriter) {
     }
     if (lNow >= mNextRequests) {
         mrTrouble.begin("asked for requests");
-        mrFigures.count(ZTSN_Requests, arWriter.takeRequests().size());
+        takeRequests(arWriter);
         mrTrouble.succeed();
         mNextRequests = Clock::now() + sRequestsEvery;
     }
     if (lNow - mSizesShown >= sSizesEvery) {
         showSizes(arWriter);
+    }
+}
+
+void ZTCStoreUpkeep::takeRequests(ZTCStoreWriter& arWriter) {
+    for (const ZTSStoreRequest& lrRequest : arWriter.takeRequests()) {
+        if (lrRequest.isNote()) {
+            mrFigures.count(ZTSN_Requests);
+        } else {
+            mrLog.note(ZTSL_Warning, "nothing was done for %s, who asked for what is not known: %s",
+                       lrRequest.mWho.c_str(), lrRequest.mWhat.c_str());
+        }
     }
 }
 

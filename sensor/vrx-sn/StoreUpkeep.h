@@ -7,13 +7,15 @@
 #include "StoreWriter.h"
 
 class ZTCSnFigures;
+class ZTCSnLog;
 class ZTCStoreTrouble;
 
 /// Removes what is too old or too much, takes what somebody asks for, and shows how large the store is. One
 /// thread, but setKeep().
 class ZTCStoreUpkeep {
   public:
-    ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCStoreTrouble& arTrouble);
+    ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
+                   ZTCStoreTrouble& arTrouble);
 
     /// How long and how much is kept, from now on.
     void setKeep(unsigned int aDays, std::uint64_t aBytes);
@@ -30,9 +32,11 @@ class ZTCStoreUpkeep {
     using Clock = std::chrono::steady_clock;
 
     bool tellKeep(ZTCStoreWriter& arWriter);
+    void takeRequests(ZTCStoreWriter& arWriter);
     void showSizes(const ZTCStoreWriter& acrWriter);
 
     ZTCSnFigures& mrFigures;
+    ZTCSnLog& mrLog;
     ZTCStoreTrouble& mrTrouble;
     std::mutex mLock;  // of what follows
     unsigned int mDays;

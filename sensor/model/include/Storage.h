@@ -50,8 +50,8 @@ struct ZTSMap {
     std::string mName;  ///< "mpatha"
     std::string mWwid;  ///< behind "mpath-" in device mapper's uuid
     std::vector<ZTSPath> mPaths;
-    /// The most paths that it has had, since the history knows it or somebody has accepted fewer: what has
-    /// been removed is missing all the same. Never less than there are disks of.
+    /// The most paths that it has had since the history knows it: what has been removed is missing all the
+    /// same. Never less than there are disks of.
     std::uint32_t mTotal = 0;
 
     bool operator==(const ZTSMap&) const = default;

@@ -70,6 +70,7 @@ struct ZTSStoreStart {
     std::optional<ZTSHostPorts> mPorts;
     /// LUNs, maps and what stood above, as they were last written; nothing: none were.
     std::optional<ZTSHostStorage> mStorage;
+    std::vector<ZTSMap> mMapsGone;  ///< that are still known, with their totals
     /// Stalls that were not over when they were last written.
     std::vector<ZTSStall> mStalls;
     ZTSHostFacts mFacts;  ///< as they were last written

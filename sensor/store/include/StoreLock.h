@@ -42,7 +42,7 @@ class ZTCStoreLock {
 };
 
 /// For who adds something while nobody writes the store: vrx-sn waits for its end. Tells who has it; nothing
-/// is held where vrx-sn does, or never had it.
+/// is held where vrx-sn does or never had it, and by who may not write the lock's file.
 ZTCStoreDescriptor lockStoreToAdd(const std::string& acrStore, ZTSStoreHolder& arHolder);
 
 /// What a call of the system's that failed means for a store.

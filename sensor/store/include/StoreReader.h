@@ -98,7 +98,7 @@ struct ZTSStoredMap {
     ZTNanoseconds mSince = 0;  ///< since when it has as many usable paths as it has; 0: not known
 };
 struct ZTSStoredStorage {
-    ZTNanoseconds mTime = 0;  ///< when it was last written; 0: never
+    ZTNanoseconds mTime = 0;  ///< when it last changed; 0: it was never written
     std::vector<ZTSStoredLun> mLuns;
     std::vector<ZTSStoredMap> mMaps;
     std::vector<ZTSVolume> mVolumes;
@@ -140,7 +140,8 @@ class ZTCStoreReader {
     std::vector<ZTSStoredPort> readPorts();
     std::vector<ZTSStoredRemotePort> readRemotePorts();
     ZTPortLabels readLabels();
-    /// As it was last written: what is there, and what has gone since but is still missing.
+    /// As it was last written: what is there, and what has gone since but is still missing. What is there was
+    /// seen when anything was last written.
     ZTSStoredStorage readStorage();
     /// Those that overlap the time, in the order of their begin; 0: no limit.
     std::vector<ZTSStoredFpin> readFpins(ZTNanoseconds aSince, ZTNanoseconds aUntil, std::size_t aLimit = 0);

@@ -12,6 +12,9 @@ struct ZTSStoreRequest {
     std::string mWhat;        ///< "note"
     std::string mSubject;     ///< what it is about; empty: nothing in particular
     std::string mText;
+
+    /// All that vrx-sn knows to do.
+    bool isNote() const { return mWhat == "note"; }
 };
 
 /// Adds it, with the next id, beside whoever writes the store. The path's own rights decide who may. Waits

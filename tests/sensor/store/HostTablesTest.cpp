@@ -125,6 +125,10 @@ TEST_F(HostTables, WhatHasGoneStaysWithWhenItWasThere) {
     lBatch.mHost.mStorage = ZTTestStorage(1);
     lBatch.mHost.mStorage->mMaps[0].mPaths[0].mIsUsable = false;
     ZTCStoreWriter lWriter(getOptions());
+    openStoreAgain(mPath).exec(
+        "CREATE TRIGGER refuse BEFORE DELETE ON mounts BEGIN SELECT RAISE(ABORT, ''); END");
+    EXPECT_THROW(lWriter.write(lBatch), ZTCStoreError);
+    openStoreAgain(mPath).exec("DROP TRIGGER refuse");
     lWriter.write(lBatch);
     const ZTSStoredStorage lStored = ZTCStoreReader(mPath).readStorage();
     EXPECT_EQ(lStored.listHere(), lBatch.mHost.mStorage);
@@ -132,14 +136,21 @@ TEST_F(HostTables, WhatHasGoneStaysWithWhenItWasThere) {
     EXPECT_EQ(lStored.mMaps[1].mSeen, lWriter.getStart().mLastWrite);
     EXPECT_EQ(lStored.mMaps[1].mSince, 0) << "it was so when it was first seen";
     EXPECT_GT(lStored.mMaps[0].mSince, lFirst);
-    EXPECT_EQ(lStored.mMaps[0].mSeen, lStored.mTime);
+    EXPECT_EQ(lStored.mMaps[0].mSeen, ask("SELECT value FROM meta WHERE name = 'last_write'"));
     EXPECT_EQ(ask("SELECT count(*) FROM luns WHERE here = 0"), 8);
+    lWriter.write({});
+    EXPECT_GT(ZTCStoreReader(mPath).readStorage().mMaps[0].mSeen, lStored.mMaps[0].mSeen)
+        << "it is still there";
     // That it has changed was told before.
     const ZTNanoseconds lTold = lStored.mTime - ZTSecond;
     lBatch.mChanges = {{lTold, "map", lStored.mMaps[0].mMap.mName, "changed", "paths", "", ""}};
     lBatch.mHost.mStorage->mMaps[0].mPaths[1].mIsUsable = false;
     lWriter.write(lBatch);
     EXPECT_EQ(ZTCStoreReader(mPath).readStorage().mMaps[0].mSince, lTold);
+    lWriter.finish();
+    const std::vector<ZTSMap> lGone = ZTCStoreWriter(getOptions()).getStart().mMapsGone;
+    ASSERT_EQ(lGone.size(), 1U);
+    EXPECT_EQ(lGone[0].mTotal, 8U);
 }
 
 // FPINs go on from batch to batch, and a stall from its begin to its end.
@@ -179,6 +190,28 @@ TEST_F(HostTables, WhatGoesOnIsOneRow) {
     EXPECT_EQ(lReader.readFpins(0, INT64_MAX, 1).at(0).mFpin.mFirst, (lBegin + 10) * ZTSecond);
     EXPECT_EQ(lReader.readStalls((lBegin + 20) * ZTSecond, INT64_MAX).size(), 1U);
     EXPECT_EQ(lReader.readStalls((lBegin + 21) * ZTSecond, INT64_MAX).size(), 0U);
+}
+
+// The clock was set back behind more of them than are known; and what was known is not there any more.
+TEST_F(HostTables, FpinsGoOnWhateverBecameOfOthers) {
+    constexpr std::int64_t lBegin = 1'700'000'000;
+    ZTCStoreWriter lWriter(getOptions());
+    const auto lWrite = [&](std::int64_t aSecond, std::uint32_t aModifiers) {
+        ZTSStoreBatch lBatch;
+        for (std::uint32_t lModifier = 0; lModifier < aModifiers; ++lModifier) {
+            lBatch.mHost.mFpins.push_back(ZTHostBatch(aSecond).mHost.mFpins.at(0));
+            lBatch.mHost.mFpins.back().mModifier = lModifier;
+        }
+        lWriter.write(lBatch);
+    };
+    lWrite(lBegin + 3600, 300);
+    lWrite(lBegin, 1);
+    lWrite(lBegin + 1, 1);
+    EXPECT_EQ(ask("SELECT max(times) FROM fpins"), 2 * 2);
+    openStoreAgain(mPath).exec("DELETE FROM fpins");
+    lWrite(lBegin + 2, 1);
+    lWrite(lBegin + 3, 1);
+    EXPECT_EQ(ask("SELECT sum(times) + count(*) * 10 FROM fpins"), 2 * 2 + 10) << "one row of two";
 }
 
 TEST_F(HostTables, MeasuresAddUpOrHaveTheMost) {

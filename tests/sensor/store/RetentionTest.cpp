@@ -242,6 +242,13 @@ TEST_F(Retention, WhatTheHostToldGoesWithItsTime) {
     EXPECT_EQ(ask("SELECT value FROM meta WHERE name = 'retired_stalls'"), 109);
     EXPECT_EQ(ask("SELECT value FROM meta WHERE name = 'retired_measures'"), 5 * 110);
     EXPECT_EQ(ask("SELECT value FROM meta WHERE name = 'measures'"), 5 * 91);
+    // Somebody else took them all.
+    openStoreAgain(mPath).exec(
+        "DELETE FROM measure_minutes; DELETE FROM measure_hours;"
+        "UPDATE meta SET value = 1 << 40 WHERE name = 'measures'");
+    lWriter.finish();
+    ZTCStoreWriter(getOptions(100 * sMega)).retire(lNow * ZTSecond);
+    EXPECT_EQ(ask("SELECT value FROM meta WHERE name = 'measures'"), 0);
 }
 
 TEST_F(Retention, WhatTheHostToldFillsNoStore) {

@@ -157,6 +157,8 @@ TEST_F(StoreRequest, WhereItCannotBeOneLineSaysWhy) {
         lAsNobody("no permission", ZTEStoreFault::Unusable);
         // Its folder cannot be written, and what stands beside the file is not there.
         ASSERT_EQ(chmod(mPath.c_str(), 0666), 0);
+        lAsNobody("-lock cannot be written", ZTEStoreFault::Unusable);
+        ASSERT_EQ(chmod((mPath + "-lock").c_str(), 0666), 0);
         std::filesystem::remove(mPath + "-wal");
         std::filesystem::remove(mPath + "-shm");
         lAsNobody("cannot be written", ZTEStoreFault::ReadOnly);

@@ -333,8 +333,20 @@ TEST(SnBuffer, WhatTheHostTellsIsBoundedAndNothingOfItGoesSilently) {
     for (unsigned int lRound = 0; lRound < 5000; ++lRound) {
         lTake(lRound, lRound / 100);
     }
+    // The end of a stall is the last to go: without it the stall would stand for ever.
+    for (const std::size_t lOver : {0, 20}) {
+        ZTSHostNews lNews;
+        for (std::size_t lStall = 0; lStall < (lOver != 0 ? lOver : 2000); ++lStall) {
+            lNews.mStalls.push_back({1, 2, lOver != 0, "sd" + std::to_string(lStall), "", "", 1, "path"});
+        }
+        lBuffer.takeHost(std::move(lNews));
+    }
+    EXPECT_LE(lBuffer.getBytes(), lBefore + lLimit / 8);
     lBatch = lDetach();
-    ASSERT_EQ(lBatch.mChanges.size(), 1U);
+    ASSERT_EQ(lBatch.mChanges.size(), 2U);
+    EXPECT_EQ(std::count_if(lBatch.mHost.mStalls.begin(), lBatch.mHost.mStalls.end(),
+                            [](const ZTSStall& acrStall) { return acrStall.mIsOver; }),
+              20);
     EXPECT_EQ(lBatch.mChanges[0].mAttribute, "lost_fpins");
     EXPECT_GT(lBatch.mHost.mFpins.size(), 0U);
     EXPECT_EQ(lBatch.mHost.mFpins.size() + std::stoull(lBatch.mChanges[0].mAfter), lFpins);

@@ -54,6 +54,23 @@ TEST(StorageBook, PathsThatWereRemovedAreMissing) {
     EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 9U);
 }
 
+// It was gone when the history was last written, among more than are remembered.
+TEST(StorageBook, AMapThatHadGoneAtTheStartHasItsTotal) {
+    for (const std::size_t lOthers : {std::size_t{0}, ZTCStorageBook::MostTotals}) {
+        std::vector<ZTSMap> lGone = storageOf(8, 8).mMaps;
+        lGone[0].mPaths.clear();
+        for (std::size_t lOther = 0; lOther < lOthers; ++lOther) {
+            lGone.emplace_back().mWwid = std::to_string(lOther);
+        }
+        ZTCStorageBook lBook;
+        lBook.setStart(ZTSHostStorage{}, lGone);
+        for (const unsigned int lPaths : {4, 5}) {
+            lBook.see(storageOf(lPaths, lPaths), lPaths);
+            EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 8U);
+        }
+    }
+}
+
 // Whether the store is open before the first look, or only behind another one.
 TEST(StorageBook, WhatBecameOfItMeanwhileIsToldWithTheTimeOfTheFirstLook) {
     for (const bool lIsLate : {false, true}) {

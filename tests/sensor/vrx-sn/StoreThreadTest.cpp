@@ -2,6 +2,7 @@
 #include "SnFigures.h"
 #include "SnLog.h"
 #include "StoreFile.h"
+#include "StoreRequest.h"
 #include "StoreThread.h"
 #include "TestSupport.h"
 
@@ -67,6 +68,17 @@ TEST_F(StoreThread, WhatIsTakenIsStoredAndAnEndIsInOrder) {
     mThread.reset();  // given up, not ended
     startWell();
     EXPECT_TRUE(mStart.mWasInUse);
+}
+
+TEST_F(StoreThread, ARequestThatIsNotKnownIsSaid) {
+    testing::internal::CaptureStderr();
+    startWell();
+    addStoreRequest(mPath, {.mTime = 7, .mWho = "root", .mWhat = "dance", .mSubject = "", .mText = ""});
+    EXPECT_TRUE(
+        waitUntil([this] { return ask(mPath, "SELECT count(*) FROM requests WHERE done = 0") == 0; }));
+    EXPECT_TRUE(mThread->finish(30s));
+    EXPECT_PRED2(contains, testing::internal::GetCapturedStderr(), "what is not known: dance");
+    EXPECT_EQ(mFigures.get(ZTSN_Requests), 0U);
 }
 
 TEST_F(StoreThread, AStoreThatCanNeverBeUsedIsToldOnce) {
