@@ -237,7 +237,7 @@ ZTSStoreAddition openStoreToAdd(const std::string& acrPath) {
     ZTSStoreHolder lHolder;
     ZTCStoreDescriptor lLock = lockStoreToAdd(acrPath, lHolder);
     sRefuseAllButStores(acrPath, lHolder);
-    if (lLock.get() < 0 && !lHolder.mIsHere) {
+    if (lLock.get() < 0 && lHolder.mIsKnown && !lHolder.mIsHere) {
         sRefuse(ZTEStoreFault::Unusable, acrPath,
                 "-lock cannot be written: no permission to add something while vrx-sn does not run");
     }
