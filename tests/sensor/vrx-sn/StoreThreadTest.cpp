@@ -107,14 +107,18 @@ TEST_F(StoreThread, ALittleOfALogDoesNotStayBesideTheFile) {
 }
 
 TEST_F(StoreThread, SomebodysLockHoldsUpNobodyButIsNamed) {
-    startWell();
     const std::string lMark = mDirectory / "locked";
+    const std::string lGo = mDirectory / "go";
+    // Begun before there are threads, one of which could hold a lock of SQLite's at that moment.
     std::optional<ZTCTestChild> lOther(std::function<void()>([&] {
+        waitUntil([&] { return std::filesystem::exists(lGo); });
         SQLite::Database lStore(mPath, SQLite::OPEN_READWRITE, 30000);
         lStore.exec("BEGIN IMMEDIATE");
         writeFile(lMark, "");
         pause();
     }));
+    startWell();
+    writeFile(lGo, "");
     ASSERT_TRUE(waitUntil([&] { return std::filesystem::exists(lMark); }));
     lose(5);
     EXPECT_TRUE(waitUntil([&] { return !mThread->getTrouble().empty(); }));
