@@ -1,107 +1,17 @@
-#include "StoreWriter.h"
-
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <mutex>
-#include <optional>
-#include <type_traits>
-#include <utility>
 
-#include "Holders.h"
 #include "LogBytes.h"
-#include "StoreFile.h"
-#include "StoreParts.h"
+#include "StoreWriterImpl.h"
 
 namespace {
-
-using namespace std::chrono_literals;
-
-constexpr unsigned int sRowsBetweenLooks = 256;
-constexpr auto sRetireTime = 5ms;
-constexpr unsigned int sRetireRows = 128;
-constexpr auto sSweepEvery = 60s;
-constexpr auto sTidyEvery = 1h;
-constexpr std::uint64_t sRetireBytes = std::uint64_t{4} << 20;  // of the log, in need
-constexpr int sShrinkPages = 64;
 
 ZTNanoseconds sNow() {
     return std::chrono::nanoseconds(std::chrono::system_clock::now().time_since_epoch()).count();
 }
 
 }  // namespace
-
-class ZTCStoreWriter::Impl {
-  public:
-    explicit Impl(ZTSStoreOptions aOptions)
-        : mOptions(std::move(aOptions)),
-          mKeep{mOptions.mKeepDays, mOptions.mKeepBytes},
-          mClock(mOptions.mClockTrust) {
-        try {
-            open(openStoreToWrite(mOptions.mPath));
-        } catch (const ZTCStoreError& lrError) {
-            if (lrError.getFault() != ZTEStoreFault::Damaged) {
-                throw;
-            }
-            // It opened, but what is known of it from before cannot be read.
-            open(beginStoreAnew(openStoreToWrite(mOptions.mPath)));
-        }
-    }
-
-    const ZTSStoreStart& getStart() const { return mStart; }
-    void setKeep(unsigned int aDays, std::uint64_t aBytes);
-    void beginAnew();
-    void write(const ZTSStoreBatch& acrBatch);
-    std::vector<ZTSStoreRequest> takeRequests();
-    bool retire(ZTNanoseconds aNow);
-    void checkpoint();
-    std::string describeHolder() const { return describeHolders(mOptions.mPath); }
-    ZTSStoreSize getSize() const;
-    void finish();
-
-  private:
-    using Clock = std::chrono::steady_clock;
-
-    void open(ZTSOpenedStore aFile);
-    std::optional<ZTSOpenedStore> close();
-    void loadStart();
-    bool isThere(const ZTSStoreBatch& acrBatch) const;
-    std::uint64_t countRecords() const;
-    void writeRows(const ZTSStoreBatch& acrBatch);
-    void writeRow(const ZTSStoreRow& acrRow);
-    void writeMeta(const ZTSStoreBatch& acrBatch);
-    ZTSRetentionFacts look(ZTNanoseconds aNow, bool aIsClockTrusted) const;
-    void makeRoom();
-    void retireToSize(Clock::time_point aEnd);
-    bool retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd);
-    bool joinSeries(Clock::time_point aNow);
-    bool tidy(Clock::time_point aNow);
-    ZTSStoreParts& getStore() const;
-    std::int64_t getMeta(const char* apName) const;
-    void setMeta(const char* apName, std::int64_t aValue);
-    template <class Work>
-    std::invoke_result_t<Work> tell(const Work& acrWork) const;
-    template <class Work>
-    void inTransaction(const Work& acrWork);
-    void rollBack() noexcept;
-
-    const ZTSStoreOptions mOptions;
-    ZTSKeep mKeep;
-    ZTSStoreStart mStart;
-    ZTCClockTrust mClock;
-    Clock::time_point mNextSweep;
-    Clock::time_point mNextJoin;  ///< of series
-    Clock::time_point mNextTidy;
-    std::uint64_t mRecords = 0;
-    std::uint64_t mNewRecords = 0;  ///< of the running transaction
-    std::uint64_t mGoneRecords = 0;
-    bool mCouldRetire = true;    ///< something was there that could go
-    ZTNanoseconds mLongest = 0;  ///< as the store has it; 0: not known
-    std::mutex mLock;            ///< of mpStore, which comes and goes while another thread makes a checkpoint
-    std::optional<ZTSOpenedStore> mFile;
-    std::unique_ptr<ZTSStoreParts> mpStore;
-};
 
 // ---- Opening and closing ----
 
@@ -179,29 +89,6 @@ ZTSStoreParts& ZTCStoreWriter::Impl::getStore() const {
     return *mpStore;
 }
 
-template <class Work>
-std::invoke_result_t<Work> ZTCStoreWriter::Impl::tell(const Work& acrWork) const {
-    try {
-        return acrWork();
-    } catch (const SQLite::Exception& lrError) {
-        throw toStoreError(lrError, mOptions.mPath);
-    }
-}
-
-template <class Work>
-void ZTCStoreWriter::Impl::inTransaction(const Work& acrWork) {
-    tell([&] {
-        getStore().mBegin.run();
-        try {
-            acrWork();
-            getStore().mCommit.run();
-        } catch (...) {
-            rollBack();
-            throw;
-        }
-    });
-}
-
 // What was found or made in a transaction that has failed may not be there.
 void ZTCStoreWriter::Impl::rollBack() noexcept {
     if (sqlite3_get_autocommit(mpStore->mDatabase.getHandle()) == 0) {
@@ -256,7 +143,7 @@ void ZTCStoreWriter::Impl::writeRows(const ZTSStoreBatch& acrBatch) {
     unsigned int lRows = 0;
     for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
         writeRow(lrRow);
-        if (++lRows % sRowsBetweenLooks == 0) {
+        if (++lRows % RowsBetweenLooks == 0) {
             makeRoom();
         }
     }
@@ -307,111 +194,6 @@ std::vector<ZTSStoreRequest> ZTCStoreWriter::Impl::takeRequests() {
         }
     });
     return lRequests;
-}
-
-// ---- Retention ----
-
-ZTSRetentionFacts ZTCStoreWriter::Impl::look(ZTNanoseconds aNow, bool aIsClockTrusted) const {
-    ZTSRetentionFacts lFacts = getStore().mRetention.look();
-    lFacts.mKeep = mKeep;
-    lFacts.mNow = aNow;
-    lFacts.mIsClockTrusted = aIsClockTrusted;
-    return lFacts;
-}
-
-void ZTCStoreWriter::Impl::setKeep(unsigned int aDays, std::uint64_t aBytes) {
-    mKeep = {aDays, aBytes};
-    if (mpStore != nullptr) {
-        mpStore->mSeries.setLimit(limitOfSeries(mOptions.mSeriesLimit, aBytes));
-    }
-}
-
-// As much goes as comes, where there is no more room.
-void ZTCStoreWriter::Impl::makeRoom() {
-    if (isAtLimit(look(0, false))) {
-        mGoneRecords += mpStore->mRetention.removeFirst(2 * sRowsBetweenLooks);
-    }
-}
-
-bool ZTCStoreWriter::Impl::retire(ZTNanoseconds aNow) {
-    const Clock::time_point lNow = Clock::now();
-    const bool lIsTrusted = mClock.look(aNow, lNow);
-    if (getStore().mWal.getBytes() + sRetireBytes > ZTCWal::Limit) {
-        return false;  // what is left of the log is for what comes
-    }
-    const ZTSRetentionPlan lPlan = tell([&] { return planRetention(look(aNow, lIsTrusted)); });
-    const bool lSweeps = lPlan.mOlderThan && lNow >= mNextSweep;
-    const bool lJoins = lNow >= mNextJoin && tell([&] { return mpStore->mSeries.isNearLimit(); });
-    const bool lTidies = lNow >= mNextTidy;
-    bool lIsOlder = false;
-    bool lIsMore = false;
-    if (lPlan.mIsFull || lPlan.mShrinks || lSweeps || lJoins || lTidies) {
-        mGoneRecords = 0;
-        inTransaction([&] {
-            if (lPlan.mIsFull) {
-                retireToSize(lNow + sRetireTime);
-            }
-            lIsOlder = lSweeps && retireByAge(*lPlan.mOlderThan, lNow + sRetireTime);
-            lIsMore = lJoins && joinSeries(lNow);
-            lIsMore |= lTidies && tidy(lNow);
-            if (lPlan.mShrinks) {
-                mpStore->mDatabase.exec("PRAGMA incremental_vacuum(" + std::to_string(sShrinkPages) + ')');
-            }
-        });
-        mRecords -= mGoneRecords;
-        mNextSweep = lSweeps && !lIsOlder ? lNow + sSweepEvery : mNextSweep;
-        const ZTSRetentionPlan lNext = tell([&] { return planRetention(look(aNow, false)); });
-        lIsMore |= lIsOlder || lNext.mShrinks || (lNext.mIsFull && mCouldRetire);
-    }
-    return lIsMore;
-}
-
-void ZTCStoreWriter::Impl::retireToSize(Clock::time_point aEnd) {
-    do {
-        const unsigned int lGone = mpStore->mRetention.removeFirst(sRetireRows);
-        mCouldRetire = lGone != 0;
-        mGoneRecords += lGone;
-    } while (mCouldRetire && planRetention(look(0, false)).mIsFull && Clock::now() < aEnd);
-    if (const std::optional<ZTNanoseconds> lBegin = mpStore->mRetention.findBegin()) {
-        mpStore->mRetention.removeSums(*lBegin);
-    }
-    if (!mCouldRetire) {
-        mCouldRetire = mpStore->mRetention.removeOldestTold();
-    }
-}
-
-// True: there is more.
-bool ZTCStoreWriter::Impl::retireByAge(ZTNanoseconds aTime, Clock::time_point aEnd) {
-    bool lIsMore = true;
-    while (lIsMore && Clock::now() < aEnd) {
-        lIsMore = mpStore->mRetention.removeOlder(aTime, sRetireRows, mGoneRecords);
-    }
-    return lIsMore || mpStore->mRetention.removeSums(aTime);
-}
-
-// True: there is more.
-bool ZTCStoreWriter::Impl::joinSeries(Clock::time_point aNow) {
-    std::uint64_t lGone = 0;
-    const bool lIsMore = mpStore->mRetention.joinSeries(lGone);
-    if (lGone != 0) {
-        mpStore->mSeries.forget();
-    }
-    mNextJoin = lIsMore ? aNow : aNow + sSweepEvery;
-    return lIsMore;
-}
-
-// Measures take a quarter of what is kept at most. True: there is more.
-bool ZTCStoreWriter::Impl::tidy(Clock::time_point aNow) {
-    ZTCHostRetention& lrHost = mpStore->mRetention.getHost();
-    std::uint64_t lGone = 0;
-    const bool lIsMore = lrHost.limitMeasures(mKeep.mBytes / 4) || lrHost.removeUnused(lGone);
-    if (lGone != 0) {
-        mpStore->mSeries.forget();
-        mpStore->mSums.forget();
-        mpStore->mHost.forgetMeasured();
-    }
-    mNextTidy = lIsMore ? aNow : aNow + sTidyEvery;
-    return lIsMore;
 }
 
 // ---- What is beside the file ----

@@ -1,47 +1,17 @@
 // LUNs, maps, volumes and mounts of a host, whatever lies in their places.
-#include <fmt/format.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <random>
+
 #include "FailingAllocator.h"
-#include "HostStorage.h"
 #include "StorageChanges.h"
-#include "StorageTree.h"
+#include "StorageFixture.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-
-ZTSWwn port(std::uint64_t aNumber) {
-    return *ZTSWwn::fromText(fcDigits(aNumber));
-}
-
-std::string textOf(const ZTSHostStorage& acrStorage) {
-    std::string lText;
-    for (const ZTSLun& lrLun : acrStorage.mLuns) {
-        lText += fmt::format("{} {:x}>{:x}/{} {} {} {} {} {} {} {} {}\n", lrLun.mAddress,
-                             lrLun.mInitiator.mBytes[7], lrLun.mTarget.mBytes[7], lrLun.mLun, lrLun.mDisk,
-                             lrLun.mWwid, lrLun.mSerial, lrLun.mVendor, lrLun.mModel, lrLun.mState,
-                             lrLun.mAccess, lrLun.mQueueDepth ? std::to_string(*lrLun.mQueueDepth) : "none");
-    }
-    for (const ZTSMap& lrMap : acrStorage.mMaps) {
-        lText += fmt::format("{} {} {}:", lrMap.mName, lrMap.mDisk, lrMap.mWwid);
-        for (const ZTSPath& lrPath : lrMap.mPaths) {
-            lText += fmt::format(" {}{}{}", lrPath.mDisk, lrPath.mIsUsable ? "+" : "-",
-                                 "pmk"[static_cast<int>(lrPath.mSource)]);
-        }
-        lText += "\n";
-    }
-    for (const ZTSVolume& lrVolume : acrStorage.mVolumes) {
-        lText +=
-            fmt::format("{} {} over {}\n", lrVolume.mName, lrVolume.mDisk, fmt::join(lrVolume.mOver, " "));
-    }
-    for (const ZTSMount& lrMount : acrStorage.mMounts) {
-        lText += fmt::format("{} {} {}\n", lrMount.mPoint, lrMount.mDisk, lrMount.mType);
-    }
-    return lText;
-}
 
 const std::string sWhole =
     "3:0:0:1 1>0/1 sdb naa.60060160000000000000000000000001 SERIAL1 ARRAY DISK running active/optimized 32\n"
@@ -52,92 +22,6 @@ const std::string sWhole =
     "/ sda1 ext4\n"
     "/data dm-1 xfs\n"
     "[swap] sda1 swap\n";
-
-/// A local port, two targets, a LUN that both show, and a local disk.
-class HostStorage : public testing::Test {
-  protected:
-    HostStorage() {
-        mTree.addLun("3:0:0:1", "sdb", "8:16", 1);
-        mTree.addLun("3:0:1:1", "sdc", "8:32", 1);
-        mTree.addBlock("sda", "8:0", {{"sda1/dev", "8:1\n"}});
-        mTree.addMapped("dm-0", "mpatha", "mpath-36006", {"sdb", "sdc"});
-        mTree.addMapped("dm-1", "vg0-data", "LVM-abc", {"dm-0"});
-        mTree.set("proc/1/mountinfo",
-                  "22 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
-                  "23 22 0:5 / /proc rw - proc proc rw\n"
-                  "24 22 253:1 / /data rw,noatime shared:1 master:2 - xfs /dev/mapper/vg0-data rw\n");
-        mTree.set("proc/swaps", "Filename Type Size Used Priority\n/swap\\040file file 1 0 -2\n");
-        ZTSLocalPort lLocal;
-        lLocal.mHost = "host3";
-        lLocal.mState = "Online";
-        lLocal.mFabric = "left";
-        lLocal.mNames.mPort = port(0x1000000000000001);
-        mPorts.mLocal = {lLocal};
-        for (const std::uint64_t lTarget : {0U, 1U}) {
-            mPorts.mRemote.push_back(
-                {lLocal.mNames.mPort, {{}, port(0x5000000000000000 + lTarget)}, "Online", "", {}, "left"});
-        }
-    }
-    bool step(ZTCHostStorage& arStorage) { return arStorage.step(mPorts, 1s, 3600 * ZTSecond, mMeasures); }
-    /// As it is seen in so many steps; with nothing of it told by the kernel.
-    std::string look(unsigned int aSteps = 60) {
-        for (unsigned int lStep = 0; lStep < aSteps; ++lStep) {
-            step(mStorage);
-        }
-        return textOf(mStorage.getStorage());
-    }
-    std::string lookAnew() {
-        ZTCHostStorage lStorage(mTree.getPath());
-        for (unsigned int lStep = 0; lStep < 4; ++lStep) {
-            step(lStorage);
-        }
-        EXPECT_TRUE(lStorage.isWhole());
-        return textOf(lStorage.getStorage());
-    }
-    void tell(const std::string& acrPath, const char* apAction,
-              const std::map<std::string, std::string>& acrValues = {}) {
-        ZTSUevent lEvent{apAction, acrPath, {}};
-        for (const auto& [lrName, lrValue] : acrValues) {
-            lEvent.mValues[lrName] = lrValue;
-        }
-        mStorage.take(lEvent);
-    }
-    void tellOfPath(const char* apAction, const char* apNumber, const char* apLeft) {
-        tell("/devices/virtual/block/dm-0", "change",
-             {{"DM_ACTION", apAction}, {"DM_PATH", apNumber}, {"DM_NR_VALID_PATHS", apLeft}});
-    }
-    std::string pathsOf(unsigned int aSteps = 1) {
-        const std::string lText = look(aSteps);
-        const std::size_t lAt = lText.find("36006: ") + 7;
-        return lText.substr(lAt, lText.find('\n', lAt) - lAt);
-    }
-    /// Asked just now, as the number says; 0: by nobody.
-    void answer(const std::vector<ZTSMultipathdPath>& acrPaths) {
-        std::optional<std::uint64_t> lQuestion;
-        for (unsigned int lStep = 0; lStep < 60 && !lQuestion; ++lStep) {
-            step(mStorage);
-            lQuestion = mStorage.takeQuestion();
-        }
-        mStorage.takePaths(acrPaths, lQuestion.value_or(0));
-    }
-    std::uint64_t measured(const char* apName, const std::string& acrLun) const {
-        std::uint64_t lSum = 0;
-        for (const auto& [lrKey, lValue] : mMeasures.getValues()) {
-            lSum += lrKey.mName == apName && lrKey.mWhose.mLun == acrLun &&
-                            lrKey.mIsHour == !acrLun.empty() &&
-                            lrKey.mWhose.mInitiator == port(0x1000000000000001) &&
-                            lrKey.mWhose.mRemote == port(0x5000000000000000)
-                        ? lValue
-                        : 0;
-        }
-        return lSum;
-    }
-
-    ZTCStorageTestTree mTree;
-    ZTSHostPorts mPorts;
-    ZTCMeasures mMeasures;
-    ZTCHostStorage mStorage{mTree.getPath()};
-};
 
 TEST_F(HostStorage, WhatIsNotKnownIsEmpty) {
     const ZTSTestEnd lEnd = runChild([this] {
@@ -261,158 +145,6 @@ TEST_F(HostStorage, WithoutAWordOfTheKernelARoundSeesIt) {
     std::filesystem::rename(mTree / mTree.lunAt("3:0:0:1"), mTree / "sys/class/scsi_device/3:0:0:1/device");
     mTree.remove("sys/bus");
     EXPECT_EQ(lookAnew().substr(0, sWhole.find("run")), sWhole.substr(0, sWhole.find("run")));
-}
-
-TEST_F(HostStorage, APathIsAsWhoKnowsBestSays) {
-    EXPECT_EQ(pathsOf(4), "sdb+p sdc+p");
-    mPorts.mRemote[1].mState = "Blocked";
-    EXPECT_EQ(pathsOf(), "sdb+p sdc-p");
-    mPorts.mLocal[0].mState = "Linkdown";
-    EXPECT_EQ(pathsOf(), "sdb-p sdc-p");
-    mPorts.mLocal[0].mState = mPorts.mRemote[1].mState = "Online";
-    for (const char* const lpAccess : {"unavailable", "standby"}) {
-        mTree.set(mTree.lunAt("3:0:0:1/access_state"), lpAccess);
-        tell("/3:0:0:1", "change");
-        EXPECT_EQ(pathsOf(), lpAccess[0] == 'u' ? "sdb-p sdc+p" : "sdb+p sdc+p");
-    }
-    mStorage.lookAnew();
-    answer({{"sdb", "mpatha", true}, {"sdc", "mpatha", false}, {"sdz", "other", false}});
-    EXPECT_EQ(pathsOf(), "sdb+m sdc-m");
-    tellOfPath("PATH_FAILED", "8:16", "0");
-    EXPECT_EQ(pathsOf(), "sdb-k sdc-m");
-    // An answer is older than what device mapper told behind the question, and newer than what it told
-    // before.
-    mStorage.lookAnew();
-    tellOfPath("PATH_FAILED", "8:32", "1");
-    answer({{"sdb", "mpatha", true}, {"sdc", "mpatha", true}});
-    EXPECT_EQ(pathsOf(20), "sdb+m sdc-k");
-    // Nobody answers: what was told counts for a while, then what the ports say.
-    mStorage.lookAnew();
-    EXPECT_EQ(pathsOf(10), "sdb+m sdc-k");
-    EXPECT_EQ(pathsOf(10), "sdb+p sdc+p");
-    // How many are left says of the others what they are.
-    mPorts.mLocal[0].mState = "Linkdown";
-    tellOfPath("PATH_FAILED", "8:16", "1");
-    EXPECT_EQ(pathsOf(), "sdb-k sdc+k");
-    tellOfPath("PATH_FAILED", "8:32", "0");
-    tellOfPath("PATH_REINSTATED", "8:16", "1");
-    EXPECT_EQ(pathsOf(), "sdb+k sdc-k");
-    mPorts.mLocal[0].mState = "Online";
-    // Another disk with the number of one that had failed.
-    tell("/devices/x/block/sdc", "remove", {{"MAJOR", "8"}, {"MINOR", "32"}});
-    // The number that was told is of the table before.
-    tell("/devices/virtual/block/dm-0", "change", {{"DM_COOKIE", "23068672"}});
-    EXPECT_EQ(pathsOf(), "sdb+k sdc+p");
-    tellOfPath("PATH_REINSTATED", "8:16", "2");
-    EXPECT_EQ(pathsOf(), "sdb+k sdc+k");
-    // A map without paths is one: they are missing.
-    mTree.addMapped("dm-0", "mpatha", "mpath-36006", {});
-    EXPECT_TRUE(contains(look(60), "mpatha dm-0 36006:\n"));
-}
-
-/// Two paths of a map, both usable as multipathd says.
-class HostPaths : public HostStorage {
-  protected:
-    HostPaths() {
-        look(4);
-        mStorage.takePaths(mBoth, 0);
-        EXPECT_EQ(pathsOf(), "sdb+m sdc+m");
-    }
-    void tellOfTable(const std::vector<std::string>& acrPaths) {
-        mTree.remove("sys/block/dm-0/slaves");
-        for (const std::string& lrPath : acrPaths) {
-            std::filesystem::create_directories(mTree / "sys/block/dm-0/slaves/" + lrPath);
-        }
-        tell("/devices/virtual/block/dm-0", "change", {{"DM_COOKIE", "1"}});
-    }
-    void removeDisk() {
-        mTree.removeLun("3:0:1:1", "sdc");
-        tell("/devices/x/3:0:1:1/block/sdc", "remove", {{"MAJOR", "8"}, {"MINOR", "32"}});
-        tell("/devices/x/3:0:1:1", "remove", {{"DEVTYPE", "scsi_device"}});
-    }
-    unsigned int countQuestions(unsigned int aSteps) {
-        unsigned int lCount = 0;
-        for (unsigned int lStep = 0; lStep < aSteps; ++lStep) {
-            step(mStorage);
-            lCount += mStorage.takeQuestion() ? 1 : 0;
-        }
-        return lCount;
-    }
-
-    const std::vector<ZTSMultipathdPath> mBoth{{"sdb", "mpatha", true}, {"sdc", "mpatha", true}};
-};
-
-TEST_F(HostPaths, OneThatWasGivenUpComesBack) {
-    tellOfPath("PATH_FAILED", "8:32", "1");
-    EXPECT_EQ(pathsOf(), "sdb+m sdc-k");
-    removeDisk();
-    EXPECT_EQ(pathsOf(), "sdb+m sdc-p");  // in the table still, though device mapper says no more of it
-    EXPECT_EQ(mStorage.getStorage().mMaps[0].mTotal, 1U);
-    tellOfTable({"sdb"});
-    EXPECT_EQ(pathsOf(), "sdb+m");
-    mTree.addLun("3:0:1:1", "sdc", "8:32", 1);
-    tell("/devices/x/3:0:1:1", "add", {{"DEVTYPE", "scsi_device"}});
-    tell("/devices/x/3:0:1:1/block/sdc", "add");
-    tellOfTable({"sdb", "sdc"});
-    EXPECT_EQ(pathsOf(2), "sdb+m sdc+p");
-    answer(mBoth);
-    EXPECT_EQ(pathsOf(), "sdb+m sdc+m");
-    // Out of the table and in again, without a word of device mapper; what somebody else makes up is no
-    // table.
-    tellOfPath("PATH_FAILED", "8:32", "1");
-    tell("/devices/virtual/block/dm-0", "change", {{"SYNTH_UUID", "0"}});
-    countQuestions(60);
-    answer(mBoth);
-    EXPECT_EQ(pathsOf(), "sdb+m sdc-k");
-    tellOfTable({"sdb"});
-    EXPECT_EQ(pathsOf(), "sdb+m");
-    tellOfTable({"sdb", "sdc"});
-    EXPECT_EQ(pathsOf(), "sdb+m sdc-k");  // until multipathd says how it is
-    answer(mBoth);
-    EXPECT_EQ(pathsOf(), "sdb+m sdc+m");
-    // Gone before any command to it has failed.
-    removeDisk();
-    EXPECT_EQ(pathsOf(), "sdb+m sdc-p");
-    ZTCHostStorage lAnew(mTree.getPath());
-    for (unsigned int lStep = 0; lStep < 4; ++lStep) {
-        step(lAnew);
-    }
-    EXPECT_TRUE(contains(textOf(lAnew.getStorage()), "sdb+p sdc-p"));
-}
-
-TEST_F(HostPaths, MultipathdIsAskedAsLongAsTheKernelHasNotTold) {
-    EXPECT_GE(countQuestions(30), 1U);  // it follows some seconds behind
-    EXPECT_EQ(countQuestions(300), 5U);
-    // The kernel's number is newer than any answer.
-    tellOfPath("PATH_FAILED", "8:32", "0");
-    EXPECT_EQ(pathsOf(), "sdb-k sdc-k");
-    tellOfPath("PATH_REINSTATED", "8:16", "1");
-    countQuestions(60);
-    EXPECT_EQ(countQuestions(300), 0U);
-    // Messages are lost while a question is under way: its answer ends no doubt.
-    mStorage.doubtPaths();
-    step(mStorage);
-    const auto lQuestion = mStorage.takeQuestion();
-    ASSERT_TRUE(lQuestion);
-    mStorage.doubtPaths();
-    mStorage.takePaths(mBoth, *lQuestion);
-    EXPECT_EQ(pathsOf(), "sdb+k sdc-k");
-    mStorage.takePaths(mBoth, *lQuestion + 1);
-    EXPECT_EQ(pathsOf(20), "sdb+m sdc+m");
-    // Nobody tells of changes, and nobody answers.
-    mStorage.doubtPaths();
-    EXPECT_EQ(pathsOf(20), "sdb+p sdc+p");
-}
-
-TEST_F(HostPaths, AMapThatIsBeingMadeHasNotLostItsPaths) {
-    mTree.addMapped("dm-7", "mpathb", "mpath-36007", {});
-    tell("/devices/virtual/block/dm-7", "add");
-    EXPECT_FALSE(contains(look(2), "mpathb"));
-    mTree.addMapped("dm-7", "mpathb", "mpath-36007", {"sdb"});
-    EXPECT_TRUE(contains(look(1), "mpathb dm-7 36007: sdb+m\n"));
-    mTree.addMapped("dm-8", "mpathc", "mpath-36008", {});
-    tell("/devices/virtual/block/dm-8", "add");
-    EXPECT_TRUE(contains(look(4), "mpathc dm-8 36008:\n"));
 }
 
 TEST_F(HostStorage, OneOfAnAdapterThatIsNotKnownYetIsToldWithItsPort) {
