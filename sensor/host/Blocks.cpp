@@ -129,7 +129,7 @@ ZTESysfsRead ZTCBlocks::read(const std::string& acrDisk, Block& arBlock) {
     if (lPartitions) {
         lNew.mPartitions.clear();
         for (const std::string& lrName : *lPartitions) {
-            ZTCSysfsFolder lPartition(lPath + "/" + lrName, sAttributes);
+            ZTCSysfsFolder lPartition(std::string(lPath).append("/").append(lrName), sAttributes);
             sSet(lNew.mPartitions.emplace_back(Partition{lrName}).mDevice, lPartition.read(A_Device));
         }
     }

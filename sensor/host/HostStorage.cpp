@@ -207,7 +207,7 @@ std::size_t ZTCHostStorage::Impl::getLeftOut() const {
     return mLuns.getLeftOut() + mBlocks.getLeftOut() + mMapsLeftOut + mMountTable.getLeftOut();
 }
 
-ZTCHostStorage::ZTCHostStorage(std::string aRoot) : mpImpl(std::make_unique<Impl>(aRoot)) {}
+ZTCHostStorage::ZTCHostStorage(const std::string& acrRoot) : mpImpl(std::make_unique<Impl>(acrRoot)) {}
 
 ZTCHostStorage::~ZTCHostStorage() = default;
 

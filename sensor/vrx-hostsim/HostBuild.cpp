@@ -149,10 +149,10 @@ void ZTCMadeUpHost::buildPorts() {
         mIsUp[lrPort.mHost] = true;
         const std::string lFolder = hostFolder(lrPort);
         mTree.addFolder(lFolder, lFiles);
-        mTree.link("sys/class/fc_host/" + lName, lFolder + "/fc_host/" + lName);
-        mTree.link("sys/class/scsi_host/" + lName, lFolder + "/scsi_host/" + lName);
+        mTree.link("sys/class/fc_host/" + lName, fmt::format("{}/fc_host/{}", lFolder, lName));
+        mTree.link("sys/class/scsi_host/" + lName, fmt::format("{}/scsi_host/{}", lFolder, lName));
         mTree.link("sys/bus/scsi/devices/" + lName, lFolder);
-        mTree.link(lFolder + "/fc_host/" + lName + "/device", lFolder);
+        mTree.link(fmt::format("{}/fc_host/{}/device", lFolder, lName), lFolder);
         buildRemotes(lrPort);
     }
 }
@@ -176,7 +176,8 @@ void ZTCMadeUpHost::buildRemotes(const ZTSSitePort& acrPort) {
             lFiles[lAt + "statistics/" + lpName] = "0x0\n";
         }
         mTree.addFolder(lFolder, lFiles);
-        mTree.link("sys/class/fc_remote_ports/" + lName, lFolder + "/fc_remote_ports/" + lName);
+        mTree.link("sys/class/fc_remote_ports/" + lName,
+                   fmt::format("{}/fc_remote_ports/{}", lFolder, lName));
         mRemotes.push_back(std::make_unique<ZTSHostRemote>(
             ZTSHostRemote{acrPort.mHost, lNumber++, &lrTarget, lFolder, false, false}));
     }

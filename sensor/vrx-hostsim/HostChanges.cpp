@@ -300,6 +300,7 @@ void ZTCMadeUpHost::tellTransport(const ZTSSitePort& acrPort, std::uint32_t aCod
 
 void ZTCMadeUpHost::addVolume(const std::string& acrName, const std::vector<std::string>& acrOver) {
     std::vector<ZTSHostDisk*> lOver;
+    lOver.reserve(acrOver.size());
     for (const std::string& lrName : acrOver) {
         lOver.push_back(&findDisk(lrName));
     }

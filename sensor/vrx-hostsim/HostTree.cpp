@@ -76,7 +76,7 @@ void ZTCHostTree::addFolder(const std::string& acrPath, const Files& acrFiles) {
     };
     lMake(lAside);
     for (const auto& [lrName, lrText] : acrFiles) {
-        const std::string lPath = lAside + "/" + lrName;
+        const std::string lPath = std::string(lAside).append("/").append(lrName);
         lMake(lPath.substr(0, lPath.rfind('/')));
         if (!lrName.ends_with('/')) {
             sWriteFile(lPath, lrText, O_CREAT | O_EXCL);

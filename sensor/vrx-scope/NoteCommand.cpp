@@ -30,7 +30,7 @@ void sCheck(const char* apWhat, const std::string& acrText, std::size_t aLongest
 }
 
 std::string sTextOf(const std::vector<std::string>& acrWords) {
-    const std::string lText = fmt::format("{}", fmt::join(acrWords, " "));
+    std::string lText = fmt::format("{}", fmt::join(acrWords, " "));
     sCheck("the note", lText, sLongestNote);
     if (lText.find_first_not_of(' ') == std::string::npos) {
         throw ZTCScopeUsage("a note has a text");

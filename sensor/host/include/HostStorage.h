@@ -22,7 +22,7 @@ class ZTCHostStorage {
     static constexpr std::size_t MostMaps = 4096;
     static constexpr std::size_t MostMounts = 8192;
 
-    explicit ZTCHostStorage(std::string aRoot);
+    explicit ZTCHostStorage(const std::string& acrRoot);
     ~ZTCHostStorage();
     ZTCHostStorage(const ZTCHostStorage&) = delete;
     ZTCHostStorage& operator=(const ZTCHostStorage&) = delete;
