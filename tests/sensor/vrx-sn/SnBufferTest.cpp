@@ -334,7 +334,7 @@ TEST(SnBuffer, WhatTheHostTellsIsBoundedAndNothingOfItGoesSilently) {
         lTake(lRound, lRound / 100);
     }
     // The end of a stall is the last to go: without it the stall would stand for ever.
-    for (const std::size_t lOver : {0, 20}) {
+    for (const std::size_t lOver : {0U, 20U}) {
         ZTSHostNews lNews;
         for (std::size_t lStall = 0; lStall < (lOver != 0 ? lOver : 2000); ++lStall) {
             lNews.mStalls.push_back({1, 2, lOver != 0, "sd" + std::to_string(lStall), "", "", 1, "path"});

@@ -64,7 +64,7 @@ TEST(StorageBook, AMapThatHadGoneAtTheStartHasItsTotal) {
         }
         ZTCStorageBook lBook;
         lBook.setStart(ZTSHostStorage{}, lGone);
-        for (const unsigned int lPaths : {4, 5}) {
+        for (const unsigned int lPaths : {4U, 5U}) {
             lBook.see(storageOf(lPaths, lPaths), lPaths);
             EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 8U);
         }
