@@ -145,6 +145,11 @@ TEST(AgentStatistics, AnEndOfTheWaitIsNeverMissed) {
     const ZTCDescriptor lLock = lockOf(lDirectory);
     writeFile(lDirectory / "vrx-sca.stats", ZTTestStatisticsOf(sRows));
     const ZTCAgentStatistics lAgent(lDirectory.getPath());
+#ifdef __SANITIZE_THREAD__
+    constexpr bool lHasSignals = false;  // it keeps them back as long as a thread waits in the kernel
+#else
+    constexpr bool lHasSignals = true;
+#endif
     static ZTCWaitEnd* spEnd = nullptr;
     const auto lHandler = signal(SIGUSR1, [](int) { spEnd->end(); });
     for (unsigned int lRound = 0; lRound < ZTTestRounds(500U, 20000U); ++lRound) {
@@ -160,7 +165,7 @@ TEST(AgentStatistics, AnEndOfTheWaitIsNeverMissed) {
         });
         while (!lIsThere) {
         }
-        lRound % 4 < 2 ? void(pthread_kill(lWaiter.native_handle(), SIGUSR1)) : lEnd.end();
+        lHasSignals&& lRound % 4 < 2 ? void(pthread_kill(lWaiter.native_handle(), SIGUSR1)) : lEnd.end();
         lWaiter.join();
     }
     signal(SIGUSR1, lHandler);
