@@ -12,9 +12,11 @@
 #include <filesystem>
 #include <memory>
 #include <random>
+#include <thread>
 
 #include "Bench.h"
 #include "BenchAgent.h"
+#include "BenchProcess.h"
 #include "RecordScan.h"
 #include "StoreWriter.h"
 
@@ -254,6 +256,23 @@ void sShowMemory(const std::string& acrPath) {
         .print();
 }
 
+// The program with its threads, in front of no agent and no host.
+void sShowProgram(const std::string& acrPath) {
+    using namespace std::chrono_literals;
+    const std::string lFolder = ztbench::makeFolder("/dev/shm");
+    double lResident = 0;
+    {
+        const ZTCBenchProcess lSensor(
+            {ZT_VRX_SN, "--dir", lFolder, "--store", acrPath, "--root", lFolder, "--keep-days", "36500"}, {});
+        std::this_thread::sleep_for(ztbench::isFull() ? 60s : 10s);
+        lResident = lSensor.getResident().first;
+    }
+    std::filesystem::remove_all(lFolder);
+    ZTSBenchRow{.mName = fmt::format("store of {} records: memory of vrx-sn over it", sMany),
+                .mMore = fmt::format("{:.1f} MiB resident, wanted at most 40", lResident)}
+        .print();
+}
+
 void sMeasureLarge() {
     const std::string lPath = sFile("large.db");
     const auto lBefore = std::chrono::steady_clock::now();
@@ -264,6 +283,7 @@ void sMeasureLarge() {
                 .mTimes = {lTime.count() * 1e9 / static_cast<double>(sMany)}}
         .print();
     sInChild([&] { sShowMemory(lPath); });
+    sShowProgram(lPath);
     for (const bool lIsCold : {false, true}) {
         sLook("history of an hour", lPath, lIsCold, sReadHour);
         sLook("sums of a month by hour", lPath, lIsCold, sSumMonth);

@@ -120,7 +120,7 @@ class Changes {
     void begin(bool aIsEmpty) {
         if (mrOptions.getForm() == ZTEScopeForm::Json) {
             mJson.beginObject();
-            putHead(mJson);
+            putHead(mJson, "changes");
             putTexts(mJson, {{"host", mFrame.mHost}});
             mJson.key("changes");
             mJson.beginList();
@@ -139,7 +139,7 @@ class Changes {
         } else {
             ZTCJsonWriter lJson(mText);
             lJson.beginObject();
-            putHead(lJson);
+            putHead(lJson, "changes");
             putFields(lJson, acrChange);
             mText += '\n';
         }
@@ -157,11 +157,6 @@ class Changes {
         put(mText);
     }
 
-    static void putHead(ZTCJsonWriter& arJson) {
-        arJson.key("schema");
-        arJson.number(ZTScopeSchema);
-        putTexts(arJson, {{"command", "changes"}});
-    }
     void putFields(ZTCJsonWriter& arJson, const ZTSChange& acrChange) const {
         putChange(arJson, acrChange, mFrame.mLabels, mFrame.mHost);
         putWindow(arJson, mFrame.windowOf(acrChange));

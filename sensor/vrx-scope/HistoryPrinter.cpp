@@ -19,13 +19,6 @@ namespace {
 
 constexpr unsigned int sIndent = 2;
 
-void sPutHead(ZTCJsonWriter& arJson) {
-    arJson.key("schema");
-    arJson.number(ZTScopeSchema);
-    arJson.key("command");
-    arJson.text("history");
-}
-
 void sPutStored(ZTCJsonWriter& arJson, const ZTSStoredRecord& acrRecord, const ZTSHistoryFrame& acrFrame) {
     const ZTSRecord& lrRecord = acrRecord.mRecord;
     putRecord(arJson, viewOf(lrRecord));
@@ -63,7 +56,7 @@ class JsonLines : public ZTCHistoryPrinter {
     void addLine(const char* apType, const Item& acrItem) {
         ZTCJsonWriter lJson(mText);
         lJson.beginObject();
-        sPutHead(lJson);
+        putHead(lJson, "history");
         lJson.key("type");
         lJson.text(apType);
         sPutStored(lJson, acrItem, mFrame);
@@ -77,7 +70,7 @@ class JsonDocument : public ZTCHistoryPrinter {
   public:
     JsonDocument(ZTSHistoryFrame aFrame, Out aOut) : ZTCHistoryPrinter(std::move(aFrame), std::move(aOut)) {
         mJson.beginObject();
-        sPutHead(mJson);
+        putHead(mJson, "history");
         mJson.key("host");
         mJson.escapedTextOrNull(mFrame.mHost);
         mJson.key(Lists[0]);

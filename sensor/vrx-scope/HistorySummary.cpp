@@ -200,10 +200,7 @@ std::string sJsonOf(const Summary& acrSummary) {
     std::string lText;
     ZTCJsonWriter lJson(lText);
     lJson.beginObject();
-    lJson.key("schema");
-    lJson.number(ZTScopeSchema);
-    lJson.key("command");
-    lJson.text("history");
+    putHead(lJson, "history");
     lJson.key("host");
     lJson.escapedTextOrNull(acrSummary.mHost);
     sPutSum(lJson, acrSummary.mAll);

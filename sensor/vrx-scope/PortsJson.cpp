@@ -66,10 +66,7 @@ std::string portsJson(const ZTSPortsView& acrPorts) {
     std::string lText;
     ZTCJsonWriter lJson(lText);
     lJson.beginObject();
-    lJson.key("schema");
-    lJson.number(ZTScopeSchema);
-    lJson.key("command");
-    lJson.text("ports");
+    putHead(lJson, "ports");
     lJson.key("host");
     lJson.escapedTextOrNull(acrPorts.mHost);
     lJson.key("ports");

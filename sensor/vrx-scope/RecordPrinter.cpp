@@ -17,13 +17,6 @@ namespace {
 
 constexpr unsigned int sIndent = 2;
 
-void sPutCommand(ZTCJsonWriter& arJson, const std::string& acrCommand) {
-    arJson.key("schema");
-    arJson.number(ZTScopeSchema);
-    arJson.key("command");
-    arJson.text(acrCommand);
-}
-
 ZTSRecordView sViewOf(const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
     return {acrInitiator,           acrRecord.mCategory, acrRecord.mSubcategory, acrRecord.mTarget,
             acrRecord.mOccurrences, acrRecord.mFirst,    acrRecord.mLast,        acrRecord.mData};
@@ -48,7 +41,7 @@ class JsonLines : public ZTCRecordPrinter {
         sEachRecord(acrFetched, [this](const ZTSPortNames& acrInitiator, const ZTSSensorRecord& acrRecord) {
             ZTCJsonWriter lJson(mText);
             lJson.beginObject();
-            sPutCommand(lJson, mCommand);
+            putHead(lJson, mCommand);
             putRecord(lJson, sViewOf(acrInitiator, acrRecord));
             lJson.endObject();
             mText += '\n';
@@ -98,7 +91,7 @@ class JsonDocument : public ZTCRecordPrinter {
         }
         mHasBegun = true;
         mJson.beginObject();
-        sPutCommand(mJson, mCommand);
+        putHead(mJson, mCommand);
         mJson.key("fetched");
         mJson.textOrNull(mTime ? isoText(toSensorTime(*mTime)) : "");
         mJson.key("initiators");

@@ -100,11 +100,6 @@ void sPutUnit(ZTCJsonWriter& arJson, const ZTSUnit& acrUnit, const ZTSUnits& acr
     sPutStalls(arJson, acrUnit.mStalls, acrUnits.mHost);
 }
 
-void sPutHead(ZTCJsonWriter& arJson) {
-    sPutNumber(arJson, "schema", ZTScopeSchema);
-    putTexts(arJson, {{"command", "paths"}});
-}
-
 void sPutFreshness(ZTCJsonWriter& arJson, const ZTSUnits& acrUnits) {
     sPutBoolean(arJson, "now", acrUnits.mIsNow);
     sPutTime(arJson, "written", acrUnits.mWritten);
@@ -116,7 +111,7 @@ std::string sLinesOf(const ZTSUnits& acrUnits) {
     const auto lAddLine = [&](const char* apType, const auto& acrPut) {
         ZTCJsonWriter lJson(lText);
         lJson.beginObject();
-        sPutHead(lJson);
+        putHead(lJson, "paths");
         putTexts(lJson, {{"type", apType}});
         sPutFreshness(lJson, acrUnits);
         acrPut(lJson);
@@ -152,7 +147,7 @@ std::string unitsJson(const ZTSUnits& acrUnits, bool aAsLines) {
     std::string lText;
     ZTCJsonWriter lJson(lText);
     lJson.beginObject();
-    sPutHead(lJson);
+    putHead(lJson, "paths");
     putTexts(lJson, {{"host", acrUnits.mHost}});
     sPutFreshness(lJson, acrUnits);
     lJson.key("luns");

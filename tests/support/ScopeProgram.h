@@ -33,6 +33,14 @@ inline std::string askScope(const std::string& acrDirectory, const ZTCTestChild:
     return lResult.mOut;
 }
 
+/// A command that reads a store.
+inline ZTCTestChild::Arguments commandOnStore(const std::string& acrStore,
+                                              const ZTCTestChild::Arguments& acrArguments) {
+    ZTCTestChild::Arguments lArguments{"--utc", acrArguments.at(0), "--store", acrStore};
+    lArguments.insert(lArguments.end(), acrArguments.begin() + 1, acrArguments.end());
+    return lArguments;
+}
+
 /// An agent that collects, and nobody at its pipes.
 struct ZTSScopeStand : ZTSTestStand {
     explicit ZTSScopeStand(const ZTCTestAgent::Options& acrOptions = {},

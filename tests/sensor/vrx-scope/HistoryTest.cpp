@@ -40,11 +40,7 @@ struct Stand {
             " ('10:00:00:25:b5:01:00:00', '50:06:01:60:3b:20:11:0e', '50:06:01:60:bb:20:11:0e', 'Online',"
             " 'FCP Target', 131333, 'A', 1795000000000000000, 0)");
     }
-    Arguments commandOf(const Arguments& acrArguments) const {
-        Arguments lArguments{"--utc", acrArguments.at(0), "--store", mPath};
-        lArguments.insert(lArguments.end(), acrArguments.begin() + 1, acrArguments.end());
-        return lArguments;
-    }
+    Arguments commandOf(const Arguments& acrArguments) const { return commandOnStore(mPath, acrArguments); }
     std::string ask(const Arguments& acrArguments) const {
         return askScope(mDirectory.getPath(), commandOf(acrArguments));
     }

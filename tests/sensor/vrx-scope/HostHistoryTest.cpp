@@ -77,11 +77,7 @@ struct Stand {
         lrHost.mMeasures.add(lNow, {ZTHostPort(0), ZTArrayPort(1, 0, 0), ""}, "commands", 99);
         mWriter->write(mBatch);
     }
-    Arguments commandOf(const Arguments& acrArguments) const {
-        Arguments lArguments{"--utc", acrArguments.at(0), "--store", mPath};
-        lArguments.insert(lArguments.end(), acrArguments.begin() + 1, acrArguments.end());
-        return lArguments;
-    }
+    Arguments commandOf(const Arguments& acrArguments) const { return commandOnStore(mPath, acrArguments); }
     std::string ask(const Arguments& acrArguments) const {
         return askScope(mDirectory.getPath(), commandOf(acrArguments));
     }

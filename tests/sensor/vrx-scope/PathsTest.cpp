@@ -38,10 +38,9 @@ struct Stand {
             {lNow - 34 * ZTSecond, lNow - 4 * ZTSecond, false, apDisk, apName, apHits, 12, "volume"});
     }
 
-    Arguments commandOf(const Arguments& acrArguments) const {
-        Arguments lArguments{"--utc", "paths", "--store", mPath};
-        lArguments.insert(lArguments.end(), acrArguments.begin(), acrArguments.end());
-        return lArguments;
+    Arguments commandOf(Arguments aArguments) const {
+        aArguments.insert(aArguments.begin(), "paths");
+        return commandOnStore(mPath, aArguments);
     }
     // Times become T, how long something lasts N.
     std::string ask(const Arguments& acrArguments = {}) const {
