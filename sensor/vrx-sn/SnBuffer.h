@@ -46,6 +46,8 @@ class ZTCSnBuffer {
     /// rest is counted, and told in rows of changes ("sensor", "buffer", "lost_fpins").
     void takeHost(ZTSHostNews aNews);
     void takeFacts(ZTSHostFacts aFacts);
+    /// What has become of incidents: of each the newest waits.
+    void takeIncidents(ZTSIncidentNews aNews);
     /// Closes the rows whose time is over, so that this is stored too.
     void closeDue(Clock::time_point aNow);
     /// All rows: nothing more comes.

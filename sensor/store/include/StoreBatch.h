@@ -8,6 +8,7 @@
 
 #include "HostFacts.h"
 #include "HostNews.h"
+#include "Incident.h"
 #include "Ports.h"
 #include "Record.h"
 
@@ -45,12 +46,13 @@ struct ZTSStoreBatch {
     std::optional<ZTPortLabels> mLabels;
     ZTSHostNews mHost;
     std::optional<ZTSHostFacts> mFacts;
+    ZTSIncidentNews mIncidents;
     /// It is not written again when it is the last one that is there; 0: not known.
     std::uint64_t mNumber = 0;
 
     bool isEmpty() const {
         return mRows.empty() && mClosedTo == 0 && mLosses.empty() && mChanges.empty() && mAgents.empty() &&
-               !mPorts && !mLabels && !mFacts && mHost.isEmpty();
+               !mPorts && !mLabels && !mFacts && mHost.isEmpty() && mIncidents.isEmpty();
     }
 };
 
@@ -74,4 +76,5 @@ struct ZTSStoreStart {
     /// Stalls that were not over when they were last written.
     std::vector<ZTSStall> mStalls;
     ZTSHostFacts mFacts;  ///< as they were last written
+    ZTSIncidentStart mIncidents;
 };

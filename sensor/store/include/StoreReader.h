@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "HostNews.h"
+#include "Incident.h"
 #include "Ports.h"
 #include "Record.h"
 #include "StoreFile.h"
@@ -149,6 +150,13 @@ class ZTCStoreReader {
                                            std::size_t aLimit = 0);
     /// Those that are not over, in the order of their begin; however many there were, this costs no more.
     std::vector<ZTSStoredStall> readOpenStalls();
+    /// Those that were not over at a time, the youngest first, without those that have become part of others.
+    /// 0: no limit.
+    std::vector<ZTSIncident> readIncidents(ZTNanoseconds aSince, std::size_t aLimit = 0);
+    /// Nothing: there is none of that id.
+    std::optional<ZTSIncident> readIncident(std::uint64_t aId);
+    /// The ids of an incident's records, ascending: so many of them at most.
+    std::vector<std::uint64_t> readEvidence(const ZTSIncident& acrIncident, std::size_t aLimit);
     std::vector<ZTSBlindSpot> readBlindSpots();
     std::vector<ZTSWindow> readWindows();
     /// From one time to before another, in the order of time; an empty name takes all measures.
