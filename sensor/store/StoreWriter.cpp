@@ -56,6 +56,7 @@ void ZTCStoreWriter::Impl::loadStart() {
         mStart.mPorts = getStore().mTables.loadPorts(lrDatabase, mStart.mLastWrite);
     }
     getStore().mHost.load(mStart);
+    getStore().mIncidents.load(mStart, sNow());
     mLongest = getMeta("longest");
     mRecords = countRecords();
     setMeta("in_use", 1);
@@ -98,6 +99,7 @@ void ZTCStoreWriter::Impl::rollBack() noexcept {
     mpStore->mSums.forget();
     mpStore->mTables.forget();
     mpStore->mHost.forget();
+    mpStore->mIncidents.forget();
     mLongest = 0;
 }
 
@@ -129,6 +131,7 @@ void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
         const ZTNanoseconds lNow = sNow();
         mpStore->mTables.write(acrBatch, lNow);
         mpStore->mHost.write(acrBatch, lNow);
+        mpStore->mIncidents.write(acrBatch.mIncidents);
         writeMeta(acrBatch);
     });
     mRecords = mRecords + mNewRecords - mGoneRecords;
