@@ -41,6 +41,7 @@ CREATE TABLE incident_evidence (  -- its records: those of a kind and of ports t
 CREATE INDEX incident_evidence_by_time ON incident_evidence (last);
 CREATE INDEX incident_evidence_kept ON incident_evidence (initiator, remote, category, subcategory, fabric, last)
   WHERE kept = 1;
+CREATE INDEX kept_by_id ON kept (first_id, last_id);
 CREATE INDEX series_by_ports ON series (remote, initiator, category, subcategory, fabric);
 CREATE TRIGGER incidents_gone AFTER DELETE ON incidents BEGIN
   DELETE FROM incident_evidence WHERE incident = old.id;

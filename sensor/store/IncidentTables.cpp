@@ -1,9 +1,12 @@
 #include "IncidentTables.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cstdlib>
 
 #include "IncidentRows.h"
 #include "StoreBatch.h"
+#include "StoreRequest.h"
 
 namespace {
 
@@ -15,6 +18,9 @@ template <class Number>
 std::optional<std::int64_t> sOrNull(Number aNumber, bool aIsThere) {
     return aIsThere ? std::optional(static_cast<std::int64_t>(aNumber)) : std::nullopt;
 }
+
+// As long as a record takes up what says the same.
+constexpr ZTNanoseconds sGrowEvery = 10 * ZTSecond;
 
 }  // namespace
 
@@ -30,6 +36,11 @@ ZTCIncidentTables::ZTCIncidentTables(SQLite::Database& arDatabase)
           "IS NULL, acknowledged_by, excluded.acknowledged_by), acknowledged_note = iif(excluded.acknowledged_at "
           "IS NULL, acknowledged_note, excluded.acknowledged_note), acknowledged_at = "
           "coalesce(excluded.acknowledged_at, acknowledged_at), body = excluded.body, memory = excluded.memory"),
+      mAcknowledge(
+          arDatabase,
+          "UPDATE incidents SET acknowledged_by = ?2, acknowledged_at = ?3, acknowledged_note = ?4 WHERE "
+          "id = ?1"),
+      mKeep(arDatabase, "UPDATE incidents SET kept = 1 WHERE id = ?"),
       mKeepEvidence(arDatabase, "UPDATE incident_evidence SET kept = 1 WHERE incident = ? AND kept = 0"),
       mFindEvidence(arDatabase, (std::string(ZTEvidenceColumns) + " WHERE incident = ?").c_str()),
       mSetEvidence(arDatabase,
@@ -77,46 +88,68 @@ void ZTCIncidentTables::writeIncident(const ZTSIncident& acrIncident) {
     }
 }
 
-ZTCIncidentTables::EvidenceEnds& ZTCIncidentTables::endsOf(std::uint64_t aId) {
+bool ZTCIncidentTables::mark(const ZTSStoreRequest& acrRequest) {
+    const std::string& lrSubject = acrRequest.mSubject;
+    std::uint64_t lId = 0;
+    const char* const lpEnd = lrSubject.data() + lrSubject.size();
+    if (std::from_chars(lrSubject.data(), lpEnd, lId).ptr != lpEnd) {
+        return false;
+    }
+    if (acrRequest.mWhat == "acknowledge") {
+        return mAcknowledge.run(lId, acrRequest.mWho, acrRequest.mTime, acrRequest.mText) != 0;
+    }
+    if (acrRequest.mWhat == "keep") {
+        mKeepEvidence.run(lId);
+        return mKeep.run(lId) != 0;
+    }
+    return false;
+}
+
+ZTCIncidentTables::EvidenceEnds ZTCIncidentTables::endsOf(const ZTSIncident& acrIncident) {
+    EvidenceEnds lEnds;
+    for (const ZTSIncidentEvidence& lrRow : acrIncident.mEvidence) {
+        ZTNanoseconds& lrEnd = lEnds.try_emplace(keyOf(lrRow), lrRow.mLast).first->second;
+        lrEnd = std::max(lrEnd, lrRow.mLast);
+    }
+    return lEnds;
+}
+
+ZTCIncidentTables::Written& ZTCIncidentTables::writtenOf(std::uint64_t aId) {
     const auto [lAt, lIsNew] = mWritten.try_emplace(aId);
     if (lIsNew) {
         for (const ZTSIncidentEvidence& lrRow : loadEvidence(aId)) {
-            lAt->second.emplace(EvidenceKey{lrRow.mCategory, lrRow.mSubcategory, lrRow.mInitiator,
-                                            lrRow.mRemote, lrRow.mFabric, lrRow.mFirst},
-                                lrRow.mLast);
+            lAt->second.mEnds.emplace(keyOf(lrRow), lrRow.mLast);
         }
     }
     return lAt->second;
 }
 
+// Where a storm goes on all of it grows with every second: that is written every few seconds, and with what
+// comes of it in the end.
 void ZTCIncidentTables::writeEvidence(const ZTSIncident& acrIncident) {
-    EvidenceEnds lNow;
-    for (const ZTSIncidentEvidence& lrRow : acrIncident.mEvidence) {
-        ZTNanoseconds& lrEnd = lNow.try_emplace({lrRow.mCategory, lrRow.mSubcategory, lrRow.mInitiator,
-                                                 lrRow.mRemote, lrRow.mFabric, lrRow.mFirst},
-                                                lrRow.mLast)
-                                   .first->second;
-        lrEnd = std::max(lrEnd, lrRow.mLast);
-    }
+    Written& lrWritten = writtenOf(acrIncident.mId);
+    const bool lIsOpen = acrIncident.mState == ZTEIncidentState::Open;
+    const bool lWritesAll = !lIsOpen || std::abs(acrIncident.mLast - lrWritten.mTime) >= sGrowEvery;
+    EvidenceEnds lEnds = endsOf(acrIncident);
     const auto lRun = [&](ZTCStatement& arStatement, const EvidenceKey& acrKey, const auto&... acrMore) {
         const auto& [lCategory, lSubcategory, lInitiator, lRemote, lFabric, lFirst] = acrKey;
         arStatement.run(acrIncident.mId, lCategory, lSubcategory, portText(lInitiator), portText(lRemote),
                         lFabric, lFirst, acrMore...);
     };
-    EvidenceEnds& lrBefore = endsOf(acrIncident.mId);
-    for (const auto& [lrKey, lEnd] : lrBefore) {
-        lNow.contains(lrKey) ? void() : lRun(mNoEvidence, lrKey);
-    }
-    for (const auto& [lrKey, lEnd] : lNow) {
-        const auto lAt = lrBefore.find(lrKey);
-        if (lAt == lrBefore.end() || lAt->second != lEnd) {
-            lRun(mSetEvidence, lrKey, lEnd);
+    for (auto& [lrKey, lrEnd] : lEnds) {
+        const auto lAt = lrWritten.mEnds.find(lrKey);
+        if (lAt == lrWritten.mEnds.end() || (lWritesAll && lAt->second != lrEnd)) {
+            lRun(mSetEvidence, lrKey, lrEnd);
+        } else {
+            lrEnd = lAt->second;
         }
     }
+    for (const auto& [lrKey, lEnd] : lrWritten.mEnds) {
+        lEnds.contains(lrKey) ? void() : lRun(mNoEvidence, lrKey);
+    }
+    lrWritten = {std::move(lEnds), lWritesAll ? acrIncident.mLast : lrWritten.mTime};
     if (acrIncident.mState == ZTEIncidentState::Closed) {
         mWritten.erase(acrIncident.mId);
-    } else {
-        lrBefore = std::move(lNow);
     }
 }
 

@@ -100,6 +100,7 @@ void ZTCStoreWriter::Impl::rollBack() noexcept {
     mpStore->mTables.forget();
     mpStore->mHost.forget();
     mpStore->mIncidents.forget();
+    mpStore->mRetention.forget();
     mLongest = 0;
 }
 
@@ -164,6 +165,7 @@ void ZTCStoreWriter::Impl::writeRow(const ZTSStoreRow& acrRow) {
         !acrRow.mIsNew && mpStore->mGrowRow.run(acrRow.mId, lrRecord.mLast, lEvents, lData) != 0;
     if (!lGrows) {
         ++mNewRecords;
+        mpStore->mRetention.noteRow(lrRecord.mFirst);
         mpStore->mAddRow.run(acrRow.mId, lrSeries.mId, lrRecord.mFirst, lrRecord.mLast, lEvents, lData);
     }
     mpStore->mSeries.count(lrSeries, lrRecord, lEvents, !lGrows);
@@ -197,6 +199,12 @@ std::vector<ZTSStoreRequest> ZTCStoreWriter::Impl::takeRequests() {
         }
     });
     return lRequests;
+}
+
+bool ZTCStoreWriter::Impl::markIncident(const ZTSStoreRequest& acrRequest) {
+    bool lIsThere = false;
+    inTransaction([&] { lIsThere = mpStore->mIncidents.mark(acrRequest); });
+    return lIsThere;
 }
 
 // ---- What is beside the file ----
@@ -235,6 +243,9 @@ void ZTCStoreWriter::write(const ZTSStoreBatch& acrBatch) {
 }
 std::vector<ZTSStoreRequest> ZTCStoreWriter::takeRequests() {
     return mpImpl->takeRequests();
+}
+bool ZTCStoreWriter::markIncident(const ZTSStoreRequest& acrRequest) {
+    return mpImpl->markIncident(acrRequest);
 }
 bool ZTCStoreWriter::retire(ZTNanoseconds aNow) {
     return mpImpl->retire(aNow);
