@@ -41,7 +41,7 @@ class ZTCSmallest {
     // Intervals of one series may overlap.
     void cut() {
         std::ranges::sort(mIds);
-        mIds.erase(std::ranges::unique(mIds).begin(), mIds.end());
+        mIds.erase(std::unique(mIds.begin(), mIds.end()), mIds.end());
         mIds.resize(std::min(mIds.size(), mLimit));
     }
 
