@@ -20,7 +20,7 @@ ZTSFit fitOf(const ZTSCase& acrCase, ZTEIncidentClass aClass, const ZTSStoryFram
 ZTSFit findDeed(const ZTSCase& acrCase, const ZTSCluster& acrCluster, const ZTSStoryFrame& acrFrame);
 
 /// The cause of one cluster. Its kind is empty: it has no sign that can be one.
-ZTSIncidentCause causeOf(const ZTSCluster& acrCluster, const ZTSStoryFrame& acrFrame);
+ZTSIncidentCause causeOf(const ZTSCase& acrCase, const ZTSCluster& acrCluster, const ZTSStoryFrame& acrFrame);
 
 /// Whether what a class waits for is still not as it was, at this cluster.
 bool isLasting(const ZTSCase& acrCase, const ZTSCluster& acrCluster, ZTERestored aRestored);
@@ -29,6 +29,8 @@ bool hasSign(const ZTSCluster& acrCluster, ZTESign aSign);
 bool isMissing(const ZTSCaseMap& acrMap, const ZTSCluster& acrCluster);
 /// The map that has the fewest paths now, else the one that had. Null: none is concerned.
 const std::pair<const std::string, ZTSCaseMap>* findWorstMap(const ZTSCase& acrCase);
+/// Whether a kind of sign makes a case by itself, or there was enough of it.
+bool isStrong(const ZTSCase& acrCase, ZTESign aSign);
 /// What could have been its cause, or is a consequence: not what goes on anyway, nor what came back.
 bool isOfChain(ZTESign aSign);
 /// Whether it ends what another sign began.

@@ -29,8 +29,8 @@ bool sIsExplained(const ZTSSign& acrSign, const ZTSCluster& acrCluster) {
 
 // Those that a cluster began with, sorted by time, and when that was: what came when it was long under way is
 // not its cause, and least of all what comes and goes anyway.
-std::vector<const ZTSSign*> sListFirst(const ZTSCluster& acrCluster, const ZTSIncidentTimes& acrTimes,
-                                       ZTNanoseconds& arBegin) {
+std::vector<const ZTSSign*> sListFirst(const ZTSCase& acrCase, const ZTSCluster& acrCluster,
+                                       const ZTSIncidentTimes& acrTimes, ZTNanoseconds& arBegin) {
     std::vector<const ZTSSign*> lSigns;
     for (const ZTSSignSum& lrSum : acrCluster.mSums) {
         if (isOfChain(lrSum.mSign.mSign) && !sIsExplained(lrSum.mSign, acrCluster)) {
@@ -38,9 +38,7 @@ std::vector<const ZTSSign*> sListFirst(const ZTSCluster& acrCluster, const ZTSIn
         }
     }
     std::ranges::sort(lSigns, {}, &ZTSSign::mFirst);
-    const auto lIsStrong = [](const ZTSSign* apSign) {
-        return rowOf(apSign->mSign).mWeight != ZTEWeight::Weak;
-    };
+    const auto lIsStrong = [&](const ZTSSign* apSign) { return isStrong(acrCase, apSign->mSign); };
     const auto lBegin = std::ranges::find_if(lSigns, lIsStrong);
     if (lBegin == lSigns.end()) {
         arBegin = lSigns.empty() ? 0 : lSigns.front()->mFirst;
@@ -84,10 +82,11 @@ void sDoubt(std::vector<ZTSIncidentCause>& arCauses, ZTNanoseconds aSkew) {
 
 }  // namespace
 
-ZTSIncidentCause causeOf(const ZTSCluster& acrCluster, const ZTSStoryFrame& acrFrame) {
+ZTSIncidentCause causeOf(const ZTSCase& acrCase, const ZTSCluster& acrCluster,
+                         const ZTSStoryFrame& acrFrame) {
     const ZTSIncidentTimes& lrTimes = acrFrame.mrRules.mTimes;
     ZTNanoseconds lBegin = 0;
-    std::vector<const ZTSSign*> lSigns = sListFirst(acrCluster, lrTimes, lBegin);
+    std::vector<const ZTSSign*> lSigns = sListFirst(acrCase, acrCluster, lrTimes, lBegin);
     if (lSigns.empty()) {
         return {};
     }
@@ -119,7 +118,7 @@ ZTSIncidentCause causeOf(const ZTSCluster& acrCluster, const ZTSStoryFrame& acrF
 std::vector<ZTSIncidentCause> findCauses(const ZTSCase& acrCase, const ZTSStoryFrame& acrFrame) {
     std::vector<ZTSIncidentCause> lCauses;
     for (const ZTSCluster& lrCluster : acrCase.mClusters) {
-        ZTSIncidentCause lCause = causeOf(lrCluster, acrFrame);
+        ZTSIncidentCause lCause = causeOf(acrCase, lrCluster, acrFrame);
         if (!lCause.mKind.empty()) {
             lCauses.push_back(std::move(lCause));
         }

@@ -66,6 +66,12 @@ std::optional<ZTSFit> sFindFit(const ZTSCase& acrCase, const ZTSClassRow& acrRow
 
 }  // namespace
 
+bool isStrong(const ZTSCase& acrCase, ZTESign aSign) {
+    return rowOf(aSign).mWeight != ZTEWeight::Weak ||
+           std::ranges::any_of(acrCase.mReached,
+                               [&](const auto& acrReached) { return acrReached.second == aSign; });
+}
+
 bool isOfChain(ZTESign aSign) {
     return rowOf(aSign).mRank < sEndOfChain;
 }

@@ -47,7 +47,7 @@ std::vector<Loss> sListLosses(const ZTSCase& acrCase, const std::string& aMap,
     std::vector<Loss> lLosses;
     for (const ZTSCluster& lrCluster : acrCase.mClusters) {
         if (const std::uint32_t lPaths = sCountPaths(lrCluster, aMap); lPaths != 0) {
-            const ZTSIncidentCause lCause = causeOf(lrCluster, acrFrame);
+            const ZTSIncidentCause lCause = causeOf(acrCase, lrCluster, acrFrame);
             lLosses.push_back({lCause.mTime, lPaths, sByText(acrCase, lrCluster, lCause, acrFrame),
                                isMissing(acrCase.mMaps.at(aMap), lrCluster)});
         }

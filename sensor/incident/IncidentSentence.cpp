@@ -78,6 +78,10 @@ Words sHits(const Scene& acrScene) {
     return {acrScene.mIsWhole ? hitsText(acrScene.mrCase) : ""};
 }
 
+Words sLeft(const Scene& acrScene) {
+    return {acrScene.mIsWhole ? leftText(acrScene.mrCase) : ""};
+}
+
 Words sInitiators(const Scene& acrScene) {
     return sNamesOf(sGather(acrScene, &ZTSSign::mInitiator,
                             [&](const ZTSSign& acrSign) { return sOpens(acrScene, acrSign); }),
@@ -187,7 +191,7 @@ Words sSpan(const Scene& acrScene) {
 }
 
 Words sAt(const Scene& acrScene) {
-    return {" at " + minuteText(causeOf(*acrScene.mrFit.mpCluster, acrScene.mrFrame).mTime)};
+    return {" at " + minuteText(causeOf(acrScene.mrCase, *acrScene.mrFit.mpCluster, acrScene.mrFrame).mTime)};
 }
 
 Words sPaths(const Scene& acrScene) {
@@ -199,10 +203,10 @@ struct Place {
     Words (*mpWords)(const Scene&);
 };
 constexpr Place sPlaces[] = {
-    {"at", sAt},           {"fabrics", sFabrics}, {"hits", sHits},     {"initiators", sInitiators},
-    {"logouts", sLogouts}, {"lost", sLost},       {"number", sNumber}, {"paths", sPaths},
-    {"port", sPort},       {"ports", sPorts},     {"span", sSpan},     {"stood", sStood},
-    {"times", sTimes},     {"where", sWhere}};
+    {"at", sAt},       {"fabrics", sFabrics}, {"hits", sHits},   {"initiators", sInitiators},
+    {"left", sLeft},   {"logouts", sLogouts}, {"lost", sLost},   {"number", sNumber},
+    {"paths", sPaths}, {"port", sPort},       {"ports", sPorts}, {"span", sSpan},
+    {"stood", sStood}, {"times", sTimes},     {"where", sWhere}};
 
 // ---- Sentences ----
 

@@ -12,6 +12,8 @@ std::string fillSentence(const char* apSentence, const ZTSCase& acrCase, const Z
 std::string pathsText(const ZTSCase& acrCase, const ZTSStoryFrame& acrFrame);
 /// What it means for what stands above: ": /data has 4 of 8 paths left". Empty: nothing is known of that.
 std::string hitsText(const ZTSCase& acrCase);
+/// The same of paths alone.
+std::string leftText(const ZTSCase& acrCase);
 /// "; I/O stands still". Empty: it never did.
 std::string stallsText(const ZTSCase& acrCase);
 /// What people know that by what the case hits: mounts, else volumes, maps, disks, LUNs.

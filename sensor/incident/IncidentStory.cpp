@@ -39,7 +39,7 @@ void sFillExtent(const ZTSCase& acrCase, ZTSIncident& arIncident) {
         lTargets.insert(acrTarget);
     };
     sForEachSign(acrCase, [&](const ZTSSign& acrSign) {
-        if (rowOf(acrSign.mSign).mWeight != ZTEWeight::Weak) {
+        if (isStrong(acrCase, acrSign.mSign)) {
             lTake(acrSign.mFabric, acrSign.mInitiator, acrSign.mRemote);
         }
     });

@@ -101,11 +101,14 @@ const char* hasOrHave(const std::vector<std::string>& acrNames) {
     return acrNames.size() == 1 ? "has" : "have";
 }
 
+std::string leftText(const ZTSCase& acrCase) {
+    return acrCase.mMaps.empty() ? "" : sPathsText(acrCase);
+}
+
 std::string hitsText(const ZTSCase& acrCase) {
     const std::vector<std::string> lHits = listHits(acrCase);
-    return !acrCase.mMaps.empty() ? sPathsText(acrCase) + stallsText(acrCase)
-           : !lHits.empty()       ? ", on the way to " + listText(lHits) + stallsText(acrCase)
-                                  : stallsText(acrCase);
+    const bool lIsOnWay = acrCase.mMaps.empty() && !lHits.empty();
+    return (lIsOnWay ? ", on the way to " + listText(lHits) : leftText(acrCase)) + stallsText(acrCase);
 }
 
 std::string stallsText(const ZTSCase& acrCase) {
