@@ -245,7 +245,7 @@ ZTNanoseconds ZTCIncidentFinder::Impl::lookBack() const {
 }
 
 void ZTCIncidentFinder::Impl::forget() {
-    if (mClock < mForgotAt + sSeconds(mRules.mTimes.mQuiet)) {
+    if (mClock < mForgotAt + sSeconds(mRules.mTimes.mQuiet) && !mBook.isFull()) {
         return;
     }
     mForgotAt = mClock;
