@@ -99,7 +99,7 @@ TEST(FinderGroups, MemoryIsOfWhatIsOpen) {
     ZTCIncidentFinder lFinder(getDefaultRules());
     std::size_t lEarly = 0;
     for (unsigned int lSecond = 0; lSecond < 3600; ++lSecond) {
-        for (unsigned int lAt = 0; lAt < 20; ++lAt) {
+        for (std::uint8_t lAt = 0; lAt < 20; ++lAt) {
             ZTSSign lSign = sSign(ZTESign::UnitAttention, sBegin + lSecond * ZTSecond, lAt);
             lSign.mDetail = fmt::format("{:x}", lSecond * 20 + lAt);  // each says something else
             lFinder.take(lSign);
