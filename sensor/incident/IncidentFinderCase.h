@@ -60,6 +60,8 @@ struct ZTSOpenCase {
     bool isIncident() const { return mIncident.mId != 0; }
     bool isClosed() const { return mIncident.mState == ZTEIncidentState::Closed; }
     bool isAmiss() const;
+    /// There was enough of this kind to open something.
+    bool hasReached(ZTESign aSign) const;
     ZTSHurt findHurt() const;
 };
 
@@ -69,8 +71,8 @@ void applyState(ZTSOpenCase& arCase, const ZTSNewSign& acrNew, ZTNanoseconds aPa
 bool applyBack(ZTSOpenCase& arCase, const ZTSNewSign& acrNew);
 /// Whether it still is as this sign says.
 bool isHeld(const ZTSCase& acrCase, const ZTSSign& acrSign);
-/// What is the half of a state that ends it.
-bool isBack(ZTESign aSign);
+/// The state that a sign ends; else the sign.
+ZTESign stateOf(ZTESign aSign);
 /// The paths that are left are all that there are to be.
 void acceptPaths(ZTSOpenCase& arCase, ZTNanoseconds aTime);
 

@@ -53,6 +53,7 @@ class ZTCCaseGroups {
     using Candidates = std::vector<Candidate>;
 
     bool isKnownThere(const ZTSNewSign& acrNew, bool aIsActive) const;
+    static std::size_t findCluster(const ZTSOpenCase& acrCase, const ZTSNewSign& acrNew);
     ZTSOpenCase* takeMap(const ZTSNewSign& acrNew);
     ZTSOpenCase* takeStall(const ZTSNewSign& acrNew);
     Candidate findOverMap(const ZTSNewSign& acrNew, const std::string& acrMap);
@@ -72,6 +73,7 @@ class ZTCCaseGroups {
     ZTSOpenCase& merge(ZTSKnownSign& arOne, const Candidate& acrOther);
     void mergeClusters(ZTSOpenCase& arCase, std::size_t aInto, std::size_t aFrom);
     void tieDownLinks(const ZTSNewSign& acrNew);
+    ZTSKnownSign* findDownLink(const ZTSWwn& acrPort, ZTNanoseconds aTime, ZTNanoseconds aAtOnce);
     void sortClusters(ZTSOpenCase& arCase);
     void leavePlaces(ZTSOpenCase& arCase);
     bool isThere(const ZTSOpenCase* apCase) const;
