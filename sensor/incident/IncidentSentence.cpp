@@ -165,6 +165,10 @@ Words sTimesOf(std::uint64_t aCount) {
 Words sTimes(const Scene& acrScene) {
     return sTimesOf(sCount(acrScene, acrScene.mrFit.mpOpening->mSign));
 }
+Words sNumber(const Scene& acrScene) {
+    const std::uint64_t lCount = sCount(acrScene, acrScene.mrFit.mpOpening->mSign);
+    return {std::to_string(lCount), lCount};
+}
 Words sLogouts(const Scene& acrScene) {
     return sTimesOf(sCount(acrScene, ZTESign::Logo));
 }
@@ -199,10 +203,10 @@ struct Place {
     Words (*mpWords)(const Scene&);
 };
 constexpr Place sPlaces[] = {
-    {"at", sAt},       {"fabrics", sFabrics}, {"hits", sHits}, {"initiators", sInitiators},
-    {"left", sLeft},   {"logouts", sLogouts}, {"lost", sLost}, {"paths", sPaths},
-    {"port", sPort},   {"ports", sPorts},     {"span", sSpan}, {"stood", sStood},
-    {"times", sTimes}, {"where", sWhere}};
+    {"at", sAt},       {"fabrics", sFabrics}, {"hits", sHits},   {"initiators", sInitiators},
+    {"left", sLeft},   {"logouts", sLogouts}, {"lost", sLost},   {"number", sNumber},
+    {"paths", sPaths}, {"port", sPort},       {"ports", sPorts}, {"span", sSpan},
+    {"stood", sStood}, {"times", sTimes},     {"where", sWhere}};
 
 // ---- Sentences ----
 
