@@ -14,8 +14,8 @@
 //
 // Whom it concerns: host=LIST are the host's ports, from=LIST those beyond the fabric; both are names of the
 // site, with commas between. A member of from= may be an array ("array1") or a controller ("array1/B"), and
-// `*` is all of them. Each pair of both that is on one fabric has a row of its own; without from= each port of
-// the host. Without host= it is `*`.
+// `*` is all of them. Each pair of both that is on one fabric has a row of its own; without from= each port
+// of the host. Without host= it is `*`.
 //
 // Records: the verb is the name of a kind (plogi, logo, rscn, check_condition, queue_full, link, ls_rjt, ...)
 //     xN         so many events in one record; without: 1
@@ -28,9 +28,9 @@
 //     port-gone, port-back      host=     there is no such port any more
 //     target-lost, target-back  host= from=     [state=Blocked]; state=gone: there is no such port any more
 //     paths-lost, paths-back    host= from=     [map=LIST]: of all maps; kernel's states, not ports'
-//     paths-removed             host= from=     [map=LIST]: the maps have them no more; paths-back brings them
-//     luns                      host= from=     [map=LIST] state=blocked or access=standby
-//     accept                    [map=LIST]: totals are what is usable, as vrx-sn has them behind `accept`
+//     paths-removed             host= from=     [map=LIST]: the maps have them no more; paths-back brings
+//     them luns                      host= from=     [map=LIST] state=blocked or access=standby accept
+//     [map=LIST]: totals are what is usable, as vrx-sn has them behind `accept`
 // Other rows:
 //     fpin DESCRIPTOR EVENT     host= [attached=PORT] [xN] [for=T]      "fpin link_integrity loss_of_signal"
 //     count COUNTER VALUE       host= [from=]     in the minute of the moment; it comes at its end
@@ -40,10 +40,10 @@
 //     agent-gone [HOW]          killed, ended, unknown; agent-back
 //     sensor-gone [HOW]         the same of vrx-sn: nothing is given to the finder while it is gone, and that
 //     sensor-back               is behind it a new one; HOW unknown: it is told when it is back
-//     change WHAT NAME ATTRIBUTE BEFORE AFTER     any other; a NAME of a port's is its number in the row
-//     ask acknowledge|keep|accept ID [who=] [note=]
-//     noise RATE                of harmless events a second, over 64 ports: for=T [ports=N] [seed=N]
-//     end                       the story ends; without: ten seconds behind its last row
+//     change WHAT NAME ATTRIBUTE BEFORE AFTER     any other, or with event= of another event; NAME may be a
+//     port's ask acknowledge|keep|accept ID [who=] [note=] noise RATE                of harmless events a
+//     second, over 64 ports: for=T [ports=N] [seed=N] end                       the story ends; without: ten
+//     seconds behind its last row
 // Before the first `at`:
 //     fabric NAME [wwn=]                      more fabrics; one that has a wwn= is known by that alone
 //     host NAME fabric=F [wwpn=]
@@ -60,12 +60,13 @@
 #pragma once
 
 #include <map>
-#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "IncidentFinder.h"
+#include "StoryRows.h"
 
 /// How a story is played.
 struct ZTSStoryPlay {
@@ -89,13 +90,6 @@ struct ZTSStoryEnd {
     };
     std::vector<Telling> mTellings;
     ZTPortLabels mNames;  ///< of the site, whether or not the finder had them
-
-    /// All of it, for golden texts: ports by name, times in UTC.
-    std::string toText() const;
-    /// Without ids, tellings and whatever hangs on the order of rows: of each incident that is part of no
-    /// other, class, opened, first cause (without its confidence), other causes, fabrics, ports, hits, paths;
-    /// sorted.
-    std::string toExtent() const;
 };
 
 /// A story is one text, or several that are played at once on one site.
@@ -103,9 +97,6 @@ class ZTCSignStory {
   public:
     /// Throws std::runtime_error: "line 12: there is no port hba9".
     explicit ZTCSignStory(std::string_view aText);
-    ~ZTCSignStory();
-    ZTCSignStory(const ZTCSignStory&) = delete;
-    ZTCSignStory& operator=(const ZTCSignStory&) = delete;
 
     /// Plays another text at once: its site is left out, and names in it stand for others ("array1" for
     /// "array2", "array1-A0" for "array2-A0", as words of their own or before `-` and `/`). aAt: its first
@@ -119,6 +110,9 @@ class ZTCSignStory {
     std::size_t countRows() const;
 
   private:
-    class Impl;
-    std::unique_ptr<Impl> mpImpl;
+    ZTCStorySite mSite;
+    std::vector<std::string> mRules;
+    std::vector<ZTSWindow> mWindows;
+    std::vector<ZTSStoryRow> mRows;
+    ZTNanoseconds mEnd = 0;
 };

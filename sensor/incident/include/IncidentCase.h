@@ -57,7 +57,7 @@ struct ZTSCaseMap {
 /// One incident.
 struct ZTSCase {
     std::uint64_t mId = 0;
-    std::vector<ZTSCluster> mClusters;        ///< the oldest first: each is a cause
+    std::vector<ZTSCluster> mClusters;  ///< the oldest first: each is a cause
     /// Openings that were reached: so many of this sign at one place, so close to each other, and more than
     /// is ordinary there. Of what is a state each one is, and is not among them.
     std::set<std::pair<ZTEIncidentClass, ZTESign>> mReached;
