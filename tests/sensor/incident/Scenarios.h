@@ -81,7 +81,7 @@ inline std::string twinOf(const std::string& acrText, bool aHasOwnFabrics) {
         const bool lIsFabric = aHasOwnFabrics && lEndsWith("fabric=");
         const bool lIsPoint = lEndsWith("mount=");
         lTwin += lIsPoint ? "/twin" : "";
-        lTwin += static_cast<char>(lSign + (lIsNumber ? 4 : lIsFabric ? 2 : 0));
+        lTwin += static_cast<char>(lSign + (lIsNumber && isalnum(lSign) != 0 ? 4 : lIsFabric ? 2 : 0));
     }
     return lTwin;
 }
