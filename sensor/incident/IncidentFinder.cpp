@@ -13,20 +13,6 @@ ZTNanoseconds sSeconds(unsigned int aSeconds) {
     return aSeconds * ZTSecond;
 }
 
-// What is lost and what brings it back keep their order.
-ZTESign sWholeOf(ZTESign aSign) {
-    switch (aSign) {
-        case ZTESign::LinkUp:
-            return ZTESign::LinkDown;
-        case ZTESign::PortBack:
-            return ZTESign::PortGone;
-        case ZTESign::AgentBack:
-            return ZTESign::AgentGone;
-        default:
-            return aSign;
-    }
-}
-
 auto sTextOf(const ZTSSign& acrSign) {
     return std::tie(acrSign.mInitiator, acrSign.mRemote, acrSign.mFabric, acrSign.mDisk, acrSign.mDetail,
                     acrSign.mCategory, acrSign.mSubcategory, acrSign.mMaps);
@@ -89,7 +75,9 @@ class ZTCIncidentFinder::Impl {
 
     void take(const ZTSSign& acrSign);
     bool ask(const ZTSIncidentAsk& acrAsk) { return mTeller.ask(acrAsk, mClock); }
-    void advance(ZTNanoseconds aTo, ZTNanoseconds aSignsTo);
+    /// Signs that are to be looked at up to a moment, and what time changes up to another.
+    void advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTimeTo);
+    void advance(ZTNanoseconds aTo) { advance(aTo, aTo - latest()); }
     ZTNanoseconds settle() const { return sSeconds(mRules.mTimes.mSettle); }
 
     /// Behind that nothing is remembered of what is in no incident.
@@ -131,24 +119,28 @@ void ZTCIncidentFinder::Impl::take(const ZTSSign& acrSign) {
         return;
     }
     ZTSKnownSign& lrSign = mBook.find(acrSign);
-    const bool lIsOfLink = rowOf(sWholeOf(acrSign.mSign)).mRank <= sLastOfLink;
+    const bool lIsOfLink = rowOf(stateOf(acrSign.mSign)).mRank <= sLastOfLink;
     const ZTNanoseconds lKey = std::max(acrSign.mLast + (lIsOfLink ? 0 : latest()), mClock);
     mQueue.push_back({lKey, &lrSign, std::min(acrSign.mFirst, acrSign.mLast), acrSign.mLast, acrSign.mEvents,
                       acrSign.mLeft, acrSign.mTotal});
     ++lrSign.mHolders;
 }
 
-void ZTCIncidentFinder::Impl::advance(ZTNanoseconds aTo, ZTNanoseconds aSignsTo) {
-    const auto lRest = std::partition(mQueue.begin(), mQueue.end(),
-                                      [&](const ZTSNewSign& acrNew) { return acrNew.mKey <= aSignsTo; });
+// What time alone changes at a moment is looked at when all signs of it have been.
+void ZTCIncidentFinder::Impl::advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTimeTo) {
+    const auto lRest = std::partition(mQueue.begin(), mQueue.end(), [&](const ZTSNewSign& acrNew) {
+        return acrNew.mKey <= aSignsTo;
+    });
     std::sort(mQueue.begin(), lRest, sIsBefore);
     for (auto lAt = mQueue.begin(); lAt != lRest; ++lAt) {
-        passDeadlines(lAt->mKey);
+        passDeadlines(lAt->mKey - latest() - 1);
+        mClock = std::max(mClock, lAt->mKey);
         look(*lAt);
         --lAt->mpSign->mHolders;
     }
     mQueue.erase(mQueue.begin(), lRest);
-    passDeadlines(aTo);
+    passDeadlines(aTimeTo);
+    mClock = std::max(mClock, std::min(aSignsTo, aTimeTo + latest()));
     forget();
 }
 
@@ -156,7 +148,6 @@ void ZTCIncidentFinder::Impl::passDeadlines(ZTNanoseconds aTo) {
     while (mTeller.getDeadline() <= aTo) {
         mTeller.lookAtDeadline(forgetBehind());
     }
-    mClock = std::max(mClock, aTo);
 }
 
 // Of what was known before the start nothing is counted again.
@@ -181,7 +172,7 @@ void ZTCIncidentFinder::Impl::look(const ZTSNewSign& acrNew) {
     if (lrSign.mpTally != nullptr) {
         mTallies.add(*lrSign.mpTally, acrNew.mLast, acrNew.mEvents, !isKnown(acrNew), mReached);
     }
-    if (isBack(lrSign.mSign.mSign)) {
+    if (stateOf(lrSign.mSign.mSign) != lrSign.mSign.mSign) {
         mGroups.takeBack(acrNew);
     } else if (ZTSOpenCase* const lpCase = mGroups.take(acrNew, lrSign.isState() || !mReached.empty())) {
         for (const ZTEIncidentClass lClass : mReached) {
@@ -285,10 +276,10 @@ bool ZTCIncidentFinder::ask(const ZTSIncidentAsk& acrAsk) {
     return mpImpl->ask(acrAsk);
 }
 void ZTCIncidentFinder::advance(ZTNanoseconds aNow) {
-    mpImpl->advance(aNow - mpImpl->settle(), aNow - mpImpl->settle());
+    mpImpl->advance(aNow - mpImpl->settle());
 }
 void ZTCIncidentFinder::finish(ZTNanoseconds aNow) {
-    mpImpl->advance(aNow, ZTNever);
+    mpImpl->advance(ZTNever, aNow);
 }
 ZTSIncidentNews ZTCIncidentFinder::takeNews() {
     return mpImpl->takeNews();

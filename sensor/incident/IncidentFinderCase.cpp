@@ -36,14 +36,11 @@ void sCountPaths(ZTSCaseMap& arMap, const ZTSNewSign& acrNew) {
 
 bool sPathIsBack(ZTSCaseMap& arMap, const ZTSNewSign& acrNew) {
     const ZTSSign& lrSign = acrNew.mpSign->mSign;
-    if (arMap.mBack != 0) {
-        return false;
-    }
     sCountPaths(arMap, acrNew);
+    if (arMap.mBack != 0 || acrNew.mLeft < acrNew.mTotal) {
+        return acrNew.mTotal != 0;
+    }
     if (acrNew.mTotal != 0) {
-        if (acrNew.mLeft < acrNew.mTotal) {
-            return true;
-        }
         arMap.mMissing.clear();
     } else if (arMap.mMissing.erase({lrSign.mInitiator, lrSign.mRemote}) == 0) {
         return false;
@@ -208,17 +205,22 @@ bool isHeld(const ZTSCase& acrCase, const ZTSSign& acrSign) {
     }
 }
 
-bool isBack(ZTESign aSign) {
+ZTESign stateOf(ZTESign aSign) {
     switch (aSign) {
         case ZTESign::LinkUp:
+            return ZTESign::LinkDown;
         case ZTESign::PortBack:
+            return ZTESign::PortGone;
         case ZTESign::TargetBack:
+            return ZTESign::TargetLost;
         case ZTESign::PathBack:
+            return ZTESign::PathLost;
         case ZTESign::StallOver:
+            return ZTESign::Stall;
         case ZTESign::AgentBack:
-            return true;
+            return ZTESign::AgentGone;
         default:
-            return false;
+            return aSign;
     }
 }
 

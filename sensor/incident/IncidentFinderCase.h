@@ -69,8 +69,8 @@ void applyState(ZTSOpenCase& arCase, const ZTSNewSign& acrNew, ZTNanoseconds aPa
 bool applyBack(ZTSOpenCase& arCase, const ZTSNewSign& acrNew);
 /// Whether it still is as this sign says.
 bool isHeld(const ZTSCase& acrCase, const ZTSSign& acrSign);
-/// What is the half of a state that ends it.
-bool isBack(ZTESign aSign);
+/// The state that a sign ends; else the sign.
+ZTESign stateOf(ZTESign aSign);
 /// The paths that are left are all that there are to be.
 void acceptPaths(ZTSOpenCase& arCase, ZTNanoseconds aTime);
 

@@ -135,14 +135,24 @@ void ZTCCaseGroups::takeBack(const ZTSNewSign& acrNew) {
         }
         return;
     }
-    // In the cluster that has the state, which is where its ports are.
-    std::size_t lCluster = 0;
-    for (std::size_t lAt = 0; lAt < lpIts->mClusters.size(); ++lAt) {
-        if (relate(acrNew, false, *lpIts, lAt, mrRules.mTimes) != ZTERelation::None) {
-            lCluster = lAt;
+    join(*lpIts, findCluster(*lpIts, acrNew), acrNew, false);
+}
+
+// The one that has the state that this ends.
+std::size_t ZTCCaseGroups::findCluster(const ZTSOpenCase& acrCase, const ZTSNewSign& acrNew) {
+    const ZTSKnownSign& lrSign = *acrNew.mpSign;
+    for (std::size_t lAt = 0; lAt < acrCase.mClusters.size(); ++lAt) {
+        const bool lHasIt =
+            std::ranges::any_of(acrCase.mClusters[lAt].mSigns, [&](const ZTSKnownSign* apState) {
+                return apState->mSign.mSign == stateOf(lrSign.mSign.mSign) &&
+                       apState->mpInitiator == lrSign.mpInitiator && apState->mpRemote == lrSign.mpRemote &&
+                       apState->mSign.mDisk == lrSign.mSign.mDisk;
+            });
+        if (lHasIt) {
+            return lAt;
         }
     }
-    join(*lpIts, lCluster, acrNew, false);
+    return acrCase.mClusters.size() - 1;
 }
 
 void ZTCCaseGroups::wait(const ZTSNewSign& acrNew) const {

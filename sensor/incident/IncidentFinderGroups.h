@@ -53,6 +53,7 @@ class ZTCCaseGroups {
     using Candidates = std::vector<Candidate>;
 
     bool isKnownThere(const ZTSNewSign& acrNew, bool aIsActive) const;
+    static std::size_t findCluster(const ZTSOpenCase& acrCase, const ZTSNewSign& acrNew);
     ZTSOpenCase* takeMap(const ZTSNewSign& acrNew);
     ZTSOpenCase* takeStall(const ZTSNewSign& acrNew);
     Candidate findOverMap(const ZTSNewSign& acrNew, const std::string& acrMap);

@@ -99,13 +99,18 @@ void ZTCCaseTeller::open(ZTSOpenCase& arCase, ZTEIncidentClass aClass, ZTNanosec
     arCase.mFocus = arCase.mCase.mClusters.front().mFocus;
     arCase.mIncident.mSeries = findSeries(arCase, aClass, aNow);
     arCase.mClasses.insert(aClass);
-    arCase.mTellAt = aNow + sSeconds(mrRules.mTimes.mSettle);
+    arCase.mTellAt = soonAfter(aNow);
     arCase.mIsChanged = true;
+}
+
+// A sign is looked at later than it was by what the clocks of others may be behind; what time alone does is not.
+ZTNanoseconds ZTCCaseTeller::soonAfter(ZTNanoseconds aNow) const {
+    return aNow + sSeconds(mrRules.mTimes.mSettle) - sSeconds(mrRules.mTimes.mSkew);
 }
 
 // What comes at once is told at once: in one, when it has settled. What goes on to get worse, once a minute.
 void ZTCCaseTeller::lookAtHurt(ZTSOpenCase& arCase, ZTNanoseconds aNow) const {
-    const ZTNanoseconds lSoon = aNow + sSeconds(mrRules.mTimes.mSettle);
+    const ZTNanoseconds lSoon = soonAfter(aNow);
     if (arCase.mIsReopened) {
         arCase.mTellAt = std::min(arCase.mTellAt, lSoon);
     }
