@@ -46,8 +46,8 @@
 //     seconds behind its last row
 // Before the first `at`:
 //     fabric NAME [wwn=]                      more fabrics; one that has a wwn= is known by that alone
-//     host NAME fabric=F [wwpn=]
-//     target NAME fabric=F [array=A] [controller=C] [wwpn=] [id=0x010a00]
+//     host NAME fabric=F [wwpn=] [zone=Z]      it sees the targets of its fabric that have the same zone, or none
+//     target NAME fabric=F [array=A] [controller=C] [wwpn=] [id=0x010a00] [zone=Z]
 //     map NAME array=A [volume=V] [mount=/POINT]      on each path to the array
 //     unnamed                                 no names file: labels are not given
 //     rule LINE                               as --incident takes it

@@ -19,8 +19,10 @@ struct ZTSScenario {
     std::string mRows;
     std::string mGolden;
     std::string mWhole;  ///< the file up to that line
+    std::multiset<std::string> mEssences{};
 
     std::string getText() const { return mSite + mRows; }
+    bool has(const std::string& acrVerb) const { return mRows.find(" " + acrVerb + " ") != std::string::npos; }
 };
 
 /// The site of stories that have none of their own, as one.
