@@ -100,6 +100,11 @@ bool ZTSOpenCase::isAmiss() const {
            std::ranges::any_of(mCase.mMaps, [](const auto& acrMap) { return acrMap.second.mBack == 0; });
 }
 
+bool ZTSOpenCase::hasReached(ZTESign aSign) const {
+    return std::ranges::any_of(mCase.mReached,
+                               [&](const auto& acrReached) { return acrReached.second == aSign; });
+}
+
 ZTSHurt ZTSOpenCase::findHurt() const {
     ZTSHurt lHurt;
     lHurt.mIsLost = mIncident.mClass == ZTEIncidentClass::RedundancyLost;

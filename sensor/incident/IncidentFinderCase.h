@@ -60,6 +60,8 @@ struct ZTSOpenCase {
     bool isIncident() const { return mIncident.mId != 0; }
     bool isClosed() const { return mIncident.mState == ZTEIncidentState::Closed; }
     bool isAmiss() const;
+    /// There was enough of this kind to open something.
+    bool hasReached(ZTESign aSign) const;
     ZTSHurt findHurt() const;
 };
 

@@ -567,26 +567,37 @@ void ZTCCaseGroups::tieDownLinks(const ZTSNewSign& acrNew) {
         return;
     }
     const ZTNanoseconds lAtOnce = (mrRules.mTimes.mSettle + mrRules.mTimes.mSkew) * ZTSecond;
-    std::vector<ZTSOpenCase*> lTied{acrNew.mpSign->mpCase};
+    std::vector<ZTSKnownSign*> lTied;
     for (const ZTSWwn& lrPort : mrMaps.findInitiators(lrSign.mFabric)) {
-        ZTSOpenCase* lpIts = nullptr;
-        for (auto& [lNumber, lrpCase] : mCases) {
-            const auto lDown = lrpCase->mCase.mDown.find(lrPort);
-            if (!lrpCase->isClosed() && lDown != lrpCase->mCase.mDown.end() &&
-                std::abs(lDown->second - acrNew.mFirst) <= lAtOnce) {
-                lpIts = lrpCase.get();
-            }
-        }
-        if (lpIts == nullptr) {
+        ZTSKnownSign* const lpDown = findDownLink(lrPort, acrNew.mFirst, lAtOnce);
+        if (lpDown == nullptr) {
             return;
         }
-        if (std::ranges::find(lTied, lpIts) == lTied.end()) {
-            lTied.push_back(lpIts);
+        lTied.push_back(lpDown);
+    }
+    for (ZTSKnownSign* const lpOther : lTied) {
+        ZTSKnownSign& lrFirst = *lTied.front();
+        if (lpOther->mpCase != lrFirst.mpCase) {
+            merge(lrFirst, {lpOther->mpCase, lpOther->mCluster, ZTERelation::Link});
         }
     }
-    for (std::size_t lAt = 1; lAt < lTied.size(); ++lAt) {
-        lTied[0] = &merge(*lTied[0], *lTied[lAt]);
+}
+
+// What says so of a port, if it went down at about that time and still is.
+ZTSKnownSign* ZTCCaseGroups::findDownLink(const ZTSWwn& acrPort, ZTNanoseconds aTime,
+                                          ZTNanoseconds aAtOnce) {
+    const ZTSPlace* const lpPlace = mrBook.findPlace({ZTEFocus::Initiator, acrPort, {}, ""});
+    for (ZTSKnownSign* const lpSign : lpPlace != nullptr ? lpPlace->mSigns : std::vector<ZTSKnownSign*>()) {
+        const ZTESign lSign = lpSign->mSign.mSign;
+        if ((lSign == ZTESign::LinkDown || lSign == ZTESign::PortGone) && lpSign->mpCase != nullptr &&
+            !lpSign->mpCase->isClosed()) {
+            const auto lDown = lpSign->mpCase->mCase.mDown.find(acrPort);
+            if (lDown != lpSign->mpCase->mCase.mDown.end() && std::abs(lDown->second - aTime) <= aAtOnce) {
+                return lpSign;
+            }
+        }
     }
+    return nullptr;
 }
 
 // ---- Keeping the index ----

@@ -73,6 +73,7 @@ class ZTCCaseGroups {
     ZTSOpenCase& merge(ZTSKnownSign& arOne, const Candidate& acrOther);
     void mergeClusters(ZTSOpenCase& arCase, std::size_t aInto, std::size_t aFrom);
     void tieDownLinks(const ZTSNewSign& acrNew);
+    ZTSKnownSign* findDownLink(const ZTSWwn& acrPort, ZTNanoseconds aTime, ZTNanoseconds aAtOnce);
     void sortClusters(ZTSOpenCase& arCase);
     void leavePlaces(ZTSOpenCase& arCase);
     bool isThere(const ZTSOpenCase* apCase) const;

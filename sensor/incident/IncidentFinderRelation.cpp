@@ -40,6 +40,12 @@ unsigned int sTraitsOf(ZTESign aSign) {
     }
 }
 
+// Without a remote port it is the initiator that says so.
+unsigned int sTraitsOf(const ZTSKnownSign& acrSign) {
+    const unsigned int lTraits = sTraitsOf(acrSign.mSign.mSign);
+    return acrSign.mpRemote != nullptr ? lTraits : lTraits & ~OfTarget;
+}
+
 bool sIsSame(const ZTSPlace* apOne, const ZTSPlace* apOther) {
     return apOne != nullptr && apOne == apOther;
 }
@@ -55,8 +61,9 @@ class Relation {
              const ZTSOpenCase::Cluster& acrCluster, const ZTSIncidentTimes& acrTimes)
         : mrNew(acrNew),
           mrOne(*acrNew.mpSign),
-          mTraits(sTraitsOf(mrOne.mSign.mSign)),
+          mTraits(sTraitsOf(mrOne)),
           mIsActive(aIsActive),
+          mIsWeak(mrOne.isWeak() && !aIsActive),
           mrCase(acrCase),
           mrCluster(acrCluster),
           mrTimes(acrTimes) {}
@@ -71,7 +78,7 @@ class Relation {
                     mrTimes)) {
             return true;
         }
-        if (mrOne.isWeak() && !mIsActive) {
+        if (mIsWeak) {
             return false;
         }
         const bool lIsRepeat = mrOne.mSign.mSign == acrOther.mSign.mSign && isSamePlace(acrOther);
@@ -96,8 +103,12 @@ class Relation {
     }
     // By the link of its initiator.
     bool isExplained(const ZTSKnownSign& acrSign) const {
-        return acrSign.mpRemote != nullptr && (sTraitsOf(acrSign.mSign.mSign) & OfTarget) == 0 &&
+        return acrSign.mpRemote != nullptr && (sTraitsOf(acrSign) & OfTarget) == 0 &&
                mrCluster.mInitiators.contains(acrSign.mSign.mInitiator);
+    }
+    // Of a kind of which there was not enough.
+    bool isWeak(const ZTSKnownSign& acrOther) const {
+        return acrOther.isWeak() && !mrCase.hasReached(acrOther.mSign.mSign);
     }
     bool isSameKind(const ZTSKnownSign& acrOther) const { return mrOne.mSign.mSign == acrOther.mSign.mSign; }
 
@@ -124,9 +135,12 @@ class Relation {
     }
 
     ZTERelation byInitiator(const ZTSKnownSign& acrOther) const {
-        const unsigned int lOthers = sTraitsOf(acrOther.mSign.mSign);
+        const unsigned int lOthers = sTraitsOf(acrOther);
         if (mrOne.mpRemote == acrOther.mpRemote) {
             return ZTERelation::Pair;
+        }
+        if (((mTraits | lOthers) & OfTarget) == 0 && ((mTraits | lOthers) & Spreads) != 0) {
+            return ZTERelation::Link;
         }
         if (acrOther.mpRemote == nullptr) {
             return behindLink();
@@ -134,13 +148,10 @@ class Relation {
         if (mrOne.mpRemote == nullptr) {
             return beforeTargets(acrOther, lOthers);
         }
-        if (((mTraits | lOthers) & OfTarget) != 0 || mrOne.isWeak()) {
+        if (((mTraits | lOthers) & OfTarget) != 0 || mIsWeak) {
             return ZTERelation::None;
         }
-        if (((mTraits | lOthers) & Spreads) != 0) {
-            return ZTERelation::Link;
-        }
-        const bool lWidens = (mIsActive || isSameKind(acrOther)) && !acrOther.isWeak();
+        const bool lWidens = (mIsActive || isSameKind(acrOther)) && !isWeak(acrOther);
         return lWidens && !isAnchored(acrOther) ? ZTERelation::Initiator : ZTERelation::None;
     }
     // The other is about the initiator, this one about what is behind it.
@@ -152,7 +163,7 @@ class Relation {
     }
     // The other way round.
     ZTERelation beforeTargets(const ZTSKnownSign& acrOther, unsigned int aOthers) const {
-        const bool lIsCause = blamesInitiator(mrOne) || (mTraits & Spreads) != 0;
+        const bool lIsCause = blamesInitiator(mrOne);
         const bool lIsOfFabric = mrOne.isWeak() && mrOne.mSign.mSign == ZTESign::Rscn;
         const bool lMayBe = lIsCause ? (aOthers & OfTarget) == 0 : lIsOfFabric && (aOthers & OfFabric) != 0;
         return lMayBe && !isAnchored(acrOther) ? ZTERelation::Initiator : ZTERelation::None;
@@ -160,9 +171,9 @@ class Relation {
 
     // The same array, whatever its fabrics.
     ZTERelation byController(const ZTSKnownSign& acrOther) const {
-        const bool lIsOfReboot = (mTraits & sTraitsOf(acrOther.mSign.mSign) & OfReboot) != 0;
+        const bool lIsOfReboot = (mTraits & sTraitsOf(acrOther) & OfReboot) != 0;
         const bool lWidens = mIsActive || isSameKind(acrOther);
-        if (!(lIsOfReboot || isSameKind(acrOther)) || !lWidens || mrOne.isWeak() || acrOther.isWeak() ||
+        if (!(lIsOfReboot || isSameKind(acrOther)) || !lWidens || mIsWeak || isWeak(acrOther) ||
             isExplained(acrOther)) {
             return ZTERelation::None;
         }
@@ -177,6 +188,7 @@ class Relation {
     const ZTSKnownSign& mrOne;
     const unsigned int mTraits;
     const bool mIsActive;
+    const bool mIsWeak;
     const ZTSOpenCase& mrCase;
     const ZTSOpenCase::Cluster& mrCluster;
     const ZTSIncidentTimes& mrTimes;
@@ -185,7 +197,7 @@ class Relation {
 }  // namespace
 
 bool blamesRemote(const ZTSKnownSign& acrSign) {
-    return acrSign.mpRemote != nullptr && (sTraitsOf(acrSign.mSign.mSign) & (OfTarget | Spreads)) != 0;
+    return acrSign.mpRemote != nullptr && (sTraitsOf(acrSign) & (OfTarget | Spreads)) != 0;
 }
 
 bool blamesInitiator(const ZTSKnownSign& acrSign) {

@@ -76,7 +76,8 @@ void ZTCCaseTeller::findHits(ZTSOpenCase& arCase) const {
     for (std::size_t lCluster = 0; lCluster < arCase.mClusters.size(); ++lCluster) {
         for (const ZTSKnownSign* const lpSign : arCase.mClusters[lCluster].mSigns) {
             const ZTSSign& lrSign = lpSign->mSign;
-            const bool lIsNew = !lpSign->isWeak() && lpSign->hasPorts() && lrSign.mDisk.empty() &&
+            const bool lCounts = !lpSign->isWeak() || arCase.hasReached(lrSign.mSign);
+            const bool lIsNew = lCounts && lpSign->hasPorts() && lrSign.mDisk.empty() &&
                                 arCase.mPortsOfHits.emplace(lrSign.mInitiator, lrSign.mRemote).second;
             for (const std::string& lrMap :
                  lIsNew ? mrMaps.findMaps(lrSign.mInitiator, lrSign.mRemote) : std::set<std::string>()) {
@@ -115,6 +116,11 @@ void ZTCCaseTeller::lookAtHurt(ZTSOpenCase& arCase, ZTNanoseconds aNow) const {
         arCase.mTellAt = std::min(arCase.mTellAt, lSoon);
     }
     const ZTSHurt lHurt = arCase.findHurt();
+    if (arCase.mIncident.mClass == ZTEIncidentClass::PortDown) {
+        // Who knows that the port is down knows that its paths are gone, and for how long.
+        arCase.mToldHurt.mIsLost = true;
+        arCase.mToldHurt.mTenths = std::min(arCase.mToldHurt.mTenths, lHurt.mTenths);
+    }
     if (arCase.mIsTold && lHurt.isWorseThan(arCase.mToldHurt)) {
         const bool lIsNew = lHurt.mIsLost > arCase.mToldHurt.mIsLost ||
                             (arCase.mToldHurt.mStandsStill.empty() && !lHurt.mStandsStill.empty());

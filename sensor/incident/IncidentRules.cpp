@@ -69,7 +69,7 @@ const ZTSIncidentRules sRules{
          {{{Sign::AgentGone, "the agent (is|was) gone", "an agent that was gone"},
            {Sign::SensorGone, "vrx-sn did not run", "vrx-sn that did not run"}}},
          ZTERestored::Agent,
-         60,
+         600,
          false,
          "no events (have been|were) collected on this host{span}: {says}",
          "Look at the state of vrx-sca and vrx-sn, and at their journal."},
