@@ -75,6 +75,7 @@ struct ZTSStoryPlay {
     ZTNanoseconds mFetch = ZTSecond;
     unsigned int mShuffle = 0;                    ///< 0: in order; else a seed: shuffled within each fetch
     std::map<std::string, ZTNanoseconds> mShift;  ///< by verb: the clock of such rows is off by that
+    ZTNanoseconds mLate = 0;  ///< records become known so much later than what the host tells
     /// Moments at which a new finder goes on from what the history has.
     std::vector<ZTNanoseconds> mColdStarts{};
     /// More lines of a site's configuration.
