@@ -584,8 +584,7 @@ void ZTCCaseGroups::tieDownLinks(const ZTSNewSign& acrNew) {
 }
 
 // What says so of a port, if it went down at about that time and still is.
-ZTSKnownSign* ZTCCaseGroups::findDownLink(const ZTSWwn& acrPort, ZTNanoseconds aTime,
-                                          ZTNanoseconds aAtOnce) {
+ZTSKnownSign* ZTCCaseGroups::findDownLink(const ZTSWwn& acrPort, ZTNanoseconds aTime, ZTNanoseconds aAtOnce) {
     const ZTSPlace* const lpPlace = mrBook.findPlace({ZTEFocus::Initiator, acrPort, {}, ""});
     for (ZTSKnownSign* const lpSign : lpPlace != nullptr ? lpPlace->mSigns : std::vector<ZTSKnownSign*>()) {
         const ZTESign lSign = lpSign->mSign.mSign;

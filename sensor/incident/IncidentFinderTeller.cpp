@@ -104,7 +104,8 @@ void ZTCCaseTeller::open(ZTSOpenCase& arCase, ZTEIncidentClass aClass, ZTNanosec
     arCase.mIsChanged = true;
 }
 
-// A sign is looked at later than it was by what the clocks of others may be behind; what time alone does is not.
+// A sign is looked at later than it was by what the clocks of others may be behind; what time alone does is
+// not.
 ZTNanoseconds ZTCCaseTeller::soonAfter(ZTNanoseconds aNow) const {
     return aNow + sSeconds(mrRules.mTimes.mSettle) - sSeconds(mrRules.mTimes.mSkew);
 }
