@@ -7,7 +7,8 @@
 
 namespace {
 
-constexpr unsigned char sLastOfLink = 12;  // ranks up to there are of the host's ports and links
+constexpr std::size_t sMostUnused = 16384;  // signs for which there is room behind a storm
+constexpr unsigned char sLastOfLink = 12;   // ranks up to there are of the host's ports and links
 
 ZTNanoseconds sSeconds(unsigned int aSeconds) {
     return aSeconds * ZTSecond;
@@ -143,14 +144,24 @@ void ZTCIncidentFinder::Impl::advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTim
     const auto lRest = std::partition(mQueue.begin(), mQueue.end(),
                                       [&](const ZTSNewSign& acrNew) { return acrNew.mKey <= aSignsTo; });
     std::sort(mQueue.begin(), lRest, sIsBefore);
-    for (auto lAt = mQueue.begin(); lAt != lRest; ++lAt) {
-        passDeadlines(lAt->mKey - latest() - 1);
-        passStorages(lAt->mKey);
-        mClock = std::max(mClock, lAt->mKey);
-        look(*lAt);
-        --lAt->mpSign->mHolders;
+    auto lAt = mQueue.begin();
+    try {
+        while (lAt != lRest) {
+            passDeadlines(lAt->mKey - latest() - 1);
+            passStorages(lAt->mKey);
+            mClock = std::max(mClock, lAt->mKey);
+            const ZTSNewSign lNew = *lAt++;
+            --lNew.mpSign->mHolders;
+            look(lNew);
+        }
+    } catch (...) {
+        mQueue.erase(mQueue.begin(), lAt);
+        throw;
     }
     mQueue.erase(mQueue.begin(), lRest);
+    if (mQueue.capacity() > sMostUnused && mQueue.size() < mQueue.capacity() / 8) {
+        mQueue.shrink_to_fit();
+    }
     passDeadlines(aTimeTo);
     mClock = std::max(mClock, std::min(aSignsTo, aTimeTo + latest()));
     passStorages(mClock);
