@@ -19,6 +19,7 @@ struct TimeName {
     unsigned int Times::*mpMember;
 };
 constexpr TimeName sTimes[] = {{"settle", &Times::mSettle},
+                               {"tell", &Times::mTell},
                                {"skew", &Times::mSkew},
                                {"join", &Times::mJoin},
                                {"quiet", &Times::mQuiet},
