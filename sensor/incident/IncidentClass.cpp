@@ -11,19 +11,24 @@ ZTNanoseconds sSeconds(unsigned int aSeconds) {
     return static_cast<ZTNanoseconds>(aSeconds) * ZTSecond;
 }
 
-// How long the state of a class has lasted, or did.
+// How long the state of a class has lasted, or did. An agent that was back in time is none that was gone.
 ZTNanoseconds sLasted(const ZTSCase& acrCase, const ZTSCluster& acrCluster, ZTERestored aRestored,
                       ZTNanoseconds aNow) {
     ZTNanoseconds lLongest = 0;
+    const auto lTake = [&](ZTNanoseconds aFirst, ZTNanoseconds aLast) {
+        lLongest = std::max(lLongest, aLast - aFirst);
+    };
     if (aRestored == ZTERestored::Paths) {
         for (const auto& [lrName, lrMap] : acrCase.mMaps) {
-            lLongest = std::max(lLongest, (lrMap.mBack != 0 ? lrMap.mBack : aNow) - lrMap.mSince);
+            lTake(lrMap.mSince, lrMap.mBack != 0 ? lrMap.mBack : aNow);
         }
         return lLongest;
     }
+    const bool lLasts = isLasting(acrCase, acrCluster, aRestored);
     for (const ZTSSignSum& lrSum : acrCluster.mSums) {
-        const bool lLasts = isLasting(acrCase, acrCluster, aRestored);
-        lLongest = std::max(lLongest, (lLasts ? aNow : lrSum.mSign.mLast) - lrSum.mSign.mFirst);
+        if (isOfChain(lrSum.mSign.mSign) && isStrong(acrCase, lrSum.mSign.mSign)) {
+            lTake(lrSum.mSign.mFirst, lLasts ? aNow : lrSum.mSign.mLast);
+        }
     }
     return lLongest;
 }

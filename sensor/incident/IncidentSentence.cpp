@@ -168,10 +168,6 @@ Words sTimes(const Scene& acrScene) {
 Words sLogouts(const Scene& acrScene) {
     return sTimesOf(sCount(acrScene, ZTESign::Logo));
 }
-Words sNumber(const Scene& acrScene) {
-    return {std::to_string(sCount(acrScene, acrScene.mrFit.mpOpening->mSign))};
-}
-
 Words sSpan(const Scene& acrScene) {
     ZTNanoseconds lFirst = 0;
     ZTNanoseconds lLast = 0;
@@ -203,10 +199,10 @@ struct Place {
     Words (*mpWords)(const Scene&);
 };
 constexpr Place sPlaces[] = {
-    {"at", sAt},       {"fabrics", sFabrics}, {"hits", sHits},   {"initiators", sInitiators},
-    {"left", sLeft},   {"logouts", sLogouts}, {"lost", sLost},   {"number", sNumber},
-    {"paths", sPaths}, {"port", sPort},       {"ports", sPorts}, {"span", sSpan},
-    {"stood", sStood}, {"times", sTimes},     {"where", sWhere}};
+    {"at", sAt},       {"fabrics", sFabrics}, {"hits", sHits}, {"initiators", sInitiators},
+    {"left", sLeft},   {"logouts", sLogouts}, {"lost", sLost}, {"paths", sPaths},
+    {"port", sPort},   {"ports", sPorts},     {"span", sSpan}, {"stood", sStood},
+    {"times", sTimes}, {"where", sWhere}};
 
 // ---- Sentences ----
 

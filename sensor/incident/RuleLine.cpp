@@ -60,6 +60,9 @@ bool sReadSwitch(std::string_view aText, std::string_view aWord) {
 void sSetOpening(ZTSClassRow& arRow, std::string_view aName, std::string_view aValue,
                  std::string_view aWord) {
     const auto lSign = findSign(aName);
+    if (lSign && rowOf(*lSign).mWeight == ZTEWeight::State) {
+        sRefuse(aName, "is a state: one is enough, and no number changes that");
+    }
     const std::size_t lSlash = std::min(aValue.find('/'), aValue.size());
     const unsigned int lTimes = sReadNumber(aValue.substr(0, lSlash), aWord, 1);
     bool lIsThere = false;
