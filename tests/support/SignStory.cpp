@@ -139,6 +139,25 @@ bool sIsState(const ZTSStoryNews& acrNews) {
            sIs<std::shared_ptr<const ZTSHostStorage>>(acrNews);
 }
 
+// Rows for the reader of signs, and what it is to know of ports and storage.
+template <class Row>
+void sRead(ZTCSignReader& arReader, const Row& acrRow, ZTCSignReader::Signs& arSigns) {
+    if constexpr (requires { arReader.read(acrRow, arSigns); }) {
+        arReader.read(acrRow, arSigns);
+    }
+}
+void sRead(ZTCSignReader& arReader, const ZTSStoryCount& acrCount, ZTCSignReader::Signs& arSigns) {
+    arReader.read(acrCount.mMinute, acrCount.mWhose, acrCount.mName, acrCount.mValue, arSigns);
+}
+void sRead(ZTCSignReader& arReader, const std::shared_ptr<const ZTSHostPorts>& acrpPorts,
+           ZTCSignReader::Signs& /*arSigns*/) {
+    arReader.takePorts(*acrpPorts);
+}
+void sRead(ZTCSignReader& arReader, const std::shared_ptr<const ZTSHostStorage>& acrpStorage,
+           ZTCSignReader::Signs& /*arSigns*/) {
+    arReader.takeStorage(*acrpStorage);
+}
+
 /// A finder with what feeds it, and the history that outlives both.
 class Player {
   public:
@@ -229,8 +248,9 @@ class Player {
             mpFinder->takeLabels(mrSite.getLabels());
         }
         mpFinder->takeWindows(mWindows);
-        takePorts();
-        takeStorage(aNow);
+        mReader.takePorts(*mpPorts);
+        mReader.takeStorage(*mpStorage);
+        mpFinder->takeStorage(*mpStorage, aNow);
         const ZTNanoseconds lFrom = mTo - std::chrono::nanoseconds(mpFinder->getLookBack()).count();
         for (const ZTSStoryNews& lrNews : mHistory) {
             if (const auto* const lpChange = std::get_if<ZTSChange>(&lrNews.mWhat);
@@ -255,7 +275,12 @@ class Player {
     void takeAll(const std::vector<ZTSStoryNews>& acrNews) {
         ZTCSignReader::Signs lSigns;
         for (const ZTSStoryNews& lrNews : acrNews) {
-            std::visit([&](const auto& acrWhat) { take(acrWhat, lrNews.mKnown, lSigns); }, lrNews.mWhat);
+            std::visit(
+                [&](const auto& acrWhat) {
+                    take(acrWhat, lrNews.mKnown);
+                    sRead(mReader, acrWhat, lSigns);
+                },
+                lrNews.mWhat);
             for (const ZTSSign& lrSign : lSigns) {
                 mpFinder->take(lrSign);
             }
@@ -263,39 +288,22 @@ class Player {
         }
     }
 
+    // What the finder itself takes.
     template <class Row>
-    void take(const Row& acrRow, ZTNanoseconds /*aKnown*/, ZTCSignReader::Signs& arSigns) {
-        mReader.read(acrRow, arSigns);
-    }
-    void take(const ZTSChange& acrChange, ZTNanoseconds /*aKnown*/, ZTCSignReader::Signs& arSigns) {
-        mpFinder->takeChange(acrChange);
-        mReader.read(acrChange, arSigns);
-    }
-    void take(const ZTSStoryCount& acrCount, ZTNanoseconds /*aKnown*/, ZTCSignReader::Signs& arSigns) {
-        mReader.read(acrCount.mMinute, acrCount.mWhose, acrCount.mName, acrCount.mValue, arSigns);
-    }
-    void take(const ZTSIncidentAsk& acrAsk, ZTNanoseconds aKnown, ZTCSignReader::Signs& /*arSigns*/) {
+    void take(const Row& /*acrRow*/, ZTNanoseconds /*aKnown*/) {}
+    void take(const ZTSChange& acrChange, ZTNanoseconds /*aKnown*/) { mpFinder->takeChange(acrChange); }
+    void take(const ZTSIncidentAsk& acrAsk, ZTNanoseconds aKnown) {
         mpFinder->advance(aKnown);
         if (!mpFinder->ask(acrAsk)) {
             throw std::runtime_error(fmt::format("there is no incident {} to ask for", acrAsk.mId));
         }
     }
-    void take(const ZTSStorySensor& /*acrSensor*/, ZTNanoseconds /*aKnown*/,
-              ZTCSignReader::Signs& /*arSigns*/) {}
-    void take(const std::shared_ptr<const ZTSHostPorts>& acrpPorts, ZTNanoseconds /*aKnown*/,
-              ZTCSignReader::Signs& /*arSigns*/) {
+    void take(const std::shared_ptr<const ZTSHostPorts>& acrpPorts, ZTNanoseconds /*aKnown*/) {
         mpPorts = acrpPorts;
-        takePorts();
     }
-    void take(const std::shared_ptr<const ZTSHostStorage>& acrpStorage, ZTNanoseconds aKnown,
-              ZTCSignReader::Signs& /*arSigns*/) {
+    void take(const std::shared_ptr<const ZTSHostStorage>& acrpStorage, ZTNanoseconds aKnown) {
         mpStorage = acrpStorage;
-        takeStorage(aKnown);
-    }
-    void takePorts() { mReader.takePorts(*mpPorts); }
-    void takeStorage(ZTNanoseconds aTime) {
-        mReader.takeStorage(*mpStorage);
-        mpFinder->takeStorage(*mpStorage, aTime);
+        mpFinder->takeStorage(*mpStorage, aKnown);
     }
 
     void collect(ZTNanoseconds aNow) {
@@ -413,6 +421,17 @@ ZTSStoryEnd ZTCSignStory::play(const ZTSStoryPlay& acrPlay) const {
     }
     lPlayer.finish(lEnd);
     return lPlayer.getEnd();
+}
+
+std::vector<ZTSSign> ZTCSignStory::listSigns() const {
+    ZTCSignReader lReader;
+    ZTCSignReader::Signs lSigns;
+    lReader.takePorts(mSite.makePorts());
+    lReader.takeStorage(mSite.makeStorage());
+    for (const ZTSStoryNews& lrNews : listStoryNews(mSite, mRows, getEnd())) {
+        std::visit([&](const auto& acrWhat) { sRead(lReader, acrWhat, lSigns); }, lrNews.mWhat);
+    }
+    return lSigns;
 }
 
 ZTNanoseconds ZTCSignStory::getBegin() const {

@@ -105,6 +105,9 @@ class ZTCSignStory {
              ZTNanoseconds aAt = 0);
 
     ZTSStoryEnd play(const ZTSStoryPlay& acrPlay = {}) const;
+    /// Its signs alone, in order.
+    std::vector<ZTSSign> listSigns() const;
+    const ZTCStorySite& getSite() const { return mSite; }
     ZTNanoseconds getBegin() const;  ///< its first row
     ZTNanoseconds getEnd() const;
     std::size_t countRows() const;
