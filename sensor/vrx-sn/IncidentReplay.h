@@ -31,7 +31,7 @@ class ZTCIncidentReplay {
 
 /// What it may take.
 struct ZTSReplayLimits {
-    std::uint64_t mRecords = 1'000'000;     ///< the newest ones
+    std::uint64_t mRecords = 500'000;       ///< the newest ones
     std::chrono::milliseconds mTime{4000};  ///< of reading
 };
 /// The work itself. Throws ZTCStoreError, std::bad_alloc. Returns what was left out, in words.
