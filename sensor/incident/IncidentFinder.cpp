@@ -7,7 +7,8 @@
 
 namespace {
 
-constexpr unsigned char sLastOfLink = 12;  // ranks up to there are of the host's ports and links
+constexpr std::size_t sMostUnused = 16384;  // signs for which there is room behind a storm
+constexpr unsigned char sLastOfLink = 12;   // ranks up to there are of the host's ports and links
 
 ZTNanoseconds sSeconds(unsigned int aSeconds) {
     return aSeconds * ZTSecond;
@@ -69,12 +70,21 @@ class ZTCIncidentFinder::Impl {
             mGroups.index();
         }
     }
-    void takeStorage(const ZTSHostStorage& acrStorage) { mMaps.take(acrStorage); }
+    void takeStorage(const ZTSHostStorage& acrStorage, ZTNanoseconds aTime) {
+        // Of the first one it is not known since when it has stood so.
+        mStorages.emplace(mHasStorage ? std::max(aTime, mClock) : mClock, acrStorage);
+        mHasStorage = true;
+        passStorages(mClock);
+    }
     void takeWindows(std::vector<ZTSWindow> aWindows) { mTeller.setWindows(std::move(aWindows)); }
     void takeChange(const ZTSChange& acrChange) { mTeller.takeChange(acrChange); }
 
     void take(const ZTSSign& acrSign);
-    bool ask(const ZTSIncidentAsk& acrAsk) { return mTeller.ask(acrAsk, mClock); }
+    /// All that was before it is looked at first.
+    bool ask(const ZTSIncidentAsk& acrAsk) {
+        advance(acrAsk.mTime);
+        return mTeller.ask(acrAsk, std::max(mClock, acrAsk.mTime));
+    }
     /// Signs that are to be looked at up to a moment, and what time changes up to another.
     void advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTimeTo);
     void advance(ZTNanoseconds aTo) { advance(aTo, aTo - latest()); }
@@ -97,6 +107,7 @@ class ZTCIncidentFinder::Impl {
     void look(const ZTSNewSign& acrNew);
     void lose(const ZTSNewSign& acrNew);
     bool isKnown(const ZTSNewSign& acrNew) const;
+    void passStorages(ZTNanoseconds aTo);
     void passDeadlines(ZTNanoseconds aTo);
     void forget();
 
@@ -107,6 +118,8 @@ class ZTCIncidentFinder::Impl {
     ZTCCaseGroups mGroups;
     ZTCCaseTeller mTeller;
     std::vector<ZTSNewSign> mQueue;
+    std::multimap<ZTNanoseconds, ZTSHostStorage> mStorages;  // that stand from then on
+    bool mHasStorage = false;
     std::vector<ZTEIncidentClass> mReached;
     ZTNanoseconds mClock = 0;     // all up to then has been looked at
     ZTNanoseconds mToldTo = 0;    // the news had that
@@ -129,19 +142,30 @@ void ZTCIncidentFinder::Impl::take(const ZTSSign& acrSign) {
 
 // What time alone changes at a moment is looked at when all signs of it have been.
 void ZTCIncidentFinder::Impl::advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTimeTo) {
-    const auto lRest = std::partition(mQueue.begin(), mQueue.end(), [&](const ZTSNewSign& acrNew) {
-        return acrNew.mKey <= aSignsTo;
-    });
+    const auto lRest = std::partition(mQueue.begin(), mQueue.end(),
+                                      [&](const ZTSNewSign& acrNew) { return acrNew.mKey <= aSignsTo; });
     std::sort(mQueue.begin(), lRest, sIsBefore);
-    for (auto lAt = mQueue.begin(); lAt != lRest; ++lAt) {
-        passDeadlines(lAt->mKey - latest() - 1);
-        mClock = std::max(mClock, lAt->mKey);
-        look(*lAt);
-        --lAt->mpSign->mHolders;
+    auto lAt = mQueue.begin();
+    try {
+        while (lAt != lRest) {
+            passDeadlines(lAt->mKey - latest() - 1);
+            passStorages(lAt->mKey);
+            mClock = std::max(mClock, lAt->mKey);
+            const ZTSNewSign lNew = *lAt++;
+            --lNew.mpSign->mHolders;
+            look(lNew);
+        }
+    } catch (...) {
+        mQueue.erase(mQueue.begin(), lAt);
+        throw;
     }
     mQueue.erase(mQueue.begin(), lRest);
+    if (mQueue.capacity() > sMostUnused && mQueue.size() < mQueue.capacity() / 8) {
+        mQueue.shrink_to_fit();
+    }
     passDeadlines(aTimeTo);
     mClock = std::max(mClock, std::min(aSignsTo, aTimeTo + latest()));
+    passStorages(mClock);
     forget();
 }
 
@@ -151,11 +175,20 @@ ZTNanoseconds ZTCIncidentFinder::Impl::getDue() const {
     for (const ZTSNewSign& lrNew : mQueue) {
         lDue = std::min(lDue, lrNew.mKey);
     }
+    lDue = mStorages.empty() ? lDue : std::min(lDue, mStorages.begin()->first);
     return lDue < ZTNever ? lDue + settle() : ZTNever;
+}
+
+void ZTCIncidentFinder::Impl::passStorages(ZTNanoseconds aTo) {
+    while (!mStorages.empty() && mStorages.begin()->first <= aTo) {
+        mMaps.take(mStorages.begin()->second);
+        mStorages.erase(mStorages.begin());
+    }
 }
 
 void ZTCIncidentFinder::Impl::passDeadlines(ZTNanoseconds aTo) {
     while (mTeller.getDeadline() <= aTo) {
+        passStorages(mTeller.getDeadline());
         mTeller.lookAtDeadline(forgetBehind());
     }
 }
@@ -270,8 +303,8 @@ void ZTCIncidentFinder::setRules(ZTSIncidentRules aRules) {
 void ZTCIncidentFinder::takeLabels(const ZTPortLabels& acrLabels) {
     mpImpl->takeLabels(acrLabels);
 }
-void ZTCIncidentFinder::takeStorage(const ZTSHostStorage& acrStorage, ZTNanoseconds /*aTime*/) {
-    mpImpl->takeStorage(acrStorage);
+void ZTCIncidentFinder::takeStorage(const ZTSHostStorage& acrStorage, ZTNanoseconds aTime) {
+    mpImpl->takeStorage(acrStorage, aTime);
 }
 void ZTCIncidentFinder::takeWindows(std::vector<ZTSWindow> aWindows) {
     mpImpl->takeWindows(std::move(aWindows));

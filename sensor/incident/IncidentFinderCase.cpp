@@ -188,6 +188,11 @@ bool applyBack(ZTSOpenCase& arCase, const ZTSNewSign& acrNew) {
     return lIsIts;
 }
 
+bool missesPaths(const ZTSOpenCase& acrCase, const std::string& acrMap) {
+    const auto lAt = acrCase.mCase.mMaps.find(acrMap);
+    return lAt != acrCase.mCase.mMaps.end() && lAt->second.mBack == 0;
+}
+
 bool isHeld(const ZTSCase& acrCase, const ZTSSign& acrSign) {
     switch (acrSign.mSign) {
         case ZTESign::LinkDown:

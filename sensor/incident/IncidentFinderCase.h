@@ -71,6 +71,8 @@ void applyState(ZTSOpenCase& arCase, const ZTSNewSign& acrNew, ZTNanoseconds aPa
 bool applyBack(ZTSOpenCase& arCase, const ZTSNewSign& acrNew);
 /// Whether it still is as this sign says.
 bool isHeld(const ZTSCase& acrCase, const ZTSSign& acrSign);
+/// Whether paths of a map are gone because of it.
+bool missesPaths(const ZTSOpenCase& acrCase, const std::string& acrMap);
 /// The state that a sign ends; else the sign.
 ZTESign stateOf(ZTESign aSign);
 /// The paths that are left are all that there are to be.

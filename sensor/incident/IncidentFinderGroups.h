@@ -41,7 +41,8 @@ class ZTCCaseGroups {
     Cases& getCases() { return mCases; }
     const Cases& getCases() const { return mCases; }
     /// Those of which more than times and sums is new.
-    std::vector<ZTSOpenCase*> takeStale();
+    /// The one that was made first; null: there is none.
+    ZTSOpenCase* nextStale();
     std::vector<ZTSMerged> takeMerged() { return std::exchange(mMerged, {}); }
 
   private:

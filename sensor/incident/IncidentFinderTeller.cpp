@@ -8,7 +8,6 @@ namespace {
 
 constexpr std::size_t sMostChanges = 10000;
 constexpr std::size_t sMostOld = 4096;  // a series that is older than so many incidents begins anew
-constexpr std::size_t sMostPlaces = 64;
 
 using Why = ZTSIncidentTelling::Why;
 
@@ -31,14 +30,16 @@ void ZTCCaseTeller::takeChange(const ZTSChange& acrChange) {
 
 void ZTCCaseTeller::lookAtStale(ZTNanoseconds aNow) {
     takeMerged(aNow);
-    for (auto lStale = mrGroups.takeStale(); !lStale.empty(); lStale = mrGroups.takeStale()) {
-        for (ZTSOpenCase* const lpCase : lStale) {
-            // Those that were merged meanwhile are no more.
-            const bool lIsThere = std::ranges::any_of(
-                mrGroups.getCases(), [&](const auto& acrCase) { return acrCase.second.get() == lpCase; });
-            if (lIsThere) {
-                look(*lpCase, aNow);
+    while (ZTSOpenCase* const lpCase = mrGroups.nextStale()) {
+        const std::uint64_t lNumber = lpCase->mNumber;
+        try {
+            look(*lpCase, aNow);
+        } catch (...) {
+            // There is room for it: it was there. But it may have become a part of another one.
+            if (const auto lAt = mrGroups.getCases().find(lNumber); lAt != mrGroups.getCases().end()) {
+                mrGroups.setStale(*lAt->second);
             }
+            throw;
         }
         takeMerged(aNow);
     }
@@ -104,7 +105,8 @@ void ZTCCaseTeller::open(ZTSOpenCase& arCase, ZTEIncidentClass aClass, ZTNanosec
     arCase.mIsChanged = true;
 }
 
-// A sign is looked at later than it was by what the clocks of others may be behind; what time alone does is not.
+// A sign is looked at later than it was by what the clocks of others may be behind; what time alone does is
+// not.
 ZTNanoseconds ZTCCaseTeller::soonAfter(ZTNanoseconds aNow) const {
     return aNow + sSeconds(mrRules.mTimes.mSettle) - sSeconds(mrRules.mTimes.mSkew);
 }
@@ -143,12 +145,14 @@ void ZTCCaseTeller::schedule(ZTSOpenCase& arCase, ZTNanoseconds aForget) {
 void ZTCCaseTeller::lookAtDeadline(ZTNanoseconds aForget) {
     mForget = aForget;
     const auto [lNow, lNumber] = *mDeadlines.begin();
-    mDeadlines.erase(mDeadlines.begin());
     const auto lAt = mrGroups.getCases().find(lNumber);
     if (lAt == mrGroups.getCases().end()) {
+        mDeadlines.erase(mDeadlines.begin());
         return;
     }
     ZTSOpenCase& lrCase = *lAt->second;
+    mrGroups.setStale(lrCase);  // from here on it has a new deadline in any case
+    mDeadlines.erase(mDeadlines.begin());
     lrCase.mDeadline = ZTNever;
     lrCase.mChecked = std::max(lrCase.mChecked, lNow);
     const ZTNanoseconds lClose = findClose(lrCase, mrRules.mTimes);
@@ -170,7 +174,6 @@ void ZTCCaseTeller::lookAtDeadline(ZTNanoseconds aForget) {
             lrCase.mIsChanged = true;
         }
     }
-    mrGroups.setStale(lrCase);
     lookAtStale(lNow);
 }
 
@@ -221,116 +224,6 @@ void ZTCCaseTeller::takeMerged(ZTNanoseconds aNow) {
         }
         mGone[lrYounger.mId] = std::move(lrYounger);
     }
-}
-
-// ---- Who is told ----
-
-void ZTCCaseTeller::tell(ZTSOpenCase& arCase, ZTNanoseconds aNow) {
-    const ZTSHurt lHurt = arCase.findHurt();
-    const bool lIsWorse = lHurt.isWorseThan(arCase.mToldHurt);
-    if (!arCase.mIsTold || arCase.mIsReopened || lIsWorse) {
-        if (const ZTSWindow* const lpWindow = findWindowOf(arCase, aNow)) {
-            // What it leaves behind is told when it is over.
-            arCase.mTellAt = std::max(lpWindow->mLast + 1, aNow + sSeconds(mrRules.mTimes.mQuiet));
-            return;
-        }
-        const ZTSIncident& lrIncident = arCase.mIncident;
-        const bool lIsFirst = lrIncident.mSeries == 0 || lrIncident.mSeries == lrIncident.mId;
-        const Why lWhy = !arCase.mIsTold ? Why::Opened : arCase.mIsReopened ? Why::Reopened : Why::Worse;
-        const bool lIsForCommand = lWhy == Why::Opened ? lIsFirst : lIsWorse;
-        arCase.mIsTold = true;
-        arCase.mIsReopened = false;
-        arCase.mToldAt = aNow;
-        arCase.mToldHurt.unite(lHurt);
-        arCase.mIsChanged = true;
-        addTelling(arCase, lWhy, lIsForCommand, aNow);
-    }
-}
-
-void ZTCCaseTeller::addTelling(ZTSOpenCase& arCase, Why aWhy, bool aIsForCommand, ZTNanoseconds aNow) {
-    fill(arCase, aNow);
-    mTellings.push_back({aWhy, arCase.mIncident, aIsForCommand});
-    mTellings.back().mIncident.mMemory.clear();
-}
-
-void ZTCCaseTeller::fill(ZTSOpenCase& arCase, ZTNanoseconds aNow) const {
-    ZTSIncident& lrIncident = arCase.mIncident;
-    tellStory(arCase.mCase, lrIncident.mClass, frameAt(aNow), lrIncident);
-    lrIncident.mOpened = arCase.mCase.mOpened;
-    lrIncident.mLast = arCase.mCase.mLast;
-    const ZTSWindow* const lpWindow = findWindowOf(arCase, aNow);
-    lrIncident.mWindow = lpWindow == nullptr       ? ""
-                         : lpWindow->mText.empty() ? lpWindow->mWhat
-                                                   : lpWindow->mText;
-    lrIncident.mMemory = toMemory(arCase);
-}
-
-// The one that all of it is in: each strong sign from its begin to its end, and what is not as it was.
-const ZTSWindow* ZTCCaseTeller::findWindowOf(const ZTSOpenCase& acrCase, ZTNanoseconds aNow) const {
-    if (mWindows.empty()) {
-        return nullptr;
-    }
-    const ZTSWindow* lpWindow = nullptr;
-    for (std::size_t lCluster = 0; lCluster < acrCase.mClusters.size(); ++lCluster) {
-        const auto& lrSums = acrCase.mCase.mClusters[lCluster].mSums;
-        for (std::size_t lAt = 0; lAt < lrSums.size(); ++lAt) {
-            const ZTSSign& lrSign = lrSums[lAt].mSign;
-            if (acrCase.mClusters[lCluster].mSigns[lAt]->isWeak()) {
-                continue;
-            }
-            const bool lLasts = !acrCase.isClosed() && isHeld(acrCase.mCase, lrSign);
-            for (const ZTNanoseconds lTime : {lrSign.mFirst, lrSign.mLast, lLasts ? aNow : lrSign.mLast}) {
-                const ZTSWindow* const lpFound = findWindow(
-                    mWindows, mrLabels, lTime, lTime, lrSign.mInitiator, lrSign.mRemote, lrSign.mFabric);
-                const bool lIsOfMap = lrSign.mInitiator == ZTSWwn() && lrSign.mRemote == ZTSWwn();
-                if (lpFound == nullptr && !lIsOfMap) {
-                    return nullptr;
-                }
-                lpWindow = lpFound != nullptr ? lpFound : lpWindow;
-            }
-        }
-    }
-    return lpWindow;
-}
-
-// ---- Series ----
-
-ZTCCaseTeller::Old ZTCCaseTeller::oldOf(const ZTSOpenCase& acrCase) {
-    Old lOld;
-    lOld.mClasses = acrCase.mClasses;
-    lOld.mSeries = acrCase.mIncident.mSeries != 0 ? acrCase.mIncident.mSeries : acrCase.mIncident.mId;
-    lOld.mClosed = acrCase.mIncident.mClosed;
-    lOld.mPlaces.insert(acrCase.mFocus);
-    for (const ZTSCluster& lrCluster : acrCase.mCase.mClusters) {
-        lOld.mPlaces.insert(lrCluster.mFocus);
-        for (const ZTSSignSum& lrSum : lrCluster.mSums) {
-            const ZTSSign& lrSign = lrSum.mSign;
-            if (lOld.mPlaces.size() < sMostPlaces && rowOf(lrSign.mSign).mWeight != ZTEWeight::Weak) {
-                lOld.mPlaces.insert({lrSign.mRemote == ZTSWwn() ? ZTEFocus::Initiator : ZTEFocus::Pair,
-                                     lrSign.mInitiator, lrSign.mRemote, ""});
-            }
-        }
-    }
-    return lOld;
-}
-
-std::uint64_t ZTCCaseTeller::findSeries(const ZTSOpenCase& acrCase, ZTEIncidentClass aClass,
-                                        ZTNanoseconds aNow) const {
-    const auto lIsLike = [&](const Old& acrOld) {
-        return acrOld.mClasses.contains(aClass) && acrOld.mPlaces.contains(acrCase.mFocus) &&
-               acrOld.mClosed + sSeconds(mrRules.mTimes.mSeries) >= aNow;
-    };
-    std::pair<ZTNanoseconds, std::uint64_t> lNewest{0, acrCase.mIncident.mId};
-    for (const auto& [lNumber, lrpCase] : mrGroups.getCases()) {
-        if (lrpCase->isClosed() && lrpCase->isIncident()) {
-            const Old lOld = oldOf(*lrpCase);
-            lNewest = lIsLike(lOld) ? std::max(lNewest, {lOld.mClosed, lOld.mSeries}) : lNewest;
-        }
-    }
-    for (const Old& lrOld : mOld) {
-        lNewest = lIsLike(lrOld) ? std::max(lNewest, {lrOld.mClosed, lrOld.mSeries}) : lNewest;
-    }
-    return lNewest.second == acrCase.mIncident.mId ? 0 : lNewest.second;
 }
 
 // ---- From outside ----
