@@ -124,14 +124,19 @@ std::string sSomeText(const ZTSCase& acrCase, const ZTSCaseMap& acrMap, const st
 
 std::string sBackText(const std::string& acrNames, const ZTSCaseMap& acrMap,
                       const std::vector<Loss>& acrLosses) {
-    const bool lHadNone = acrMap.mLeast == 0;
-    const std::uint32_t lLeft = lHadNone && acrLosses.size() > 1
-                                    ? acrMap.mTotal - std::min(acrLosses.front().mPaths, acrMap.mTotal)
-                                    : acrMap.mLeast;
-    const std::string lCount =
-        lLeft == 0 ? "not all paths" : fmt::format("{} of {} paths", lLeft, acrMap.mTotal);
-    return fmt::format("{} had {}{}{}{}", acrNames, lCount, spanText(acrMap.mSince, acrMap.mBack),
-                       acrLosses.empty() ? "" : acrLosses.front().mBy, sNoneText(acrMap, acrLosses));
+    const std::string lBy = acrLosses.empty() ? "" : acrLosses.front().mBy;
+    if (acrMap.mLeast == 0 && acrLosses.size() < 2) {
+        return fmt::format("{} lost all paths at {}{}, and had them back at {}", acrNames, minuteText(acrMap.mAllGone),
+                           lBy, minuteText(acrMap.mBack));
+    }
+    if (acrMap.mLeast >= acrMap.mTotal) {
+        return fmt::format("{} lacked {} paths{}{}; the {} that are left are accepted", acrNames,
+                           acrLosses.empty() ? 0 : acrLosses.front().mPaths, spanText(acrMap.mSince, acrMap.mBack), lBy, acrMap.mTotal);
+    }
+    const std::uint32_t lLeft =
+        acrMap.mLeast == 0 ? acrMap.mTotal - std::min(acrLosses.front().mPaths, acrMap.mTotal) : acrMap.mLeast;
+    return fmt::format("{} had {} of {} paths{}{}{}", acrNames, lLeft, acrMap.mTotal,
+                       spanText(acrMap.mSince, acrMap.mBack), lBy, sNoneText(acrMap, acrLosses));
 }
 
 }  // namespace

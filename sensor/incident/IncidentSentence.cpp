@@ -163,7 +163,14 @@ Words sTimesOf(std::uint64_t aCount) {
     return {aCount == 1 ? "once" : aCount == 2 ? "twice" : fmt::format("{} times", aCount)};
 }
 Words sTimes(const Scene& acrScene) {
-    return sTimesOf(sCount(acrScene, acrScene.mrFit.mpOpening->mSign));
+    const std::uint64_t lCount = sCount(acrScene, acrScene.mrFit.mpOpening->mSign);
+    Words lTimes = sTimesOf(lCount);
+    lTimes.mText += lCount > 1 && sListPorts(acrScene).size() > 1 ? " in all" : "";
+    return lTimes;
+}
+Words sNumber(const Scene& acrScene) {
+    const std::uint64_t lCount = sCount(acrScene, acrScene.mrFit.mpOpening->mSign);
+    return {std::to_string(lCount), lCount};
 }
 Words sLogouts(const Scene& acrScene) {
     return sTimesOf(sCount(acrScene, ZTESign::Logo));
@@ -199,10 +206,10 @@ struct Place {
     Words (*mpWords)(const Scene&);
 };
 constexpr Place sPlaces[] = {
-    {"at", sAt},       {"fabrics", sFabrics}, {"hits", sHits}, {"initiators", sInitiators},
-    {"left", sLeft},   {"logouts", sLogouts}, {"lost", sLost}, {"paths", sPaths},
-    {"port", sPort},   {"ports", sPorts},     {"span", sSpan}, {"stood", sStood},
-    {"times", sTimes}, {"where", sWhere}};
+    {"at", sAt},       {"fabrics", sFabrics}, {"hits", sHits},   {"initiators", sInitiators},
+    {"left", sLeft},   {"logouts", sLogouts}, {"lost", sLost},   {"number", sNumber},
+    {"paths", sPaths}, {"port", sPort},       {"ports", sPorts}, {"span", sSpan},
+    {"stood", sStood}, {"times", sTimes},     {"where", sWhere}};
 
 // ---- Sentences ----
 

@@ -89,6 +89,7 @@ struct ZTSOpening {
     unsigned int mWithin = 60;
     ZTESign mWith = ZTESign::Count;    ///< only if there is one of these, too
     ZTESign mUnless = ZTESign::Count;  ///< not if there is one of these
+    bool mIsOfFabric = false;          ///< not if it is in two fabrics at once
 };
 
 /// What has to be as it was for an incident to close. Those of no state close after ten minutes of silence.

@@ -21,8 +21,10 @@ std::string textOf(const ZTSOpening& acrOpening) {
     if (acrOpening.mWith != ZTESign::Count) {
         lText += " with " + code(rowOf(acrOpening.mWith).mpName);
     }
-    return acrOpening.mUnless == ZTESign::Count ? lText
-                                                : lText + " unless " + code(rowOf(acrOpening.mUnless).mpName);
+    if (acrOpening.mUnless != ZTESign::Count) {
+        lText += " unless " + code(rowOf(acrOpening.mUnless).mpName);
+    }
+    return lText + (acrOpening.mIsOfFabric ? " in one fabric" : "");
 }
 
 TEST(Rules, ArePrintedOnTheirPage) {
