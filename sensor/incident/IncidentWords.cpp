@@ -81,7 +81,8 @@ std::string spanText(ZTNanoseconds aFirst, ZTNanoseconds aLast) {
 std::vector<std::string> listHits(const ZTSCase& acrCase) {
     std::vector<std::string> lNames = sNamesOf(acrCase.mHits);
     if (lNames.empty()) {
-        std::ranges::copy(std::views::keys(acrCase.mMaps), std::back_inserter(lNames));
+        std::ranges::transform(acrCase.mMaps, std::back_inserter(lNames),
+                               [](const auto& acrMap) { return acrMap.first; });
     }
     return lNames;
 }

@@ -11,7 +11,8 @@ namespace {
 using Sign = ZTESign;
 
 constexpr ZTNanoseconds sMinute = 60 * ZTSecond;
-constexpr std::size_t sMostPorts = 16384;  // that are remembered
+constexpr ZTNanoseconds sStallTold = 30 * ZTSecond;  // by then, for the first time
+constexpr std::size_t sMostPorts = 16384;            // that are remembered
 
 // ---- Counters ----
 
@@ -195,8 +196,10 @@ void ZTCSignReader::read(const ZTSFpin& acrFpin, Signs& arSigns) {
     arSigns.push_back(std::move(lSign));
 }
 
+// That it lasts is nothing new.
 void ZTCSignReader::read(const ZTSStall& acrStall, Signs& arSigns) {
-    ZTSSign lSign = sSign(Sign::Stall, acrStall.mFirst, acrStall.mLast, 1);
+    const bool lIsTold = acrStall.mLast - acrStall.mFirst > sStallTold;
+    ZTSSign lSign = sSign(Sign::Stall, acrStall.mFirst, lIsTold ? acrStall.mFirst : acrStall.mLast, 1);
     std::tie(lSign.mInitiator, lSign.mRemote) = readPair(acrStall.mName);
     lSign.mFabric = fabricOf(lSign.mInitiator);
     lSign.mDetail = acrStall.mKind;
@@ -209,7 +212,7 @@ void ZTCSignReader::read(const ZTSStall& acrStall, Signs& arSigns) {
     arSigns.push_back(lSign);
     if (acrStall.mIsOver) {
         lSign.mSign = Sign::StallOver;
-        lSign.mFirst = lSign.mLast;
+        lSign.mFirst = lSign.mLast = acrStall.mLast;
         arSigns.push_back(std::move(lSign));
     }
 }

@@ -183,9 +183,9 @@ class Player {
             }
         }
         // An ask is of what it finds.
-        std::ranges::stable_partition(aNews,
-                                      [](const auto& acrNews) { return !sIs<ZTSIncidentAsk>(acrNews); });
-        std::ranges::stable_partition(aNews, sIsState);
+        std::stable_partition(aNews.begin(), aNews.end(),
+                              [](const ZTSStoryNews& acrNews) { return !sIs<ZTSIncidentAsk>(acrNews); });
+        std::stable_partition(aNews.begin(), aNews.end(), sIsState);
         std::ranges::move(aNews, std::back_inserter(mWaiting));
         if (!mIsGone) {
             begin(aEnd);

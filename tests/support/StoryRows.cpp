@@ -199,10 +199,11 @@ class Maker {
     void turnTargets(const Words& acrWords) {
         const bool lIsBack = mVerb == "target-back";
         const std::string lState = acrWords.get("state", lIsBack ? "Online" : "Blocked");
-        for (const auto& [lpHost, lpTarget] :
+        for (const ZTCStorySite::Pair& lrPair :
              mrSite.findPairs(acrWords.list("host"), acrWords.list("from"))) {
             const auto lIsIt = [&](const ZTSRemotePort& acrPort) {
-                return acrPort.mInitiator == lpHost->mWwn && acrPort.mNames.mPort == lpTarget->mWwn;
+                return acrPort.mInitiator == lrPair.first->mWwn &&
+                       acrPort.mNames.mPort == lrPair.second->mWwn;
             };
             const auto lAt = std::ranges::find_if(mPorts.mRemote, lIsIt);
             if (lState == "gone") {

@@ -20,7 +20,8 @@
 ///   path that is missing, or is not any more, is one of its own from the row `missing`: the map in mDisk,
 ///   its ports, and no mTotal. mLeft == mTotal: all are back, whichever they were.
 /// - A Stall is told again and again as long as it lasts, and once more with its StallOver: those of one
-///   mDisk and mFirst are one. Of one that waits for a path the ports are known.
+///   mDisk and mFirst are one. The first of them ends when it became known, later ones when it began: that it
+///   lasts is no new sign. Of one that waits for a path the ports are known.
 /// - SensorGone lasts from when vrx-sn ended until it came; when nobody knows since when, it is a moment.
 /// - TargetLost is of what is a target, or may be one. What was lost already is not lost again.
 /// - What a counter has grown by happened within its minute.

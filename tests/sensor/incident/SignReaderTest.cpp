@@ -154,8 +154,8 @@ TEST(SignReader, EverythingElseThatAHostTells) {
         {"+0s count iotmo 2 host=hba0 from=t0\n", "timeout hba0 t0 on A (iotmo) x2 0-60\n"},
         {"+0s count fpin_li 3 host=hba0\n+0s count commands 99 host=hba0 from=t0\n", ""},
         {"+0s stall vg0-root\n+75s stall-over vg0-root\n",
-         "stall (volume) disk vg0-root over mpatha 0-10\nstall (volume) disk vg0-root over mpatha 0-70\n"
-         "stall (volume) disk vg0-root over mpatha 0-75\nstall_over (volume) disk vg0-root over mpatha\n"},
+         "stall (volume) disk vg0-root over mpatha 0-10\nstall (volume) disk vg0-root over mpatha\n"
+         "stall (volume) disk vg0-root over mpatha\nstall_over (volume) disk vg0-root over mpatha\n"},
         {"+0s loss agent/limit x500 for=4s\n", "events_lost (agent/limit) x500 0-4\n"},
         {"+0s change sensor buffer lost_fpins 0 7\n", "events_lost (lost_fpins) x7\n"},
         {"+0s agent-gone killed\n+5s agent-back\n", "agent_gone (killed)\nagent_back\n"},
