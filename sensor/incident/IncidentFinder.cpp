@@ -88,6 +88,7 @@ class ZTCIncidentFinder::Impl {
     /// Signs that are to be looked at up to a moment, and what time changes up to another.
     void advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTimeTo);
     void advance(ZTNanoseconds aTo) { advance(aTo, aTo - latest()); }
+    ZTNanoseconds getDue() const;
     ZTNanoseconds settle() const { return sSeconds(mRules.mTimes.mSettle); }
 
     /// Behind that nothing is remembered of what is in no incident.
@@ -166,6 +167,16 @@ void ZTCIncidentFinder::Impl::advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTim
     mClock = std::max(mClock, std::min(aSignsTo, aTimeTo + latest()));
     passStorages(mClock);
     forget();
+}
+
+ZTNanoseconds ZTCIncidentFinder::Impl::getDue() const {
+    ZTNanoseconds lDue = mTeller.getDeadline();
+    lDue = lDue < ZTNever ? lDue + latest() + 1 : ZTNever;
+    for (const ZTSNewSign& lrNew : mQueue) {
+        lDue = std::min(lDue, lrNew.mKey);
+    }
+    lDue = mStorages.empty() ? lDue : std::min(lDue, mStorages.begin()->first);
+    return lDue < ZTNever ? lDue + settle() : ZTNever;
 }
 
 void ZTCIncidentFinder::Impl::passStorages(ZTNanoseconds aTo) {
@@ -312,6 +323,9 @@ void ZTCIncidentFinder::advance(ZTNanoseconds aNow) {
 }
 void ZTCIncidentFinder::finish(ZTNanoseconds aNow) {
     mpImpl->advance(ZTNever, aNow);
+}
+ZTNanoseconds ZTCIncidentFinder::getDue() const {
+    return mpImpl->getDue();
 }
 ZTSIncidentNews ZTCIncidentFinder::takeNews() {
     return mpImpl->takeNews();
