@@ -78,9 +78,13 @@ struct ZTSSignRow {
 const ZTSSignRow& rowOf(ZTESign aSign);
 std::optional<ZTESign> findSign(std::string_view aName);
 
-/// So often at one place, within so many seconds: then it opens an incident.
+/// So often at one port, within so many seconds: then it opens an incident; of what is a state, each one
+/// does. Those of a class and a sign have the same numbers. mpSays and mpBy have {places}, see
+/// ZTSClassRow::mpSentence.
 struct ZTSOpening {
     ZTESign mSign = ZTESign::Count;
+    const char* mpSays = "";  ///< the verb of the sentence: "was reset {times}"
+    const char* mpBy = "";    ///< the same as a cause, behind "by": "a reset of {where}"
     unsigned int mTimes = 1;
     unsigned int mWithin = 60;
     ZTESign mWith = ZTESign::Count;    ///< only if there is one of these, too
@@ -93,15 +97,17 @@ enum class ZTERestored : unsigned char { Silence, Links, Ports, Targets, Paths, 
 struct ZTSClassRow {
     ZTEIncidentClass mClass;
     bool mIsOn;
-    std::array<ZTSOpening, 6> mOpenings;  ///< one of them is enough; unused ones are of ZTESign::Count
+    std::array<ZTSOpening, 10> mOpenings;  ///< the first that is met says what it is; Count: unused
     ZTERestored mRestored;
     unsigned int mPatience;  ///< seconds that its state has to last; 0: none
     bool mHasBaseline;       ///< what is ordinary here is none
-    const char* mpSentence;  ///< with {places}: docs/incidents.md
+    /// With {places} that are filled in (IncidentSentence.cpp), [one|many] for the number of {where}, and
+    /// (lasting|past) for a state that lasts and one that is over.
+    const char* mpSentence;
     const char* mpSuggestion;
 };
 
-/// Numbers that are of no class. Seconds.
+/// Numbers that are of no class. Seconds, unless it says something else.
 struct ZTSIncidentTimes {
     unsigned int mSettle = 3;         ///< so long is waited for what comes late before anything is decided
     unsigned int mSkew = 2;           ///< so far the clocks of two sources may be apart
@@ -114,6 +120,7 @@ struct ZTSIncidentTimes {
     unsigned int mBaselineLeast = 3;  ///< days that have to be known
     unsigned int mBaselineTimes = 5;  ///< so many times what is ordinary is an incident
     unsigned int mChanges = 604800;   ///< changes of so long before are told beside it
+    unsigned int mMostChanges = 100;  ///< of them, the newest
 };
 
 struct ZTSIncidentRules {
@@ -126,5 +133,6 @@ struct ZTSIncidentRules {
 const ZTSIncidentRules& getDefaultRules();
 
 /// A line of a site's configuration: "overload off", "overload queue_full=200/60" (so many within so many
-/// seconds), "redundancy_lost patience=900", "times close=300". Throws std::runtime_error with one line.
+/// seconds), "redundancy_lost patience=900", "times close=300"; several such words may stand in one line.
+/// Throws std::runtime_error with one line: nothing has changed then.
 void applyRule(ZTSIncidentRules& arRules, std::string_view aLine);
