@@ -62,6 +62,7 @@ int runIncidents(const ZTSScopeOptions& acrOptions);
 int runAcknowledge(const ZTSScopeOptions& acrOptions);
 int runKeep(const ZTSScopeOptions& acrOptions);
 int runAccept(const ZTSScopeOptions& acrOptions);
+int runExport(const ZTSScopeOptions& acrOptions);
 
 /// Prints what could not be saved, which the agent no longer has.
 int rescue(const ZTCUnsavedAnswer& acrError, const ZTSScopeOptions& acrOptions);

@@ -11,4 +11,6 @@ struct ZTSIncidentOptions {
     std::vector<std::string> mClasses;
     bool mIsAll = false;  ///< however long ago they were closed
     std::string mNote;    ///< of an acknowledgement
+    bool mHasPseudonyms = false;
+    std::string mOut;  ///< a file; empty: standard output
 };

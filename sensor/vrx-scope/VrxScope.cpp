@@ -160,6 +160,13 @@ void sDescribeIncidents(CLI::App& arCommand, ZTSScopeOptions& arOptions, Run& ar
                         arChosen);
     sAddIncidentCommand(arCommand, "accept", "has the paths that are left be all that there are, as root",
                         runAccept, lrIncident, arChosen);
+    CLI::App* const lpExport =
+        sAddIncidentCommand(arCommand, "export", "all that there is of it in one file, for a ticket",
+                            runExport, lrIncident, arChosen);
+    lpExport->add_flag("--pseudonyms", lrIncident.mHasPseudonyms,
+                       "other names in place of hosts, ports, arrays, volumes and people");
+    lpExport->add_option("--out", lrIncident.mOut, "the file, which must not be there yet")
+        ->type_name("FILE");
 }
 
 // The commands that read the history, or write into it.

@@ -91,8 +91,10 @@ TEST(Incidents, AreListedWithWhatIsNotOverFirst) {
         {{"keep"}, nullptr},
         {{"keep", "1", "2"}, nullptr},
         {{"2", "keep", "1"}, nullptr},
+        {{"export", "1", "--all"}, nullptr},
         {{"keep", "x"}, nullptr},
-        {{"acknowledge", "1", "--note", "two\nlines"}, nullptr}};
+        {{"acknowledge", "1", "--note", "two\nlines"}, nullptr},
+        {{"export", "1", "--json"}, nullptr}};
     for (auto [lArguments, lpIds] : lRows) {
         lArguments.insert(lArguments.begin(), "incidents");
         SCOPED_TRACE(lArguments.back());
