@@ -27,6 +27,8 @@ bool isLasting(const ZTSCase& acrCase, const ZTSCluster& acrCluster, ZTERestored
 bool hasSign(const ZTSCluster& acrCluster, ZTESign aSign);
 /// Whether a path is gone that the signs of a cluster are about.
 bool isMissing(const ZTSCaseMap& acrMap, const ZTSCluster& acrCluster);
+/// Whether what makes a cluster was seen in two fabrics: what tells of both is no change in one.
+bool isInFabrics(const ZTSCase& acrCase, const ZTSCluster& acrCluster);
 /// The map that has the fewest paths now, else the one that had. Null: none is concerned.
 const std::pair<const std::string, ZTSCaseMap>* findWorstMap(const ZTSCase& acrCase);
 /// Whether a kind of sign makes a case by itself, or there was enough of it.

@@ -22,9 +22,11 @@ bool sIsFpin(ZTESign aSign) {
     return aSign == ZTESign::FpinLink || aSign == ZTESign::FpinCongestion || aSign == ZTESign::FpinDelivery;
 }
 
-// A target that says that it is not ready, as it goes, explains that the fabric tells of it.
-bool sIsExplained(const ZTSSign& acrSign, const ZTSCluster& acrCluster) {
-    return acrSign.mSign == ZTESign::Rscn && hasSign(acrCluster, ZTESign::NotReady);
+// That the fabric tells of it is explained by a target that says that it is not ready, as it goes, and by one
+// that goes from two fabrics.
+bool sIsExplained(const ZTSSign& acrSign, const ZTSCase& acrCase, const ZTSCluster& acrCluster) {
+    return acrSign.mSign == ZTESign::Rscn &&
+           (hasSign(acrCluster, ZTESign::NotReady) || isInFabrics(acrCase, acrCluster));
 }
 
 // Those that a cluster began with, sorted by time, and when that was: what came when it was long under way is
@@ -33,7 +35,7 @@ std::vector<const ZTSSign*> sListFirst(const ZTSCase& acrCase, const ZTSCluster&
                                        const ZTSIncidentTimes& acrTimes, ZTNanoseconds& arBegin) {
     std::vector<const ZTSSign*> lSigns;
     for (const ZTSSignSum& lrSum : acrCluster.mSums) {
-        if (isOfChain(lrSum.mSign.mSign) && !sIsExplained(lrSum.mSign, acrCluster)) {
+        if (isOfChain(lrSum.mSign.mSign) && !sIsExplained(lrSum.mSign, acrCase, acrCluster)) {
             lSigns.push_back(&lrSum.mSign);
         }
     }

@@ -11,19 +11,37 @@ ZTNanoseconds sSeconds(unsigned int aSeconds) {
     return static_cast<ZTNanoseconds>(aSeconds) * ZTSecond;
 }
 
-// How long the state of a class has lasted, or did.
+// When the link of one was up again last; 0: it was not down, or never came up.
+ZTNanoseconds sFindLinkUp(const ZTSCluster& acrCluster) {
+    ZTNanoseconds lUp = 0;
+    for (const ZTSSignSum& lrSum : acrCluster.mSums) {
+        if (lrSum.mSign.mSign == ZTESign::LinkUp || lrSum.mSign.mSign == ZTESign::PortBack) {
+            lUp = std::max(lUp, lrSum.mSign.mLast);
+        }
+    }
+    return lUp;
+}
+
+// How long the state of a class has lasted, or did. An agent that was back in time is none that was gone.
 ZTNanoseconds sLasted(const ZTSCase& acrCase, const ZTSCluster& acrCluster, ZTERestored aRestored,
                       ZTNanoseconds aNow) {
     ZTNanoseconds lLongest = 0;
+    const auto lTake = [&](ZTNanoseconds aFirst, ZTNanoseconds aLast) {
+        lLongest = std::max(lLongest, aLast - aFirst);
+    };
     if (aRestored == ZTERestored::Paths) {
+        // What a link that was down took comes back behind it: where nothing else did, the time begins then.
+        const ZTNanoseconds lUp = acrCase.mClusters.size() == 1 ? sFindLinkUp(acrCluster) : 0;
         for (const auto& [lrName, lrMap] : acrCase.mMaps) {
-            lLongest = std::max(lLongest, (lrMap.mBack != 0 ? lrMap.mBack : aNow) - lrMap.mSince);
+            lTake(std::max(lrMap.mSince, lUp), lrMap.mBack != 0 ? lrMap.mBack : aNow);
         }
         return lLongest;
     }
+    const bool lLasts = isLasting(acrCase, acrCluster, aRestored);
     for (const ZTSSignSum& lrSum : acrCluster.mSums) {
-        const bool lLasts = isLasting(acrCase, acrCluster, aRestored);
-        lLongest = std::max(lLongest, (lLasts ? aNow : lrSum.mSign.mLast) - lrSum.mSign.mFirst);
+        if (isOfChain(lrSum.mSign.mSign) && isStrong(acrCase, lrSum.mSign.mSign)) {
+            lTake(lrSum.mSign.mFirst, lLasts ? aNow : lrSum.mSign.mLast);
+        }
     }
     return lLongest;
 }
@@ -34,7 +52,8 @@ bool sIsMet(const ZTSCase& acrCase, const ZTSCluster& acrCluster, ZTEIncidentCla
     const bool lIsEnough = acrOpening.mSign != ZTESign::Count && hasSign(acrCluster, acrOpening.mSign) &&
                            (rowOf(acrOpening.mSign).mWeight == ZTEWeight::State ||
                             acrCase.mReached.contains({aClass, acrOpening.mSign}));
-    return lIsEnough && (acrOpening.mWith == ZTESign::Count || hasSign(acrCluster, acrOpening.mWith)) &&
+    return lIsEnough && !(acrOpening.mIsOfFabric && isInFabrics(acrCase, acrCluster)) &&
+           (acrOpening.mWith == ZTESign::Count || hasSign(acrCluster, acrOpening.mWith)) &&
            (acrOpening.mUnless == ZTESign::Count || !hasSign(acrCluster, acrOpening.mUnless));
 }
 
@@ -123,6 +142,19 @@ bool isLasting(const ZTSCase& acrCase, const ZTSCluster& acrCluster, ZTERestored
             return acrCase.mAgentGone != 0;
     }
     return false;
+}
+
+bool isInFabrics(const ZTSCase& acrCase, const ZTSCluster& acrCluster) {
+    std::string_view lFabric;
+    return std::ranges::any_of(acrCluster.mSums, [&](const ZTSSignSum& acrSum) {
+        const ZTSSign& lrSign = acrSum.mSign;
+        if (lrSign.mFabric.empty() || !isStrong(acrCase, lrSign.mSign)) {
+            return false;
+        }
+        const bool lIsOther = !lFabric.empty() && lFabric != lrSign.mFabric;
+        lFabric = lrSign.mFabric;
+        return lIsOther;
+    });
 }
 
 bool isMissing(const ZTSCaseMap& acrMap, const ZTSCluster& acrCluster) {

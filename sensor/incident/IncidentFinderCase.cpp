@@ -68,6 +68,14 @@ ZTNanoseconds sNextPatience(const ZTSOpenCase& acrCase, const ZTSIncidentRules& 
     for (const auto& [lrName, lrMap] : acrCase.mCase.mMaps) {
         sAddPatience(lNext, acrCase, acrRules, lrMap.mBack == 0 ? lrMap.mSince : 0);
     }
+    // Paths that a link took are lost when it has been back for as long.
+    for (const ZTSCluster& lrCluster : acrCase.mCase.mClusters) {
+        for (const ZTSSignSum& lrSum : lrCluster.mSums) {
+            const bool lIsBack =
+                lrSum.mSign.mSign == ZTESign::LinkUp || lrSum.mSign.mSign == ZTESign::PortBack;
+            sAddPatience(lNext, acrCase, acrRules, lIsBack ? lrSum.mSign.mLast : 0);
+        }
+    }
     for (const auto& [lrPort, lSince] : acrCase.mCase.mDown) {
         sAddPatience(lNext, acrCase, acrRules, lSince);
     }

@@ -101,7 +101,7 @@ void ZTCCaseTeller::open(ZTSOpenCase& arCase, ZTEIncidentClass aClass, ZTNanosec
     arCase.mFocus = arCase.mCase.mClusters.front().mFocus;
     arCase.mIncident.mSeries = findSeries(arCase, aClass, aNow);
     arCase.mClasses.insert(aClass);
-    arCase.mTellAt = soonAfter(aNow);
+    arCase.mTellAt = std::max(soonAfter(aNow), firstTelling(arCase));
     arCase.mIsChanged = true;
 }
 
@@ -109,6 +109,10 @@ void ZTCCaseTeller::open(ZTSOpenCase& arCase, ZTEIncidentClass aClass, ZTNanosec
 // not.
 ZTNanoseconds ZTCCaseTeller::soonAfter(ZTNanoseconds aNow) const {
     return aNow + sSeconds(mrRules.mTimes.mSettle) - sSeconds(mrRules.mTimes.mSkew);
+}
+
+ZTNanoseconds ZTCCaseTeller::firstTelling(const ZTSOpenCase& acrCase) const {
+    return acrCase.mCase.mOpened + sSeconds(mrRules.mTimes.mTell);
 }
 
 // What comes at once is told at once: in one, when it has settled. What goes on to get worse, once a minute.
@@ -178,7 +182,7 @@ void ZTCCaseTeller::lookAtDeadline(ZTNanoseconds aForget) {
 }
 
 void ZTCCaseTeller::close(ZTSOpenCase& arCase, ZTNanoseconds aTime) {
-    if (arCase.mTellAt <= aTime) {
+    if (arCase.mTellAt <= std::max(aTime, firstTelling(arCase))) {
         arCase.mTellAt = ZTNever;
         tell(arCase, aTime);
     }

@@ -46,6 +46,7 @@ class ZTCCaseTeller {
     void look(ZTSOpenCase& arCase, ZTNanoseconds aNow);
     void findHits(ZTSOpenCase& arCase) const;
     void open(ZTSOpenCase& arCase, ZTEIncidentClass aClass, ZTNanoseconds aNow);
+    ZTNanoseconds firstTelling(const ZTSOpenCase& acrCase) const;
     ZTNanoseconds soonAfter(ZTNanoseconds aNow) const;
     void lookAtHurt(ZTSOpenCase& arCase, ZTNanoseconds aNow) const;
     void close(ZTSOpenCase& arCase, ZTNanoseconds aTime);

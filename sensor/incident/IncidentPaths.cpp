@@ -17,12 +17,12 @@ struct Loss {
 };
 
 // A path is an initiator and a target; where they are not known the map has said how many were left.
-std::uint32_t sCountPaths(const ZTSCluster& acrCluster, const std::string& aMap) {
+std::uint32_t sCountPaths(const ZTSCluster& acrCluster, const std::string& acrMap) {
     std::set<std::pair<ZTSWwn, ZTSWwn>> lPaths;
     std::uint32_t lMost = 0;
     for (const ZTSSignSum& lrSum : acrCluster.mSums) {
         const ZTSSign& lrSign = lrSum.mSign;
-        if (lrSign.mSign == ZTESign::PathLost && lrSign.mDisk == aMap) {
+        if (lrSign.mSign == ZTESign::PathLost && lrSign.mDisk == acrMap) {
             if (lrSign.mRemote != ZTSWwn()) {
                 lPaths.emplace(lrSign.mInitiator, lrSign.mRemote);
             }
@@ -42,30 +42,47 @@ std::string sByText(const ZTSCase& acrCase, const ZTSCluster& acrCluster, const 
                        fillSentence(lDeed.mpOpening->mpBy, acrCase, lDeed, acrFrame, false));
 }
 
-std::vector<Loss> sListLosses(const ZTSCase& acrCase, const std::string& aMap,
+// Whether it is sure which of several began is known of all of them together.
+bool sIsLikely(const ZTSIncidentCause& acrCause, const std::vector<ZTSIncidentCause>& acrAll) {
+    return std::ranges::find(acrAll, acrCause) != acrAll.end();
+}
+
+std::vector<Loss> sListLosses(const ZTSCase& acrCase, const std::string& acrMap,
                               const ZTSStoryFrame& acrFrame) {
+    const std::vector<ZTSIncidentCause> lCauses = findCauses(acrCase, acrFrame);
     std::vector<Loss> lLosses;
     for (const ZTSCluster& lrCluster : acrCase.mClusters) {
-        if (const std::uint32_t lPaths = sCountPaths(lrCluster, aMap); lPaths != 0) {
-            const ZTSIncidentCause lCause = causeOf(acrCase, lrCluster, acrFrame);
+        if (const std::uint32_t lPaths = sCountPaths(lrCluster, acrMap); lPaths != 0) {
+            ZTSIncidentCause lCause = causeOf(acrCase, lrCluster, acrFrame);
+            lCause.mIsLikely = lCause.mIsLikely && sIsLikely(lCause, lCauses);
             lLosses.push_back({lCause.mTime, lPaths, sByText(acrCase, lrCluster, lCause, acrFrame),
-                               isMissing(acrCase.mMaps.at(aMap), lrCluster)});
+                               isMissing(acrCase.mMaps.at(acrMap), lrCluster)});
         }
     }
     std::ranges::stable_sort(lLosses, {}, &Loss::mTime);
     return lLosses;
 }
 
-// "4 of 8 since ... by ..., the rest since ...". aRest: what the last one took is the rest.
-std::string sLossesText(const std::vector<Loss>& acrLosses, std::uint32_t aTotal, bool aIsRest) {
+// "2 have been gone since ... by ..., 2 since ... by ...".
+std::string sLossesText(const std::vector<Loss>& acrLosses) {
     std::string lText;
     for (const Loss& lrLoss : acrLosses) {
-        const bool lIsRest = aIsRest && &lrLoss == &acrLosses.back();
-        const std::string lCount = lIsRest         ? "the rest"
-                                   : lText.empty() ? fmt::format("{} of {}", lrLoss.mPaths, aTotal)
-                                                   : std::to_string(lrLoss.mPaths);
-        lText += fmt::format("{}{} since {}{}", lText.empty() ? "" : ", ", lCount, minuteText(lrLoss.mTime),
-                             lrLoss.mBy);
+        lText += lText.empty()
+                     ? fmt::format("{} {} been gone", lrLoss.mPaths, lrLoss.mPaths == 1 ? "has" : "have")
+                     : fmt::format(", {}", lrLoss.mPaths);
+        lText += fmt::format(" since {}{}", minuteText(lrLoss.mTime), lrLoss.mBy);
+    }
+    return lText;
+}
+
+// "4 of 8 since ... by ..., the rest since ...".
+std::string sAllLossesText(const std::vector<Loss>& acrLosses, std::uint32_t aTotal) {
+    std::string lText;
+    for (const Loss& lrLoss : acrLosses) {
+        lText += lText.empty()                  ? fmt::format("{} of {}", lrLoss.mPaths, aTotal)
+                 : &lrLoss == &acrLosses.back() ? std::string(", the rest")
+                                                : fmt::format(", {}", lrLoss.mPaths);
+        lText += fmt::format(" since {}{}", minuteText(lrLoss.mTime), lrLoss.mBy);
     }
     return lText;
 }
@@ -83,7 +100,7 @@ std::string sGoneText(const std::string& acrNames, const ZTSCaseMap& acrMap,
                       const std::vector<Loss>& acrLosses) {
     if (acrLosses.size() > 1) {
         return fmt::format("All paths of {} are gone: {}", acrNames,
-                           sLossesText(acrLosses, acrMap.mTotal, true));
+                           sAllLossesText(acrLosses, acrMap.mTotal));
     }
     return fmt::format("All paths of {} have been gone since {}{}", acrNames, minuteText(acrMap.mAllGone),
                        acrLosses.empty() ? "" : acrLosses.front().mBy);
@@ -94,8 +111,8 @@ std::string sSomeText(const ZTSCase& acrCase, const ZTSCaseMap& acrMap, const st
     std::vector<Loss> lLasting;
     std::ranges::copy_if(acrLosses, std::back_inserter(lLasting), &Loss::mLasts);
     if (lLasting.size() > 1) {
-        return fmt::format("{} {} {} of {} paths left, and lacks {}", listText(lNames), hasOrHave(lNames),
-                           acrMap.mLeft, acrMap.mTotal, sLossesText(lLasting, acrMap.mTotal, false));
+        return fmt::format("{} {} {} of {} paths left: {}", listText(lNames), hasOrHave(lNames), acrMap.mLeft,
+                           acrMap.mTotal, sLossesText(lLasting));
     }
     const Loss lLoss = !lLasting.empty()    ? lLasting.front()
                        : !acrLosses.empty() ? acrLosses.front()
@@ -107,14 +124,19 @@ std::string sSomeText(const ZTSCase& acrCase, const ZTSCaseMap& acrMap, const st
 
 std::string sBackText(const std::string& acrNames, const ZTSCaseMap& acrMap,
                       const std::vector<Loss>& acrLosses) {
-    const bool lHadNone = acrMap.mLeast == 0;
-    const std::uint32_t lLeft = lHadNone && acrLosses.size() > 1
-                                    ? acrMap.mTotal - std::min(acrLosses.front().mPaths, acrMap.mTotal)
-                                    : acrMap.mLeast;
-    const std::string lCount =
-        lLeft == 0 ? "not all paths" : fmt::format("{} of {} paths", lLeft, acrMap.mTotal);
-    return fmt::format("{} had {}{}{}{}", acrNames, lCount, spanText(acrMap.mSince, acrMap.mBack),
-                       acrLosses.empty() ? "" : acrLosses.front().mBy, sNoneText(acrMap, acrLosses));
+    const std::string lBy = acrLosses.empty() ? "" : acrLosses.front().mBy;
+    if (acrMap.mLeast == 0 && acrLosses.size() < 2) {
+        return fmt::format("{} lost all paths at {}{}, and had them back at {}", acrNames, minuteText(acrMap.mAllGone),
+                           lBy, minuteText(acrMap.mBack));
+    }
+    if (acrMap.mLeast >= acrMap.mTotal) {
+        return fmt::format("{} lacked {} paths{}{}; the {} that are left are accepted", acrNames,
+                           acrLosses.empty() ? 0 : acrLosses.front().mPaths, spanText(acrMap.mSince, acrMap.mBack), lBy, acrMap.mTotal);
+    }
+    const std::uint32_t lLeft =
+        acrMap.mLeast == 0 ? acrMap.mTotal - std::min(acrLosses.front().mPaths, acrMap.mTotal) : acrMap.mLeast;
+    return fmt::format("{} had {} of {} paths{}{}{}", acrNames, lLeft, acrMap.mTotal,
+                       spanText(acrMap.mSince, acrMap.mBack), lBy, sNoneText(acrMap, acrLosses));
 }
 
 }  // namespace

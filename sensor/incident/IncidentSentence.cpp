@@ -163,15 +163,18 @@ Words sTimesOf(std::uint64_t aCount) {
     return {aCount == 1 ? "once" : aCount == 2 ? "twice" : fmt::format("{} times", aCount)};
 }
 Words sTimes(const Scene& acrScene) {
-    return sTimesOf(sCount(acrScene, acrScene.mrFit.mpOpening->mSign));
+    const std::uint64_t lCount = sCount(acrScene, acrScene.mrFit.mpOpening->mSign);
+    Words lTimes = sTimesOf(lCount);
+    lTimes.mText += lCount > 1 && sListPorts(acrScene).size() > 1 ? " in all" : "";
+    return lTimes;
+}
+Words sNumber(const Scene& acrScene) {
+    const std::uint64_t lCount = sCount(acrScene, acrScene.mrFit.mpOpening->mSign);
+    return {std::to_string(lCount), lCount};
 }
 Words sLogouts(const Scene& acrScene) {
     return sTimesOf(sCount(acrScene, ZTESign::Logo));
 }
-Words sNumber(const Scene& acrScene) {
-    return {std::to_string(sCount(acrScene, acrScene.mrFit.mpOpening->mSign))};
-}
-
 Words sSpan(const Scene& acrScene) {
     ZTNanoseconds lFirst = 0;
     ZTNanoseconds lLast = 0;

@@ -19,6 +19,7 @@ struct TimeName {
     unsigned int Times::*mpMember;
 };
 constexpr TimeName sTimes[] = {{"settle", &Times::mSettle},
+                               {"tell", &Times::mTell},
                                {"skew", &Times::mSkew},
                                {"join", &Times::mJoin},
                                {"quiet", &Times::mQuiet},
@@ -60,6 +61,9 @@ bool sReadSwitch(std::string_view aText, std::string_view aWord) {
 void sSetOpening(ZTSClassRow& arRow, std::string_view aName, std::string_view aValue,
                  std::string_view aWord) {
     const auto lSign = findSign(aName);
+    if (lSign && rowOf(*lSign).mWeight == ZTEWeight::State) {
+        sRefuse(aName, "is a state: one is enough, and no number changes that");
+    }
     const std::size_t lSlash = std::min(aValue.find('/'), aValue.size());
     const unsigned int lTimes = sReadNumber(aValue.substr(0, lSlash), aWord, 1);
     bool lIsThere = false;

@@ -389,6 +389,7 @@ ZTSStoryEnd ZTCSignStory::play(const ZTSStoryPlay& acrPlay) const {
         if (const auto lShift = acrPlay.mShift.find(lrNews.mVerb); lShift != acrPlay.mShift.end()) {
             sMove(lrNews, lShift->second);
         }
+        lrNews.mKnown += sIs<ZTSRecord>(lrNews) ? acrPlay.mLate : 0;
     }
     std::ranges::stable_sort(lNews, {}, &ZTSStoryNews::mKnown);
     Player lPlayer(lRules, mSite, mWindows, acrPlay.mShuffle);

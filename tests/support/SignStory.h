@@ -46,8 +46,8 @@
 //     seconds behind its last row
 // Before the first `at`:
 //     fabric NAME [wwn=]                      more fabrics; one that has a wwn= is known by that alone
-//     host NAME fabric=F [wwpn=]
-//     target NAME fabric=F [array=A] [controller=C] [wwpn=] [id=0x010a00]
+//     host NAME fabric=F [wwpn=] [zone=Z]      it sees the targets of its fabric that have the same zone, or none
+//     target NAME fabric=F [array=A] [controller=C] [wwpn=] [id=0x010a00] [zone=Z]
 //     map NAME array=A [volume=V] [mount=/POINT]      on each path to the array
 //     unnamed                                 no names file: labels are not given
 //     rule LINE                               as --incident takes it
@@ -75,6 +75,7 @@ struct ZTSStoryPlay {
     ZTNanoseconds mFetch = ZTSecond;
     unsigned int mShuffle = 0;                    ///< 0: in order; else a seed: shuffled within each fetch
     std::map<std::string, ZTNanoseconds> mShift;  ///< by verb: the clock of such rows is off by that
+    ZTNanoseconds mLate = 0;  ///< records become known so much later than what the host tells
     /// Moments at which a new finder goes on from what the history has.
     std::vector<ZTNanoseconds> mColdStarts{};
     /// More lines of a site's configuration.

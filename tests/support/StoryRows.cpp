@@ -149,31 +149,43 @@ class Maker {
         sPutWord(arData, sNumber(acrSense.substr(lAsc), 16) << 8 | sNumber(acrSense.substr(lAscq), 16));
     }
 
-    // What happens on any host, of ports that nobody has a name for.
+    // What happens on any host, at its own ports and at such that nobody has a name for. The fabric tells of
+    // the latter alone: of the others it does when something becomes of them.
     void makeNoise(const Words& acrWords) {
-        static constexpr std::pair<const char*, const char*> sKinds[] = {{"plogi", ""},
-                                                                         {"adisc", ""},
-                                                                         {"queue_depth_change", ""},
-                                                                         {"check_condition", "1/17/01"},
-                                                                         {"check_condition", "5/24/00"},
-                                                                         {"check_condition", "6/29/00"},
-                                                                         {"check_condition", "6/3f/0e"},
-                                                                         {"check_condition", "2/04/0b"}};
+        static constexpr std::pair<const char*, const char*> sKinds[] = {
+            {"plogi", ""},
+            {"adisc", ""},
+            {"queue_full", ""},
+            {"queue_depth_change", ""},
+            {"check_condition", "1/17/01"},
+            {"check_condition", "5/24/00"},
+            {"check_condition", "6/29/00"},
+            {"check_condition", "6/3f/0e"},
+            {"check_condition", "2/04/0b"}};
         std::mt19937 lRandom(sNumber(acrWords.get("seed", "1")));
         const ZTNanoseconds lStep = ZTSecond / sNumber(acrWords.at(1));
         const unsigned int lPorts = sNumber(acrWords.get("ports", "64"));
         const std::vector<const Port*> lHosts = mrSite.listHosts();
+        const std::vector<ZTCStorySite::Pair> lOwn = mrSite.findPairs({}, {"*"});
         for (const ZTNanoseconds lEnd = mTime + sLasts(acrWords); mTime < lEnd; mTime += lStep) {
-            const unsigned int lPort = static_cast<unsigned int>(lRandom()) % lPorts;
+            const unsigned int lNumber = static_cast<unsigned int>(lRandom()) % lPorts;
+            Port lPort;
+            lPort.mId = 0x020000 + lNumber;
+            lPort.mWwn = {{0x50, 0, 0, 0, 0, 0x77, static_cast<std::uint8_t>(lNumber >> 8),
+                           static_cast<std::uint8_t>(lNumber)}};
+            const Port& lrHost = *lHosts[lNumber % lHosts.size()];
+            Words lWords = acrWords;
+            lWords.mValues.erase("for");
+            if (lRandom() % 50 == 0) {
+                mVerb = "rscn";
+                makeRecord(lWords, lrHost, &lPort);
+                continue;
+            }
             const auto& [lrpKind, lrpSense] = sKinds[lRandom() % std::size(sKinds)];
-            ZTSRecord lRecord = beginRecord(lrpKind, *lHosts[lPort % lHosts.size()]);
-            lRecord.mFirst = lRecord.mLast = mTime;
-            lRecord.mSeries.mRemote = {{0x50, 0, 0, 0, 0, 0x77, static_cast<std::uint8_t>(lPort >> 8),
-                                        static_cast<std::uint8_t>(lPort)}};
-            lRecord.mData.insert(lRecord.mData.end(), lRecord.mSeries.mRemote->mBytes.begin(),
-                                 lRecord.mSeries.mRemote->mBytes.end());
-            *lrpSense != '\0' ? putSense(lrpSense, lRecord.mData) : void();
-            tell(mTime, std::move(lRecord));
+            mVerb = lrpKind;
+            lWords.mValues["sense"] = lrpSense;
+            const bool lIsOwn = lNumber < lOwn.size();
+            makeRecord(lWords, lIsOwn ? *lOwn[lNumber].first : lrHost, lIsOwn ? lOwn[lNumber].second : &lPort);
         }
     }
 

@@ -157,8 +157,12 @@ void ZTCStorySite::end() {
 }
 
 void ZTCStorySite::addPort(std::deque<Port>& arPorts, const ZTSStoryLine& acrLine, bool aIsHost) {
-    Port lPort{
-        acrLine.at(1), acrLine.get("fabric", "A"), {}, acrLine.get("array"), acrLine.get("controller")};
+    Port lPort{acrLine.at(1),
+               acrLine.get("fabric", "A"),
+               {},
+               acrLine.get("array"),
+               acrLine.get("controller"),
+               acrLine.get("zone")};
     const auto lNumber = static_cast<std::uint8_t>(arPorts.size());
     lPort.mWwn = aIsHost ? ZTSWwn{{0x10, 0, 0, 0x10, 0x9b, 0, 0, lNumber}}
                          : ZTSWwn{{0x50, 6, 1, 0x60, 0x3b, 0x20, 0x11, lNumber}};
@@ -185,7 +189,7 @@ std::vector<ZTCStorySite::Pair> ZTCStorySite::findPairs(const std::vector<std::s
     std::vector<Pair> lPairs;
     for (const Port* const lpHost : findHosts(acrHosts)) {
         for (const Port* const lpTarget : sFind(mTargets, acrTargets)) {
-            if (lpHost->mFabric == lpTarget->mFabric) {
+            if (lpHost->sees(*lpTarget)) {
                 lPairs.emplace_back(lpHost, lpTarget);
             }
         }
@@ -233,7 +237,7 @@ ZTSHostPorts ZTCStorySite::makePorts() const {
         lPorts.mLocal.push_back(
             {{lrHost.mWwn, lrHost.mWwn}, lHost, "Online", "16 Gbit", "NPort", lrHost.mId, fabricOf(lrHost)});
         for (const Port& lrTarget : mTargets) {
-            if (lrTarget.mFabric == lrHost.mFabric) {
+            if (lrHost.sees(lrTarget)) {
                 lPorts.mRemote.push_back({lrHost.mWwn,
                                           {lrTarget.mWwn, lrTarget.mWwn},
                                           "Online",

@@ -89,6 +89,7 @@ struct ZTSOpening {
     unsigned int mWithin = 60;
     ZTESign mWith = ZTESign::Count;    ///< only if there is one of these, too
     ZTESign mUnless = ZTESign::Count;  ///< not if there is one of these
+    bool mIsOfFabric = false;          ///< not if it is in two fabrics at once
 };
 
 /// What has to be as it was for an incident to close. Those of no state close after ten minutes of silence.
@@ -110,6 +111,7 @@ struct ZTSClassRow {
 /// Numbers that are of no class. Seconds, unless it says something else.
 struct ZTSIncidentTimes {
     unsigned int mSettle = 3;         ///< so long is waited for what comes late before anything is decided
+    unsigned int mTell = 20;          ///< behind its begin it is told: by then what hides behind it shows
     unsigned int mSkew = 2;           ///< so far the clocks of two sources may be apart
     unsigned int mJoin = 120;         ///< signs at one place that are no farther apart are one problem
     unsigned int mQuiet = 60;         ///< without signs: quiet
