@@ -103,6 +103,7 @@ void look();
 void sensor();
 void host();
 void fold();
+void incidents();
 void store();
 
 }  // namespace ztbench

@@ -29,6 +29,7 @@ constexpr GroupRow sGroups[] = {
     {"sensor", ztbench::sensor},
     {"host", ztbench::host},
     {"fold", ztbench::fold},
+    {"incident", ztbench::incidents},
     {"store", ztbench::store},
 };
 

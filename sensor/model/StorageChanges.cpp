@@ -7,10 +7,12 @@
 #include <map>
 #include <set>
 #include <tuple>
+#include <unordered_map>
 
 namespace {
 
-constexpr std::size_t sMostRows = 256;  // of one kind
+constexpr std::size_t sMostRows = 256;    // of one kind
+constexpr std::size_t sMostMissing = 32;  // paths that a row names
 
 struct Attribute {
     const char* mpName;
@@ -80,9 +82,9 @@ class Rows {
         ++mCount;
         mrRows.push_back({mTime, mpKind, acrName, apEvent, apAttribute, acrBefore, acrAfter});
     }
-    void end() const {
+    void end(const char* apAttribute = "") const {
         for (const auto& [lrEvent, lMore] : mMore) {
-            mrRows.push_back({mTime, mpKind, fmt::format("{} more", lMore), lrEvent, "", "", ""});
+            mrRows.push_back({mTime, mpKind, fmt::format("{} more", lMore), lrEvent, apAttribute, "", ""});
         }
     }
 
@@ -138,6 +140,88 @@ void sList(const char* apKind, const std::vector<Thing>& acrBefore, const std::v
         }
     }
     lRows.end();
+}
+
+// ---- Which paths of a map are missing ----
+
+/// The ports of a path: its initiator and its target.
+using Pair = std::pair<ZTSWwn, ZTSWwn>;
+
+class Pairs {
+  public:
+    explicit Pairs(const std::vector<ZTSLun>& acrLuns) {
+        for (const ZTSLun& lrLun : acrLuns) {
+            if (!lrLun.mDisk.empty() && lrLun.mInitiator != ZTSWwn() && lrLun.mTarget != ZTSWwn()) {
+                mPairs.try_emplace(lrLun.mDisk, lrLun.mInitiator, lrLun.mTarget);
+            }
+        }
+    }
+    /// Of all paths of a map, or of those that are not usable.
+    std::set<Pair> of(const ZTSMap& acrMap, bool aIsAll) const {
+        std::set<Pair> lPairs;
+        for (const ZTSPath& lrPath : acrMap.mPaths) {
+            const auto lAt = mPairs.find(lrPath.mDisk);
+            if ((aIsAll || !lrPath.mIsUsable) && lAt != mPairs.end()) {
+                lPairs.insert(lAt->second);
+            }
+        }
+        return lPairs;
+    }
+
+  private:
+    std::unordered_map<std::string_view, Pair> mPairs;
+};
+
+/// "INITIATOR>TARGET INITIATOR>TARGET +2". A path that the map does not have any more is known from how the
+/// map was at the other look; of one that neither has, only the number is.
+std::string sMissingOf(const ZTSMap& acrMap, const Pairs& acrPairs, const ZTSMap& acrOther,
+                       const Pairs& acrOtherPairs) {
+    const std::uint32_t lUsable = acrMap.countUsable();
+    const std::size_t lMissing = acrMap.mTotal > lUsable ? acrMap.mTotal - lUsable : 0;
+    std::set<Pair> lNamed = acrPairs.of(acrMap, false);
+    const std::set<Pair> lHas = acrPairs.of(acrMap, true);
+    for (const Pair& lrPair : acrOtherPairs.of(acrOther, true)) {
+        if (lNamed.size() < lMissing && !lHas.contains(lrPair)) {
+            lNamed.insert(lrPair);
+        }
+    }
+    std::string lText;
+    std::size_t lShown = 0;
+    for (const auto& [lrInitiator, lrTarget] : lNamed) {
+        if (lShown == std::min(lMissing, sMostMissing)) {
+            break;
+        }
+        lText += fmt::format("{}{}>{}", lShown++ == 0 ? "" : " ", lrInitiator.toText(), lrTarget.toText());
+    }
+    if (lShown < lMissing) {
+        lText += fmt::format("{}+{}", lShown == 0 ? "" : " ", lMissing - lShown);
+    }
+    return lText;
+}
+
+void sListMissing(const ZTSHostStorage& acrBefore, const ZTSHostStorage& acrAfter, ZTNanoseconds aTime,
+                  std::vector<ZTSChange>& arChanges) {
+    if (acrBefore.mMaps == acrAfter.mMaps) {
+        return;
+    }
+    const Pairs lOld(acrBefore.mLuns);
+    const Pairs lNew(acrAfter.mLuns);
+    const auto lBefore = sByKey(acrBefore.mMaps);
+    Rows lRows("map", aTime, arChanges);
+    const ZTSMap lNone;
+    for (const ZTSMap& lrMap : acrAfter.mMaps) {
+        const auto lAt = lBefore.find(sKeyOf(lrMap));
+        const ZTSMap& lrBefore = lAt != lBefore.end() ? *lAt->second : lNone;
+        if (lrBefore == lrMap) {
+            continue;
+        }
+        const std::string lWas = sMissingOf(lrBefore, lOld, lrMap, lNew);
+        const std::string lIs = sMissingOf(lrMap, lNew, lrBefore, lOld);
+        if (lWas != lIs && (lWas + lIs).find('>') != std::string::npos) {
+            lRows.add(lrMap.mName, "changed", "missing", lWas, lIs);
+        }
+    }
+    lRows.end("missing");
 }
 
 // What the kernel may number anew when it is booted, by its name.
@@ -216,6 +300,7 @@ std::vector<ZTSChange> listStorageChanges(const ZTSHostStorage& acrBefore, const
     std::vector<ZTSChange> lChanges;
     sList("lun", acrBefore.mLuns, acrAfter.mLuns, aTime, lChanges);
     sList("map", acrBefore.mMaps, acrAfter.mMaps, aTime, lChanges);
+    sListMissing(acrBefore, acrAfter, aTime, lChanges);
     sListAbove(acrBefore, acrAfter, aTime, lChanges);
     return lChanges;
 }

@@ -9,6 +9,7 @@ constexpr int sRows = 500;             // in a round, of each
 constexpr std::int64_t sNames = 2000;  // that are looked at in a round
 constexpr int sMostGone = 20000;       // LUNs that are not there any more, and maps
 constexpr std::uint64_t sMeasureBytes = 32;
+constexpr int sBaselineDays = 35;
 constexpr char sRetiredMeasures[] = "retired_measures";
 
 std::string sOldOf(const std::string& acrTable, const std::string& acrTime, const std::string& acrWhich) {
@@ -57,13 +58,24 @@ ZTCHostRetention::ZTCHostRetention(SQLite::Database& arDatabase)
           arDatabase,
           "SELECT min(time) FROM (SELECT min(first) AS time FROM fpins UNION ALL SELECT * FROM (SELECT first "
           "FROM stalls WHERE over = 1 ORDER BY first LIMIT 1) UNION ALL SELECT min(time) * 1000000000 FROM "
-          "measure_hours UNION ALL SELECT min(time) FROM changes UNION ALL SELECT min(first) FROM losses)"),
+          "measure_hours UNION ALL SELECT min(closed) FROM incidents WHERE closed IS NOT NULL AND kept = 0 UNION "
+          "ALL SELECT min(time) FROM changes UNION ALL SELECT min(first) FROM losses)"),
       mMeasureCount(arDatabase, "SELECT value FROM meta WHERE name = 'measures'"),
       mCount(arDatabase,
-             "INSERT INTO meta VALUES (?, ?) ON CONFLICT DO UPDATE SET value = value + excluded.value") {
+             "INSERT INTO meta VALUES (?, ?) ON CONFLICT DO UPDATE SET value = value + excluded.value"),
+      // Days that are known, so that a clock that was once ahead takes none with it.
+      mOldBaselines(
+          arDatabase,
+          "DELETE FROM baselines WHERE day <= (SELECT DISTINCT day FROM baselines ORDER BY day DESC "
+          "LIMIT 1 OFFSET ?)") {
     mRules.emplace_back(arDatabase, "retired_fpins", sOldOf("fpins", "first", ""));
     mRules.emplace_back(arDatabase, "retired_stalls",
                         sOldOf("stalls", "first", " AND last < ?1 AND over = 1"));
+    // Each has rows of evidence.
+    mRules.emplace_back(
+        arDatabase, "retired_incidents",
+        "DELETE FROM incidents WHERE id IN (SELECT id FROM incidents WHERE closed IS NOT NULL AND "
+        "kept = 0 AND closed < ?1 ORDER BY closed LIMIT ?2 / 20)");
     mRules.emplace_back(arDatabase, nullptr, sOldOf("requests", "time", " AND done <> 0"));
     mRules.emplace_back(arDatabase, nullptr, sGoneOf("luns", "name"));
     mRules.emplace_back(arDatabase, nullptr, sGoneOf("maps", "map"));
@@ -122,5 +134,6 @@ bool ZTCHostRetention::removeUnused(Names& arNames, std::uint64_t& arGone) {
 }
 
 bool ZTCHostRetention::removeUnused(std::uint64_t& arGone) {
+    mOldBaselines.run(sBaselineDays);
     return removeUnused(mMembers, arGone) || removeUnused(mMeasured, arGone);
 }

@@ -11,15 +11,15 @@ class ZTCHostRetention {
   public:
     explicit ZTCHostRetention(SQLite::Database& arDatabase);
 
-    /// FPINs, stalls, measures and requests of before that moment, and what had gone by then. Returns how
-    /// many rows.
+    /// FPINs, stalls, incidents, measures and requests of before that moment, and what had gone by then.
+    /// Returns how many rows.
     int removeOlder(ZTNanoseconds aTime);
     /// The time of the first of them.
     std::optional<ZTNanoseconds> findOldest() { return mOldest.findNumber(); }
     /// The oldest measures, where there are more than have room in so many bytes. False: there are not.
     bool limitMeasures(std::uint64_t aBytes);
-    /// What no sum refers to any more: names on axes, and whose measures were. How many have gone is added to
-    /// a count. False: it has been at all of them.
+    /// What no sum refers to any more: names on axes, and whose measures were. What was ordinary weeks ago.
+    /// How many have gone is added to a count. False: it has been at all of them.
     bool removeUnused(std::uint64_t& arGone);
 
   private:
@@ -41,5 +41,5 @@ class ZTCHostRetention {
 
     std::deque<Rule> mRules, mMeasures;
     Names mMembers, mMeasured;
-    ZTCStatement mOldest, mMeasureCount, mCount;
+    ZTCStatement mOldest, mMeasureCount, mCount, mOldBaselines;
 };

@@ -19,6 +19,18 @@ std::uint64_t sEstimate(const ZTSHostNews& acrNews) {
     return lRows * lRow + lSmall * lPath;
 }
 
+// Of an incident's evidence rows that are not what they were, which are some; its text stands in pages of its
+// own.
+std::uint64_t sEstimate(const ZTSIncidentNews& acrNews) {
+    constexpr std::uint64_t lIncident = 16384;
+    constexpr std::uint64_t lRow = 300;
+    std::uint64_t lBytes = acrNews.mBaselines.size() * lRow;
+    for (const ZTSIncident& lrIncident : acrNews.mIncidents) {
+        lBytes += lIncident + lrIncident.mMemory.size() + lrIncident.mEvidence.size() * lRow;
+    }
+    return lBytes;
+}
+
 }  // namespace
 
 // A batch's rows in the table and in its time's index stand together, but a large one fills pages of its own;
@@ -29,7 +41,8 @@ std::uint64_t estimateLogBytes(const ZTSStoreBatch& acrBatch) {
     constexpr std::uint64_t lPage = 4120;
     constexpr std::uint64_t lSeriesPages = 4;
     constexpr std::uint64_t lChange = 400;
-    std::uint64_t lBytes = acrBatch.mChanges.size() * lChange + sEstimate(acrBatch.mHost);
+    std::uint64_t lBytes =
+        acrBatch.mChanges.size() * lChange + sEstimate(acrBatch.mHost) + sEstimate(acrBatch.mIncidents);
     std::set<std::reference_wrapper<const ZTSSeries>, std::less<ZTSSeries>> lSeries;
     for (const ZTSStoreRow& lrRow : acrBatch.mRows) {
         const std::uint64_t lSize = lRow + lrRow.mRecord.mData.size();

@@ -71,8 +71,6 @@ ZTCRetention::ZTCRetention(SQLite::Database& arDatabase)
           arDatabase,
           "SELECT min((SELECT max(id) FROM records) - 1, (SELECT value FROM meta WHERE name = 'closed_to'))"),
       mNextId(arDatabase, "SELECT min(id) FROM records WHERE id > ?"),
-      mKeptAround(arDatabase, "SELECT max(last_id) FROM kept WHERE ? BETWEEN first_id AND last_id"),
-      mNextKept(arDatabase, "SELECT min(first_id) FROM kept WHERE first_id > ?"),
       mSome(arDatabase,
             "SELECT max(id), count(*), sum(occurrences) FROM (SELECT id, occurrences FROM records WHERE id "
             "BETWEEN ? AND ? ORDER BY id LIMIT ?)"),
@@ -83,10 +81,9 @@ ZTCRetention::ZTCRetention(SQLite::Database& arDatabase)
       mRemove(arDatabase, "DELETE FROM records WHERE id = ?"),
       mCount(arDatabase,
              "INSERT INTO meta VALUES (?, ?) ON CONFLICT DO UPDATE SET value = value + excluded.value"),
-      mBegin(
-          arDatabase,
-          "SELECT first FROM records WHERE NOT EXISTS (SELECT 1 FROM kept WHERE records.id BETWEEN first_id "
-          "AND last_id) ORDER BY first LIMIT 1"),
+      mBegin(arDatabase,
+             "SELECT first FROM records WHERE first >= ? AND id > coalesce((SELECT last_id FROM kept WHERE "
+             "first_id <= records.id ORDER BY first_id DESC LIMIT 1), 0) ORDER BY first LIMIT 1"),
       mOldMinutes(arDatabase, sRemoveFrom("minutes").c_str()),
       mOldHours(arDatabase, sRemoveFrom("hours").c_str()),
       mOldLosses(
@@ -114,6 +111,7 @@ ZTCRetention::ZTCRetention(SQLite::Database& arDatabase)
            "excluded.first), last = max(last, excluded.last)")
               .c_str()),
       mRemoveSeries(arDatabase, ("DELETE FROM series" + sIsEmptySeries).c_str()),
+      mKept(arDatabase),
       mHost(arDatabase) {}
 
 ZTSRetentionFacts ZTCRetention::look() {
@@ -131,31 +129,39 @@ std::int64_t ZTCRetention::findLast() {
     return mLast.findNumber().value_or(0);
 }
 
-unsigned int ZTCRetention::removeFirst(unsigned int aRows) {
-    const std::int64_t lLast = findLast();
+std::optional<std::int64_t> ZTCRetention::findFirst() {
     std::optional<std::int64_t> lFirst = mNextId.findNumber(0);
     while (lFirst) {
-        const std::optional<std::int64_t> lKeptTo = mKeptAround.findNumber(*lFirst);
+        const std::optional<std::int64_t> lKeptTo = mKept.findEnd(*lFirst);
         if (!lKeptTo) {
             break;
         }
         lFirst = mNextId.findNumber(*lKeptTo);
     }
-    if (!lFirst || *lFirst > lLast) {
-        return 0;
-    }
-    const std::int64_t lEnd = std::min(lLast, mNextKept.findNumber(*lFirst).value_or(INT64_MAX) - 1);
+    return lFirst;
+}
+
+unsigned int ZTCRetention::removeFirst(unsigned int aRows) {
+    const std::int64_t lLast = findLast();
+    std::int64_t lFirst = 0;
     std::int64_t lTo = 0;
     unsigned int lRows = 0;
     std::uint64_t lEvents = 0;
-    mSome.forEach(
-        [&](SQLite::Statement& arRow) {
-            lTo = arRow.getColumn(0).getInt64();
-            lRows = arRow.getColumn(1).getUInt();
-            lEvents = sUnsigned(arRow.getColumn(2));
-        },
-        *lFirst, lEnd, aRows);
-    mRemoveSome.run(*lFirst, lTo);
+    do {  // until none of them are kept
+        lFirst = findFirst().value_or(INT64_MAX);
+        if (lFirst > lLast) {
+            return 0;
+        }
+        const std::int64_t lEnd = std::min(lLast, mKept.findNext(lFirst).value_or(INT64_MAX) - 1);
+        mSome.forEach(
+            [&](SQLite::Statement& arRow) {
+                lTo = arRow.getColumn(0).getInt64();
+                lRows = arRow.getColumn(1).getUInt();
+                lEvents = sUnsigned(arRow.getColumn(2));
+            },
+            lFirst, lEnd, aRows);
+    } while (mKept.keepEvidence(lFirst, lTo));
+    mRemoveSome.run(lFirst, lTo);
     count(lRows, lEvents);
     return lRows;
 }
@@ -176,7 +182,7 @@ bool ZTCRetention::removeOlder(ZTNanoseconds aTime, unsigned int aRows, std::uin
     const bool lIsAll = lRows.size() < aRows;
     const std::int64_t lLast = findLast();
     std::erase_if(lRows, [&](const Row& acrRow) {
-        return acrRow.mId > lLast || mKeptAround.findNumber(acrRow.mId).has_value();
+        return acrRow.mId > lLast || mKept.findEnd(acrRow.mId) || mKept.keepEvidence(acrRow.mId, acrRow.mId);
     });
     std::uint64_t lEvents = 0;
     for (const Row& lrRow : lRows) {
@@ -227,7 +233,9 @@ bool ZTCRetention::joinSeries(std::uint64_t& arGone) {
 }
 
 std::optional<ZTNanoseconds> ZTCRetention::findBegin() {
-    return mBegin.findNumber();
+    const std::optional<ZTNanoseconds> lBegin = mBegin.findNumber(mBeginFrom);
+    mBeginFrom = lBegin.value_or(mBeginFrom);
+    return lBegin;
 }
 
 void ZTCRetention::count(std::uint64_t aRecords, std::uint64_t aEvents) {

@@ -1,10 +1,12 @@
 // What of the history is to go, and its going.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 
 #include "HostRetention.h"
+#include "KeptRecords.h"
 #include "SensorTime.h"
 #include "Statement.h"
 
@@ -72,18 +74,25 @@ class ZTCRetention {
     ZTCHostRetention& getHost() { return mHost; }
     /// The first time of a row that is not kept: before it nothing is needed.
     std::optional<ZTNanoseconds> findBegin();
+    /// A row has come.
+    void noteRow(ZTNanoseconds aFirst) { mBeginFrom = std::min(mBeginFrom, aFirst); }
+    /// The transaction has failed.
+    void forget() { mBeginFrom = INT64_MIN; }
 
   private:
     bool removeTold(ZTNanoseconds aTime);
     std::int64_t findLast();
+    std::optional<std::int64_t> findFirst();
     void count(std::uint64_t aRecords, std::uint64_t aEvents);
 
-    ZTCStatement mPageSize, mPages, mFreePages, mLast, mNextId, mKeptAround, mNextKept, mSome, mRemoveSome,
-        mOlder, mRemove, mCount, mBegin, mOldMinutes, mOldHours, mOldLosses, mOldChanges, mOldAgents,
-        mLastSeries, mJoinSeries, mRemoveSeries;
+    ZTCStatement mPageSize, mPages, mFreePages, mLast, mNextId, mSome, mRemoveSome, mOlder, mRemove, mCount,
+        mBegin, mOldMinutes, mOldHours, mOldLosses, mOldChanges, mOldAgents, mLastSeries, mJoinSeries,
+        mRemoveSeries;
+    ZTCKeptRecords mKept;
     ZTCHostRetention mHost;
     // Where a sweep by time has come to: what stands before it is kept, or may change yet.
     ZTNanoseconds mSweepTime = INT64_MIN;
     std::int64_t mSweepId = 0;
-    std::int64_t mJoinedTo = 0;  ///< of the series
+    ZTNanoseconds mBeginFrom = INT64_MIN;  ///< what came before it is kept
+    std::int64_t mJoinedTo = 0;            ///< of the series
 };

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "HostSchema.h"
+#include "IncidentSchema.h"
 #include "StoreFile.h"
 
 // Times are nanoseconds since 1970. Names of ports are eight hex pairs with colons, or empty.
@@ -160,7 +161,7 @@ FROM records JOIN series ON series.id = series;
 
 namespace {
 
-constexpr std::array sSteps{ZTStoreStepToHost};
+constexpr std::array sSteps{ZTStoreStepToHost, ZTStoreStepToIncidents};
 static_assert(ZTStoreVersion == 1 + sSteps.size());
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "BatchTables.h"
 #include "HostTables.h"
+#include "IncidentTables.h"
 #include "Retention.h"
 #include "SeriesBook.h"
 #include "StoreWriter.h"
@@ -12,7 +13,7 @@
 
 /// Series take a quarter of what is kept at most.
 inline std::size_t limitOfSeries(std::size_t aLimit, std::uint64_t aKeepBytes) {
-    constexpr std::uint64_t lSeries = 400;  // with its index
+    constexpr std::uint64_t lSeries = 500;  // with its indexes
     return static_cast<std::size_t>(std::min<std::uint64_t>(aLimit, aKeepBytes / 4 / lSeries));
 }
 
@@ -25,6 +26,7 @@ struct ZTSStoreParts {
           mSeries(mDatabase, mSums, limitOfSeries(acrOptions.mSeriesLimit, aKeepBytes)),
           mTables(mDatabase),
           mHost(mDatabase),
+          mIncidents(mDatabase),
           mRetention(mDatabase),
           mBegin(mDatabase, "BEGIN IMMEDIATE"),
           mCommit(mDatabase, "COMMIT"),
@@ -54,6 +56,7 @@ struct ZTSStoreParts {
     ZTCSeriesBook mSeries;
     ZTCBatchTables mTables;
     ZTCHostTables mHost;
+    ZTCIncidentTables mIncidents;
     ZTCRetention mRetention;
     ZTCStatement mBegin, mCommit, mGetMeta, mSetMeta, mMaxMeta, mAddRow, mGrowRow, mCountRecords;
 };

@@ -56,6 +56,7 @@ void ZTCStoreWriter::Impl::loadStart() {
         mStart.mPorts = getStore().mTables.loadPorts(lrDatabase, mStart.mLastWrite);
     }
     getStore().mHost.load(mStart);
+    getStore().mIncidents.load(mStart, sNow());
     mLongest = getMeta("longest");
     mRecords = countRecords();
     setMeta("in_use", 1);
@@ -98,6 +99,8 @@ void ZTCStoreWriter::Impl::rollBack() noexcept {
     mpStore->mSums.forget();
     mpStore->mTables.forget();
     mpStore->mHost.forget();
+    mpStore->mIncidents.forget();
+    mpStore->mRetention.forget();
     mLongest = 0;
 }
 
@@ -129,6 +132,7 @@ void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
         const ZTNanoseconds lNow = sNow();
         mpStore->mTables.write(acrBatch, lNow);
         mpStore->mHost.write(acrBatch, lNow);
+        mpStore->mIncidents.write(acrBatch.mIncidents);
         writeMeta(acrBatch);
     });
     mRecords = mRecords + mNewRecords - mGoneRecords;
@@ -161,6 +165,7 @@ void ZTCStoreWriter::Impl::writeRow(const ZTSStoreRow& acrRow) {
         !acrRow.mIsNew && mpStore->mGrowRow.run(acrRow.mId, lrRecord.mLast, lEvents, lData) != 0;
     if (!lGrows) {
         ++mNewRecords;
+        mpStore->mRetention.noteRow(lrRecord.mFirst);
         mpStore->mAddRow.run(acrRow.mId, lrSeries.mId, lrRecord.mFirst, lrRecord.mLast, lEvents, lData);
     }
     mpStore->mSeries.count(lrSeries, lrRecord, lEvents, !lGrows);
@@ -194,6 +199,12 @@ std::vector<ZTSStoreRequest> ZTCStoreWriter::Impl::takeRequests() {
         }
     });
     return lRequests;
+}
+
+bool ZTCStoreWriter::Impl::markIncident(const ZTSStoreRequest& acrRequest) {
+    bool lIsThere = false;
+    inTransaction([&] { lIsThere = mpStore->mIncidents.mark(acrRequest); });
+    return lIsThere;
 }
 
 // ---- What is beside the file ----
@@ -232,6 +243,9 @@ void ZTCStoreWriter::write(const ZTSStoreBatch& acrBatch) {
 }
 std::vector<ZTSStoreRequest> ZTCStoreWriter::takeRequests() {
     return mpImpl->takeRequests();
+}
+bool ZTCStoreWriter::markIncident(const ZTSStoreRequest& acrRequest) {
+    return mpImpl->markIncident(acrRequest);
 }
 bool ZTCStoreWriter::retire(ZTNanoseconds aNow) {
     return mpImpl->retire(aNow);

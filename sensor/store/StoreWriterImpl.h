@@ -35,6 +35,7 @@ class ZTCStoreWriter::Impl {
     void beginAnew();
     void write(const ZTSStoreBatch& acrBatch);
     std::vector<ZTSStoreRequest> takeRequests();
+    bool markIncident(const ZTSStoreRequest& acrRequest);
     bool retire(ZTNanoseconds aNow);
     void checkpoint();
     std::string describeHolder() const { return describeHolders(mOptions.mPath); }

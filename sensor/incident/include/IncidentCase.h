@@ -50,12 +50,17 @@ struct ZTSCaseMap {
     ZTNanoseconds mSince = 0;    ///< the first path went
     ZTNanoseconds mAllGone = 0;  ///< no path was left; 0: some always were
     ZTNanoseconds mBack = 0;     ///< all were back; 0: not yet
+    /// Those that are gone because of this: initiator and remote port, since when.
+    std::map<std::pair<ZTSWwn, ZTSWwn>, ZTNanoseconds> mMissing;
 };
 
 /// One incident.
 struct ZTSCase {
     std::uint64_t mId = 0;
-    std::vector<ZTSCluster> mClusters;        ///< the oldest first: each is a cause
+    std::vector<ZTSCluster> mClusters;  ///< the oldest first: each is a cause
+    /// Openings that were reached: so many of this sign at one place, so close to each other, and more than
+    /// is ordinary there. Of what is a state each one is, and is not among them.
+    std::set<std::pair<ZTEIncidentClass, ZTESign>> mReached;
     std::map<std::string, ZTSCaseMap> mMaps;  ///< by name
     std::map<ZTSWwn, ZTNanoseconds> mDown;    ///< the host's ports that are down or gone, since when
     std::map<std::pair<ZTSWwn, ZTSWwn>, ZTNanoseconds> mLostTargets;  ///< initiator, remote port

@@ -78,13 +78,18 @@ struct ZTSSignRow {
 const ZTSSignRow& rowOf(ZTESign aSign);
 std::optional<ZTESign> findSign(std::string_view aName);
 
-/// So often at one place, within so many seconds: then it opens an incident.
+/// So often at one port, within so many seconds: then it opens an incident; of what is a state, each one
+/// does. Those of a class and a sign have the same numbers. mpSays and mpBy have {places}, see
+/// ZTSClassRow::mpSentence.
 struct ZTSOpening {
     ZTESign mSign = ZTESign::Count;
+    const char* mpSays = "";  ///< the verb of the sentence: "was reset {times}"
+    const char* mpBy = "";    ///< the same as a cause, behind "by": "a reset of {where}"
     unsigned int mTimes = 1;
     unsigned int mWithin = 60;
     ZTESign mWith = ZTESign::Count;    ///< only if there is one of these, too
     ZTESign mUnless = ZTESign::Count;  ///< not if there is one of these
+    bool mIsOfFabric = false;          ///< not if it is in two fabrics at once
 };
 
 /// What has to be as it was for an incident to close. Those of no state close after ten minutes of silence.
@@ -93,17 +98,20 @@ enum class ZTERestored : unsigned char { Silence, Links, Ports, Targets, Paths, 
 struct ZTSClassRow {
     ZTEIncidentClass mClass;
     bool mIsOn;
-    std::array<ZTSOpening, 6> mOpenings;  ///< one of them is enough; unused ones are of ZTESign::Count
+    std::array<ZTSOpening, 10> mOpenings;  ///< the first that is met says what it is; Count: unused
     ZTERestored mRestored;
     unsigned int mPatience;  ///< seconds that its state has to last; 0: none
     bool mHasBaseline;       ///< what is ordinary here is none
-    const char* mpSentence;  ///< with {places}: docs/incidents.md
+    /// With {places} that are filled in (IncidentSentence.cpp), [one|many] for the number of {where}, and
+    /// (lasting|past) for a state that lasts and one that is over.
+    const char* mpSentence;
     const char* mpSuggestion;
 };
 
-/// Numbers that are of no class. Seconds.
+/// Numbers that are of no class. Seconds, unless it says something else.
 struct ZTSIncidentTimes {
     unsigned int mSettle = 3;         ///< so long is waited for what comes late before anything is decided
+    unsigned int mTell = 20;          ///< behind its begin it is told: by then what hides behind it shows
     unsigned int mSkew = 2;           ///< so far the clocks of two sources may be apart
     unsigned int mJoin = 120;         ///< signs at one place that are no farther apart are one problem
     unsigned int mQuiet = 60;         ///< without signs: quiet
@@ -114,6 +122,7 @@ struct ZTSIncidentTimes {
     unsigned int mBaselineLeast = 3;  ///< days that have to be known
     unsigned int mBaselineTimes = 5;  ///< so many times what is ordinary is an incident
     unsigned int mChanges = 604800;   ///< changes of so long before are told beside it
+    unsigned int mMostChanges = 100;  ///< of them, the newest
 };
 
 struct ZTSIncidentRules {
@@ -126,5 +135,6 @@ struct ZTSIncidentRules {
 const ZTSIncidentRules& getDefaultRules();
 
 /// A line of a site's configuration: "overload off", "overload queue_full=200/60" (so many within so many
-/// seconds), "redundancy_lost patience=900", "times close=300". Throws std::runtime_error with one line.
+/// seconds), "redundancy_lost patience=900", "times close=300"; several such words may stand in one line.
+/// Throws std::runtime_error with one line: nothing has changed then.
 void applyRule(ZTSIncidentRules& arRules, std::string_view aLine);

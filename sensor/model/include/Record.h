@@ -51,4 +51,6 @@ struct ZTSChange {
     std::string mAttribute;  ///< what of it has changed: "state", "speed"; else empty
     std::string mBefore;
     std::string mAfter;
+
+    bool operator==(const ZTSChange&) const = default;
 };

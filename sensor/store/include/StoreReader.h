@@ -153,9 +153,10 @@ class ZTCStoreReader {
     /// Those that were not over at a time, the youngest first, without those that have become part of others.
     /// 0: no limit.
     std::vector<ZTSIncident> readIncidents(ZTNanoseconds aSince, std::size_t aLimit = 0);
-    /// Nothing: there is none of that id.
+    /// Also of one that has become part of another. Nothing: there is none of that id.
     std::optional<ZTSIncident> readIncident(std::uint64_t aId);
-    /// The ids of an incident's records, ascending: so many of them at most.
+    /// The ids of an incident's records, ascending: the first of them; 0: no limit. IncidentLookup.h has the
+    /// other way.
     std::vector<std::uint64_t> readEvidence(const ZTSIncident& acrIncident, std::size_t aLimit);
     std::vector<ZTSBlindSpot> readBlindSpots();
     std::vector<ZTSWindow> readWindows();

@@ -50,6 +50,10 @@ class ZTCStoreWriter {
     /// What somebody has asked for since the last call, the oldest first; a note has become a change by then.
     /// Costs next to nothing where there is nothing. Throws ZTCStoreError: nothing was taken.
     std::vector<ZTSStoreRequest> takeRequests();
+    /// A request "acknowledge" or "keep" of an incident by its id, also of one that nobody but the store
+    /// knows any more; whoever finds incidents changes nothing of it later. False: it has none of that id, or
+    /// that was no such request. Throws ZTCStoreError.
+    bool markIncident(const ZTSStoreRequest& acrRequest);
     /// Removes a little of what is too old or too much. aNow: by the clock. True: there is more to do.
     /// Throws ZTCStoreError.
     bool retire(ZTNanoseconds aNow);

@@ -38,6 +38,28 @@ std::string rowsOf(const ZTSHostStorage& acrBefore, const ZTSHostStorage& acrAft
     return lText;
 }
 
+// The ports of a path of made() or many().
+std::string missing(unsigned int aPath) {
+    ZTSWwn lInitiator, lTarget;
+    lInitiator.mBytes[7] = 1;
+    lTarget.mBytes[7] = static_cast<std::uint8_t>(2 + aPath);
+    return lInitiator.toText() + ">" + lTarget.toText();
+}
+
+// A map of so many paths through one port, to a port each.
+ZTSHostStorage many(unsigned int aPaths) {
+    ZTSHostStorage lStorage;
+    lStorage.mMaps = {{"dm-0", "mpatha", "36", {}, aPaths}};
+    for (unsigned int lPath = 0; lPath < aPaths; ++lPath) {
+        ZTSLun& lrLun = lStorage.mLuns.emplace_back();
+        lrLun.mDisk = "sd" + std::to_string(lPath);
+        lrLun.mInitiator.mBytes[7] = 1;
+        lrLun.mTarget.mBytes[7] = static_cast<std::uint8_t>(2 + lPath);
+        lStorage.mMaps[0].mPaths.push_back({lrLun.mDisk, true});
+    }
+    return lStorage;
+}
+
 TEST(Storage, WhatADiskHitsIsAllThatStandsAboveIt) {
     const ZTSHostStorage lStorage = made();
     const std::pair<const char*, const char*> lCases[] = {{"sdb", "/data, /log"},
@@ -84,6 +106,9 @@ TEST(Storage, WhatHasBecomeOfItIsARowEach) {
                                            "changed state running>offline\n" + lLun +
                                            "changed queue_depth >32\n"
                                            "map mpatha changed paths 1 of 4>0 of 4\n"
+                                           "map mpatha changed missing +3>" +
+                                           missing(0) +
+                                           " +3\n"
                                            "volume vg0-log went  >\nvolume vg0-logs came  >\n"
                                            "mount /md went  xfs>\n");
     // Another disk at the same point, one swap of two, a disk more beneath; but a new number is no change.
@@ -110,6 +135,47 @@ TEST(Storage, WhatHasBecomeOfItIsARowEach) {
     EXPECT_EQ(lRows.back().mName, "745 more");
     EXPECT_EQ(lRows.back().mEvent, "came");
     EXPECT_EQ(lRows[lRows.size() - 2].mWhat, "mount");
+}
+
+// What of a map is missing has names, also when its paths have been taken away with their LUNs; and as long
+// as somebody knows them.
+TEST(Storage, WhichPathsAreMissingHasARowOfItsOwn) {
+    const auto lMissing = [](const ZTSHostStorage& acrBefore, const ZTSHostStorage& acrAfter) {
+        const std::string lRows = rowsOf(acrBefore, acrAfter);
+        const std::string lHead = "map mpatha changed missing ";
+        const std::size_t lAt = lRows.find(lHead);
+        return lAt == std::string::npos
+                   ? ""
+                   : lRows.substr(lAt + lHead.size(), lRows.size() - lAt - lHead.size() - 1);
+    };
+    const ZTSHostStorage lWhole = many(4);
+    ZTSHostStorage lFailed = lWhole;
+    lFailed.mMaps[0].mPaths[1].mIsUsable = lFailed.mMaps[0].mPaths[3].mIsUsable = false;
+    const std::string lPair = missing(1) + " " + missing(3);
+    EXPECT_EQ(lMissing(lWhole, lFailed), ">" + lPair);
+    EXPECT_EQ(lMissing(lFailed, lWhole), lPair + ">");
+    ZTSHostStorage lRemoved = lFailed;
+    std::erase_if(lRemoved.mMaps[0].mPaths, [](const ZTSPath& acrPath) { return !acrPath.mIsUsable; });
+    std::erase_if(lRemoved.mLuns,
+                  [](const ZTSLun& acrLun) { return acrLun.mDisk == "sd1" || acrLun.mDisk == "sd3"; });
+    EXPECT_EQ(lMissing(lFailed, lRemoved), "") << "the same are missing";
+    EXPECT_EQ(lMissing(lWhole, lRemoved), ">" + lPair);
+    EXPECT_EQ(lMissing(lRemoved, lWhole), lPair + ">") << "one that comes was one of them";
+    ZTSHostStorage lOther = lRemoved;
+    lOther.mMaps[0].mPaths[0].mIsUsable = false;
+    EXPECT_EQ(lMissing(lRemoved, lOther), "+2>" + missing(0) + " +2");
+    EXPECT_EQ(lMissing({}, lFailed), ">" + lPair) << "a map that comes without them";
+    ZTSHostStorage lAccepted = lRemoved;
+    lAccepted.mMaps[0].mTotal = 2;
+    EXPECT_EQ(lMissing(lFailed, lAccepted), lPair + ">");
+    // Bounded.
+    ZTSHostStorage lNone = many(40);
+    for (ZTSPath& lrPath : lNone.mMaps[0].mPaths) {
+        lrPath.mIsUsable = false;
+    }
+    const std::string lText = lMissing(many(40), lNone);
+    EXPECT_EQ(lText.substr(0, lPair.size() / 2 + 1), ">" + missing(0));
+    EXPECT_TRUE(lText.ends_with(missing(31) + " +8")) << lText;
 }
 
 }  // namespace
