@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "Scenario.h"
-#include "TestSupport.h"
+#include "SimClient.h"
 
 namespace {
 
@@ -10,14 +10,6 @@ ZTSTestEnd runSim(const std::vector<std::string>& acrArguments) {
     std::vector<std::string> lCommand{ZT_VRX_SIM};
     lCommand.insert(lCommand.end(), acrArguments.begin(), acrArguments.end());
     return runChild(lCommand, std::vector<std::string>{"ZT_LIBDFC_SIM_CONTROL"});
-}
-
-std::vector<std::string> shippedScenarios() {
-    std::vector<std::string> lFiles;
-    for (const auto& lrFile : std::filesystem::directory_iterator(ZT_SOURCE_DIR "/libdfc/sim/scenarios")) {
-        lFiles.push_back(lrFile.path());
-    }
-    return lFiles;
 }
 
 }  // namespace
