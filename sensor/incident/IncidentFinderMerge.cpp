@@ -52,7 +52,7 @@ ZTSOpenCase& ZTCCaseGroups::merge(ZTSOpenCase& arOne, ZTSOpenCase& arOther) {
     lrInto.mAgentGone = lrInto.mAgentGone == 0 ? lrFrom.mAgentGone : lrInto.mAgentGone;
     lrInto.mLosses = std::max(lrInto.mLosses, lrFrom.mLosses);
     lrInto.mOpened = std::min(lrInto.mOpened, lrFrom.mOpened);
-    lrInto.mLast = std::max(lrInto.mLast, lrFrom.mLast);
+    goOn(lrOlder, lrFrom.mLast);
     lrOlder.mHasState = lrOlder.mHasState || lrYounger.mHasState;
     lrOlder.mRestored = std::max(lrOlder.mRestored, lrYounger.mRestored);
     if (lrYounger.mIsTold) {

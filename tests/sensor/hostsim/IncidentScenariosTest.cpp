@@ -19,7 +19,7 @@ constexpr char sControllerByFabric[] = ZT_SOURCE_DIR "/sensor/vrx-hostsim/sites/
 
 // Seconds for what takes minutes and days. Only where it is wanted are paths missing for longer than a site
 // bears.
-const Texts sRules = {"times settle=1 quiet=4 close=6 join=5", "collector_silent patience=2"};
+const Texts sRules = {"times settle=1 tell=2 quiet=4 close=6 join=5", "collector_silent patience=2"};
 constexpr char sNoPatience[] = "redundancy_lost patience=3";
 
 // What one would say of it.
@@ -42,14 +42,12 @@ const Row sRows[] = {
     {"io_stall", "closed", "stall of ", "/data and /var/log of applications stood still"},
     {"slow_drain", "closed", "fpin_congestion of array2-A0",
      "The fabric told twice of congestion at array2-A0 .*/data"},
-    {"overload", "closed", "queue_full of array1-A0",
-     "array1-A0 and array1-A1 had a full queue 240 times .*/data"},
+    {"overload", "closed", "queue_full of array1-A0", "array1-A0 and array1-A1 had .* 240 times .*/data"},
     {"target_errors", "closed", "not_ready of array1-A0",
      "array1/A rebooted .*/data .* had 4 of 8 paths for a time"},
-    {"device_errors", "closed", "medium_error of array1-A0",
-     "array1/A reported medium errors 7 times .*/data"},
+    {"device_errors", "closed", "medium_error of array1-A0", "array1/A reported 7 medium errors .*/data"},
     {"login_rejected", "closed", "login_reject of array2-B0",
-     "array2-B0 rejected logins of server1-hba2 6 times .*/data"},
+     "array2-B0 rejected 6 logins of server1-hba2 .*/data"},
     {"resets", "closed", "reset of array2-A0", "array2-A0 was reset 3 times .*/data"},
     {"fabric_change", "quiet", "rscn of array1-A0",
      "Fabric left changed .*: array1-A0 and array2-A0 left it: .*/data .* have 6 of 8 paths left"},
@@ -133,10 +131,10 @@ class Play {
 
     // A line each that is part of no other.
     std::string findIncidents() const {
-        const std::string lText =
-            askScope(mDirectory.getPath(), commandOnStore(getStore(), {"incidents", "--json"}));
+        const Json lIncidents =
+            Json::parse(askScope(mDirectory.getPath(), commandOnStore(getStore(), {"incidents", "--json"})));
         std::string lFound;
-        for (const Json& lrIncident : Json::parse(lText)["incidents"]) {
+        for (const Json& lrIncident : lIncidents["incidents"]) {
             lFound += lrIncident["merged"].is_null() ? textOf(lrIncident) + "\n" : "";
         }
         return lFound;
