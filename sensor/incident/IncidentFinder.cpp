@@ -88,6 +88,7 @@ class ZTCIncidentFinder::Impl {
     /// Signs that are to be looked at up to a moment, and what time changes up to another.
     void advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTimeTo);
     void advance(ZTNanoseconds aTo) { advance(aTo, aTo - latest()); }
+    ZTNanoseconds getDue() const;
     ZTNanoseconds settle() const { return sSeconds(mRules.mTimes.mSettle); }
 
     /// Behind that nothing is remembered of what is in no incident.
@@ -168,6 +169,16 @@ void ZTCIncidentFinder::Impl::advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTim
     forget();
 }
 
+ZTNanoseconds ZTCIncidentFinder::Impl::getDue() const {
+    ZTNanoseconds lDue = mTeller.getDeadline();
+    lDue = lDue < ZTNever ? lDue + latest() + 1 : ZTNever;
+    for (const ZTSNewSign& lrNew : mQueue) {
+        lDue = std::min(lDue, lrNew.mKey);
+    }
+    lDue = mStorages.empty() ? lDue : std::min(lDue, mStorages.begin()->first);
+    return lDue < ZTNever ? lDue + settle() : ZTNever;
+}
+
 void ZTCIncidentFinder::Impl::passStorages(ZTNanoseconds aTo) {
     while (!mStorages.empty() && mStorages.begin()->first <= aTo) {
         mMaps.take(mStorages.begin()->second);
@@ -245,7 +256,7 @@ ZTNanoseconds ZTCIncidentFinder::Impl::lookBack() const {
 }
 
 void ZTCIncidentFinder::Impl::forget() {
-    if (mClock < mForgotAt + sSeconds(mRules.mTimes.mQuiet)) {
+    if (mClock < mForgotAt + sSeconds(mRules.mTimes.mQuiet) && !mBook.isFull()) {
         return;
     }
     mForgotAt = mClock;
@@ -312,6 +323,9 @@ void ZTCIncidentFinder::advance(ZTNanoseconds aNow) {
 }
 void ZTCIncidentFinder::finish(ZTNanoseconds aNow) {
     mpImpl->advance(ZTNever, aNow);
+}
+ZTNanoseconds ZTCIncidentFinder::getDue() const {
+    return mpImpl->getDue();
 }
 ZTSIncidentNews ZTCIncidentFinder::takeNews() {
     return mpImpl->takeNews();

@@ -131,29 +131,33 @@ void ZTCSignBook::leavePlaces(ZTSKnownSign& arSign) {
     arSign.mpInitiator = arSign.mpRemote = arSign.mpController = arSign.mpArray = nullptr;
 }
 
-ZTCSignBook::Signs::iterator ZTCSignBook::erase(Signs::iterator aAt) {
-    leavePlaces(*aAt->second);
-    return mSigns.erase(aAt);
+// Each place is looked through once, however many signs go.
+void ZTCSignBook::forgetUnused(ZTNanoseconds aBefore) {
+    const auto lGoes = [&](const ZTSKnownSign& acrSign) {
+        return acrSign.mHolders == 0 && acrSign.mUsed < aBefore;
+    };
+    for (auto lAt = mPlaces.begin(); lAt != mPlaces.end();) {
+        std::erase_if(lAt->second.mSigns, [&](const ZTSKnownSign* apSign) { return lGoes(*apSign); });
+        lAt = lAt->second.mSigns.empty() ? mPlaces.erase(lAt) : std::next(lAt);
+    }
+    std::erase_if(mSigns, [&](const auto& acrSign) { return lGoes(*acrSign.second); });
 }
 
 void ZTCSignBook::forget(ZTNanoseconds aBefore) {
-    const bool lIsTooMany = mSigns.size() > sMostSigns;
-    std::vector<ZTNanoseconds> lTimes;
-    for (auto lAt = mSigns.begin(); lAt != mSigns.end();) {
-        const ZTSKnownSign& lrSign = *lAt->second;
-        if (lrSign.mHolders == 0 && lrSign.mUsed < aBefore) {
-            lAt = erase(lAt);
-            continue;
-        }
-        if (lIsTooMany && lrSign.mHolders == 0) {
-            lTimes.push_back(lrSign.mUsed);
-        }
-        ++lAt;
+    forgetUnused(aBefore);
+    if (mSigns.size() <= sMostSigns) {
+        return;
     }
-    if (mSigns.size() > sMostSigns && !lTimes.empty()) {
-        const std::size_t lMiddle = lTimes.size() / 2;
-        std::ranges::nth_element(lTimes, lTimes.begin() + static_cast<std::ptrdiff_t>(lMiddle));
-        forget(lTimes[lMiddle] + 1);
+    std::vector<ZTNanoseconds> lTimes;
+    for (const auto& [lHash, lrpSign] : mSigns) {
+        if (lrpSign->mHolders == 0) {
+            lTimes.push_back(lrpSign->mUsed);
+        }
+    }
+    if (!lTimes.empty()) {
+        const auto lMiddle = lTimes.begin() + static_cast<std::ptrdiff_t>(lTimes.size() / 2);
+        std::nth_element(lTimes.begin(), lMiddle, lTimes.end());
+        forgetUnused(*lMiddle + 1);
     }
 }
 
@@ -170,6 +174,10 @@ void ZTCSignBook::setLabels(const ZTPortLabels& acrLabels) {
         lrpSign->mpInitiator = lrpSign->mpRemote = lrpSign->mpController = lrpSign->mpArray = nullptr;
         findPlaces(*lrpSign);
     }
+}
+
+bool ZTCSignBook::isFull() const {
+    return mSigns.size() > sMostSigns;
 }
 
 std::size_t ZTCSignBook::getBytes() const {

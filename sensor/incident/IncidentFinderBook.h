@@ -61,6 +61,8 @@ class ZTCSignBook {
     /// Where signs point may be something else with other names.
     void setLabels(const ZTPortLabels& acrLabels);
     const ZTPortLabels& getLabels() const { return mLabels; }
+    /// There are more than there should be: forget() is due.
+    bool isFull() const;
     std::size_t getBytes() const;
 
     /// Each sign that is known.
@@ -77,7 +79,7 @@ class ZTCSignBook {
     ZTSPlace* placeOf(ZTSKnownSign& arSign, ZTSFocus aFocus);
     void findPlaces(ZTSKnownSign& arSign);
     void leavePlaces(ZTSKnownSign& arSign);
-    Signs::iterator erase(Signs::iterator aAt);
+    void forgetUnused(ZTNanoseconds aBefore);
 
     Signs mSigns;
     std::map<ZTSFocus, ZTSPlace> mPlaces;

@@ -24,7 +24,7 @@ std::string sEvidenceSql() {
 // The smallest ids of what is read, a little more than so many at most; 0: all.
 class ZTCSmallest {
   public:
-    explicit ZTCSmallest(std::size_t aLimit) : mLimit(aLimit != 0 ? aLimit : mIds.max_size() / 2) {}
+    explicit ZTCSmallest(std::size_t aLimit) : mLimit(aLimit != 0 ? std::min(aLimit, Most) : Most) {}
 
     void add(std::uint64_t aId) {
         mIds.push_back(aId);
@@ -41,14 +41,16 @@ class ZTCSmallest {
     // Intervals of one series may overlap.
     void cut() {
         std::ranges::sort(mIds);
-        mIds.erase(std::ranges::unique(mIds).begin(), mIds.end());
+        mIds.erase(std::unique(mIds.begin(), mIds.end()), mIds.end());
         mIds.resize(std::min(mIds.size(), mLimit));
     }
 
+    static constexpr std::size_t Most = std::numeric_limits<std::size_t>::max() / 2;
     const std::size_t mLimit;
     std::vector<std::uint64_t> mIds;
 };
 
+// The records of one row of evidence after the other, in transactions that are soon over.
 class ZTCEvidenceScan {
   public:
     explicit ZTCEvidenceScan(ZTCStoreReader& arReader)

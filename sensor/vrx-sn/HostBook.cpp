@@ -130,6 +130,14 @@ void ZTCHostBook::seeStorage(ZTSHostStorage aStorage, ZTNanoseconds aTime) {
     }
 }
 
+void ZTCHostBook::accept(const std::vector<std::string>& acrMaps, ZTNanoseconds aTime) {
+    const std::lock_guard lLock(mLock);
+    if (!mIsClosed) {
+        mStorage.accept(acrMaps, aTime);
+        tellStorage();
+    }
+}
+
 void ZTCHostBook::tellStorage() {
     if (!mStorage.haveNews()) {
         return;

@@ -53,6 +53,8 @@ class ZTCHostBook {
 
     /// All of it has been looked at. What is not known of facts stays.
     void seeStorage(ZTSHostStorage aStorage, ZTNanoseconds aTime);
+    /// The paths that these maps have now are all that they are to have.
+    void accept(const std::vector<std::string>& acrMaps, ZTNanoseconds aTime);
     void seeFacts(const ZTSHostFacts& acrFacts, ZTNanoseconds aTime);
     /// They are gone from there then.
     void takeFpins(std::vector<ZTSFpin>& arFpins);

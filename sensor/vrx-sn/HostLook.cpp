@@ -61,6 +61,10 @@ void ZTCHostLook::reload(const std::string& acrNames) {
     mpFiles->wake();
 }
 
+void ZTCHostLook::acceptPaths(const std::vector<std::string>& acrMaps) {
+    mpBook->accept(acrMaps, ZTSMoment::now().mTime);
+}
+
 void ZTCHostLook::seeAgent(ZTCPortBook::Names aPorts) {
     std::sort(aPorts.begin(), aPorts.end());
     aPorts.erase(std::unique(aPorts.begin(), aPorts.end()), aPorts.end());

@@ -35,6 +35,9 @@ class ZTCHostLook {
     /// Reads the names file anew, soon.
     void reload(const std::string& acrNames);
     void setWindows(std::vector<ZTSWindow> aWindows) { mpBook->setWindows(std::move(aWindows)); }
+    /// The paths that these maps have now, by their names, are all that they are to have. Throws
+    /// std::bad_alloc.
+    void acceptPaths(const std::vector<std::string>& acrMaps);
     /// The ports that an answer of the agent lists; those that the host does not show are ports too. Throws
     /// std::bad_alloc.
     void seeAgent(ZTCPortBook::Names aPorts);

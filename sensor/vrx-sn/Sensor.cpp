@@ -21,11 +21,13 @@ using namespace std::chrono_literals;
 
 constexpr std::chrono::seconds sOpenTime = 2s;
 constexpr std::chrono::seconds sStatusEvery = 5s;
+constexpr char sJournal[] = "/run/systemd/journal/socket";
 constexpr int sPriority = -5;  // of the thread that fetches, as nice has it
 
 // An end takes ten seconds at most. Of them the agent has its part first, which may keep an answer back.
 constexpr std::chrono::milliseconds sEndTime = 9500ms;
 constexpr std::chrono::milliseconds sLastFetchTime = 5000ms;
+constexpr std::chrono::milliseconds sIncidentTime = 1000ms;
 constexpr std::chrono::milliseconds sStoreTime = 9000ms;
 
 ZTCSensorDescriptor sMakeEvent() {
@@ -101,12 +103,21 @@ ZTCSensor::ZTCSensor(const ZTSSnOptions& acrOptions, const std::vector<std::stri
       mReload(acrWords),
       mFigures(sRuntimeDirectory()),
       mStatus(mFigures),
-      mBuffer({.mFold = sFoldOf(mOptions)}),
+      mBuffer({.mFold = sFoldOf(mOptions), .mpFeed = &mFeed}),
       mHost(mOptions.mRoot, mOptions.mNames, mBuffer, mrLog),
+      mIncidents({.mHost = mOptions.mHostName,
+                  .mRules = mOptions.mRules,
+                  .mCommand = mOptions.mOnIncident,
+                  .mJournal = arLog.isJournal() ? sJournal : ""},
+                 mFeed, mBuffer, mFigures, mrLog,
+                 [this](const std::vector<std::string>& acrMaps) { mHost.acceptPaths(acrMaps); }),
       mLoop(mOptions, mBuffer, mHost, mFigures, mrLog, [this] { turn(); }),
       mStore(
           sStoreOf(mOptions), mBuffer, mFigures, mrLog,
-          [this](const ZTSStoreStart& acrStart) { takeStart(acrStart); }, [this] { sSet(mBroken); }),
+          [this](const ZTSStoreStart& acrStart) { takeStart(acrStart); }, [this] { sSet(mBroken); },
+          [this](const ZTSStoreRequest& acrRequest, bool aIsMarked) {
+              return mIncidents.ask(acrRequest, aIsMarked);
+          }),
       mCollected(sMakeEvent()) {
     mHost.setWindows(mOptions.mWindows);
     if (!mFigures.getTrouble().empty()) {
@@ -126,6 +137,7 @@ void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
     } catch (const std::bad_alloc&) {
         // Then it is not told what became of the ports meanwhile.
     }
+    mIncidents.setStart(mOptions.mStore, acrStart);
     mLoop.setStart(acrStart);
     // Behind what may fail for want of memory: all of this is done again then.
     if (acrStart.mWasInUse && !mIsOtherTold) {
@@ -277,6 +289,7 @@ void ZTCSensor::reload() {
         mBuffer.setFold(sFoldOf(mOptions));
         mStore.setKeep(mOptions.mKeepDays, mOptions.mKeepBytes);
         mHost.setWindows(mOptions.mWindows);
+        mIncidents.setOptions(mOptions.mRules, mOptions.mOnIncident);
         mHost.reload(mOptions.mNames);
         mrLog.note(ZTSL_Notice, "configuration and names are read anew");
     } catch (const std::exception& lrError) {
@@ -302,6 +315,8 @@ void ZTCSensor::end() {
     mHost.settle();
     mBuffer.closeAll();
     noteSelf(std::to_string(getpid()), "went", "ended");
+    mIncidents.settle(sIncidentTime);
+    const bool lHasToldAll = mIncidents.finish(sIncidentTime);
     const auto lLeft =
         std::chrono::duration_cast<std::chrono::milliseconds>(lBegin + sStoreTime - Clock::now());
     if (!mStore.finish(lLeft)) {
@@ -309,7 +324,7 @@ void ZTCSensor::end() {
                    (mBuffer.getBytes() + 1023) / 1024, mStore.getTrouble().c_str());
         leave(mResult);
     }
-    if (!lHasCollected) {
+    if (!lHasCollected || !lHasToldAll) {
         leave(mResult);
     }
 }

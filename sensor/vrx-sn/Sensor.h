@@ -5,6 +5,8 @@
 
 #include "AgentLoop.h"
 #include "HostLook.h"
+#include "IncidentFeed.h"
+#include "IncidentThread.h"
 #include "Notify.h"
 #include "SnBuffer.h"
 #include "SnFigures.h"
@@ -52,8 +54,10 @@ class ZTCSensor {
     ZTCNotify mNotify;
     ZTCSnFigures mFigures;
     ZTCSnStatus mStatus;
+    ZTCIncidentFeed mFeed;
     ZTCSnBuffer mBuffer;
     ZTCHostLook mHost;
+    ZTCIncidentThread mIncidents;
     ZTCAgentLoop mLoop;
     ZTCStoreThread mStore;
     std::thread mCollecting;

@@ -7,13 +7,16 @@
 #include <set>
 #include <utility>
 
+#include "IncidentFeed.h"
+
 namespace {
 
 constexpr std::size_t sMostRuns = 64;   // that wait; of more the first ones are in the changes alone
 constexpr std::size_t sBatchPart = 16;  // of the limit; so the store's log stays short as well
 constexpr std::size_t sBatchSeries = 2000;
 constexpr std::size_t sHostPart = 8;  // of the limit, for what the host tells
-constexpr std::size_t sLosses = 64;   // for so many kinds there is room in any case
+constexpr std::size_t sIncidentPart = 8;
+constexpr std::size_t sLosses = 64;  // for so many kinds there is room in any case
 
 constexpr ZTNanoseconds sMinute = 60 * ZTSecond;
 constexpr ZTNanoseconds sSpans[] = {sMinute, 60 * sMinute, 24 * 60 * sMinute,
@@ -29,6 +32,15 @@ std::size_t sBytesOf(const ZTSChange& acrChange) {
 
 std::size_t sBytesOf(const ZTSStoreRow& acrRow) {
     return sizeof acrRow + ZTBytesBeside(acrRow.mRecord);
+}
+
+// About: most of it is what its finder has to know, and its symptoms and evidence.
+std::size_t sBytesOf(const ZTSIncident& acrIncident) {
+    return 2 * sizeof acrIncident + acrIncident.mMemory.size() +
+           acrIncident.mSymptoms.size() * sizeof(ZTSIncidentSymptom) +
+           acrIncident.mEvidence.size() * sizeof(ZTSIncidentEvidence) +
+           acrIncident.mChanges.size() * 2 * sizeof(ZTSChange) +
+           acrIncident.mHits.mLuns.size() * 2 * sizeof(std::string);
 }
 
 // Whose port it is that an event concerns.
@@ -63,7 +75,7 @@ ZTNanoseconds sNow() {
 }  // namespace
 
 ZTCSnBuffer::ZTCSnBuffer(ZTSBufferOptions aOptions)
-    : mFolding(aOptions.mFold), mLimit(aOptions.mLimit), mHost(mLimit / sHostPart) {
+    : mFolding(aOptions.mFold), mLimit(aOptions.mLimit), mpFeed(aOptions.mpFeed), mHost(mLimit / sHostPart) {
     mRuns.reserve(sMostRuns);
     mLosses.reserve(sLosses);
 }
@@ -82,6 +94,10 @@ void ZTCSnBuffer::takeRecords(const ZTSensorScopeData& acrData, const ZTSHostPor
         arRecord.mSeries.mRemote = sRemoteOf(arRecord, acrPorts);
     };
     const ZTCFolding::Namer lNamer(std::ref(lName));
+    if (mpFeed != nullptr) {
+        mpFeed->takeRecords(acrData, lNamer, aNow);
+        std::ranges::for_each(aLosses, [this](const ZTSLoss& acrLoss) { mpFeed->takeLoss(acrLoss); });
+    }
     const std::lock_guard lLock(mMutex);
     bool lHasNews = setRun(std::move(aRun)) || !aLosses.empty();
     for (const ZTSSensorRecordList& lrList : acrData) {
@@ -162,6 +178,9 @@ bool ZTCSnBuffer::setRun(ZTSAgentRun&& arRun) {
 }
 
 void ZTCSnBuffer::takeRun(ZTSAgentRun aRun, std::vector<ZTSLoss> aLosses) {
+    if (mpFeed != nullptr) {
+        std::ranges::for_each(aLosses, [this](const ZTSLoss& acrLoss) { mpFeed->takeLoss(acrLoss); });
+    }
     const std::lock_guard lLock(mMutex);
     setRun(std::move(aRun));
     addLosses(std::move(aLosses));
@@ -169,6 +188,7 @@ void ZTCSnBuffer::takeRun(ZTSAgentRun aRun, std::vector<ZTSLoss> aLosses) {
 }
 
 void ZTCSnBuffer::takeLoss(ZTSLoss aLoss) {
+    mpFeed != nullptr ? mpFeed->takeLoss(aLoss) : void();
     const std::lock_guard lLock(mMutex);
     addLoss(std::move(aLoss));
     hasWork();
@@ -197,6 +217,7 @@ void ZTCSnBuffer::addLoss(ZTSLoss&& arLoss) {
 }
 
 void ZTCSnBuffer::takeChange(ZTSChange aChange) {
+    mpFeed != nullptr ? mpFeed->takeChange(aChange) : void();
     const std::lock_guard lLock(mMutex);
     const std::size_t lBytes = sBytesOf(aChange);
     try {
@@ -212,18 +233,21 @@ void ZTCSnBuffer::takeChange(ZTSChange aChange) {
 }
 
 void ZTCSnBuffer::takePorts(ZTSHostPorts aPorts) {
+    mpFeed != nullptr ? mpFeed->takePorts(aPorts) : void();
     const std::lock_guard lLock(mMutex);
     mPorts = std::move(aPorts);
     hasWork();
 }
 
 void ZTCSnBuffer::takeLabels(ZTPortLabels aLabels) {
+    mpFeed != nullptr ? mpFeed->takeLabels(aLabels) : void();
     const std::lock_guard lLock(mMutex);
     mLabels = std::move(aLabels);
     hasWork();
 }
 
 void ZTCSnBuffer::takeHost(ZTSHostNews aNews) {
+    mpFeed != nullptr ? mpFeed->takeHost(aNews) : void();
     const std::lock_guard lLock(mMutex);
     mHost.take(std::move(aNews));
     hasWork();
@@ -233,6 +257,39 @@ void ZTCSnBuffer::takeFacts(ZTSHostFacts aFacts) {
     const std::lock_guard lLock(mMutex);
     mFacts = std::move(aFacts);
     hasWork();
+}
+
+void ZTCSnBuffer::takeIncidents(ZTSIncidentNews aNews) {
+    const std::lock_guard lLock(mMutex);
+    std::size_t lBytes = 0;
+    for (const ZTSIncident& lrIncident : aNews.mIncidents) {
+        lBytes += sBytesOf(lrIncident);
+    }
+    lBytes += aNews.mBaselines.size() * sizeof(ZTSBaseline);
+    const bool lHasRows = lBytes != 0;
+    try {
+        if (mIncidentBytes + lBytes > mLimit / sIncidentPart) {
+            countIncidents();
+        }
+        if (mIncidentBytes + lBytes > mLimit / sIncidentPart) {
+            throw std::bad_alloc();
+        }
+        aNews.mTo = mMissesIncidents ? 0 : aNews.mTo;
+        mIncidents.join(std::move(aNews));
+        mIncidentBytes += lBytes;
+    } catch (const std::bad_alloc&) {
+        mLostIncidents += aNews.mIncidents.size();
+        mMissesIncidents = true;
+    }
+    lHasRows ? hasWork() : void();
+}
+
+// What has taken the place of another is counted once.
+void ZTCSnBuffer::countIncidents() {
+    mIncidentBytes = mIncidents.mBaselines.size() * sizeof(ZTSBaseline);
+    for (const ZTSIncident& lrIncident : mIncidents.mIncidents) {
+        mIncidentBytes += sBytesOf(lrIncident);
+    }
 }
 
 void ZTCSnBuffer::closeDue(Clock::time_point aNow) {
@@ -323,6 +380,10 @@ std::vector<ZTSChange> ZTCSnBuffer::listLost() const {
         lLost.push_back(
             {lNow, "sensor", "buffer", "changed", "lost_changes", "0", std::to_string(mLostChanges)});
     }
+    if (mLostIncidents != 0) {
+        lLost.push_back(
+            {lNow, "sensor", "buffer", "changed", "lost_incidents", "0", std::to_string(mLostIncidents)});
+    }
     return lLost;
 }
 
@@ -380,6 +441,9 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
     lBatch.mPorts.swap(mPorts);
     lBatch.mLabels.swap(mLabels);
     lBatch.mFacts.swap(mFacts);
+    std::swap(lBatch.mIncidents, mIncidents);
+    mBatchBytes += std::exchange(mIncidentBytes, 0);
+    mLostIncidents = 0;
     mBatchBytes += mHost.getBytes();
     lBatch.mHost = mHost.detach();
     const auto lToldRuns = static_cast<std::ptrdiff_t>(limitRuns(lBatch.mAgents, lLeft));

@@ -10,9 +10,12 @@
 #include "SensorMessages.h"
 #include "StoreBatch.h"
 
+class ZTCIncidentFeed;
+
 struct ZTSBufferOptions {
     ZTSFoldOptions mFold;
     std::size_t mLimit = std::size_t{64} << 20;  ///< bytes, of rows and of a batch that is not stored yet
+    ZTCIncidentFeed* mpFeed = nullptr;           ///< is given all that is taken; null: nobody is
 };
 
 /// Between those who learn of something and the store's thread. Any thread; its lock is held for moments.
@@ -46,7 +49,9 @@ class ZTCSnBuffer {
     /// rest is counted, and told in rows of changes ("sensor", "buffer", "lost_fpins").
     void takeHost(ZTSHostNews aNews);
     void takeFacts(ZTSHostFacts aFacts);
-    /// What has become of incidents: of each the newest waits.
+    /// What has become of incidents: of each the newest waits. What finds no room is counted, and told in a
+    /// row of changes ("lost_incidents"); from when on is to be looked at again stays as it was then. How far
+    /// was looked waits for something else to be stored with.
     void takeIncidents(ZTSIncidentNews aNews);
     /// Closes the rows whose time is over, so that this is stored too.
     void closeDue(Clock::time_point aNow);
@@ -93,7 +98,8 @@ class ZTCSnBuffer {
     static std::size_t limitRuns(std::vector<ZTSAgentRun>& arRuns, std::uint64_t aLeft);
     std::vector<ZTSChange> copyChanges() const;
     std::vector<ZTSChange> listLost() const;
-    std::size_t countOthers() const { return mChangeBytes + mHost.getBytes(); }
+    std::size_t countOthers() const { return mChangeBytes + mHost.getBytes() + mIncidentBytes; }
+    void countIncidents();
     void noteDetached(ZTSStoreBatch& arBatch, std::uint64_t aNextId);
     std::uint64_t getClosedTo();
 
@@ -102,6 +108,7 @@ class ZTCSnBuffer {
     std::condition_variable mAllIsStored;
     ZTCFolding mFolding;
     std::size_t mLimit;
+    ZTCIncidentFeed* const mpFeed;
     std::vector<ZTSAgentRun> mRuns;  // never more than there was room for at the begin
     Run mKnown;
     std::vector<ZTSLoss> mLosses;
@@ -113,6 +120,10 @@ class ZTCSnBuffer {
     std::optional<ZTPortLabels> mLabels;
     ZTCHostBacklog mHost;
     std::optional<ZTSHostFacts> mFacts;
+    ZTSIncidentNews mIncidents;
+    std::size_t mIncidentBytes = 0;
+    std::uint64_t mLostIncidents = 0;
+    bool mMissesIncidents = false;  // some were lost: how far was looked is told no more
     bool mHasWork = false;
     bool mIsWoken = false;
     bool mIsDetached = false;  // a batch is on its way into the store

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "Incident.h"
 #include "StatisticsBlock.h"
 
 namespace {
@@ -43,7 +44,27 @@ constexpr const char* sNames[] = {
     "lost_messages_total",
     "requests_total",
     "longest_slice_ns",
+    "incidents",
+    "incidents_collector_silent",
+    "incidents_port_down",
+    "incidents_redundancy_lost",
+    "incidents_link_flap",
+    "incidents_link_degraded",
+    "incidents_fabric_change",
+    "incidents_slow_drain",
+    "incidents_target_errors",
+    "incidents_device_errors",
+    "incidents_login_rejected",
+    "incidents_overload",
+    "incidents_resets",
+    "incidents_io_stall",
+    "incidents_told_total",
+    "incident_events_lost_total",
+    "commands_total",
+    "commands_failed_total",
+    "commands_dropped_total",
 };
+static_assert(ZTSN_LastIncidents - ZTSN_FirstIncidents + 1 == static_cast<int>(ZTEIncidentClass::Count));
 static_assert(std::size(sNames) == ZTSN_Count && ZTSN_Count <= ZTSStatisticsBlock::MaxRows);
 
 constexpr std::size_t sSize = ZTSStatisticsBlock::Size;

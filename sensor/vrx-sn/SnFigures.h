@@ -38,6 +38,14 @@ enum ZTESnFigure : unsigned char {
     ZTSN_LostMessages,      // lost_messages_total: of the kernel's
     ZTSN_Requests,          // requests_total
     ZTSN_LongestSlice,      // longest_slice_ns: of a look at the storage, processor time
+    ZTSN_Incidents,         // incidents: that are not closed
+    ZTSN_FirstIncidents,  // incidents_CLASS: of them; a row for each class, in the order of ZTEIncidentClass
+    ZTSN_LastIncidents = ZTSN_FirstIncidents + 12,
+    ZTSN_IncidentsTold,    // incidents_told_total: that opened, reopened or got worse
+    ZTSN_IncidentsLost,    // incident_events_lost_total: that were not looked at for incidents
+    ZTSN_Commands,         // commands_total: runs of --on-incident's
+    ZTSN_CommandsFailed,   // commands_failed_total
+    ZTSN_CommandsDropped,  // commands_dropped_total: runs that were not made
     ZTSN_Count
 };
 

@@ -18,6 +18,7 @@ class ZTCSnLog {
     /// A printf literal is the message's name: docs/sensor.md has a row for each from ZTSL_Notice up.
     __attribute__((format(printf, 3, 4))) void note(ZTESnLevel aLevel, const char* apFormat, ...);
     std::uint64_t getLost() const { return mLost; }
+    bool isJournal() const { return mIsJournal; }
 
   private:
     const bool mIsJournal;

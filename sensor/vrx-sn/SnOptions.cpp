@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -22,7 +23,9 @@ constexpr char sDefaultNames[] = "/etc/vrx-sca/names";
 constexpr std::uint64_t sLeastBytes = std::uint64_t{1} << 20;
 constexpr double sLongest = 3600;  // seconds
 constexpr std::size_t sMostWindows = 1000;
-constexpr char sWindow[] = "window";  // the one option that may stand there more than once
+// The options that may stand there more than once.
+constexpr char sWindow[] = "window";
+constexpr char sIncident[] = "incident";
 
 // As they are given: what is in units of people's.
 struct Given {
@@ -31,6 +34,7 @@ struct Given {
     double mFold = 10;
     std::string mKeepBytes = "8G";
     std::vector<std::string> mWindows;
+    std::vector<std::string> mRules;
     std::string mConfig;
 };
 
@@ -115,6 +119,16 @@ std::string sCheckWindow(const std::string& acrText) {
     }
 }
 
+std::string sCheckRule(const std::string& acrText) {
+    try {
+        ZTSIncidentRules lRules = getDefaultRules();
+        applyRule(lRules, acrText);
+        return "";
+    } catch (const std::runtime_error& lrError) {
+        return lrError.what();
+    }
+}
+
 void sDescribe(CLI::App& arProgram, Given& arGiven) {
     ZTSSnOptions& lrOptions = arGiven.mOptions;
     arProgram.set_version_flag("--version", "vrx-sn v" ZT_SENSOR_VERSION, "the version");
@@ -143,6 +157,10 @@ void sDescribe(CLI::App& arProgram, Given& arGiven) {
         ->allow_extra_args(false)
         ->take_all()
         ->check(sCheckWindow);
+    lAdd("--incident", arGiven.mRules, "RULE", "by which rules incidents are found: \"overload off\"")
+        ->allow_extra_args(false)
+        ->take_all()
+        ->check(sCheckRule);
     lAdd("--config", arGiven.mConfig, "FILE", "the configuration (/etc/vrx-sca/vrx-sn.conf, if it is there)")
         ->configurable(false);
     lAdd("--root", lrOptions.mRoot, "DIR", "where sys and proc are looked for (/)")->check(sCheckNotEmpty);
@@ -154,10 +172,10 @@ std::string_view sTrimmed(std::string_view aText) {
     return aText.substr(0, aText.find_last_not_of(lBlanks) + 1);
 }
 
-// What a line of the configuration says of a window. Nothing: it says something else.
-std::optional<std::string> sWindowOf(std::string_view aLine) {
+// What a line of the configuration says of an option. Nothing: it says something of another.
+std::optional<std::string> sValueOf(std::string_view aLine, std::string_view aOption) {
     const std::size_t lEquals = std::min(aLine.find('='), aLine.size());
-    if (lEquals == aLine.size() || sTrimmed(aLine.substr(0, lEquals)) != sWindow) {
+    if (lEquals == aLine.size() || sTrimmed(aLine.substr(0, lEquals)) != aOption) {
         return std::nullopt;
     }
     std::string_view lValue = sTrimmed(aLine.substr(lEquals + 1));
@@ -167,29 +185,35 @@ std::optional<std::string> sWindowOf(std::string_view aLine) {
     return std::string(lValue);
 }
 
-// CLI11 takes the first of several lines for one option, and says nothing. Windows are read here: there may
-// be several, and it would take off the quotes within one too.
+// CLI11 takes the first of several lines for one option, and says nothing. What there may be several of is
+// read here: it would take off the quotes within one too.
 class OnceEach : public CLI::ConfigINI {
   public:
     std::vector<CLI::ConfigItem> from_config(std::istream& arInput) const override {
-        std::vector<std::string> lWindows;
+        std::map<std::string, std::vector<std::string>> lMany;
         std::stringstream lRest;
         for (std::string lLine; std::getline(arInput, lLine); lRest << '\n') {
-            if (auto lWindow = sWindowOf(lLine)) {
-                lWindows.push_back(std::move(*lWindow));
-            } else {
-                lRest << lLine;
-            }
+            takeMany(lLine, lMany) ? void() : void(lRest << lLine);
         }
         std::vector<CLI::ConfigItem> lItems = CLI::ConfigINI::from_config(lRest);
         checkOnce(lItems);
-        if (!lWindows.empty()) {
-            lItems.push_back({{}, sWindow, std::move(lWindows)});
+        for (auto& [lrName, lrValues] : lMany) {
+            lItems.push_back({{}, lrName, std::move(lrValues)});
         }
         return lItems;
     }
 
   private:
+    static bool takeMany(const std::string& acrLine,
+                         std::map<std::string, std::vector<std::string>>& arMany) {
+        for (const char* const lpName : {sWindow, sIncident}) {
+            if (auto lValue = sValueOf(acrLine, lpName)) {
+                arMany[lpName].push_back(std::move(*lValue));
+                return true;
+            }
+        }
+        return false;
+    }
     static void checkOnce(const std::vector<CLI::ConfigItem>& acrItems) {
         std::set<std::string> lNames;
         for (const CLI::ConfigItem& lrItem : acrItems) {
@@ -221,6 +245,9 @@ ZTSSnOptions sFinish(Given& arGiven) {
     }
     for (const std::string& lrWindow : arGiven.mWindows) {
         lrOptions.mWindows.push_back(parseWindow(lrWindow));
+    }
+    for (const std::string& lrRule : arGiven.mRules) {
+        applyRule(lrOptions.mRules, lrRule);
     }
     if (lrOptions.mHostName.empty()) {
         lrOptions.mHostName = sNameOfHost();

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "IncidentRules.h"
 #include "Windows.h"
 
 struct ZTSSnOptions {
@@ -20,6 +21,7 @@ struct ZTSSnOptions {
     std::string mNames;  ///< empty: there are none
     std::string mHostName;
     std::string mOnIncident;
+    ZTSIncidentRules mRules = getDefaultRules();  ///< of incidents
     std::vector<ZTSWindow> mWindows;
     std::string mConfig;  ///< empty: there is none
     std::string mRoot = "/";

@@ -65,6 +65,9 @@ std::string ZTCSnStatus::getText(Clock::time_point aNow, const std::string& acrT
         lText += fmt::format("last fetch {:.1f} s ago", static_cast<double>(lAgo) / 1e9);
     }
     lText += mrFigures.get(ZTSN_AgentUp) != 0 ? "" : ", no agent";
+    if (const std::uint64_t lIncidents = mrFigures.get(ZTSN_Incidents); lIncidents != 0) {
+        lText += ", " + sCounted(lIncidents, "incident");
+    }
     lText += getHostTrouble();
     return lText + (acrTrouble.empty() ? "" : "; the history is not written: " + acrTrouble);
 }

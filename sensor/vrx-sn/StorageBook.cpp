@@ -20,9 +20,9 @@ void ZTCStorageBook::setStart(std::optional<ZTSHostStorage> aStorage, const std:
     }
     Totals lTotals = mTotals;
     std::vector<ZTSChange> lChanges;
-    raise(lTotals, acrGone);
+    raiseStored(lTotals, acrGone);
     if (aStorage) {
-        raise(lTotals, aStorage->mMaps);
+        raiseStored(lTotals, aStorage->mMaps);
     }
     if (hasLooked()) {
         ZTSHostStorage lNow = *mpStorage;
@@ -74,8 +74,37 @@ void ZTCStorageBook::raise(Totals& arTotals, const std::vector<ZTSMap>& acrMaps)
     for (const ZTSMap& lrMap : acrMaps) {
         // While its table is made anew, a map has the disks that have gone beside those that are there now.
         const auto [lAt, lIsNew] = arTotals.try_emplace(sKeyOf(lrMap));
+        Total& lrTotal = lAt->second;
         const auto lPaths = static_cast<std::uint32_t>(lIsNew ? lrMap.mPaths.size() : 0);
-        lAt->second = std::max({lAt->second, lrMap.mTotal, lPaths});
+        lrTotal.mPaths = lrTotal.mIsAccepted ? std::max(lrTotal.mPaths, lrMap.countUsable())
+                                             : std::max({lrTotal.mPaths, lrMap.mTotal, lPaths});
+    }
+}
+
+// Of what the store had: a total that is less than the disks is one that was accepted.
+void ZTCStorageBook::raiseStored(Totals& arTotals, const std::vector<ZTSMap>& acrMaps) {
+    for (const ZTSMap& lrMap : acrMaps) {
+        if (lrMap.mTotal != 0 && lrMap.mTotal < lrMap.mPaths.size()) {
+            arTotals[sKeyOf(lrMap)] = {lrMap.mTotal, true};
+        }
+    }
+    raise(arTotals, acrMaps);
+}
+
+void ZTCStorageBook::accept(const std::vector<std::string>& acrMaps, ZTNanoseconds aTime) {
+    if (!hasLooked()) {
+        return;
+    }
+    Totals lTotals = mTotals;
+    ZTSHostStorage lStorage = *mpStorage;
+    for (ZTSMap& lrMap : lStorage.mMaps) {
+        if (std::ranges::find(acrMaps, lrMap.mName) != acrMaps.end()) {
+            lrMap.mTotal = lrMap.countUsable();
+            lTotals[sKeyOf(lrMap)] = {lrMap.mTotal, true};
+        }
+    }
+    if (lStorage != *mpStorage) {
+        take(lStorage, std::move(lTotals), listStorageChanges(*mpStorage, lStorage, aTime));
     }
 }
 
@@ -93,7 +122,8 @@ void ZTCStorageBook::apply(const Totals& acrTotals, ZTSHostStorage& arStorage) {
     for (ZTSMap& lrMap : arStorage.mMaps) {
         const auto lAt = acrTotals.find(sKeyOf(lrMap));
         if (lAt != acrTotals.end()) {
-            lrMap.mTotal = std::max(lrMap.mTotal, lAt->second);
+            const auto [lPaths, lIsAccepted] = lAt->second;
+            lrMap.mTotal = lIsAccepted ? lPaths : std::max(lrMap.mTotal, lPaths);
         }
     }
 }

@@ -23,6 +23,10 @@ class ZTCStorageBook {
     /// All of it, as it is now. A map whose paths were more once has still that total.
     void see(ZTSHostStorage aStorage, ZTNanoseconds aTime);
 
+    /// The paths that these maps have now, by their names, are all that they are to have. A map with disks
+    /// that cannot be used has a total that is less than its disks, by which that is known at the next start.
+    void accept(const std::vector<std::string>& acrMaps, ZTNanoseconds aTime);
+
     bool hasLooked() const { return mpStorage != nullptr; }
     /// Null before the first look.
     const std::shared_ptr<const ZTSHostStorage>& getStorage() const { return mpStorage; }
@@ -32,9 +36,14 @@ class ZTCStorageBook {
     std::vector<ZTSChange> takeChanges() { return std::exchange(mChanges, {}); }
 
   private:
-    using Totals = std::map<std::string, std::uint32_t>;  // by WWID
+    struct Total {
+        std::uint32_t mPaths = 0;
+        bool mIsAccepted = false;  // only more paths that can be used make it more
+    };
+    using Totals = std::map<std::string, Total>;  // by WWID
 
     static void raise(Totals& arTotals, const std::vector<ZTSMap>& acrMaps);
+    static void raiseStored(Totals& arTotals, const std::vector<ZTSMap>& acrMaps);
     static void limit(Totals& arTotals, const ZTSHostStorage& acrStorage);
     static void apply(const Totals& acrTotals, ZTSHostStorage& arStorage);
     void take(ZTSHostStorage aStorage, Totals aTotals, std::vector<ZTSChange> aChanges);

@@ -40,6 +40,12 @@ void ZTCStoreMove::complete(ZTSStoreBatch& arBatch) const {
         sComplete(arBatch.mHost.mStorage, mHost.mStorage);
         sComplete(arBatch.mHost.mBlindSpots, mHost.mBlindSpots);
         sComplete(arBatch.mHost.mWindows, mHost.mWindows);
+        ZTSIncidentNews lIncidents;
+        for (const auto& [lId, lrIncident] : mIncidents) {
+            lIncidents.mIncidents.push_back(lrIncident);
+        }
+        lIncidents.join(arBatch.mIncidents);
+        arBatch.mIncidents = std::move(lIncidents);
     }
 }
 
@@ -63,4 +69,11 @@ void ZTCStoreMove::stored(const ZTSStoreBatch& acrBatch) {
     sKeep(mHost.mStorage, acrBatch.mHost.mStorage);
     sKeep(mHost.mBlindSpots, acrBatch.mHost.mBlindSpots);
     sKeep(mHost.mWindows, acrBatch.mHost.mWindows);
+    for (const ZTSIncident& lrIncident : acrBatch.mIncidents.mIncidents) {
+        if (lrIncident.mState == ZTEIncidentState::Closed) {
+            mIncidents.erase(lrIncident.mId);
+        } else {
+            mIncidents[lrIncident.mId] = lrIncident;
+        }
+    }
 }

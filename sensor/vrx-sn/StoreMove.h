@@ -1,13 +1,14 @@
 // What a new store lacks when the one before it was set aside in the middle of a run.
 #pragma once
 
+#include <map>
 #include <set>
 
 #include "StoreBatch.h"
 
 /// Rows that are open then come into the new one with all their occurrences, so that what is added to them
-/// later finds them; and so do the last run of the agent, the ports and their names, and how the host stands
-/// otherwise. One thread.
+/// later finds them; and so do the last run of the agent, the ports and their names, incidents that are not
+/// closed, and how the host stands otherwise. One thread.
 class ZTCStoreMove {
   public:
     /// A new store is begun: it has none of the rows before this one.
@@ -27,4 +28,5 @@ class ZTCStoreMove {
     std::optional<ZTPortLabels> mLabels;
     ZTSHostNews mHost;  ///< what is there whole
     std::optional<ZTSHostFacts> mFacts;
+    std::map<std::uint64_t, ZTSIncident> mIncidents;  ///< that are not closed
 };

@@ -39,14 +39,14 @@ ZTNanoseconds sNow() {
 class ZTCStoreThread::Impl {
   public:
     Impl(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
-         Opened aOpened, Failed aFailed)
+         Opened aOpened, Failed aFailed, Asked aAsked)
         : mOptions(std::move(aOptions)),
           mrBuffer(arBuffer),
           mrLog(arLog),
           mOpened(std::move(aOpened)),
           mFailed(std::move(aFailed)),
           mTrouble(arBuffer, arFigures, arLog),
-          mUpkeep(mOptions, arFigures, arLog, mTrouble),
+          mUpkeep(mOptions, arFigures, arLog, mTrouble, std::move(aAsked)),
           mCheckpoints(arLog, mOptions.mLogStays, [this] {
               mIsDamaged = true;
               mrBuffer.wake();
@@ -377,9 +377,9 @@ class ZTCStoreThread::Impl {
 };
 
 ZTCStoreThread::ZTCStoreThread(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures,
-                               ZTCSnLog& arLog, Opened aOpened, Failed aFailed)
+                               ZTCSnLog& arLog, Opened aOpened, Failed aFailed, Asked aAsked)
     : mpImpl(std::make_unique<Impl>(std::move(aOptions), arBuffer, arFigures, arLog, std::move(aOpened),
-                                    std::move(aFailed))) {}
+                                    std::move(aFailed), std::move(aAsked))) {}
 
 ZTCStoreThread::~ZTCStoreThread() = default;
 

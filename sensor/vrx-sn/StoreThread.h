@@ -20,9 +20,12 @@ class ZTCStoreThread {
     /// opened, or because it can never be used.
     using Opened = std::function<void(const ZTSStoreStart&)>;
     using Failed = std::function<void()>;
+    /// In the store's thread: does what somebody asks for, if it is no note; and whether the store
+    /// has marked an incident with it. False: that is not known.
+    using Asked = std::function<bool(const ZTSStoreRequest&, bool)>;
 
     ZTCStoreThread(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
-                   Opened aOpened, Failed aFailed = nullptr);
+                   Opened aOpened, Failed aFailed = nullptr, Asked aAsked = nullptr);
     /// Waits for both threads: they end in order, or the process is left by another way.
     ~ZTCStoreThread();
     ZTCStoreThread(const ZTCStoreThread&) = delete;

@@ -23,10 +23,11 @@ ZTNanoseconds sNow() {
 }  // namespace
 
 ZTCStoreUpkeep::ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
-                               ZTCStoreTrouble& arTrouble)
+                               ZTCStoreTrouble& arTrouble, Asked aAsked)
     : mrFigures(arFigures),
       mrLog(arLog),
       mrTrouble(arTrouble),
+      mAsked(std::move(aAsked)),
       mDays(acrOptions.mKeepDays),
       mBytes(acrOptions.mKeepBytes) {}
 
@@ -91,9 +92,12 @@ void ZTCStoreUpkeep::takeRequests(ZTCStoreWriter& arWriter) {
     for (const ZTSStoreRequest& lrRequest : arWriter.takeRequests()) {
         if (lrRequest.isNote()) {
             mrFigures.count(ZTSN_Requests);
-        } else {
+        } else if (const bool lIsMarked = arWriter.markIncident(lrRequest);
+                   !mAsked || !mAsked(lrRequest, lIsMarked)) {
+            const std::string lWhat =
+                lrRequest.mWhat + (lrRequest.mSubject.empty() ? "" : " " + lrRequest.mSubject);
             mrLog.note(ZTSL_Warning, "nothing was done for %s, who asked for what is not known: %s",
-                       lrRequest.mWho.c_str(), lrRequest.mWhat.c_str());
+                       lrRequest.mWho.c_str(), lWhat.c_str());
         }
     }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <mutex>
 
 #include "StoreWriter.h"
@@ -14,8 +15,12 @@ class ZTCStoreTrouble;
 /// thread, but setKeep().
 class ZTCStoreUpkeep {
   public:
+    /// Is asked to do what somebody asks for, if it is no note; and whether the store has marked an incident
+    /// with it. False: that is not known.
+    using Asked = std::function<bool(const ZTSStoreRequest&, bool)>;
+
     ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
-                   ZTCStoreTrouble& arTrouble);
+                   ZTCStoreTrouble& arTrouble, Asked aAsked);
 
     /// How long and how much is kept, from now on.
     void setKeep(unsigned int aDays, std::uint64_t aBytes);
@@ -38,6 +43,7 @@ class ZTCStoreUpkeep {
     ZTCSnFigures& mrFigures;
     ZTCSnLog& mrLog;
     ZTCStoreTrouble& mrTrouble;
+    const Asked mAsked;
     std::mutex mLock;  // of what follows
     unsigned int mDays;
     std::uint64_t mBytes;

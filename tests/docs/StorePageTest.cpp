@@ -1,6 +1,10 @@
 // docs/store.md: its tables are those of the store, and its queries run there.
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <algorithm>
+#include <set>
+
+#include "IncidentRows.h"
 #include "LossText.h"
 #include "TestPages.h"
 #include "TestStore.h"
@@ -50,6 +54,27 @@ TEST(StorePage, ItsQueriesRunAndShowWhatItSays) {
         while (lStatement.executeStep()) {
         }
     }
+}
+
+TEST(StorePage, HasWhatTheBodyOfAnIncidentHas) {
+    const SQLite::Database lDatabase(":memory:");
+    ZTSIncident lIncident;
+    lIncident.mCauses.emplace_back();
+    lIncident.mSymptoms.emplace_back();
+    std::set<std::string> lBody;
+    SQLite::Statement lName(lDatabase, "SELECT key FROM json_tree(?) WHERE typeof(key) = 'text'");
+    lName.bind(1, incidentBody(lIncident));
+    while (lName.executeStep()) {
+        lBody.insert(lName.getColumn(0).getString());
+    }
+    std::set<std::string> lPage;
+    for (const ZTTestTexts& lrRow : rowsOf(sPage, "name | what")) {
+        for (const ZTTestTexts& lrName : matchesIn(lrRow.at(0) + lrRow.at(1), "`(\\w+)`")) {
+            lPage.insert(lrName[0]);
+        }
+    }
+    EXPECT_TRUE(std::ranges::includes(lPage, lBody));
+    EXPECT_EQ(lPage.size(), lBody.size());
 }
 
 TEST(StorePage, HasTheReasonsOfLosses) {

@@ -60,6 +60,8 @@ class ZTCIncidentFinder {
     void advance(ZTNanoseconds aNow);
     /// The same without a rest: nothing more comes.
     void finish(ZTNanoseconds aNow);
+    /// When advance() decides something next, unless something is taken before; in the far future: never.
+    ZTNanoseconds getDue() const;
 
     // ---- What came of it, since the last call ----
 

@@ -51,7 +51,7 @@ struct ZTSMap {
     std::string mWwid;  ///< behind "mpath-" in device mapper's uuid
     std::vector<ZTSPath> mPaths;
     /// The most paths that it has had since the history knows it: what has been removed is missing all the
-    /// same. Never less than there are disks of.
+    /// same. Never less than there are disks of, but where somebody has accepted fewer.
     std::uint32_t mTotal = 0;
 
     bool operator==(const ZTSMap&) const = default;

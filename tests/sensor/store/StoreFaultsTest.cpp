@@ -78,6 +78,8 @@ class StoreFaults : public ::testing::Test {
             "measure_minutes) - count(*) FROM measure_hours",
             0);
         lHas("sum(here) FROM luns", mWritten == 0 ? 0 : mWritten % 2 == 0 ? 16 : 8);
+        lHas("sum(last) FROM incident_evidence", mWritten * mWritten);
+        lHas("coalesce(max(value), 0) FROM meta WHERE name = 'incidents_to'", mWritten);
         lHas("count(*) FROM map_paths", mWritten == 0 ? 0 : mWritten % 2 == 0 ? 16 : 8);
     }
 
@@ -88,6 +90,13 @@ class StoreFaults : public ::testing::Test {
             ZTSStoreBatch& lrBatch = lMade[lAt];
             lrBatch = lBatches.make(15);
             lrBatch.mHost = ZTHostBatch(1'700'000'000 + lAt * 3600, 1 + lAt % 2).mHost;
+            ZTSIncident& lrIncident = lrBatch.mIncidents.mIncidents.emplace_back();
+            lrIncident.mId = 1;
+            lrIncident.mLast = lAt * 60 * ZTSecond;
+            for (unsigned int lRow = 0; lRow <= lAt; ++lRow) {
+                lrIncident.mEvidence.push_back({1, 7, ZTTestPort(lRow), {}, "", 0, lAt + 1});
+            }
+            lrBatch.mIncidents.mTo = lAt + 1;
         }
         return lMade;
     }
@@ -261,6 +270,7 @@ TEST_F(StoreFaults, ACommitThatOnlyTheLogsIndexLacksIsNotDoneTwice) {
     ZTSStoreBatch lBatch = lBatches.make(1200);  // more than a part of the index has room for
     lBatch.mLosses = {{1, 2, "agent", "limit", 5, {}}};
     lBatch.mHost = mMade[0].mHost;
+    lBatch.mIncidents = mMade[0].mIncidents;
     lBatch.mNumber = 7;
     unsigned int lWasThere = 0;
     bool lHasFailed = true;

@@ -8,6 +8,7 @@
 #include "Schema.h"
 #include "StoreBatches.h"
 #include "StoreFile.h"
+#include "StoreReader.h"
 #include "StoreWriter.h"
 #include "TestSupport.h"
 
@@ -15,6 +16,19 @@ namespace {
 
 class StoreFile : public ::testing::Test {
   protected:
+    // It has what a new one has.
+    void expectAsNew(SQLite::Database& arStore) const {
+        openStoreToWrite(mDirectory / "new.db");
+        arStore.exec("ATTACH '" + (mDirectory / "new.db") + "' AS new");
+        for (const char* const lpOne : {"main", "new"}) {
+            const std::string lOther = lpOne == std::string("main") ? "new" : "main";
+            EXPECT_EQ(
+                ZTAskStore(arStore, "SELECT count(*) FROM (SELECT name, sql FROM " + std::string(lpOne) +
+                                        ".sqlite_schema EXCEPT SELECT name, sql FROM " + lOther +
+                                        ".sqlite_schema)"),
+                0);
+        }
+    }
     /// What openStoreToWrite() or openStoreToRead() says; empty: it opens.
     template <class Open>
     static std::string refusal(const Open& acrOpen, const std::string& acrPath, ZTEStoreFault aFault) {
@@ -42,6 +56,23 @@ class StoreFile : public ::testing::Test {
 
 std::string sStoreOf(SQLite::Database& arStore) {
     return arStore.execAndGet("SELECT value FROM meta WHERE name = 'store'").getString();
+}
+
+// A file as an older version made it, with something in it.
+void sMakeOld(const std::string& acrPath, std::size_t aVersion, const std::string& acrRows) {
+    SQLite::Database lOld(acrPath, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, 0, usePageSums());
+    int lReserved = static_cast<int>(ZTPageSumSize);
+    sqlite3_file_control(lOld.getHandle(), "main", SQLITE_FCNTL_RESERVE_BYTES, &lReserved);
+    lOld.exec("PRAGMA page_size = 4096; PRAGMA auto_vacuum = INCREMENTAL");
+    lOld.exec(ZTStoreSchema);
+    for (const char* const lpStep : ZTStoreSteps.first(aVersion - 1)) {
+        lOld.exec(lpStep);
+    }
+    lOld.exec(acrRows +
+              "INSERT INTO meta VALUES ('store', 'a-uuid'), ('made', 5), ('last_write', 9), ('host', "
+              "'db7'); PRAGMA user_version = " +
+              std::to_string(aVersion) + "; PRAGMA application_id = " + std::to_string(ZTStoreApplication));
+    lOld.exec("PRAGMA journal_mode = WAL");
 }
 
 }  // namespace
@@ -102,27 +133,16 @@ TEST_F(StoreFile, ANewerVersionIsRefusedAndKept) {
     EXPECT_EQ(readFile(mPath), lBefore);
 }
 
-// As the first version made it, with something in it; nobody reads it before vrx-sn has been at it.
+// Nobody reads it before vrx-sn has been at it.
 TEST_F(StoreFile, AFileOfVersionOneIsBroughtUpToDateWithAllThatItHas) {
-    {
-        SQLite::Database lOld(mPath, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, 0, usePageSums());
-        int lReserved = static_cast<int>(ZTPageSumSize);
-        sqlite3_file_control(lOld.getHandle(), "main", SQLITE_FCNTL_RESERVE_BYTES, &lReserved);
-        lOld.exec("PRAGMA page_size = 4096; PRAGMA auto_vacuum = INCREMENTAL");
-        lOld.exec(ZTStoreSchema);
-        lOld.exec(
-            std::string(
-                "INSERT INTO meta VALUES ('store', 'a-uuid'), ('made', 5), ('last_write', 9), ('host', 'db7');"
-                "INSERT INTO series VALUES (1, 'rscn', 1, 32, 'p', 'n', 'A', '', '', '', 7, 1, 3, 4);"
-                "INSERT INTO records VALUES (1, 1, 3, 4, 7, x'00');"
-                "INSERT INTO member VALUES (1, 1, 'rscn'), (2, 2, 'p'); INSERT INTO hours VALUES (1, 7200, 1, 7);"
-                "INSERT INTO ports VALUES ('10:00:00:00:00:00:00:01', '', 'host3', 'Online', '', '', 5, 'A', 9, 1, "
-                "8); INSERT INTO remote_ports VALUES ('10:00:00:00:00:00:00:01', '50:00:00:00:00:00:00:01', '', '', "
-                "'', 7, 'A', 9, 1);"
-                "PRAGMA user_version = 1; PRAGMA application_id = ") +
-            std::to_string(ZTStoreApplication));
-        lOld.exec("PRAGMA journal_mode = WAL");
-    }
+    sMakeOld(
+        mPath, 1,
+        "INSERT INTO series VALUES (1, 'rscn', 1, 32, 'p', 'n', 'A', '', '', '', 7, 1, 3, 4);"
+        "INSERT INTO records VALUES (1, 1, 3, 4, 7, x'00');"
+        "INSERT INTO member VALUES (1, 1, 'rscn'), (2, 2, 'p'); INSERT INTO hours VALUES (1, 7200, 1, 7);"
+        "INSERT INTO ports VALUES ('10:00:00:00:00:00:00:01', '', 'host3', 'Online', '', '', 5, 'A', 9, 1, "
+        "8); INSERT INTO remote_ports VALUES ('10:00:00:00:00:00:00:01', '50:00:00:00:00:00:00:01', '', '', "
+        "'', 7, 'A', 9, 1);");
     EXPECT_TRUE(contains(refusal(openStoreToRead, mPath, ZTEStoreFault::Busy), "older version"));
     EXPECT_TRUE(contains(refusal(openStoreToAdd, mPath, ZTEStoreFault::Busy), "older version"));
     for (unsigned int lRun = 0; lRun < 2; ++lRun) {
@@ -138,13 +158,35 @@ TEST_F(StoreFile, AFileOfVersionOneIsBroughtUpToDateWithAllThatItHas) {
     }
     SQLite::Database lStore = openStoreToRead(mPath);
     EXPECT_EQ(ZTAskStore(lStore, "SELECT group_concat(last, '') FROM member"), 72000);
-    // It has what a new one has.
-    openStoreToWrite(mDirectory / "new.db");
-    lStore.exec("ATTACH '" + (mDirectory / "new.db") + "' AS new");
-    EXPECT_EQ(ZTAskStore(lStore,
-                         "SELECT count(*) FROM (SELECT name, sql FROM main.sqlite_schema EXCEPT SELECT "
-                         "name, sql FROM new.sqlite_schema)"),
-              0);
+    expectAsNew(lStore);
+}
+
+// Of the second version with records that are kept, and with what its host told; so its incidents begin with
+// the next one.
+TEST_F(StoreFile, AFileOfVersionTwoGetsIncidents) {
+    sMakeOld(
+        mPath, 2,
+        "INSERT INTO series VALUES (1, 'rscn', 1, 32, '50:00:00:00:00:00:00:01', 'n', 'A', '', '', '', 9, 2, 3, "
+        "5); INSERT INTO records VALUES (1, 1, 3, 4, 7, x'00'), (2, 1, 5, 5, 2, x'00');"
+        "INSERT INTO kept VALUES (1, 1); INSERT INTO stalls VALUES (1, 3, 4, 0, 'sdb', '', '/data', 1, 'path');");
+    ZTCStoreWriter lWriter({.mPath = mPath, .mHostName = "db7", .mClockTrust = std::chrono::seconds(0)});
+    const ZTSStoreStart& lrStart = lWriter.getStart();
+    EXPECT_EQ(lrStart.mStore + lrStart.mSetAside, "a-uuid");
+    EXPECT_EQ(lrStart.mStalls.size(), 1U);
+    EXPECT_EQ(lrStart.mIncidents.mNextId, 1U);
+    EXPECT_EQ(lrStart.mIncidents.mTo, 0);
+    ZTSStoreBatch lBatch;
+    ZTSIncident& lrIncident = lBatch.mIncidents.mIncidents.emplace_back();
+    lrIncident.mId = 1;
+    lrIncident.mIsKept = true;
+    lrIncident.mEvidence = {{1, 32, ZTTestPort(1), {}, "A", 5, 5}};
+    lWriter.write(lBatch);
+    ZTCStoreReader lReader(mPath);
+    EXPECT_EQ(lReader.readEvidence(*lReader.readIncident(1), 0), std::vector<std::uint64_t>{2});
+    while (lWriter.retire(1'700'000'000 * ZTSecond)) {
+    }
+    expectAsNew(lReader.getDatabase());
+    EXPECT_EQ(ZTAskStore(lReader.getDatabase(), "SELECT count(*) FROM records"), 2);
 }
 
 TEST_F(StoreFile, StepsBringATableUpToDateOnceAndWhole) {

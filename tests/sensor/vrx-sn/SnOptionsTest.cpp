@@ -78,6 +78,10 @@ TEST(SnOptions, WhatCannotBeUsedIsOneLine) {
         "window=\"host @2 @1\"",
         "window=\"host -2h @1\"",
         "window=\"host @1 @2\"\nwindow=\"host @1\"",
+        "incident=",
+        "incident=\"overload perhaps\"",
+        "incident=\"no_class off\"",
+        "incident=\"overload off\"\nincident=\"overload queue_full=x\"",
     };
     for (const char* const lpConfig : lBad) {
         const std::string lText = refusalOf(lpConfig);
@@ -104,6 +108,19 @@ TEST(SnOptions, ThereMayBeManyWindows) {
     const Words lWords{"--dir", "/d", "--window", "a @5 @6", "--window", "b @5 @6"};
     ASSERT_EQ(parseSnOptions(lWords, lConfig).mWindows.size(), 2U);
     EXPECT_EQ(parseSnOptions(lWords, lConfig).mWindows[0].mWhat, "a");
+}
+
+TEST(SnOptions, ThereMayBeManyRulesOfIncidents) {
+    const std::string lConfig = "incident=\"overload off\"\nfold=3\nincident = times close=300\n";
+    const ZTSSnOptions lOptions = parseSnOptions({"--dir", "/d"}, lConfig);
+    EXPECT_FALSE(lOptions.mRules[ZTEIncidentClass::Overload].mIsOn);
+    EXPECT_EQ(lOptions.mRules.mTimes.mClose, 300U);
+    EXPECT_TRUE(getDefaultRules()[ZTEIncidentClass::Overload].mIsOn);
+    const ZTSSnOptions lLine =
+        parseSnOptions({"--dir", "/d", "--incident", "resets off", "--incident", "io_stall off"}, lConfig);
+    EXPECT_TRUE(lLine.mRules[ZTEIncidentClass::Overload].mIsOn);
+    EXPECT_FALSE(lLine.mRules[ZTEIncidentClass::Resets].mIsOn);
+    EXPECT_FALSE(lLine.mRules[ZTEIncidentClass::IoStall].mIsOn);
 }
 
 TEST(SnOptions, AZeroByteEndsNoLine) {

@@ -20,6 +20,9 @@ ZTSHostStorage storageOf(unsigned int aPaths, unsigned int aUsable, const char* 
 std::string takeChanges(ZTCStorageBook& arBook) {
     std::string lText;
     for (const ZTSChange& lrChange : arBook.takeChanges()) {
+        if (lrChange.mAttribute == "missing") {
+            continue;  // which ones these are
+        }
         lText += std::to_string(lrChange.mTime) + " " + lrChange.mName + " " + lrChange.mEvent + " " +
                  lrChange.mBefore + " > " + lrChange.mAfter + "\n";
     }
@@ -86,6 +89,34 @@ TEST(StorageBook, WhatBecameOfItMeanwhileIsToldWithTheTimeOfTheFirstLook) {
                           : "1 mpatha changed 8 of 8 > 6 of 8\n2 mpatha changed 6 of 8 > 5 of 8\n");
         EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 8U);
         EXPECT_TRUE(lBook.haveNews());
+    }
+}
+
+// Whether the disks of the paths that are gone are still there, or not.
+TEST(StorageBook, PathsThatWereAcceptedAreAllThatThereAre) {
+    for (const unsigned int lDisks : {4U, 8U}) {
+        ZTCStorageBook lBook;
+        lBook.setStart(std::nullopt);
+        lBook.see(storageOf(8, 8), 1);
+        lBook.see(storageOf(lDisks, 4), 2);
+        lBook.accept({"other"}, 3);
+        EXPECT_EQ(takeChanges(lBook).find("3 "), std::string::npos);
+        lBook.accept({"mpatha", "other"}, 4);
+        EXPECT_EQ(lBook.getStorage()->mMaps.at(0).mTotal, 4U);
+        EXPECT_PRED2(contains, takeChanges(lBook), "4 mpatha changed 4 of 8 > 4 of 4\n");
+        const ZTSHostStorage lStored = *lBook.getStorage();
+        // Here, and behind a new start.
+        ZTCStorageBook lNext;
+        lNext.setStart(lStored);
+        for (ZTCStorageBook* const lpBook : {&lBook, &lNext}) {
+            lpBook->see(storageOf(lDisks, 4), 5);
+            EXPECT_EQ(lpBook->getStorage()->mMaps.at(0).mTotal, 4U);
+            lpBook->see(storageOf(lDisks, 3), 6);
+            EXPECT_PRED2(contains, takeChanges(*lpBook), "6 mpatha changed 4 of 4 > 3 of 4\n");
+            lpBook->see(storageOf(8, 6), 7);
+            lpBook->see(storageOf(8, 5), 8);
+            EXPECT_PRED2(contains, takeChanges(*lpBook), "8 mpatha changed 6 of ");
+        }
     }
 }
 
