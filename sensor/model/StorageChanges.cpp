@@ -217,7 +217,7 @@ void sListMissing(const ZTSHostStorage& acrBefore, const ZTSHostStorage& acrAfte
         }
         const std::string lWas = sMissingOf(lrBefore, lOld, lrMap, lNew);
         const std::string lIs = sMissingOf(lrMap, lNew, lrBefore, lOld);
-        if (lWas != lIs) {
+        if (lWas != lIs && (lWas + lIs).find('>') != std::string::npos) {
             lRows.add(lrMap.mName, "changed", "missing", lWas, lIs);
         }
     }

@@ -199,6 +199,7 @@ class Maker {
             if (mVerb == "port-gone") {
                 std::erase_if(mPorts.mLocal, lIsIt);
             } else if (mVerb == "port-back") {
+                std::erase_if(mPorts.mLocal, lIsIt);
                 mPorts.mLocal.push_back(*std::ranges::find_if(mWellPorts.mLocal, lIsIt));
             } else if (const auto lAt = std::ranges::find_if(mPorts.mLocal, lIsIt);
                        lAt != mPorts.mLocal.end()) {

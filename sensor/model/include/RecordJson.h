@@ -29,6 +29,7 @@ struct ZTSRecordPlace {
     const ZTSSeries& mrSeries;
     const ZTPortLabels& mrLabels;
     bool mIsOpen;  ///< it may still grow
+    std::uint64_t mIncident = 0;  ///< that it belongs to; 0: none
 };
 
 // Each writes members into an object that has been begun.
