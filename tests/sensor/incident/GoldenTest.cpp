@@ -45,7 +45,8 @@ std::map<std::string, ZTNanoseconds> sPickShift(const ZTSScenario& acrScenario, 
     std::istringstream lRows(acrScenario.mRows);
     for (std::string lLine; std::getline(lRows, lLine);) {
         std::istringstream lWords(lLine);
-        std::string lTime, lVerb;
+        std::string lTime;
+        std::string lVerb;
         if (lLine.starts_with('+') && lWords >> lTime >> lVerb && lVerb != "end" && lVerb != "ask") {
             lVerbs.push_back(lVerb);
         }
