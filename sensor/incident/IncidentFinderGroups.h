@@ -9,7 +9,8 @@
 
 /// Two that turned out to be one.
 struct ZTSMerged {
-    ZTSIncident mYounger;  ///< as it was
+    ZTSIncident mYounger;
+    ZTSCase mCase;  ///< its own, as it was
     std::uint64_t mInto = 0;
 };
 

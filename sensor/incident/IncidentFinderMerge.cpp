@@ -23,7 +23,7 @@ ZTSOpenCase& ZTCCaseGroups::merge(ZTSOpenCase& arOne, ZTSOpenCase& arOther) {
     ZTSCase& lrInto = lrOlder.mCase;
     ZTSCase& lrFrom = lrYounger.mCase;
     if (lrYounger.isIncident()) {
-        mMerged.push_back({lrYounger.mIncident, lrOlder.mIncident.mId});
+        mMerged.push_back({lrYounger.mIncident, lrYounger.mCase, lrOlder.mIncident.mId});
     }
     lrInto.mClusters.reserve(lrInto.mClusters.size() + lrFrom.mClusters.size());
     lrOlder.mClusters.reserve(lrInto.mClusters.capacity());
