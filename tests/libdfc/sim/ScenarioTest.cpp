@@ -102,7 +102,8 @@ TEST(VrxSim, TheLanguageIsShownWithExamplesThatAreValid) {
 }
 
 // As in real fabrics: an adapter port is in one fabric, and a port beyond it in the same one.
-TEST(Scenario, APortOfThoseThatAreShippedIsSeenByOneAdapter) {
+// Adapters are in one of two fabrics by turns.
+TEST(Scenario, APortOfThoseThatAreShippedIsSeenInOneFabric) {
     for (const std::string& lrFile : shippedScenarios()) {
         std::map<uint64_t, uint64_t> lBoards;
         for (const ZTSSimStatement& lrStatement : readScenarioFile(lrFile)) {
@@ -112,7 +113,7 @@ TEST(Scenario, APortOfThoseThatAreShippedIsSeenByOneAdapter) {
                 }
                 const uint64_t lBoard = lrStatement.getNumber("board");
                 const uint64_t lFirst = lBoards.emplace(lrStatement.getNumber(lpKey), lBoard).first->second;
-                EXPECT_TRUE(lFirst == lBoard && lrStatement.getNumber("boards", 1) == 1) << lrFile;
+                EXPECT_TRUE(lFirst % 2 == lBoard % 2 && lrStatement.getNumber("boards", 1) == 1) << lrFile;
             }
         }
     }
