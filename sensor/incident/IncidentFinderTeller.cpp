@@ -47,7 +47,8 @@ void ZTCCaseTeller::lookAtStale(ZTNanoseconds aNow) {
 
 void ZTCCaseTeller::look(ZTSOpenCase& arCase, ZTNanoseconds aNow) {
     if (!arCase.isClosed()) {
-        const auto lClass = classOf(arCase.mCase, frameAt(aNow));
+        // A sign that comes late takes nothing back of what time alone has decided.
+        const auto lClass = classOf(arCase.mCase, frameAt(std::max(aNow, arCase.mChecked)));
         findHits(arCase);
         for (std::size_t lAt = 0; lAt < arCase.mClusters.size(); ++lAt) {
             ZTSCluster& lrCluster = arCase.mCase.mClusters[lAt];
