@@ -1,6 +1,7 @@
 #include "IncidentLookup.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "IncidentRows.h"
 
@@ -17,36 +18,42 @@ std::map<std::uint64_t, std::uint64_t> sReadMerged(ZTCStoreReader& arReader) {
     return lMerged;
 }
 
+// Those that have evidence of a time, by the index of times: who follows a history asks with all that comes.
+std::vector<std::int64_t> sReadIds(ZTCStoreReader& arReader, ZTNanoseconds aSince, ZTNanoseconds aUntil) {
+    const ZTCStoreSlice lSlice(arReader);
+    SQLite::Statement lRow(arReader.getDatabase(),
+                           "SELECT DISTINCT incident FROM incident_evidence INDEXED BY "
+                           "incident_evidence_by_time WHERE last >= ? AND first <= ? ORDER BY incident");
+    lRow.bind(1, aSince);
+    lRow.bind(2, aUntil);
+    std::vector<std::int64_t> lIds;
+    while (lRow.executeStep()) {
+        lIds.push_back(lRow.getColumn(0).getInt64());
+    }
+    return lIds;
+}
+
 // acrTake(row, incident) for each that overlaps a time.
 template <class Take>
 void sReadEvidence(ZTCStoreReader& arReader, ZTNanoseconds aSince, ZTNanoseconds aUntil,
                    const Take& acrTake) {
     storeCall(arReader.getPath(), [&] {
-        const std::string lTime = " last >= ?1 AND first <= ?2";
-        SQLite::Statement lIncident(
+        SQLite::Statement lRow(
             arReader.getDatabase(),
-            "SELECT DISTINCT incident FROM incident_evidence WHERE incident > ?3 AND" + lTime +
-                " ORDER BY incident");
-        SQLite::Statement lRow(arReader.getDatabase(),
-                               std::string(ZTEvidenceColumns) + " WHERE incident = ?3 AND" + lTime);
-        for (SQLite::Statement* const lpStatement : {&lIncident, &lRow}) {
-            lpStatement->bind(1, aSince);
-            lpStatement->bind(2, aUntil);
-        }
-        std::int64_t lId = 0;
-        for (bool lIsMore = true; lIsMore;) {
-            ZTCStoreSlice lSlice(arReader);
-            lIncident.bind(3, lId);
-            for (bool lIsEnough = false; !lIsEnough && (lIsMore = lIncident.executeStep());) {
-                lId = lIncident.getColumn(0).getInt64();
-                lRow.bind(3, lId);
-                while (lRow.executeStep()) {
-                    acrTake(readStoredEvidence(lRow), static_cast<std::uint64_t>(lId));
-                    lIsEnough |= lSlice.isEnough();
-                }
-                lRow.reset();
+            std::string(ZTEvidenceColumns) + " WHERE incident = ?3 AND last >= ?1 AND first <= ?2");
+        lRow.bind(1, aSince);
+        lRow.bind(2, aUntil);
+        std::optional<ZTCStoreSlice> lSlice;
+        for (const std::int64_t lId : sReadIds(arReader, aSince, aUntil)) {
+            lSlice ? void() : void(lSlice.emplace(arReader));
+            lRow.bind(3, lId);
+            bool lIsEnough = false;
+            while (lRow.executeStep()) {
+                acrTake(readStoredEvidence(lRow), static_cast<std::uint64_t>(lId));
+                lIsEnough |= lSlice->isEnough();
             }
-            lIncident.reset();
+            lRow.reset();
+            lIsEnough ? lSlice.reset() : void();
         }
     });
 }

@@ -8,7 +8,6 @@
 namespace {
 
 constexpr std::size_t sDigits = 2 * ZTSWwn::Size;  // of a world wide name without colons
-constexpr std::size_t sShort = 2;                  // a name as long as that is also a word, or a part of many
 
 // In the order of ZTENamed.
 constexpr const char* sBegins[] = {"host-", "port-",   "array-",  "C",    "F",     "switch-port-",
@@ -24,6 +23,14 @@ bool sIsHex(char aSign) {
 // What words are made of.
 bool sIsOfWord(char aSign) {
     return sIsAlnum(aSign) || aSign == '_' || (aSign & 0x80) != 0;
+}
+
+// A letter, a number, or what a sentence is made of: a name like that is not found in texts.
+bool sIsAWord(std::string_view aName) {
+    constexpr std::string_view lWords[] = {"an", "at", "be", "by", "in", "is", "it", "no", "of", "on", "to"};
+    const bool lIsShort = aName.size() == 1 || (aName.size() == 2 && aName.find_first_not_of("0123456789") ==
+                                                                         std::string_view::npos);
+    return sIsOfWord(aName[0]) && (lIsShort || std::ranges::find(lWords, aName) != std::end(lWords));
 }
 
 // Whether a part of a text is not a part of a longer word.
@@ -119,8 +126,7 @@ std::size_t ZTCPseudonyms::findName(std::string_view aText, std::size_t aAt, std
         const std::string_view lName = (--lAt)->first;
         const std::size_t lSame =
             static_cast<std::size_t>(std::ranges::mismatch(lName, lRest).in1 - lName.begin());
-        const bool lIsShort = lName.size() <= sShort && sIsOfWord(lName[0]);
-        if (lSame == lName.size() && !lIsShort && sIsWhole(aText, aAt, lSame)) {
+        if (lSame == lName.size() && !sIsAWord(lName) && sIsWhole(aText, aAt, lSame)) {
             arPseudonym = lAt->second;
             return lSame;
         }

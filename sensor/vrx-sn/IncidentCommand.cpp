@@ -191,8 +191,13 @@ void ZTCIncidentCommand::execute(const std::string& acrCommand, const std::strin
     int lProcess = 0;
     int lStatus = 0;
     std::string lWhy;
+    if (acrCommand.empty()) {  // since it was to be run
+        return;
+    }
     mrFigures.count(ZTSN_Commands);
-    if (const int lError = spawn(acrCommand, acrText, lProcess); lError != 0) {
+    if (isStuck()) {
+        lWhy = "the one before cannot be killed";
+    } else if (const int lError = spawn(acrCommand, acrText, lProcess); lError != 0) {
         lWhy = strerror(lError);
     } else {
         const bool lIsInTime = waitFor(lProcess, Clock::now() + mTime, true);
@@ -201,6 +206,7 @@ void ZTCIncidentCommand::execute(const std::string& acrCommand, const std::strin
         const bool lIsDead = waitFor(lProcess, Clock::now() + sDeath, false);
         lIsDead ? waitpid(lProcess, &lStatus, 0) : 0;
         if (!lIsDead) {
+            mStuck = lProcess;
             lWhy = "it cannot be killed";
         } else if (!lIsInTime) {
             lWhy = "it took too long, and was killed";
@@ -214,6 +220,15 @@ void ZTCIncidentCommand::execute(const std::string& acrCommand, const std::strin
         mrFigures.count(ZTSN_CommandsFailed);
         mrLog.note(ZTSL_Warning, "the command of --on-incident failed: %s", lWhy.c_str());
     }
+}
+
+// Such a one waits for a disk or a server that does not answer: the next ones would only join it.
+bool ZTCIncidentCommand::isStuck() {
+    if (mStuck != 0 && sHasEnded(mStuck)) {
+        waitpid(mStuck, nullptr, 0);
+        mStuck = 0;
+    }
+    return mStuck != 0;
 }
 
 // 0, or what is wrong.

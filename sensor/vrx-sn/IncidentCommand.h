@@ -43,11 +43,13 @@ class ZTCIncidentCommand {
     void execute(const std::string& acrCommand, const std::string& acrText);
     int spawn(const std::string& acrCommand, const std::string& acrText, int& arProcess) const;
     bool waitFor(int aProcess, Clock::time_point aUntil, bool aHeedsEnd);
+    bool isStuck();
 
     ZTCSnFigures& mrFigures;
     ZTCSnLog& mrLog;
     const std::chrono::milliseconds mTime;
     ZTCSensorDescriptor mEnded;  // an event: the one that runs has less time
+    int mStuck = 0;              // the thread's own: one that was killed and has not died; 0: there is none
 
     mutable std::mutex mLock;  // of what follows
     std::condition_variable mChanged;

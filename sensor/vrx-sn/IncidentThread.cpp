@@ -90,10 +90,18 @@ class ZTCIncidentThread::Impl {
         mrFeed.wake();
     }
 
+    // The store is opened for that, which may take as long as the disk likes: nobody else waits for it.
     void setStart(const std::string& acrPath, const ZTSStoreStart& acrStart) {
-        const std::lock_guard lLock(mLock);
         if (!mHasStart) {
-            mReplay.begin(acrPath, acrStart, mRules);
+            Maps lMaps;
+            for (const ZTSIncident& lrIncident : acrStart.mIncidents.mIncidents) {
+                noteMaps(lMaps, lrIncident);
+            }
+            {
+                const std::lock_guard lLock(mLock);
+                mMapsAtStart = std::move(lMaps);
+            }
+            mReplay.begin(acrPath, acrStart, copyRules());
             mHasStart = true;
             mrFeed.wake();
         }
@@ -131,6 +139,19 @@ class ZTCIncidentThread::Impl {
     }
 
   private:
+    using Maps = std::map<std::uint64_t, std::vector<std::string>>;
+
+    static void noteMaps(Maps& arMaps, const ZTSIncident& acrIncident) {
+        acrIncident.mState != ZTEIncidentState::Closed
+            ? void(arMaps[acrIncident.mId] = acrIncident.mHits.mMaps)
+            : void(arMaps.erase(acrIncident.mId));
+    }
+
+    ZTSIncidentRules copyRules() {
+        const std::lock_guard lLock(mLock);
+        return mRules;
+    }
+
     // ---- Its thread ----
 
     void run() {
@@ -157,8 +178,7 @@ class ZTCIncidentThread::Impl {
         catchUp();
         if (!isWaitingForStart()) {
             if (mpWork == nullptr) {
-                const std::lock_guard lLock(mLock);
-                mpWork = std::make_unique<ZTCIncidentWork>(mRules);
+                mpWork = std::make_unique<ZTCIncidentWork>(copyRules());
             }
             work();
         }
@@ -168,7 +188,9 @@ class ZTCIncidentThread::Impl {
         if (isWaitingForStart()) {
             mrFeed.wait(Clock::time_point::max(), Clock::now() + sReplayLook);
         } else {
-            mrFeed.wait(mWorked + sLeastPause, nextDue());
+            // However long something is due that cannot be done.
+            const auto lNotBefore = mWorked + sLeastPause;
+            mrFeed.wait(lNotBefore, std::max(lNotBefore, nextDue()));
         }
         mWorked = Clock::now();
     }
@@ -207,8 +229,11 @@ class ZTCIncidentThread::Impl {
         mIsTold = mpWork == nullptr;
         mpWork = std::move(lpWork);
         mIsStored = true;
-        const std::lock_guard lLock(mLock);
-        mpWork->getFinder().setRules(mRules);
+        {
+            const std::lock_guard lLock(mLock);
+            mMaps = std::move(mMapsAtStart);
+        }
+        mpWork->getFinder().setRules(copyRules());
     }
 
     // With all that came since. What was told of that meanwhile is not told again.
@@ -275,9 +300,7 @@ class ZTCIncidentThread::Impl {
     void tell() {
         ZTSIncidentNews lNews = mpWork->getFinder().takeNews();
         for (const ZTSIncident& lrIncident : lNews.mIncidents) {
-            lrIncident.mState != ZTEIncidentState::Closed
-                ? void(mMaps[lrIncident.mId] = lrIncident.mHits.mMaps)
-                : void(mMaps.erase(lrIncident.mId));
+            noteMaps(mMaps, lrIncident);
         }
         if (mIsStored && !lNews.isEmpty()) {
             mrBuffer.takeIncidents(std::move(lNews));
@@ -321,10 +344,12 @@ class ZTCIncidentThread::Impl {
     std::condition_variable mChanged;
     ZTSIncidentRules mRules;
     bool mAreRulesNew = false;
-    bool mHasStart = false;
+    Maps mMapsAtStart;
     bool mIsEnding = false;
     bool mHasEnded = false;
     std::uint64_t mTurns = 0;
+
+    bool mHasStart = false;  // the store's thread's
 
     // The thread's own.
     ZTCIncidentTeller mTeller;
@@ -334,7 +359,7 @@ class ZTCIncidentThread::Impl {
     bool mIsTold = true;
     std::deque<std::pair<ZTNanoseconds, ZTSIncidentInput>> mHeld;  // looked at before that
     std::size_t mHeldRows = 0;
-    std::map<std::uint64_t, std::vector<std::string>> mMaps;  // of incidents that are not closed
+    Maps mMaps;  // of incidents that are not closed
     Clock::time_point mWorked;
 
     std::thread mThread;

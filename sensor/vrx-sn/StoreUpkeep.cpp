@@ -1,6 +1,7 @@
 #include "StoreUpkeep.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "SnFigures.h"
@@ -89,16 +90,28 @@ void ZTCStoreUpkeep::work(ZTCStoreWriter& arWriter) {
 }
 
 void ZTCStoreUpkeep::takeRequests(ZTCStoreWriter& arWriter) {
+    std::exception_ptr lpTrouble;
     for (const ZTSStoreRequest& lrRequest : arWriter.takeRequests()) {
         if (lrRequest.isNote()) {
             mrFigures.count(ZTSN_Requests);
-        } else if (const bool lIsMarked = arWriter.markIncident(lrRequest);
-                   !mAsked || !mAsked(lrRequest, lIsMarked)) {
+            continue;
+        }
+        // They are taken, and none of them comes again: what is open is marked as it changes.
+        bool lIsMarked = false;
+        try {
+            lIsMarked = !lpTrouble && arWriter.markIncident(lrRequest);
+        } catch (const std::exception&) {
+            lpTrouble = std::current_exception();
+        }
+        if (!mAsked || !mAsked(lrRequest, lIsMarked)) {
             const std::string lWhat =
                 lrRequest.mWhat + (lrRequest.mSubject.empty() ? "" : " " + lrRequest.mSubject);
             mrLog.note(ZTSL_Warning, "nothing was done for %s, who asked for what is not known: %s",
                        lrRequest.mWho.c_str(), lWhat.c_str());
         }
+    }
+    if (lpTrouble) {
+        std::rethrow_exception(lpTrouble);
     }
 }
 

@@ -116,7 +116,8 @@ TEST(IncidentExport, PseudonymsStandForNamesWhereverTheseAre) {
     for (const auto& [lWhat, lpName] :
          {std::pair(ZTENamed::Map, "data"), std::pair(ZTENamed::Mount, "/data"),
           std::pair(ZTENamed::Volume, "vg-data"), std::pair(ZTENamed::Array, "array"),
-          std::pair(ZTENamed::Fabric, "A"), std::pair(ZTENamed::Fabric, "B"),
+          std::pair(ZTENamed::Fabric, "A"), std::pair(ZTENamed::Fabric, "B"), std::pair(ZTENamed::Map, "u1"),
+          std::pair(ZTENamed::Map, "db"), std::pair(ZTENamed::Map, "of"),
           std::pair(ZTENamed::Volume, "map-1"), std::pair(ZTENamed::User, "\xc3\xa4\xc3\xa4h")}) {
         lNames.of(lWhat, lpName);
     }
@@ -124,6 +125,7 @@ TEST(IncidentExport, PseudonymsStandForNamesWhereverTheseAre) {
         {"", ""},
         {"A reboot of array/A, fabrics A and B", "A reboot of array-1/A, fabrics F1 and F2"},
         {"/data, vg-data, data, database, /database", "/mount-1, volume-1, map-1, database, /database"},
+        {"db and u1: 4 of 12", "map-3 and map-2: 4 of 12"},
         {"db7.site db7 db71 db7-fs", "host-1 host-1 db71 host-1-fs"},
         {"hba1: 10:00:00:25:B5:01:00:01 100000 0x10000025b5010001,",
          "port-1: ff:00:00:00:00:00:00:01 100000 0xff00000000000001,"},

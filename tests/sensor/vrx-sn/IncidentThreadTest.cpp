@@ -175,6 +175,23 @@ TEST(IncidentThread, WhatSomebodyAsksForIsDone) {
     EXPECT_EQ(lSensor.mAccepted, 0U);
 }
 
+TEST(IncidentThread, PathsOfOneFromBeforeTheStartAreAccepted) {
+    const ZTCTestDirectory lDirectory;
+    const std::string lPath = lDirectory / "history.db";
+    ZTSIncident lOld;
+    lOld.mId = 1;
+    lOld.mState = ZTEIncidentState::Quiet;
+    lOld.mOpened = lOld.mLast = secondsAgo(100);
+    lOld.mHits.mMaps = {"data"};
+    ZTSStoreBatch lBatch;
+    lBatch.mIncidents.mIncidents.push_back(lOld);
+    std::make_unique<ZTCStoreWriter>(ZTHostStoreOptions(lPath))->write(lBatch);
+    Sensor lSensor(lPath);
+    addStoreRequest(lPath,
+                    {.mTime = 7, .mWho = "root", .mWhat = "accept", .mSubject = "1", .mText = "so be it"});
+    EXPECT_TRUE(waitUntil([&] { return lSensor.mAccepted == 1; }));
+}
+
 // As a site runs it. The disk stands still when the problem begins.
 TEST(IncidentProgram, IncidentsAreToldWhileTheDiskStandsStill) {
     const ZTCTestDirectory lDirectory;
