@@ -7,8 +7,9 @@
 
 namespace {
 
-constexpr std::size_t sMostUnused = 16384;  // signs for which there is room behind a storm
-constexpr unsigned char sLastOfLink = 12;   // ranks up to there are of the host's ports and links
+constexpr std::size_t sMostUnused = 16384;          // signs for which there is room behind a storm
+constexpr ZTNanoseconds sSetBack = 600 * ZTSecond;  // less than that a clock may be behind for other reasons
+constexpr unsigned char sLastOfLink = 12;           // ranks up to there are of the host's ports and links
 
 ZTNanoseconds sSeconds(unsigned int aSeconds) {
     return aSeconds * ZTSecond;
@@ -88,6 +89,9 @@ class ZTCIncidentFinder::Impl {
     /// Signs that are to be looked at up to a moment, and what time changes up to another.
     void advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTimeTo);
     void advance(ZTNanoseconds aTo) { advance(aTo, aTo - latest()); }
+    /// The host's clock was far ahead, and is not any more.
+    void turnBack(ZTNanoseconds aTo);
+    ZTNanoseconds getClock() const { return mClock; }
     ZTNanoseconds getDue() const;
     ZTNanoseconds settle() const { return sSeconds(mRules.mTimes.mSettle); }
 
@@ -167,6 +171,23 @@ void ZTCIncidentFinder::Impl::advance(ZTNanoseconds aSignsTo, ZTNanoseconds aTim
     mClock = std::max(mClock, std::min(aSignsTo, aTimeTo + latest()));
     passStorages(mClock);
     forget();
+}
+
+// What comes would wait until the clock is there again, and what was open would stay open until then.
+void ZTCIncidentFinder::Impl::turnBack(ZTNanoseconds aTo) {
+    const auto lTurn = [aTo](auto&... arTimes) { ((arTimes = std::min(arTimes, aTo)), ...); };
+    passStorages(ZTNever);
+    mTallies.forgetSeconds();
+    lTurn(mClock, mToldTo, mForgotAt, mKnownTo);
+    for (ZTSNewSign& lrNew : mQueue) {
+        lTurn(lrNew.mKey, lrNew.mFirst, lrNew.mLast);
+    }
+    for (auto& [lNumber, lrpCase] : mGroups.getCases()) {
+        lTurn(lrpCase->mCase.mLast, lrpCase->mRestored, lrpCase->mChecked, lrpCase->mKnownTo,
+              lrpCase->mToldAt, lrpCase->mIncident.mClosed);
+        lrpCase->mTellAt = lrpCase->mTellAt != ZTNever ? std::min(lrpCase->mTellAt, aTo) : ZTNever;
+    }
+    mTeller.lookAtAll(aTo, forgetBehind());
 }
 
 ZTNanoseconds ZTCIncidentFinder::Impl::getDue() const {
@@ -267,8 +288,8 @@ void ZTCIncidentFinder::Impl::forget() {
 
 ZTSIncidentNews ZTCIncidentFinder::Impl::takeNews() {
     ZTSIncidentNews lNews;
+    lNews.mBaselines = mTallies.takeBaselines();  // sums: what gets lost of them comes again
     lNews.mIncidents = mTeller.takeIncidents(mClock);
-    lNews.mBaselines = mTallies.takeBaselines();
     if (mClock > mToldTo) {
         lNews.mTo = mClock - latest();
         mToldTo = mClock;
@@ -319,7 +340,11 @@ bool ZTCIncidentFinder::ask(const ZTSIncidentAsk& acrAsk) {
     return mpImpl->ask(acrAsk);
 }
 void ZTCIncidentFinder::advance(ZTNanoseconds aNow) {
-    mpImpl->advance(aNow - mpImpl->settle());
+    const ZTNanoseconds lTo = aNow - mpImpl->settle();
+    if (lTo < mpImpl->getClock() - sSetBack) {
+        mpImpl->turnBack(lTo);
+    }
+    mpImpl->advance(lTo);
 }
 void ZTCIncidentFinder::finish(ZTNanoseconds aNow) {
     mpImpl->advance(ZTNever, aNow);

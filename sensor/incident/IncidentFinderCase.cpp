@@ -42,6 +42,10 @@ bool sPathIsBack(ZTSCaseMap& arMap, const ZTSNewSign& acrNew) {
     }
     if (acrNew.mTotal != 0) {
         arMap.mMissing.clear();
+    } else if (!acrNew.mpSign->hasPorts()) {
+        // The map itself is no more: nothing of it is missing.
+        arMap.mMissing.clear();
+        arMap.mLeft = arMap.mTotal;
     } else if (arMap.mMissing.erase({lrSign.mInitiator, lrSign.mRemote}) == 0) {
         return false;
     }

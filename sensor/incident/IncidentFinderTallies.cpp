@@ -175,6 +175,13 @@ void ZTCTallies::forget(ZTNanoseconds aBefore) {
     }
 }
 
+void ZTCTallies::forgetSeconds() {
+    for (auto& [lrKey, lrTally] : mTallies) {
+        lrTally.mSeconds.clear();
+        lrTally.mSum = 0;
+    }
+}
+
 std::size_t ZTCTallies::getBytes() const {
     return mTallies.size() * (sizeof(ZTSTally) + 2 * 576);
 }

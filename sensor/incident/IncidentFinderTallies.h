@@ -44,6 +44,8 @@ class ZTCTallies {
     std::vector<ZTSBaseline> takeBaselines();
     /// Nothing that was before that is needed any more.
     void forget(ZTNanoseconds aBefore);
+    /// What was counted of late was counted by another clock.
+    void forgetSeconds();
     std::size_t getBytes() const;
 
   private:

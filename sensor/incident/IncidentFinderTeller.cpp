@@ -20,8 +20,8 @@ ZTNanoseconds sSeconds(unsigned int aSeconds) {
 void ZTCCaseTeller::takeChange(const ZTSChange& acrChange) {
     const auto lAt = std::ranges::upper_bound(mChanges, acrChange.mTime, {}, &ZTSChange::mTime);
     mChanges.insert(lAt, acrChange);
-    while (mChanges.size() > sMostChanges ||
-           mChanges.front().mTime < mChanges.back().mTime - 2 * sSeconds(mrRules.mTimes.mChanges)) {
+    // How old they are says nothing: one clock that was far ahead would leave none of the others.
+    while (mChanges.size() > sMostChanges) {
         mChanges.pop_front();
     }
 }
@@ -167,7 +167,6 @@ void ZTCCaseTeller::lookAtDeadline(ZTNanoseconds aForget) {
         return;
     }
     if (lrCase.mTellAt <= lNow) {
-        lrCase.mTellAt = ZTNever;
         tell(lrCase, lNow);
     }
     if (lrCase.isIncident() && !lrCase.isClosed()) {
@@ -184,7 +183,6 @@ void ZTCCaseTeller::lookAtDeadline(ZTNanoseconds aForget) {
 
 void ZTCCaseTeller::close(ZTSOpenCase& arCase, ZTNanoseconds aTime) {
     if (arCase.mTellAt <= std::max(aTime, firstTelling(arCase))) {
-        arCase.mTellAt = ZTNever;
         tell(arCase, aTime);
     }
     // What it was about to the end is what it was.
@@ -206,7 +204,8 @@ void ZTCCaseTeller::close(ZTSOpenCase& arCase, ZTNanoseconds aTime) {
 void ZTCCaseTeller::remove(ZTSOpenCase& arCase, ZTNanoseconds aNow) {
     if (arCase.isIncident()) {
         mOld.push_back(oldOf(arCase));
-        while (mOld.size() > sMostOld || mOld.front().mClosed + sSeconds(mrRules.mTimes.mSeries) < aNow) {
+        while (!mOld.empty() &&
+               (mOld.size() > sMostOld || mOld.front().mClosed + sSeconds(mrRules.mTimes.mSeries) < aNow)) {
             mOld.pop_front();
         }
         if (arCase.mIsChanged) {
@@ -297,6 +296,7 @@ std::vector<ZTSIncident> ZTCCaseTeller::takeIncidents(ZTNanoseconds aNow) {
         }
     }
     std::vector<ZTSIncident> lIncidents;
+    lIncidents.reserve(mGone.size());
     for (auto& [lId, lrIncident] : mGone) {
         lIncidents.push_back(std::move(lrIncident));
     }

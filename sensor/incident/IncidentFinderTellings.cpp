@@ -23,20 +23,21 @@ void ZTCCaseTeller::tell(ZTSOpenCase& arCase, ZTNanoseconds aNow) {
     if (!arCase.mIsTold || arCase.mIsReopened || lIsWorse) {
         if (const ZTSWindow* const lpWindow = findWindowOf(arCase, aNow)) {
             // What it leaves behind is told when it is over.
-            arCase.mTellAt = std::max(lpWindow->mLast + 1, aNow + sSeconds(mrRules.mTimes.mQuiet));
+            arCase.mTellAt = std::max(lpWindow->mLast, aNow + sSeconds(mrRules.mTimes.mQuiet)) + 1;
             return;
         }
         const ZTSIncident& lrIncident = arCase.mIncident;
         const bool lIsFirst = lrIncident.mSeries == 0 || lrIncident.mSeries == lrIncident.mId;
         const Why lWhy = !arCase.mIsTold ? Why::Opened : arCase.mIsReopened ? Why::Reopened : Why::Worse;
         const bool lIsForCommand = lWhy == Why::Opened ? lIsFirst : lIsWorse;
+        addTelling(arCase, lWhy, lIsForCommand, aNow);  // where there is no memory for it, it is told later
         arCase.mIsTold = true;
         arCase.mIsReopened = false;
         arCase.mToldAt = aNow;
         arCase.mToldHurt.unite(lHurt);
         arCase.mIsChanged = true;
-        addTelling(arCase, lWhy, lIsForCommand, aNow);
     }
+    arCase.mTellAt = ZTNever;
 }
 
 void ZTCCaseTeller::addTelling(ZTSOpenCase& arCase, Why aWhy, bool aIsForCommand, ZTNanoseconds aNow) {
@@ -47,6 +48,9 @@ void ZTCCaseTeller::addTelling(ZTSOpenCase& arCase, Why aWhy, bool aIsForCommand
 
 void ZTCCaseTeller::fill(ZTSOpenCase& arCase, ZTNanoseconds aNow) const {
     ZTSIncident& lrIncident = arCase.mIncident;
+    if (arCase.mClusters.empty()) {
+        return;  // of one whose memory said nothing there is no other story than the one that was told
+    }
     tellStory(arCase.mCase, lrIncident.mClass, frameAt(aNow), lrIncident);
     lrIncident.mOpened = arCase.mCase.mOpened;
     lrIncident.mLast = arCase.mCase.mLast;

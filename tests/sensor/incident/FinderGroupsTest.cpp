@@ -129,11 +129,34 @@ TEST(FinderGroups, AMemoryThatSaysNothingHoldsNothingOpen) {
         lrIncident.mOpened = lrIncident.mLast = sBegin;
         lrIncident.mClass = ZTEIncidentClass::TargetErrors;
         lrIncident.mMemory = lrMemory;
+        lrIncident.mTitle = "as it was told";
         ZTCIncidentFinder lFinder(getDefaultRules());
         lFinder.setStart(lStart);
         lFinder.finish(sBegin + sDay);
         const bool lIsLost = lFinder.countOpen().contains(ZTEIncidentClass::TargetErrors);
         EXPECT_EQ(lIsLost, lrMemory == lWhole) << lrMemory;
+        for (const ZTSIncident& lrNow : lFinder.takeNews().mIncidents) {
+            EXPECT_EQ(lrNow.mTitle == "as it was told", !lIsLost) << lrNow.mTitle;
+        }
         EXPECT_TRUE(lFinder.ask({ZTSIncidentAsk::What::Keep, 7, sBegin + sDay, "", ""}) == lIsLost);
+    }
+}
+
+// It was 2036 once, at the last boot: in the history, or while the finder looked on.
+TEST(FinderGroups, AClockThatWasAheadHoldsNothingUp) {
+    for (const bool lIsStored : {true, false}) {
+        ZTCIncidentFinder lFinder(getDefaultRules());
+        if (lIsStored) {
+            lFinder.setStart({2, {}, {}, sBegin + 3650 * sDay});
+        } else {
+            lFinder.take(sSign(ZTESign::MediumError, sBegin + 3650 * sDay, 2));
+            lFinder.advance(sBegin + 3650 * sDay + 60 * ZTSecond);
+        }
+        lFinder.advance(sBegin);
+        lFinder.take(sSign(ZTESign::TargetLost, sBegin + ZTSecond, 1));
+        lFinder.advance(sBegin + 60 * ZTSecond);
+        EXPECT_EQ(lFinder.countOpen()[ZTEIncidentClass::TargetErrors], 1U) << lIsStored;
+        lFinder.advance(sBegin + 1200 * ZTSecond);
+        EXPECT_EQ(lFinder.countOpen()[ZTEIncidentClass::DeviceErrors], 0U);
     }
 }

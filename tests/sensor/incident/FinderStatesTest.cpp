@@ -8,8 +8,9 @@
 namespace {
 
 // What becomes of incidents: "+0:06 opened! 1 link_flap", and how they end: "1 link_flap closed +1:00".
-std::string sToldIn(const std::string& acrRows, const ZTSStoryPlay& acrPlay = {}) {
-    const ZTCSignStory lStory("at 2026-11-18 10:00\n" + acrRows);
+std::string sToldIn(const std::string& acrRows, const ZTSStoryPlay& acrPlay = {},
+                    const std::string& acrSite = "") {
+    const ZTCSignStory lStory(acrSite + "at 2026-11-18 10:00\n" + acrRows);
     const ZTSStoryEnd lEnd = lStory.play(acrPlay);
     static constexpr const char* sWhys[] = {"opened", "reopened", "worse", "closed"};
     std::string lText;
@@ -72,6 +73,10 @@ TEST(FinderStates, ARepeatOpensItAgainOrIsOneOfItsSeries) {
                                  "2 port_down quiet series 1\n");
     EXPECT_EQ(lTwice("+7d1m30s"),
               lFirst + "opened! 2 port_down\n1 link_flap closed +60\n2 port_down quiet\n");
+    // Where nothing is of a series what is over is forgotten.
+    EXPECT_EQ(
+        sToldIn("+0s port-down host=hba0\n+1s port-up host=hba0\n+1d end\n", {}, "rule times series=0\n"),
+        lFirst + "1 link_flap closed +60\n");
     // Another port is another one.
     EXPECT_EQ(sToldIn("+0s port-down host=hba0\n+1s port-up host=hba0\n+5m port-down host=hba1\n+330s end\n"),
               lFirst + "opened! 2 port_down\n1 link_flap closed +60\n2 port_down open\n");
@@ -85,16 +90,24 @@ TEST(FinderStates, WhatGetsWorseIsTold) {
               "opened! 1 target_errors\nworse! 1 redundancy_lost\nworse! 1 redundancy_lost\n"
               "worse! 1 redundancy_lost\n1 redundancy_lost quiet\n"
               "2 target_errors closed +1202 part of 1\n");
+    // A map that is no more misses nothing.
+    EXPECT_EQ(
+        sToldIn(lLost +
+                "+15m target-back from=array1/A\n+20m change map mpatha \"\" \"4 of 8\" \"\" event=went\n"
+                "+20m change map mpathb \"\" \"4 of 8\" \"\" event=went\n+1h end\n"),
+        "opened! 1 target_errors\nworse! 1 redundancy_lost\nclosed 1 redundancy_lost\n"
+        "1 redundancy_lost closed +1200\n");
     // Back within its time it is a symptom, and no more is told.
     EXPECT_EQ(sToldIn(lLost + "+9m target-back from=array1/A\n+9m paths-back from=array1/A\n+1h end\n"),
               "opened! 1 target_errors\nclosed 1 target_errors\n1 target_errors closed +540\n");
 }
 
 TEST(FinderStates, AWindowIsToldToNobodyAndWhatItLeavesIs) {
-    const auto lIn = [](const std::string& acrRows) {
+    const auto lIn = [](const std::string& acrRows, const char* apRule = "") {
         const ZTCSignStory lStory(
-            "window array1/A 2026-11-18T10:00:00Z 2026-11-18T12:00:00Z \"new firmware\"\n"
-            "at 2026-11-18 10:30\n" +
+            apRule +
+            std::string("window array1/A 2026-11-18T10:00:00Z 2026-11-18T12:00:00Z \"new firmware\"\n"
+                        "at 2026-11-18 10:30\n") +
             acrRows);
         std::string lText;
         const ZTSStoryEnd lEnd = lStory.play();
@@ -111,6 +124,8 @@ TEST(FinderStates, AWindowIsToldToNobodyAndWhatItLeavesIs) {
     EXPECT_EQ(lIn(lReboot + "+4m target-back from=array1/A\n+4h end\n"), "inside");
     EXPECT_EQ(lIn(lReboot + "+80m end\n"), "inside");
     EXPECT_EQ(lIn(lReboot + "+4h end\n"), "90 outside");
+    EXPECT_EQ(lIn("+89m50s check_condition from=array1/A sense=3/11/00\n+3h end\n", "rule times quiet=0\n"),
+              "inside");
     EXPECT_EQ(lIn("+0s check_condition from=array1/B sense=2/04/0a x9\n+50s end\n"), "0 outside");
 }
 
