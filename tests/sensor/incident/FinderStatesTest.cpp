@@ -73,7 +73,7 @@ TEST(FinderStates, ARepeatOpensItAgainOrIsOneOfItsSeries) {
     EXPECT_EQ(lTwice("+7d1m30s"),
               lFirst + "opened! 2 port_down\n1 link_flap closed +60\n2 port_down quiet\n");
     // Another port is another one.
-    EXPECT_EQ(sToldIn("+0s port-down host=hba0\n+1s port-up host=hba0\n+5m port-down host=hba1\n"),
+    EXPECT_EQ(sToldIn("+0s port-down host=hba0\n+1s port-up host=hba0\n+5m port-down host=hba1\n+330s end\n"),
               lFirst + "opened! 2 port_down\n1 link_flap closed +60\n2 port_down open\n");
 }
 
@@ -111,7 +111,7 @@ TEST(FinderStates, AWindowIsToldToNobodyAndWhatItLeavesIs) {
     EXPECT_EQ(lIn(lReboot + "+4m target-back from=array1/A\n+4h end\n"), "inside");
     EXPECT_EQ(lIn(lReboot + "+80m end\n"), "inside");
     EXPECT_EQ(lIn(lReboot + "+4h end\n"), "90 outside");
-    EXPECT_EQ(lIn("+0s check_condition from=array1/B sense=2/04/0a x9\n"), "0 outside");
+    EXPECT_EQ(lIn("+0s check_condition from=array1/B sense=2/04/0a x9\n+50s end\n"), "0 outside");
 }
 
 TEST(FinderStates, WhoAsksIsHeard) {
