@@ -46,6 +46,7 @@ class ZTCIncidentFinder::Impl {
           mGroups(mBook, mMaps, mRules),
           mTeller(mGroups, mMaps, mRules, mBook.getLabels()) {
         mTallies.setRules(mRules);
+        mLookBack = lookBack();
     }
 
     void setStart(ZTSIncidentStart aStart) {
@@ -61,6 +62,7 @@ class ZTCIncidentFinder::Impl {
     void setRules(ZTSIncidentRules aRules) {
         mRules = std::move(aRules);
         mTallies.setRules(mRules);
+        mLookBack = lookBack();
         mBook.each([](ZTSKnownSign& arSign) { arSign.mHasTally = false; });
         mTeller.lookAtAll(mClock, forgetBehind());
     }
@@ -121,6 +123,7 @@ class ZTCIncidentFinder::Impl {
     std::multimap<ZTNanoseconds, ZTSHostStorage> mStorages;  // that stand from then on
     bool mHasStorage = false;
     std::vector<ZTEIncidentClass> mReached;
+    ZTNanoseconds mLookBack = 0;  // for so long a sign waits for what it belongs to
     ZTNanoseconds mClock = 0;     // all up to then has been looked at
     ZTNanoseconds mToldTo = 0;    // the news had that
     ZTNanoseconds mKnownTo = 0;   // what is looked at up to then was known before the start
@@ -206,6 +209,7 @@ void ZTCIncidentFinder::Impl::look(const ZTSNewSign& acrNew) {
         return;
     }
     mReached.clear();
+    mGroups.setForgotten(mClock - mLookBack);
     if (!lrSign.mHasTally) {
         const ZTSSign& lrWhat = lrSign.mSign;
         lrSign.mpTally =
@@ -260,7 +264,8 @@ void ZTCIncidentFinder::Impl::forget() {
         return;
     }
     mForgotAt = mClock;
-    mGroups.forgetWaiting(mClock - lookBack());
+    mGroups.setForgotten(mClock - mLookBack);
+    mGroups.forgetWaiting();
     mBook.forget(mClock - lookBack());
     mTallies.forget(mClock);
 }
