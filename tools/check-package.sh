@@ -236,7 +236,7 @@ inside() {
     says 'vrx-sca v' vrx-sca -v
     says '-D' vrx-sca -h
     says 'vrx-sim check' vrx-sim -h
-    says ': ok' vrx-sim check /usr/share/vrx-sca/scenarios/*.scenario
+    says ': ok' vrx-sim check /usr/share/vrx-sca/scenarios/{,incidents/}*.scenario
     check_unit vrx-sca 0.7
     check_unit vrx-sca 2.8 /usr/share/doc/vrx-sca/examples/vendor-library.conf
     check_agent

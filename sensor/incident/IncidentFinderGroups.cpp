@@ -344,6 +344,17 @@ void ZTCCaseGroups::addPlace(ZTSOpenCase& arCase, std::size_t aCluster, ZTSKnown
     }
 }
 
+// What goes on is not quiet.
+void ZTCCaseGroups::goOn(ZTSOpenCase& arCase, ZTNanoseconds aLast) {
+    if (aLast > arCase.mCase.mLast) {
+        arCase.mCase.mLast = aLast;
+        if (arCase.mIncident.mState == ZTEIncidentState::Quiet) {
+            arCase.mIncident.mState = ZTEIncidentState::Open;
+            setStale(arCase);
+        }
+    }
+}
+
 void ZTCCaseGroups::addSum(ZTSOpenCase& arCase, std::size_t aCluster, const ZTSNewSign& acrNew,
                            bool aIsActive) {
     ZTSKnownSign& lrSign = *acrNew.mpSign;
@@ -388,7 +399,7 @@ void ZTCCaseGroups::addSum(ZTSOpenCase& arCase, std::size_t aCluster, const ZTSN
     arCase.mCase.mOpened = std::min(arCase.mCase.mOpened, acrNew.mFirst);
     arCase.mIsChanged = true;
     if (aIsActive || !lrSign.isWeak()) {
-        arCase.mCase.mLast = std::max(arCase.mCase.mLast, acrNew.mLast);
+        goOn(arCase, acrNew.mLast);
     }
     if (lrSign.isState()) {
         applyState(arCase, acrNew, patience());

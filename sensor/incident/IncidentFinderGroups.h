@@ -9,7 +9,8 @@
 
 /// Two that turned out to be one.
 struct ZTSMerged {
-    ZTSIncident mYounger;  ///< as it was
+    ZTSIncident mYounger;
+    ZTSCase mCase;  ///< its own, as it was
     std::uint64_t mInto = 0;
 };
 
@@ -65,6 +66,7 @@ class ZTCCaseGroups {
     Candidates findCandidates(const ZTSNewSign& acrNew, bool aIsActive) const;
     ZTSOpenCase& open(const ZTSNewSign& acrNew);
     void join(ZTSOpenCase& arCase, std::size_t aCluster, const ZTSNewSign& acrNew, bool aIsActive);
+    void goOn(ZTSOpenCase& arCase, ZTNanoseconds aLast);
     void addSum(ZTSOpenCase& arCase, std::size_t aCluster, const ZTSNewSign& acrNew, bool aIsActive);
     void adopt(ZTSOpenCase& arCase, std::size_t aCluster, const ZTSKnownSign& acrSign);
     void adoptWaiting(ZTSOpenCase& arCase, std::size_t aCluster, ZTSKnownSign& arSign);

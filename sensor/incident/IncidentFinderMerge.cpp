@@ -23,7 +23,7 @@ ZTSOpenCase& ZTCCaseGroups::merge(ZTSOpenCase& arOne, ZTSOpenCase& arOther) {
     ZTSCase& lrInto = lrOlder.mCase;
     ZTSCase& lrFrom = lrYounger.mCase;
     if (lrYounger.isIncident()) {
-        mMerged.push_back({lrYounger.mIncident, lrOlder.mIncident.mId});
+        mMerged.push_back({lrYounger.mIncident, lrYounger.mCase, lrOlder.mIncident.mId});
     }
     lrInto.mClusters.reserve(lrInto.mClusters.size() + lrFrom.mClusters.size());
     lrOlder.mClusters.reserve(lrInto.mClusters.capacity());
@@ -52,7 +52,7 @@ ZTSOpenCase& ZTCCaseGroups::merge(ZTSOpenCase& arOne, ZTSOpenCase& arOther) {
     lrInto.mAgentGone = lrInto.mAgentGone == 0 ? lrFrom.mAgentGone : lrInto.mAgentGone;
     lrInto.mLosses = std::max(lrInto.mLosses, lrFrom.mLosses);
     lrInto.mOpened = std::min(lrInto.mOpened, lrFrom.mOpened);
-    lrInto.mLast = std::max(lrInto.mLast, lrFrom.mLast);
+    goOn(lrOlder, lrFrom.mLast);
     lrOlder.mHasState = lrOlder.mHasState || lrYounger.mHasState;
     lrOlder.mRestored = std::max(lrOlder.mRestored, lrYounger.mRestored);
     if (lrYounger.mIsTold) {

@@ -115,8 +115,9 @@ class Relation {
 
     ZTERelation byPlace(const ZTSKnownSign& acrOther) const {
         if (!mrOne.hasPorts() || !acrOther.hasPorts()) {
-            const bool lIsSame = !mrOne.hasPorts() && !acrOther.hasPorts() &&
-                                 mrOne.mPlaces.front() == acrOther.mPlaces.front();
+            // Of disks also what stands on the same map: it is the map that stands still.
+            const auto lCommon = std::ranges::find_first_of(mrOne.mPlaces, acrOther.mPlaces);
+            const bool lIsSame = !mrOne.hasPorts() && !acrOther.hasPorts() && lCommon != mrOne.mPlaces.end();
             return lIsSame ? ZTERelation::Pair : ZTERelation::None;
         }
         if (isExplained(acrOther) && (mTraits & OfTarget) != 0) {

@@ -219,6 +219,9 @@ void ZTCCaseTeller::remove(ZTSOpenCase& arCase, ZTNanoseconds aNow) {
 void ZTCCaseTeller::takeMerged(ZTNanoseconds aNow) {
     for (ZTSMerged& lrMerged : mrGroups.takeMerged()) {
         ZTSIncident& lrYounger = lrMerged.mYounger;
+        tellStory(lrMerged.mCase, lrYounger.mClass, frameAt(aNow), lrYounger);
+        lrYounger.mOpened = lrMerged.mCase.mOpened;
+        lrYounger.mLast = lrMerged.mCase.mLast;
         lrYounger.mState = ZTEIncidentState::Closed;
         lrYounger.mClosed = aNow;
         lrYounger.mMerged = lrMerged.mInto;

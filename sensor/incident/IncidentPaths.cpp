@@ -47,6 +47,20 @@ bool sIsLikely(const ZTSIncidentCause& acrCause, const std::vector<ZTSIncidentCa
     return std::ranges::find(acrAll, acrCause) != acrAll.end();
 }
 
+// When the first of a map's paths went that are missing because of a cluster: long behind its begin, if they
+// were back meanwhile.
+ZTNanoseconds sLostAt(const ZTSCaseMap& acrMap, const ZTSCluster& acrCluster, ZTNanoseconds aBegin,
+                      ZTNanoseconds aJoin) {
+    ZTNanoseconds lSince = 0;
+    for (const ZTSSignSum& lrSum : acrCluster.mSums) {
+        const auto lAt = acrMap.mMissing.find({lrSum.mSign.mInitiator, lrSum.mSign.mRemote});
+        if (lrSum.mSign.mSign == ZTESign::PathLost && lAt != acrMap.mMissing.end()) {
+            lSince = lSince == 0 ? lAt->second : std::min(lSince, lAt->second);
+        }
+    }
+    return lSince > aBegin + aJoin ? lSince : aBegin;
+}
+
 std::vector<Loss> sListLosses(const ZTSCase& acrCase, const std::string& acrMap,
                               const ZTSStoryFrame& acrFrame) {
     const std::vector<ZTSIncidentCause> lCauses = findCauses(acrCase, acrFrame);
@@ -55,7 +69,9 @@ std::vector<Loss> sListLosses(const ZTSCase& acrCase, const std::string& acrMap,
         if (const std::uint32_t lPaths = sCountPaths(lrCluster, acrMap); lPaths != 0) {
             ZTSIncidentCause lCause = causeOf(acrCase, lrCluster, acrFrame);
             lCause.mIsLikely = lCause.mIsLikely && sIsLikely(lCause, lCauses);
-            lLosses.push_back({lCause.mTime, lPaths, sByText(acrCase, lrCluster, lCause, acrFrame),
+            const ZTNanoseconds lJoin = acrFrame.mrRules.mTimes.mJoin * ZTSecond;
+            const ZTNanoseconds lSince = sLostAt(acrCase.mMaps.at(acrMap), lrCluster, lCause.mTime, lJoin);
+            lLosses.push_back({lSince, lPaths, sByText(acrCase, lrCluster, lCause, acrFrame),
                                isMissing(acrCase.mMaps.at(acrMap), lrCluster)});
         }
     }
@@ -126,15 +142,17 @@ std::string sBackText(const std::string& acrNames, const ZTSCaseMap& acrMap,
                       const std::vector<Loss>& acrLosses) {
     const std::string lBy = acrLosses.empty() ? "" : acrLosses.front().mBy;
     if (acrMap.mLeast == 0 && acrLosses.size() < 2) {
-        return fmt::format("{} lost all paths at {}{}, and had them back at {}", acrNames, minuteText(acrMap.mAllGone),
-                           lBy, minuteText(acrMap.mBack));
+        return fmt::format("{} lost all paths at {}{}, and had them back at {}", acrNames,
+                           minuteText(acrMap.mAllGone), lBy, minuteText(acrMap.mBack));
     }
     if (acrMap.mLeast >= acrMap.mTotal) {
         return fmt::format("{} lacked {} paths{}{}; the {} that are left are accepted", acrNames,
-                           acrLosses.empty() ? 0 : acrLosses.front().mPaths, spanText(acrMap.mSince, acrMap.mBack), lBy, acrMap.mTotal);
+                           acrLosses.empty() ? 0 : acrLosses.front().mPaths,
+                           spanText(acrMap.mSince, acrMap.mBack), lBy, acrMap.mTotal);
     }
-    const std::uint32_t lLeft =
-        acrMap.mLeast == 0 ? acrMap.mTotal - std::min(acrLosses.front().mPaths, acrMap.mTotal) : acrMap.mLeast;
+    const std::uint32_t lLeft = acrMap.mLeast == 0
+                                    ? acrMap.mTotal - std::min(acrLosses.front().mPaths, acrMap.mTotal)
+                                    : acrMap.mLeast;
     return fmt::format("{} had {} of {} paths{}{}{}", acrNames, lLeft, acrMap.mTotal,
                        spanText(acrMap.mSince, acrMap.mBack), lBy, sNoneText(acrMap, acrLosses));
 }

@@ -190,7 +190,18 @@ Words sSpan(const Scene& acrScene) {
             lLast = std::max(lLast, lrSign.mLast);
         }
     }
-    return {acrScene.lasts() ? " since " + minuteText(lFirst) : spanText(lFirst, lLast)};
+    if (acrScene.lasts()) {
+        // What was up meanwhile is down since it went last.
+        ZTNanoseconds lDown = 0;
+        for (const ZTSSignSum& lrSum : acrScene.mrFit.mpCluster->mSums) {
+            const auto lAt = acrScene.mrCase.mDown.find(lrSum.mSign.mInitiator);
+            if (sOpens(acrScene, lrSum.mSign) && lAt != acrScene.mrCase.mDown.end()) {
+                lDown = lDown == 0 ? lAt->second : std::min(lDown, lAt->second);
+            }
+        }
+        return {" since " + minuteText(std::max(lFirst, lDown))};
+    }
+    return {spanText(lFirst, lLast)};
 }
 
 Words sAt(const Scene& acrScene) {

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "SignReader.h"
+#include "WhenText.h"
 
 namespace {
 
@@ -222,7 +223,9 @@ void ZTCSignReader::readSensor(const ZTSChange& acrChange, Signs& arSigns) {
             addGap(lTime, *lCame, acrChange, arSigns);
         }
     } else if (acrChange.mEvent == "went") {
-        addGap(lTime, lTime, acrChange, arSigns);
+        // It was killed: the next one says so, with when the history was last written.
+        const ZTNanoseconds lSeen = readWhen(acrChange.mBefore, lTime, zoneOfUtc).value_or(lTime);
+        addGap(std::min(lSeen, lTime), lTime, acrChange, arSigns);
     } else if (acrChange.mEvent == "came") {
         sRemember(mCame, lTime);
         const auto lBehind = mEnded.lower_bound(lTime);
@@ -238,7 +241,8 @@ void ZTCSignReader::readSensor(const ZTSChange& acrChange, Signs& arSigns) {
 
 void ZTCSignReader::addGap(ZTNanoseconds aFirst, ZTNanoseconds aLast, const ZTSChange& acrChange,
                            Signs& arSigns) const {
-    arSigns.push_back(begin(Sign::SensorGone, acrChange, {}, aFirst == aLast ? acrChange.mAfter : "ended"));
+    arSigns.push_back(
+        begin(Sign::SensorGone, acrChange, {}, acrChange.mEvent == "went" ? acrChange.mAfter : "ended"));
     arSigns.back().mFirst = aFirst;
     arSigns.back().mLast = aLast;
 }

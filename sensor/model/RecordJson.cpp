@@ -162,7 +162,7 @@ void putPlace(ZTCJsonWriter& arJson, const ZTSRecordPlace& acrPlace) {
                       {"target_switch_port", lrTarget.mSwitchPort}});
     arJson.endObject();
     arJson.key("incident");
-    arJson.null();
+    acrPlace.mIncident != 0 ? arJson.number(acrPlace.mIncident) : arJson.null();
 }
 
 void putLoss(ZTCJsonWriter& arJson, const ZTSLoss& acrLoss, std::string_view aHost) {

@@ -88,6 +88,7 @@ class Changes {
     }
 
     ZTCTable::Row rowOf(const ZTSChange& acrChange) const {
+        const ZTSChange lNamed = nameThePortsOf(mFrame.mLabels, acrChange);
         const auto lShown = [](const std::string& acrText) {
             return acrText.empty() ? "-" : toShownText(acrText);
         };
@@ -100,10 +101,10 @@ class Changes {
         const std::string lWindow = windowText(mFrame.windowOf(acrChange));
         return {plainText(toSensorTime(acrChange.mTime), mFrame.mInUtc),
                 lShown(lWhat),
-                lShown(nameThePortsIn(mFrame.mLabels, acrChange.mName)),
+                lShown(lNamed.mName),
                 lShown(lEvent),
-                lShown(acrChange.mBefore),
-                lShown(acrChange.mAfter) + (lWindow.empty() ? "" : ", " + lWindow)};
+                lShown(lNamed.mBefore),
+                lShown(lNamed.mAfter) + (lWindow.empty() ? "" : ", " + lWindow)};
     }
 
     void measure(const ZTSChange& acrChange) {

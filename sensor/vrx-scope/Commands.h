@@ -7,6 +7,7 @@
 
 #include "AnswerFile.h"
 #include "HistoryOptions.h"
+#include "IncidentOptions.h"
 #include "RecordPrinter.h"
 
 /// What the command line says. Times are in seconds.
@@ -26,6 +27,7 @@ struct ZTSScopeOptions {
     double mFor = 0;
     bool mStarts = false;
     ZTSHistoryOptions mHistory;
+    ZTSIncidentOptions mIncident;
 
     ZTEScopeForm getForm() const {
         return mAsJson ? ZTEScopeForm::Json : mAsJsonLines ? ZTEScopeForm::JsonLines : ZTEScopeForm::Table;
@@ -56,6 +58,11 @@ int runPorts(const ZTSScopeOptions& acrOptions);
 int runPaths(const ZTSScopeOptions& acrOptions);
 int runChanges(const ZTSScopeOptions& acrOptions);
 int runNote(const ZTSScopeOptions& acrOptions);
+int runIncidents(const ZTSScopeOptions& acrOptions);
+int runAcknowledge(const ZTSScopeOptions& acrOptions);
+int runKeep(const ZTSScopeOptions& acrOptions);
+int runAccept(const ZTSScopeOptions& acrOptions);
+int runExport(const ZTSScopeOptions& acrOptions);
 
 /// Prints what could not be saved, which the agent no longer has.
 int rescue(const ZTCUnsavedAnswer& acrError, const ZTSScopeOptions& acrOptions);

@@ -1,18 +1,16 @@
 #include <algorithm>
 #include <chrono>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <utility>
 
 #include "Commands.h"
 #include "Failure.h"
-#include "HistoryPrinter.h"
-#include "HistoryQuery.h"
+#include "HistorySources.h"
 #include "HistorySummary.h"
+#include "Incidents.h"
 #include "StoreFollow.h"
 #include "Terminal.h"
-#include "TimeScan.h"
 #include "TimeText.h"
 #include "Waiting.h"
 
@@ -20,97 +18,30 @@ namespace {
 
 constexpr std::chrono::milliseconds sLookEvery(250);
 
-ZTNanoseconds sTimeOf(const ZTSStoredRecord& acrRecord) {
-    return acrRecord.mRecord.mFirst;
-}
-ZTNanoseconds sTimeOf(const ZTSLoss& acrLoss) {
-    return acrLoss.mFirst;
-}
-ZTNanoseconds sTimeOf(const ZTSChange& acrChange) {
-    return acrChange.mTime;
-}
-ZTNanoseconds sTimeOf(const ZTSStoredFpin& acrFpin) {
-    return acrFpin.mFpin.mFirst;
-}
-ZTNanoseconds sTimeOf(const ZTSStoredStall& acrStall) {
-    return acrStall.mStall.mFirst;
-}
-
-// One sort of what a history has, in the order of time.
-class Source {
-  public:
-    virtual ~Source() = default;
-    // When the next one is; nothing behind the last.
-    virtual std::optional<ZTNanoseconds> nextTime() = 0;
-    // Prints it and goes on to the one behind it.
-    virtual void print(ZTCHistoryPrinter& arPrinter) = 0;
-};
-
-// What a walk brings, one by one.
-template <class Scan, class Item>
-class ScanSource : public Source {
-  public:
-    explicit ScanSource(Scan aScan) : mScan(std::move(aScan)) {}
-
-    std::optional<ZTNanoseconds> nextTime() override {
-        while (mAt == mItems.size() && mIsMore) {
-            mItems.clear();
-            mAt = 0;
-            mIsMore = mScan.read(mItems);
-        }
-        return mAt < mItems.size() ? std::optional(sTimeOf(mItems[mAt])) : std::nullopt;
+ZTSHistoryQuery sMakeQuery(const ZTSScopeOptions& acrOptions, ZTCStoreReader& arReader) {
+    const ZTSHistoryOptions& lrHistory = acrOptions.mHistory;
+    ZTSHistoryQuery lQuery =
+        makeQuery(lrHistory, arReader, toNanoseconds(toSensorTime(std::chrono::system_clock::now())),
+                  acrOptions.mInUtc);
+    if (!lrHistory.mIncident.empty()) {
+        askForIncident(followMerges(arReader, readIncidentOf(arReader, lrHistory.mIncident)), lQuery);
     }
-    void print(ZTCHistoryPrinter& arPrinter) override { arPrinter.add(mItems[mAt++]); }
-
-  private:
-    Scan mScan;
-    std::vector<Item> mItems;
-    std::size_t mAt = 0;
-    bool mIsMore = true;
-};
-
-// What of a walk is meant.
-template <class Item, class IsMeant>
-struct Meant {
-    ZTCTimeScan<Item> mScan;
-    IsMeant mIsMeant;
-
-    bool read(std::vector<Item>& arItems) {
-        std::vector<Item> lItems;
-        const bool lIsMore = mScan.read(lItems);
-        std::copy_if(lItems.begin(), lItems.end(), std::back_inserter(arItems), mIsMeant);
-        return lIsMore;
-    }
-};
-
-// The last ones, in one piece.
-template <class Item>
-struct Newest {
-    std::vector<Item> mItems;
-
-    void keep(std::uint64_t aLimit) {
-        if (mItems.size() > aLimit) {
-            mItems.erase(mItems.begin(), mItems.end() - static_cast<std::ptrdiff_t>(aLimit));
-        }
-    }
-    bool read(std::vector<Item>& arItems) {
-        arItems = std::exchange(mItems, {});
-        return false;
-    }
-};
+    return lQuery;
+}
 
 class History {
   public:
     explicit History(const ZTSScopeOptions& acrOptions)
         : mrOptions(acrOptions),
           mReader(std::make_unique<ZTCStoreReader>(acrOptions.mHistory.mStore)),
-          mQuery(makeQuery(acrOptions.mHistory, *mReader,
-                           toNanoseconds(toSensorTime(std::chrono::system_clock::now())), acrOptions.mInUtc)),
+          mQuery(sMakeQuery(acrOptions, *mReader)),
           mPlace(mReader->readPlace()),
           mPrinter(makeHistoryPrinter(acrOptions.getForm(),
                                       {mReader->getHost(), mReader->readLabels(), acrOptions.mInUtc,
-                                       mReader->readWindows(), mQuery.mpBelow},
-                                      mReader->readSeries(), put)) {}
+                                       mReader->readWindows(), mQuery.mpBelow, mpIncidents},
+                                      mReader->readSeries(), put)) {
+        readIncidents(mQuery.mFilter.mSince, mQuery.mFilter.mUntil);
+    }
 
     void run() {
         if (!mrOptions.mHistory.mFollows) {
@@ -139,85 +70,10 @@ class History {
         return lReason == ZTCWaiting::Reason::End;
     }
 
-    template <class Item, class Scan>
-    void addSource(Scan aScan) {
-        mSources.push_back(std::make_unique<ScanSource<Scan, Item>>(std::move(aScan)));
-    }
-
-    template <class IsAskedToEnd>
-    bool printWhatIsThere(const IsAskedToEnd& acrIsAskedToEnd) {
-        listSources();
-        while (Source* const lpNext = findNext()) {
-            if (acrIsAskedToEnd()) {
-                return false;
-            }
-            lpNext->print(*mPrinter);
-        }
-        mSources.clear();  // they hold on to the store, which may be replaced from now on
-        return true;
-    }
-
-    // In the order of a document's lists.
-    void listSources() {
-        ZTSHistoryFilter lAround = mQuery.mFilter;
-        if (mQuery.mTakesRecords) {
-            ZTCRecordScan lScan(*mReader, mQuery.mFilter, mPlace);
-            if (const std::uint64_t lLimit = mrOptions.mHistory.mLimit; lLimit != 0) {
-                if (const auto lBegin = findNewest(*mReader, mQuery.mFilter, mPlace, lLimit)) {
-                    lScan.beginAt(*lBegin);
-                    lAround.mSince = std::max(lAround.mSince, lBegin->mTime);
-                }
-            }
-            addSource<ZTSStoredRecord>(std::move(lScan));
-        }
-        addSource<ZTSLoss>(ZTCLossScan(*mReader, lAround, mPlace));
-        addMeant(ZTCChangeScan(*mReader, lAround, mPlace), [](const ZTSChange&) { return true; });
-        if (mQuery.mTakesFpins) {
-            addMeant(ZTCFpinScan(*mReader, timesOf(lAround), mPlace),
-                     [this](const ZTSStoredFpin& acrFpin) { return mQuery.takes(acrFpin.mFpin); });
-        }
-        if (mQuery.mTakesStalls) {
-            addMeant(ZTCStallScan(*mReader, timesOf(lAround), mPlace),
-                     [this](const ZTSStoredStall& acrStall) { return mQuery.takes(acrStall.mStall); });
-        }
-    }
-
-    static ZTSHistoryFilter timesOf(const ZTSHistoryFilter& acrFilter) {
-        ZTSHistoryFilter lTimes;
-        lTimes.mSince = acrFilter.mSince;
-        lTimes.mUntil = acrFilter.mUntil;
-        return lTimes;
-    }
-
-    // Of a walk what is meant. The limit is that of each, since a host may have few records, or none.
-    template <class Item, class IsMeant>
-    void addMeant(ZTCTimeScan<Item> aScan, IsMeant aIsMeant) {
-        Meant<Item, IsMeant> lMeant{std::move(aScan), std::move(aIsMeant)};
-        const std::uint64_t lLimit = mrOptions.mHistory.mLimit;
-        if (lLimit == 0) {
-            addSource<Item>(std::move(lMeant));
-            return;
-        }
-        Newest<Item> lNewest;
-        for (bool lIsMore = true; lIsMore;) {
-            lIsMore = lMeant.read(lNewest.mItems);
-            lNewest.keep(lLimit);
-        }
-        addSource<Item>(std::move(lNewest));
-    }
-
-    // Whose next one comes next; null: nobody has any more.
-    Source* findNext() {
-        Source* lpNext = nullptr;
-        ZTNanoseconds lNext = 0;
-        for (const auto& lrpSource : mSources) {
-            const auto lTime = lrpSource->nextTime();
-            if (lTime && (lpNext == nullptr || (mPrinter->isMixed() && *lTime <= lNext))) {
-                lpNext = lrpSource.get();
-                lNext = *lTime;
-            }
-        }
-        return lpNext;
+    bool printWhatIsThere(const std::function<bool()>& acrIsAskedToEnd) {
+        // They hold on to the store, which may be replaced from then on.
+        ZTHistorySources lSources = listHistorySources(*mReader, mQuery, mPlace, mrOptions.mHistory.mLimit);
+        return printHistory(lSources, *mPrinter, acrIsAskedToEnd);
     }
 
     void follow(ZTCWaiting& arWaiting) {
@@ -237,6 +93,21 @@ class History {
                 }
             }
         } while (!isAskedToEnd(arWaiting, sLookEvery));
+    }
+
+    // Only JSON names them.
+    void readIncidents(ZTNanoseconds aSince, ZTNanoseconds aUntil) {
+        if (mrOptions.getForm() != ZTEScopeForm::Table) {
+            mpIncidents->read(*mReader, aSince, aUntil);
+        }
+    }
+    void seeIncidents(const std::vector<ZTSStoredRecord>& acrNews) {
+        if (acrNews.empty()) {
+            return;
+        }
+        const auto [lFirst, lLast] = std::ranges::minmax_element(
+            acrNews, {}, [](const ZTSStoredRecord& acrRecord) { return acrRecord.mRecord.mFirst; });
+        readIncidents(lFirst->mRecord.mFirst, lLast->mRecord.mFirst);
     }
 
     // What has come lies on other paths.
@@ -265,6 +136,7 @@ class History {
             if (!mQuery.mTakesRecords) {
                 lNews.mRecords.clear();
             }
+            seeIncidents(lNews.mRecords);
             const auto lPrint = [this](const auto& acrItems) {
                 for (const auto& lrItem : acrItems) {
                     mPrinter->add(lrItem);
@@ -283,9 +155,9 @@ class History {
     std::unique_ptr<ZTCStoreReader> mReader;
     const ZTSHistoryQuery mQuery;
     const ZTSStorePlace mPlace;
+    const std::shared_ptr<ZTCIncidentLookup> mpIncidents = std::make_shared<ZTCIncidentLookup>();
     const std::unique_ptr<ZTCHistoryPrinter> mPrinter;
     ZTCStoreFollow mFollow{mQuery.mFilter, mPlace};
-    std::vector<std::unique_ptr<Source>> mSources;
     std::string mTrouble;
 };
 
@@ -299,6 +171,9 @@ int runHistory(const ZTSScopeOptions& acrOptions) {
     }
     if (lrHistory.mIsSummary && lrHistory.mLimit != 0) {
         throw ZTCScopeUsage("--summary and --limit do not go together");
+    }
+    if (!lrHistory.mIncident.empty() && (lrHistory.mFollows || lrHistory.mIsSummary)) {
+        throw ZTCScopeUsage("--incident goes with neither --follow nor --summary");
     }
     try {
         if (lrHistory.mIsSummary) {

@@ -15,6 +15,7 @@ struct ZTSHistoryOptions {
     std::string mFabric;
     std::string mHost;
     std::uint64_t mLimit = 0;  ///< 0: no limit
+    std::string mIncident;     ///< its id; empty: any, or none
     bool mFollows = false;
     bool mIsSummary = false;
 

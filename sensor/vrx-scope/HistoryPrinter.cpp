@@ -22,7 +22,8 @@ constexpr unsigned int sIndent = 2;
 void sPutStored(ZTCJsonWriter& arJson, const ZTSStoredRecord& acrRecord, const ZTSHistoryFrame& acrFrame) {
     const ZTSRecord& lrRecord = acrRecord.mRecord;
     putRecord(arJson, viewOf(lrRecord));
-    putPlace(arJson, {acrRecord.mId, acrFrame.mHost, lrRecord.mSeries, acrFrame.mLabels, acrRecord.mIsOpen});
+    putPlace(arJson, {acrRecord.mId, acrFrame.mHost, lrRecord.mSeries, acrFrame.mLabels, acrRecord.mIsOpen,
+                      acrFrame.incidentOf(lrRecord)});
     putWindow(arJson, acrFrame.windowOf(lrRecord));
 }
 void sPutStored(ZTCJsonWriter& arJson, const ZTSLoss& acrLoss, const ZTSHistoryFrame& acrFrame) {
@@ -177,8 +178,7 @@ class Tables : public ZTCHistoryPrinter {
                             lossText(acrLoss)));
     }
     void add(const ZTSChange& acrChange) override {
-        ZTSChange lNamed = acrChange;
-        lNamed.mName = nameThePortsIn(mFrame.mLabels, acrChange.mName);
+        const ZTSChange lNamed = nameThePortsOf(mFrame.mLabels, acrChange);
         const std::string lWindow = windowText(mFrame.windowOf(acrChange));
         addNote(plainText(toSensorTime(acrChange.mTime), mFrame.mInUtc) + ": " + changeText(lNamed) +
                 (lWindow.empty() ? "" : ", " + lWindow));
@@ -236,6 +236,10 @@ const ZTSWindow* sWindowOf(const ZTSHistoryFrame& acrFrame, ZTNanoseconds aFirst
 
 }  // namespace
 
+std::uint64_t ZTSHistoryFrame::incidentOf(const ZTSRecord& acrRecord) const {
+    return mIncident != 0 || !mpIncidents ? mIncident : mpIncidents->find(acrRecord);
+}
+
 const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSRecord& acrRecord) const {
     const ZTSSeries& lrSeries = acrRecord.mSeries;
     return findWindow(mWindows, mLabels, acrRecord.mFirst, acrRecord.mLast, lrSeries.mInitiator.mPort,
@@ -253,6 +257,13 @@ const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSStall& acrStall) const {
 
 const ZTSWindow* ZTSHistoryFrame::windowOf(const ZTSChange& acrChange) const {
     return sWindowOf(*this, acrChange.mTime, acrChange.mTime, acrChange);
+}
+
+ZTSChange nameThePortsOf(const ZTPortLabels& acrLabels, ZTSChange aChange) {
+    for (std::string* const lpText : {&aChange.mName, &aChange.mBefore, &aChange.mAfter}) {
+        *lpText = nameThePortsIn(acrLabels, *lpText);
+    }
+    return aChange;
 }
 
 std::string windowText(const ZTSWindow* apWindow) {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 
+#include "IncidentLookup.h"
 #include "PathsBelow.h"
 #include "RecordPrinter.h"
 #include "StoreReader.h"
@@ -14,8 +15,12 @@ struct ZTSHistoryFrame {
     ZTPortLabels mLabels;
     bool mInUtc = false;
     std::vector<ZTSWindow> mWindows{};
-    std::shared_ptr<const ZTCPathsBelow> mpBelow{};  ///< never null where there are windows
+    std::shared_ptr<const ZTCPathsBelow> mpBelow{};          ///< never null where there are windows
+    std::shared_ptr<const ZTCIncidentLookup> mpIncidents{};  ///< null: nobody asks for them
+    std::uint64_t mIncident = 0;                             ///< 0: records are of several, or of none
 
+    /// To which a record belongs; 0: to none.
+    std::uint64_t incidentOf(const ZTSRecord& acrRecord) const;
     // The window of maintenance that something fell into; null: none.
     const ZTSWindow* windowOf(const ZTSRecord& acrRecord) const;
     const ZTSWindow* windowOf(const ZTSFpin& acrFpin) const;
@@ -25,6 +30,9 @@ struct ZTSHistoryFrame {
 
 /// "in maintenance (new firmware)"; empty for none. Fit to be shown.
 std::string windowText(const ZTSWindow* apWindow);
+
+/// The change with the names of ports in place of their numbers, where they have names.
+ZTSChange nameThePortsOf(const ZTPortLabels& acrLabels, ZTSChange aChange);
 
 /// As it comes, in pieces of whole lines. One thread.
 class ZTCHistoryPrinter {

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "HistoryOptions.h"
+#include "IncidentEvidence.h"
 #include "PathsBelow.h"
 #include "StoreReader.h"
 
@@ -15,6 +16,11 @@ struct ZTSHistoryQuery {
     bool mTakesStalls = true;
     /// By which stalls and changes concern ports. Never null; it knows the store where that matters.
     std::shared_ptr<ZTCPathsBelow> mpBelow = std::make_shared<ZTCPathsBelow>();
+
+    /// Only an incident's records; null: all.
+    std::shared_ptr<const ZTCIncidentEvidence> mpEvidence{};
+    /// Changes also of a time before the filter's.
+    ZTNanoseconds mChangesSince = std::numeric_limits<ZTNanoseconds>::max();
 
     bool takes(const ZTSFpin& acrFpin) const;
     bool takes(const ZTSStall& acrStall) const;

@@ -119,6 +119,15 @@ void complain(const std::string& acrText, const std::string& acrLines) {
     std::cerr << "vrx-scope: " << toShownText(acrText) << "\n" << toShownText(acrLines, true) << std::flush;
 }
 
+std::string plainLines(std::string aText) {
+    for (const std::string_view lSequence : {std::string_view(sBold), std::string_view(sPlain)}) {
+        for (std::size_t lAt = 0; isColoured() && (lAt = aText.find(lSequence, lAt)) != aText.npos;) {
+            aText.erase(lAt, lSequence.size());
+        }
+    }
+    return toShownText(aText, true);
+}
+
 std::string bold(const std::string& acrText) {
     return isColoured() ? sBold + acrText + sPlain : acrText;
 }

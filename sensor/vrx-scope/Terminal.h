@@ -24,6 +24,9 @@ void put(const std::string& acrText);
 /// The same to standard error, as one line of the program, and lines behind it.
 void complain(const std::string& acrText, const std::string& acrLines = "");
 
+/// Lines as put() would show them, for a file: without what bold() makes.
+std::string plainLines(std::string aText);
+
 /// The text in bold, where there is colour.
 std::string bold(const std::string& acrText);
 

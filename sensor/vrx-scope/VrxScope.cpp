@@ -13,6 +13,17 @@ namespace {
 
 constexpr double sLongest = 86400;  // seconds
 
+// With commands of commands, which --help-all leaves out by itself.
+class WholeHelp : public CLI::Formatter {
+    std::string make_expanded(const CLI::App* apCommand) const override {
+        std::string lText = CLI::Formatter::make_expanded(apCommand);
+        for (const CLI::App* const lpOwn : apCommand->get_subcommands([](const CLI::App*) { return true; })) {
+            lText += make_expanded(lpOwn);
+        }
+        return lText;
+    }
+};
+
 // A command: what it is called and does, which function does it, and what it takes.
 using Run = int (*)(const ZTSScopeOptions&);
 CLI::App* sAddCommand(CLI::App& arParent, const char* apName, const char* apText, Run aRun, Run& arChosen) {
@@ -84,6 +95,7 @@ void sDescribeHistory(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
     sAddFabric(arCommand, arOptions, "what happened on this fabric");
     arCommand.add_option("--host", arOptions.mHost, "of this host, which must be the store's")
         ->type_name("HOST");
+    arCommand.add_option("--incident", arOptions.mIncident, "the records of this incident")->type_name("ID");
     sAddLimit(arCommand, arOptions, "the newest N records");
     arCommand.add_flag("--follow", arOptions.mFollows, "goes on with what comes, until interrupted");
     arCommand.add_flag("--summary", arOptions.mIsSummary, "sums by kind and port in place of records");
@@ -118,29 +130,74 @@ void sDescribeNote(CLI::App& arCommand, ZTSHistoryOptions& arOptions) {
         ->type_name("SUBJECT");
 }
 
+// What is asked of one incident.
+CLI::App* sAddIncidentCommand(CLI::App& arParent, const char* apName, const char* apText, Run aRun,
+                              ZTSIncidentOptions& arOptions, Run& arChosen) {
+    CLI::App* const lpCommand = sAddCommand(arParent, apName, apText, aRun, arChosen);
+    lpCommand->add_option("id", arOptions.mId, "its id")->type_name("ID")->required();
+    return lpCommand;
+}
+
+void sDescribeIncidents(CLI::App& arCommand, ZTSScopeOptions& arOptions, Run& arChosen) {
+    ZTSIncidentOptions& lrIncident = arOptions.mIncident;
+    arCommand.fallthrough();
+    // It runs behind what its own commands have chosen.
+    arCommand.callback([&arCommand, &arChosen] {
+        arChosen = arCommand.get_subcommands().empty() ? runIncidents : arChosen;
+    });
+    sAddStore(arCommand, arOptions.mHistory);
+    sAddTimes(arCommand, arOptions.mHistory);
+    sAddLimit(arCommand, arOptions.mHistory, "the first N of them");
+    arCommand.add_option("id", lrIncident.mShown, "the one of this id, in full")->type_name("ID");
+    sAddList(arCommand, "--state", lrIncident.mStates, "open, quiet or closed; may be there again", "STATE");
+    sAddList(arCommand, "--class", lrIncident.mClasses, "of this class; may be there again", "CLASS");
+    arCommand.add_flag("--all", lrIncident.mIsAll, "also what was closed more than seven days ago");
+    sAddIncidentCommand(arCommand, "acknowledge", "says that somebody looks after it, as root",
+                        runAcknowledge, lrIncident, arChosen)
+        ->add_option("--note", lrIncident.mNote, "what there is to say of it, 1000 bytes at most")
+        ->type_name("TEXT");
+    sAddIncidentCommand(arCommand, "keep", "keeps it and its records for good, as root", runKeep, lrIncident,
+                        arChosen);
+    sAddIncidentCommand(arCommand, "accept", "has the paths that are left be all that there are, as root",
+                        runAccept, lrIncident, arChosen);
+    CLI::App* const lpExport =
+        sAddIncidentCommand(arCommand, "export", "all that there is of it in one file, for a ticket",
+                            runExport, lrIncident, arChosen);
+    lpExport->add_flag("--pseudonyms", lrIncident.mHasPseudonyms,
+                       "other names in place of hosts, ports, arrays, volumes and people");
+    lpExport->add_option("--out", lrIncident.mOut, "the file, which must not be there yet")
+        ->type_name("FILE");
+}
+
 // The commands that read the history, or write into it.
-void sDescribeStore(CLI::App& arProgram, ZTSHistoryOptions& arOptions, Run& arChosen) {
+void sDescribeStore(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
+    ZTSHistoryOptions& lrOptions = arOptions.mHistory;
     sDescribeHistory(*sAddCommand(arProgram, "history", "shows what vrx-sn has stored", runHistory, arChosen),
-                     arOptions);
+                     lrOptions);
     sAddStore(*sAddCommand(arProgram, "ports",
                            "shows the host's ports, those that they see, and what the host cannot see",
                            runPorts, arChosen),
-              arOptions);
+              lrOptions);
     sDescribePaths(
         *sAddCommand(arProgram, "paths",
                      "shows the host's LUNs, what stands on them, and which of their paths are left",
                      runPaths, arChosen),
-        arOptions);
+        lrOptions);
     sDescribeChanges(*sAddCommand(arProgram, "changes", "shows what came, went and changed, and notes",
                                   runChanges, arChosen),
-                     arOptions);
+                     lrOptions);
     sDescribeNote(
         *sAddCommand(arProgram, "note", "writes down what somebody did, as root", runNote, arChosen),
-        arOptions);
+        lrOptions);
+    sDescribeIncidents(
+        *sAddCommand(arProgram, "incidents", "shows what vrx-sn takes for one problem each, or one of them",
+                     runIncidents, arChosen),
+        arOptions, arChosen);
 }
 
 void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
     arProgram.require_subcommand(1)->fallthrough();
+    arProgram.formatter(std::make_shared<WholeHelp>());
     arProgram.set_help_all_flag("--help-all", "the help of every command");
     arProgram.set_version_flag("--version", "vrx-scope v" ZT_SCOPE_VERSION, "the version");
     arProgram.add_option("--dir", arOptions.mDirectory, "the agent's runtime directory")
@@ -207,7 +264,7 @@ void sDescribe(CLI::App& arProgram, ZTSScopeOptions& arOptions, Run& arChosen) {
         arProgram, "replay", "shows a file of raw answers as watch would have", runReplay, arChosen);
     lpReplay->add_option("file", arOptions.mFile, "- for standard input")->type_name("FILE")->required();
     sAddEvery(*lpReplay, arOptions, "from answer to answer (0)");
-    sDescribeStore(arProgram, arOptions.mHistory, arChosen);
+    sDescribeStore(arProgram, arOptions, arChosen);
 }
 
 int sRun(int argc, char** argv) {

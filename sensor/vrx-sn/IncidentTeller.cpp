@@ -1,6 +1,6 @@
 #include "IncidentTeller.h"
 
-#include <ranges>
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -51,8 +51,8 @@ std::string sTextOf(const ZTSWwn& acrPort) {
 // The first ones of very many.
 template <class Value>
 void sAddAll(ZTCJournalEntry& arEntry, const char* apName, const std::vector<Value>& acrValues) {
-    for (const Value& lrValue : acrValues | std::views::take(sMostValues)) {
-        arEntry.add(apName, sTextOf(lrValue));
+    for (std::size_t lAt = 0; lAt < std::min(acrValues.size(), sMostValues); ++lAt) {
+        arEntry.add(apName, sTextOf(acrValues[lAt]));
     }
 }
 

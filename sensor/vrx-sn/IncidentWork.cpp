@@ -69,8 +69,10 @@ std::uint64_t ZTCIncidentWork::take(const ZTSIncidentInput& acrInput, ZTNanoseco
     for (const ZTSLoss& lrLoss : acrInput.mLosses) {
         lTry([&] { read(lrLoss); });
     }
-    for (const auto& [lrKey, lValue] : acrInput.mHost.mMeasures.getValues()) {
-        lTry([&] { read(lrKey.mTime * ZTSecond, lrKey.mWhose, std::string_view(lrKey.mName), lValue); });
+    for (const auto& lrSum : acrInput.mHost.mMeasures.getValues()) {
+        const ZTCMeasures::Key& lrKey = lrSum.first;
+        lTry(
+            [&] { read(lrKey.mTime * ZTSecond, lrKey.mWhose, std::string_view(lrKey.mName), lrSum.second); });
     }
     return lLost;
 }

@@ -14,6 +14,7 @@
 
 #include "SnThread.h"
 #include "StoreFile.h"
+#include "TimeText.h"
 
 namespace {
 
@@ -141,7 +142,7 @@ void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
     mLoop.setStart(acrStart);
     // Behind what may fail for want of memory: all of this is done again then.
     if (acrStart.mWasInUse && !mIsOtherTold) {
-        noteSelf(acrStart.mWriter, "went", "unknown");
+        noteSelf(acrStart.mWriter, "went", "unknown", isoText(toSensorTime(acrStart.mLastWrite)));
         mIsOtherTold = true;
     }
     noteSelf(std::to_string(getpid()), "came", "version " ZT_SENSOR_VERSION);
@@ -153,11 +154,14 @@ void ZTCSensor::takeStart(const ZTSStoreStart& acrStart) {
     }
 }
 
-// What this one, or the one before it, did. One that was killed is told of by the next one.
-void ZTCSensor::noteSelf(const std::string& acrProcess, const char* apEvent, const char* apHow) {
+// What this one, or the one before it, did. One that was killed is told of by the next one, with when it was
+// last seen.
+void ZTCSensor::noteSelf(const std::string& acrProcess, const char* apEvent, const char* apHow,
+                         const std::string& acrSeen) {
     const auto lNow = std::chrono::system_clock::now().time_since_epoch();
     const std::string lName = "vrx-sn" + (acrProcess.empty() ? "" : ", process " + acrProcess);
-    mBuffer.takeChange({std::chrono::nanoseconds(lNow).count(), "sensor", lName, apEvent, "", "", apHow});
+    mBuffer.takeChange(
+        {std::chrono::nanoseconds(lNow).count(), "sensor", lName, apEvent, "", acrSeen, apHow});
 }
 
 int ZTCSensor::run() {

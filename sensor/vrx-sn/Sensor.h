@@ -40,7 +40,8 @@ class ZTCSensor {
     void tellStatus(Clock::time_point aNow);
     Event waitForEvent();
     void takeFailure();
-    void noteSelf(const std::string& acrProcess, const char* apEvent, const char* apHow);
+    void noteSelf(const std::string& acrProcess, const char* apEvent, const char* apHow,
+                  const std::string& acrSeen = "");
     void beginReload();
     void reload();
     void end();

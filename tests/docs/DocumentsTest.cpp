@@ -229,7 +229,7 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
                  {"vrx-scope.1",
                   {ZT_VRX_SCOPE, "--help-all"},
                   {"", "start", "watch", "record", "replay", "stats", "history", "ports", "paths", "changes",
-                   "note"}}};
+                   "note", "incidents", "incidents acknowledge", "incidents export"}}};
     for (const auto& lrRow : lRows) {
         SCOPED_TRACE(lrRow.mPage);
         const std::string lProgram = lrRow.mPage.substr(0, lrRow.mPage.size() - 2);

@@ -35,6 +35,17 @@ class ZTCSnRun : public ZTCTestChild {
     }
 };
 
+/// The one number that a query gives; 0 as long as there is no store.
+inline std::int64_t askStore(const std::string& acrStore, const std::string& acrQuery) {
+    try {
+        SQLite::Database lStore = openStoreToRead(acrStore);
+        lStore.setBusyTimeout(10000);
+        return lStore.execAndGet(acrQuery).getInt64();
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
 /// All three. Each of them can be ended, killed and started again; the store stays.
 class ZTCSnStand {
   public:
@@ -100,16 +111,7 @@ class ZTCSnStand {
         }
     }
 
-    /// The one number that a query gives; 0 as long as there is no store.
-    std::int64_t ask(const std::string& acrQuery) const {
-        try {
-            SQLite::Database lStore = openStoreToRead(getStore());
-            lStore.setBusyTimeout(10000);
-            return lStore.execAndGet(acrQuery).getInt64();
-        } catch (const std::exception&) {
-            return 0;
-        }
-    }
+    std::int64_t ask(const std::string& acrQuery) const { return askStore(getStore(), acrQuery); }
     std::int64_t getStored() const { return ask("SELECT coalesce(sum(occurrences), 0) FROM records"); }
     std::int64_t getLost() const { return ask("SELECT coalesce(sum(events), 0) FROM losses"); }
     /// Losses that say no number.

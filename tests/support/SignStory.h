@@ -46,12 +46,11 @@
 //     seconds behind its last row
 // Before the first `at`:
 //     fabric NAME [wwn=]                      more fabrics; one that has a wwn= is known by that alone
-//     host NAME fabric=F [wwpn=] [zone=Z]      it sees the targets of its fabric that have the same zone, or none
-//     target NAME fabric=F [array=A] [controller=C] [wwpn=] [id=0x010a00] [zone=Z]
-//     map NAME array=A [volume=V] [mount=/POINT]      on each path to the array
-//     unnamed                                 no names file: labels are not given
-//     rule LINE                               as --incident takes it
-//     window WHAT FROM UNTIL TEXT
+//     host NAME fabric=F [wwpn=] [zone=Z]      it sees the targets of its fabric that have the same zone, or
+//     none target NAME fabric=F [array=A] [controller=C] [wwpn=] [id=0x010a00] [zone=Z] map NAME array=A
+//     [volume=V] [mount=/POINT]      on each path to the array unnamed                                 no
+//     names file: labels are not given rule LINE                               as --incident takes it window
+//     WHAT FROM UNTIL TEXT
 // Without any fabric, host, target and map of its own a story has this site:
 //     fabrics A and B with the same addresses; hba0 and hba2 on A, hba1 and hba3 on B;
 //     array1 and array2 with the controllers A and B; array1-A0 is its port on fabric A, array1-A1 on B;

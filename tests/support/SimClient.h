@@ -28,6 +28,18 @@ inline std::string recordsWith(const std::string& acrLog, const std::vector<std:
     return lRecords;
 }
 
+/// The scenarios that are shipped.
+inline std::vector<std::string> shippedScenarios() {
+    std::vector<std::string> lFiles;
+    for (const auto& lrFile :
+         std::filesystem::recursive_directory_iterator(ZT_SOURCE_DIR "/libdfc/sim/scenarios")) {
+        if (lrFile.is_regular_file()) {
+            lFiles.push_back(lrFile.path());
+        }
+    }
+    return lFiles;
+}
+
 /// What the simulated library is given with its start, and a client of its socket.
 class ZTCTestSim {
   public:

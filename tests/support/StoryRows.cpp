@@ -152,16 +152,15 @@ class Maker {
     // What happens on any host, at its own ports and at such that nobody has a name for. The fabric tells of
     // the latter alone: of the others it does when something becomes of them.
     void makeNoise(const Words& acrWords) {
-        static constexpr std::pair<const char*, const char*> sKinds[] = {
-            {"plogi", ""},
-            {"adisc", ""},
-            {"queue_full", ""},
-            {"queue_depth_change", ""},
-            {"check_condition", "1/17/01"},
-            {"check_condition", "5/24/00"},
-            {"check_condition", "6/29/00"},
-            {"check_condition", "6/3f/0e"},
-            {"check_condition", "2/04/0b"}};
+        static constexpr std::pair<const char*, const char*> sKinds[] = {{"plogi", ""},
+                                                                         {"adisc", ""},
+                                                                         {"queue_full", ""},
+                                                                         {"queue_depth_change", ""},
+                                                                         {"check_condition", "1/17/01"},
+                                                                         {"check_condition", "5/24/00"},
+                                                                         {"check_condition", "6/29/00"},
+                                                                         {"check_condition", "6/3f/0e"},
+                                                                         {"check_condition", "2/04/0b"}};
         std::mt19937 lRandom(sNumber(acrWords.get("seed", "1")));
         const ZTNanoseconds lStep = ZTSecond / sNumber(acrWords.at(1));
         const unsigned int lPorts = sNumber(acrWords.get("ports", "64"));
@@ -185,7 +184,8 @@ class Maker {
             mVerb = lrpKind;
             lWords.mValues["sense"] = lrpSense;
             const bool lIsOwn = lNumber < lOwn.size();
-            makeRecord(lWords, lIsOwn ? *lOwn[lNumber].first : lrHost, lIsOwn ? lOwn[lNumber].second : &lPort);
+            makeRecord(lWords, lIsOwn ? *lOwn[lNumber].first : lrHost,
+                       lIsOwn ? lOwn[lNumber].second : &lPort);
         }
     }
 

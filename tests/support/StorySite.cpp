@@ -157,12 +157,8 @@ void ZTCStorySite::end() {
 }
 
 void ZTCStorySite::addPort(std::deque<Port>& arPorts, const ZTSStoryLine& acrLine, bool aIsHost) {
-    Port lPort{acrLine.at(1),
-               acrLine.get("fabric", "A"),
-               {},
-               acrLine.get("array"),
-               acrLine.get("controller"),
-               acrLine.get("zone")};
+    Port lPort{acrLine.at(1),        acrLine.get("fabric", "A"), {},
+               acrLine.get("array"), acrLine.get("controller"),  acrLine.get("zone")};
     const auto lNumber = static_cast<std::uint8_t>(arPorts.size());
     lPort.mWwn = aIsHost ? ZTSWwn{{0x10, 0, 0, 0x10, 0x9b, 0, 0, lNumber}}
                          : ZTSWwn{{0x50, 6, 1, 0x60, 0x3b, 0x20, 0x11, lNumber}};

@@ -44,9 +44,7 @@ class ZTCStorySite {
         std::string mZone;
         std::uint32_t mId = 0;
 
-        bool sees(const Port& acrPort) const {
-            return mFabric == acrPort.mFabric && mZone == acrPort.mZone;
-        }
+        bool sees(const Port& acrPort) const { return mFabric == acrPort.mFabric && mZone == acrPort.mZone; }
     };
     using Pair = std::pair<const Port*, const Port*>;  ///< of the host, beyond the fabric
     /// Ports of the host; all without names.

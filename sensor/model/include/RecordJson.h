@@ -28,7 +28,8 @@ struct ZTSRecordPlace {
     std::string_view mHost;
     const ZTSSeries& mrSeries;
     const ZTPortLabels& mrLabels;
-    bool mIsOpen;  ///< it may still grow
+    bool mIsOpen;                 ///< it may still grow
+    std::uint64_t mIncident = 0;  ///< that it belongs to; 0: none
 };
 
 // Each writes members into an object that has been begun.

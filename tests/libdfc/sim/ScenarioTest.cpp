@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "Scenario.h"
-#include "TestSupport.h"
+#include "SimClient.h"
 
 namespace {
 
@@ -10,14 +10,6 @@ ZTSTestEnd runSim(const std::vector<std::string>& acrArguments) {
     std::vector<std::string> lCommand{ZT_VRX_SIM};
     lCommand.insert(lCommand.end(), acrArguments.begin(), acrArguments.end());
     return runChild(lCommand, std::vector<std::string>{"ZT_LIBDFC_SIM_CONTROL"});
-}
-
-std::vector<std::string> shippedScenarios() {
-    std::vector<std::string> lFiles;
-    for (const auto& lrFile : std::filesystem::directory_iterator(ZT_SOURCE_DIR "/libdfc/sim/scenarios")) {
-        lFiles.push_back(lrFile.path());
-    }
-    return lFiles;
 }
 
 }  // namespace
@@ -110,7 +102,8 @@ TEST(VrxSim, TheLanguageIsShownWithExamplesThatAreValid) {
 }
 
 // As in real fabrics: an adapter port is in one fabric, and a port beyond it in the same one.
-TEST(Scenario, APortOfThoseThatAreShippedIsSeenByOneAdapter) {
+// Adapters are in one of two fabrics by turns.
+TEST(Scenario, APortOfThoseThatAreShippedIsSeenInOneFabric) {
     for (const std::string& lrFile : shippedScenarios()) {
         std::map<uint64_t, uint64_t> lBoards;
         for (const ZTSSimStatement& lrStatement : readScenarioFile(lrFile)) {
@@ -120,7 +113,7 @@ TEST(Scenario, APortOfThoseThatAreShippedIsSeenByOneAdapter) {
                 }
                 const uint64_t lBoard = lrStatement.getNumber("board");
                 const uint64_t lFirst = lBoards.emplace(lrStatement.getNumber(lpKey), lBoard).first->second;
-                EXPECT_TRUE(lFirst == lBoard && lrStatement.getNumber("boards", 1) == 1) << lrFile;
+                EXPECT_TRUE(lFirst % 2 == lBoard % 2 && lrStatement.getNumber("boards", 1) == 1) << lrFile;
             }
         }
     }

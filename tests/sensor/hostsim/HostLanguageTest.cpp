@@ -107,8 +107,8 @@ TEST(HostLanguage, ScenariosPlayOnTheHostToo) {
     EXPECT_TRUE(waitUntil([&] { return contains(readFile(lHost / "proc/1/mountinfo"), "/a\\040b "); }));
     EXPECT_TRUE(contains(lHost.ask("report"), "mpathb: 7 of 8 paths"));
     lStand.mSim.play("host path-back sdb");
-    for (const auto& lrFile : std::filesystem::directory_iterator(ZT_SOURCE_DIR "/libdfc/sim/scenarios")) {
-        for (const ZTSSimStatement& lrStatement : readScenarioFile(lrFile.path())) {
+    for (const std::string& lrFile : shippedScenarios()) {
+        for (const ZTSSimStatement& lrStatement : readScenarioFile(lrFile)) {
             if (!lrStatement.mText.empty()) {
                 lHost.play(lrStatement.mText);
             }

@@ -45,7 +45,8 @@ std::map<std::string, ZTNanoseconds> sPickShift(const ZTSScenario& acrScenario, 
     std::istringstream lRows(acrScenario.mRows);
     for (std::string lLine; std::getline(lRows, lLine);) {
         std::istringstream lWords(lLine);
-        std::string lTime, lVerb;
+        std::string lTime;
+        std::string lVerb;
         if (lLine.starts_with('+') && lWords >> lTime >> lVerb && lVerb != "end" && lVerb != "ask") {
             lVerbs.push_back(lVerb);
         }
@@ -85,7 +86,8 @@ TEST(Golden, TwoAtOnceAreTwo) {
     for (auto lOne = lScenarios.begin(); lOne != lScenarios.end(); ++lOne) {
         for (auto lOther = lOne; lOther != lScenarios.end(); ++lOther) {
             for (const bool lHasOwnFabrics : {true, false}) {
-                const bool lIsTurn = ((lOther - lOne) % 2 == 0) == lHasOwnFabrics || ZTTestRounds(false, true);
+                const bool lIsTurn =
+                    ((lOther - lOne) % 2 == 0) == lHasOwnFabrics || ZTTestRounds(false, true);
                 if (lIsTurn && sHasPair(*lOne, *lOther, lHasOwnFabrics)) {
                     sExpectBoth(*lOne, *lOther, lHasOwnFabrics);
                 }
@@ -156,7 +158,8 @@ TEST(Golden, NoiseChangesNothing) {
     for (const ZTSScenario& lrScenario : listScenarios()) {
         SCOPED_TRACE(lrScenario.mName);
         std::string lNoisy = lrScenario.getText();
-        lNoisy.insert(lNoisy.find('\n', lNoisy.find("\nat ") + 1) + 1, fmt::format("+0s noise 50 for={}s\n", ZTTestRounds(60, 900)));
+        lNoisy.insert(lNoisy.find('\n', lNoisy.find("\nat ") + 1) + 1,
+                      fmt::format("+0s noise 50 for={}s\n", ZTTestRounds(60, 900)));
         EXPECT_EQ(essencesOf(ZTCSignStory(lNoisy).play()),
                   essencesOf(ZTCSignStory(lrScenario.getText()).play()));
     }

@@ -22,7 +22,9 @@ struct ZTSScenario {
     std::multiset<std::string> mEssences{};
 
     std::string getText() const { return mSite + mRows; }
-    bool has(const std::string& acrVerb) const { return mRows.find(" " + acrVerb + " ") != std::string::npos; }
+    bool has(const std::string& acrVerb) const {
+        return mRows.find(" " + acrVerb + " ") != std::string::npos;
+    }
 };
 
 /// The site of stories that have none of their own, as one.

@@ -3,6 +3,7 @@
 
 #include "SignReader.h"
 #include "SignStory.h"
+#include "TimeText.h"
 
 namespace {
 
@@ -226,6 +227,18 @@ TEST(SignReader, ASensorIsGoneFromItsEndToTheNextBegin) {
             return acrSign.mLast - acrSign.mFirst == ZTSecond && acrSign.mFirst / ZTSecond % 2 == 0;
         }));
         std::ranges::reverse(lChanges);
+    }
+    // One that was killed: from when the history was last written, which the next one says.
+    ZTCSignReader lReader;
+    ZTCSignReader::Signs lSigns;
+    const ZTNanoseconds lSeen = 100 * ZTSecond;
+    for (const std::string& lrBefore :
+         {isoText(toSensorTime(lSeen)), std::string("yesterday's"), std::string()}) {
+        lReader.read({900 * ZTSecond, "sensor", "vrx-sn, process 7", "went", "", lrBefore, "unknown"},
+                     lSigns);
+        EXPECT_EQ(lSigns.back().mFirst, lrBefore.ends_with('Z') ? lSeen : 900 * ZTSecond);
+        EXPECT_EQ(lSigns.back().mLast, 900 * ZTSecond);
+        EXPECT_EQ(lSigns.back().mDetail, "unknown");
     }
 }
 
