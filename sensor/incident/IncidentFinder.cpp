@@ -47,6 +47,7 @@ class ZTCIncidentFinder::Impl {
           mGroups(mBook, mMaps, mRules),
           mTeller(mGroups, mMaps, mRules, mBook.getLabels()) {
         mTallies.setRules(mRules);
+        mLookBack = lookBack();
     }
 
     void setStart(ZTSIncidentStart aStart) {
@@ -62,6 +63,7 @@ class ZTCIncidentFinder::Impl {
     void setRules(ZTSIncidentRules aRules) {
         mRules = std::move(aRules);
         mTallies.setRules(mRules);
+        mLookBack = lookBack();
         mBook.each([](ZTSKnownSign& arSign) { arSign.mHasTally = false; });
         mTeller.lookAtAll(mClock, forgetBehind());
     }
@@ -125,6 +127,7 @@ class ZTCIncidentFinder::Impl {
     std::multimap<ZTNanoseconds, ZTSHostStorage> mStorages;  // that stand from then on
     bool mHasStorage = false;
     std::vector<ZTEIncidentClass> mReached;
+    ZTNanoseconds mLookBack = 0;  // for so long a sign waits for what it belongs to
     ZTNanoseconds mClock = 0;     // all up to then has been looked at
     ZTNanoseconds mToldTo = 0;    // the news had that
     ZTNanoseconds mKnownTo = 0;   // what is looked at up to then was known before the start
@@ -227,6 +230,7 @@ void ZTCIncidentFinder::Impl::look(const ZTSNewSign& acrNew) {
         return;
     }
     mReached.clear();
+    mGroups.setForgotten(mClock - mLookBack);
     if (!lrSign.mHasTally) {
         const ZTSSign& lrWhat = lrSign.mSign;
         lrSign.mpTally =
@@ -281,7 +285,8 @@ void ZTCIncidentFinder::Impl::forget() {
         return;
     }
     mForgotAt = mClock;
-    mGroups.forgetWaiting(mClock - lookBack());
+    mGroups.setForgotten(mClock - mLookBack);
+    mGroups.forgetWaiting();
     mBook.forget(mClock - lookBack());
     mTallies.forget(mClock);
 }

@@ -153,10 +153,10 @@ void ZTCCaseGroups::wait(const ZTSNewSign& acrNew) const {
     lrWaiting.push_back({acrNew.mFirst, acrNew.mLast, acrNew.mEvents});
 }
 
-void ZTCCaseGroups::forgetWaiting(ZTNanoseconds aBefore) {
-    mrBook.each([&](ZTSKnownSign& arSign) {
+void ZTCCaseGroups::forgetWaiting() {
+    mrBook.each([this](ZTSKnownSign& arSign) {
         std::erase_if(arSign.mWaiting,
-                      [&](const ZTSWaiting& acrWaiting) { return acrWaiting.mLast < aBefore; });
+                      [this](const ZTSWaiting& acrWaiting) { return acrWaiting.mLast < mForgotten; });
     });
 }
 
@@ -427,6 +427,9 @@ void ZTCCaseGroups::adoptWaiting(ZTSOpenCase& arCase, std::size_t aCluster, ZTSK
     std::vector<ZTSWaiting> lWaiting;
     lWaiting.swap(arSign.mWaiting);
     for (const ZTSWaiting& lrWaiting : lWaiting) {
+        if (lrWaiting.mLast < mForgotten) {
+            continue;
+        }
         const ZTSNewSign lNew{
             lrWaiting.mLast, &arSign, lrWaiting.mFirst, lrWaiting.mLast, lrWaiting.mEvents, 0, 0};
         if (relate(lNew, false, arCase, aCluster, mrRules.mTimes) != ZTERelation::None) {

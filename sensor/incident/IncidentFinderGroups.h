@@ -33,7 +33,9 @@ class ZTCCaseGroups {
     /// One that was known before; with its signs, but for those beside.
     ZTSOpenCase& restore(std::unique_ptr<ZTSOpenCase> apCase);
     void remove(ZTSOpenCase& arCase);
-    void forgetWaiting(ZTNanoseconds aBefore);
+    /// What has waited since before then belongs to nothing any more.
+    void setForgotten(ZTNanoseconds aBefore) { mForgotten = aBefore; }
+    void forgetWaiting();
     /// Where signs point has changed.
     void index();
 
@@ -87,6 +89,7 @@ class ZTCCaseGroups {
     const ZTSIncidentRules& mrRules;
     Cases mCases;
     std::uint64_t mNextNumber = 1;
+    ZTNanoseconds mForgotten = 0;
     std::vector<ZTSOpenCase*> mStale;
     std::vector<ZTSMerged> mMerged;
 };

@@ -78,7 +78,8 @@ class Relation {
                     mrTimes)) {
             return true;
         }
-        if (mIsWeak) {
+        // What was over before the other one began has nothing to do with how long that lasts.
+        if (mIsWeak || mrNew.mLast < acrSum.mFirst) {
             return false;
         }
         const bool lIsRepeat = mrOne.mSign.mSign == acrOther.mSign.mSign && isSamePlace(acrOther);

@@ -50,25 +50,33 @@ constexpr CounterRow sCounters[] = {
 
 using Disks = std::vector<std::string>;
 
-/// Of volumes, which stand on others.
+/// Which maps are beneath a disk. Of a storage that stays as long as this.
 class Beneath {
   public:
-    Beneath(const ZTSHostStorage& acrStorage, std::unordered_map<std::string, Disks>& arMaps)
-        : mrMaps(arMaps) {
+    explicit Beneath(const ZTSHostStorage& acrStorage) : mrStorage(acrStorage) {
         for (const ZTSMap& lrMap : acrStorage.mMaps) {
             mMaps.emplace(lrMap.mDisk, &lrMap.mName);
-            mrMaps[lrMap.mDisk] = mrMaps[lrMap.mName] = {lrMap.mName};
-            for (const ZTSPath& lrPath : lrMap.mPaths) {
-                mrMaps[lrPath.mDisk] = {lrMap.mName};
-            }
         }
         for (const ZTSVolume& lrVolume : acrStorage.mVolumes) {
             mVolumes.emplace(lrVolume.mDisk, &lrVolume.mOver);
         }
-        for (const ZTSVolume& lrVolume : acrStorage.mVolumes) {
-            mrMaps.try_emplace(lrVolume.mDisk, find(lrVolume.mDisk));
-            mrMaps.try_emplace(lrVolume.mName, mrMaps.at(lrVolume.mDisk));
+    }
+
+    /// By each disk, and by each name of a map or volume.
+    std::unordered_map<std::string, Disks> list() const {
+        std::unordered_map<std::string, Disks> lMaps;
+        for (const ZTSMap& lrMap : mrStorage.mMaps) {
+            lMaps[lrMap.mDisk] = lMaps[lrMap.mName] = {lrMap.mName};
+            for (const ZTSPath& lrPath : lrMap.mPaths) {
+                lMaps[lrPath.mDisk] = {lrMap.mName};
+            }
         }
+        for (const ZTSVolume& lrVolume : mrStorage.mVolumes) {
+            const Disks lFound = find(lrVolume.mDisk);
+            lMaps.try_emplace(lrVolume.mDisk, lFound);
+            lMaps.try_emplace(lrVolume.mName, lFound);
+        }
+        return lMaps;
     }
 
   private:
@@ -89,7 +97,7 @@ class Beneath {
         return {lFound.begin(), lFound.end()};
     }
 
-    std::unordered_map<std::string, Disks>& mrMaps;
+    const ZTSHostStorage& mrStorage;
     std::unordered_map<std::string_view, const std::string*> mMaps;  // the names of disks
     std::unordered_map<std::string_view, const Disks*> mVolumes;     // the disks right beneath disks
 };
@@ -121,9 +129,7 @@ Sign sSignOf(const ZTSFpin& acrFpin) {
 // ---- What stands ----
 
 void ZTCSignReader::takeStorage(const ZTSHostStorage& acrStorage) {
-    std::unordered_map<std::string, Disks> lMaps;
-    Beneath(acrStorage, lMaps);
-    mMapsBeneath = std::move(lMaps);
+    mMapsBeneath = Beneath(acrStorage).list();
 }
 
 // Those that have gone are still spoken of.

@@ -127,7 +127,7 @@ class Maker {
                 sPutWord(lRecord.mData, lWord);
             }
         }
-        tell(lRecord.mLast, std::move(lRecord));
+        tell(std::move(lRecord));
     }
 
     ZTSRecord beginRecord(const std::string& acrKind, const Port& acrHost) const {
@@ -307,7 +307,7 @@ class Maker {
     }
     void tellChanges(std::vector<ZTSChange> aChanges) {
         for (ZTSChange& lrChange : aChanges) {
-            tell(lrChange.mTime, std::move(lrChange));
+            tell(std::move(lrChange));
         }
     }
 
@@ -326,7 +326,7 @@ class Maker {
             if (acrWords.mValues.contains("attached")) {
                 lFpin.mAttached = mrSite.findWwn(acrWords.get("attached"));
             }
-            tell(lFpin.mLast, std::move(lFpin));
+            tell(std::move(lFpin));
         }
     }
 
@@ -444,6 +444,15 @@ class Maker {
     template <class What>
     void tell(ZTNanoseconds aKnown, What aWhat) {
         mNews.push_back({aKnown, mVerb, std::move(aWhat)});
+    }
+    /// Known when it is over.
+    template <class What>
+    void tell(What aWhat) {
+        if constexpr (requires { aWhat.mLast; }) {
+            mNews.push_back({aWhat.mLast, mVerb, std::move(aWhat)});
+        } else {
+            mNews.push_back({aWhat.mTime, mVerb, std::move(aWhat)});
+        }
     }
 
     const ZTCStorySite& mrSite;
