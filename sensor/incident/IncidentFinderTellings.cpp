@@ -23,7 +23,8 @@ void ZTCCaseTeller::tell(ZTSOpenCase& arCase, ZTNanoseconds aNow) {
     if (!arCase.mIsTold || arCase.mIsReopened || lIsWorse) {
         if (const ZTSWindow* const lpWindow = findWindowOf(arCase, aNow)) {
             // What it leaves behind is told when it is over.
-            arCase.mTellAt = std::max(lpWindow->mLast, aNow + sSeconds(mrRules.mTimes.mQuiet)) + 1;
+            arCase.mTellAt =
+                std::max(lpWindow->mLast + 1, aNow + sSeconds(std::max(mrRules.mTimes.mQuiet, 1U)));
             return;
         }
         const ZTSIncident& lrIncident = arCase.mIncident;
