@@ -50,12 +50,12 @@ class ZTCIncidentFinder::Impl {
         mLookBack = lookBack();
     }
 
-    void setStart(ZTSIncidentStart aStart) {
-        mKnownTo = aStart.mTo != 0 ? aStart.mTo + latest() : 0;
-        mClock = std::max(mClock, aStart.mTo - lookBack());
-        mTallies.setBaselines(aStart.mBaselines);
-        mTeller.setNextId(aStart.mNextId);
-        for (const ZTSIncident& lrIncident : aStart.mIncidents) {
+    void setStart(const ZTSIncidentStart& acrStart) {
+        mKnownTo = acrStart.mTo != 0 ? acrStart.mTo + latest() : 0;
+        mClock = std::max(mClock, acrStart.mTo - lookBack());
+        mTallies.setBaselines(acrStart.mBaselines);
+        mTeller.setNextId(acrStart.mNextId);
+        for (const ZTSIncident& lrIncident : acrStart.mIncidents) {
             mTeller.setNextId(lrIncident.mId + 1);
             mTeller.restore(lrIncident, mKnownTo, forgetBehind());
         }
@@ -317,8 +317,8 @@ ZTCIncidentFinder::ZTCIncidentFinder(ZTSIncidentRules aRules)
 
 ZTCIncidentFinder::~ZTCIncidentFinder() = default;
 
-void ZTCIncidentFinder::setStart(ZTSIncidentStart aStart) {
-    mpImpl->setStart(std::move(aStart));
+void ZTCIncidentFinder::setStart(const ZTSIncidentStart& acrStart) {
+    mpImpl->setStart(acrStart);
 }
 std::chrono::seconds ZTCIncidentFinder::getLookBack() const {
     return std::chrono::seconds(mpImpl->lookBack() / ZTSecond);

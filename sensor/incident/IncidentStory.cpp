@@ -169,7 +169,8 @@ void sFillChanges(const ZTSStoryFrame& acrFrame, ZTNanoseconds aOpened, ZTSIncid
     }
     const std::size_t lMost = acrFrame.mrRules.mTimes.mMostChanges;
     if (arIncident.mChanges.size() > lMost) {
-        arIncident.mChanges.erase(arIncident.mChanges.begin(), arIncident.mChanges.end() - lMost);
+        arIncident.mChanges.erase(arIncident.mChanges.begin(),
+                                  arIncident.mChanges.end() - static_cast<std::ptrdiff_t>(lMost));
     }
 }
 

@@ -97,7 +97,7 @@ void forget(std::vector<ZTSIncident> aIncidents, const unsigned char* apInput, s
     lStart.mTo = lTo;
     lStart.mIncidents = std::move(aIncidents);
     ZTCIncidentFinder lFinder(getDefaultRules());
-    lFinder.setStart(std::move(lStart));
+    lFinder.setStart(lStart);
     lFinder.finish(lTo + 86400 * ZTSecond);
 }
 

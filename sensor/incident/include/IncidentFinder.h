@@ -42,7 +42,7 @@ class ZTCIncidentFinder {
 
     /// What was known when the history was last written. Signs from mTo on are to be given again, and those
     /// of a time before it (getLookBack()): these are known, and only remind it of what may belong together.
-    void setStart(ZTSIncidentStart aStart);
+    void setStart(const ZTSIncidentStart& acrStart);
     std::chrono::seconds getLookBack() const;
     void setRules(ZTSIncidentRules aRules);
     void takeLabels(const ZTPortLabels& acrLabels);
