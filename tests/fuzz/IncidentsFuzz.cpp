@@ -89,7 +89,7 @@ void forget(std::vector<ZTSIncident> aIncidents, const unsigned char* apInput, s
     lStart.mNextId = aIncidents.size() + 1;
     for (ZTSIncident& lrIncident : aIncidents) {
         for (std::size_t lAt = 0; lAt + 3 <= aSize && !lrIncident.mMemory.empty(); lAt += 3) {
-            const std::size_t lPlace = apInput[lAt] << 8U | apInput[lAt + 1];
+            const std::size_t lPlace = std::size_t{apInput[lAt]} << 8U | apInput[lAt + 1];
             lrIncident.mMemory[lPlace % lrIncident.mMemory.size()] = static_cast<char>(apInput[lAt + 2]);
         }
     }
