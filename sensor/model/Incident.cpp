@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <tuple>
-#include <utility>
 
 namespace {
 
@@ -24,20 +22,6 @@ std::optional<Value> sFind(const std::array<const char*, Count>& acrNames, std::
     return static_cast<Value>(lpName - acrNames.begin());
 }
 
-// What is newer takes the place of what it is of.
-template <class Item, class Key>
-void sJoin(std::vector<Item>& arItems, std::vector<Item>&& arMore, const Key& acrKey) {
-    for (Item& lrMore : arMore) {
-        const auto lOld = std::ranges::find_if(
-            arItems, [&](const Item& acrItem) { return acrKey(acrItem) == acrKey(lrMore); });
-        if (lOld != arItems.end()) {
-            *lOld = std::move(lrMore);
-        } else {
-            arItems.push_back(std::move(lrMore));
-        }
-    }
-}
-
 }  // namespace
 
 const char* nameOf(ZTEIncidentClass aClass) {
@@ -54,13 +38,4 @@ const char* nameOf(ZTEIncidentState aState) {
 
 std::optional<ZTEIncidentState> findIncidentState(std::string_view aName) {
     return sFind<ZTEIncidentState>(sStates, aName);
-}
-
-void ZTSIncidentNews::join(ZTSIncidentNews aMore) {
-    sJoin(mIncidents, std::move(aMore.mIncidents),
-          [](const ZTSIncident& acrIncident) { return acrIncident.mId; });
-    sJoin(mBaselines, std::move(aMore.mBaselines), [](const ZTSBaseline& acrBaseline) {
-        return std::tie(acrBaseline.mDay, acrBaseline.mKind, acrBaseline.mPort);
-    });
-    mTo = std::max(mTo, aMore.mTo);
 }

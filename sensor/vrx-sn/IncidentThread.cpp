@@ -299,8 +299,12 @@ class ZTCIncidentThread::Impl {
     // Into the history, to the figures, and to whoever is to be told.
     void tell() {
         ZTSIncidentNews lNews = mpWork->getFinder().takeNews();
-        for (const ZTSIncident& lrIncident : lNews.mIncidents) {
-            noteMaps(mMaps, lrIncident);
+        try {
+            for (const ZTSIncident& lrIncident : lNews.mIncidents) {
+                noteMaps(mMaps, lrIncident);
+            }
+        } catch (const std::bad_alloc&) {
+            // Then an acceptance does not reach the totals of its maps; the news do reach the history.
         }
         if (mIsStored && !lNews.isEmpty()) {
             mrBuffer.takeIncidents(std::move(lNews));

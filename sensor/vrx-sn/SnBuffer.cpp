@@ -34,15 +34,6 @@ std::size_t sBytesOf(const ZTSStoreRow& acrRow) {
     return sizeof acrRow + ZTBytesBeside(acrRow.mRecord);
 }
 
-// About: most of it is what its finder has to know, and its symptoms and evidence.
-std::size_t sBytesOf(const ZTSIncident& acrIncident) {
-    return 2 * sizeof acrIncident + acrIncident.mMemory.size() +
-           acrIncident.mSymptoms.size() * sizeof(ZTSIncidentSymptom) +
-           acrIncident.mEvidence.size() * sizeof(ZTSIncidentEvidence) +
-           acrIncident.mChanges.size() * 2 * sizeof(ZTSChange) +
-           acrIncident.mHits.mLuns.size() * 2 * sizeof(std::string);
-}
-
 // Whose port it is that an event concerns.
 std::optional<ZTSWwn> sRemoteOf(const ZTSRecord& acrRecord, const ZTSHostPorts& acrPorts) {
     const ZTSSeries& lrSeries = acrRecord.mSeries;
@@ -75,7 +66,11 @@ ZTNanoseconds sNow() {
 }  // namespace
 
 ZTCSnBuffer::ZTCSnBuffer(ZTSBufferOptions aOptions)
-    : mFolding(aOptions.mFold), mLimit(aOptions.mLimit), mpFeed(aOptions.mpFeed), mHost(mLimit / sHostPart) {
+    : mFolding(aOptions.mFold),
+      mLimit(aOptions.mLimit),
+      mpFeed(aOptions.mpFeed),
+      mHost(mLimit / sHostPart),
+      mIncidents(mLimit / sIncidentPart) {
     mRuns.reserve(sMostRuns);
     mLosses.reserve(sLosses);
 }
@@ -261,35 +256,7 @@ void ZTCSnBuffer::takeFacts(ZTSHostFacts aFacts) {
 
 void ZTCSnBuffer::takeIncidents(ZTSIncidentNews aNews) {
     const std::lock_guard lLock(mMutex);
-    std::size_t lBytes = 0;
-    for (const ZTSIncident& lrIncident : aNews.mIncidents) {
-        lBytes += sBytesOf(lrIncident);
-    }
-    lBytes += aNews.mBaselines.size() * sizeof(ZTSBaseline);
-    const bool lHasRows = lBytes != 0;
-    try {
-        if (mIncidentBytes + lBytes > mLimit / sIncidentPart) {
-            countIncidents();
-        }
-        if (mIncidentBytes + lBytes > mLimit / sIncidentPart) {
-            throw std::bad_alloc();
-        }
-        aNews.mTo = mMissesIncidents ? 0 : aNews.mTo;
-        mIncidents.join(std::move(aNews));
-        mIncidentBytes += lBytes;
-    } catch (const std::bad_alloc&) {
-        mLostIncidents += aNews.mIncidents.size();
-        mMissesIncidents = true;
-    }
-    lHasRows ? hasWork() : void();
-}
-
-// What has taken the place of another is counted once.
-void ZTCSnBuffer::countIncidents() {
-    mIncidentBytes = mIncidents.mBaselines.size() * sizeof(ZTSBaseline);
-    for (const ZTSIncident& lrIncident : mIncidents.mIncidents) {
-        mIncidentBytes += sBytesOf(lrIncident);
-    }
+    mIncidents.take(std::move(aNews)) ? hasWork() : void();
 }
 
 void ZTCSnBuffer::closeDue(Clock::time_point aNow) {
@@ -380,9 +347,9 @@ std::vector<ZTSChange> ZTCSnBuffer::listLost() const {
         lLost.push_back(
             {lNow, "sensor", "buffer", "changed", "lost_changes", "0", std::to_string(mLostChanges)});
     }
-    if (mLostIncidents != 0) {
+    if (const std::uint64_t lIncidents = mIncidents.getLost()) {
         lLost.push_back(
-            {lNow, "sensor", "buffer", "changed", "lost_incidents", "0", std::to_string(mLostIncidents)});
+            {lNow, "sensor", "buffer", "changed", "lost_incidents", "0", std::to_string(lIncidents)});
     }
     return lLost;
 }
@@ -427,7 +394,10 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
     std::vector<ZTSChange> lLost = listLost();
     lBatch.mChanges = copyChanges();
     lBatch.mChanges.reserve(lBatch.mChanges.size() + lLost.size());
+    const std::size_t lIncidentBytes = mIncidents.getBytes();
+    lBatch.mIncidents = mIncidents.detach();
     noteDetached(lBatch, aNextId);
+    mBatchBytes += lIncidentBytes;
     mChanges.erase(mChanges.begin(), mChanges.begin() + static_cast<std::ptrdiff_t>(lBatch.mChanges.size()));
     for (const ZTSChange& lrChange : lBatch.mChanges) {
         const std::size_t lBytes = sBytesOf(lrChange);
@@ -441,9 +411,6 @@ ZTSStoreBatch ZTCSnBuffer::detach(std::uint64_t aNextId) {
     lBatch.mPorts.swap(mPorts);
     lBatch.mLabels.swap(mLabels);
     lBatch.mFacts.swap(mFacts);
-    std::swap(lBatch.mIncidents, mIncidents);
-    mBatchBytes += std::exchange(mIncidentBytes, 0);
-    mLostIncidents = 0;
     mBatchBytes += mHost.getBytes();
     lBatch.mHost = mHost.detach();
     const auto lToldRuns = static_cast<std::ptrdiff_t>(limitRuns(lBatch.mAgents, lLeft));

@@ -7,6 +7,7 @@
 
 #include "Folding.h"
 #include "HostBacklog.h"
+#include "IncidentBacklog.h"
 #include "SensorMessages.h"
 #include "StoreBatch.h"
 
@@ -98,8 +99,7 @@ class ZTCSnBuffer {
     static std::size_t limitRuns(std::vector<ZTSAgentRun>& arRuns, std::uint64_t aLeft);
     std::vector<ZTSChange> copyChanges() const;
     std::vector<ZTSChange> listLost() const;
-    std::size_t countOthers() const { return mChangeBytes + mHost.getBytes() + mIncidentBytes; }
-    void countIncidents();
+    std::size_t countOthers() const { return mChangeBytes + mHost.getBytes() + mIncidents.getBytes(); }
     void noteDetached(ZTSStoreBatch& arBatch, std::uint64_t aNextId);
     std::uint64_t getClosedTo();
 
@@ -120,10 +120,7 @@ class ZTCSnBuffer {
     std::optional<ZTPortLabels> mLabels;
     ZTCHostBacklog mHost;
     std::optional<ZTSHostFacts> mFacts;
-    ZTSIncidentNews mIncidents;
-    std::size_t mIncidentBytes = 0;
-    std::uint64_t mLostIncidents = 0;
-    bool mMissesIncidents = false;  // some were lost: how far was looked is told no more
+    ZTCIncidentBacklog mIncidents;
     bool mHasWork = false;
     bool mIsWoken = false;
     bool mIsDetached = false;  // a batch is on its way into the store

@@ -1,5 +1,7 @@
 #include "StoreMove.h"
 
+#include <algorithm>
+
 namespace {
 
 template <class Value>
@@ -40,12 +42,12 @@ void ZTCStoreMove::complete(ZTSStoreBatch& arBatch) const {
         sComplete(arBatch.mHost.mStorage, mHost.mStorage);
         sComplete(arBatch.mHost.mBlindSpots, mHost.mBlindSpots);
         sComplete(arBatch.mHost.mWindows, mHost.mWindows);
-        ZTSIncidentNews lIncidents;
+        std::vector<ZTSIncident>& lrIncidents = arBatch.mIncidents.mIncidents;
         for (const auto& [lId, lrIncident] : mIncidents) {
-            lIncidents.mIncidents.push_back(lrIncident);
+            if (std::ranges::find(lrIncidents, lId, &ZTSIncident::mId) == lrIncidents.end()) {
+                lrIncidents.push_back(lrIncident);
+            }
         }
-        lIncidents.join(arBatch.mIncidents);
-        arBatch.mIncidents = std::move(lIncidents);
     }
 }
 

@@ -146,8 +146,6 @@ struct ZTSIncidentNews {
     ZTNanoseconds mTo = 0;  ///< all that happened up to then is in them; 0: nothing was looked at
 
     bool isEmpty() const { return mIncidents.empty() && mBaselines.empty() && mTo == 0; }
-    /// What came later: of each the newest.
-    void join(ZTSIncidentNews aMore);
 };
 
 /// What the history knows of incidents when vrx-sn starts.
