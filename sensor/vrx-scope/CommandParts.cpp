@@ -36,3 +36,11 @@ int refuse(const std::string& acrText, int aStatus) {
     complain(acrText + (aStatus == ZTScopeWrongUsage ? " (vrx-scope --help-all)" : ""));
     return aStatus;
 }
+
+void checkNothingOfList(const ZTSHistoryOptions& acrHistory, const ZTSIncidentOptions& acrOptions) {
+    const bool lIsSecond = !acrOptions.mId.empty() && !acrOptions.mShown.empty();
+    if (lIsSecond || !acrHistory.mSince.empty() || !acrHistory.mUntil.empty() || acrHistory.mLimit != 0 ||
+        acrOptions.mIsAll || !acrOptions.mStates.empty() || !acrOptions.mClasses.empty()) {
+        throw ZTCScopeUsage("one incident is named by its id, and nothing else chooses it");
+    }
+}

@@ -12,3 +12,6 @@ ZTSSensorOptions clientOptionsOf(const ZTSScopeOptions& acrOptions);
 
 /// Says that a command has been carried out.
 void putDone(const ZTSScopeOptions& acrOptions, const std::string& acrCommand, const std::string& acrText);
+
+/// Throws ZTCScopeUsage where options of a list stand with one incident.
+void checkNothingOfList(const ZTSHistoryOptions& acrHistory, const ZTSIncidentOptions& acrOptions);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "CommandParts.h"
 #include "Commands.h"
 #include "Disguise.h"
 #include "Failure.h"

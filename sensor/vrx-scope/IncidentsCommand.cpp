@@ -2,61 +2,16 @@
 
 #include <algorithm>
 
+#include "CommandParts.h"
 #include "Commands.h"
 #include "Failure.h"
-#include "IncidentJson.h"
 #include "IncidentText.h"
-#include "Json.h"
-#include "RecordJson.h"
 #include "Terminal.h"
 
 namespace {
 
 constexpr std::size_t sMostIds = 100'000;  // of an incident's records, in JSON
 constexpr unsigned int sIndent = 2;
-
-void sPutFrame(ZTCJsonWriter& arJson, const ZTSIncidentFrame& acrFrame) {
-    putHead(arJson, "incidents");
-    arJson.key("now");
-    arJson.boolean(acrFrame.mIsNow);
-    arJson.key("written");
-    acrFrame.mWritten != 0 ? putTime(arJson, toSensorTime(acrFrame.mWritten)) : arJson.null();
-}
-
-// Of several, the ids of records are left out: whoever wants them asks for one.
-void sPut(ZTCJsonWriter& arJson, const ZTSIncident& acrIncident, const ZTSIncidentFrame& acrFrame,
-          const std::vector<std::uint64_t>& acrEvidence = {}) {
-    putIncident(arJson, acrIncident, acrFrame.mHost, acrFrame.mLabels, acrEvidence);
-}
-
-std::string sListJson(const std::vector<ZTSIncident>& acrIncidents, const ZTSIncidentFrame& acrFrame) {
-    std::string lText;
-    ZTCJsonWriter lJson(lText, sIndent);
-    lJson.beginObject();
-    sPutFrame(lJson, acrFrame);
-    putTexts(lJson, {{"host", acrFrame.mHost}});
-    lJson.key("incidents");
-    lJson.beginList();
-    for (const ZTSIncident& lrIncident : acrIncidents) {
-        lJson.beginObject();
-        sPut(lJson, lrIncident, acrFrame);
-        lJson.endObject();
-    }
-    lJson.endList();
-    lJson.endObject();
-    return lText + "\n";
-}
-
-std::string sOneJson(const ZTSIncident& acrIncident, const ZTSIncidentFrame& acrFrame,
-                     const std::vector<std::uint64_t>& acrEvidence, unsigned int aIndent) {
-    std::string lText;
-    ZTCJsonWriter lJson(lText, aIndent);
-    lJson.beginObject();
-    sPutFrame(lJson, acrFrame);
-    sPut(lJson, acrIncident, acrFrame, acrEvidence);
-    lJson.endObject();
-    return lText + "\n";
-}
 
 unsigned int sIndentOf(const ZTSScopeOptions& acrOptions) {
     return acrOptions.getForm() == ZTEScopeForm::Json ? sIndent : 0;
@@ -71,11 +26,11 @@ void sShowList(ZTCStoreReader& arReader, const ZTSScopeOptions& acrOptions) {
             put(incidentsText(lIncidents, lFrame, plainTimes(acrOptions.mInUtc)));
             break;
         case ZTEScopeForm::Json:
-            put(sListJson(lIncidents, lFrame));
+            put(incidentsJson(lIncidents, lFrame, sIndent));
             break;
         default:
             for (const ZTSIncident& lrIncident : lIncidents) {
-                put(sOneJson(lrIncident, lFrame, {}, 0));
+                put(incidentJson(lrIncident, lFrame, {}, 0));
             }
     }
 }
@@ -84,7 +39,8 @@ void sShowOne(ZTCStoreReader& arReader, const ZTSScopeOptions& acrOptions) {
     ZTSIncident lIncident = readIncidentOf(arReader, acrOptions.mIncident.mShown);
     const ZTSIncidentFrame lFrame = readIncidentFrame(arReader);
     if (acrOptions.getForm() != ZTEScopeForm::Table) {
-        put(sOneJson(lIncident, lFrame, arReader.readEvidence(lIncident, sMostIds), sIndentOf(acrOptions)));
+        put(incidentJson(lIncident, lFrame, arReader.readEvidence(lIncident, sMostIds),
+                         sIndentOf(acrOptions)));
         return;
     }
     const std::uint64_t lId = lIncident.mId;

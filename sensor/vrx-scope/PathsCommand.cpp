@@ -1,7 +1,7 @@
 #include "Commands.h"
 #include "Terminal.h"
 #include "TimeText.h"
-#include "Units.h"
+#include "UnitsText.h"
 
 int runPaths(const ZTSScopeOptions& acrOptions) {
     ZTCStoreReader lReader(acrOptions.mHistory.mStore);

@@ -1,3 +1,5 @@
+#include "PortsText.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -7,7 +9,6 @@
 #include "LossText.h"
 #include "Measures.h"
 #include "PortText.h"
-#include "PortsView.h"
 #include "ShownText.h"
 #include "Table.h"
 #include "Terminal.h"

@@ -1,3 +1,5 @@
+#include "UnitsText.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -10,7 +12,6 @@
 #include "Table.h"
 #include "Terminal.h"
 #include "TimeText.h"
-#include "Units.h"
 
 namespace {
 

@@ -286,6 +286,8 @@ int sRun(int argc, char** argv) {
         return refuse(lrError.what(), ZTScopeWrongUsage);
     } catch (const ZTCScopeUsage& lrError) {
         return refuse(lrError.what(), ZTScopeWrongUsage);
+    } catch (const ZTCViewUsage& lrError) {
+        return refuse(lrError.what(), ZTScopeWrongUsage);
     } catch (const ZTCUnsavedAnswer& lrError) {
         return rescue(lrError, lOptions);
     } catch (const std::exception& lrError) {

@@ -12,7 +12,8 @@ constexpr std::chrono::seconds sStoreRun(60);
 
 }  // namespace
 
-ZTCAgentBook::ZTCAgentBook(ZTCSnBuffer& arBuffer, ZTCSnLog& arLog) : mrBuffer(arBuffer), mLossLines(arLog) {}
+ZTCAgentBook::ZTCAgentBook(ZTCSnBuffer& arBuffer, ZTCServiceLog& arLog)
+    : mrBuffer(arBuffer), mLossLines(arLog) {}
 
 void ZTCAgentBook::setStart(const ZTSStoreStart& acrStart) {
     const std::lock_guard lLock(mMutex);

@@ -7,7 +7,7 @@
 #include "LossBook.h"
 #include "LossLines.h"
 #include "SensorMessages.h"
-#include "SnLog.h"
+#include "ServiceLog.h"
 
 class ZTCSnBuffer;
 
@@ -17,7 +17,7 @@ class ZTCAgentBook {
   public:
     using Clock = std::chrono::steady_clock;
 
-    ZTCAgentBook(ZTCSnBuffer& arBuffer, ZTCSnLog& arLog);
+    ZTCAgentBook(ZTCSnBuffer& arBuffer, ZTCServiceLog& arLog);
 
     /// What the store had when it was opened. Any thread, once.
     void setStart(const ZTSStoreStart& acrStart);

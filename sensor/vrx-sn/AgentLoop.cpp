@@ -38,7 +38,7 @@ constexpr std::uint64_t sHeldLimit = 256 * 1024;  // of an agent that shows none
 }  // namespace
 
 ZTCAgentLoop::ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, ZTCHostLook& arHost,
-                           ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn)
+                           ZTCSnFigures& arFigures, ZTCServiceLog& arLog, Turn aTurn)
     : mrBuffer(arBuffer),
       mrHost(arHost),
       mrFigures(arFigures),
@@ -165,7 +165,7 @@ void ZTCAgentLoop::waitForWork() {
     }
 }
 
-void ZTCAgentLoop::meet(ZTCSnTrouble& arTrouble, const std::exception& acrError,
+void ZTCAgentLoop::meet(ZTCServiceTrouble& arTrouble, const std::exception& acrError,
                         std::chrono::milliseconds aPause) {
     arTrouble.met(acrError.what());
     mPausedTo = Clock::now() + aPause;

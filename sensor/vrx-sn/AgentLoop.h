@@ -10,7 +10,7 @@
 #include "AgentTargets.h"
 #include "SensorClient.h"
 #include "SensorPidFile.h"
-#include "SnLog.h"
+#include "ServiceLog.h"
 #include "SnOptions.h"
 
 class ZTCSnBuffer;
@@ -25,7 +25,7 @@ class ZTCAgentLoop {
     using Turn = std::function<void()>;
 
     ZTCAgentLoop(const ZTSSnOptions& acrOptions, ZTCSnBuffer& arBuffer, ZTCHostLook& arHost,
-                 ZTCSnFigures& arFigures, ZTCSnLog& arLog, Turn aTurn);
+                 ZTCSnFigures& arFigures, ZTCServiceLog& arLog, Turn aTurn);
     ZTCAgentLoop(const ZTCAgentLoop&) = delete;
     ZTCAgentLoop& operator=(const ZTCAgentLoop&) = delete;
 
@@ -67,12 +67,12 @@ class ZTCAgentLoop {
     void look();
     void seeLibrary(Clock::time_point aNow);
     void waitForWork();
-    void meet(ZTCSnTrouble& arTrouble, const std::exception& acrError, std::chrono::milliseconds aPause);
+    void meet(ZTCServiceTrouble& arTrouble, const std::exception& acrError, std::chrono::milliseconds aPause);
 
     ZTCSnBuffer& mrBuffer;
     ZTCHostLook& mrHost;
     ZTCSnFigures& mrFigures;
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
     const Turn mTurn;
     const std::string mDirectory;
     const std::string mStore;  ///< its name
@@ -101,8 +101,8 @@ class ZTCAgentLoop {
     Clock::time_point mPausedTo;
     bool mHasScsiAnswers = false;  ///< the agent has ever told of one
     ZTCAgentTargets mTargets;
-    ZTCSnTrouble mDirectoryTrouble;
-    ZTCSnTrouble mNoAgent;
-    ZTCSnTrouble mNoAnswer;
-    ZTCSnTrouble mBadAnswer;
+    ZTCServiceTrouble mDirectoryTrouble;
+    ZTCServiceTrouble mNoAgent;
+    ZTCServiceTrouble mNoAnswer;
+    ZTCServiceTrouble mBadAnswer;
 };

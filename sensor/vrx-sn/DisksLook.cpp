@@ -176,7 +176,7 @@ void ZTCDisksLook::lookAtDisks(Clock::time_point aNow) {
 void ZTCDisksLook::noteLeftOut() {
     const std::size_t lLeftOut = mStorage.getLeftOut();
     if (lLeftOut != 0 && mLeftOut == 0) {
-        mpBook->say([&](ZTCSnLog& arLog) {
+        mpBook->say([&](ZTCServiceLog& arLog) {
             arLog.note(ZTSL_Warning,
                        "%zu LUNs, maps or mounts are left out: there are more than are looked at", lLeftOut);
         });
@@ -185,7 +185,7 @@ void ZTCDisksLook::noteLeftOut() {
 }
 
 void ZTCDisksLook::tellSlow(unsigned int aSeconds) {
-    mpBook->say([&](ZTCSnLog& arLog) {
+    mpBook->say([&](ZTCServiceLog& arLog) {
         arLog.note(ZTSL_Warning, "LUNs and paths could not be seen for %u s: the kernel was slow to answer",
                    aSeconds);
     });
@@ -193,11 +193,11 @@ void ZTCDisksLook::tellSlow(unsigned int aSeconds) {
 
 void ZTCDisksLook::tellFailed(const char* apWhy) {
     mpBook->say(
-        [&](ZTCSnLog& arLog) { arLog.note(ZTSL_Error, "a look at LUNs and paths failed: %s", apWhy); });
+        [&](ZTCServiceLog& arLog) { arLog.note(ZTSL_Error, "a look at LUNs and paths failed: %s", apWhy); });
 }
 
 void ZTCDisksLook::tellHangs(unsigned int aSeconds) {
-    mpBook->say([&](ZTCSnLog& arLog) {
+    mpBook->say([&](ZTCServiceLog& arLog) {
         arLog.note(ZTSL_Warning, "LUNs and paths cannot be seen: the kernel has not answered for %u s",
                    aSeconds);
     });

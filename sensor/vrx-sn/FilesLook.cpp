@@ -132,7 +132,7 @@ ZTCLooker::Clock::time_point ZTCFilesLook::readNames() {
 
 void ZTCFilesLook::takeNames(const std::string& acrPath, const std::string& acrText) {
     ZTSNamesFile lNames = readPortLabels(acrText);
-    mpBook->say([&](ZTCSnLog& arLog) {
+    mpBook->say([&](ZTCServiceLog& arLog) {
         for (const auto& [lrLine, lrText] : lNames.mMistakes) {
             arLog.note(ZTSL_Warning, "%s:%zu: %s; the line is left out", acrPath.c_str(), lrLine,
                        lrText.c_str());
@@ -151,7 +151,7 @@ void ZTCFilesLook::takeNames(const std::string& acrPath, const std::string& acrT
 }
 
 void ZTCFilesLook::refuseNames(const std::string& acrPath, const std::string& acrWhy) {
-    mpBook->say([&](ZTCSnLog& arLog) {
+    mpBook->say([&](ZTCServiceLog& arLog) {
         arLog.note(ZTSL_Warning, "the names file %s cannot be read: %s; ports keep the names they had",
                    acrPath.c_str(), acrWhy.c_str());
     });
@@ -185,19 +185,19 @@ void ZTCFilesLook::readFacts(Clock::time_point aNow) {
 }
 
 void ZTCFilesLook::tellSlow(unsigned int aSeconds) {
-    mpBook->say([&](ZTCSnLog& arLog) {
+    mpBook->say([&](ZTCServiceLog& arLog) {
         arLog.note(ZTSL_Warning, "names and multipath's configuration could not be read for %u s", aSeconds);
     });
 }
 
 void ZTCFilesLook::tellFailed(const char* apWhy) {
-    mpBook->say([&](ZTCSnLog& arLog) {
+    mpBook->say([&](ZTCServiceLog& arLog) {
         arLog.note(ZTSL_Error, "a look at names and multipath's configuration failed: %s", apWhy);
     });
 }
 
 void ZTCFilesLook::tellHangs(unsigned int aSeconds) {
-    mpBook->say([&](ZTCSnLog& arLog) {
+    mpBook->say([&](ZTCServiceLog& arLog) {
         arLog.note(ZTSL_Warning,
                    "names and multipath's configuration cannot be read: a disk has not answered for %u s",
                    aSeconds);

@@ -28,7 +28,7 @@ std::size_t sCountOfFc(const ZTSHostStorage& acrStorage) {
 
 }  // namespace
 
-ZTCHostBook::ZTCHostBook(ZTCSnBuffer& arBuffer, ZTCSnLog& arLog) : mrBuffer(arBuffer), mrLog(arLog) {
+ZTCHostBook::ZTCHostBook(ZTCSnBuffer& arBuffer, ZTCServiceLog& arLog) : mrBuffer(arBuffer), mrLog(arLog) {
     mSight.mNoMultipathd = sNotAsked;
 }
 
@@ -37,7 +37,7 @@ void ZTCHostBook::close() {
     mIsClosed = true;
 }
 
-void ZTCHostBook::say(const std::function<void(ZTCSnLog&)>& acrSay) const {
+void ZTCHostBook::say(const std::function<void(ZTCServiceLog&)>& acrSay) const {
     const std::lock_guard lLock(mLock);
     if (!mIsClosed) {
         acrSay(mrLog);

@@ -7,7 +7,7 @@
 #include "BlindSpots.h"
 #include "HostNews.h"
 #include "PortBook.h"
-#include "SnLog.h"
+#include "ServiceLog.h"
 #include "StorageBook.h"
 #include "StoreBatch.h"
 
@@ -28,11 +28,11 @@ class ZTCHostBook {
   public:
     using Clock = std::chrono::steady_clock;
 
-    ZTCHostBook(ZTCSnBuffer& arBuffer, ZTCSnLog& arLog);
+    ZTCHostBook(ZTCSnBuffer& arBuffer, ZTCServiceLog& arLog);
 
     void close();
     /// Calls it with the log, unless closed.
-    void say(const std::function<void(ZTCSnLog&)>& acrSay) const;
+    void say(const std::function<void(ZTCServiceLog&)>& acrSay) const;
     /// What the store had when it was opened.
     void setStart(const ZTSStoreStart& acrStart);
     /// Once, when that is known.
@@ -90,7 +90,7 @@ class ZTCHostBook {
     mutable std::mutex mLock;
     bool mIsClosed = false;
     ZTCSnBuffer& mrBuffer;
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
 
     ZTCPortBook mPorts;
     ZTCStorageBook mStorage;

@@ -17,7 +17,7 @@ constexpr std::chrono::seconds sPatience(1);  // at the start and at the end
 
 // The names first: they say which fabrics the ports are on.
 ZTCHostLook::ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCSnBuffer& arBuffer,
-                         ZTCSnLog& arLog)
+                         ZTCServiceLog& arLog)
     : mpBook(std::make_shared<ZTCHostBook>(arBuffer, arLog)),
       mpFilesLook(std::make_shared<ZTCFilesLook>(acrRoot, mpBook)) {
     try {

@@ -22,7 +22,7 @@ class ZTCHostLook {
     /// acrNames: the names file; empty: none. Reads names and ports once, then looks on in its threads.
     /// Throws std::system_error if there can be none.
     ZTCHostLook(const std::string& acrRoot, const std::string& acrNames, ZTCSnBuffer& arBuffer,
-                ZTCSnLog& arLog);
+                ZTCServiceLog& arLog);
     ~ZTCHostLook();
     ZTCHostLook(const ZTCHostLook&) = delete;
     ZTCHostLook& operator=(const ZTCHostLook&) = delete;

@@ -20,9 +20,9 @@
 #include <system_error>
 #include <vector>
 
+#include "ServiceLog.h"
+#include "ServiceThread.h"
 #include "SnFigures.h"
-#include "SnLog.h"
-#include "SnThread.h"
 
 namespace {
 
@@ -104,7 +104,7 @@ bool sHasEnded(int aProcess) {
 
 }  // namespace
 
-ZTCIncidentCommand::ZTCIncidentCommand(ZTCSnFigures& arFigures, ZTCSnLog& arLog,
+ZTCIncidentCommand::ZTCIncidentCommand(ZTCSnFigures& arFigures, ZTCServiceLog& arLog,
                                        std::chrono::milliseconds aTime)
     : mrFigures(arFigures), mrLog(arLog), mTime(aTime), mEnded(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!mEnded.isOpen()) {
@@ -135,7 +135,7 @@ void ZTCIncidentCommand::run(std::string aText) {
     }
     if (!mThread.joinable()) {
         mHasEnded = false;
-        mThread = startSnThread("vrx-sn-command", [this] { work(); });
+        mThread = startServiceThread("vrx-sn-command", [this] { work(); });
     }
     mWaiting.push_back(std::move(aText));
     mChanged.notify_all();

@@ -11,7 +11,7 @@
 #include "SensorFiles.h"
 
 class ZTCSnFigures;
-class ZTCSnLog;
+class ZTCServiceLog;
 
 /// One at a time, in a thread of its own, so that nobody else waits for it. It is given a text on its
 /// standard input; what it writes is thrown away. After ten seconds it is killed, with all that is left of
@@ -20,7 +20,7 @@ class ZTCIncidentCommand {
   public:
     static constexpr std::size_t MostWaiting = 64;  ///< of more the last ones are dropped, counted and told
 
-    ZTCIncidentCommand(ZTCSnFigures& arFigures, ZTCSnLog& arLog,
+    ZTCIncidentCommand(ZTCSnFigures& arFigures, ZTCServiceLog& arLog,
                        std::chrono::milliseconds aTime = std::chrono::seconds(10));
     ~ZTCIncidentCommand();
     ZTCIncidentCommand(const ZTCIncidentCommand&) = delete;
@@ -46,7 +46,7 @@ class ZTCIncidentCommand {
     bool isStuck();
 
     ZTCSnFigures& mrFigures;
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
     const std::chrono::milliseconds mTime;
     ZTCSensorDescriptor mEnded;  // an event: the one that runs has less time
     int mStuck = 0;              // the thread's own: one that was killed and has not died; 0: there is none

@@ -5,7 +5,7 @@
 #include <exception>
 #include <mutex>
 
-#include "SnThread.h"
+#include "ServiceThread.h"
 #include "TimeScan.h"
 #include "TimeText.h"
 
@@ -249,7 +249,7 @@ void ZTCIncidentReplay::begin(const std::string& acrPath, const ZTSStoreStart& a
     } catch (const ZTCStoreError&) {
         // Then nothing is read: to read it will fail as well, and tell why.
     }
-    startSnThread("vrx-sn-replay", [lpShared = mpShared] { lpShared->run(); }).detach();
+    startServiceThread("vrx-sn-replay", [lpShared = mpShared] { lpShared->run(); }).detach();
 }
 
 std::unique_ptr<ZTCIncidentWork> ZTCIncidentReplay::take(std::string& arTrouble) {

@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "IncidentJson.h"
+#include "ServiceLog.h"
 #include "ShownText.h"
 #include "SnFigures.h"
-#include "SnLog.h"
 #include "TimeText.h"
 
 namespace {
@@ -17,7 +17,7 @@ namespace {
 struct Kind {
     const char* mpWord;
     const char* mpMessageId;
-    ZTESnLevel mLevel;
+    ZTEServiceLevel mLevel;
 };
 constexpr Kind sKinds[] = {
     // in the order of ZTSIncidentTelling::Why
@@ -99,7 +99,8 @@ ZTCJournalEntry sEntryOf(const ZTSIncident& acrIncident, const Kind& acrKind, co
 }  // namespace
 
 ZTCIncidentTeller::ZTCIncidentTeller(std::string aHost, const std::string& acrJournal,
-                                     ZTCSnFigures& arFigures, ZTCSnLog& arLog, ZTCIncidentCommand& arCommand)
+                                     ZTCSnFigures& arFigures, ZTCServiceLog& arLog,
+                                     ZTCIncidentCommand& arCommand)
     : mHost(std::move(aHost)),
       mrFigures(arFigures),
       mrLog(arLog),

@@ -14,7 +14,7 @@ class ZTCIncidentTeller {
     /// aHost: whose history it is. acrJournal: where the journal listens; empty: there is none, and a line is
     /// said as ever.
     ZTCIncidentTeller(std::string aHost, const std::string& acrJournal, ZTCSnFigures& arFigures,
-                      ZTCSnLog& arLog, ZTCIncidentCommand& arCommand);
+                      ZTCServiceLog& arLog, ZTCIncidentCommand& arCommand);
 
     void tell(const ZTSIncidentTelling& acrTelling, const ZTPortLabels& acrLabels);
 
@@ -23,7 +23,7 @@ class ZTCIncidentTeller {
 
     const std::string mHost;
     ZTCSnFigures& mrFigures;
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
     ZTCIncidentCommand& mrCommand;
     const std::optional<ZTCJournal> mJournal;
 };

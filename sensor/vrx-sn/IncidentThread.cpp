@@ -11,10 +11,10 @@
 
 #include "IncidentReplay.h"
 #include "IncidentTeller.h"
+#include "ServiceLog.h"
+#include "ServiceThread.h"
 #include "SnBuffer.h"
 #include "SnFigures.h"
-#include "SnLog.h"
-#include "SnThread.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ std::optional<ZTSIncidentAsk> sAskOf(const ZTSStoreRequest& acrRequest) {
 class ZTCIncidentThread::Impl {
   public:
     Impl(ZTSIncidentOptions aOptions, ZTCIncidentFeed& arFeed, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures,
-         ZTCSnLog& arLog, Accepted aAccepted)
+         ZTCServiceLog& arLog, Accepted aAccepted)
         : mOptions(std::move(aOptions)),
           mrFeed(arFeed),
           mrBuffer(arBuffer),
@@ -71,7 +71,7 @@ class ZTCIncidentThread::Impl {
           mTeller(mOptions.mHost, mOptions.mJournal, arFigures, arLog, mCommand),
           mLost(arLog, "events were not looked at for incidents") {
         mCommand.setCommand(mOptions.mCommand);
-        mThread = startSnThread("vrx-sn-incident", [this] { run(); });
+        mThread = startServiceThread("vrx-sn-incident", [this] { run(); });
     }
     ~Impl() {
         finish(0ms);
@@ -338,7 +338,7 @@ class ZTCIncidentThread::Impl {
     ZTCIncidentFeed& mrFeed;
     ZTCSnBuffer& mrBuffer;
     ZTCSnFigures& mrFigures;
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
     const Accepted mAccepted;
     ZTCIncidentCommand mCommand;
     ZTCIncidentReplay mReplay;
@@ -357,7 +357,7 @@ class ZTCIncidentThread::Impl {
 
     // The thread's own.
     ZTCIncidentTeller mTeller;
-    ZTCSnTrouble mLost;
+    ZTCServiceTrouble mLost;
     std::unique_ptr<ZTCIncidentWork> mpWork;  // null: nothing was looked at yet
     bool mIsStored = false;                   // it goes on with what the history has
     bool mIsTold = true;
@@ -370,7 +370,7 @@ class ZTCIncidentThread::Impl {
 };
 
 ZTCIncidentThread::ZTCIncidentThread(ZTSIncidentOptions aOptions, ZTCIncidentFeed& arFeed,
-                                     ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
+                                     ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCServiceLog& arLog,
                                      Accepted aAccepted)
     : mpImpl(std::make_unique<Impl>(std::move(aOptions), arFeed, arBuffer, arFigures, arLog,
                                     std::move(aAccepted))) {}

@@ -15,7 +15,7 @@
 class ZTCIncidentFeed;
 class ZTCSnBuffer;
 class ZTCSnFigures;
-class ZTCSnLog;
+class ZTCServiceLog;
 
 struct ZTSIncidentOptions {
     std::string mHost;  ///< whose history it is
@@ -35,7 +35,7 @@ class ZTCIncidentThread {
     using Accepted = std::function<void(const std::vector<std::string>&)>;
 
     ZTCIncidentThread(ZTSIncidentOptions aOptions, ZTCIncidentFeed& arFeed, ZTCSnBuffer& arBuffer,
-                      ZTCSnFigures& arFigures, ZTCSnLog& arLog, Accepted aAccepted);
+                      ZTCSnFigures& arFigures, ZTCServiceLog& arLog, Accepted aAccepted);
     ~ZTCIncidentThread();
     ZTCIncidentThread(const ZTCIncidentThread&) = delete;
     ZTCIncidentThread& operator=(const ZTCIncidentThread&) = delete;

@@ -6,7 +6,7 @@
 #include <functional>
 #include <memory>
 
-#include "SnThread.h"
+#include "ServiceThread.h"
 
 /// What it looks at. It belongs to its thread, which calls everything here but the constructor; whatever it
 /// tells others goes by what these have under a lock.
@@ -44,7 +44,7 @@ class ZTCLookThread {
     template <std::size_t Size>
     ZTCLookThread(const char (&aprName)[Size], std::shared_ptr<ZTCLooker> apLooker)
         : mpShared(makeShared(std::move(apLooker))) {
-        startSnThread(aprName, [lpShared = mpShared] { run(*lpShared); }).detach();
+        startServiceThread(aprName, [lpShared = mpShared] { run(*lpShared); }).detach();
     }
     /// Ends it, and waits for nothing.
     ~ZTCLookThread() { end(); }

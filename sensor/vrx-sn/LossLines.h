@@ -7,17 +7,17 @@
 #include <vector>
 
 #include "Record.h"
-#include "SnLog.h"
+#include "ServiceLog.h"
 
 /// One thread at a time.
 class ZTCLossLines {
   public:
-    explicit ZTCLossLines(ZTCSnLog& arLog) : mrLog(arLog) {}
+    explicit ZTCLossLines(ZTCServiceLog& arLog) : mrLog(arLog) {}
 
     void take(const std::vector<ZTSLoss>& acrLosses, std::chrono::steady_clock::time_point aNow) noexcept;
 
   private:
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
     std::map<std::string, std::uint64_t> mLosses;  ///< that no line tells of yet
     std::chrono::steady_clock::time_point mNext;
 };

@@ -27,7 +27,7 @@ ZTCLooker::Clock::time_point ZTCPortsLook::look() {
 void ZTCPortsLook::noteLeftOut() {
     const std::size_t lLeftOut = mPorts.getLeftOut();
     if (lLeftOut != 0 && mLeftOut == 0) {
-        mpBook->say([&](ZTCSnLog& arLog) {
+        mpBook->say([&](ZTCServiceLog& arLog) {
             arLog.note(ZTSL_Warning, "%zu ports are left out: %zu ports and %zu remote ports are looked at",
                        lLeftOut, ZTCHostPorts::MostLocal, ZTCHostPorts::MostRemote);
         });
@@ -46,19 +46,20 @@ void ZTCPortsLook::lookAtCounters(Clock::time_point aNow) {
 }
 
 void ZTCPortsLook::tellSlow(unsigned int aSeconds) {
-    mpBook->say([&](ZTCSnLog& arLog) {
+    mpBook->say([&](ZTCServiceLog& arLog) {
         arLog.note(ZTSL_Warning, "the host's ports could not be seen for %u s: a driver was slow to answer",
                    aSeconds);
     });
 }
 
 void ZTCPortsLook::tellFailed(const char* apWhy) {
-    mpBook->say(
-        [&](ZTCSnLog& arLog) { arLog.note(ZTSL_Error, "a look at the host's ports failed: %s", apWhy); });
+    mpBook->say([&](ZTCServiceLog& arLog) {
+        arLog.note(ZTSL_Error, "a look at the host's ports failed: %s", apWhy);
+    });
 }
 
 void ZTCPortsLook::tellHangs(unsigned int aSeconds) {
-    mpBook->say([&](ZTCSnLog& arLog) {
+    mpBook->say([&](ZTCServiceLog& arLog) {
         arLog.note(ZTSL_Warning, "the host's ports cannot be seen: a driver has not answered for %u s",
                    aSeconds);
     });

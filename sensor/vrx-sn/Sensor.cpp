@@ -12,7 +12,7 @@
 #include <new>
 #include <system_error>
 
-#include "SnThread.h"
+#include "ServiceThread.h"
 #include "StoreFile.h"
 #include "TimeText.h"
 
@@ -96,7 +96,7 @@ std::uint64_t sEventsSince(const std::string& acrStore, std::time_t aTime) {
 }  // namespace
 
 ZTCSensor::ZTCSensor(const ZTSSnOptions& acrOptions, const std::vector<std::string>& acrWords,
-                     ZTCSnLog& arLog)
+                     ZTCServiceLog& arLog)
     : mOptions(acrOptions),
       mrLog(arLog),
       mSignals(sTakeSignals()),
@@ -166,7 +166,7 @@ void ZTCSensor::noteSelf(const std::string& acrProcess, const char* apEvent, con
 
 int ZTCSensor::run() {
     mStore.waitUntilOpen(sOpenTime);
-    mCollecting = startSnThread("vrx-sn-agent", [this] { collect(); });
+    mCollecting = startServiceThread("vrx-sn-agent", [this] { collect(); });
     mNotify.tellReady();
     for (Event lEvent = waitForEvent(); lEvent != Event::End; lEvent = waitForEvent()) {
         if (lEvent == Event::Broken) {
@@ -306,7 +306,7 @@ void ZTCSensor::end() {
     const auto lBegin = Clock::now();
     mNotify.tellStopping();
     // Whatever stands still from here on, also in a destructor: the process is left in time.
-    startSnThread("vrx-sn-end", [this, lBegin] {
+    startServiceThread("vrx-sn-end", [this, lBegin] {
         std::this_thread::sleep_until(lBegin + sEndTime);
         mrLog.note(ZTSL_Error, "the end takes too long: leaving");
         leave(mResult);

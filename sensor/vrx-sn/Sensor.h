@@ -8,9 +8,9 @@
 #include "IncidentFeed.h"
 #include "IncidentThread.h"
 #include "Notify.h"
+#include "ServiceLog.h"
 #include "SnBuffer.h"
 #include "SnFigures.h"
-#include "SnLog.h"
 #include "SnOptions.h"
 #include "SnReload.h"
 #include "SnStatus.h"
@@ -20,7 +20,7 @@
 class ZTCSensor {
   public:
     /// acrWords: the command line, for the options to be read anew. Throws what its parts throw.
-    ZTCSensor(const ZTSSnOptions& acrOptions, const std::vector<std::string>& acrWords, ZTCSnLog& arLog);
+    ZTCSensor(const ZTSSnOptions& acrOptions, const std::vector<std::string>& acrWords, ZTCServiceLog& arLog);
     ~ZTCSensor();
     ZTCSensor(const ZTCSensor&) = delete;
     ZTCSensor& operator=(const ZTCSensor&) = delete;
@@ -48,7 +48,7 @@ class ZTCSensor {
     [[noreturn]] void leave(int aStatus);
 
     ZTSSnOptions mOptions;
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
     ZTCSensorDescriptor mSignals;
     ZTCSensorDescriptor mBroken;  ///< an event: a thread has ended by itself
     ZTCSnReload mReload;

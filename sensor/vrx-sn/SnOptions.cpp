@@ -232,7 +232,7 @@ class OnceEach : public CLI::ConfigINI {
 ZTSSnOptions sFinish(Given& arGiven) {
     ZTSSnOptions& lrOptions = arGiven.mOptions;
     if (lrOptions.mDirectory.empty()) {
-        throw ZTCSnUsage("--dir or ZT_VRX_SENSOR_DIR has to name the agent's runtime directory");
+        throw ZTCServiceUsage("--dir or ZT_VRX_SENSOR_DIR has to name the agent's runtime directory");
     }
     const auto lToTime = [](double aSeconds) {
         return std::chrono::round<std::chrono::milliseconds>(std::chrono::duration<double>(aSeconds));
@@ -241,7 +241,7 @@ ZTSSnOptions sFinish(Given& arGiven) {
     lrOptions.mFold = lToTime(arGiven.mFold);
     lrOptions.mKeepBytes = sBytesOf(arGiven.mKeepBytes).value();
     if (arGiven.mWindows.size() > sMostWindows) {
-        throw ZTCSnUsage(fmt::format("there are more than {} windows", sMostWindows));
+        throw ZTCServiceUsage(fmt::format("there are more than {} windows", sMostWindows));
     }
     for (const std::string& lrWindow : arGiven.mWindows) {
         lrOptions.mWindows.push_back(parseWindow(lrWindow));
@@ -278,11 +278,11 @@ ZTSSnOptions sRead(const std::vector<std::string>& acrWords, const std::string* 
             lProgram.parse_from_stream(lText);
         }
     } catch (const CLI::CallForVersion& lrVersion) {
-        throw ZTCSnShown(std::string(lrVersion.what()) + "\n");
+        throw ZTCServiceShown(std::string(lrVersion.what()) + "\n");
     } catch (const CLI::Success&) {
-        throw ZTCSnShown(lProgram.help());
+        throw ZTCServiceShown(lProgram.help());
     } catch (const CLI::ParseError& lrError) {
-        throw ZTCSnUsage((lWhere.empty() ? "" : lWhere + ": ") + lrError.what());
+        throw ZTCServiceUsage((lWhere.empty() ? "" : lWhere + ": ") + lrError.what());
     }
     lGiven.mOptions.mConfig = lWhere;
     return sFinish(lGiven);

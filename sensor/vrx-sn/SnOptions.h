@@ -3,11 +3,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "IncidentRules.h"
+#include "ServiceUsage.h"
 #include "Windows.h"
 
 struct ZTSSnOptions {
@@ -27,19 +27,11 @@ struct ZTSSnOptions {
     std::string mRoot = "/";
 };
 
-/// They cannot be used, in one line.
-class ZTCSnUsage : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-/// The help or the version was asked for: what is to be shown.
-class ZTCSnShown : public std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
 /// What stands on the command line, else in the environment, else in the configuration. acrWords: behind the
-/// program's name. Throws ZTCSnUsage, ZTCSnShown.
+/// program's name. Throws ZTCServiceUsage, ZTCServiceShown.
 ZTSSnOptions readSnOptions(const std::vector<std::string>& acrWords);
-/// The same with that text as the configuration, whatever lies where. Throws ZTCSnUsage, ZTCSnShown.
+/// The same with that text as the configuration, whatever lies where. Throws ZTCServiceUsage,
+/// ZTCServiceShown.
 ZTSSnOptions parseSnOptions(const std::vector<std::string>& acrWords, const std::string& acrConfig);
 
 /// Which options that need a new start are others now: "--store, --dir". Empty: none.

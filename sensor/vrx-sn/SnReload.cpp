@@ -9,7 +9,7 @@
 #include <system_error>
 
 #include "SensorFiles.h"
-#include "SnThread.h"
+#include "ServiceThread.h"
 
 /// Belongs to the thread as well, which may outlive the rest.
 class ZTCSnReload::Shared {
@@ -58,7 +58,7 @@ void ZTCSnReload::begin() {
     const std::lock_guard lLock(mpShared->mLock);
     mpShared->mIsWanted = true;
     if (!mpShared->mIsRunning) {
-        startSnThread("vrx-sn-options", [lpShared = mpShared] { lpShared->run(); }).detach();
+        startServiceThread("vrx-sn-options", [lpShared = mpShared] { lpShared->run(); }).detach();
         mpShared->mIsRunning = true;
     }
 }

@@ -1,6 +1,6 @@
 #include "StoreCheckpoints.h"
 
-#include "SnThread.h"
+#include "ServiceThread.h"
 #include "StoreWriter.h"
 
 namespace {
@@ -9,12 +9,12 @@ constexpr std::chrono::milliseconds sBetween{100};
 
 }  // namespace
 
-ZTCStoreCheckpoints::ZTCStoreCheckpoints(ZTCSnLog& arLog, std::chrono::milliseconds aLogStays,
+ZTCStoreCheckpoints::ZTCStoreCheckpoints(ZTCServiceLog& arLog, std::chrono::milliseconds aLogStays,
                                          Damaged aDamaged)
     : mLogStays(aLogStays),
       mDamaged(std::move(aDamaged)),
       mTrouble(arLog, "the history's log is not brought into its file") {
-    mThread = startSnThread("vrx-sn-checks", [this] { run(); });
+    mThread = startServiceThread("vrx-sn-checks", [this] { run(); });
 }
 
 ZTCStoreCheckpoints::~ZTCStoreCheckpoints() {

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <thread>
 
-#include "SnLog.h"
+#include "ServiceLog.h"
 
 class ZTCStoreWriter;
 
@@ -17,7 +17,7 @@ class ZTCStoreCheckpoints {
     using Damaged = std::function<void()>;
 
     /// aDamaged is called in the thread when the file has turned out to be damaged.
-    ZTCStoreCheckpoints(ZTCSnLog& arLog, std::chrono::milliseconds aLogStays, Damaged aDamaged);
+    ZTCStoreCheckpoints(ZTCServiceLog& arLog, std::chrono::milliseconds aLogStays, Damaged aDamaged);
     ~ZTCStoreCheckpoints();
     ZTCStoreCheckpoints(const ZTCStoreCheckpoints&) = delete;
     ZTCStoreCheckpoints& operator=(const ZTCStoreCheckpoints&) = delete;
@@ -37,7 +37,7 @@ class ZTCStoreCheckpoints {
 
     const std::chrono::milliseconds mLogStays;
     const Damaged mDamaged;
-    ZTCSnTrouble mTrouble;
+    ZTCServiceTrouble mTrouble;
     std::mutex mLock;  // of what follows
     std::condition_variable mChanged;
     std::condition_variable mIsOver;

@@ -9,9 +9,9 @@
 #include <optional>
 #include <thread>
 
+#include "ServiceLog.h"
+#include "ServiceThread.h"
 #include "SnBuffer.h"
-#include "SnLog.h"
-#include "SnThread.h"
 #include "StoreCheckpoints.h"
 #include "StoreMove.h"
 #include "StoreTrouble.h"
@@ -38,7 +38,7 @@ ZTNanoseconds sNow() {
 
 class ZTCStoreThread::Impl {
   public:
-    Impl(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
+    Impl(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCServiceLog& arLog,
          Opened aOpened, Failed aFailed, Asked aAsked)
         : mOptions(std::move(aOptions)),
           mrBuffer(arBuffer),
@@ -51,7 +51,7 @@ class ZTCStoreThread::Impl {
               mIsDamaged = true;
               mrBuffer.wake();
           }) {
-        mStore = startSnThread("vrx-sn-store", [this] { run(); });
+        mStore = startServiceThread("vrx-sn-store", [this] { run(); });
     }
     ~Impl() {
         {
@@ -341,7 +341,7 @@ class ZTCStoreThread::Impl {
 
     const ZTSStoreOptions mOptions;  // but how much is kept
     ZTCSnBuffer& mrBuffer;
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
     const Opened mOpened;
     const Failed mFailed;
     ZTCStoreTrouble mTrouble;
@@ -377,7 +377,7 @@ class ZTCStoreThread::Impl {
 };
 
 ZTCStoreThread::ZTCStoreThread(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures,
-                               ZTCSnLog& arLog, Opened aOpened, Failed aFailed, Asked aAsked)
+                               ZTCServiceLog& arLog, Opened aOpened, Failed aFailed, Asked aAsked)
     : mpImpl(std::make_unique<Impl>(std::move(aOptions), arBuffer, arFigures, arLog, std::move(aOpened),
                                     std::move(aFailed), std::move(aAsked))) {}
 

@@ -10,7 +10,7 @@
 
 class ZTCSnBuffer;
 class ZTCSnFigures;
-class ZTCSnLog;
+class ZTCServiceLog;
 
 /// Its thread opens the store, writes, and removes what is too old; another brings the log into the file.
 /// Only these two ever wait for the disk.
@@ -24,8 +24,8 @@ class ZTCStoreThread {
     /// has marked an incident with it. False: that is not known.
     using Asked = std::function<bool(const ZTSStoreRequest&, bool)>;
 
-    ZTCStoreThread(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
-                   Opened aOpened, Failed aFailed = nullptr, Asked aAsked = nullptr);
+    ZTCStoreThread(ZTSStoreOptions aOptions, ZTCSnBuffer& arBuffer, ZTCSnFigures& arFigures,
+                   ZTCServiceLog& arLog, Opened aOpened, Failed aFailed = nullptr, Asked aAsked = nullptr);
     /// Waits for both threads: they end in order, or the process is left by another way.
     ~ZTCStoreThread();
     ZTCStoreThread(const ZTCStoreThread&) = delete;

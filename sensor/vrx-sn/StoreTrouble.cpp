@@ -5,7 +5,7 @@
 #include "SnBuffer.h"
 #include "SnFigures.h"
 
-ZTCStoreTrouble::ZTCStoreTrouble(const ZTCSnBuffer& acrBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog)
+ZTCStoreTrouble::ZTCStoreTrouble(const ZTCSnBuffer& acrBuffer, ZTCSnFigures& arFigures, ZTCServiceLog& arLog)
     : mrBuffer(acrBuffer), mrFigures(arFigures), mTold(arLog, "the history is not written") {}
 
 void ZTCStoreTrouble::begin(const char* apDoing) {
@@ -18,7 +18,7 @@ void ZTCStoreTrouble::succeed() {
     const std::scoped_lock lLock(mLock);
     mpDoing = nullptr;
     mWhy.clear();
-    tellAt(Clock::now(), &ZTCSnTrouble::lasts);
+    tellAt(Clock::now(), &ZTCServiceTrouble::lasts);
 }
 
 void ZTCStoreTrouble::fail(ZTEStoreFault aFault, const std::string& acrWhy) {
@@ -27,7 +27,7 @@ void ZTCStoreTrouble::fail(ZTEStoreFault aFault, const std::string& acrWhy) {
     mFailsSince = mWhy.empty() ? mBegan : mFailsSince;
     mWhy = acrWhy;
     mIsBusy = aFault == ZTEStoreFault::Busy;
-    tellAt(Clock::now(), &ZTCSnTrouble::met);
+    tellAt(Clock::now(), &ZTCServiceTrouble::met);
 }
 
 std::string ZTCStoreTrouble::getTextAt(Clock::time_point aNow) const {
@@ -68,5 +68,5 @@ std::string ZTCStoreTrouble::getText() const {
 
 void ZTCStoreTrouble::tell() {
     const std::scoped_lock lLock(mLock);
-    tellAt(Clock::now(), &ZTCSnTrouble::lasts);
+    tellAt(Clock::now(), &ZTCServiceTrouble::lasts);
 }

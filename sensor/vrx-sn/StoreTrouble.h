@@ -5,7 +5,7 @@
 #include <mutex>
 #include <optional>
 
-#include "SnLog.h"
+#include "ServiceLog.h"
 #include "StoreError.h"
 
 class ZTCSnBuffer;
@@ -21,7 +21,7 @@ class ZTCStoreTrouble {
     /// So long a lock may be held before it is worth a line.
     static constexpr std::chrono::seconds BusyAfter{1};
 
-    ZTCStoreTrouble(const ZTCSnBuffer& acrBuffer, ZTCSnFigures& arFigures, ZTCSnLog& arLog);
+    ZTCStoreTrouble(const ZTCSnBuffer& acrBuffer, ZTCSnFigures& arFigures, ZTCServiceLog& arLog);
 
     /// Something with the disk begins, "writing", and ends.
     void begin(const char* apDoing);
@@ -35,13 +35,13 @@ class ZTCStoreTrouble {
 
   private:
     std::string getTextAt(Clock::time_point aNow) const;
-    using Tell = void (ZTCSnTrouble::*)(const std::string&, Clock::time_point);
+    using Tell = void (ZTCServiceTrouble::*)(const std::string&, Clock::time_point);
     void tellAt(Clock::time_point aNow, Tell aTell);
 
     const ZTCSnBuffer& mrBuffer;
     ZTCSnFigures& mrFigures;
     mutable std::mutex mLock;
-    ZTCSnTrouble mTold;
+    ZTCServiceTrouble mTold;
     const char* mpDoing = nullptr;
     Clock::time_point mBegan;
     std::string mWhy;

@@ -4,8 +4,8 @@
 #include <exception>
 #include <utility>
 
+#include "ServiceLog.h"
 #include "SnFigures.h"
-#include "SnLog.h"
 #include "StoreTrouble.h"
 
 namespace {
@@ -23,8 +23,8 @@ ZTNanoseconds sNow() {
 
 }  // namespace
 
-ZTCStoreUpkeep::ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
-                               ZTCStoreTrouble& arTrouble, Asked aAsked)
+ZTCStoreUpkeep::ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures,
+                               ZTCServiceLog& arLog, ZTCStoreTrouble& arTrouble, Asked aAsked)
     : mrFigures(arFigures),
       mrLog(arLog),
       mrTrouble(arTrouble),

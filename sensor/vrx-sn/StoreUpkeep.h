@@ -8,7 +8,7 @@
 #include "StoreWriter.h"
 
 class ZTCSnFigures;
-class ZTCSnLog;
+class ZTCServiceLog;
 class ZTCStoreTrouble;
 
 /// Removes what is too old or too much, takes what somebody asks for, and shows how large the store is. One
@@ -19,7 +19,7 @@ class ZTCStoreUpkeep {
     /// with it. False: that is not known.
     using Asked = std::function<bool(const ZTSStoreRequest&, bool)>;
 
-    ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCSnLog& arLog,
+    ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& arFigures, ZTCServiceLog& arLog,
                    ZTCStoreTrouble& arTrouble, Asked aAsked);
 
     /// How long and how much is kept, from now on.
@@ -41,7 +41,7 @@ class ZTCStoreUpkeep {
     void showSizes(const ZTCStoreWriter& acrWriter);
 
     ZTCSnFigures& mrFigures;
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
     ZTCStoreTrouble& mrTrouble;
     const Asked mAsked;
     std::mutex mLock;  // of what follows

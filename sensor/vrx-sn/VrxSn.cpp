@@ -27,7 +27,7 @@ constexpr std::size_t sRoom = std::size_t{160} << 20;  // for the buffer, a batc
 
 // What stands on a disk that stands still is not to be needed: all that is touched stays in memory. Where it
 // is limited, what is only set aside counts too, so there are small stacks and no heaps a thread.
-void sLockMemory(ZTCSnLog& arLog) {
+void sLockMemory(ZTCServiceLog& arLog) {
     bool lIsLocked = mlockall(MCL_CURRENT | MCL_FUTURE | MCL_ONFAULT) == 0;
     int lErrno = errno;
     if (lIsLocked) {
@@ -51,16 +51,16 @@ void sKeepSmall() {
     pthread_attr_destroy(&lAttributes);
 }
 
-int sRun(const std::vector<std::string>& acrWords, ZTCSnLog& arLog) {
+int sRun(const std::vector<std::string>& acrWords, ZTCServiceLog& arLog) {
     try {
         const ZTSSnOptions lOptions = readSnOptions(acrWords);
         sKeepSmall();
         sLockMemory(arLog);
         ZTCSensor lSensor(lOptions, acrWords, arLog);
         return lSensor.run();
-    } catch (const ZTCSnShown& lrShown) {
+    } catch (const ZTCServiceShown& lrShown) {
         return fputs(lrShown.what(), stdout) >= 0 && fflush(stdout) == 0 ? 0 : sFailed;
-    } catch (const ZTCSnUsage& lrError) {
+    } catch (const ZTCServiceUsage& lrError) {
         arLog.note(ZTSL_Error, "%s", lrError.what());
         return sWrongUsage;
     } catch (const std::exception& lrError) {
@@ -81,7 +81,7 @@ int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
     signal(SIGXFSZ, SIG_IGN);
     umask(027);  // the group reads the history
-    ZTCSnLog lLog;
+    ZTCServiceLog lLog;
     try {
         return sRun({argv + (argc > 0 ? 1 : 0), argv + argc}, lLog);
     } catch (const std::bad_alloc&) {

@@ -123,8 +123,15 @@ TEST(Documents, EveryLineOfTheSensorIsExplained) {
         }
     }
     std::set<std::string> lCode;
-    for (const auto& lrFile : std::filesystem::directory_iterator(ZT_SOURCE_DIR "/sensor/vrx-sn")) {
-        const std::string lSource = readFile(lrFile.path());
+    Texts lFiles;
+    for (const char* const lpFolder : {"/sensor/vrx-sn", "/sensor/service"}) {
+        for (const auto& lrFile :
+             std::filesystem::directory_iterator(ZT_SOURCE_DIR + std::string(lpFolder))) {
+            lFiles.push_back(lrFile.path());
+        }
+    }
+    for (const std::string& lrFile : lFiles) {
+        const std::string lSource = std::filesystem::is_regular_file(lrFile) ? readFile(lrFile) : "";
         // A call of the log's, and a trouble that is made.
         for (const std::string& lrCall :
              {std::string("\\.note\\([^;]*?,\\s*"), std::string("\\w\\(a?r?Log,\\s*")}) {

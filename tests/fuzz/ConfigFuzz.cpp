@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* apInput, std::size_t 
             lOptions.mKeepDays == 0 || lOptions.mKeepBytes < (1 << 20) || lOptions.mHostName.empty()) {
             abort();
         }
-    } catch (const ZTCSnUsage& lrError) {
+    } catch (const ZTCServiceUsage& lrError) {
         if (lrError.what()[0] == '\0') {
             abort();
         }

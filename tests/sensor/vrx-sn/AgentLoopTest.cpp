@@ -110,7 +110,7 @@ struct Sensor {
 
     ZTSSnOptions mOptions;
     ZTCTestDirectory mRoot;
-    ZTCSnLog mLog;
+    ZTCServiceLog mLog;
     ZTCSnFigures mFigures{""};
     ZTCSnBuffer mBuffer{{}};
     ZTCHostLook mHost{mRoot.getPath(), "", mBuffer, mLog};

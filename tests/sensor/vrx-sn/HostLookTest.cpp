@@ -5,8 +5,8 @@
 #include "FcTree.h"
 #include "HostLook.h"
 #include "KernelBytes.h"
+#include "ServiceLog.h"
 #include "SnBuffer.h"
-#include "SnLog.h"
 #include "StandingWrites.h"
 
 namespace {
@@ -54,7 +54,7 @@ class HostLook : public testing::Test {
     ZTCFcTestTree mTree{"sys/class/"};
     const std::string mNames = mTree.getPath() + "/names";
     ZTCSnBuffer mBuffer{{}};
-    ZTCSnLog mLog;
+    ZTCServiceLog mLog;
     std::optional<ZTCHostLook> mLook;
 };
 

@@ -4,8 +4,8 @@
 #include <sys/stat.h>
 
 #include "IncidentCommand.h"
+#include "ServiceLog.h"
 #include "SnFigures.h"
-#include "SnLog.h"
 #include "TestSupport.h"
 
 namespace {
@@ -51,7 +51,7 @@ class IncidentCommand : public ::testing::Test {
     const ZTCTestDirectory mDirectory;
     unsigned int mScripts = 0;
     ZTCSnFigures mFigures{""};
-    ZTCSnLog mLog;
+    ZTCServiceLog mLog;
     std::optional<ZTCIncidentCommand> mCommand;
 };
 

@@ -4,8 +4,8 @@
 #include <nlohmann/json.hpp>
 
 #include "IncidentTeller.h"
+#include "ServiceLog.h"
 #include "SnFigures.h"
-#include "SnLog.h"
 #include "TestSupport.h"
 
 namespace {
@@ -51,7 +51,7 @@ class IncidentTeller : public ::testing::Test {
     const std::string mPath = mDirectory / "journal";
     const ZTCDescriptor mSocket{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
     ZTCSnFigures mFigures{""};
-    ZTCSnLog mLog;
+    ZTCServiceLog mLog;
     ZTCIncidentCommand mCommand{mFigures, mLog};
 };
 

@@ -3,9 +3,9 @@
 #include "IncidentReplay.h"
 #include "IncidentThread.h"
 #include "SensorBooks.h"
+#include "ServiceLog.h"
 #include "SnBuffer.h"
 #include "SnFigures.h"
-#include "SnLog.h"
 #include "StoreBatches.h"
 #include "StoreReader.h"
 #include "StoreThread.h"
@@ -74,7 +74,7 @@ struct Sensor {
 
     const std::string mPath;
     ZTCSnFigures mFigures{""};
-    ZTCSnLog mLog;
+    ZTCServiceLog mLog;
     ZTCIncidentFeed mFeed;
     ZTCSnBuffer mBuffer{{.mFold = {}, .mpFeed = &mFeed}};
     std::atomic<std::size_t> mAccepted{0};

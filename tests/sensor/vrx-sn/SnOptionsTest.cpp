@@ -13,7 +13,7 @@ std::string refusalOf(const std::string& acrConfig, Words aWords = {"--dir", "/d
     try {
         parseSnOptions(aWords, acrConfig);
         return "";
-    } catch (const ZTCSnUsage& lrError) {
+    } catch (const ZTCServiceUsage& lrError) {
         return lrError.what();
     }
 }
@@ -37,7 +37,7 @@ TEST(SnOptions, TheCommandLineComesBeforeTheEnvironmentAndThatBeforeTheConfigura
                   EXPECT_EQ(parseSnOptions({}, lConfig).mDirectory, "/of/environment");
                   unsetenv("ZT_VRX_SENSOR_DIR");
                   EXPECT_EQ(parseSnOptions({}, lConfig).mDirectory, "/of/file");
-                  EXPECT_THROW(parseSnOptions({}, ""), ZTCSnUsage);
+                  EXPECT_THROW(parseSnOptions({}, ""), ZTCServiceUsage);
               })).mStatus,
               0);
 }
@@ -94,8 +94,8 @@ TEST(SnOptions, WhatCannotBeUsedIsOneLine) {
     }
     EXPECT_NE(refusalOf("", {"--dir", "/d", "word"}), "");
     EXPECT_NE(refusalOf("", {"--dir"}), "");
-    EXPECT_THROW(parseSnOptions({"--help"}, ""), ZTCSnShown);
-    EXPECT_THROW(parseSnOptions({"--version"}, ""), ZTCSnShown);
+    EXPECT_THROW(parseSnOptions({"--help"}, ""), ZTCServiceShown);
+    EXPECT_THROW(parseSnOptions({"--version"}, ""), ZTCServiceShown);
 }
 
 TEST(SnOptions, ThereMayBeManyWindows) {
@@ -134,7 +134,7 @@ TEST(SnOptions, AConfigurationThatIsNoneIsNotWaitedFor) {
     writeFile(lDirectory / "good", "dir=/d\nstore=/s\n");
     for (const std::string& lrName : {lDirectory / "pipe", lDirectory / "large", lDirectory / "absent",
                                       lDirectory.getPath(), std::string("/dev/zero")}) {
-        EXPECT_THROW(readSnOptions({"--config", lrName}), ZTCSnUsage) << lrName;
+        EXPECT_THROW(readSnOptions({"--config", lrName}), ZTCServiceUsage) << lrName;
     }
     const ZTSSnOptions lGood = readSnOptions({"--config", lDirectory / "good"});
     EXPECT_EQ(lGood.mStore, "/s");

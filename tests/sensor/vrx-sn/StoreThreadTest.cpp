@@ -1,6 +1,6 @@
+#include "ServiceLog.h"
 #include "SnBuffer.h"
 #include "SnFigures.h"
-#include "SnLog.h"
 #include "StoreFile.h"
 #include "StoreRequest.h"
 #include "StoreThread.h"
@@ -43,7 +43,7 @@ class StoreThread : public ::testing::Test {
     const ZTCTestDirectory mDirectory;
     const std::string mPath = mDirectory / "history.db";
     ZTCSnFigures mFigures{""};
-    ZTCSnLog mLog;
+    ZTCServiceLog mLog;
     ZTCSnBuffer mBuffer{{}};
     std::chrono::milliseconds mLogStays = 1min;
     ZTSStoreStart mStart;

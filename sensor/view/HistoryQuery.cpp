@@ -7,17 +7,17 @@
 #include <set>
 
 #include "EventBlock.h"
-#include "Failure.h"
 #include "PortText.h"
 #include "WhenText.h"
 
 namespace {
 
-ZTNanoseconds sReadTime(const char* apOption, const std::string& acrText, ZTNanoseconds aNow, bool aInUtc) {
+ZTNanoseconds sReadTime(const std::string& acrOption, const std::string& acrText, ZTNanoseconds aNow,
+                        bool aInUtc) {
     if (const auto lWhen = readWhen(acrText, aNow, aInUtc ? zoneOfUtc : zoneOfProcess)) {
         return *lWhen;
     }
-    throw ZTCScopeUsage(fmt::format("{} '{}' is no time: write {}", apOption, acrText, ZTWhenForms));
+    throw ZTCViewUsage(fmt::format("{} '{}' is no time: write {}", acrOption, acrText, ZTWhenForms));
 }
 
 // "16,127".
@@ -44,7 +44,7 @@ std::pair<std::uint8_t, std::uint8_t> sReadKind(const std::string& acrText) {
         }
         lAll += std::string(lrKind.mpName) + ", ";
     }
-    throw ZTCScopeUsage(fmt::format("there is no kind '{}', but {}fpin, stall", acrText, lAll));
+    throw ZTCViewUsage(fmt::format("there is no kind '{}', but {}fpin, stall", acrText, lAll));
 }
 
 // Kinds of the history's that are none of the agent's.
@@ -124,7 +124,7 @@ std::vector<ZTSWwn> readPortsOf(const std::vector<std::string>& acrTexts, const 
     for (const std::string& lrText : acrTexts) {
         const std::vector<ZTSWwn> lPorts = findPorts(acrLabels, lrText);
         if (lPorts.empty()) {
-            throw ZTCScopeUsage(
+            throw ZTCViewUsage(
                 fmt::format("'{}' is neither a world wide name nor a port, an array or ARRAY/CONTROLLER of "
                             "the names file{}",
                             lrText, acrLabels.empty() ? ", which has none" : ""));
@@ -154,34 +154,36 @@ std::string readFabric(const std::string& acrText, ZTCStoreReader& arReader) {
     for (const std::string& lrFabric : lKnown) {
         lAll += (lAll.empty() ? "" : ", ") + lrFabric;
     }
-    throw ZTCScopeUsage(
+    throw ZTCViewUsage(
         fmt::format("there is no fabric '{}', but {}", acrText, lAll.empty() ? "none is known" : lAll));
 }
 
-ZTSHistoryQuery makeQuery(const ZTSHistoryOptions& acrOptions, ZTCStoreReader& arReader, ZTNanoseconds aNow,
+ZTSHistoryQuery makeQuery(const ZTSHistoryAsk& acrAsk, ZTCStoreReader& arReader, ZTNanoseconds aNow,
                           bool aInUtc) {
     ZTSHistoryQuery lQuery;
     ZTSHistoryFilter& lrFilter = lQuery.mFilter;
-    if (!acrOptions.mSince.empty()) {
-        lrFilter.mSince = sReadTime("--since", acrOptions.mSince, aNow, aInUtc);
+    const std::string lDash = acrAsk.mpDash;
+    if (!acrAsk.mSince.empty()) {
+        lrFilter.mSince = sReadTime(lDash + "since", acrAsk.mSince, aNow, aInUtc);
     }
-    if (!acrOptions.mUntil.empty()) {
-        lrFilter.mUntil = sReadTime("--until", acrOptions.mUntil, aNow, aInUtc);
+    if (!acrAsk.mUntil.empty()) {
+        lrFilter.mUntil = sReadTime(lDash + "until", acrAsk.mUntil, aNow, aInUtc);
     }
     if (lrFilter.mSince > lrFilter.mUntil) {
-        throw ZTCScopeUsage("--since is after --until: nothing lies between them");
+        throw ZTCViewUsage(
+            fmt::format("{0}since is after {0}until: nothing lies between them", acrAsk.mpDash));
     }
-    sReadKinds(acrOptions.mKinds, lQuery);
+    sReadKinds(acrAsk.mKinds, lQuery);
     const ZTPortLabels lLabels = arReader.readLabels();
-    lrFilter.mInitiators = readPortsOf(acrOptions.mInitiators, lLabels);
-    lrFilter.mTargets = readPortsOf(acrOptions.mTargets, lLabels);
-    lrFilter.mFabric = readFabric(acrOptions.mFabric, arReader);
+    lrFilter.mInitiators = readPortsOf(acrAsk.mInitiators, lLabels);
+    lrFilter.mTargets = readPortsOf(acrAsk.mTargets, lLabels);
+    lrFilter.mFabric = readFabric(acrAsk.mFabric, arReader);
     if (lQuery.asksForPorts() || !arReader.readWindows().empty()) {
         lQuery.mpBelow->read(arReader);
     }
-    if (!acrOptions.mHost.empty() && acrOptions.mHost != arReader.getHost()) {
-        throw ZTCScopeUsage(
-            fmt::format("the store is that of host '{}', not of '{}'", arReader.getHost(), acrOptions.mHost));
+    if (!acrAsk.mHost.empty() && acrAsk.mHost != arReader.getHost()) {
+        throw ZTCViewUsage(
+            fmt::format("the store is that of host '{}', not of '{}'", arReader.getHost(), acrAsk.mHost));
     }
     return lQuery;
 }

@@ -1,8 +1,8 @@
 // The LUNs of a host as people ask for them: each once, with all paths to it and what stands above.
 #pragma once
 
-#include "HistoryOptions.h"
 #include "StoreReader.h"
+#include "ViewAsk.h"
 
 /// A path as it was last seen; of what has no LUN, only the disk's name.
 struct ZTSUnitPath {
@@ -53,13 +53,12 @@ struct ZTSUnits {
     ZTNanoseconds mWritten = 0;                ///< when it wrote last; 0: never
 };
 
-/// Those that the options take. Throws ZTCScopeUsage and ZTCStoreError.
-ZTSUnits readUnits(ZTCStoreReader& arReader, const ZTSHistoryOptions& acrOptions);
+/// Those that the options take. Throws ZTCViewUsage and ZTCStoreError.
+ZTSUnits readUnits(ZTCStoreReader& arReader, const ZTSHistoryAsk& acrOptions);
 
 /// What the missing ones of some paths, and none of the others, have in common: "fabric left, array1/A".
 /// Empty: nothing. Fit to be shown.
 std::string commonText(const std::vector<const ZTSUnitPath*>& acrPaths, const ZTPortLabels& acrLabels);
 
-/// As tables, and as JSON: a document, or a line a LUN.
-std::string unitsText(const ZTSUnits& acrUnits, bool aIsFull, bool aInUtc, ZTNanoseconds aNow);
+/// As JSON: a document, or a line a LUN.
 std::string unitsJson(const ZTSUnits& acrUnits, bool aAsLines);

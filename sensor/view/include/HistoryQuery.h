@@ -3,10 +3,10 @@
 
 #include <memory>
 
-#include "HistoryOptions.h"
 #include "IncidentEvidence.h"
 #include "PathsBelow.h"
 #include "StoreReader.h"
+#include "ViewAsk.h"
 
 /// What is asked for, of all that a history has.
 struct ZTSHistoryQuery {
@@ -33,10 +33,10 @@ struct ZTSHistoryQuery {
 };
 
 // They read times, kinds and names; the store tells what its ports and fabrics are called. Each throws
-// ZTCScopeUsage and ZTCStoreError.
+// ZTCViewUsage and ZTCStoreError.
 
 /// aNow: what times are counted from.
-ZTSHistoryQuery makeQuery(const ZTSHistoryOptions& acrOptions, ZTCStoreReader& arReader, ZTNanoseconds aNow,
+ZTSHistoryQuery makeQuery(const ZTSHistoryAsk& acrAsk, ZTCStoreReader& arReader, ZTNanoseconds aNow,
                           bool aInUtc);
 /// A port of a number or a name, or all of an array or of one of its controllers.
 std::vector<ZTSWwn> readPortsOf(const std::vector<std::string>& acrTexts, const ZTPortLabels& acrLabels);

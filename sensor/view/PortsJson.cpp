@@ -2,10 +2,10 @@
 #include <cctype>
 
 #include "HostJson.h"
-#include "Json.h"
 #include "PortsView.h"
 #include "RecordJson.h"
 #include "TimeText.h"
+#include "ViewJson.h"
 
 namespace {
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <charconv>
 
-#include "Failure.h"
 #include "ShownText.h"
 #include "TimeText.h"
 
@@ -28,8 +27,8 @@ std::vector<ZTEIncidentState> sReadStates(const std::vector<std::string>& acrNam
     for (const std::string& lrName : acrNames) {
         const auto lState = findIncidentState(lrName);
         if (!lState) {
-            throw ZTCScopeUsage(fmt::format("there is no state '{}', but {}", toShownText(lrName),
-                                            sNames<ZTEIncidentState>(3)));
+            throw ZTCViewUsage(fmt::format("there is no state '{}', but {}", toShownText(lrName),
+                                           sNames<ZTEIncidentState>(3)));
         }
         lStates.push_back(*lState);
     }
@@ -41,7 +40,7 @@ std::vector<ZTEIncidentClass> sReadClasses(const std::vector<std::string>& acrNa
     for (const std::string& lrName : acrNames) {
         const auto lClass = findIncidentClass(lrName);
         if (!lClass) {
-            throw ZTCScopeUsage(
+            throw ZTCViewUsage(
                 fmt::format("there is no class '{}', but {}", toShownText(lrName),
                             sNames<ZTEIncidentClass>(static_cast<std::size_t>(ZTEIncidentClass::Count))));
         }
@@ -60,7 +59,7 @@ std::uint64_t sReadId(const std::string& acrId) {
     const char* const lpEnd = acrId.data() + acrId.size();
     const auto lRead = std::from_chars(acrId.data(), lpEnd, lId);
     if (lRead.ec != std::errc() || lRead.ptr != lpEnd || lId == 0) {
-        throw ZTCScopeUsage(
+        throw ZTCViewUsage(
             fmt::format("'{}' is no incident's id: that is a number", toShownText(acrId.substr(0, 64))));
     }
     return lId;
@@ -79,9 +78,8 @@ ZTSIncidentFrame readIncidentFrame(ZTCStoreReader& arReader) {
             findStoreHolder(arReader.getPath()).mIsHere, arReader.readMeta("last_write")};
 }
 
-std::vector<ZTSIncident> readIncidentList(ZTCStoreReader& arReader, const ZTSHistoryOptions& acrHistory,
-                                          const ZTSIncidentOptions& acrOptions, ZTNanoseconds aNow,
-                                          bool aInUtc) {
+std::vector<ZTSIncident> readIncidentList(ZTCStoreReader& arReader, const ZTSHistoryAsk& acrHistory,
+                                          const ZTSIncidentAsk& acrOptions, ZTNanoseconds aNow, bool aInUtc) {
     const std::vector<ZTEIncidentState> lStates = sReadStates(acrOptions.mStates);
     const std::vector<ZTEIncidentClass> lClasses = sReadClasses(acrOptions.mClasses);
     ZTSHistoryFilter lTimes = makeQuery(acrHistory, arReader, aNow, aInUtc).mFilter;
@@ -102,20 +100,12 @@ std::vector<ZTSIncident> readIncidentList(ZTCStoreReader& arReader, const ZTSHis
     return lIncidents;
 }
 
-void checkNothingOfList(const ZTSHistoryOptions& acrHistory, const ZTSIncidentOptions& acrOptions) {
-    const bool lIsSecond = !acrOptions.mId.empty() && !acrOptions.mShown.empty();
-    if (lIsSecond || !acrHistory.mSince.empty() || !acrHistory.mUntil.empty() || acrHistory.mLimit != 0 ||
-        acrOptions.mIsAll || !acrOptions.mStates.empty() || !acrOptions.mClasses.empty()) {
-        throw ZTCScopeUsage("one incident is named by its id, and nothing else chooses it");
-    }
-}
-
 ZTSIncident readIncidentOf(ZTCStoreReader& arReader, const std::string& acrId) {
     const std::uint64_t lId = sReadId(acrId);
     if (auto lIncident = sReadIncident(arReader, lId)) {
         return std::move(*lIncident);
     }
-    throw ZTCScopeFailure(
+    throw ZTCViewMissing(
         fmt::format("there is no incident {}: vrx-scope incidents --all shows those that there are", lId));
 }
 

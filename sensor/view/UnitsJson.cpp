@@ -1,7 +1,7 @@
 #include "HostJson.h"
-#include "Json.h"
 #include "RecordJson.h"
 #include "Units.h"
+#include "ViewJson.h"
 
 namespace {
 

@@ -23,7 +23,6 @@ struct ZTSPortsView {
 /// Throws ZTCStoreError.
 ZTSPortsView readPortsView(ZTCStoreReader& arReader);
 
-std::string portsText(const ZTSPortsView& acrPorts, bool aInUtc);
 std::string portsJson(const ZTSPortsView& acrPorts);
 
 /// Six hex digits; empty for none.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "HistoryQuery.h"
-#include "IncidentOptions.h"
 #include "StoreReader.h"
 
 /// What is known beside them.
@@ -15,16 +14,12 @@ struct ZTSIncidentFrame {
 };
 ZTSIncidentFrame readIncidentFrame(ZTCStoreReader& arReader);
 
-/// Those that the options take: what is not closed first, of each the youngest first. Throws ZTCScopeUsage
+/// Those that the options take: what is not closed first, of each the youngest first. Throws ZTCViewUsage
 /// and ZTCStoreError.
-std::vector<ZTSIncident> readIncidentList(ZTCStoreReader& arReader, const ZTSHistoryOptions& acrHistory,
-                                          const ZTSIncidentOptions& acrOptions, ZTNanoseconds aNow,
-                                          bool aInUtc);
+std::vector<ZTSIncident> readIncidentList(ZTCStoreReader& arReader, const ZTSHistoryAsk& acrHistory,
+                                          const ZTSIncidentAsk& acrOptions, ZTNanoseconds aNow, bool aInUtc);
 
-/// Throws ZTCScopeUsage where options of a list stand with one incident.
-void checkNothingOfList(const ZTSHistoryOptions& acrHistory, const ZTSIncidentOptions& acrOptions);
-
-/// By its id as somebody wrote it. Throws ZTCScopeUsage for what is no id, ZTCScopeFailure when there is none
+/// By its id as somebody wrote it. Throws ZTCViewUsage for what is no id, ZTCViewMissing when there is none
 /// of that, and ZTCStoreError.
 ZTSIncident readIncidentOf(ZTCStoreReader& arReader, const std::string& acrId);
 /// The one that it has become part of in the end; itself, if it is on its own.
@@ -42,3 +37,10 @@ ZTNanoseconds endOf(const ZTSIncident& acrIncident, const ZTSIncidentFrame& acrF
 
 /// Asks for its records, and for what else there was in its time.
 void askForIncident(const ZTSIncident& acrIncident, ZTSHistoryQuery& arQuery);
+
+/// As JSON: a document of several, without the ids of their records, and of one with them. aIndent: 0 for one
+/// line.
+std::string incidentsJson(const std::vector<ZTSIncident>& acrIncidents, const ZTSIncidentFrame& acrFrame,
+                          unsigned int aIndent);
+std::string incidentJson(const ZTSIncident& acrIncident, const ZTSIncidentFrame& acrFrame,
+                         const std::vector<std::uint64_t>& acrEvidence, unsigned int aIndent);

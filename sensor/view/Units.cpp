@@ -7,7 +7,6 @@
 #include <map>
 #include <set>
 
-#include "Failure.h"
 #include "HistoryQuery.h"
 #include "PathsBelow.h"
 #include "PortText.h"
@@ -258,7 +257,7 @@ void sKeepCalled(const std::vector<std::string>& acrNames, std::vector<ZTSUnit>&
         if (lrName.empty() || std::none_of(arUnits.begin(), arUnits.end(), [&](const ZTSUnit& acrUnit) {
                 return sIsCalled(acrUnit, lrName);
             })) {
-            throw ZTCScopeUsage(fmt::format(
+            throw ZTCViewUsage(fmt::format(
                 "'{}' is no map, mount point, volume, disk, WWID or serial number of this host", lrName));
         }
     }
@@ -314,7 +313,7 @@ bool ZTSUnit::isLocal() const {
            });
 }
 
-ZTSUnits readUnits(ZTCStoreReader& arReader, const ZTSHistoryOptions& acrOptions) {
+ZTSUnits readUnits(ZTCStoreReader& arReader, const ZTSHistoryAsk& acrOptions) {
     ZTSUnits lUnits;
     lUnits.mHost = arReader.getHost();
     lUnits.mLabels = arReader.readLabels();

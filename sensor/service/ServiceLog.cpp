@@ -1,4 +1,4 @@
-#include "SnLog.h"
+#include "ServiceLog.h"
 
 #include <fcntl.h>
 #include <limits.h>
@@ -60,9 +60,9 @@ std::string sShown(const char* apText) {
 
 }  // namespace
 
-ZTCSnLog::ZTCSnLog() : mIsJournal(sIsJournal()) {}
+ZTCServiceLog::ZTCServiceLog() : mIsJournal(sIsJournal()) {}
 
-void ZTCSnLog::note(ZTESnLevel aLevel, const char* apFormat, ...) try {
+void ZTCServiceLog::note(ZTEServiceLevel aLevel, const char* apFormat, ...) try {
     char lText[1024];
     va_list lMore;
     va_start(lMore, apFormat);
@@ -81,17 +81,17 @@ void ZTCSnLog::note(ZTESnLevel aLevel, const char* apFormat, ...) try {
     ++mLost;
 }
 
-unsigned long long ZTCSnTrouble::secondsUntil(Clock::time_point aNow) const {
+unsigned long long ZTCServiceTrouble::secondsUntil(Clock::time_point aNow) const {
     return static_cast<unsigned long long>(
         std::chrono::duration_cast<std::chrono::seconds>(aNow - mSince).count());
 }
 
-void ZTCSnTrouble::met(const std::string& acrWhy, Clock::time_point aNow) {
+void ZTCServiceTrouble::met(const std::string& acrWhy, Clock::time_point aNow) {
     ++mTimes;
     lasts(acrWhy, aNow);
 }
 
-void ZTCSnTrouble::lasts(const std::string& acrWhy, Clock::time_point aNow) {
+void ZTCServiceTrouble::lasts(const std::string& acrWhy, Clock::time_point aNow) {
     if (!mIsThere) {
         mIsThere = true;
         mSince = mTold = aNow;
@@ -103,7 +103,7 @@ void ZTCSnTrouble::lasts(const std::string& acrWhy, Clock::time_point aNow) {
     }
 }
 
-void ZTCSnTrouble::over(Clock::time_point aNow) {
+void ZTCServiceTrouble::over(Clock::time_point aNow) {
     if (mIsThere) {
         mrLog.note(ZTSL_Notice, "over after %llu s: %s", secondsUntil(aNow), mpWhat);
     }

@@ -8,14 +8,14 @@
 #include <cstring>
 
 #include "SensorFiles.h"
-#include "SnOptions.h"
+#include "ServiceUsage.h"
 
 namespace {
 
 constexpr std::size_t sLargest = std::size_t{1} << 20;
 
 [[noreturn]] void sRefuse(const std::string& acrPath, const std::string& acrWhy) {
-    throw ZTCSnUsage("the configuration " + acrPath + " cannot be read: " + acrWhy);
+    throw ZTCServiceUsage("the configuration " + acrPath + " cannot be read: " + acrWhy);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// What vrx-sn has to say: a line each, to the journal, or to standard error where there is none.
+// What a program that runs for long has to say: a line each, to the journal, or to standard error where there
+// is none.
 #pragma once
 
 #include <atomic>
@@ -7,16 +8,17 @@
 #include <string>
 
 /// As syslog numbers them.
-enum ZTESnLevel : unsigned char { ZTSL_Error = 3, ZTSL_Warning = 4, ZTSL_Notice = 5, ZTSL_Info = 6 };
+enum ZTEServiceLevel : unsigned char { ZTSL_Error = 3, ZTSL_Warning = 4, ZTSL_Notice = 5, ZTSL_Info = 6 };
 
 /// Any thread. It never waits: a line that cannot be written at once is dropped, and counted. What of a line
 /// is not printable is made so.
-class ZTCSnLog {
+class ZTCServiceLog {
   public:
-    ZTCSnLog();
+    ZTCServiceLog();
 
-    /// A printf literal is the message's name: docs/sensor.md has a row for each from ZTSL_Notice up.
-    __attribute__((format(printf, 3, 4))) void note(ZTESnLevel aLevel, const char* apFormat, ...);
+    /// A printf literal is the message's name: the program's page in docs/ has a row for each from
+    /// ZTSL_Notice up.
+    __attribute__((format(printf, 3, 4))) void note(ZTEServiceLevel aLevel, const char* apFormat, ...);
     std::uint64_t getLost() const { return mLost; }
     bool isJournal() const { return mIsJournal; }
 
@@ -27,12 +29,12 @@ class ZTCSnLog {
 
 /// A trouble that lasts: a line when it begins, one each half minute with how often it was met, and one when
 /// it is over. One thread at a time.
-class ZTCSnTrouble {
+class ZTCServiceTrouble {
   public:
     using Clock = std::chrono::steady_clock;
 
-    /// apWhat: the subject of its lines, which docs/sensor.md has a row for: "the history is not written".
-    ZTCSnTrouble(ZTCSnLog& arLog, const char* apWhat, ZTESnLevel aLevel = ZTSL_Warning)
+    /// apWhat: the subject of its lines, which the page has a row for: "the history is not written".
+    ZTCServiceTrouble(ZTCServiceLog& arLog, const char* apWhat, ZTEServiceLevel aLevel = ZTSL_Warning)
         : mrLog(arLog), mpWhat(apWhat), mLevel(aLevel) {}
 
     void met(const std::string& acrWhy, Clock::time_point aNow = Clock::now());
@@ -46,9 +48,9 @@ class ZTCSnTrouble {
     static constexpr std::chrono::seconds Again{30};
     unsigned long long secondsUntil(Clock::time_point aNow) const;
 
-    ZTCSnLog& mrLog;
+    ZTCServiceLog& mrLog;
     const char* const mpWhat;
-    const ZTESnLevel mLevel;
+    const ZTEServiceLevel mLevel;
     Clock::time_point mSince;
     Clock::time_point mTold;
     bool mIsThere = false;
