@@ -171,6 +171,7 @@ function onHealth(state) {
     health = state;
     showPulse({lastFetch: state.last_fetch});
     showTrouble('health', state);
+    document.documentElement.dataset.state = state.status;
     if (!isReadable(state)) {
         showTrouble('view', null);
     } else if (!isReadable(before)) {

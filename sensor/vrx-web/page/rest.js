@@ -84,3 +84,10 @@ export function throttled(milliseconds, work) {
     };
     return ask;
 }
+
+/** The first real data of a view have been drawn, for whoever measures how long that took. */
+export function markPaint() {
+    if (performance.getEntriesByName('zt-first-paint').length === 0) {
+        performance.mark('zt-first-paint');
+    }
+}
