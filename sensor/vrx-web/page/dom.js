@@ -44,12 +44,13 @@ export function fill(node, ...children) {
 /**
  * Rows that stay what they are while their data does: makes one for each item that is new or has changed, keeps the
  * others, and puts all in the items' order. So what is open, focused or selected in a row survives news.
- * @param {HTMLElement} parent whose children are such rows alone
+ * @param {HTMLElement} parent its other children, such as a table's head, stay before them
  * @param {(item) => string} keyOf @param {(item, old: HTMLElement?) => HTMLElement} make
  */
 export function fillRows(parent, items, keyOf, make) {
-    const old = new Map([...parent.children].map((row) => [row.dataset.key, row]));
-    let place = parent.firstChild;
+    const rows = [...parent.children].filter((row) => row.dataset.key !== undefined);
+    const old = new Map(rows.map((row) => [row.dataset.key, row]));
+    let place = rows[0] ?? null;
     for (const item of items) {
         const key = String(keyOf(item));
         const text = JSON.stringify(item);
@@ -59,10 +60,10 @@ export function fillRows(parent, items, keyOf, make) {
             const made = make(item, row);
             made.dataset.key = key;
             made.itemText = text;
-            if (row === place) {
-                place = row ? row.nextSibling : place;
+            if (row) {
+                place = row === place ? row.nextSibling : place;
+                row.remove();
             }
-            row?.remove();
             row = made;
         }
         if (row === place) {

@@ -5,7 +5,7 @@ import {ageOf, linkTo, stateMark, timeOf} from './widgets.js';
 import {toText} from './times.js';
 
 const notices = new Map(); // by name: what is shown
-const pulse = {isLive: false, lastFetch: null};
+const pulse = {isLive: false, isWell: true, lastFetch: null};
 const told = new Set(); // ids of incidents
 
 function show() {
@@ -13,6 +13,7 @@ function show() {
 }
 
 const sentences = {
+    noAgent: () => ['The agent vrx-sca does not run, or does not answer: what happens now is not known.'],
     silent: (health) => ['The collector is silent', health.since && [' since ', timeOf(health.since)], ': ', health.reason,
                          '. What has happened since is not known.'],
     unreadable: (health) => ['The history cannot be read', health.since && [' since ', timeOf(health.since)], ': ', health.reason,
@@ -22,20 +23,22 @@ const sentences = {
 };
 
 /**
+ * Above the view, until something else is said under that name.
  * @param {'health'|'view'} name
  * @param {object|string|null} what health, or why a view cannot be shown; null: nothing is wrong
  * @param {() => void} [again]
  */
 export function showTrouble(name, what, again) {
-    const text = typeof what === 'string' ? [what, '.'] : what && sentences[what.status]?.(what);
-    const said = text && JSON.stringify(what);
+    const status = what?.status === 'ok' && what.agent_up === false ? 'noAgent' : what?.status ?? 'view';
+    const text = typeof what === 'string' ? [what, '.'] : what && sentences[status]?.(what);
+    const said = text && JSON.stringify([status, what.reason ?? what, what.since, what.missedSince]);
     if (notices.get(name)?.said === said) {
         return;
     }
     notices.delete(name);
     if (text) {
-        const isGrave = name === 'view' || what.status !== 'silent';
-        const node = el('div', {class: `notice ${isGrave ? 'grave' : 'warn'}`, 'data-trouble': what.status ?? 'view'},
+        const isGrave = status === 'unreadable' || status === 'unreachable';
+        const node = el('div', {class: `notice ${isGrave ? 'grave' : 'warn'}`, 'data-trouble': status, 'data-banner': true},
                         el('span', {class: 'shape', 'aria-hidden': 'true'}, '▲'), el('p', {}, text),
                         again && el('button', {type: 'button', onclick: again}, 'Try again'));
         node.said = said;
@@ -65,7 +68,7 @@ export function showNews(incidents, view, site) {
     }
 }
 
-/** @param {{isLive?: boolean, lastFetch?: string|null}} news */
+/** @param {{isLive?: boolean, isWell?: boolean, lastFetch?: string|null}} news */
 export function showPulse(news) {
     const changed = Object.entries(news).some(([name, value]) => pulse[name] !== value);
     Object.assign(pulse, news);
@@ -73,8 +76,9 @@ export function showPulse(news) {
     if (!changed && node.firstChild) {
         return;
     }
-    node.className = pulse.isLive ? 'pulse live' : 'pulse';
-    fill(node, el('span', {class: 'shape', 'aria-hidden': 'true'}, pulse.isLive ? '●' : '○'),
-         pulse.isLive ? 'live' : 'connecting',
+    const isLive = pulse.isLive && pulse.isWell;
+    node.className = isLive ? 'pulse live' : 'pulse';
+    fill(node, el('span', {class: 'shape', 'aria-hidden': 'true'}, isLive ? '●' : '○'),
+         isLive ? 'live' : pulse.isLive ? 'no news' : 'connecting',
          pulse.lastFetch && el('span', {class: 'fetched'}, 'collected ', ageOf(pulse.lastFetch), ' ago'));
 }

@@ -16,12 +16,7 @@ export function setTheme(theme) {
 export const nextTheme = () => choices[(choices.indexOf(getTheme()) + 1) % choices.length];
 
 export function applyTheme() {
-    const theme = getTheme();
-    if (theme === 'system') {
-        delete document.documentElement.dataset.theme;
-    } else {
-        document.documentElement.dataset.theme = theme;
-    }
+    document.documentElement.dataset.theme = isDark() ? 'dark' : 'light';
     listeners.forEach((listener) => listener());
 }
 
@@ -47,4 +42,4 @@ export function colour(name) {
     return value;
 }
 
-system.addEventListener('change', () => listeners.forEach((listener) => listener()));
+system.addEventListener('change', applyTheme);

@@ -86,3 +86,43 @@ export function copyButton(label, textOf) {
     }}, label);
     return button;
 }
+
+/**
+ * A row that opens: its own body of a table, with the cells and below them what they stand for.
+ * @param {(string|Node)[]} cells the first one bears the button
+ * @param {() => Node} more made when it is first opened
+ * @param {HTMLElement?} old the row in whose place it comes: it stays open
+ */
+export function openingRow(cells, labels, more, old = null, {name = '', properties = {}} = {}) {
+    const below = el('tr', {class: 'below', hidden: true}, el('td', {colspan: cells.length}));
+    const button = el('button', {type: 'button', class: 'opens', 'aria-expanded': 'false', 'aria-label': `more of ${name}`, onclick: () => open(below.hidden)});
+    const body = el('tbody', properties, el('tr', {}, cells.map((cell, at) =>
+        el('td', {'data-label': labels[at].label ?? labels[at], class: labels[at].class}, at === 0 ? [button, cell] : el('div', {}, cell)))), below);
+    function open(isOpen) {
+        if (isOpen && !below.firstChild.firstChild) {
+            below.firstChild.append(more());
+        }
+        below.hidden = !isOpen;
+        body.isOpen = isOpen;
+        button.setAttribute('aria-expanded', String(isOpen));
+    }
+    if (old?.isOpen) {
+        open(true);
+    }
+    body.isOpen = Boolean(old?.isOpen);
+    // The whole row opens by the mouse; by the keyboard its button does.
+    body.firstChild.addEventListener('click', (event) => {
+        if (!event.target.closest('a, button') && getSelection().isCollapsed) {
+            open(below.hidden);
+        }
+    });
+    return body;
+}
+
+/** A table's head: labels are texts, or {label, class}. */
+export const headOf = (labels) => el('thead', {}, el('tr', {}, labels.map((label) =>
+    el('th', {scope: 'col', class: label.class}, label.label ?? label))));
+
+/** The cells of a plain row, each under its column's name where there is no room for columns. */
+export const cellsOf = (cells, labels) => cells.map((cell, at) =>
+    el('td', {'data-label': labels[at].label ?? labels[at], class: labels[at].class}, el('div', {}, cell)));
