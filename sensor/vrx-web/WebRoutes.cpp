@@ -17,7 +17,7 @@ constexpr std::string_view sOfRecords[] = {"since",  "until",    "limit", "curso
 constexpr std::string_view sOfTimeline[] = {"since",     "until",  "bins",   "by",  "kind",
                                             "initiator", "target", "fabric", "host"};
 constexpr std::string_view sOfIncidents[] = {"since", "until", "limit", "state", "class"};
-constexpr std::string_view sOfMeasures[] = {"since", "until", "bins", "name", "initiator", "target"};
+constexpr std::string_view sOfMeasures[] = {"since", "until", "bins", "name", "initiator", "target", "by"};
 
 constexpr ZTSWebRoute sRoutes[] = {{"/api/v1/ports", answerPorts, {}},
                                    {"/api/v1/paths", answerPaths, {}},
