@@ -14,9 +14,9 @@ constexpr std::string_view sOfTime[] = {"since", "until", "limit"};
 constexpr std::string_view sOfChanges[] = {"since", "until", "limit", "what"};
 constexpr std::string_view sOfRecords[] = {"since",  "until",    "limit", "cursor", "kind",  "initiator",
                                            "target", "incident", "host",  "fabric", "format"};
+constexpr std::string_view sOfIncidents[] = {"since", "until", "limit", "state", "class"};
 constexpr std::string_view sOfTimeline[] = {"since",     "until",  "bins",   "by",  "kind",
                                             "initiator", "target", "fabric", "host"};
-constexpr std::string_view sOfIncidents[] = {"since", "until", "limit", "state", "class"};
 constexpr std::string_view sOfMeasures[] = {"since", "until", "bins", "name", "initiator", "target", "by"};
 
 constexpr ZTSWebRoute sRoutes[] = {{"/api/v1/ports", answerPorts, {}},
