@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "Commands.h"
+#include "Failure.h"
 #include "HistoryPrinter.h"
 #include "HistoryQuery.h"
 #include "HostJson.h"
