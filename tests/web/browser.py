@@ -158,8 +158,8 @@ class Browser:
         return wait_until(lambda: re.search(pattern, self.text(selector)), f"{selector} shows {pattern}", limit)
 
     def state(self):
-        """How the page says that all is: ok, silent, unreadable, offline."""
-        return self.script("return document.documentElement.dataset.state")
+        """How the page says that all is: ok, silent, unreadable, unreachable."""
+        return self.script("return document.querySelector('#trouble [data-trouble]')?.dataset.trouble ?? 'ok'")
 
     def faint(self):
         return self.script(FAINT)

@@ -27,7 +27,7 @@ class Live(Case):
         self.browser.open("#records")
         self.browser.announce("ERR_CONNECTION_REFUSED|ERR_INCOMPLETE_CHUNKED_ENCODING|ERR_EMPTY_RESPONSE|ERR_CONNECTION_RESET")
         site.web.end()
-        wait_until(lambda: self.browser.state() == "offline", "the page says that nobody answers")
+        wait_until(lambda: self.browser.state() == "unreachable", "the page says that nobody answers")
         site.play("check-condition lun=3 sense=5/24/00")
         site.web = site.more_web(site.store, port=site.web.port)
         wait_until(lambda: self.browser.state() == "ok", "the page finds it again")

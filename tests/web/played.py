@@ -1,10 +1,11 @@
 """A host that is made up, with the agent, vrx-sn and vrx-web over it: what the browser's tests look at."""
 
+import itertools
 import json
 import os
+import re
 import shutil
 import signal
-import socket
 import subprocess
 import tempfile
 import time
@@ -49,10 +50,7 @@ def wait_until(condition, what, limit=20.0):
         time.sleep(0.02)
 
 
-def free_port():
-    with socket.socket() as one:
-        one.bind(("127.0.0.1", 0))
-        return one.getsockname()[1]
+numbers = itertools.count(1)
 
 
 class Program:
@@ -60,8 +58,8 @@ class Program:
 
     def __init__(self, folder, command, environment=None):
         self.name = os.path.basename(command[0])
-        self.log = os.path.join(folder, self.name + ".out")
-        with open(self.log, "ab") as log:
+        self.log = os.path.join(folder, f"{self.name}.{next(numbers)}.out")
+        with open(self.log, "xb") as log:
             self.process = subprocess.Popen(command, env={**os.environ, **(environment or {})},
                                             stdin=subprocess.DEVNULL, stdout=log, stderr=log)
 
@@ -83,20 +81,16 @@ class Program:
 class Web(Program):
     """vrx-web over a store."""
 
-    def __init__(self, folder, store, *options, port=None):
-        self.port = port or free_port()
+    def __init__(self, folder, store, *options, port=0):
+        super().__init__(folder, [WEB, "--store", store, "--figures", folder, "--listen", f"127.0.0.1:{port}", *options])
+        self.port = wait_until(self.find_port, "vrx-web serves")
         self.address = f"http://127.0.0.1:{self.port}"
-        super().__init__(folder, [WEB, "--store", store, "--figures", folder, "--listen", f"127.0.0.1:{self.port}",
-                                  *options])
-        wait_until(self.is_there, "vrx-web answers")
 
-    def is_there(self):
+    def find_port(self):
         if self.process.poll() is not None:
             raise AssertionError("vrx-web has ended: " + self.said())
-        try:
-            return self.ask("/healthz")[0]
-        except OSError:
-            return False
+        told = re.search(r"serving on 127\.0\.0\.1:(\d+)", self.said())
+        return told and int(told.group(1))
 
     def ask(self, path, token=None):
         """Status and body."""
@@ -167,7 +161,7 @@ class Site:
         self.programs.append(program)
         return program
 
-    def more_web(self, store, *options, port=None):
+    def more_web(self, store, *options, port=0):
         """Another vrx-web, which ends with the site."""
         web = Web(self.folder, store, *options, port=port)
         self.programs.append(web)

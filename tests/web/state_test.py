@@ -19,8 +19,8 @@ class State(Case):
 
     def becomes(self, state, words):
         wait_until(lambda: self.browser.state() == state, f"the page is {state}: {words}", 30)
-        self.browser.wait_text(words, "[data-banner]")
-        if state != "offline":
+        self.browser.wait_text(words, "#trouble")
+        if state != "unreachable":
             self.assertEqual(self.site.web.health()["status"], state)
 
     def test_vrx_sn_is_gone_and_comes_again(self):
@@ -36,9 +36,9 @@ class State(Case):
     def test_the_agent_is_gone_and_comes_again(self):
         self.browser.open()
         self.site.agent.end(signal.SIGKILL)
-        self.browser.wait_text("(?i)agent", "[data-banner]", 20)
+        self.browser.wait_text("(?i)agent", "#trouble", 20)
         self.site.start_agent()
-        wait_until(lambda: self.browser.state() == "ok" and not self.browser.text("[data-banner]").strip(), "it is back", 30)
+        wait_until(lambda: self.browser.state() == "ok" and not self.browser.text("#trouble").strip(), "it is back", 30)
 
     def test_the_history_is_gone_damaged_or_of_another_version(self):
         """Each time the page says what it is, and finds the history again when it is there."""
