@@ -14,7 +14,7 @@ class Incident(Case):
 
     def test_the_page_says_what_the_api_says(self):
         self.browser.open(self.address)
-        incident, text = self.incident, self.browser.text("[data-view=incident]")
+        incident, text = self.incident, self.browser.text("main.incident")
         self.assertIn(incident["title"], self.browser.text("[data-title]"))
         self.assertEqual(len(self.browser.all("[data-follow]")), len(incident["symptoms"]))
         for row, symptom in zip(self.browser.texts("[data-follow]"), incident["symptoms"]):
@@ -37,7 +37,7 @@ class Incident(Case):
         self.browser.open(self.address)
         opened = datetime.datetime.fromisoformat(self.incident["opened"][:19])
         local = opened + datetime.timedelta(hours=5, minutes=30)
-        text = self.browser.text("[data-view=incident]")
+        text = self.browser.text("main.incident")
         self.assertIn(opened.strftime("%H:%M:%S"), text)
         self.assertIn(local.strftime("%H:%M:%S"), text)
         self.assertIn("UTC", text)

@@ -43,7 +43,7 @@ class Live(Case):
         wait_until(lambda: len(self.browser.all("[data-record]")) > 50, "records of the storm come")
         begin = time.monotonic()
         self.browser.one("a[href='#now']").click()
-        wait_until(lambda: self.browser.all("[data-view=now] [data-port]"), "the page takes a click within the storm", 5)
+        wait_until(lambda: self.browser.all("main.now [data-port]"), "the page takes a click within the storm", 5)
         self.assertLess(time.monotonic() - begin, 3)
         self.browser.open("#records")
         self.assertLessEqual(len(self.browser.all("[data-record]")), 2000, "what it shows is bounded")

@@ -9,7 +9,7 @@ class Now(Case):
         self.browser.open()
         incidents = self.api("incidents")["incidents"]
         going_on = [one for one in incidents if one["state"] != "closed"]
-        shown = self.browser.data("[data-view=now] [data-incident]", "incident")
+        shown = self.browser.data("main.now [data-incident]", "incident")
         self.assertEqual(shown[:len(going_on)], [str(one["id"]) for one in going_on])
         for one in going_on:
             self.assertIn(one["title"], self.browser.text(f"[data-incident='{one['id']}']"))
@@ -41,7 +41,7 @@ class Now(Case):
         name = self.browser.data("[data-incident]", "incident")[0]
         self.browser.click(f"[data-incident='{name}'] a[href='#incident/{name}']")
         self.assertEqual(self.browser.hash(), "#incident/" + name)
-        self.assertEqual(len(self.browser.all("[data-view=now]")), 0)
+        self.assertEqual(len(self.browser.all("main.now")), 0)
 
     def test_curves_show_what_comes(self):
         self.browser.open()

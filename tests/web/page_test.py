@@ -14,7 +14,7 @@ EVIL = "<img src=x onerror=document.title='taken'><script>document.title='taken'
 
 class Page(Case):
     def seen(self):
-        return self.browser.script("return document.querySelector('[data-view]').dataset.view")
+        return self.browser.script("return document.querySelector('main').className.split(' ')[0]")
 
     def test_the_address_holds_the_view(self):
         for view in VIEWS:
@@ -33,7 +33,7 @@ class Page(Case):
         for rubbish in ("#nowhere", "#incident/x", "#timeline?since=never", "#records?limit=-1&colour=%zz"):
             self.browser.open(rubbish, rest=False)
             self.browser.rest()
-            self.assertTrue(self.browser.all("[data-view]"), rubbish)
+            self.assertTrue(self.seen(), rubbish)
 
     def test_the_keyboard_alone_is_enough(self):
         """Each stop of the tab key is seen; the first leads past the head; every view is reached."""
@@ -70,7 +70,7 @@ class Page(Case):
         self.browser.open()
         ground = "return getComputedStyle(document.body).backgroundColor"
         dark = self.browser.script(ground)
-        self.browser.click("[data-theme-switch]")
+        self.browser.click("#theme")
         wait_until(lambda: self.browser.script(ground) != dark, "the switch makes it light")
         self.browser.driver.refresh()
         self.browser.rest()
@@ -133,9 +133,9 @@ class Token(Case):
         self.browser.announce("401")
         self.browser.open(rest=False)
         self.browser.wait_text("(?i)token")
-        field = "[data-token] input[type=password]"
+        field = "#ask input[type=password]"
         self.browser.fill(field, "wrong")
-        wait_until(lambda: self.browser.all("[data-token] [role=alert]") or self.browser.all("[data-token]"), "it is refused")
+        wait_until(lambda: self.browser.all("#ask [role=alert]") or self.browser.all("#ask"), "it is refused")
         self.browser.picture("token")
         self.browser.fill(field, "first-token-of-this-site")
         wait_until(lambda: len(self.browser.all("[data-port]")) == 4, "the ports are shown")

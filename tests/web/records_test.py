@@ -23,7 +23,7 @@ class Records(Case):
             self.assertIn(str(record["occurrences"]), row)
         for words in ("(?i)medium error", "(?i)unrecovered read error", r"READ\(10\)", "(?i)unable to perform",
                       "(?i)N_Port name|port_name|port name"):
-            self.browser.wait_text(words, "[data-view=records]")
+            self.browser.wait_text(words, "main.records")
         self.browser.pictures("records")
 
     def test_the_bytes_are_one_click_away(self):
@@ -76,7 +76,7 @@ class Records(Case):
         self.browser.open("#records?kind=check_condition")
         before = self.shown()
         self.site.play(LONELY)
-        self.browser.wait_text("5/24/00|(?i)invalid field", "[data-view=records]")
+        self.browser.wait_text("5/24/00|(?i)invalid field", "main.records")
         self.browser.rest()
         self.assertEqual(self.shown(), self.asked(kind="check_condition"))
         self.assertEqual(len(self.shown()), len(before) + 1)
