@@ -1,7 +1,7 @@
 // Asks vrx-web. Asks for the token where one is needed, and tells in one line what went wrong.
 
 import {el, fill} from './dom.js';
-import {during} from './rest.js';
+import {awaitPerson, during} from './rest.js';
 import {noteHostTime} from './times.js';
 import {recallForTab, keepForTab} from './memory.js';
 
@@ -19,7 +19,8 @@ export class ApiError extends Error {
 export const isAborted = (error) => error.name === 'AbortError';
 
 let token = recallForTab('token') ?? '';
-let asking = null;
+let isAdmitted = false;
+let gate = null; // while one request finds out whether the token is right, the others wait
 const hostListeners = new Set();
 const failureListeners = new Set();
 
@@ -48,22 +49,40 @@ export function apiPath(path, params = {}) {
  */
 export async function fetchAnswer(url, {signal, headers = {}, endless = false} = {}) {
     for (;;) {
-        const used = token;
-        const answer = await fetchOnce(url, signal, used ? {...headers, Authorization: `Bearer ${used}`} : headers, endless);
+        while (gate) {
+            await gate;
+        }
+        const send = () => fetchOnce(url, signal, token ? {...headers, Authorization: `Bearer ${token}`} : headers, endless);
+        const answer = await (isAdmitted ? send() : sendAlone(send));
         noteHostTime(answer.headers.get('Date'));
         if (answer.ok) {
             return answer;
         }
-        const failure = new ApiError(answer.status, await readError(answer));
-        if (answer.status !== 401) {
-            if (answer.status === 503) {
-                failureListeners.forEach((listener) => listener());
-            }
-            throw failure;
+        if (answer.status === 401) {
+            isAdmitted = false;
+            continue;
         }
-        if (used === token) { // else another request has been given a newer one meanwhile
-            await askToken(used ? 'This token is not one that vrx-web knows.' : '');
+        if (answer.status === 503) {
+            failureListeners.forEach((listener) => listener());
         }
+        throw new ApiError(answer.status, await readError(answer));
+    }
+}
+
+/** Finds out whether the token is right, or whether none is needed, and asks for one if it is not. */
+async function sendAlone(send) {
+    let open;
+    gate = new Promise((resolve) => (open = resolve));
+    try {
+        const answer = await send();
+        isAdmitted = answer.status !== 401;
+        if (!isAdmitted) {
+            await askToken(token ? 'This token is not one that vrx-web knows.' : '');
+        }
+        return answer;
+    } finally {
+        gate = null;
+        open();
     }
 }
 
@@ -128,9 +147,9 @@ export async function askHealth() {
     }
 }
 
-/** One prompt for all who need the token; settles when there is one to try. */
+/** Settles when there is a token to try. */
 function askToken(why) {
-    asking ??= new Promise((resolve) => {
+    return new Promise((resolve) => {
         const dialog = document.getElementById('ask');
         const field = el('input', {type: 'password', id: 'token', name: 'token', autocomplete: 'current-password', required: true,
                                    spellcheck: 'false', 'aria-describedby': 'ask-why'});
@@ -138,15 +157,18 @@ function askToken(why) {
             event.preventDefault();
             token = field.value.trim();
             keepForTab('token', token);
-            asking = null;
+            dialog.onclose = null;
             dialog.close();
+            awaitPerson(false);
             resolve();
         }},
+        // Password managers want a name beside it.
+        el('input', {type: 'text', name: 'username', autocomplete: 'username', value: 'vrx-web', hidden: true}),
         el('h2', {id: 'ask-title'}, 'A token is needed'),
         el('p', {id: 'ask-why'}, why || 'It is a line of the file that vrx-web was given as --token-file. It is kept until this tab is closed.'),
         el('label', {for: 'token'}, 'Token'), field, el('button', {class: 'main'}, 'Go on'));
-        fill(dialog, form).oncancel = (event) => event.preventDefault(); // without it nothing can be shown
+        fill(dialog, form).onclose = () => dialog.showModal(); // without one nothing can be shown
         dialog.showModal();
+        awaitPerson(true);
     });
-    return asking;
 }

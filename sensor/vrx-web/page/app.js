@@ -169,7 +169,7 @@ const isReadable = (state) => !state || state.status === 'ok' || state.status ==
 function onHealth(state) {
     const before = health;
     health = state;
-    showPulse({lastFetch: state.last_fetch});
+    showPulse({lastFetch: state.last_fetch, isWell: state.status === 'ok' && state.agent_up !== false});
     showTrouble('health', state);
     document.documentElement.dataset.state = state.status;
     if (!isReadable(state)) {

@@ -69,7 +69,9 @@ export class AnswerCache {
         }
         this.entries.set(address, entry);
         this.trim();
-        if (!entry.stale && !entry.asked) return entry.answer;
+        if (!entry.stale && !entry.asked) {
+            return entry.answer;
+        }
         entry.asked ??= this.fetch(address, entry);
         return entry.asked;
     }
@@ -91,14 +93,15 @@ export class AnswerCache {
     /** Something has happened in this span: answers about it are out of date. */
     outdate(first, last) {
         for (const entry of this.entries.values()) {
-            if (entry.until >= first && entry.since <= last) entry.stale = true;
+            entry.stale ||= entry.until >= first && entry.since <= last;
         }
     }
 
     trim() {
         for (const [address, entry] of this.entries) {
-            if (this.entries.size <= this.most) return;
-            if (!entry.asked) this.entries.delete(address);
+            if (this.entries.size > this.most && !entry.asked) {
+                this.entries.delete(address);
+            }
         }
     }
 }

@@ -3,7 +3,7 @@
 
 import {el, fill} from './dom.js';
 import {watchGestures} from './gestures.js';
-import {binAt, binTimes, drawLanes, eventsWithin, layoutOf, nextBin, placeAt, rampOf, sizes} from './lanes.js';
+import {binAt, binTimes, drawBins, drawGrounds, eventsWithin, layoutOf, nextBin, placeAt, rampOf} from './lanes.js';
 import * as over from './overlays.js';
 import {redrawing} from './rest.js';
 import {colour, isDark, onTheme} from './theme.js';
@@ -50,8 +50,8 @@ export class Chart {
 
     recolour() {
         this.colours = {
-            ramp: rampOf(isDark()), text: colour('--ink'), ground: colour('--ground'), hole: colour('--hole'),
-            mark: colour('--mark'), states: {open: colour('--bad'), quiet: colour('--warn'), closed: colour('--dim')},
+            ramp: rampOf(isDark()), text: colour('--ink'), ground: colour('--panel'), hole: colour('--ink-2'),
+            mark: colour('--accent'), states: {open: colour('--bad'), quiet: colour('--warn'), closed: colour('--ink-2')},
         };
         this.redraw();
     }
@@ -90,11 +90,13 @@ export class Chart {
         Object.assign(this, {layout, placed, clusters: over.clusterMarks(model.changes, scale)});
         const context = this.sized(layout.height);
         const ticks = scale.ticks(isUtc());
-        drawLanes(context, scale, layout, model.most, ticks, this.colours);
+        drawGrounds(context, scale, layout, ticks, this.colours);
+        over.drawBandGrounds(context, placed, scale, layout, this.colours);
+        layout.places.forEach((place) => drawBins(context, scale, place, model.most, this.colours.ramp));
         over.drawHoles(context, scale, layout, model.holes, this.colours);
         over.drawNow(context, scale, layout, now(), this.colours);
         over.drawAxis(context, scale, layout, ticks, this.colours);
-        over.drawBands(context, placed, layout, this.colours);
+        over.drawBandHeads(context, placed, layout, this.colours);
         over.drawMarks(context, this.clusters, layout, this.colours);
         this.drawCursor(context);
         if (this.range) {

@@ -4,7 +4,7 @@
 import {el, fill} from './dom.js';
 import {curvesOf, roundUp} from './measureSeries.js';
 import {colour, isDark, onTheme} from './theme.js';
-import {toMs} from './times.js';
+import {isUtc, toMs} from './times.js';
 import {count} from './words.js';
 
 const source = '/page/dygraph.min.js';
@@ -52,6 +52,11 @@ export class Curves {
         this.destroy();
     }
 
+    /** Lines where the axis of the lanes has them. */
+    ticks() {
+        return this.scale.ticks(isUtc()).map((tick) => ({v: tick.time, label: tick.label}));
+    }
+
     destroy() {
         this.graphs.forEach((graph) => graph.destroy());
         this.graphs = [];
@@ -62,6 +67,7 @@ export class Curves {
         this.scale = scale;
         this.times = {since: toMs(answer.since), bin: answer.bin_seconds * 1000};
         this.curves = curvesOf(answer, by);
+        this.keys = [...new Set(this.curves.flatMap((curve) => curve.series.map((series) => series.key)))].sort();
         this.draw();
     }
 
@@ -88,16 +94,18 @@ export class Curves {
         this.graphs = this.curves.map((curve, at) => this.graphOf(curve, plots[at]));
     }
 
-    palette() {
-        return colours[isDark() ? 'dark' : 'light'];
+    /** Each port has one colour and one dash in all curves. */
+    styleOf(series) {
+        const at = this.keys.indexOf(series.key) % dashes.length;
+        return {colour: colours[isDark() ? 'dark' : 'light'][at], dash: dashes[at]};
     }
 
     frameOf(curve, plot) {
-        const palette = this.palette();
-        const legend = curve.series.map((series, at) => {
+        const legend = curve.series.map((series) => {
+            const {colour: line, dash} = this.styleOf(series);
             const swatch = el('span', {class: 'swatch', 'aria-hidden': 'true'});
-            swatch.style.borderTopColor = palette[at];
-            swatch.style.borderTopStyle = dashes[at] ? (dashes[at][0] <= 2 ? 'dotted' : 'dashed') : 'solid';
+            swatch.style.borderTopColor = line;
+            swatch.style.borderTopStyle = dash ? (dash[0] <= 2 ? 'dotted' : 'dashed') : 'solid';
             return el('li', {}, swatch, series.label);
         });
         const most = roundUp(curve.most);
@@ -114,12 +122,13 @@ export class Curves {
         const rows = curve.series[0].values.map((_, at) => [since + (at + 0.5) * bin, ...curve.series.map((series) => series.values[at])]);
         const names = curve.series.map((_, at) => `series ${at + 1}`);
         const line = colour('--line');
+        const styles = curve.series.map((series) => this.styleOf(series));
         return new this.dygraph(plot, rows, {
-            labels: ['time', ...names], colors: this.palette().slice(0, names.length),
-            series: Object.fromEntries(names.map((name, at) => [name, {strokePattern: dashes[at]}])),
+            labels: ['time', ...names],
+            series: Object.fromEntries(names.map((name, at) => [name, {strokePattern: styles[at].dash, color: styles[at].colour}])),
             dateWindow: [this.scale.since, this.scale.until], valueRange: [0, roundUp(curve.most) * 1.02], height,
             strokeWidth: 1.5, legend: 'never', showLabelsOnHighlight: false, highlightCircleSize: 0, rightGap: 0, xRangePad: 0,
-            axes: {x: {drawAxis: false, drawGrid: false}, y: {drawAxis: false, drawGrid: true, gridLineColor: line, axisLabelWidth: 0}},
+            axes: {x: {drawAxis: false, drawGrid: true, gridLineColor: line, ticker: () => this.ticks()}, y: {drawAxis: false, drawGrid: true, gridLineColor: line, axisLabelWidth: 0}},
             interactionModel: {}, axisLineColor: line,
         });
     }

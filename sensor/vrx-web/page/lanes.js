@@ -11,7 +11,7 @@ export const levels = 16;
 
 const viridis = ['#440154', '#472d7b', '#3b528b', '#2c728e', '#21918c', '#28ae80', '#5ec962', '#addc30', '#fde725'];
 
-/** From few to many, for a light and a dark ground: what is least stands out from it, and each is clearer than the last. */
+/** From few to many on a light or dark ground: what is least stands out from it, and each more than the last. */
 export function rampOf(dark) {
     const from = dark ? 1.6 : 6;
     const to = dark ? 8 : 0;
@@ -30,7 +30,9 @@ function between(place) {
 
 /** 0: nothing, 1 to levels: by the logarithm, as a storm has a million times what is ordinary. */
 export function levelOf(count, most) {
-    if (!(count > 0)) return 0;
+    if (!(count > 0)) {
+        return 0;
+    }
     return Math.min(levels, 1 + Math.floor((Math.log(count) / Math.log(most + 1)) * levels));
 }
 
@@ -42,8 +44,8 @@ export function levelOf(count, most) {
 
 /**
  * @param {Row[]} rows @param {number} incidentRows @param {boolean} narrow
- * @returns {{axis: number, incidents: number, incidentHeight: number, marks: number, markHeight: number, lanes: number,
- *   places: Place[], height: number}} tops and heights
+ * @returns {{axis: number, incidents: number, incidentHeight: number, marks: number, lanes: number, places: Place[],
+ *   height: number}} tops and heights
  */
 export function layoutOf(rows, incidentRows, narrow) {
     const size = narrow ? sizes.narrow : sizes.wide;
@@ -57,7 +59,7 @@ export function layoutOf(rows, incidentRows, narrow) {
         top += height;
         return place;
     });
-    return {axis: 0, incidents, incidentHeight: size.incident, marks, markHeight: size.mark, lanes, places, height: top};
+    return {axis: 0, incidents, incidentHeight: size.incident, marks, lanes, places, height: top};
 }
 
 /** The number of the bin in which a time is; it may be outside of what the row has. */
@@ -72,14 +74,19 @@ export function binTimes(row, bin) {
 export function eventsWithin(row, scale) {
     let events = 0;
     const end = Math.min(row.counts.length, Math.ceil((scale.until - row.since) / row.bin));
-    for (let bin = Math.max(0, binAt(row, scale.since)); bin < end; ++bin) events += row.counts[bin];
+    for (let bin = Math.max(0, binAt(row, scale.since)); bin < end; ++bin) {
+        events += row.counts[bin];
+    }
     return events;
 }
 
 /** The next bin with events in a direction, or null. */
 export function nextBin(row, bin, by) {
-    for (let at = bin + by; at >= 0 && at < row.counts.length; at += by) if (row.counts[at] > 0) return at;
-    return null;
+    let at = bin + by;
+    while (at >= 0 && at < row.counts.length && !(row.counts[at] > 0)) {
+        at += by;
+    }
+    return at >= 0 && at < row.counts.length ? at : null;
 }
 
 export function placeAt(layout, y) {
@@ -96,13 +103,17 @@ export function drawBins(context, scale, place, most, ramp) {
     const end = Math.min(row.counts.length, Math.ceil((scale.until - row.since) / row.bin));
     let run = null;
     const flush = () => {
-        if (!run?.level) return;
+        if (!run) {
+            return;
+        }
         context.fillStyle = ramp[run.level - 1];
         context.fillRect(run.left, binTop, run.right - run.left, binHeight);
     };
     for (let bin = Math.max(0, binAt(row, scale.since)); bin < end; ++bin) {
         const level = levelOf(row.counts[bin], most);
-        if (!level) continue;
+        if (!level) {
+            continue;
+        }
         const {first, last} = binTimes(row, bin);
         const left = Math.max(0, Math.round(scale.toX(first)));
         const right = Math.min(Math.ceil(scale.width), Math.max(left + 1, Math.round(scale.toX(last))));
@@ -119,11 +130,8 @@ export function drawBins(context, scale, place, most, ramp) {
     flush();
 }
 
-/**
- * Lanes with their ground, the lines of the axis behind them, and the bins.
- * @param {{text: string, ramp: string[]}} colours
- */
-export function drawLanes(context, scale, layout, most, ticks, colours) {
+/** The ground of lanes, and the lines of the axis behind what is in them. */
+export function drawGrounds(context, scale, layout, ticks, colours) {
     context.fillStyle = colours.text;
     for (const place of layout.places) {
         context.globalAlpha = place.row.depth ? 0.035 : 0.07;
@@ -134,5 +142,4 @@ export function drawLanes(context, scale, layout, most, ticks, colours) {
         context.fillRect(Math.round(scale.toX(tick.time)), layout.incidents, 1, layout.height - layout.incidents);
     }
     context.globalAlpha = 1;
-    for (const place of layout.places) drawBins(context, scale, place, most, colours.ramp);
 }

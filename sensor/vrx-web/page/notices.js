@@ -5,7 +5,7 @@ import {ageOf, linkTo, stateMark, timeOf} from './widgets.js';
 import {toText} from './times.js';
 
 const notices = new Map(); // by name: what is shown
-const pulse = {isLive: false, lastFetch: null};
+const pulse = {isLive: false, isWell: true, lastFetch: null};
 const told = new Set(); // ids of incidents
 
 function show() {
@@ -68,7 +68,7 @@ export function showNews(incidents, view, site) {
     }
 }
 
-/** @param {{isLive?: boolean, lastFetch?: string|null}} news */
+/** @param {{isLive?: boolean, isWell?: boolean, lastFetch?: string|null}} news */
 export function showPulse(news) {
     const changed = Object.entries(news).some(([name, value]) => pulse[name] !== value);
     Object.assign(pulse, news);
@@ -76,8 +76,9 @@ export function showPulse(news) {
     if (!changed && node.firstChild) {
         return;
     }
-    node.className = pulse.isLive ? 'pulse live' : 'pulse';
-    fill(node, el('span', {class: 'shape', 'aria-hidden': 'true'}, pulse.isLive ? '●' : '○'),
-         pulse.isLive ? 'live' : 'connecting',
+    const isLive = pulse.isLive && pulse.isWell;
+    node.className = isLive ? 'pulse live' : 'pulse';
+    fill(node, el('span', {class: 'shape', 'aria-hidden': 'true'}, isLive ? '●' : '○'),
+         isLive ? 'live' : pulse.isLive ? 'no news' : 'connecting',
          pulse.lastFetch && el('span', {class: 'fetched'}, 'collected ', ageOf(pulse.lastFetch), ' ago'));
 }

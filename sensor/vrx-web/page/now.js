@@ -71,6 +71,9 @@ export function mount(root, site) {
         const failed = answers.find((answer) => answer.status === 'rejected');
         if (!stop.signal.aborted) {
             show();
+            if (!known.incidents) {
+                sentence.textContent = 'How it is, is not known';
+            }
         }
         if (failed) {
             throw failed.reason;

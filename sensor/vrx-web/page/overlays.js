@@ -1,11 +1,15 @@
-// What lies over and above the lanes: the axis, incidents as bands, changes as marks, hatched holes, and the cursor. What
-// is told by a colour is told by a shape as well.
+// What lies over and above the lanes: the axis, incidents as bands, changes as marks, hatched holes, and the cursor.
+// What is told by a colour is told by a shape as well.
 
 const font = '12px system-ui, sans-serif';
 const markHalf = 5;
 const hatchApart = 7;
 
-export const mostIncidentRows = 3;
+export const mostIncidentRows = 4;
+const leastBand = 12;
+
+const labelRoom = (text) => 4 + 7 * text.length;
+const idRoom = (band) => 16 + 7 * String(band.id).length;
 
 /**
  * @typedef {{id: number, title: string, state: string, first: number, last: number, ongoing: boolean,
@@ -15,19 +19,29 @@ export const mostIncidentRows = 3;
 /**
  * Rows for bands, so that none lies over another: each in the first row with room. What finds none is in the last one.
  * @param {Band[]} bands
- * @returns {{band: Band, left: number, right: number, row: number}[]}
+ * @returns {{band: Band, left: number, right: number, row: number, label: number}[]} label: where its number stands
+ *   outside of it, else 0
  */
 export function packBands(bands, scale) {
     const ends = [];
     const placed = [];
     for (const band of [...bands].sort((a, b) => a.first - b.first || a.id - b.id)) {
-        if (!scale.covers(band.first, band.last)) continue;
-        const left = Math.max(-8, scale.toX(band.first));
-        const right = Math.min(scale.width + 8, Math.max(scale.toX(band.last), left + 14));
-        let row = ends.findIndex((end) => end + 2 <= left);
-        if (row < 0) row = Math.min(ends.length, mostIncidentRows - 1);
-        ends[row] = Math.max(ends[row] ?? -Infinity, right);
-        placed.push({band, left, right, row});
+        if (!scale.covers(band.first, band.last)) {
+            continue;
+        }
+        const left = Math.max(-8, Math.min(scale.toX(band.first), scale.width - leastBand));
+        const right = Math.min(scale.width + 8, Math.max(scale.toX(band.last), left + leastBand));
+        // Where the number has no room in it, it stands beside it.
+        let label = right - Math.max(0, left) < idRoom(band) ? idRoom(band) : 0;
+        const isLast = right + label > scale.width;
+        const [begin, end] = [left - (isLast ? label : 0), right + (isLast ? 0 : label)];
+        let row = ends.findIndex((each) => each + 2 <= begin);
+        if (row < 0) {
+            label = ends.length < mostIncidentRows ? label : 0;
+            row = Math.min(ends.length, mostIncidentRows - 1);
+        }
+        ends[row] = Math.max(ends[row] ?? -Infinity, end);
+        placed.push({band, left, right, row, label: label && (isLast ? left - label + 4 : right + 4)});
     }
     return placed;
 }
@@ -36,24 +50,25 @@ export function packBands(bands, scale) {
 export function clusterMarks(changes, scale) {
     const clusters = [];
     for (const change of [...changes].sort((a, b) => a.at - b.at)) {
-        if (!scale.covers(change.at, change.at)) continue;
         const x = scale.toX(change.at);
         const last = clusters.at(-1);
-        if (last && x - last.x < 2 * markHalf + 2) last.changes.push(change);
-        else clusters.push({x, changes: [change]});
+        if (last && x - last.x < 2 * markHalf + 2) {
+            last.changes.push(change);
+        } else if (scale.covers(change.at, change.at)) {
+            clusters.push({x, changes: [change]});
+        }
     }
     return clusters;
 }
 
 export function bandAt(placed, layout, x, y) {
     const row = Math.floor((y - layout.incidents) / layout.incidentHeight);
-    if (y < layout.incidents || y >= layout.marks) return null;
-    return placed.find((each) => each.row === row && x >= each.left - 2 && x <= each.right + 2)?.band ?? null;
+    return y >= layout.marks ? null : placed.find((each) => each.row === row && x >= each.left - 2 && x <= each.right + 2)?.band ?? null;
 }
 
 export function markAt(clusters, layout, x, y) {
-    if (y < layout.marks || y >= layout.lanes) return null;
-    return clusters.find((each) => Math.abs(each.x - x) <= markHalf + 3) ?? null;
+    const isThere = y >= layout.marks && y < layout.lanes;
+    return isThere ? clusters.find((each) => Math.abs(each.x - x) <= markHalf + 3) ?? null : null;
 }
 
 export function holeAt(holes, scale, x) {
@@ -70,7 +85,9 @@ export function drawAxis(context, scale, layout, ticks, colours) {
     for (const tick of ticks) {
         const x = Math.round(scale.toX(tick.time));
         context.globalAlpha = tick.major ? 1 : 0.75;
-        context.fillText(tick.label, x + 4, layout.axis + 11);
+        if (x + labelRoom(tick.label) <= scale.width) {
+            context.fillText(tick.label, x + 4, layout.axis + 11);
+        }
         context.fillRect(x, layout.axis + 4, 1, layout.incidents - 4);
     }
     context.globalAlpha = 1;
@@ -82,7 +99,9 @@ export function drawHoles(context, scale, layout, holes, colours) {
     const height = layout.height - top;
     context.strokeStyle = colours.hole;
     for (const hole of holes) {
-        if (!scale.covers(hole.first, hole.last)) continue;
+        if (!scale.covers(hole.first, hole.last)) {
+            continue;
+        }
         const left = Math.max(-2, Math.floor(scale.toX(hole.first)));
         const right = Math.max(left + 4, Math.min(scale.width + 2, Math.ceil(scale.toX(hole.last))));
         context.save();
@@ -102,22 +121,27 @@ export function drawHoles(context, scale, layout, holes, colours) {
     }
 }
 
-/** Down over the lanes that an incident concerns. */
-function drawBandOverLanes(context, {band, left, right}, layout, colour) {
-    context.fillStyle = colour;
-    for (const place of layout.places) {
-        if (!band.concerns(place.row)) continue;
-        context.globalAlpha = 0.13;
-        context.fillRect(left, place.binTop, right - left, place.binHeight);
-        context.globalAlpha = 0.8;
-        context.fillRect(left, place.binTop, 1, place.binHeight);
-        if (!band.ongoing) context.fillRect(right - 1, place.binTop, 1, place.binHeight);
+/** Behind the bins of the lanes that incidents concern, as long as they lasted: colours of bins stay what they are. */
+export function drawBandGrounds(context, placed, scale, layout, colours) {
+    for (const {band} of placed) {
+        const left = Math.round(Math.max(-2, scale.toX(band.first)));
+        const right = Math.max(left + 2, Math.round(Math.min(scale.width + 2, scale.toX(band.last))));
+        context.fillStyle = colours.states[band.state];
+        for (const place of layout.places.filter((each) => band.concerns(each.row))) {
+            context.globalAlpha = 0.16;
+            context.fillRect(left, place.binTop, right - left, place.binHeight);
+            context.globalAlpha = 0.8;
+            context.fillRect(left, place.binTop, 1, place.binHeight);
+            if (!band.ongoing) {
+                context.fillRect(right - 1, place.binTop, 1, place.binHeight);
+            }
+        }
     }
     context.globalAlpha = 1;
 }
 
 /** Open: full, with an open end. Quiet: dashed. Closed: an outline. */
-function drawBandHead(context, {band, left, right, row}, layout, colours) {
+function drawBandHead(context, {band, left, right, row, label}, layout, colours) {
     const colour = colours.states[band.state];
     const top = layout.incidents + row * layout.incidentHeight + 1;
     const height = layout.incidentHeight - 3;
@@ -133,8 +157,14 @@ function drawBandHead(context, {band, left, right, row}, layout, colours) {
     context.strokeRect(left + 0.5, top + 0.5, right - left - 1 + (band.ongoing ? 12 : 0), height - 1);
     context.setLineDash([]);
     context.fillRect(left, top, 4, height);
+    if (label) {
+        context.fillStyle = colours.text;
+        context.fillText(String(band.id), label, top + height / 2 + 0.5);
+    }
     const text = Math.max(0, left) + 8;
-    if (right - text < 12) return;
+    if (label || right - text < 16) {
+        return;
+    }
     context.save();
     context.beginPath();
     context.rect(text, top, right - text - 3, height);
@@ -144,13 +174,13 @@ function drawBandHead(context, {band, left, right, row}, layout, colours) {
     context.restore();
 }
 
-export function drawBands(context, placed, layout, colours) {
+/** What goes on lies over what is over. */
+export function drawBandHeads(context, placed, layout, colours) {
     context.font = font;
     context.textBaseline = 'middle';
     context.textAlign = 'left';
-    for (const each of placed) {
-        drawBandOverLanes(context, each, layout, colours.states[each.band.state]);
-        drawBandHead(context, each, layout, colours);
+    for (const ongoing of [false, true]) {
+        placed.filter((each) => each.band.ongoing === ongoing).forEach((each) => drawBandHead(context, each, layout, colours));
     }
 }
 
@@ -183,7 +213,9 @@ export function drawCursor(context, scale, place, first, last, colours) {
 
 /** Behind it nothing can be yet. */
 export function drawNow(context, scale, layout, now, colours) {
-    if (!scale.covers(now, now)) return;
+    if (!scale.covers(now, now)) {
+        return;
+    }
     const x = Math.round(scale.toX(now));
     context.fillStyle = colours.text;
     context.globalAlpha = 0.06;

@@ -18,7 +18,7 @@ const labels = ['Time', 'Kind', {label: 'Events', class: 'number'}, 'From', 'To'
 export function mount(root, site) {
     const filter = mountFilter((params) => site.go('records', {params, replace: true}));
     const summary = el('p', {class: 'note', 'data-summary': true});
-    const table = el('table', {class: 'cards'}, headOf(labels));
+    const table = el('table', {class: 'cards', hidden: true}, headOf(labels));
     const more = el('button', {type: 'button', 'data-more': true, hidden: true, onclick: () => during(loadMore()).catch(fail)}, 'Older ones');
     const saving = el('p', {class: 'small note', 'aria-live': 'polite'});
     const save = (format, text) => el('button', {type: 'button', 'data-export': format, onclick: (event) => saveAs(event.target, format)}, text);

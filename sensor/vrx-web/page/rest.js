@@ -1,9 +1,16 @@
 // Whether the page is at rest: no request is pending, and no redraw is due. Tests wait for <html data-rest="1">.
 
 let pending = 0;
+let isPersonNext = false;
 
 function show() {
-    document.documentElement.dataset.rest = pending === 0 ? '1' : '0';
+    document.documentElement.dataset.rest = pending === 0 || isPersonNext ? '1' : '0';
+}
+
+/** While all waits for what somebody types, the page is at rest. */
+export function awaitPerson(isAwaited) {
+    isPersonNext = isAwaited;
+    show();
 }
 
 /** To be called when something begins; the function that it returns, when that has ended. */

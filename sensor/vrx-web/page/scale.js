@@ -1,4 +1,4 @@
-// Time to pixels and back. A scale never changes: who pans or zooms gets another one. Times are milliseconds since 1970.
+// Time to pixels and back. A scale never changes: who pans or zooms gets another. Times are milliseconds since 1970.
 
 const second = 1000;
 const minute = 60 * second;
@@ -61,9 +61,10 @@ export class TimeScale {
 
     /** Panned as little as it takes to show the span from first to last. */
     showing(first, last) {
-        if (first < this.since) return this.panned(this.toX(first));
-        if (last > this.until) return this.panned(this.toX(Math.min(last, first + this.span)) - this.width);
-        return this;
+        if (first < this.since) {
+            return this.panned(this.toX(first));
+        }
+        return last > this.until ? this.panned(this.toX(Math.min(last, first + this.span)) - this.width) : this;
     }
 
     covers(first, last) {
@@ -90,9 +91,8 @@ export class TimeScale {
 /** The parts of a time by one clock, and times from such parts: a day has not always 24 hours. */
 function partsOf(time, utc) {
     const date = new Date(time);
-    return utc
-        ? [date.getUTCFullYear(), date.getUTCMonth(), date.getUTCDate(), date.getUTCHours(), date.getUTCMinutes(), date.getUTCSeconds()]
-        : [date.getFullYear(), date.getMonth(), date.getDate(), date.getHours(), date.getMinutes(), date.getSeconds()];
+    const part = (name) => date[`get${utc ? 'UTC' : ''}${name}`]();
+    return [part('FullYear'), part('Month'), part('Date'), part('Hours'), part('Minutes'), part('Seconds')];
 }
 
 function timeOf(utc, ...parts) {
@@ -121,10 +121,13 @@ function ticksOfClock(scale, step, utc) {
     at = Math.floor(at / stepSeconds) * stepSeconds;
     for (;; at += stepSeconds) {
         const time = timeOf(utc, year, month, date, 0, 0, at);
-        if (time > scale.until) break;
-        if (time >= scale.since) found.set(time, {time, ...labelOf(time, step, utc)});
+        if (time > scale.until) {
+            return [...found.values()];
+        }
+        if (time >= scale.since) {
+            found.set(time, {time, ...labelOf(time, step, utc)});
+        }
     }
-    return [...found.values()];
 }
 
 function ticksOfDays(scale, step, utc) {
@@ -135,8 +138,11 @@ function ticksOfDays(scale, step, utc) {
     const ticks = [];
     for (let at = date - (((number % days) + days) % days); ; at += days) {
         const time = timeOf(utc, year, month, at);
-        if (time > scale.until) break;
-        if (time >= scale.since) ticks.push({time, ...labelOf(time, step, utc)});
+        if (time > scale.until) {
+            return ticks;
+        }
+        if (time >= scale.since) {
+            ticks.push({time, ...labelOf(time, step, utc)});
+        }
     }
-    return ticks;
 }

@@ -1,7 +1,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import {binAt, drawBins, drawLanes, eventsWithin, layoutOf, levelOf, levels, nextBin, placeAt, rampOf} from '../../../../sensor/vrx-web/page/lanes.js';
-import {bandAt, clusterMarks, drawBands, drawHoles, drawMarks, holeAt, markAt, packBands} from '../../../../sensor/vrx-web/page/overlays.js';
+import {binAt, drawBins, drawGrounds, eventsWithin, layoutOf, levelOf, levels, nextBin, placeAt, rampOf} from '../../../../sensor/vrx-web/page/lanes.js';
+import {bandAt, clusterMarks, drawBandGrounds, drawBandHeads, drawHoles, drawMarks, holeAt, markAt, packBands} from '../../../../sensor/vrx-web/page/overlays.js';
 import {TimeScale} from '../../../../sensor/vrx-web/page/scale.js';
 import {recordingCanvas} from './recordingCanvas.mjs';
 
@@ -58,8 +58,8 @@ test('a lane is found where it is drawn, wide and narrow', () => {
         assert.equal(placeAt(layout, layout.lanes - 1), null);
         assert.equal(placeAt(layout, layout.height), null);
         const canvas = recordingCanvas();
-        drawLanes(canvas, new TimeScale(0, 100, 100), layout, 3, [{time: 50, label: 'x', major: false}], colours);
-        assert.equal(canvas.calls.filter((call) => call.fill.startsWith('level')).length, 3);
+        drawGrounds(canvas, new TimeScale(0, 100, 100), layout, [{time: 50, label: 'x', major: false}], colours);
+        assert.equal(canvas.calls.length, 4);
         assert.ok(canvas.calls.every((call) => call.values[1] + call.values[3] <= layout.height));
     }
 });
@@ -78,13 +78,15 @@ const band = (id, first, last, state = 'closed', ongoing = false) => ({id, title
 test('incidents that overlap are above each other, and each is where the mouse finds it', () => {
     const scale = new TimeScale(0, 100, 1000);
     const placed = packBands([band(1, 0, 20), band(2, 10, 30), band(3, 25, 40), band(4, 200, 300), band(5, 26, 28), band(6, 27, 27)], scale);
-    assert.deepEqual(placed.map((each) => [each.band.id, each.row]), [[1, 0], [2, 1], [3, 0], [5, 2], [6, 2]]);
-    const layout = layoutOf([row([1]), row([1], {name: 'b'})], 3, false);
+    assert.deepEqual(placed.map((each) => [each.band.id, each.row]), [[1, 0], [2, 1], [3, 0], [5, 2], [6, 3]]);
+    const layout = layoutOf([row([1]), row([1], {name: 'b'})], 4, false);
     assert.equal(bandAt(placed, layout, 150, layout.incidents + 25).id, 2);
     assert.equal(bandAt(placed, layout, 500, layout.incidents + 5), null);
     assert.equal(bandAt(placed, layout, 150, layout.marks), null);
     const canvas = recordingCanvas();
-    drawBands(canvas, packBands([band(1, 10, 20), band(2, 30, 40, 'quiet'), band(3, 50, 90, 'open', true)], scale), layout, colours);
+    const three = packBands([band(1, 10, 20), band(2, 30, 40, 'quiet'), band(3, 50, 90, 'open', true)], scale);
+    drawBandGrounds(canvas, three, scale, layout, colours);
+    drawBandHeads(canvas, three, layout, colours);
     const over = canvas.calls.filter((call) => call.name === 'fillRect' && call.values[1] === layout.places[0].binTop && call.values[2] > 1);
     assert.deepEqual(over.map((call) => [call.values[0], call.values[2], call.fill]), [[100, 100, 'closed'], [300, 100, 'quiet'], [500, 400, 'open']]);
     assert.ok(!canvas.calls.some((call) => call.values[1] === layout.places[1].binTop), 'a lane that is not concerned has none');
