@@ -71,7 +71,8 @@ class Browser:
         for word in ("headless=new", "disable-gpu", "no-first-run", "disable-background-networking", "disable-extensions",
                      "disable-component-update", "disable-sync", "disable-dev-shm-usage", "force-color-profile=srgb",
                      "hide-scrollbars", "lang=en-GB", f"window-size={WIDE[0]},{WIDE[1]}",
-                     f"user-data-dir={self.folder}"):
+                     f"user-data-dir={self.folder}",
+                     "host-resolver-rules=MAP *.site 127.0.0.1"):
             options.add_argument("--" + word)
         if os.geteuid() == 0:
             options.add_argument("--no-sandbox")
@@ -130,7 +131,7 @@ class Browser:
     def one(self, selector):
         found = self.all(selector)
         if len(found) != 1:
-            raise AssertionError(f"{len(found)} of {selector} in: {self.text()[:1000]}")
+            raise AssertionError(f"{len(found)} of {selector} in: {self.text()[:200]}")
         return found[0]
 
     def text(self, selector="body"):
@@ -179,6 +180,15 @@ class Browser:
             ActionChains(self.driver, duration=0).send_keys(key).perform()
         if rest:
             self.rest()
+
+    def download(self, selector):
+        """What a click has the browser save."""
+        folder = tempfile.mkdtemp(dir=self.folder)
+        self.driver.execute_cdp_cmd("Browser.setDownloadBehavior", {"behavior": "allow", "downloadPath": folder})
+        self.click(selector)
+        names = wait_until(lambda: [one for one in os.listdir(folder) if not one.endswith(".crdownload")], "a file is saved")
+        with open(os.path.join(folder, names[0]), encoding="utf-8", newline="") as file:
+            return file.read()
 
     def fill(self, selector, value):
         """Types into a field, or chooses, and confirms."""
@@ -243,12 +253,13 @@ class Browser:
 
     # ---- What is left ----
 
-    def picture(self, name, size=WIDE, dark=False, whole=True):
-        """In build/web, of the whole page, however long it is; the page stays as it is."""
+    def picture(self, name, size=WIDE, dark=False, rest=True):
+        """In build/web: of the whole page, however long it is, or of what is there without a rest."""
         os.makedirs(PICTURES, exist_ok=True)
-        self.look(size, dark)
-        self.rest()
-        made = self.driver.execute_cdp_cmd("Page.captureScreenshot", {"format": "png", "captureBeyondViewport": whole})
+        if rest:
+            self.look(size, dark)
+            self.rest()
+        made = self.driver.execute_cdp_cmd("Page.captureScreenshot", {"format": "png", "captureBeyondViewport": rest})
         with open(os.path.join(PICTURES, name + ".png"), "wb") as file:
             file.write(base64.b64decode(made["data"]))
 

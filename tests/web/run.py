@@ -26,6 +26,23 @@ class Result(unittest.TextTestResult):
         unittest.TestResult.addSuccess(self, test)
         self.stream.writeln(f"ok ({time.monotonic() - self.begin:.1f} s)")
 
+    def addFailure(self, test, err):
+        self.leave_picture(test)
+        super().addFailure(test, err)
+
+    def addError(self, test, err):
+        self.leave_picture(test)
+        super().addError(test, err)
+
+    @staticmethod
+    def leave_picture(test):
+        """What the browser shows: an aid, if it can be had."""
+        if "browser" in case.shared:
+            try:
+                case.shared["browser"].picture("failed-" + test.id().rsplit(".", 1)[-1], rest=False)
+            except Exception as error:
+                print("no picture:", error)
+
 
 def main():
     names = SMALL if sys.argv[1:] == ["--small"] else sys.argv[1:]
