@@ -4,29 +4,10 @@
 
 namespace {
 
-void sPutTexts(ZTCJsonWriter& arJson, const char* apKey, const std::vector<std::string>& acrTexts) {
-    arJson.key(apKey);
-    arJson.beginList();
-    for (const std::string& lrText : acrTexts) {
-        arJson.escapedText(lrText);
-    }
-    arJson.endList();
-}
-
-void sPutNumber(ZTCJsonWriter& arJson, const char* apKey, std::uint64_t aNumber) {
-    arJson.key(apKey);
-    arJson.number(aNumber);
-}
-
 // 0: there is none.
 void sPutId(ZTCJsonWriter& arJson, const char* apKey, std::uint64_t aId) {
     arJson.key(apKey);
     aId != 0 ? arJson.number(aId) : arJson.null();
-}
-
-void sPutTime(ZTCJsonWriter& arJson, const char* apKey, ZTNanoseconds aTime) {
-    arJson.key(apKey);
-    aTime != 0 ? putTime(arJson, toSensorTime(aTime)) : arJson.null();
 }
 
 void sPutPort(ZTCJsonWriter& arJson, const char* apKey, const ZTSWwn& acrPort,
@@ -51,7 +32,7 @@ void sPutCause(ZTCJsonWriter& arJson, const ZTSIncidentCause& acrCause, const ZT
     sPutPort(arJson, "initiator", acrCause.mInitiator, acrLabels);
     sPutPort(arJson, "target", acrCause.mTarget, acrLabels);
     putTexts(arJson, {{"fabric", acrCause.mFabric}});
-    sPutTime(arJson, "time", acrCause.mTime);
+    putMoment(arJson, "time", acrCause.mTime);
     putTexts(arJson, {{"confidence", acrCause.mIsLikely ? "likely" : "possible"}});
     arJson.endObject();
 }
@@ -70,11 +51,11 @@ void sPutCauses(ZTCJsonWriter& arJson, const ZTSIncident& acrIncident, const ZTP
 void sPutHits(ZTCJsonWriter& arJson, const ZTSIncidentHits& acrHits) {
     arJson.key("hits");
     arJson.beginObject();
-    sPutTexts(arJson, "luns", acrHits.mLuns);
-    sPutTexts(arJson, "disks", acrHits.mDisks);
-    sPutTexts(arJson, "maps", acrHits.mMaps);
-    sPutTexts(arJson, "volumes", acrHits.mVolumes);
-    sPutTexts(arJson, "mounts", acrHits.mMounts);
+    putList(arJson, "luns", acrHits.mLuns);
+    putList(arJson, "disks", acrHits.mDisks);
+    putList(arJson, "maps", acrHits.mMaps);
+    putList(arJson, "volumes", acrHits.mVolumes);
+    putList(arJson, "mounts", acrHits.mMounts);
     arJson.endObject();
 }
 
@@ -84,9 +65,9 @@ void sPutSymptoms(ZTCJsonWriter& arJson, const std::vector<ZTSIncidentSymptom>& 
     for (const ZTSIncidentSymptom& lrSymptom : acrSymptoms) {
         arJson.beginObject();
         putTexts(arJson, {{"kind", lrSymptom.mKind}});
-        sPutNumber(arJson, "events", lrSymptom.mEvents);
-        sPutTime(arJson, "first", lrSymptom.mFirst);
-        sPutTime(arJson, "last", lrSymptom.mLast);
+        putNumber(arJson, "events", lrSymptom.mEvents);
+        putMoment(arJson, "first", lrSymptom.mFirst);
+        putMoment(arJson, "last", lrSymptom.mLast);
         arJson.endObject();
     }
     arJson.endList();
@@ -99,8 +80,8 @@ void sPutPaths(ZTCJsonWriter& arJson, const ZTSIncident& acrIncident) {
         return;
     }
     arJson.beginObject();
-    sPutNumber(arJson, "left", acrIncident.mPathsLeft);
-    sPutNumber(arJson, "total", acrIncident.mPathsTotal);
+    putNumber(arJson, "left", acrIncident.mPathsLeft);
+    putNumber(arJson, "total", acrIncident.mPathsTotal);
     arJson.endObject();
 }
 
@@ -124,7 +105,7 @@ void sPutAcknowledged(ZTCJsonWriter& arJson, const std::optional<ZTSAcknowledgem
     }
     arJson.beginObject();
     putTexts(arJson, {{"who", acrAcknowledged->mWho}});
-    sPutTime(arJson, "when", acrAcknowledged->mTime);
+    putMoment(arJson, "when", acrAcknowledged->mTime);
     putTexts(arJson, {{"note", acrAcknowledged->mNote}});
     arJson.endObject();
 }
@@ -133,24 +114,24 @@ void sPutAcknowledged(ZTCJsonWriter& arJson, const std::optional<ZTSAcknowledgem
 
 void putIncident(ZTCJsonWriter& arJson, const ZTSIncident& acrIncident, std::string_view aHost,
                  const ZTPortLabels& acrLabels, std::span<const std::uint64_t> aEvidence) {
-    sPutNumber(arJson, "id", acrIncident.mId);
+    putNumber(arJson, "id", acrIncident.mId);
     putTexts(arJson, {{"class", nameOf(acrIncident.mClass)},
                       {"state", nameOf(acrIncident.mState)},
                       {"title", acrIncident.mTitle}});
-    sPutTime(arJson, "opened", acrIncident.mOpened);
-    sPutTime(arJson, "last", acrIncident.mLast);
-    sPutTime(arJson, "closed", acrIncident.mClosed);
+    putMoment(arJson, "opened", acrIncident.mOpened);
+    putMoment(arJson, "last", acrIncident.mLast);
+    putMoment(arJson, "closed", acrIncident.mClosed);
     sPutId(arJson, "merged", acrIncident.mMerged);
-    sPutTexts(arJson, "hosts", aHost.empty() ? std::vector<std::string>() : std::vector{std::string(aHost)});
-    sPutTexts(arJson, "fabrics", acrIncident.mFabrics);
+    putList(arJson, "hosts", aHost.empty() ? std::vector<std::string>() : std::vector{std::string(aHost)});
+    putList(arJson, "fabrics", acrIncident.mFabrics);
     sPutPorts(arJson, "initiators", acrIncident.mInitiators, acrLabels);
     sPutPorts(arJson, "targets", acrIncident.mTargets, acrLabels);
     sPutHits(arJson, acrIncident.mHits);
-    sPutNumber(arJson, "events", acrIncident.mEvents);
+    putNumber(arJson, "events", acrIncident.mEvents);
     sPutCauses(arJson, acrIncident, acrLabels);
     sPutSymptoms(arJson, acrIncident.mSymptoms);
     sPutPaths(arJson, acrIncident);
-    sPutNumber(arJson, "losses", acrIncident.mLosses);
+    putNumber(arJson, "losses", acrIncident.mLosses);
     arJson.key("evidence");
     arJson.beginList();
     for (const std::uint64_t lId : aEvidence) {

@@ -197,3 +197,22 @@ void putChange(ZTCJsonWriter& arJson, const ZTSChange& acrChange, const ZTPortLa
     arJson.key("ports");
     putPorts(arJson, listPortsIn(acrChange.mName), acrLabels);
 }
+
+void putNumber(ZTCJsonWriter& arJson, const char* apKey, std::uint64_t aNumber) {
+    arJson.key(apKey);
+    arJson.number(aNumber);
+}
+
+void putList(ZTCJsonWriter& arJson, const char* apKey, const std::vector<std::string>& acrTexts) {
+    arJson.key(apKey);
+    arJson.beginList();
+    for (const std::string& lrText : acrTexts) {
+        arJson.escapedText(lrText);
+    }
+    arJson.endList();
+}
+
+void putMoment(ZTCJsonWriter& arJson, const char* apKey, ZTNanoseconds aTime) {
+    arJson.key(apKey);
+    aTime != 0 ? putTime(arJson, toSensorTime(aTime)) : arJson.null();
+}

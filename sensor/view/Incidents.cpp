@@ -79,7 +79,8 @@ ZTSIncidentFrame readIncidentFrame(ZTCStoreReader& arReader) {
 }
 
 std::vector<ZTSIncident> readIncidentList(ZTCStoreReader& arReader, const ZTSHistoryAsk& acrHistory,
-                                          const ZTSIncidentAsk& acrOptions, ZTNanoseconds aNow, bool aInUtc) {
+                                          const ZTSIncidentChoice& acrOptions, ZTNanoseconds aNow,
+                                          bool aInUtc) {
     const std::vector<ZTEIncidentState> lStates = sReadStates(acrOptions.mStates);
     const std::vector<ZTEIncidentClass> lClasses = sReadClasses(acrOptions.mClasses);
     ZTSHistoryFilter lTimes = makeQuery(acrHistory, arReader, aNow, aInUtc).mFilter;

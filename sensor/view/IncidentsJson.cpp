@@ -1,7 +1,6 @@
 #include "IncidentJson.h"
 #include "Incidents.h"
 #include "RecordJson.h"
-#include "TimeText.h"
 #include "ViewJson.h"
 
 namespace {
@@ -10,8 +9,7 @@ void sPutFrame(ZTCJsonWriter& arJson, const ZTSIncidentFrame& acrFrame) {
     putHead(arJson, "incidents");
     arJson.key("now");
     arJson.boolean(acrFrame.mIsNow);
-    arJson.key("written");
-    acrFrame.mWritten != 0 ? putTime(arJson, toSensorTime(acrFrame.mWritten)) : arJson.null();
+    putMoment(arJson, "written", acrFrame.mWritten);
 }
 
 // Of several, the ids of records are left out: whoever wants them asks for one.

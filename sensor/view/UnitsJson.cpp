@@ -10,29 +10,9 @@ const char* sNameOf(const std::optional<ZTEPathSource>& acrSource) {
     return acrSource ? lNames[static_cast<std::size_t>(*acrSource)] : "";
 }
 
-void sPutNumber(ZTCJsonWriter& arJson, const char* apKey, std::uint64_t aNumber) {
-    arJson.key(apKey);
-    arJson.number(aNumber);
-}
-
 void sPutBoolean(ZTCJsonWriter& arJson, const char* apKey, bool aValue) {
     arJson.key(apKey);
     arJson.boolean(aValue);
-}
-
-// Null for a moment that is not known.
-void sPutTime(ZTCJsonWriter& arJson, const char* apKey, ZTNanoseconds aTime) {
-    arJson.key(apKey);
-    aTime != 0 ? putTime(arJson, toSensorTime(aTime)) : arJson.null();
-}
-
-void sPutTexts(ZTCJsonWriter& arJson, const char* apKey, const std::vector<std::string>& acrTexts) {
-    arJson.key(apKey);
-    arJson.beginList();
-    for (const std::string& lrText : acrTexts) {
-        arJson.escapedText(lrText);
-    }
-    arJson.endList();
 }
 
 void sPutPath(ZTCJsonWriter& arJson, const ZTSUnitPath& acrPath, const ZTPortLabels& acrLabels) {
@@ -43,7 +23,7 @@ void sPutPath(ZTCJsonWriter& arJson, const ZTSUnitPath& acrPath, const ZTPortLab
     arJson.beginObject();
     putTexts(arJson, {{"disk", lrLun.mDisk}, {"address", lrLun.mAddress}});
     sPutBoolean(arJson, "here", acrPath.mIsHere);
-    sPutTime(arJson, "seen", acrPath.mSeen);
+    putMoment(arJson, "seen", acrPath.mSeen);
     sPutBoolean(arJson, "usable", acrPath.mIsUsable);
     putTexts(arJson, {{"source", sNameOf(acrPath.mSource)},
                       {"why", acrPath.mWhy},
@@ -54,7 +34,7 @@ void sPutPath(ZTCJsonWriter& arJson, const ZTSUnitPath& acrPath, const ZTPortLab
     putPort(arJson, lPortOf(lrLun.mInitiator), acrLabels);
     arJson.key("target");
     putPort(arJson, lPortOf(lrLun.mTarget), acrLabels);
-    sPutNumber(arJson, "lun", lrLun.mLun);
+    putNumber(arJson, "lun", lrLun.mLun);
     arJson.key("queue_depth");
     lrLun.mQueueDepth ? arJson.number(*lrLun.mQueueDepth) : arJson.null();
     arJson.endObject();
@@ -84,13 +64,13 @@ void sPutUnit(ZTCJsonWriter& arJson, const ZTSUnit& acrUnit, const ZTSUnits& acr
                       {"vendor", lLun.mVendor},
                       {"model", lLun.mModel}});
     sPutBoolean(arJson, "here", acrUnit.mIsHere);
-    sPutTime(arJson, "seen", acrUnit.mSeen);
-    sPutTime(arJson, "since", acrUnit.mSince);
-    sPutNumber(arJson, "usable", acrUnit.mUsable);
-    sPutNumber(arJson, "total", acrUnit.mTotal);
+    putMoment(arJson, "seen", acrUnit.mSeen);
+    putMoment(arJson, "since", acrUnit.mSince);
+    putNumber(arJson, "usable", acrUnit.mUsable);
+    putNumber(arJson, "total", acrUnit.mTotal);
     sPutBoolean(arJson, "inferred", acrUnit.mIsInferred);
-    sPutTexts(arJson, "mounts", acrUnit.mHit.mMounts);
-    sPutTexts(arJson, "volumes", acrUnit.mHit.mVolumes);
+    putList(arJson, "mounts", acrUnit.mHit.mMounts);
+    putList(arJson, "volumes", acrUnit.mHit.mVolumes);
     arJson.key("paths");
     arJson.beginList();
     for (const ZTSUnitPath& lrPath : acrUnit.mPaths) {
@@ -102,7 +82,7 @@ void sPutUnit(ZTCJsonWriter& arJson, const ZTSUnit& acrUnit, const ZTSUnits& acr
 
 void sPutFreshness(ZTCJsonWriter& arJson, const ZTSUnits& acrUnits) {
     sPutBoolean(arJson, "now", acrUnits.mIsNow);
-    sPutTime(arJson, "written", acrUnits.mWritten);
+    putMoment(arJson, "written", acrUnits.mWritten);
 }
 
 // Each with all that it takes to be read alone.

@@ -5,7 +5,7 @@
 
 #include "ViewAsk.h"
 
-struct ZTSIncidentOptions : ZTSIncidentAsk {
+struct ZTSIncidentOptions : ZTSIncidentChoice {
     std::string mShown;  ///< the id of the one that is shown, as it was written; empty: all that are meant
     std::string mId;     ///< of the one that something is asked of
     std::string mNote;   ///< of an acknowledgement

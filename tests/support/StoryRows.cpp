@@ -3,12 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <random>
 #include <stdexcept>
 
-#include "EventBlock.h"
 #include "PortChanges.h"
 #include "StorageChanges.h"
+#include "StoryRecords.h"
 
 namespace {
 
@@ -17,28 +16,6 @@ using Words = ZTSStoryLine;
 
 constexpr ZTNanoseconds sStallTold = 10 * ZTSecond;
 constexpr ZTNanoseconds sMinute = 60 * ZTSecond;
-
-void sPutWord(std::vector<std::uint8_t>& arData, std::uint32_t aWord) {
-    for (unsigned int lShift = 0; lShift < 32; lShift += 8) {
-        arData.push_back(static_cast<std::uint8_t>(aWord >> lShift));
-    }
-}
-
-std::uint32_t sNumber(const std::string& acrText, int aBase = 10) {
-    return static_cast<std::uint32_t>(std::stoul(acrText, nullptr, aBase));
-}
-
-// "x12".
-std::uint64_t sTimes(const Words& acrWords) {
-    const auto lAt = std::ranges::find_if(acrWords.mWords, [](const std::string& acrWord) {
-        return acrWord.size() > 1 && acrWord[0] == 'x' && isdigit(acrWord[1]) != 0;
-    });
-    return lAt != acrWords.mWords.end() ? std::stoull(lAt->substr(1)) : 1;
-}
-
-ZTNanoseconds sLasts(const Words& acrWords) {
-    return ZTCStorySite::readLength(acrWords.get("for"));
-}
 
 class Maker {
   public:
@@ -49,11 +26,7 @@ class Maker {
           mPorts(mWellPorts),
           mStorage(mWellStorage),
           mToldPorts(mPorts),
-          mToldStorage(mStorage) {
-        for (const ZTSEventKindName& lrKind : listEventKinds()) {
-            mKinds[lrKind.mpName] = lrKind;
-        }
-    }
+          mToldStorage(mStorage) {}
 
     void make(const ZTSStoryRow& acrRow) {
         using Make = void (Maker::*)(const Words&);
@@ -68,15 +41,17 @@ class Maker {
             {"stall-over", &Maker::makeStall},    {"loss", &Maker::makeLoss},
             {"agent-gone", &Maker::turnAgent},    {"agent-back", &Maker::turnAgent},
             {"sensor-gone", &Maker::turnSensor},  {"sensor-back", &Maker::turnSensor},
-            {"change", &Maker::makeChange},       {"ask", &Maker::makeAsk},
-            {"noise", &Maker::makeNoise}};
+            {"change", &Maker::makeChange},       {"ask", &Maker::makeAsk}};
         mTime = acrRow.mTime;
         mVerb = acrRow.getVerb();
         const auto lMaker = sMakers.find(mVerb);
         if (lMaker != sMakers.end()) {
             (this->*lMaker->second)(acrRow.mWords);
         } else {
-            makeRecords(acrRow.mWords);
+            for (ZTSStoryRecord& lrRecord : listStoryRecords(mrSite, mTime, acrRow.mWords)) {
+                mVerb = lrRecord.mVerb;
+                tell(std::move(lrRecord.mRecord));
+            }
         }
     }
 
@@ -90,108 +65,6 @@ class Maker {
     }
 
   private:
-    // ---- Records ----
-
-    void makeRecords(const Words& acrWords) {
-        if (!mKinds.contains(mVerb)) {
-            throw std::runtime_error("there is no " + mVerb);
-        }
-        if (acrWords.mValues.contains("from")) {
-            for (const auto& [lpHost, lpTarget] :
-                 mrSite.findPairs(acrWords.list("host"), acrWords.list("from"))) {
-                makeRecord(acrWords, *lpHost, lpTarget);
-            }
-            return;
-        }
-        for (const Port* const lpHost : mrSite.findHosts(acrWords.list("host"))) {
-            makeRecord(acrWords, *lpHost, nullptr);
-        }
-    }
-
-    void makeRecord(const Words& acrWords, const Port& acrHost, const Port* apTarget) {
-        ZTSRecord lRecord = beginRecord(mVerb, acrHost);
-        lRecord.mFirst = mTime;
-        lRecord.mLast = mTime + sLasts(acrWords);
-        lRecord.mOccurrences = sTimes(acrWords);
-        const ZTSWwn lRemote = apTarget != nullptr ? apTarget->mWwn : ZTSWwn();
-        lRecord.mSeries.mRemote = apTarget != nullptr ? std::optional(lRemote) : std::nullopt;
-        if (mVerb == "rscn") {
-            sPutWord(lRecord.mData, apTarget != nullptr ? apTarget->mId : 0x019900);
-        } else {
-            lRecord.mData.insert(lRecord.mData.end(), lRemote.mBytes.begin(), lRemote.mBytes.end());
-        }
-        if (mVerb == "check_condition") {
-            putSense(acrWords.get("sense", "5/24/00"), lRecord.mData);
-        } else if (mVerb == "ls_rjt") {
-            for (const std::uint32_t lWord : {sNumber(acrWords.get("command", "3")), 9U, 0x29U}) {
-                sPutWord(lRecord.mData, lWord);
-            }
-        }
-        tell(std::move(lRecord));
-    }
-
-    ZTSRecord beginRecord(const std::string& acrKind, const Port& acrHost) const {
-        ZTSRecord lRecord;
-        const ZTSEventKindName& lrKind = mKinds.at(acrKind);
-        lRecord.mSeries.mCategory = lrKind.mCategory;
-        lRecord.mSeries.mSubcategory = lrKind.mSubcategory;
-        lRecord.mSeries.mInitiator = {acrHost.mWwn, acrHost.mWwn};
-        lRecord.mSeries.mFabric = mrSite.fabricOf(acrHost);
-        lRecord.mOccurrences = 1;
-        sPutWord(lRecord.mData, 1);
-        return lRecord;
-    }
-
-    static void putSense(const std::string& acrSense, std::vector<std::uint8_t>& arData) {
-        const std::size_t lAsc = acrSense.find('/') + 1;
-        const std::size_t lAscq = acrSense.find('/', lAsc) + 1;
-        sPutWord(arData, sNumber(acrSense, 16));
-        sPutWord(arData, sNumber(acrSense.substr(lAsc), 16) << 8 | sNumber(acrSense.substr(lAscq), 16));
-    }
-
-    // What happens on any host, at its own ports and at such that nobody has a name for. The fabric tells of
-    // the latter alone: of the others it does when something becomes of them.
-    void makeNoise(const Words& acrWords) {
-        static constexpr std::pair<const char*, const char*> sKinds[] = {{"plogi", ""},
-                                                                         {"adisc", ""},
-                                                                         {"queue_full", ""},
-                                                                         {"queue_depth_change", ""},
-                                                                         {"check_condition", "1/17/01"},
-                                                                         {"check_condition", "5/24/00"},
-                                                                         {"check_condition", "6/29/00"},
-                                                                         {"check_condition", "6/3f/0e"},
-                                                                         {"check_condition", "2/04/0b"}};
-        std::mt19937 lRandom(sNumber(acrWords.get("seed", "1")));
-        const ZTNanoseconds lStep = ZTSecond / sNumber(acrWords.at(1));
-        const unsigned int lPorts = sNumber(acrWords.get("ports", "64"));
-        const std::vector<const Port*> lHosts = mrSite.listHosts();
-        const std::vector<ZTCStorySite::Pair> lOwn = mrSite.findPairs({}, {"*"});
-        for (const ZTNanoseconds lEnd = mTime + sLasts(acrWords); mTime < lEnd; mTime += lStep) {
-            const unsigned int lNumber = static_cast<unsigned int>(lRandom()) % lPorts;
-            Port lPort;
-            lPort.mId = 0x020000 + lNumber;
-            lPort.mWwn = {{0x50, 0, 0, 0, 0, 0x77, static_cast<std::uint8_t>(lNumber >> 8),
-                           static_cast<std::uint8_t>(lNumber)}};
-            const Port& lrHost = *lHosts[lNumber % lHosts.size()];
-            Words lWords = acrWords;
-            lWords.mValues.erase("for");
-            if (lRandom() % 50 == 0) {
-                mVerb = "rscn";
-                makeRecord(lWords, lrHost, &lPort);
-                continue;
-            }
-            // Full queues at half the rate: at one port they are some in a minute, and harmless for hours.
-            const std::size_t lKind = lRandom() % std::size(sKinds);
-            const bool lIsRare = std::string_view(sKinds[lKind].first) == "queue_full" && lRandom() % 2 == 0;
-            const auto& [lrpKind, lrpSense] = sKinds[lIsRare ? 0 : lKind];
-            mVerb = lrpKind;
-            lWords.mValues["sense"] = lrpSense;
-            const bool lIsOwn = lNumber < lOwn.size();
-            makeRecord(lWords, lIsOwn ? *lOwn[lNumber].first : lrHost,
-                       lIsOwn ? lOwn[lNumber].second : &lPort);
-        }
-    }
-
     // ---- Ports, paths and LUNs: what becomes of them is what the sensor makes of it ----
 
     void turnPorts(const Words& acrWords) {
@@ -317,8 +190,8 @@ class Maker {
         for (const Port* const lpPort : mrSite.findHosts(acrWords.list("host"))) {
             ZTSFpin lFpin;
             lFpin.mFirst = mTime;
-            lFpin.mLast = mTime + sLasts(acrWords);
-            lFpin.mTimes = sTimes(acrWords);
+            lFpin.mLast = mTime + acrWords.getLength();
+            lFpin.mTimes = acrWords.getTimes();
             lFpin.mInitiator = lpPort->mWwn;
             lFpin.mFabric = mrSite.fabricOf(*lpPort);
             lFpin.mDescriptor = acrWords.at(1);
@@ -386,8 +259,9 @@ class Maker {
     void makeLoss(const Words& acrWords) {
         const std::string& lrWhat = acrWords.at(1);
         const std::size_t lAt = lrWhat.find('/');
-        const ZTNanoseconds lEnd = mTime + sLasts(acrWords);
-        tell(lEnd, ZTSLoss{mTime, lEnd, lrWhat.substr(0, lAt), lrWhat.substr(lAt + 1), sTimes(acrWords), {}});
+        const ZTNanoseconds lEnd = mTime + acrWords.getLength();
+        tell(lEnd,
+             ZTSLoss{mTime, lEnd, lrWhat.substr(0, lAt), lrWhat.substr(lAt + 1), acrWords.getTimes(), {}});
     }
 
     void turnAgent(const Words& acrWords) {
@@ -458,7 +332,6 @@ class Maker {
     const ZTCStorySite& mrSite;
     const ZTSHostPorts mWellPorts;
     const ZTSHostStorage mWellStorage;
-    std::map<std::string, ZTSEventKindName> mKinds;
     ZTNanoseconds mTime = 0;  // of the row that is made
     std::string mVerb;
     ZTSHostPorts mPorts;

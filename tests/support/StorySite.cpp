@@ -8,25 +8,6 @@
 
 namespace {
 
-constexpr char sUsualSite[] = R"(fabric A
-fabric B
-host hba0 fabric=A
-host hba1 fabric=B
-host hba2 fabric=A
-host hba3 fabric=B
-target array1-A0 array=array1 controller=A fabric=A
-target array1-A1 array=array1 controller=A fabric=B
-target array1-B0 array=array1 controller=B fabric=A
-target array1-B1 array=array1 controller=B fabric=B
-target array2-A0 array=array2 controller=A fabric=A
-target array2-A1 array=array2 controller=A fabric=B
-target array2-B0 array=array2 controller=B fabric=A
-target array2-B1 array=array2 controller=B fabric=B
-map mpatha array=array1 volume=vg0-root mount=/
-map mpathb array=array1 volume=vg1-data mount=/data
-map mpathc array=array2 volume=vg2-home mount=/home
-)";
-
 [[noreturn]] void sFail(const std::string& acrText) {
     throw std::runtime_error(acrText);
 }
@@ -68,6 +49,17 @@ std::vector<const ZTCStorySite::Port*> sFind(const std::deque<ZTCStorySite::Port
 }
 
 }  // namespace
+
+std::uint64_t ZTSStoryLine::getTimes() const {
+    const auto lAt = std::ranges::find_if(mWords, [](const std::string& acrWord) {
+        return acrWord.size() > 1 && acrWord[0] == 'x' && isdigit(acrWord[1]) != 0;
+    });
+    return lAt != mWords.end() ? std::stoull(lAt->substr(1)) : 1;
+}
+
+ZTNanoseconds ZTSStoryLine::getLength() const {
+    return ZTCStorySite::readLength(get("for"));
+}
 
 // ---- Lines ----
 
@@ -149,7 +141,7 @@ bool ZTCStorySite::take(const ZTSStoryLine& acrLine) {
 
 void ZTCStorySite::end() {
     if (mHosts.empty() && mTargets.empty() && mMaps.empty()) {
-        for (std::string_view lText = std::data(sUsualSite); !lText.empty();) {
+        for (std::string_view lText = std::data(ZTUsualSite); !lText.empty();) {
             take(ZTSStoryLine(lText.substr(0, lText.find('\n'))));
             lText.remove_prefix(lText.find('\n') + 1);
         }

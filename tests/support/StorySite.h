@@ -13,6 +13,26 @@
 #include "SensorTime.h"
 #include "Storage.h"
 
+/// The site of stories that have none of their own.
+inline constexpr char ZTUsualSite[] = R"(fabric A
+fabric B
+host hba0 fabric=A
+host hba1 fabric=B
+host hba2 fabric=A
+host hba3 fabric=B
+target array1-A0 array=array1 controller=A fabric=A
+target array1-A1 array=array1 controller=A fabric=B
+target array1-B0 array=array1 controller=B fabric=A
+target array1-B1 array=array1 controller=B fabric=B
+target array2-A0 array=array2 controller=A fabric=A
+target array2-A1 array=array2 controller=A fabric=B
+target array2-B0 array=array2 controller=B fabric=A
+target array2-B1 array=array2 controller=B fabric=B
+map mpatha array=array1 volume=vg0-root mount=/
+map mpathb array=array1 volume=vg1-data mount=/data
+map mpathc array=array2 volume=vg2-home mount=/home
+)";
+
 /// A line of a story: words, and words with a value. Throws std::runtime_error without a line's number.
 struct ZTSStoryLine {
     std::vector<std::string> mWords;
@@ -23,6 +43,8 @@ struct ZTSStoryLine {
     const std::string& at(std::size_t aWord) const;
     std::string get(const std::string& acrName, const std::string& acrElse = "") const;
     std::vector<std::string> list(const std::string& acrName) const;  ///< nothing: it is not there
+    std::uint64_t getTimes() const;                                   ///< 12 of "x12"; 1 where there is none
+    ZTNanoseconds getLength() const;                                  ///< of for=5s; 0 where there is none
 };
 
 class ZTCStorySite {

@@ -50,5 +50,11 @@ void putPorts(ZTCJsonWriter& arJson, const std::vector<ZTSWwn>& acrPorts, const 
 
 /// An object of a port's two names.
 void putNames(ZTCJsonWriter& arJson, const ZTSPortNames& acrNames);
+// Each under its key.
+void putNumber(ZTCJsonWriter& arJson, const char* apKey, std::uint64_t aNumber);
+void putList(ZTCJsonWriter& arJson, const char* apKey, const std::vector<std::string>& acrTexts);
+/// Null for 0: it is not known.
+void putMoment(ZTCJsonWriter& arJson, const char* apKey, ZTNanoseconds aTime);
+
 /// A moment, or null beyond the year 9999.
 void putTime(ZTCJsonWriter& arJson, const ZTSSensorTime& acrTime);

@@ -17,7 +17,7 @@ ZTSIncidentFrame readIncidentFrame(ZTCStoreReader& arReader);
 /// Those that the options take: what is not closed first, of each the youngest first. Throws ZTCViewUsage
 /// and ZTCStoreError.
 std::vector<ZTSIncident> readIncidentList(ZTCStoreReader& arReader, const ZTSHistoryAsk& acrHistory,
-                                          const ZTSIncidentAsk& acrOptions, ZTNanoseconds aNow, bool aInUtc);
+                                          const ZTSIncidentChoice& acrOptions, ZTNanoseconds aNow, bool aInUtc);
 
 /// By its id as somebody wrote it. Throws ZTCViewUsage for what is no id, ZTCViewMissing when there is none
 /// of that, and ZTCStoreError.

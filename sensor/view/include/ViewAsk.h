@@ -33,7 +33,7 @@ struct ZTSHistoryAsk {
     const char* mpDash = "";          ///< what stands before a name where it was said: "--"
 };
 
-struct ZTSIncidentAsk {
+struct ZTSIncidentChoice {
     std::vector<std::string> mStates;
     std::vector<std::string> mClasses;
     bool mIsAll = false;  ///< however long ago they were closed

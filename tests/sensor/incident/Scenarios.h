@@ -10,6 +10,7 @@
 
 #include "PortText.h"
 #include "SignStory.h"
+#include "StorySite.h"
 #include "TimeText.h"
 
 /// A story, and behind a line "----" what is to come of it.
@@ -27,24 +28,6 @@ struct ZTSScenario {
     }
 };
 
-/// The site of stories that have none of their own, as one.
-inline constexpr char ZTDefaultSite[] = R"(host hba0 fabric=A
-host hba1 fabric=B
-host hba2 fabric=A
-host hba3 fabric=B
-target array1-A0 fabric=A array=array1 controller=A
-target array1-A1 fabric=B array=array1 controller=A
-target array1-B0 fabric=A array=array1 controller=B
-target array1-B1 fabric=B array=array1 controller=B
-target array2-A0 fabric=A array=array2 controller=A
-target array2-A1 fabric=B array=array2 controller=A
-target array2-B0 fabric=A array=array2 controller=B
-target array2-B1 fabric=B array=array2 controller=B
-map mpatha array=array1 volume=vg0-root mount=/
-map mpathb array=array1 volume=vg1-data mount=/data
-map mpathc array=array2 volume=vg2-home mount=/home
-)";
-
 inline std::filesystem::path scenarioFolder() {
     return std::filesystem::path(ZT_SOURCE_DIR) / "tests/sensor/incident/scenarios";
 }
@@ -60,7 +43,7 @@ inline ZTSScenario readScenario(const std::string& acrName) {
     ZTSScenario lScenario{acrName, lAll.substr(0, lRows), lAll.substr(lRows, lEnd + 1 - lRows),
                           lAll.substr(lEnd + 6), lAll.substr(0, lEnd + 1)};
     if (lScenario.mSite.find("\nhost ") == std::string::npos) {
-        lScenario.mSite += ZTDefaultSite;
+        lScenario.mSite += ZTUsualSite;
     }
     return lScenario;
 }
