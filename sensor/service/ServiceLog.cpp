@@ -60,7 +60,7 @@ std::string sShown(const char* apText) {
 
 }  // namespace
 
-ZTCServiceLog::ZTCServiceLog() : mIsJournal(sIsJournal()) {}
+ZTCServiceLog::ZTCServiceLog(const char* apProgram) : mpProgram(apProgram), mIsJournal(sIsJournal()) {}
 
 void ZTCServiceLog::note(ZTEServiceLevel aLevel, const char* apFormat, ...) try {
     char lText[1024];
@@ -71,7 +71,7 @@ void ZTCServiceLog::note(ZTEServiceLevel aLevel, const char* apFormat, ...) try 
     const std::string lShown = sShown(lText);
     char lLine[PIPE_BUF];
     const int lLength = mIsJournal ? snprintf(lLine, sizeof lLine, "<%d>%s\n", aLevel, lShown.c_str())
-                                   : snprintf(lLine, sizeof lLine, "vrx-sn: %s\n", lShown.c_str());
+                                   : snprintf(lLine, sizeof lLine, "%s: %s\n", mpProgram, lShown.c_str());
     const auto lSize = std::min(static_cast<std::size_t>(std::max(lLength, 1)), sizeof lLine - 1);
     lLine[lSize - 1] = '\n';
     if (sWriteAtOnce(lLine, lSize) != static_cast<ssize_t>(lSize)) {

@@ -24,6 +24,7 @@ const ZTSMeaning sOfSqlite[] = {
     {SQLITE_BUSY, ZTEStoreFault::Busy, " is locked by another process"},
     {SQLITE_LOCKED, ZTEStoreFault::Busy, " is locked by another process"},
     {SQLITE_PROTOCOL, ZTEStoreFault::Busy, " is locked by another process"},
+    {SQLITE_INTERRUPT, ZTEStoreFault::Busy, ": what was asked for takes too long: ask for less"},
     {SQLITE_FULL, ZTEStoreFault::Full, " has no room: free some of its disk"},
     {SQLITE_READONLY, ZTEStoreFault::ReadOnly, " cannot be written: the file or its disk is read-only"},
     {SQLITE_NOMEM, ZTEStoreFault::Memory, ": no memory is left"},

@@ -101,7 +101,7 @@ ZTCSensor::ZTCSensor(const ZTSSnOptions& acrOptions, const std::vector<std::stri
       mrLog(arLog),
       mSignals(sTakeSignals()),
       mBroken(sMakeEvent()),
-      mReload(acrWords),
+      mReload("vrx-sn-options", [acrWords] { return readSnOptions(acrWords); }),
       mFigures(sRuntimeDirectory()),
       mStatus(mFigures),
       mBuffer({.mFold = sFoldOf(mOptions), .mpFeed = &mFeed}),

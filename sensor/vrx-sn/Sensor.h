@@ -9,10 +9,10 @@
 #include "IncidentThread.h"
 #include "Notify.h"
 #include "ServiceLog.h"
+#include "ServiceReload.h"
 #include "SnBuffer.h"
 #include "SnFigures.h"
 #include "SnOptions.h"
-#include "SnReload.h"
 #include "SnStatus.h"
 #include "StoreThread.h"
 
@@ -51,7 +51,7 @@ class ZTCSensor {
     ZTCServiceLog& mrLog;
     ZTCSensorDescriptor mSignals;
     ZTCSensorDescriptor mBroken;  ///< an event: a thread has ended by itself
-    ZTCSnReload mReload;
+    ZTCServiceReload<ZTSSnOptions> mReload;
     ZTCNotify mNotify;
     ZTCSnFigures mFigures;
     ZTCSnStatus mStatus;

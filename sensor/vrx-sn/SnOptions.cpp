@@ -4,16 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstring>
 #include <limits>
-#include <map>
 #include <optional>
-#include <set>
-#include <sstream>
 
-#include "ConfigFile.h"
+#include "ServiceOptions.h"
 
 namespace {
 
@@ -96,10 +92,6 @@ std::string sCheckName(const std::string& acrText) {
     return !acrText.empty() && acrText.size() <= 253 && lIsPlain ? "" : "'" + acrText + "' is no host's name";
 }
 
-std::string sCheckNotEmpty(const std::string& acrText) {
-    return acrText.empty() ? "it is empty" : "";
-}
-
 // It is run without a shell of anybody's, so its path is whole.
 std::string sCheckCommand(const std::string& acrText) {
     const std::string lProgram = acrText.substr(0, acrText.find(' '));
@@ -139,7 +131,7 @@ void sDescribe(CLI::App& arProgram, Given& arGiven) {
         return arProgram.add_option(apName, arValue, apText)->type_name(apType);
     };
     lAdd("--store", lrOptions.mStore, "FILE", "the history (/var/lib/vrx-sn/history.db)")
-        ->check(sCheckNotEmpty);
+        ->check(checkNotEmpty);
     lAdd("--every", arGiven.mEvery, "SECONDS", "from fetch to fetch (1)")->check(sSeconds(0.05));
     lAdd("--ceiling", lrOptions.mCeiling, "BYTES", "up to so many bytes a record's data grows (4096)")
         ->check(CLI::Range(0U, 262144U));
@@ -163,71 +155,8 @@ void sDescribe(CLI::App& arProgram, Given& arGiven) {
         ->check(sCheckRule);
     lAdd("--config", arGiven.mConfig, "FILE", "the configuration (/etc/vrx-sca/vrx-sn.conf, if it is there)")
         ->configurable(false);
-    lAdd("--root", lrOptions.mRoot, "DIR", "where sys and proc are looked for (/)")->check(sCheckNotEmpty);
+    lAdd("--root", lrOptions.mRoot, "DIR", "where sys and proc are looked for (/)")->check(checkNotEmpty);
 }
-
-std::string_view sTrimmed(std::string_view aText) {
-    constexpr std::string_view lBlanks = " \t\r";
-    aText.remove_prefix(std::min(aText.find_first_not_of(lBlanks), aText.size()));
-    return aText.substr(0, aText.find_last_not_of(lBlanks) + 1);
-}
-
-// What a line of the configuration says of an option. Nothing: it says something of another.
-std::optional<std::string> sValueOf(std::string_view aLine, std::string_view aOption) {
-    const std::size_t lEquals = std::min(aLine.find('='), aLine.size());
-    if (lEquals == aLine.size() || sTrimmed(aLine.substr(0, lEquals)) != aOption) {
-        return std::nullopt;
-    }
-    std::string_view lValue = sTrimmed(aLine.substr(lEquals + 1));
-    if (lValue.size() > 1 && lValue.front() == lValue.back() && (lValue[0] == '"' || lValue[0] == '\'')) {
-        lValue = lValue.substr(1, lValue.size() - 2);
-    }
-    return std::string(lValue);
-}
-
-// CLI11 takes the first of several lines for one option, and says nothing. What there may be several of is
-// read here: it would take off the quotes within one too.
-class OnceEach : public CLI::ConfigINI {
-  public:
-    std::vector<CLI::ConfigItem> from_config(std::istream& arInput) const override {
-        std::map<std::string, std::vector<std::string>> lMany;
-        std::stringstream lRest;
-        for (std::string lLine; std::getline(arInput, lLine); lRest << '\n') {
-            takeMany(lLine, lMany) ? void() : void(lRest << lLine);
-        }
-        std::vector<CLI::ConfigItem> lItems = CLI::ConfigINI::from_config(lRest);
-        checkOnce(lItems);
-        for (auto& [lrName, lrValues] : lMany) {
-            lItems.push_back({{}, lrName, std::move(lrValues)});
-        }
-        return lItems;
-    }
-
-  private:
-    static bool takeMany(const std::string& acrLine,
-                         std::map<std::string, std::vector<std::string>>& arMany) {
-        for (const char* const lpName : {sWindow, sIncident}) {
-            if (auto lValue = sValueOf(acrLine, lpName)) {
-                arMany[lpName].push_back(std::move(*lValue));
-                return true;
-            }
-        }
-        return false;
-    }
-    static void checkOnce(const std::vector<CLI::ConfigItem>& acrItems) {
-        std::set<std::string> lNames;
-        for (const CLI::ConfigItem& lrItem : acrItems) {
-            if (lrItem.inputs.size() > 1 || !lNames.insert(lrItem.fullname()).second) {
-                throw CLI::ConfigError(lrItem.fullname() + " has more than one value",
-                                       CLI::ExitCodes::ConfigError);
-            }
-            if (!lrItem.parents.empty()) {
-                throw CLI::ConfigError("there is no section " + lrItem.parents.front(),
-                                       CLI::ExitCodes::ConfigError);
-            }
-        }
-    }
-};
 
 ZTSSnOptions sFinish(Given& arGiven) {
     ZTSSnOptions& lrOptions = arGiven.mOptions;
@@ -262,29 +191,9 @@ ZTSSnOptions sFinish(Given& arGiven) {
 ZTSSnOptions sRead(const std::vector<std::string>& acrWords, const std::string* apConfig) {
     Given lGiven;
     CLI::App lProgram("Collects what vrx-sca hands over, all the time, and keeps the history.", "vrx-sn");
-    lProgram.config_formatter(std::make_shared<OnceEach>());
-    lProgram.allow_config_extras(false);
     sDescribe(lProgram, lGiven);
-    std::string lWhere;
-    try {
-        lProgram.parse(std::vector<std::string>(acrWords.rbegin(), acrWords.rend()));
-        lWhere = !lGiven.mConfig.empty() ? lGiven.mConfig : sIsThere(sDefaultConfig) ? sDefaultConfig : "";
-        if (apConfig != nullptr || !lWhere.empty()) {
-            const std::string lConfig = apConfig != nullptr ? *apConfig : readConfigFile(lWhere);
-            if (lConfig.find('\0') != std::string::npos) {  // would end what is told of it
-                throw CLI::ConfigError("it is no text: a byte of it is zero", CLI::ExitCodes::ConfigError);
-            }
-            std::istringstream lText(lConfig);
-            lProgram.parse_from_stream(lText);
-        }
-    } catch (const CLI::CallForVersion& lrVersion) {
-        throw ZTCServiceShown(std::string(lrVersion.what()) + "\n");
-    } catch (const CLI::Success&) {
-        throw ZTCServiceShown(lProgram.help());
-    } catch (const CLI::ParseError& lrError) {
-        throw ZTCServiceUsage((lWhere.empty() ? "" : lWhere + ": ") + lrError.what());
-    }
-    lGiven.mOptions.mConfig = lWhere;
+    lGiven.mOptions.mConfig = parseServiceOptions(lProgram, {sDefaultConfig, {sWindow, sIncident}}, acrWords,
+                                                  lGiven.mConfig, apConfig);
     return sFinish(lGiven);
 }
 

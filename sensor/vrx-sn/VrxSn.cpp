@@ -81,7 +81,7 @@ int main(int argc, char** argv) {
     signal(SIGPIPE, SIG_IGN);
     signal(SIGXFSZ, SIG_IGN);
     umask(027);  // the group reads the history
-    ZTCServiceLog lLog;
+    ZTCServiceLog lLog("vrx-sn");
     try {
         return sRun({argv + (argc > 0 ? 1 : 0), argv + argc}, lLog);
     } catch (const std::bad_alloc&) {

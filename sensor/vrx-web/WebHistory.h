@@ -13,6 +13,8 @@ class ZTCWebHistory {
     using Clock = std::chrono::steady_clock;
 
     explicit ZTCWebHistory(std::string aPath);
+    ZTCWebHistory(const ZTCWebHistory&) = delete;
+    ZTCWebHistory& operator=(const ZTCWebHistory&) = delete;
 
     /// To be called before a request's work: from aEnd on whatever is read throws ZTCStoreError (Busy).
     void begin(Clock::time_point aEnd);
@@ -23,6 +25,6 @@ class ZTCWebHistory {
 
   private:
     const std::string mPath;
-    Clock::time_point mEnd;
+    Clock::time_point mEnd = Clock::time_point::max();
     std::unique_ptr<ZTCStoreReader> mpReader;
 };

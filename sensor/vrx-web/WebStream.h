@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "WebHistory.h"
 #include "WebState.h"
 
 /// A piece of the stream, as it is sent: "id: ...\nevent: record\ndata: {...}\n\n". Never null.
@@ -36,6 +37,15 @@ class ZTCWebStream {
     std::optional<Place> begin(const std::string& acrLastEventId) const;
     /// Goes on by one where there is one.
     Taken take(Place& arPlace) const;
+
+    /// What came behind the last event that somebody had, from the history, where it is kept here no more.
+    struct CaughtUp {
+        std::string mText;  ///< pieces
+        Place mPlace = 0;   ///< where it goes on
+    };
+    /// In a thread that may wait for the history. Throws ZTCWebRefusal (that is no id of an event) and
+    /// ZTCStoreError.
+    CaughtUp catchUp(ZTCWebHistory& arHistory, const std::string& acrLastEventId) const;
 
   private:
     class Impl;

@@ -14,7 +14,8 @@ enum ZTEServiceLevel : unsigned char { ZTSL_Error = 3, ZTSL_Warning = 4, ZTSL_No
 /// is not printable is made so.
 class ZTCServiceLog {
   public:
-    ZTCServiceLog();
+    /// apProgram: its name, which stands before its lines where they are not the journal's.
+    explicit ZTCServiceLog(const char* apProgram);
 
     /// A printf literal is the message's name: the program's page in docs/ has a row for each from
     /// ZTSL_Notice up.
@@ -23,6 +24,7 @@ class ZTCServiceLog {
     bool isJournal() const { return mIsJournal; }
 
   private:
+    const char* const mpProgram;
     const bool mIsJournal;
     std::atomic<std::uint64_t> mLost{0};
 };

@@ -110,7 +110,7 @@ struct Sensor {
 
     ZTSSnOptions mOptions;
     ZTCTestDirectory mRoot;
-    ZTCServiceLog mLog;
+    ZTCServiceLog mLog{"vrx-sn"};
     ZTCSnFigures mFigures{""};
     ZTCSnBuffer mBuffer{{}};
     ZTCHostLook mHost{mRoot.getPath(), "", mBuffer, mLog};

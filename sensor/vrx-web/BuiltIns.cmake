@@ -1,0 +1,18 @@
+# Run by cmake -P: makes OUTPUT, a source with the bytes of FILES, which are parted by commas.
+string(REPLACE "," ";" files "${FILES}")
+set(source "// Made by the build of what lies in page/.\n#include \"WebPage.h\"\n\nnamespace {\n")
+set(rows "")
+set(number 0)
+foreach(path IN LISTS files)
+  get_filename_component(name ${path} NAME)
+  file(READ ${path} bytes HEX)
+  file(SHA256 ${path} hash)
+  string(SUBSTRING ${hash} 0 32 hash)
+  string(REGEX REPLACE "(..)" "0x\\1," bytes "${bytes}")
+  string(APPEND source "const unsigned char sFile${number}[] = {${bytes}0};\n")
+  string(APPEND rows "    {\"${name}\", sFile${number}, sizeof sFile${number} - 1, \"${hash}\"},\n")
+  math(EXPR number "${number} + 1")
+endforeach()
+string(APPEND source "}  // namespace\n\nconst ZTSWebBuiltIn ZTWebBuiltIns[] = {\n${rows}};\n"
+                     "const std::size_t ZTWebBuiltInCount = ${number};\n")
+file(WRITE ${OUTPUT} "${source}")

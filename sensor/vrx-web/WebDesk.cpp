@@ -1,0 +1,131 @@
+#include "WebDesk.h"
+
+#include <chrono>
+
+#include "WebMetrics.h"
+#include "WebRoutes.h"
+
+namespace {
+
+constexpr char sHealth[] = "/healthz";
+constexpr char sMetrics[] = "/metrics";
+constexpr char sStream[] = "/api/v1/stream";
+constexpr char sLastEventId[] = "last_event_id";
+
+using What = ZTSWebReaction::What;
+
+ZTSWebAnswer sWithHeader(ZTSWebAnswer aAnswer, const char* apName, const char* apValue) {
+    aAnswer.mHeaders.emplace_back(apName, apValue);
+    return aAnswer;
+}
+
+ZTSWebReaction sAnswer(ZTSWebAnswer aAnswer) {
+    return {What::Answer, std::move(aAnswer)};
+}
+
+ZTSWebReaction sWork(ZTCWebWorkers::Work aWork) {
+    return {What::Work, {}, std::move(aWork)};
+}
+
+ZTNanoseconds sNow() {
+    const auto lNow = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(lNow).count();
+}
+
+// The header is what a browser sends by itself, the parameter what a page says that reads the stream itself.
+ZTSWebReaction sFollow(const ZTSWebRequest& acrRequest) {
+    std::string lId = acrRequest.mLastEventId;
+    for (const ZTSWebParameter& lrParameter : acrRequest.mParameters) {
+        if (lrParameter.mName != sLastEventId) {
+            throw ZTCWebRefusal("there is no parameter " + lrParameter.mName +
+                                ": the stream takes last_event_id");
+        }
+        lId = lId.empty() ? lrParameter.mValue : lId;
+    }
+    return {What::Stream, {}, {}, std::move(lId)};
+}
+
+}  // namespace
+
+ZTSWebAnswer answerLater(unsigned int aStatus, const std::string& acrWhy) {
+    return sWithHeader(answerError(aStatus, acrWhy), "Retry-After", "1");
+}
+
+ZTSWebReaction ZTCWebDesk::decide(const ZTSWebAsked& acrAsked) const {
+    if (auto lRefusal = refuse(acrAsked)) {
+        return sAnswer(std::move(*lRefusal));
+    }
+    const std::string_view lPath = acrAsked.mTarget.substr(0, acrAsked.mTarget.find('?'));
+    if (const ZTCWebPage::File* const lpFile = mrPage.find(lPath)) {
+        return sAnswer(answerPageFile(*lpFile, acrAsked.mKnownTag));
+    }
+    if (lPath == sHealth) {
+        return sAnswer(answerHealth(mrHealth.getState(sNow())));
+    }
+    if (auto lRefusal = checkToken(acrAsked)) {
+        return std::move(*lRefusal);
+    }
+    try {
+        return route(acrAsked, lPath);
+    } catch (const ZTCWebRefusal& lrError) {
+        return sAnswer(answerError(400, lrError.what()));
+    }
+}
+
+std::optional<ZTSWebAnswer> ZTCWebDesk::refuse(const ZTSWebAsked& acrAsked) const {
+    if (acrAsked.mMethod != "GET" && acrAsked.mMethod != "HEAD") {
+        return sWithHeader(answerError(405, "nothing but GET and HEAD is answered"), "Allow", "GET, HEAD");
+    }
+    if (acrAsked.mHosts != 1 || !isAllowedHost(acrAsked.mHost, mNames)) {
+        return answerError(403, "by this name nothing is served here: ask by address, or see --allow-host");
+    }
+    if (acrAsked.mHasBody) {
+        return answerError(413, "a request has no body here");
+    }
+    if (!isPlainTarget(acrAsked.mTarget)) {
+        return answerError(400, "a request names a path that begins with /, in plain characters");
+    }
+    return std::nullopt;
+}
+
+std::optional<ZTSWebReaction> ZTCWebDesk::checkToken(const ZTSWebAsked& acrAsked) const {
+    if (!mTokens.isAsked()) {
+        return std::nullopt;
+    }
+    const auto lRefuse = [](const char* apWhy) {
+        return sWithHeader(answerError(401, apWhy), "WWW-Authenticate", "Bearer");
+    };
+    if (acrAsked.mAuthorization.empty()) {
+        return sAnswer(lRefuse("a token is needed: Authorization: Bearer"));
+    }
+    if (!acrAsked.mMayGuess) {  // not even looked at
+        return sAnswer(answerLater(429, "too many wrong tokens: wait"));
+    }
+    if (!mTokens.isRight(acrAsked.mAuthorization)) {
+        return ZTSWebReaction{What::Guess, lRefuse("the token is wrong")};
+    }
+    return std::nullopt;
+}
+
+ZTSWebReaction ZTCWebDesk::route(const ZTSWebAsked& acrAsked, std::string_view aPath) const {
+    const bool lHasQuery = aPath.size() < acrAsked.mTarget.size();
+    ZTSWebRequest lRequest;
+    lRequest.mPath = aPath;
+    lRequest.mLastEventId = acrAsked.mLastEventId;
+    if (lHasQuery) {
+        lRequest.mParameters = readWebParameters(acrAsked.mTarget.substr(aPath.size() + 1));
+    }
+    if (aPath == sMetrics) {
+        return sWork(
+            [&lrHealth = mrHealth](ZTCWebHistory& arHistory) { return answerMetrics(arHistory, lrHealth); });
+    }
+    if (aPath == sStream) {
+        return sFollow(lRequest);
+    }
+    if (const ZTSWebRoute* const lpRoute = findWebRoute(aPath)) {
+        checkWebParameters(*lpRoute, lRequest);
+        return sWork(
+            [lpRoute, lRequest](ZTCWebHistory& arHistory) { return lpRoute->mpAnswer(arHistory, lRequest); });
+    }
+    return sAnswer(answerError(404, "there is no such path"));
+}

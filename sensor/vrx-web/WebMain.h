@@ -1,0 +1,6 @@
+// The program, so that tests have it with other periods.
+#pragma once
+
+#include "WebOptions.h"
+
+int runWeb(int argc, char** argv, const ZTSWebPeriods& acrPeriods);
