@@ -362,3 +362,19 @@ std::optional<std::uint32_t> findPortId(std::uint8_t aCategory, std::uint8_t aSu
     const bool lIsOne = lPage && (*lPage >> lrFormat.mShift & lrFormat.mMask) == 0;
     return lIsOne ? std::optional(*lPage & 0xffffffU) : std::nullopt;
 }
+
+bool hasSenseKey(std::uint8_t aCategory, std::uint8_t aSubcategory) {
+    const KindRow* const lpRow = sFindRow(aCategory, aSubcategory);
+    return lpRow != nullptr && lpRow->mFields[2].mpNameOf == nameSenseKey;
+}
+
+std::optional<std::uint32_t> findSenseKey(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                                          std::span<const std::uint8_t> aBlock) {
+    BlockReader lReader(aBlock);
+    if (!hasSenseKey(aCategory, aSubcategory) || lReader.peekWord() != sForm) {
+        return {};
+    }
+    lReader.take(sWord);
+    lReader.take(ZTSWwn::Size);
+    return lReader.peekWord();
+}

@@ -13,8 +13,9 @@ constexpr std::size_t sMostFpins = 256;
 
 }  // namespace
 
-ZTCHostTables::ZTCHostTables(SQLite::Database& arDatabase)
+ZTCHostTables::ZTCHostTables(SQLite::Database& arDatabase, ZTCTotalsTables& arTotals)
     : mrDatabase(arDatabase),
+      mrTotals(arTotals),
       mStorage(arDatabase),
       mMeasures(arDatabase),
       mAddFpin(arDatabase,
@@ -44,6 +45,7 @@ void ZTCHostTables::write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow) {
     const ZTSHostNews& lrNews = acrBatch.mHost;
     for (const ZTSFpin& lrFpin : lrNews.mFpins) {
         writeFpin(lrFpin);
+        mrTotals.countFpin(lrFpin);
     }
     for (const ZTSStall& lrStall : lrNews.mStalls) {
         writeStall(lrStall);

@@ -5,10 +5,11 @@
 #include "StorageTables.h"
 #include "StoreBatch.h"
 #include "StoreRequest.h"
+#include "TotalsTables.h"
 
 class ZTCHostTables {
   public:
-    explicit ZTCHostTables(SQLite::Database& arDatabase);
+    ZTCHostTables(SQLite::Database& arDatabase, ZTCTotalsTables& arTotals);
 
     /// What a batch has of it. Its changes are there by now: they tell when something has become what it is.
     void write(const ZTSStoreBatch& acrBatch, ZTNanoseconds aNow);
@@ -35,6 +36,7 @@ class ZTCHostTables {
     void writeFacts(const ZTSHostFacts& acrFacts);
 
     SQLite::Database& mrDatabase;
+    ZTCTotalsTables& mrTotals;
     ZTCStorageTables mStorage;
     ZTCMeasureTables mMeasures;
     std::vector<KnownFpin> mFpins;  ///< the last ones, which may be told again

@@ -24,8 +24,9 @@ constexpr ZTNanoseconds sGrowEvery = 10 * ZTSecond;
 
 }  // namespace
 
-ZTCIncidentTables::ZTCIncidentTables(SQLite::Database& arDatabase)
+ZTCIncidentTables::ZTCIncidentTables(SQLite::Database& arDatabase, ZTCTotalsTables& arTotals)
     : mrDatabase(arDatabase),
+      mrTotals(arTotals),
       mSetIncident(
           arDatabase,
           "INSERT INTO incidents VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT DO "
@@ -73,9 +74,11 @@ void ZTCIncidentTables::writeIncident(const ZTSIncident& acrIncident) {
     const ZTSIncident& lrIncident = acrIncident;
     const ZTSAcknowledgement lAcknowledged = lrIncident.mAcknowledged.value_or(ZTSAcknowledgement{});
     const bool lHasPaths = lrIncident.mPathsTotal != 0;
-    mSetIncident.run(lrIncident.mId, std::string(nameOf(lrIncident.mClass)),
-                     std::string(nameOf(lrIncident.mState)), lrIncident.mTitle, lrIncident.mOpened,
-                     lrIncident.mLast, sOrNull(lrIncident.mClosed, lrIncident.mClosed != 0),
+    const std::string lClass = nameOf(lrIncident.mClass);
+    mrTotals.countIncident(lrIncident.mId, lClass);
+    mSetIncident.run(lrIncident.mId, lClass, std::string(nameOf(lrIncident.mState)), lrIncident.mTitle,
+                     lrIncident.mOpened, lrIncident.mLast,
+                     sOrNull(lrIncident.mClosed, lrIncident.mClosed != 0),
                      sOrNull(lrIncident.mMerged, lrIncident.mMerged != 0),
                      sOrNull(lrIncident.mSeries, lrIncident.mSeries != 0), lrIncident.mEvents,
                      sOrNull(lrIncident.mPathsLeft, lHasPaths), sOrNull(lrIncident.mPathsTotal, lHasPaths),

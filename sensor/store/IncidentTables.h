@@ -6,6 +6,7 @@
 
 #include "Incident.h"
 #include "Statement.h"
+#include "TotalsTables.h"
 
 struct ZTSStoreStart;
 struct ZTSStoreRequest;
@@ -14,7 +15,7 @@ struct ZTSStoreRequest;
 /// and grow each second.
 class ZTCIncidentTables {
   public:
-    explicit ZTCIncidentTables(SQLite::Database& arDatabase);
+    ZTCIncidentTables(SQLite::Database& arDatabase, ZTCTotalsTables& arTotals);
 
     /// Keeping and acknowledgement stay once they are there.
     void write(const ZTSIncidentNews& acrNews);
@@ -46,6 +47,7 @@ class ZTCIncidentTables {
     void loadIncidents(std::vector<ZTSIncident>& arIncidents, ZTNanoseconds aSince);
 
     SQLite::Database& mrDatabase;
+    ZTCTotalsTables& mrTotals;
     std::map<std::uint64_t, Written> mWritten;  ///< of incidents that are not closed
     ZTCStatement mSetIncident, mAcknowledge, mKeep, mKeepEvidence, mFindEvidence, mSetEvidence, mNoEvidence,
         mSetBaseline, mSetTo, mLastId;

@@ -116,7 +116,8 @@ std::size_t ZTCRecordScan::takeFrom(Lane& arLane, std::vector<ZTSStoredRecord>& 
     return sizeof(ZTSStoredRecord) + arRecords.back().mRecord.mData.size();
 }
 
-bool ZTCRecordScan::read(std::vector<ZTSStoredRecord>& arRecords) {
+bool ZTCRecordScan::read(std::vector<ZTSStoredRecord>& arRecords, std::size_t aMost) {
+    const std::size_t lBefore = arRecords.size();
     return storeCall(mrReader.getPath(), [&] {
         ZTCStoreSlice lSlice(mrReader);
         std::vector<Lane*> lHeap;
@@ -133,7 +134,7 @@ bool ZTCRecordScan::read(std::vector<ZTSStoredRecord>& arRecords) {
             std::pop_heap(lHeap.begin(), lHeap.end(), lIsBehind);
             Lane& lrLane = *lHeap.back();
             mAt = lrLane.mAt;
-            lIsEnough = lSlice.isEnough(takeFrom(lrLane, arRecords));
+            lIsEnough = lSlice.isEnough(takeFrom(lrLane, arRecords)) || arRecords.size() - lBefore >= aMost;
             step(lrLane) ? std::push_heap(lHeap.begin(), lHeap.end(), lIsBehind) : lHeap.pop_back();
         }
         for (Lane& lrLane : mLanes) {

@@ -86,6 +86,9 @@ ZTCRetention::ZTCRetention(SQLite::Database& arDatabase)
              "first_id <= records.id ORDER BY first_id DESC LIMIT 1), 0) ORDER BY first LIMIT 1"),
       mOldMinutes(arDatabase, sRemoveFrom("minutes").c_str()),
       mOldHours(arDatabase, sRemoveFrom("hours").c_str()),
+      mOldSeriesHours(arDatabase,
+                      "DELETE FROM series_hours WHERE time < ?1 AND time <= coalesce((SELECT time FROM "
+                      "series_hours WHERE time < ?1 ORDER BY time LIMIT 1 OFFSET ?2), ?1)"),
       mOldLosses(
           arDatabase,
           "DELETE FROM losses WHERE id IN (SELECT id FROM losses WHERE first < ?1 AND last < ?1 ORDER BY "
@@ -200,7 +203,7 @@ bool ZTCRetention::removeOlder(ZTNanoseconds aTime, unsigned int aRows, std::uin
 
 bool ZTCRetention::removeSums(ZTNanoseconds aTime) {
     const std::int64_t lSeconds = aTime / ZTSecond;
-    int lRemoved = 0;
+    int lRemoved = mOldSeriesHours.run(lSeconds / sHour * sHour, sSums);
     for (int lAxis = 1; lAxis <= sAxes; ++lAxis) {
         lRemoved += mOldMinutes.run(lAxis, lSeconds / sMinute * sMinute, sSums);
         lRemoved += mOldHours.run(lAxis, lSeconds / sHour * sHour, sSums);

@@ -86,8 +86,8 @@ class ZTCRetention {
     void count(std::uint64_t aRecords, std::uint64_t aEvents);
 
     ZTCStatement mPageSize, mPages, mFreePages, mLast, mNextId, mSome, mRemoveSome, mOlder, mRemove, mCount,
-        mBegin, mOldMinutes, mOldHours, mOldLosses, mOldChanges, mOldAgents, mLastSeries, mJoinSeries,
-        mRemoveSeries;
+        mBegin, mOldMinutes, mOldHours, mOldSeriesHours, mOldLosses, mOldChanges, mOldAgents, mLastSeries,
+        mJoinSeries, mRemoveSeries;
     ZTCKeptRecords mKept;
     ZTCHostRetention mHost;
     // Where a sweep by time has come to: what stands before it is kept, or may change yet.

@@ -5,6 +5,7 @@
 #include "HostSchema.h"
 #include "IncidentSchema.h"
 #include "StoreFile.h"
+#include "TotalsSchema.h"
 
 // Times are nanoseconds since 1970. Names of ports are eight hex pairs with colons, or empty.
 const char ZTStoreSchema[] = R"sql(
@@ -161,7 +162,7 @@ FROM records JOIN series ON series.id = series;
 
 namespace {
 
-constexpr std::array sSteps{ZTStoreStepToHost, ZTStoreStepToIncidents};
+constexpr std::array sSteps{ZTStoreStepToHost, ZTStoreStepToIncidents, ZTStoreStepToTotals};
 static_assert(ZTStoreVersion == 1 + sSteps.size());
 
 }  // namespace

@@ -7,6 +7,7 @@
 namespace {
 
 constexpr std::size_t sKnownSeries = 20000;
+constexpr std::int64_t sHour = 3600;
 
 // The columns of a series.
 struct Texts {
@@ -104,10 +105,29 @@ void ZTCSeriesBook::count(ZTSKnownSeries& arSeries, const ZTSRecord& acrRecord, 
     arSeries.mFirst = std::min(arSeries.mFirst, acrRecord.mFirst);
     arSeries.mLast = std::max(arSeries.mLast, acrRecord.mLast);
     mrSums.add(acrRecord.mFirst, arSeries.mMembers, aEvents);
+    countHour(arSeries, acrRecord.mFirst, aEvents);
+}
+
+// Most rows of a transaction are of one hour.
+void ZTCSeriesBook::countHour(ZTSKnownSeries& arSeries, ZTNanoseconds aFirst, std::uint64_t aEvents) {
+    const std::int64_t lHour = aFirst / ZTSecond / sHour * sHour;
+    if (lHour != arSeries.mHour) {
+        flushHour(arSeries);
+        arSeries.mHour = lHour;
+    }
+    arSeries.mHourEvents += aEvents;
+}
+
+void ZTCSeriesBook::flushHour(ZTSKnownSeries& arSeries) {
+    if (arSeries.mHourEvents != 0) {
+        mrSums.addToSeries(arSeries.mHour, arSeries.mId, arSeries.mHourEvents);
+        arSeries.mHourEvents = 0;
+    }
 }
 
 void ZTCSeriesBook::flush() {
     for (ZTSKnownSeries* const lpSeries : mTouched) {
+        flushHour(*lpSeries);
         mAdd.run(lpSeries->mId, lpSeries->mEvents, lpSeries->mRecords, lpSeries->mFirst, lpSeries->mLast);
         *lpSeries = {.mId = lpSeries->mId, .mMembers = lpSeries->mMembers};
     }

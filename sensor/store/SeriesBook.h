@@ -15,6 +15,8 @@ struct ZTSKnownSeries {
     ZTNanoseconds mFirst = 0;
     ZTNanoseconds mLast = 0;
     bool mIsTouched = false;
+    std::int64_t mHour = 0;  ///< in seconds; what of its events is not in the table yet
+    std::uint64_t mHourEvents = 0;
 };
 
 /// Bounded: of those that come behind the limit all of a kind, initiator and fabric share a row, whose remote
@@ -34,6 +36,8 @@ class ZTCSeriesBook {
     void forget();
 
   private:
+    void countHour(ZTSKnownSeries& arSeries, ZTNanoseconds aFirst, std::uint64_t aEvents);
+    void flushHour(ZTSKnownSeries& arSeries);
     std::size_t getCount();
     ZTSKnownSeries load(const ZTSSeries& acrSeries);
 

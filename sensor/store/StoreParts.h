@@ -9,6 +9,7 @@
 #include "Retention.h"
 #include "SeriesBook.h"
 #include "StoreWriter.h"
+#include "TotalsTables.h"
 #include "Wal.h"
 
 /// Series take a quarter of what is kept at most.
@@ -25,8 +26,9 @@ struct ZTSStoreParts {
           mSums(mDatabase),
           mSeries(mDatabase, mSums, limitOfSeries(acrOptions.mSeriesLimit, aKeepBytes)),
           mTables(mDatabase),
-          mHost(mDatabase),
-          mIncidents(mDatabase),
+          mTotals(mDatabase),
+          mHost(mDatabase, mTotals),
+          mIncidents(mDatabase, mTotals),
           mRetention(mDatabase),
           mBegin(mDatabase, "BEGIN IMMEDIATE"),
           mCommit(mDatabase, "COMMIT"),
@@ -55,6 +57,7 @@ struct ZTSStoreParts {
     ZTCSums mSums;
     ZTCSeriesBook mSeries;
     ZTCBatchTables mTables;
+    ZTCTotalsTables mTotals;
     ZTCHostTables mHost;
     ZTCIncidentTables mIncidents;
     ZTCRetention mRetention;

@@ -188,13 +188,6 @@ ZTPortLabels ZTCStoreReader::readLabels() {
     return lLabels;
 }
 
-std::vector<ZTSLossTotal> ZTCStoreReader::readLossTotals() {
-    return readAll<ZTSLossTotal>(
-        *this, "SELECT source, reason, events, unknown FROM loss_totals", [](SQLite::Statement& arRow) {
-            return ZTSLossTotal{textAt(arRow, 0), textAt(arRow, 1), numberAt(arRow, 2), numberAt(arRow, 3)};
-        });
-}
-
 std::vector<ZTSStoreSum> ZTCStoreReader::readSums(ZTEStoreAxis aAxis, ZTEStoreBin aBin, std::int64_t aFrom,
                                                   std::int64_t aTo) {
     const std::string lTable = aBin == ZTEStoreBin::Minute ? "minutes" : "hours";

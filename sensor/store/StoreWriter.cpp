@@ -98,6 +98,7 @@ void ZTCStoreWriter::Impl::rollBack() noexcept {
     mpStore->mSeries.forget();
     mpStore->mSums.forget();
     mpStore->mTables.forget();
+    mpStore->mTotals.forget();
     mpStore->mHost.forget();
     mpStore->mIncidents.forget();
     mpStore->mRetention.forget();
@@ -129,6 +130,7 @@ void ZTCStoreWriter::Impl::write(const ZTSStoreBatch& acrBatch) {
         writeRows(acrBatch);
         mpStore->mSeries.flush();
         mpStore->mSums.flush();
+        mpStore->mTotals.flush();
         const ZTNanoseconds lNow = sNow();
         mpStore->mTables.write(acrBatch, lNow);
         mpStore->mHost.write(acrBatch, lNow);
@@ -169,6 +171,7 @@ void ZTCStoreWriter::Impl::writeRow(const ZTSStoreRow& acrRow) {
         mpStore->mAddRow.run(acrRow.mId, lrSeries.mId, lrRecord.mFirst, lrRecord.mLast, lEvents, lData);
     }
     mpStore->mSeries.count(lrSeries, lrRecord, lEvents, !lGrows);
+    mpStore->mTotals.noteEvents(lrRecord, lEvents);
     if (lrRecord.mLast - lrRecord.mFirst > mLongest) {
         mLongest = lrRecord.mLast - lrRecord.mFirst;
         mpStore->mMaxMeta.run(std::string("longest"), mLongest);

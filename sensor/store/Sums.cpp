@@ -10,9 +10,9 @@ constexpr std::int64_t sHour = 3600;
 constexpr std::size_t sKnownMembers = 10000;
 constexpr std::size_t sUnjoined = 4096;  // sums that may stand there before equal ones become one
 
-std::string sAddTo(const std::string& acrTable) {
-    return "INSERT INTO " + acrTable +
-           " VALUES (?, ?, ?, ?) ON CONFLICT DO UPDATE SET events = events + excluded.events";
+std::string sAddTo(const std::string& acrTable, const std::string& acrValues) {
+    return "INSERT INTO " + acrTable + " VALUES (" + acrValues +
+           ") ON CONFLICT DO UPDATE SET events = events + excluded.events";
 }
 
 }  // namespace
@@ -21,8 +21,9 @@ ZTCSums::ZTCSums(SQLite::Database& arDatabase)
     : mFindMember(arDatabase, "SELECT id FROM member WHERE axis = ? AND name = ?"),
       mMakeMember(arDatabase, "INSERT INTO member (axis, name) VALUES (?, ?) RETURNING id"),
       mUseMember(arDatabase, "UPDATE member SET last = ?2 WHERE id = ?1 AND last < ?2"),
-      mAddMinute(arDatabase, sAddTo("minutes").c_str()),
-      mAddHour(arDatabase, sAddTo("hours").c_str()) {}
+      mAddMinute(arDatabase, sAddTo("minutes", "?, ?, ?, ?").c_str()),
+      mAddHour(arDatabase, sAddTo("hours", "?, ?, ?, ?").c_str()),
+      mAddSeriesHour(arDatabase, sAddTo("series_hours", "?, ?, ?").c_str()) {}
 
 std::int64_t ZTCSums::findMember(ZTEAxis aAxis, const std::string& acrName) {
     const auto lAt = mMembers.find({aAxis, acrName});

@@ -23,6 +23,10 @@ class ZTCSums {
     /// The row of the table member with this name, made if there is none.
     std::int64_t findMember(ZTEAxis aAxis, const std::string& acrName);
     void add(ZTNanoseconds aTime, const ZTAxisMembers& acrMembers, std::uint64_t aEvents);
+    /// Of a series in an hour, which begins at that second. Into its table at once.
+    void addToSeries(std::int64_t aHour, std::int64_t aSeries, std::uint64_t aEvents) {
+        mAddSeriesHour.run(aHour, aSeries, aEvents);
+    }
     /// What was added, into the tables.
     void flush();
     /// Forgets what was added, and what was found: the transaction has failed.
@@ -43,5 +47,5 @@ class ZTCSums {
     std::size_t mJoinAt = 0;
     std::map<std::pair<ZTEAxis, std::string>, std::int64_t> mMembers;
     std::unordered_map<std::int64_t, std::int64_t> mLastHours;  ///< that are known of members
-    ZTCStatement mFindMember, mMakeMember, mUseMember, mAddMinute, mAddHour;
+    ZTCStatement mFindMember, mMakeMember, mUseMember, mAddMinute, mAddHour, mAddSeriesHour;
 };

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <set>
 
 #include "EventBlock.h"
@@ -117,6 +118,17 @@ bool ZTSHistoryQuery::takes(const ZTSChange& acrChange) const {
     }
     const std::vector<ZTSSeries> lPaths = mpBelow->listPaths(acrChange);
     return std::any_of(lPaths.begin(), lPaths.end(), lIsMeant);
+}
+
+void checkWhats(const std::vector<std::string>& acrWhats) {
+    static constexpr const char* sWhats[] = {"agent", "sensor", "store", "port", "remote_port", "lun",
+                                             "map",   "volume", "mount", "host", "note"};
+    for (const std::string& lrWhat : acrWhats) {
+        if (std::find(std::begin(sWhats), std::end(sWhats), lrWhat) == std::end(sWhats)) {
+            throw ZTCViewUsage(
+                fmt::format("nothing is told of '{}', but of {}", lrWhat, fmt::join(sWhats, ", ")));
+        }
+    }
 }
 
 std::vector<ZTSWwn> readPortsOf(const std::vector<std::string>& acrTexts, const ZTPortLabels& acrLabels) {

@@ -18,6 +18,23 @@ void sPut(ZTCJsonWriter& arJson, const ZTSIncident& acrIncident, const ZTSIncide
     putIncident(arJson, acrIncident, acrFrame.mHost, acrFrame.mLabels, acrEvidence);
 }
 
+void sPutSeries(ZTCJsonWriter& arJson, const std::vector<ZTSIncident>& acrOthers) {
+    arJson.key("others_of_series");
+    arJson.beginList();
+    for (const ZTSIncident& lrOther : acrOthers) {
+        arJson.beginObject();
+        arJson.key("id");
+        arJson.number(lrOther.mId);
+        putTexts(arJson, {{"title", lrOther.mTitle}, {"state", nameOf(lrOther.mState)}});
+        arJson.key("opened");
+        putTime(arJson, toSensorTime(lrOther.mOpened));
+        arJson.key("closed");
+        lrOther.mClosed != 0 ? putTime(arJson, toSensorTime(lrOther.mClosed)) : arJson.null();
+        arJson.endObject();
+    }
+    arJson.endList();
+}
+
 }  // namespace
 
 std::string incidentsJson(const std::vector<ZTSIncident>& acrIncidents, const ZTSIncidentFrame& acrFrame,
@@ -46,6 +63,18 @@ std::string incidentJson(const ZTSIncident& acrIncident, const ZTSIncidentFrame&
     lJson.beginObject();
     sPutFrame(lJson, acrFrame);
     sPut(lJson, acrIncident, acrFrame, acrEvidence);
+    lJson.endObject();
+    return lText + "\n";
+}
+
+std::string incidentJson(const ZTSIncidentTold& acrTold, const ZTSIncidentFrame& acrFrame,
+                         const std::vector<std::uint64_t>& acrEvidence) {
+    std::string lText;
+    ZTCJsonWriter lJson(lText);
+    lJson.beginObject();
+    sPutFrame(lJson, acrFrame);
+    sPut(lJson, acrTold.mIncident, acrFrame, acrEvidence);
+    sPutSeries(lJson, acrTold.mSeries);
     lJson.endObject();
     return lText + "\n";
 }

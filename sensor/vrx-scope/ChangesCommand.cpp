@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "Commands.h"
@@ -18,19 +16,7 @@
 
 namespace {
 
-// All that a change may be about.
-constexpr const char* sWhats[] = {"agent", "sensor", "store", "port", "remote_port", "lun",
-                                  "map",   "volume", "mount", "host", "note"};
 constexpr std::size_t sWidest = 48;  // characters that a cell asks for; a longer one moves its own row alone
-
-void sCheckWhats(const std::vector<std::string>& acrWhats) {
-    for (const std::string& lrWhat : acrWhats) {
-        if (std::find(std::begin(sWhats), std::end(sWhats), lrWhat) == std::end(sWhats)) {
-            throw ZTCScopeUsage(
-                fmt::format("nothing is told of '{}', but of {}", lrWhat, fmt::join(sWhats, ", ")));
-        }
-    }
-}
 
 class Changes {
   public:
@@ -177,7 +163,7 @@ class Changes {
 }  // namespace
 
 int runChanges(const ZTSScopeOptions& acrOptions) {
-    sCheckWhats(acrOptions.mHistory.mWhats);
+    checkWhats(acrOptions.mHistory.mWhats);
     try {
         Changes(acrOptions).run();
     } catch (const ZTCScopeClosed&) {

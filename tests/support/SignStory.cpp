@@ -384,7 +384,7 @@ ZTSStoryEnd ZTCSignStory::play(const ZTSStoryPlay& acrPlay) const {
             applyRule(lRules, lrLine);
         }
     }
-    std::vector<ZTSStoryNews> lNews = listStoryNews(mSite, mRows, getEnd());
+    std::vector<ZTSStoryNews> lNews = listNews();
     for (ZTSStoryNews& lrNews : lNews) {
         if (const auto lShift = acrPlay.mShift.find(lrNews.mVerb); lShift != acrPlay.mShift.end()) {
             sMove(lrNews, lShift->second);
@@ -429,7 +429,7 @@ std::vector<ZTSSign> ZTCSignStory::listSigns() const {
     ZTCSignReader::Signs lSigns;
     lReader.takePorts(mSite.makePorts());
     lReader.takeStorage(mSite.makeStorage());
-    for (const ZTSStoryNews& lrNews : listStoryNews(mSite, mRows, getEnd())) {
+    for (const ZTSStoryNews& lrNews : listNews()) {
         std::visit([&](const auto& acrWhat) { sRead(lReader, acrWhat, lSigns); }, lrNews.mWhat);
     }
     return lSigns;

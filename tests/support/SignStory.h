@@ -105,6 +105,8 @@ class ZTCSignStory {
              ZTNanoseconds aAt = 0);
 
     ZTSStoryEnd play(const ZTSStoryPlay& acrPlay = {}) const;
+    /// What its rows give, in the order in which it becomes known.
+    std::vector<ZTSStoryNews> listNews() const { return listStoryNews(mSite, mRows, getEnd()); }
     /// Its signs alone, in order.
     std::vector<ZTSSign> listSigns() const;
     const ZTCStorySite& getSite() const { return mSite; }

@@ -128,7 +128,13 @@ inline std::int64_t ZTCountWrongSums(SQLite::Database& arStore, std::int64_t aFr
         "coalesce((SELECT value FROM meta WHERE name = 'retired_events'), 0)) + "
         "((SELECT coalesce(sum(records), 0) FROM series) <> (SELECT count(*) FROM records) + "
         "coalesce((SELECT value FROM meta WHERE name = 'retired_records'), 0))");
-    return lWrongIn("minutes", "60") + lWrongIn("hours", "3600") + lSeries;
+    const std::int64_t lSeriesHours = ZTAskStore(
+        arStore,
+        "WITH again AS (SELECT first / 3600000000000 * 3600 AS time, series, sum(occurrences) FROM records GROUP BY "
+        "1, 2), both AS (SELECT * FROM (SELECT * FROM again EXCEPT SELECT * FROM series_hours) UNION ALL SELECT * "
+        "FROM (SELECT * FROM series_hours EXCEPT SELECT * FROM again)) SELECT count(*) FROM both WHERE time >= " +
+            std::to_string(aFrom));
+    return lWrongIn("minutes", "60") + lWrongIn("hours", "3600") + lSeries + lSeriesHours;
 }
 
 /// Brings of the log into the file what can be brought; a writer does so when it is long. Throws

@@ -62,6 +62,10 @@ inline constexpr std::size_t ZTEventSetBytes = 4 + ZTEventSetSize / 8;
 /// The port beyond the fabric that a block names. Nothing if it names none.
 std::optional<ZTSWwn> findRemotePort(std::uint8_t aCategory, std::uint8_t aSubcategory,
                                      std::span<const std::uint8_t> aBlock);
+/// Whether blocks of that kind have a sense key, and which one a block has. Nothing: it is too short for one.
+bool hasSenseKey(std::uint8_t aCategory, std::uint8_t aSubcategory);
+std::optional<std::uint32_t> findSenseKey(std::uint8_t aCategory, std::uint8_t aSubcategory,
+                                          std::span<const std::uint8_t> aBlock);
 /// The address of the one port that an RSCN is about. Nothing if it is about more, or no RSCN.
 std::optional<std::uint32_t> findPortId(std::uint8_t aCategory, std::uint8_t aSubcategory,
                                         std::span<const std::uint8_t> aBlock);

@@ -24,8 +24,11 @@ class ZTCRecordScan {
 
     /// Only what stands at a position or behind it.
     void beginAt(const ZTSStorePosition& acrPosition);
-    /// Adds the next ones. False: there is nothing more. It may add none and be true.
-    bool read(std::vector<ZTSStoredRecord>& arRecords);
+    /// Adds the next ones, aMost at most. False: there is nothing more. It may add none and be true.
+    bool read(std::vector<ZTSStoredRecord>& arRecords,
+              std::size_t aMost = std::numeric_limits<std::size_t>::max());
+    /// What it has looked at last, whether or not that was meant.
+    const ZTSStorePosition& getPosition() const { return mAt; }
 
   private:
     // Records of one series, or of all.

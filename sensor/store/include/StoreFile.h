@@ -9,7 +9,7 @@
 #include "StoreLock.h"
 
 /// What the file is: the version of its tables, as user_version says it.
-inline constexpr int ZTStoreVersion = 3;
+inline constexpr int ZTStoreVersion = 4;
 /// Whose file it is, as application_id says it: "VRXS".
 inline constexpr int ZTStoreApplication = 0x56525853;
 

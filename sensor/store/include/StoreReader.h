@@ -70,6 +70,29 @@ struct ZTSLossTotal {
     std::uint64_t mUnknown = 0;  ///< how often nobody knows how many
 };
 
+/// Check conditions of an initiator that there ever were.
+struct ZTSSenseTotal {
+    ZTSWwn mInitiator;
+    std::optional<std::uint32_t> mSenseKey;  ///< nothing: they had none, or none that can be
+    std::uint64_t mEvents = 0;
+};
+
+/// FPINs that there ever were.
+struct ZTSFpinTotal {
+    ZTSWwn mInitiator;
+    std::optional<ZTSWwn>
+        mTarget;  ///< the port that they were about; nothing: none, or the rest of very many
+    std::string mDescriptor;
+    std::string mEvent;
+    std::uint64_t mTimes = 0;
+};
+
+/// Incidents that there ever were; one that came to be of another class counts in both.
+struct ZTSIncidentTotal {
+    std::string mClass;
+    std::uint64_t mIncidents = 0;
+};
+
 /// Events of what stands on an axis, in the minute or hour that begins then.
 struct ZTSStoreSum {
     std::int64_t mTime = 0;  ///< seconds since 1970
@@ -166,6 +189,9 @@ class ZTCStoreReader {
     /// What somebody has asked vrx-sn for, and it has not done yet.
     std::vector<ZTSStoreRequest> readRequests();
     std::vector<ZTSLossTotal> readLossTotals();
+    std::vector<ZTSSenseTotal> readSenseTotals();
+    std::vector<ZTSFpinTotal> readFpinTotals();
+    std::vector<ZTSIncidentTotal> readIncidentTotals();
     /// From one time to before another, in the order of time.
     std::vector<ZTSStoreSum> readSums(ZTEStoreAxis aAxis, ZTEStoreBin aBin, std::int64_t aFrom,
                                       std::int64_t aTo);

@@ -38,6 +38,8 @@ struct ZTSHistoryQuery {
 /// aNow: what times are counted from.
 ZTSHistoryQuery makeQuery(const ZTSHistoryAsk& acrAsk, ZTCStoreReader& arReader, ZTNanoseconds aNow,
                           bool aInUtc);
+/// What changes may be about: "port", "lun".
+void checkWhats(const std::vector<std::string>& acrWhats);
 /// A port of a number or a name, or all of an array or of one of its controllers.
 std::vector<ZTSWwn> readPortsOf(const std::vector<std::string>& acrTexts, const ZTPortLabels& acrLabels);
 /// Empty for an empty one.

@@ -44,3 +44,6 @@ std::string incidentsJson(const std::vector<ZTSIncident>& acrIncidents, const ZT
                           unsigned int aIndent);
 std::string incidentJson(const ZTSIncident& acrIncident, const ZTSIncidentFrame& acrFrame,
                          const std::vector<std::uint64_t>& acrEvidence, unsigned int aIndent);
+/// And with the others of its series.
+std::string incidentJson(const ZTSIncidentTold& acrTold, const ZTSIncidentFrame& acrFrame,
+                         const std::vector<std::uint64_t>& acrEvidence);

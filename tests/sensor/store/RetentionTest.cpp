@@ -181,6 +181,7 @@ TEST_F(Retention, WhatIsTooOldGoes) {
     EXPECT_EQ(ask("SELECT min(first) FROM records WHERE id > 60"), lNow - 90 * sDay);
     EXPECT_EQ(ask("SELECT sum(events) FROM series"), lBatches.mEvents);
     EXPECT_LE(ask("SELECT count(DISTINCT time) FROM hours"), 90 * 24 + 1);
+    EXPECT_LE(ask("SELECT count(DISTINCT time) FROM series_hours"), 90 * 24 + 1);
     EXPECT_EQ(ask("SELECT sum(events) FROM losses"), 8);
     EXPECT_EQ(ask("SELECT events FROM loss_totals"), 15);
     EXPECT_EQ(ask("SELECT count(*) FROM changes"), 1);

@@ -189,6 +189,35 @@ TEST_F(StoreFile, AFileOfVersionTwoGetsIncidents) {
     EXPECT_EQ(ZTAskStore(lReader.getDatabase(), "SELECT count(*) FROM records"), 2);
 }
 
+// What is counted from now on counts what is there.
+TEST_F(StoreFile, AFileOfVersionThreeGetsTotalsAndSumsBySeries) {
+    const std::string lBlock = "x'010000005000000000000001";
+    sMakeOld(
+        mPath, 3,
+        "INSERT INTO series VALUES (1, 'check_condition', 4, 4, 'p', 'n', 'A', '', '', '', 9, 2, 3, 5), (2, 'rscn', "
+        "1, 32, 'p', 'n', 'A', '', '', '', 9, 2, 3, 5); INSERT INTO records VALUES (1, 1, 3, 4, 7, " +
+            lBlock + "03000000'), (2, 1, 7200000000005, 7200000000005, 20, " + lBlock +
+            "0b000000'), (3, 1, 5, 5, 1, " + lBlock + "03000000'), (4, 1, 5, 5, 400, " + lBlock +
+            "03010000'), (5, 1, 5, 5, 5, x'00'), (6, 2, 7200000000006, 7200000000006, 70, x'00');"
+            "INSERT INTO fpins VALUES (1, 3, 4, 5, 'p', 'A', 'd', 'e', '', 'found', 'at', 0, 0, 0, 0, ''), (2, 3, 4, "
+            "6, 'p', 'A', 'd', 'e', '', 'found', '00:00:00:00:00:00:00:00', 0, 0, 0, 0, ''), (3, 3, 4, 1, 'p', 'A', "
+            "'d', 'e', '', 'found', 'at', 0, 0, 0, 0, '');"
+            "INSERT INTO incidents VALUES (1, 'x', 'open', '', 1, 1, NULL, NULL, NULL, 1, NULL, NULL, 0, '', NULL, "
+            "'', '', '');");
+    { ZTCStoreWriter lWriter({.mPath = mPath, .mHostName = "db7"}); }
+    SQLite::Database lStore = openStoreToRead(mPath);
+    const auto lList = [&](const std::string& acrWhat) {
+        return lStore.execAndGet("SELECT group_concat(x, ' ') FROM (SELECT " + acrWhat + ")").getString();
+    };
+    EXPECT_EQ(lList("sense_key || '*' || events AS x FROM sense_totals WHERE initiator = 'p' ORDER BY 1"),
+              "-1*405 11*20 3*8");
+    EXPECT_EQ(lList("time || ':' || series || '*' || events AS x FROM series_hours"),
+              "0:1*413 7200:1*20 7200:2*70");
+    EXPECT_EQ(lList("target || '*' || times AS x FROM fpin_totals"), "at*6 found*6");
+    EXPECT_EQ(lList("class || '*' || incidents AS x FROM incident_totals"), "x*1");
+    expectAsNew(lStore);
+}
+
 TEST_F(StoreFile, StepsBringATableUpToDateOnceAndWhole) {
     SQLite::Database lStore = std::move(openStoreToWrite(mPath).mDatabase);
     std::vector<const char*> lGood(ZTStoreSteps.begin(), ZTStoreSteps.end());

@@ -148,9 +148,10 @@ TEST_F(StoreWriter, ABatchThatFailsLeavesNothing) {
     unsigned int lRound = 0;
     for (const char* const lpAt :
          {"INSERT ON records", "UPDATE ON records", "INSERT ON series", "UPDATE ON series",
-          "INSERT ON member", "INSERT ON minutes", "UPDATE ON minutes", "INSERT ON hours", "INSERT ON losses",
-          "UPDATE ON loss_totals", "INSERT ON changes", "UPDATE ON agents", "INSERT ON figures",
-          "INSERT ON remote_ports", "INSERT ON names", "INSERT ON meta"}) {
+          "INSERT ON member", "INSERT ON minutes", "UPDATE ON minutes", "INSERT ON hours",
+          "INSERT ON series_hours", "INSERT ON losses", "UPDATE ON loss_totals", "INSERT ON changes",
+          "UPDATE ON agents", "INSERT ON figures", "INSERT ON remote_ports", "INSERT ON names",
+          "INSERT ON meta"}) {
         lWriter.write(sFullBatch(lBatches, ++lRound));
         lBatches.mRemotes += 50;  // the next one has new series and members
         const ZTSStoreBatch lBatch = sFullBatch(lBatches, ++lRound);

@@ -1,0 +1,6 @@
+#include "PortsView.h"
+#include "WebRoutes.h"
+
+ZTSWebAnswer answerPorts(ZTCWebHistory& arHistory, const ZTSWebRequest& /*acrRequest*/) {
+    return answerJson(portsJson(readPortsView(arHistory.getReader())));
+}
