@@ -40,4 +40,6 @@ CREATE TABLE incident_totals (  -- ever, in each class that they had
   incidents INTEGER NOT NULL
 ) WITHOUT ROWID;
 INSERT INTO incident_totals SELECT class, count(*) FROM incidents GROUP BY class;
+
+CREATE INDEX changes_of_sensor ON changes (time) WHERE what = 'sensor' AND attribute = '';
 )sql";

@@ -21,12 +21,12 @@ ZTNanoseconds sReadTime(const std::string& acrOption, const std::string& acrText
     throw ZTCViewUsage(fmt::format("{} '{}' is no time: write {}", acrOption, acrText, ZTWhenForms));
 }
 
-// "16,127".
+// "16,127", or as the history names it: "16/127".
 std::optional<std::pair<std::uint8_t, std::uint8_t>> sReadNumbers(const std::string& acrText) {
     std::uint8_t lNumbers[2]{};
     const char* const lpEnd = acrText.data() + acrText.size();
     const auto lFirst = std::from_chars(acrText.data(), lpEnd, lNumbers[0]);
-    if (lFirst.ec != std::errc() || lFirst.ptr == lpEnd || *lFirst.ptr != ',') {
+    if (lFirst.ec != std::errc() || lFirst.ptr == lpEnd || (*lFirst.ptr != ',' && *lFirst.ptr != '/')) {
         return {};
     }
     const auto lSecond = std::from_chars(lFirst.ptr + 1, lpEnd, lNumbers[1]);

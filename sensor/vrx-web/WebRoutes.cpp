@@ -15,16 +15,21 @@ constexpr std::string_view sOfChanges[] = {"since", "until", "limit", "what"};
 constexpr std::string_view sOfRecords[] = {"since",  "until",    "limit", "cursor", "kind",  "initiator",
                                            "target", "incident", "host",  "fabric", "format"};
 constexpr std::string_view sOfIncidents[] = {"since", "until", "limit", "state", "class"};
+constexpr std::string_view sOfTimeline[] = {"since",     "until",  "bins",   "by",  "kind",
+                                            "initiator", "target", "fabric", "host"};
+constexpr std::string_view sOfMeasures[] = {"since", "until", "bins", "name", "initiator", "target", "by"};
 
 constexpr ZTSWebRoute sRoutes[] = {{"/api/v1/ports", answerPorts, {}},
                                    {"/api/v1/paths", answerPaths, {}},
                                    {"/api/v1/changes", answerChanges, sOfChanges},
                                    {"/api/v1/records", answerRecords, sOfRecords},
+                                   {"/api/v1/timeline", answerTimeline, sOfTimeline},
                                    {"/api/v1/incidents", answerIncidents, sOfIncidents},
                                    {"/api/v1/incidents/", answerIncident, {}},
                                    {"/api/v1/fpins", answerFpins, sOfTime},
                                    {"/api/v1/stalls", answerStalls, sOfTime},
-                                   {"/api/v1/losses", answerLosses, sOfTime}};
+                                   {"/api/v1/losses", answerLosses, sOfTime},
+                                   {"/api/v1/measures", answerMeasures, sOfMeasures}};
 
 // Any of several values is meant.
 constexpr std::string_view sRepeated[] = {"kind", "initiator", "target", "state", "class", "what", "name"};

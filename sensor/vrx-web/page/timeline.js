@@ -1,58 +1,32 @@
-// Timeline: what happened when, and to whom. Lanes of events on one axis, incidents, changes and holes over them, curves
-// below. The address has the time, the axis, and the lanes that are open: "#timeline?since=-1d&by=target&open=...".
+// Timeline: what happened when, and to whom. Lanes of events on one axis, incidents, changes and holes over them,
+// curves below. The address has the time, the axis, and the lanes that are open:
+// "#timeline?since=-1d&by=target&open=...".
 
 import {ask, isAborted} from './api.js';
 import {Chart} from './chart.js';
 import {Curves} from './curves.js';
-import {describe, laneLabel, rangeText, sayThing, waysOn, recordsOf} from './describe.js';
+import {describe, laneLabel, rangeText, recordsOf, sayThing, waysOn} from './describe.js';
 import {el, fill} from './dom.js';
-import {rampOf} from './lanes.js';
 import {throttled} from './rest.js';
 import {leastSpan, mostSpan, TimeScale} from './scale.js';
-import {isDark, onTheme} from './theme.js';
+import {defaultSpan, readTimes, spanName, spanOf} from './spans.js';
+import {onTheme} from './theme.js';
 import {axes, TimelineData} from './timelineData.js';
+import {fillLegend, makeParts} from './timelineParts.js';
 import {now, toMs, toText} from './times.js';
 import {linkTo, stateMark} from './widgets.js';
 
 export const styles = ['style-timeline.css'];
 
 const second = 1000;
-const units = {s: second, min: 60 * second, h: 3600 * second, d: 86400 * second};
-const spans = ['10min', '1h', '6h', '1d', '7d', '30d'];
-const defaultSpan = '1d';
 const mostListed = 12;
-const lookAgain = 30 * second; // what comes without a record, such as a change
-const measures = ['commands', 'command_us', 'slowest_us', 'link_failure_count', 'loss_of_sync_count', 'loss_of_signal_count',
-    'prim_seq_protocol_err_count', 'invalid_tx_word_count', 'invalid_crc_count', 'error_frames'];
+const lookAgain = 30 * second;  // what comes without a record, such as a change
+const measures = [
+    'commands', 'command_us', 'slowest_us', 'link_failure_count', 'loss_of_sync_count', 'loss_of_signal_count',
+    'prim_seq_protocol_err_count', 'invalid_tx_word_count', 'invalid_crc_count', 'error_frames'
+];
 
-/** Milliseconds of "-6h", or null. */
-export function spanOf(text) {
-    const [, number, unit] = /^-(\d+)(s|min|h|d)$/.exec(text ?? '') ?? [];
-    return unit ? Math.min(mostSpan, Math.max(leastSpan, number * units[unit])) : null;
-}
-
-/** "-6h" of so many milliseconds, in the largest unit that has it whole. */
-export function spanName(ms) {
-    const whole = Math.max(1, Math.round(ms / second)) * second;
-    const [unit, size] = Object.entries(units).reverse().find(([, each]) => whole % each === 0);
-    return `-${whole / size}${unit}`;
-}
-
-/** What an address asks for. Without an end it goes on with the clock. */
-export function readTimes(params) {
-    const span = spanOf(params.get('since'));
-    const until = toMs(params.get('until'));
-    const since = toMs(params.get('since'));
-    if (!Number.isNaN(until)) {
-        const begin = span ? until - span : since;
-        if (begin < until) {
-            return {since: begin, until, follows: false};
-        }
-    }
-    const end = now();
-    const begin = span ? end - span : since < end - leastSpan ? since : end - spanOf('-' + defaultSpan);
-    return {since: begin, until: end, follows: true};
-}
+const between = (since, until) => ({since: toText(Math.round(since)), until: toText(Math.round(until))});
 
 class TimelineView {
     constructor(root, site) {
@@ -61,15 +35,28 @@ class TimelineView {
         this.by = 'initiator';
         this.open = [];
         this.follows = true;
-        this.chart = new Chart({
-            scaleChanged: (scale) => this.scaleChanged(scale), toggle: (name) => this.toggle(name), label: laneLabel,
-            point: (thing, x, y) => this.point(thing, x, y), choose: (thing) => this.choose(thing), enter: (thing) => this.enter(thing),
-        }, new TimeScale(now() - spanOf('-' + defaultSpan), now(), 800));
+        this.chart = new Chart(
+            {
+                label: laneLabel,
+                scaleChanged: (scale) => this.scaleChanged(scale),
+                toggle: (name) => this.toggle(name),
+                point: (thing, x, y) => this.point(thing, x, y),
+                choose: (thing) => this.choose(thing),
+                enter: (thing) => this.enter(thing),
+            },
+            new TimeScale(now() - spanOf(defaultSpan), now(), 800));
         this.curves = new Curves();
-        this.build(root);
+        Object.assign(this, makeParts({
+                          axis: (by) => this.choosesAxis(by),
+                          span: (span) => this.choosesSpan(span),
+                          now: () => this.choosesNow(),
+                          move: (widths) => this.chart.move(this.chart.scale.panned(widths * this.chart.scale.width)),
+                          zoom: (factor) => this.chart.zoom(factor),
+                      }));
+        root.append(this.arrange());
         this.loadSoon = throttled(150, () => this.tryLoad());
         this.saveSoon = throttled(400, () => this.save());
-        this.endTheme = onTheme(() => this.drawLegend());
+        this.endTheme = onTheme(() => this.showLegend());
         this.timer = setInterval(() => this.tick(), second);
         this.lookedAgain = performance.now();
     }
@@ -83,59 +70,14 @@ class TimelineView {
         this.curves.end();
     }
 
-    // What the view is made of
-
-    build(root) {
-        const button = (label, title, onclick, more = {}) => el('button', {type: 'button', title, 'aria-label': title, onclick, ...more}, label);
-        this.axis = el('select', {id: 'timeline-by', 'data-axis': '', onchange: () => this.choosesAxis(this.axis.value)},
-            Object.entries(axes).map(([name, axis]) => el('option', {value: name, 'data-by': name}, axis.title)));
-        this.spans = spans.map((span) => el('button', {type: 'button', 'data-span': span, 'aria-pressed': 'false',
-            onclick: () => this.choosesSpan(span)}, span.replace(/(\d+)/, '$1 ')));
-        this.live = button('Up to now', 'The newest is on the right, and goes on', () => this.choosesLive(), {'data-live': ''});
-        this.when = el('p', {class: 'timeline-when note', 'data-when': ''});
-        this.tip = el('div', {class: 'timeline-tip', hidden: true, role: 'presentation'});
-        this.readout = el('div', {class: 'timeline-readout panel', 'data-readout': '', 'aria-live': 'polite', hidden: true});
-        this.nothing = el('p', {class: 'empty timeline-nothing', hidden: true});
-        this.trouble = el('p', {class: 'bad', role: 'alert', hidden: true});
-        this.legend = el('div', {class: 'timeline-legend small note'});
-        this.list = el('section', {class: 'timeline-list', 'aria-label': 'Incidents in this time'});
-        const keys = el('details', {class: 'timeline-help small note'}, el('summary', {}, 'Keys and mouse'), el('p', {id: 'timeline-keys'},
-            'Left and right: from bin to bin; n and p: to the next one with events; up and down: from lane to lane. + and −: closer, farther; ' +
-            'Shift with left and right: move; Enter: the records of a bin; o: open a lane; Escape: let go. ' +
-            'Mouse: drag to move, wheel to zoom (with Ctrl where the page scrolls), Shift and drag to choose a time, two clicks to come closer. ' +
-            'Two fingers zoom.'));
-        const view = el('div', {'data-view': 'timeline'},
-            el('h1', {class: 'unseen'}, 'Timeline'),
-            el('div', {class: 'timeline-bar'},
-               el('label', {for: 'timeline-by'}, 'Lanes by ', this.axis),
-               el('div', {class: 'buttons', role: 'group', 'aria-label': 'How much time is shown'}, this.spans),
-               el('div', {class: 'buttons', role: 'group', 'aria-label': 'Move and zoom'},
-                  button('◀', 'Earlier', () => this.chart.move(this.chart.scale.panned(-this.chart.scale.width / 2)), {'data-move': 'earlier'}),
-                  button('▶', 'Later', () => this.chart.move(this.chart.scale.panned(this.chart.scale.width / 2)), {'data-move': 'later'}),
-                  button('+', 'Closer', () => this.chart.zoom(0.5), {'data-zoom': 'in'}),
-                  button('−', 'Farther', () => this.chart.zoom(2), {'data-zoom': 'out'})),
-               this.live),
-            this.when, this.trouble,
-            el('div', {class: 'timeline-chart'}, this.chart.element, this.tip, this.nothing),
-            this.legend, this.readout, this.curves.element, this.list, keys);
-        root.append(view);
-        this.drawLegend();
+    arrange() {
+        return el(
+            'div', {'data-view': 'timeline'}, el('h1', {class: 'unseen'}, 'Timeline'), this.bar, this.when,
+            this.trouble, el('div', {class: 'timeline-chart'}, this.chart.element, this.tip, this.nothing), this.legend,
+            this.readout, this.curves.element, this.list, this.help);
     }
 
-    drawLegend() {
-        const ramp = rampOf(isDark()).filter((_, at) => at % 3 === 0).map((colour) => {
-            const step = el('i', {class: 'step'});
-            step.style.backgroundColor = colour;
-            return step;
-        });
-        const most = this.chart.model.most;
-        const bin = this.chart.model.binSeconds;
-        fill(this.legend,
-            el('span', {class: 'ramp'}, '1 ', ramp, ` ${most.toLocaleString('en')} events in ${bin ? spanName(bin * second).slice(1).replace(/(\d+)/, '$1 ') : 'a bin'}`),
-            el('span', {}, el('i', {class: 'hatch'}), ' not all is known'),
-            el('span', {}, el('i', {class: 'diamond'}, '◆'), ' changes'),
-            el('span', {}, el('i', {class: 'band'}), ' incidents'));
-    }
+    showLegend() { fillLegend(this.legend, this.chart.model); }
 
     // What the address says
 
@@ -155,9 +97,7 @@ class TimelineView {
     }
 
     save() {
-        const {scale} = this.chart;
-        const times = this.follows ? {since: spanName(scale.span)} : {since: toText(Math.round(scale.since)), until: toText(Math.round(scale.until))};
-        const params = {...times, by: this.by, open: this.open};
+        const params = {...this.times(), by: this.by, open: this.open};
         const written = new URLSearchParams();
         Object.entries(params).forEach(([name, value]) => [value].flat().forEach((one) => written.append(name, one)));
         this.written = written.toString();
@@ -174,7 +114,7 @@ class TimelineView {
         this.trouble.hidden = true;
         this.chart.show(model);
         this.showNothing(model);
-        this.drawLegend();
+        this.showLegend();
         this.drawList(model);
         markFirstPaint(model);
         await this.loadCurves();
@@ -225,8 +165,10 @@ class TimelineView {
         const {scale} = this.chart;
         this.when.textContent = rangeText(scale.since, scale.until);
         const span = this.follows ? spanName(scale.span).slice(1) : null;
-        this.spans.forEach((each) => each.setAttribute('aria-pressed', String(spanOf('-' + each.dataset.span) === spanOf('-' + span))));
-        this.live.setAttribute('aria-pressed', String(this.follows));
+        this.spans.forEach(
+            (each) =>
+                each.setAttribute('aria-pressed', String(spanOf('-' + each.dataset.span) === spanOf('-' + span))));
+        this.upToNow.setAttribute('aria-pressed', String(this.follows));
     }
 
     choosesAxis(by) {
@@ -239,17 +181,17 @@ class TimelineView {
         this.data.sortAnew();
         const ms = spanOf('-' + span);
         const {scale} = this.chart;
-        const times = this.follows ? {since: '-' + span} : {since: toText(Math.round(scale.middle - ms / 2)), until: toText(Math.round(scale.middle + ms / 2))};
+        const times = this.follows ? {since: '-' + span} : between(scale.middle - ms / 2, scale.middle + ms / 2);
         this.site.go('timeline', {params: {...times, by: this.by, open: this.open}});
     }
 
-    choosesLive() {
+    choosesNow() {
         this.site.go('timeline', {params: {since: spanName(this.chart.scale.span), by: this.by, open: this.open}});
     }
 
     times() {
         const {scale} = this.chart;
-        return this.follows ? {since: spanName(scale.span)} : {since: toText(Math.round(scale.since)), until: toText(Math.round(scale.until))};
+        return this.follows ? {since: spanName(scale.span)} : between(scale.since, scale.until);
     }
 
     toggle(name) {
@@ -281,7 +223,9 @@ class TimelineView {
         fill(this.readout, describe(thing, this.chart.model), el('p', {class: 'ways'}, waysOn(thing, zoomTo)));
         this.readout.dataset.say = sayThing(thing);
         if (thing.kind === 'bin') {
-            Object.assign(this.readout.dataset, {lane: thing.row.name, first: toText(thing.first), last: toText(thing.last), count: thing.count});
+            Object.assign(
+                this.readout.dataset,
+                {lane: thing.row.name, first: toText(thing.first), last: toText(thing.last), count: thing.count});
         }
     }
 
@@ -315,7 +259,7 @@ class TimelineView {
             if (newest) {
                 const at = toMs(newest.last);
                 const {span} = this.chart.scale;
-                const params = {since: toText(Math.round(at - 0.8 * span)), until: toText(Math.round(at + 0.2 * span)), by: this.by};
+                const params = {...between(at - 0.8 * span, at + 0.2 * span), by: this.by};
                 this.nothing.append(' ', linkTo('timeline', params, null, 'Show the newest ones'));
             }
         } catch {
@@ -329,16 +273,20 @@ class TimelineView {
     drawList(model) {
         const {scale} = this.chart;
         const bands = model.bands.filter((band) => scale.covers(band.first, band.last))
-            .sort((a, b) => b.ongoing - a.ongoing || b.first - a.first);
+                          .sort((a, b) => b.ongoing - a.ongoing || b.first - a.first);
         const shape = JSON.stringify(bands.map((band) => [band.id, band.state, band.title]));
         if (shape === this.listShape) {
             return;
         }
         this.listShape = shape;
-        const items = bands.map((band) => el('li', {'data-band': band.id}, stateMark(band.state), ' ',
-            linkTo('incident', {}, band.id, `${band.id} ${band.title}`)));
+        const items = bands.map(
+            (band) =>
+                el('li', {'data-band': band.id}, stateMark(band.state), ' ',
+                   linkTo('incident', {}, band.id, `${band.id} ${band.title}`)));
         const rest = items.splice(mostListed);
-        const more = rest.length > 0 && el('li', {}, el('button', {type: 'button', onclick: () => more.replaceWith(...rest)}, `and ${rest.length} more`));
+        const more = rest.length > 0 &&
+            el('li', {},
+               el('button', {type: 'button', onclick: () => more.replaceWith(...rest)}, `and ${rest.length} more`));
         fill(this.list, bands.length > 0 && el('h2', {}, 'Incidents in this time'), el('ul', {}, items, more));
     }
 
@@ -379,9 +327,7 @@ class TimelineView {
     }
 }
 
-function apiOfMeasures(params) {
-    return `/api/v1/measures?${new URLSearchParams(params)}`;
-}
+function apiOfMeasures(params) { return `/api/v1/measures?${new URLSearchParams(params)}`; }
 
 /** For those who measure how soon there is something to see. */
 function markFirstPaint(model) {
@@ -393,6 +339,9 @@ function markFirstPaint(model) {
 export function mount(root, site) {
     const view = new TimelineView(root, site);
     return {
-        show: (address) => view.show(address), onNews: (news) => view.onNews(news), refresh: () => view.refresh(), unmount: () => view.end(),
+        show: (address) => view.show(address),
+        onNews: (news) => view.onNews(news),
+        refresh: () => view.refresh(),
+        unmount: () => view.end(),
     };
 }
