@@ -161,6 +161,12 @@ function onEvent(type, data) {
         gathered.records.push(data);
     } else if (type === 'incident') {
         gathered.incidents.push(data);
+    } else if (type === 'gap') { // some came that the stream has not: of another history all is other
+        onStream(true);
+        if (data.records === null) {
+            during(render({anew: true}));
+        }
+        return;
     }
     giveNews();
 }
@@ -173,7 +179,7 @@ function onStream(isLive) {
     }
 }
 
-const isReadable = (state) => !state || state.status === 'ok' || state.status === 'silent';
+const isReadable = (state) => !state || !['unreadable', 'unreachable'].includes(state.status);
 
 function onHealth(state) {
     const before = health;

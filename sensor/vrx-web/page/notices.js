@@ -16,16 +16,22 @@ function show() {
     fill(document.getElementById('trouble'), [...notices.values()]);
 }
 
+const since = (health) => health.since && [' since ', timeOf(health.since)];
+
+/** By status; noAgent: all else is well. */
 const sentences = {
     noAgent: () => ['The agent vrx-sca does not run, or does not answer: what happens now is not known.'],
     silent: (health) =>
-        ['The collector is silent', health.since && [' since ', timeOf(health.since)], ': ', health.reason,
+        ['The collector has been silent', since(health), ': ', health.reason,
          '. What has happened since is not known.'],
+    unwritten: (health) =>
+        ['The history has not been written', since(health), ': ', health.reason,
+         '. What is newest may be missing; it comes when it can be written again.'],
     unreadable: (health) =>
-        ['The history cannot be read', health.since && [' since ', timeOf(health.since)], ': ', health.reason,
+        ['The history cannot be read', since(health), ': ', health.reason,
          '. What is shown is as it was then. It is tried again by itself.'],
     unreachable: (health) =>
-        ['vrx-web does not answer', health.missedSince && [' since ', timeOf(toText(health.missedSince))],
+        ['vrx-web does not answer', since({since: health.missedSince && toText(health.missedSince)}),
          '. What is shown is as it was then. It is tried again by itself.'],
 };
 

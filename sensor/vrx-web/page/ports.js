@@ -1,9 +1,8 @@
 // The ports of the host, each with its state, its events a second, and the ports that it sees.
 
 import {el, fillRows} from './dom.js';
-import {rateText} from './now.js';
 import {ageOf, factList, headOf, openingRow, smallTable, sparkline, timeOf, wellMark} from './widgets.js';
-import {asWords, count} from './words.js';
+import {asWords, count, rateText} from './words.js';
 
 const labels =
     ['Port', 'State', {label: 'Speed', class: 'speed'}, 'Fabric', 'Sees', 'Errors, 1 h', 'Events a second, 1 h'];
