@@ -1,0 +1,43 @@
+// The time that an address asks for: "since=-6h", which goes on with the clock, or from a moment to another.
+
+import {leastSpan, mostSpan} from './scale.js';
+import {now, toMs} from './times.js';
+
+const second = 1000;
+const units = {
+    s: second,
+    min: 60 * second,
+    h: 3600 * second,
+    d: 86400 * second
+};
+
+export const defaultSpan = '-1d';
+
+/** Milliseconds of "-6h", or null. */
+export function spanOf(text) {
+    const [, number, unit] = /^-(\d+)(s|min|h|d)$/.exec(text ?? '') ?? [];
+    return unit ? Math.min(mostSpan, Math.max(leastSpan, number * units[unit])) : null;
+}
+
+/** "-6h" of so many milliseconds, in the largest unit that has it whole. */
+export function spanName(ms) {
+    const whole = Math.max(1, Math.round(ms / second)) * second;
+    const [unit, size] = Object.entries(units).reverse().find(([, each]) => whole % each === 0);
+    return `-${whole / size}${unit}`;
+}
+
+/** What an address asks for. Without an end it goes on with the clock. */
+export function readTimes(params) {
+    const span = spanOf(params.get('since'));
+    const until = toMs(params.get('until'));
+    const since = toMs(params.get('since'));
+    if (!Number.isNaN(until)) {
+        const begin = span ? until - span : since;
+        if (begin < until) {
+            return {since: begin, until, follows: false};
+        }
+    }
+    const end = now();
+    const begin = span ? end - span : since < end - leastSpan ? since : end - spanOf(defaultSpan);
+    return {since: begin, until: end, follows: true};
+}
