@@ -1,15 +1,15 @@
 // The shell: which view is shown, what all views share, and the sentence that stands over them when something is wrong.
 
-import {ask, isAborted, onHost} from './api.js';
 import {readAddress, writeAddress} from './address.js';
+import {ask, isAborted, onHost} from './api.js';
 import {el, fill} from './dom.js';
 import {watchHealth} from './health.js';
 import {follow} from './live.js';
 import {keep, recall} from './memory.js';
+import {showNews, showPulse, showTrouble} from './notices.js';
 import {during, throttled} from './rest.js';
 import {applyTheme, getTheme, nextTheme, setTheme} from './theme.js';
 import {isUtc, setUtc, zoneText} from './times.js';
-import {showNews, showTrouble, showPulse} from './notices.js';
 import {goOnAges} from './widgets.js';
 
 /**
@@ -69,13 +69,20 @@ const site = {
 };
 
 function showTitle() {
-    document.title = [openIncidents ? `(${openIncidents}) ${viewTitle}` : viewTitle, host, 'ScopeAgent'].filter(Boolean).join(' – ');
+    const title = openIncidents ? `(${openIncidents}) ${viewTitle}` : viewTitle;
+    document.title = [title, host, 'ScopeAgent'].filter(Boolean).join(' – ');
 }
 
 function showViews(current) {
-    fill(document.getElementById('views'), Object.entries(views).filter(([, view]) => !view.isHidden).map(([name, view]) =>
-        el('a', {href: '#' + name, 'aria-current': name === current ? 'page' : null}, view.title,
-           name === 'now' && openIncidents > 0 && el('span', {class: 'badge', title: `${openIncidents} not over`}, openIncidents))));
+    fill(
+        document.getElementById('views'),
+        Object.entries(views)
+            .filter(([, view]) => !view.isHidden)
+            .map(
+                ([name, view]) =>
+                    el('a', {href: '#' + name, 'aria-current': name === current ? 'page' : null}, view.title,
+                       name === 'now' && openIncidents > 0 &&
+                           el('span', {class: 'badge', title: `${openIncidents} not over`}, openIncidents))));
 }
 
 async function loadStyles(names = []) {
@@ -84,7 +91,9 @@ async function loadStyles(names = []) {
         if (document.querySelector(`link[href="${href}"]`)) {
             return null;
         }
-        return new Promise((resolve) => document.head.append(el('link', {rel: 'stylesheet', href, onload: resolve, onerror: resolve})));
+        return new Promise(
+            (resolve) =>
+                document.head.append(el('link', {rel: 'stylesheet', href, onload: resolve, onerror: resolve})));
     }));
 }
 

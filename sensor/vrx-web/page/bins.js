@@ -46,9 +46,7 @@ export class AnswerCache {
     }
 
     /** What there is, up to date or not, at once; undefined if there is nothing. */
-    look(address) {
-        return this.entries.get(address)?.answer;
-    }
+    look(address) { return this.entries.get(address)?.answer; }
 
     /** Whether asking would bring nothing new. */
     fresh(address) {

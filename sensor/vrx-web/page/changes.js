@@ -1,12 +1,20 @@
 // Changes in words: what came, went, or became something else.
 
 import {el} from './dom.js';
-import {asWords, portName} from './words.js';
 import {timeOf} from './widgets.js';
+import {asWords, portName} from './words.js';
 
 const things = {
-    agent: '', sensor: '', store: 'the history', host: 'the host', port: 'port', remote_port: 'remote port', lun: 'LUN',
-    map: 'map', volume: 'volume', mount: 'mount',
+    agent: '',
+    sensor: '',
+    store: 'the history',
+    host: 'the host',
+    port: 'port',
+    remote_port: 'remote port',
+    lun: 'LUN',
+    map: 'map',
+    volume: 'volume',
+    mount: 'mount',
 };
 
 /** The name with what the names file says instead of world wide names. */
@@ -29,14 +37,16 @@ export function changeText(change) {
     const subject = subjectOf(change);
     if (change.event === 'changed') {
         const attribute = asWords(change.attribute ?? 'it');
-        return change.before === null && change.after === null ? `${subject}: ${attribute} changed`
-            : `${subject}: ${attribute} ${change.before ?? 'none'} → ${change.after ?? 'none'}`;
+        return change.before === null && change.after === null ?
+            `${subject}: ${attribute} changed` :
+            `${subject}: ${attribute} ${change.before ?? 'none'} → ${change.after ?? 'none'}`;
     }
     return `${subject} ${asWords(change.event)}${change.after ? `: ${change.after}` : ''}`;
 }
 
 /** A line of a list. */
 export function changeItem(change) {
-    return el('li', {'data-change': change.time}, timeOf(change.time), ' ', el('span', {}, changeText(change)),
-              change.window && el('span', {class: 'note'}, ` (maintenance: ${change.window})`));
+    return el(
+        'li', {'data-change': change.time}, timeOf(change.time), ' ', el('span', {}, changeText(change)),
+        change.window && el('span', {class: 'note'}, ` (maintenance: ${change.window})`));
 }

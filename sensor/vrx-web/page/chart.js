@@ -1,5 +1,6 @@
 // The lanes as an element: a canvas, the lanes' names beside it, and what mouse, touch and keyboard do with them. It
-// shows a model (timelineData.js) on a scale, and says what somebody wants: another scale, a lane opened, a bin's records.
+// shows a model (timelineData.js) on a scale, and says what somebody wants: another scale, a lane opened, a bin's
+// records.
 
 import {el, fill} from './dom.js';
 import {watchGestures} from './gestures.js';
@@ -31,8 +32,13 @@ export class Chart {
         this.cursor = null;
         this.range = null;
         this.canvas = el('canvas', {
-            'data-lanes': '', tabindex: '0', role: 'application', 'aria-roledescription': 'timeline',
-            'aria-label': 'Lanes of events', 'aria-describedby': 'timeline-keys', class: 'lanes-canvas',
+            'data-lanes': '',
+            tabindex: '0',
+            role: 'application',
+            'aria-roledescription': 'timeline',
+            'aria-label': 'Lanes of events',
+            'aria-describedby': 'timeline-keys',
+            class: 'lanes-canvas',
         });
         this.names = el('div', {class: 'lanes-names', role: 'group', 'aria-label': 'Lanes'});
         this.element = el('div', {class: 'lanes'}, this.names, this.canvas);
@@ -44,14 +50,16 @@ export class Chart {
         this.recolour();
     }
 
-    end() {
-        this.endings.forEach((ending) => ending());
-    }
+    end() { this.endings.forEach((ending) => ending()); }
 
     recolour() {
         this.colours = {
-            ramp: rampOf(isDark()), text: colour('--ink'), ground: colour('--panel'), hole: colour('--ink-2'),
-            mark: colour('--accent'), states: {open: colour('--bad'), quiet: colour('--warn'), closed: colour('--ink-2')},
+            ramp: rampOf(isDark()),
+            text: colour('--ink'),
+            ground: colour('--panel'),
+            hole: colour('--ink-2'),
+            mark: colour('--accent'),
+            states: {open: colour('--bad'), quiet: colour('--warn'), closed: colour('--ink-2')},
         };
         this.redraw();
     }
@@ -86,7 +94,8 @@ export class Chart {
     draw() {
         const {scale, model, canvas} = this;
         const placed = over.packBands(model.bands, scale);
-        const layout = layoutOf(model.rows, placed.reduce((rows, each) => Math.max(rows, each.row + 1), 0), this.narrow);
+        const layout =
+            layoutOf(model.rows, placed.reduce((rows, each) => Math.max(rows, each.row + 1), 0), this.narrow);
         Object.assign(this, {layout, placed, clusters: over.clusterMarks(model.changes, scale)});
         const context = this.sized(layout.height);
         const ticks = scale.ticks(isUtc());
@@ -104,8 +113,12 @@ export class Chart {
         }
         this.drawNames();
         Object.assign(canvas.dataset, {
-            since: toText(scale.since), until: toText(scale.until), bin: model.binSeconds ?? '', lanes: model.rows.length,
-            bands: placed.map((each) => each.band.id).join(','), marks: this.clusters.reduce((n, each) => n + each.changes.length, 0),
+            since: toText(scale.since),
+            until: toText(scale.until),
+            bin: model.binSeconds ?? '',
+            lanes: model.rows.length,
+            bands: placed.map((each) => each.band.id).join(','),
+            marks: this.clusters.reduce((n, each) => n + each.changes.length, 0),
             holes: model.holes.filter((hole) => scale.covers(hole.first, hole.last)).length,
         });
     }
@@ -160,11 +173,18 @@ export class Chart {
         const {text, more, opens} = this.owner.label(row);
         const words = [el('span', {class: 'lane-name'}, text), more && el('span', {class: 'lane-more'}, more)];
         const title = [text, more, row.name].filter(Boolean).join(' · ');
-        const name = opens && row.depth === 0
-            ? el('button', {type: 'button', class: 'lane-label', 'data-lane': row.name, title,
-                'aria-expanded': String(Boolean(row.open)), onclick: () => this.owner.toggle(row.name)}, words)
-            : el('span', {class: 'lane-label', 'data-lane': row.name, title}, words);
-        return el('div', {class: row.depth ? 'lane child' : 'lane', 'data-row': row.key}, name,
+        const name = opens && row.depth === 0 ? el('button', {
+            type: 'button',
+            class: 'lane-label',
+            'data-lane': row.name,
+            title,
+            'aria-expanded': String(Boolean(row.open)),
+            onclick: () => this.owner.toggle(row.name)
+        },
+                                                   words) :
+                                                el('span', {class: 'lane-label', 'data-lane': row.name, title}, words);
+        return el(
+            'div', {class: row.depth ? 'lane child' : 'lane', 'data-row': row.key}, name,
             el('span', {class: 'lane-events', title: 'events in the time that is shown'}));
     }
 
@@ -188,9 +208,7 @@ export class Chart {
         return hole && y >= this.layout.marks ? {kind: 'hole', hole} : bin;
     }
 
-    binThing(row, bin) {
-        return {kind: 'bin', row, bin, count: row.counts[bin] ?? 0, ...binTimes(row, bin)};
-    }
+    binThing(row, bin) { return {kind: 'bin', row, bin, count: row.counts[bin] ?? 0, ...binTimes(row, bin)}; }
 
     /** The bin of the cursor, which is a lane and a time: it outlives bins of another size. */
     chosen() {
@@ -223,9 +241,7 @@ export class Chart {
         this.redraw();
     }
 
-    zoom(factor, time) {
-        this.move(this.scale.zoomed(factor, time));
-    }
+    zoom(factor, time) { this.move(this.scale.zoomed(factor, time)); }
 
     watchMouse() {
         return watchGestures(this.canvas, {
@@ -265,13 +281,17 @@ export class Chart {
         this.range = done ? null : {left, right};
         if (done && right - left > 4) {
             const [first, last] = [this.scale.toTime(left), this.scale.toTime(right)];
-            this.zoom((last - first) / this.scale.span, first + ((first - this.scale.since) / (this.scale.span - (last - first))) * (last - first));
+            this.zoom(
+                (last - first) / this.scale.span,
+                first + ((first - this.scale.since) / (this.scale.span - (last - first))) * (last - first));
         }
         this.redraw();
     }
 
     key(event) {
-        const act = event.ctrlKey || event.metaKey || event.altKey ? null : keys[(event.shiftKey ? 'Shift+' : '') + event.key] ?? keys[event.key];
+        const act = event.ctrlKey || event.metaKey || event.altKey ?
+            null :
+            keys[(event.shiftKey ? 'Shift+' : '') + event.key] ?? keys[event.key];
         if (act) {
             event.preventDefault();
             act(this);

@@ -1,5 +1,5 @@
-// Curves below the lanes, on the same axis, drawn by dygraphs. It draws lines and a grid alone: names, numbers and legend
-// are elements of this page, so that nothing is markup and no style stands in an attribute.
+// Curves below the lanes, on the same axis, drawn by dygraphs. It draws lines and a grid alone: names, numbers and
+// legend are elements of this page, so that nothing is markup and no style stands in an attribute.
 
 import {el, fill} from './dom.js';
 import {curvesOf, roundUp} from './measureSeries.js';
@@ -34,7 +34,8 @@ function loadDygraph() {
     return loading;
 }
 
-const numberText = (value) => (value >= 100 || Number.isInteger(value) ? Math.round(value) : Number(value.toPrecision(2))).toLocaleString('en');
+const numberText = (value) =>
+    (value >= 100 || Number.isInteger(value) ? Math.round(value) : Number(value.toPrecision(2))).toLocaleString('en');
 
 export class Curves {
     constructor() {
@@ -53,9 +54,7 @@ export class Curves {
     }
 
     /** Lines where the axis of the lanes has them. */
-    ticks() {
-        return this.scale.ticks(isUtc()).map((tick) => ({v: tick.time, label: tick.label}));
-    }
+    ticks() { return this.scale.ticks(isUtc()).map((tick) => ({v: tick.time, label: tick.label})); }
 
     destroy() {
         this.graphs.forEach((graph) => graph.destroy());
@@ -82,14 +81,20 @@ export class Curves {
             return;
         }
         if (!this.dygraph) {
-            fill(this.element, el('p', {class: 'note small'}, 'Curves are not drawn: dygraphs is not installed beside vrx-web.'));
+            fill(
+                this.element,
+                el('p', {class: 'note small'}, 'Curves are not drawn: dygraphs is not installed beside vrx-web.'));
             return;
         }
         if (this.curves.length === 0) {
             fill(this.element, el('p', {class: 'note small'}, 'Nothing was measured in this time.'));
             return;
         }
-        const plots = this.curves.map((curve) => el('div', {class: 'curve-plot', role: 'img', 'aria-label': `${curve.title}, up to ${numberText(curve.most)} ${curve.unit}`}));
+        const plots = this.curves.map((curve) => el('div', {
+                                          class: 'curve-plot',
+                                          role: 'img',
+                                          'aria-label': `${curve.title}, up to ${numberText(curve.most)} ${curve.unit}`
+                                      }));
         fill(this.element, this.curves.map((curve, at) => this.frameOf(curve, plots[at])));
         this.graphs = this.curves.map((curve, at) => this.graphOf(curve, plots[at]));
     }
@@ -109,27 +114,42 @@ export class Curves {
             return el('li', {}, swatch, series.label);
         });
         const most = roundUp(curve.most);
-        return el('figure', {class: 'curve', 'data-curve': curve.name},
+        return el(
+            'figure', {class: 'curve', 'data-curve': curve.name},
             el('div', {class: 'curve-side'}, el('span', {class: 'curve-most'}, `${numberText(most)} ${curve.unit}`),
                el('span', {class: 'curve-title'}, curve.title), el('span', {class: 'curve-zero'}, '0')),
             plot,
-            el('figcaption', {}, el('ul', {class: 'curve-legend'}, legend,
-               curve.left > 0 && el('li', {class: 'note'}, `and ${count(curve.left, 'port')} with less`))));
+            el('figcaption', {},
+               el('ul', {class: 'curve-legend'}, legend,
+                  curve.left > 0 && el('li', {class: 'note'}, `and ${count(curve.left, 'port')} with less`))));
     }
 
     graphOf(curve, plot) {
         const {since, bin} = this.times;
-        const rows = curve.series[0].values.map((_, at) => [since + (at + 0.5) * bin, ...curve.series.map((series) => series.values[at])]);
+        const rows = curve.series[0].values.map(
+            (_, at) => [since + (at + 0.5) * bin, ...curve.series.map((series) => series.values[at])]);
         const names = curve.series.map((_, at) => `series ${at + 1}`);
         const line = colour('--line');
         const styles = curve.series.map((series) => this.styleOf(series));
         return new this.dygraph(plot, rows, {
             labels: ['time', ...names],
-            series: Object.fromEntries(names.map((name, at) => [name, {strokePattern: styles[at].dash, color: styles[at].colour}])),
-            dateWindow: [this.scale.since, this.scale.until], valueRange: [0, roundUp(curve.most) * 1.02], height,
-            strokeWidth: 1.5, legend: 'never', showLabelsOnHighlight: false, highlightCircleSize: 0, rightGap: 0, xRangePad: 0,
-            axes: {x: {drawAxis: false, drawGrid: true, gridLineColor: line, ticker: () => this.ticks()}, y: {drawAxis: false, drawGrid: true, gridLineColor: line, axisLabelWidth: 0}},
-            interactionModel: {}, axisLineColor: line,
+            series: Object.fromEntries(
+                names.map((name, at) => [name, {strokePattern: styles[at].dash, color: styles[at].colour}])),
+            dateWindow: [this.scale.since, this.scale.until],
+            valueRange: [0, roundUp(curve.most) * 1.02],
+            height,
+            strokeWidth: 1.5,
+            legend: 'never',
+            showLabelsOnHighlight: false,
+            highlightCircleSize: 0,
+            rightGap: 0,
+            xRangePad: 0,
+            axes: {
+                x: {drawAxis: false, drawGrid: true, gridLineColor: line, ticker: () => this.ticks()},
+                y: {drawAxis: false, drawGrid: true, gridLineColor: line, axisLabelWidth: 0}
+            },
+            interactionModel: {},
+            axisLineColor: line,
         });
     }
 }

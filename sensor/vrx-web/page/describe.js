@@ -1,10 +1,10 @@
 // What the mouse or the keyboard is at on the timeline, in words and with ways on from there.
 
-import {el} from './dom.js';
 import {changeItem, changeText} from './changes.js';
+import {el} from './dom.js';
 import {axes} from './timelineData.js';
-import {linkTo, stateMark} from './widgets.js';
 import {bothZones, clockText, dateText, isUtc, now, shortTime, spanText, toText, zoneText} from './times.js';
+import {linkTo, stateMark} from './widgets.js';
 import {count, kindName} from './words.js';
 
 const mostChanges = 8;
@@ -12,7 +12,11 @@ const mostChanges = 8;
 /** @returns {{text: string, more: string|null, opens: boolean}} what a lane is called */
 export function laneLabel(row) {
     if (row.name === '') {
-        return {text: row.by === 'kind' || row.by === 'host' ? 'all others' : 'others, or not known', more: null, opens: false};
+        return {
+            text: row.by === 'kind' || row.by === 'host' ? 'all others' : 'others, or not known',
+            more: null,
+            opens: false
+        };
     }
     const text = row.label ?? (row.by === 'kind' ? kindName(row.name) : row.name);
     return {text, more: row.array, opens: row.by in axes};
@@ -27,7 +31,8 @@ function fullLabel(row) {
 export function rangeText(first, last, {seconds = true} = {}) {
     const utc = isUtc();
     const begin = `${dateText(first, utc)} ${clockText(first, {seconds})}`;
-    const end = dateText(first, utc) === dateText(last, utc) ? clockText(last, {seconds}) : `${dateText(last, utc)} ${clockText(last, {seconds})}`;
+    const end = dateText(first, utc) === dateText(last, utc) ? clockText(last, {seconds}) :
+                                                               `${dateText(last, utc)} ${clockText(last, {seconds})}`;
     return `${begin} to ${end} ${zoneText(last, utc)}`;
 }
 
@@ -49,24 +54,26 @@ const describers = {
         return [
             el('p', {}, el('strong', {}, fullLabel(row)), row.label && el('span', {class: 'wwn note'}, ' ', row.name)),
             el('p', {}, count(events, 'event'), ', ', el('span', {title: bothZones(first)}, rangeText(first, last))),
-            bands.slice(0, 4).map((band) => el('p', {class: 'small'}, stateMark(band.state), ` ${band.id} ${band.title}`)),
+            bands.slice(0, 4).map(
+                (band) => el('p', {class: 'small'}, stateMark(band.state), ` ${band.id} ${band.title}`)),
         ];
     },
-    band: ({band}) => [
-        el('p', {}, stateMark(band.state), ` incident ${band.id}, ${spanText(band.last - band.first)}`,
-           ` since ${shortTime(band.first)}`),
-        el('p', {}, el('strong', {}, band.title)),
-    ],
-    mark: ({changes}) => [
-        el('p', {}, count(changes.length, 'change')),
-        el('ul', {class: 'small changes'}, changes.slice(0, mostChanges).map(changeItem)),
-        changes.length > mostChanges && el('p', {class: 'note small'}, `and ${changes.length - mostChanges} more: zoom in`),
-    ],
-    hole: ({hole}) => [
-        el('p', {}, el('strong', {}, 'Not all is known here')),
-        el('p', {}, hole.text),
-        el('p', {class: 'small'}, rangeText(hole.first, Math.min(hole.last, now()))),
-    ],
+    band: ({band}) =>
+        [el('p', {}, stateMark(band.state), ` incident ${band.id}, ${spanText(band.last - band.first)}`,
+            ` since ${shortTime(band.first)}`),
+         el('p', {}, el('strong', {}, band.title)),
+],
+    mark: ({changes}) =>
+        [el('p', {}, count(changes.length, 'change')),
+         el('ul', {class: 'small changes'}, changes.slice(0, mostChanges).map(changeItem)),
+         changes.length > mostChanges &&
+             el('p', {class: 'note small'}, `and ${changes.length - mostChanges} more: zoom in`),
+],
+    hole: ({hole}) =>
+        [el('p', {}, el('strong', {}, 'Not all is known here')),
+         el('p', {}, hole.text),
+         el('p', {class: 'small'}, rangeText(hole.first, Math.min(hole.last, now()))),
+],
 };
 
 /** @param {import('./chart.js').Thing} thing */
@@ -75,10 +82,11 @@ export const describe = (thing, model) => describers[thing.kind](thing, model);
 /** The same in one line, for those who hear it. */
 export function sayThing(thing) {
     switch (thing.kind) {
-    case 'bin': return `${fullLabel(thing.row)}, ${rangeText(thing.first, thing.last)}, ${count(thing.count, 'event')}`;
-    case 'mark': return thing.changes.slice(0, 3).map(changeText).join('; ');
-    case 'hole': return thing.hole.text;
-    default: return thing.band.title;
+        case 'bin':
+            return `${fullLabel(thing.row)}, ${rangeText(thing.first, thing.last)}, ${count(thing.count, 'event')}`;
+        case 'mark': return thing.changes.slice(0, 3).map(changeText).join('; ');
+        case 'hole': return thing.hole.text;
+        default: return thing.band.title;
     }
 }
 
@@ -90,7 +98,9 @@ export function waysOn(thing, zoomTo) {
     }
     const times = {bin: thing, hole: thing.hole}[thing.kind];
     if (times) {
-        ways.push(el('button', {type: 'button', 'data-zoom-in': '', onclick: () => zoomTo(times.first, times.last)}, 'Zoom to it'));
+        ways.push(
+            el('button', {type: 'button', 'data-zoom-in': '', onclick: () => zoomTo(times.first, times.last)},
+               'Zoom to it'));
     }
     return ways;
 }

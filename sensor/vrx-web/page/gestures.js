@@ -1,5 +1,5 @@
-// Mouse, touch and wheel over an element, as what they mean: pan, zoom, choose a range, tap, hover. Pixels are counted from
-// the element's upper left corner.
+// Mouse, touch and wheel over an element, as what they mean: pan, zoom, choose a range, tap, hover. Pixels are counted
+// from the element's upper left corner.
 
 const tapSlack = 5;
 const wheelStep = 1.0018;

@@ -1,9 +1,11 @@
-// Incident: one problem on one sheet. What happened, where it began, what followed, what it hits, and where to look next.
+// Incident: one problem on one sheet. What happened, where it began, what followed, what it hits, and where to look
+// next.
 
 import {ApiError, ask} from './api.js';
 import {changeItem} from './changes.js';
 import {el, fill, svg} from './dom.js';
 import {behindText, stepsOf} from './incidentSteps.js';
+import {recordLine} from './record-words.js';
 import {throttled} from './rest.js';
 import {bothZones, clockText, dateText, now, spanText, toMs, toText, zoneText} from './times.js';
 import {copyButton, linkTo, pathPips, portOf, stateMark, timeOf} from './widgets.js';
@@ -14,7 +16,7 @@ export const styles = ['style-incident.css'];
 const mostNames = 10;
 const mostRecords = 25;
 const around = 5 * 60 * 1000;
-const beginning = 60 * 1000; // the records of so long are asked for, where there are many
+const beginning = 60 * 1000;  // the records of so long are asked for, where there are many
 
 const section = (title, attributes, ...children) =>
     el('section', {class: 'panel', ...attributes}, el('h2', {}, title), ...children);
@@ -26,7 +28,10 @@ function names(list, show = (each) => each) {
         return el('ul', {class: 'names'}, items);
     }
     const rest = items.splice(mostNames);
-    const more = el('li', {}, el('button', {type: 'button', class: 'more', onclick: () => more.replaceWith(...rest)}, `and ${rest.length} more`));
+    const more =
+        el('li', {},
+           el('button', {type: 'button', class: 'more', onclick: () => more.replaceWith(...rest)},
+              `and ${rest.length} more`));
     return el('ul', {class: 'names'}, items, more);
 }
 
@@ -35,26 +40,34 @@ const endOf = (incident) => (incident.closed ? toMs(incident.closed) : now());
 /** A moment by both clocks: one for who is here, one for who is elsewhere. */
 function momentRow(label, text, note = null) {
     const ms = toMs(text);
-    const cell = (asUtc) => el('td', {}, el('time', {datetime: text}, `${dateText(ms, asUtc)} ${clockText(ms, {asUtc, digits: 3})}`));
-    return el('tr', {}, el('th', {scope: 'row'}, label), sameZones() ? null : cell(false), cell(true), el('td', {class: 'note'}, note));
+    const cell = (asUtc) =>
+        el('td', {}, el('time', {datetime: text}, `${dateText(ms, asUtc)} ${clockText(ms, {asUtc, digits: 3})}`));
+    return el(
+        'tr', {}, el('th', {scope: 'row'}, label), sameZones() ? null : cell(false), cell(true),
+        el('td', {class: 'note'}, note));
 }
 
 const sameZones = () => zoneText(now(), false) === 'UTC';
 
 function timesTable(incident) {
     const lasted = spanText(endOf(incident) - toMs(incident.opened));
-    return el('table', {class: 'times', 'data-times': ''},
-        el('thead', {}, el('tr', {}, el('td', {}), sameZones() ? null : el('th', {scope: 'col'}, `here (${zoneText(toMs(incident.opened), false)})`),
-            el('th', {scope: 'col'}, 'UTC'), el('td', {}))),
+    return el(
+        'table', {class: 'times', 'data-times': ''},
+        el('thead', {},
+           el('tr', {}, el('td', {}),
+              sameZones() ? null : el('th', {scope: 'col'}, `here (${zoneText(toMs(incident.opened), false)})`),
+              el('th', {scope: 'col'}, 'UTC'), el('td', {}))),
         el('tbody', {}, momentRow('Began', incident.opened, incident.closed ? null : `goes on for ${lasted}`),
-            momentRow('Last sign', incident.last),
-            incident.closed && momentRow('Over', incident.closed, `after ${lasted}`)));
+           momentRow('Last sign', incident.last),
+           incident.closed && momentRow('Over', incident.closed, `after ${lasted}`)));
 }
 
 /** ": array1-B0 from hba1, fabric B" */
 function whereOf({target, initiator, fabric}) {
-    return (target || initiator || fabric) && [':', target && [' ', portOf(target)], initiator && [target ? ' from ' : ' ', portOf(initiator)],
-        fabric && `${target || initiator ? ', ' : ' '}fabric ${fabric}`];
+    return (target || initiator || fabric) && [
+        ':', target && [' ', portOf(target)], initiator && [target ? ' from ' : ' ', portOf(initiator)],
+        fabric && `${target || initiator ? ', ' : ' '}fabric ${fabric}`
+    ];
 }
 
 const states = {
@@ -64,13 +77,18 @@ const states = {
 };
 
 function heading(incident) {
-    return el('header', {class: 'incident-head'},
-        el('p', {class: 'incident-kind'}, stateMark(incident.state), ` incident ${incident.id} · ${className(incident.class)}`,
-           ` · ${states[incident.state] ?? ''}`, incident.window && ` In maintenance: ${incident.window}.`, incident.kept && ' Kept for good.'),
+    return el(
+        'header', {class: 'incident-head'},
+        el('p', {class: 'incident-kind'}, stateMark(incident.state),
+           ` incident ${incident.id} · ${className(incident.class)}`, ` · ${states[incident.state] ?? ''}`,
+           incident.window && ` In maintenance: ${incident.window}.`, incident.kept && ' Kept for good.'),
         el('h1', {'data-title': ''}, incident.title),
-        incident.merged !== null && el('p', {class: 'notice warn'}, el('span', {class: 'shape', 'aria-hidden': 'true'}, '▲'),
-            el('span', {}, 'It has become part of ', linkTo('incident', {}, incident.merged, `incident ${incident.merged}`), '.')),
-        !incident.now && el('p', {class: 'note'}, 'vrx-sn does not run: this is as it was at ', timeOf(incident.written), '.'));
+        incident.merged !== null &&
+            el('p', {class: 'notice warn'}, el('span', {class: 'shape', 'aria-hidden': 'true'}, '▲'),
+               el('span', {}, 'It has become part of ',
+                  linkTo('incident', {}, incident.merged, `incident ${incident.merged}`), '.')),
+        !incident.now &&
+            el('p', {class: 'note'}, 'vrx-sn does not run: this is as it was at ', timeOf(incident.written), '.'));
 }
 
 /** The way on: to its time, its records, to a colleague, to paper. */
@@ -78,10 +96,17 @@ function waysOn(incident) {
     const first = toMs(incident.opened);
     const last = toMs(incident.closed ?? incident.last);
     const slack = Math.max(around, (last - first) / 4);
-    return el('p', {class: 'ways'},
-        linkTo('timeline', {since: toText(first - slack), until: toText(last + slack), by: incident.targets.length > 0 ? 'target' : 'initiator'}, null, 'On the timeline'),
-        linkTo('records', {incident: incident.id}, null, 'Its records'),
-        copyLink(), el('button', {type: 'button', 'data-print': '', onclick: () => window.print()}, 'Print'));
+    return el(
+        'p', {class: 'ways'},
+        linkTo(
+            'timeline', {
+                since: toText(first - slack),
+                until: toText(last + slack),
+                by: incident.targets.length > 0 ? 'target' : 'initiator'
+            },
+            null, 'On the timeline'),
+        linkTo('records', {incident: incident.id}, null, 'Its records'), copyLink(),
+        el('button', {type: 'button', 'data-print': '', onclick: () => window.print()}, 'Print'));
 }
 
 function copyLink() {
@@ -92,38 +117,50 @@ function copyLink() {
 
 function acknowledgement({acknowledged, state, id}) {
     if (acknowledged) {
-        return el('p', {'data-acknowledged': ''}, `Acknowledged by ${acknowledged.who}, `, timeOf(acknowledged.when),
-                  acknowledged.note && `: ${acknowledged.note}`);
+        return el(
+            'p', {'data-acknowledged': ''}, `Acknowledged by ${acknowledged.who}, `, timeOf(acknowledged.when),
+            acknowledged.note && `: ${acknowledged.note}`);
     }
-    return state !== 'closed' && el('p', {class: 'note screen-only', 'data-acknowledged': ''}, 'Acknowledged by nobody. On the host: ',
-                                    el('code', {}, `vrx-scope incidents acknowledge ${id} --note TEXT`));
+    return state !== 'closed' &&
+        el('p', {class: 'note screen-only', 'data-acknowledged': ''}, 'Acknowledged by nobody. On the host: ',
+           el('code', {}, `vrx-scope incidents acknowledge ${id} --note TEXT`));
 }
 
 function causeSection(incident) {
     const cause = incident.first_cause;
-    return section('First cause', {'data-cause': ''}, cause
-        ? [el('p', {class: 'cause'}, el('strong', {}, cause.confidence === 'likely' ? 'Likely: ' : 'Possibly: '), signText(cause.kind), whereOf(cause), ', ',
-              timeOf(cause.time, {digits: 3})),
-           cause.confidence !== 'likely' && el('p', {class: 'note small'}, 'Possibly: it was seen later than what it did, or it is not alone, or only its effect is known.')]
-        : el('p', {class: 'unknown'}, 'Not known.'));
+    return section(
+        'First cause', {'data-cause': ''},
+        cause ?
+            [
+                el('p', {class: 'cause'}, el('strong', {}, cause.confidence === 'likely' ? 'Likely: ' : 'Possibly: '),
+                   signText(cause.kind), whereOf(cause), ', ', timeOf(cause.time, {digits: 3})),
+                cause.confidence !== 'likely' &&
+                    el('p', {class: 'note small'},
+                       'Possibly: it was seen later than what it did, or it is not alone, or only its effect is known.')
+            ] :
+            el('p', {class: 'unknown'}, 'Not known.'));
 }
 
 /** A line of time as long as the incident, with what a step took of it. */
 function stepBar(step, first, last) {
     const width = 90;
     const x = (text) => ((toMs(text) - first) / Math.max(1, last - first)) * (width - 3);
-    return svg('svg', {class: 'step-bar', width, height: 10, viewBox: `0 0 ${width} 10`, 'aria-hidden': 'true'},
-        svg('line', {x1: 0, x2: width, y1: 5, y2: 5}), svg('rect', {x: x(step.first), y: 1, height: 8, width: Math.max(3, x(step.last) - x(step.first))}));
+    return svg(
+        'svg', {class: 'step-bar', width, height: 10, viewBox: `0 0 ${width} 10`, 'aria-hidden': 'true'},
+        svg('line', {x1: 0, x2: width, y1: 5, y2: 5}),
+        svg('rect', {x: x(step.first), y: 1, height: 8, width: Math.max(3, x(step.last) - x(step.first))}));
 }
 
 function stepRow(step, first, last) {
     const took = toMs(step.last) - toMs(step.first);
     const which = step.cause && `${step.cause.confidence === 'likely' ? '' : 'possible '}${step.cause.which} cause`;
-    return el('tr', {'data-follow': step.kind, class: step.cause ? 'is-cause' : null},
+    return el(
+        'tr', {'data-follow': step.kind, class: step.cause ? 'is-cause' : null},
         el('td', {}, timeOf(step.first, {digits: 3})),
         el('td', {class: 'number behind'}, behindText(Math.max(0, toMs(step.first) - first))),
         el('td', {class: 'bar'}, stepBar(step, first, last)),
-        el('td', {}, signText(step.kind), step.cause && [whereOf(step.cause), ' ', el('span', {class: 'which'}, `◀ ${which}`)]),
+        el('td', {}, signText(step.kind),
+           step.cause && [whereOf(step.cause), ' ', el('span', {class: 'which'}, `◀ ${which}`)]),
         el('td', {class: 'number'}, step.events === null ? '' : step.events.toLocaleString('en')),
         el('td', {class: 'note'}, took >= 1000 ? `for ${spanText(took)}` : ''));
 }
@@ -132,62 +169,101 @@ function stepsSection(incident) {
     const steps = stepsOf(incident);
     const times = steps.flatMap((step) => [toMs(step.first), toMs(step.last)]);
     const [first, last] = [Math.min(...times), Math.max(...times)];
-    return steps.length > 0 && section('What happened, in order', {class: 'panel wide'}, el('div', {class: 'scrolls'}, el('table', {class: 'steps'},
-        el('thead', {}, el('tr', {}, ['time', 'behind', '', 'what', 'events', 'how long'].map((text) => el('th', {scope: 'col', class: text === 'events' || text === 'behind' ? 'number' : null}, text)))),
-        el('tbody', {}, steps.map((step) => stepRow(step, first, last))))));
+    return steps.length > 0 &&
+        section(
+               'What happened, in order', {class: 'panel wide'},
+               el('div', {class: 'scrolls'},
+                  el('table', {class: 'steps'},
+                     el('thead', {},
+                        el('tr', {},
+                           ['time', 'behind', '', 'what', 'events', 'how long'].map(
+                               (text) =>
+                                   el('th',
+                                      {scope: 'col', class: text === 'events' || text === 'behind' ? 'number' : null},
+                                      text)))),
+                     el('tbody', {}, steps.map((step) => stepRow(step, first, last))))));
 }
 
 const row = (label, list, show) => list.length > 0 && [el('dt', {}, label), el('dd', {}, names(list, show))];
 
 /** Names with those of ports instead of world wide names; what is called by a short name comes first. */
 function diskNames({hits, initiators, targets}) {
-    const called = (text) => [...initiators, ...targets].reduce((name, port) => name.replaceAll(port.port_name, portName(port)), text);
-    return hits.disks.map(called).sort((a, b) => a.includes(' ') - b.includes(' ') || a.localeCompare(b, 'en', {numeric: true}));
+    const called = (text) => [...initiators, ...targets].reduce(
+        (name, port) => name.replaceAll(port.port_name, portName(port)), text);
+    return hits.disks.map(called).sort(
+        (a, b) => a.includes(' ') - b.includes(' ') || a.localeCompare(b, 'en', {numeric: true}));
 }
 
 function hitsSection(incident) {
     const {hits} = incident;
-    const rows = [row('Mounts', hits.mounts), row('Volumes', hits.volumes), row('Maps', hits.maps), row('Disks', diskNames(incident)), row('LUNs', hits.luns)];
-    return section('What it hits', {'data-hits': ''}, rows.some(Boolean) ? el('dl', {}, rows) : el('p', {class: 'unknown'}, 'Nothing that is known here.'));
+    const rows = [
+        row('Mounts', hits.mounts), row('Volumes', hits.volumes), row('Maps', hits.maps),
+        row('Disks', diskNames(incident)), row('LUNs', hits.luns)
+    ];
+    return section(
+        'What it hits', {'data-hits': ''},
+        rows.some(Boolean) ? el('dl', {}, rows) : el('p', {class: 'unknown'}, 'Nothing that is known here.'));
 }
 
 function pathsSection({paths, losses}) {
-    return section('Paths left', {'data-paths': ''},
-        paths ? el('p', {}, pathPips(paths.left, paths.total), ' ', el('strong', {class: paths.left === 0 ? 'bad' : null}, `${paths.left} of ${paths.total}`),
-                   ' of the map that has the fewest')
-            : el('p', {class: 'unknown'}, 'No map is concerned.'),
-        losses > 0 && el('p', {class: 'warn-text', 'data-losses': losses}, `${count(losses, 'event')} lost meanwhile: there may be more than is told here.`));
+    return section(
+        'Paths left', {'data-paths': ''},
+        paths ? el('p', {}, pathPips(paths.left, paths.total), ' ',
+                   el('strong', {class: paths.left === 0 ? 'bad' : null}, `${paths.left} of ${paths.total}`),
+                   ' of the map that has the fewest') :
+                el('p', {class: 'unknown'}, 'No map is concerned.'),
+        losses > 0 &&
+            el('p', {class: 'warn-text', 'data-losses': losses},
+               `${count(losses, 'event')} lost meanwhile: there may be more than is told here.`));
 }
 
 function extentSection(incident) {
-    return section('Extent', {'data-extent': ''}, el('dl', {}, row('Host', incident.hosts), row('Fabric', incident.fabrics),
-        row('Initiators', incident.initiators, (port) => portOf(port)), row('Targets', incident.targets, (port) => portOf(port)),
-        [el('dt', {}, 'Events'), el('dd', {}, incident.events.toLocaleString('en'))]));
+    return section(
+        'Extent', {'data-extent': ''},
+        el('dl', {}, row('Host', incident.hosts), row('Fabric', incident.fabrics),
+           row('Initiators', incident.initiators, (port) => portOf(port)),
+           row('Targets', incident.targets, (port) => portOf(port)),
+           [el('dt', {}, 'Events'), el('dd', {}, incident.events.toLocaleString('en'))]));
 }
 
 function changesSection({changes}) {
-    return section('What changed in the seven days before', {'data-changes': changes.length, class: 'panel wide'}, changes.length > 0
-        ? el('ul', {class: 'changes'}, changes.map(changeItem)) : el('p', {class: 'unknown'}, 'Nothing that may have to do with it.'));
+    return section(
+        'What changed in the seven days before', {'data-changes': changes.length, class: 'panel wide'},
+        changes.length > 0 ? el('ul', {class: 'changes'}, changes.map(changeItem)) :
+                             el('p', {class: 'unknown'}, 'Nothing that may have to do with it.'));
 }
 
 function seriesSection(others) {
-    return others?.length > 0 && section('It has been there before', {'data-series': '', class: 'panel wide'}, el('ul', {}, others.map((other) =>
-        el('li', {}, stateMark(other.state), ' ', timeOf(other.opened), ' ', linkTo('incident', {}, other.id, `${other.id} ${other.title}`)))));
+    return others?.length > 0 &&
+        section(
+               'It has been there before', {'data-series': '', class: 'panel wide'},
+               el('ul', {},
+                  others.map(
+                      (other) =>
+                          el('li', {}, stateMark(other.state), ' ', timeOf(other.opened), ' ',
+                             linkTo('incident', {}, other.id, `${other.id} ${other.title}`)))));
 }
 
 function recordItem(record) {
     const {names: called, initiator} = record;
-    return el('li', {'data-evidence': record.id}, timeOf(record.first, {digits: 3}), ' ', el('strong', {}, kindName(record.kind)),
+    const line = recordLine(record);
+    return el(
+        'li', {'data-evidence': record.id}, timeOf(record.first, {digits: 3}), ' ',
+        el('strong', {}, kindName(record.kind)),
         record.occurrences > 1 && ` × ${record.occurrences.toLocaleString('en')}`,
-        ` ${called.initiator ?? initiator.port_name}`, record.remote_port_name && ` → ${called.target ?? record.remote_port_name}`,
-        record.event?.sense_text && `: ${record.event.sense_text}`);
+        ` ${called.initiator ?? initiator.port_name}`,
+        record.remote_port_name && ` → ${called.target ?? record.remote_port_name}`, line && `: ${line}`);
 }
 
 function evidenceSection(incident, records) {
     const all = incident.evidence.length;
-    return section('Evidence', {class: 'panel wide'}, all === 0 ? el('p', {class: 'unknown'}, 'No records: the kernel and the history told it.')
-        : [el('p', {class: 'note small'}, records.length < all ? `The first ${records.length} of ` : '', linkTo('records', {incident: incident.id}, null, count(all, 'record'))),
-           el('ol', {class: 'evidence small'}, records.map(recordItem))]);
+    return section(
+        'Evidence', {class: 'panel wide'},
+        all === 0 ? el('p', {class: 'unknown'}, 'No records: the kernel and the history told it.') : [
+            el('p', {class: 'note small'}, records.length < all ? `The first ${records.length} of ` : '',
+               linkTo('records', {incident: incident.id}, null, count(all, 'record'))),
+            el('ol', {class: 'evidence small'}, records.map(recordItem))
+        ]);
 }
 
 class IncidentView {
@@ -217,8 +293,11 @@ class IncidentView {
 
     showMissing() {
         this.site.setTitle('Incident');
-        fill(this.root, el('h1', {}, 'Incident'), el('p', {class: 'empty', role: 'alert'}, `There is no incident ${this.id ?? ''}. It may be older than what is kept. `,
-            el('a', {href: '#now'}, 'What there is now')));
+        fill(
+            this.root, el('h1', {}, 'Incident'),
+            el('p', {class: 'empty', role: 'alert'},
+               `There is no incident ${this.id ?? ''}. It may be older than what is kept. `,
+               el('a', {href: '#now'}, 'What there is now')));
     }
 
     /** The oldest of its records: where it began. They come newest first, so it is asked for what came early. */
@@ -235,15 +314,19 @@ class IncidentView {
     draw(incident, records) {
         const held = document.activeElement?.dataset;
         const focused = held && ['link', 'print'].find((name) => name in held);
-        fill(this.root, el('article', {class: 'sheet', 'data-incident': incident.id},
-            heading(incident), waysOn(incident),
-            incident.suggestion && el('p', {class: 'suggestion', 'data-suggestion': ''}, el('strong', {}, 'Look next: '), incident.suggestion),
-            el('div', {class: 'facts'},
-               el('div', {class: 'column'}, causeSection(incident), pathsSection(incident),
-                  section('When', {}, timesTable(incident), acknowledgement(incident))),
-               el('div', {class: 'column'}, hitsSection(incident), extentSection(incident)),
-               stepsSection(incident), changesSection(incident), evidenceSection(incident, records), seriesSection(incident.others_of_series)),
-            el('p', {class: 'print-only small'}, `${location.href}, printed at ${bothZones(now(), 0)}`)));
+        fill(
+            this.root,
+            el('article', {class: 'sheet', 'data-incident': incident.id}, heading(incident), waysOn(incident),
+               incident.suggestion &&
+                   el('p', {class: 'suggestion', 'data-suggestion': ''}, el('strong', {}, 'Look next: '),
+                      incident.suggestion),
+               el('div', {class: 'facts'},
+                  el('div', {class: 'column'}, causeSection(incident), pathsSection(incident),
+                     section('When', {}, timesTable(incident), acknowledgement(incident))),
+                  el('div', {class: 'column'}, hitsSection(incident), extentSection(incident)), stepsSection(incident),
+                  changesSection(incident), evidenceSection(incident, records),
+                  seriesSection(incident.others_of_series)),
+               el('p', {class: 'print-only small'}, `${location.href}, printed at ${bothZones(now(), 0)}`)));
         if (focused) {
             this.root.querySelector(`[data-${focused}]`)?.focus();
         }
@@ -264,14 +347,15 @@ class IncidentView {
         }
     }
 
-    unmount() {
-        this.again.cancel();
-    }
+    unmount() { this.again.cancel(); }
 }
 
 export function mount(root, site) {
     const view = new IncidentView(root, site);
     return {
-        show: (address) => view.show(address), onNews: (news) => view.onNews(news), refresh: () => view.again(), unmount: () => view.unmount(),
+        show: (address) => view.show(address),
+        onNews: (news) => view.onNews(news),
+        refresh: () => view.again(),
+        unmount: () => view.unmount(),
     };
 }

@@ -10,8 +10,10 @@ import {toMs} from './times.js';
  */
 export function stepsOf(incident) {
     const steps = incident.symptoms.map((symptom) => ({...symptom, cause: null}));
-    const causes = [incident.first_cause && {...incident.first_cause, which: 'first'},
-        ...incident.causes.map((cause) => ({...cause, which: 'later'}))].filter(Boolean);
+    const causes = [
+        incident.first_cause && {...incident.first_cause, which: 'first'},
+        ...incident.causes.map((cause) => ({...cause, which: 'later'}))
+    ].filter(Boolean);
     for (const cause of causes) {
         const step = steps.find((each) => each.kind === cause.kind && each.first === cause.time && !each.cause);
         if (step) {

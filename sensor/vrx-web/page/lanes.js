@@ -63,13 +63,9 @@ export function layoutOf(rows, incidentRows, narrow) {
 }
 
 /** The number of the bin in which a time is; it may be outside of what the row has. */
-export function binAt(row, time) {
-    return Math.floor((time - row.since) / row.bin);
-}
+export function binAt(row, time) { return Math.floor((time - row.since) / row.bin); }
 
-export function binTimes(row, bin) {
-    return {first: row.since + bin * row.bin, last: row.since + (bin + 1) * row.bin};
-}
+export function binTimes(row, bin) { return {first: row.since + bin * row.bin, last: row.since + (bin + 1) * row.bin}; }
 
 export function eventsWithin(row, scale) {
     let events = 0;

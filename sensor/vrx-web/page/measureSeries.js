@@ -9,11 +9,24 @@ const timed = ['commands', 'command_us', 'slowest_us'];
 
 /** What is drawn: from the sums of one port's measures by name, a value for each bin. */
 const curves = [
-    {name: 'mean', title: 'Mean time of a command', unit: 'ms',
-     value: (sums, at) => (sums.commands?.[at] > 0 ? (sums.command_us?.[at] ?? 0) / sums.commands[at] / 1000 : null)},
-    {name: 'slowest', title: 'Slowest command', unit: 'ms',
-     value: (sums, at) => (sums.slowest_us?.[at] > 0 ? sums.slowest_us[at] / 1000 : null)},
-    {name: 'rate', title: 'Commands a second', unit: '/s', value: (sums, at, seconds) => (sums.commands?.[at] ?? 0) / seconds},
+    {
+        name: 'mean',
+        title: 'Mean time of a command',
+        unit: 'ms',
+        value: (sums, at) => (sums.commands?.[at] > 0 ? (sums.command_us?.[at] ?? 0) / sums.commands[at] / 1000 : null)
+    },
+    {
+        name: 'slowest',
+        title: 'Slowest command',
+        unit: 'ms',
+        value: (sums, at) => (sums.slowest_us?.[at] > 0 ? sums.slowest_us[at] / 1000 : null)
+    },
+    {
+        name: 'rate',
+        title: 'Commands a second',
+        unit: '/s',
+        value: (sums, at, seconds) => (sums.commands?.[at] ?? 0) / seconds
+    },
     {name: 'errors', title: 'Errors that ports counted', unit: '', value: (sums, at) => sums.errors?.[at] ?? 0},
 ];
 
@@ -48,15 +61,21 @@ function sumsOf(measures, by) {
  */
 export function curvesOf(answer, by) {
     const ports = sumsOf(answer.measures, by);
-    return curves.map(({value, ...curve}) => {
-        const all = ports.map(({key, label, sums}) => {
-            const bins = Object.values(sums)[0].length;
-            const values = Array.from({length: bins}, (_, at) => value(sums, at, answer.bin_seconds));
-            return {key, label, values, most: values.reduce((a, b) => Math.max(a, b ?? 0), 0)};
-        }).filter((series) => series.most > 0).sort((a, b) => b.most - a.most || (a.key < b.key ? -1 : 1));
-        const series = all.slice(0, mostSeries);
-        return {...curve, series, left: all.length - series.length, most: all[0]?.most ?? 0};
-    }).filter((curve) => curve.series.length > 0);
+    return curves
+        .map(({value, ...curve}) => {
+            const all = ports
+                            .map(({key, label, sums}) => {
+                                const bins = Object.values(sums)[0].length;
+                                const values =
+                                    Array.from({length: bins}, (_, at) => value(sums, at, answer.bin_seconds));
+                                return {key, label, values, most: values.reduce((a, b) => Math.max(a, b ?? 0), 0)};
+                            })
+                            .filter((series) => series.most > 0)
+                            .sort((a, b) => b.most - a.most || (a.key < b.key ? -1 : 1));
+            const series = all.slice(0, mostSeries);
+            return {...curve, series, left: all.length - series.length, most: all[0]?.most ?? 0};
+        })
+        .filter((curve) => curve.series.length > 0);
 }
 
 /** A round number at or above: 1, 2 or 5 and zeros. */

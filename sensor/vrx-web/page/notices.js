@@ -1,11 +1,15 @@
 // What stands over every view: what is wrong, whether news come, and incidents that begin while one looks elsewhere.
 
 import {el, fill} from './dom.js';
-import {ageOf, linkTo, stateMark, timeOf} from './widgets.js';
 import {toText} from './times.js';
+import {ageOf, linkTo, stateMark, timeOf} from './widgets.js';
 
 const notices = new Map(); // by name: what is shown
-const pulse = {isLive: false, isWell: true, lastFetch: null};
+const pulse = {
+    isLive: false,
+    isWell: true,
+    lastFetch: null
+};
 const told = new Set(); // ids of incidents
 
 function show() {
@@ -14,12 +18,15 @@ function show() {
 
 const sentences = {
     noAgent: () => ['The agent vrx-sca does not run, or does not answer: what happens now is not known.'],
-    silent: (health) => ['The collector is silent', health.since && [' since ', timeOf(health.since)], ': ', health.reason,
-                         '. What has happened since is not known.'],
-    unreadable: (health) => ['The history cannot be read', health.since && [' since ', timeOf(health.since)], ': ', health.reason,
-                             '. What is shown is as it was then. It is tried again by itself.'],
-    unreachable: (health) => ['vrx-web does not answer', health.missedSince && [' since ', timeOf(toText(health.missedSince))],
-                              '. What is shown is as it was then. It is tried again by itself.'],
+    silent: (health) =>
+        ['The collector is silent', health.since && [' since ', timeOf(health.since)], ': ', health.reason,
+         '. What has happened since is not known.'],
+    unreadable: (health) =>
+        ['The history cannot be read', health.since && [' since ', timeOf(health.since)], ': ', health.reason,
+         '. What is shown is as it was then. It is tried again by itself.'],
+    unreachable: (health) =>
+        ['vrx-web does not answer', health.missedSince && [' since ', timeOf(toText(health.missedSince))],
+         '. What is shown is as it was then. It is tried again by itself.'],
 };
 
 /**
@@ -38,9 +45,10 @@ export function showTrouble(name, what, again) {
     notices.delete(name);
     if (text) {
         const isGrave = status === 'unreadable' || status === 'unreachable';
-        const node = el('div', {class: `notice ${isGrave ? 'grave' : 'warn'}`, 'data-trouble': status, 'data-banner': true},
-                        el('span', {class: 'shape', 'aria-hidden': 'true'}, '▲'), el('p', {}, text),
-                        again && el('button', {type: 'button', onclick: again}, 'Try again'));
+        const node =
+            el('div', {class: `notice ${isGrave ? 'grave' : 'warn'}`, 'data-trouble': status, 'data-banner': true},
+               el('span', {class: 'shape', 'aria-hidden': 'true'}, '▲'), el('p', {}, text),
+               again && el('button', {type: 'button', onclick: again}, 'Try again'));
         node.said = said;
         notices.set(name, node);
     }
@@ -60,9 +68,11 @@ export function showNews(incidents, view, site) {
                 notices.delete('news');
                 show();
             };
-            notices.set('news', el('div', {class: 'notice news'}, stateMark('open'),
-                                   el('p', {}, linkTo('incident', {}, incident.id, incident.title)),
-                                   el('button', {type: 'button', onclick: close}, 'Close')));
+            notices.set(
+                'news',
+                el('div', {class: 'notice news'}, stateMark('open'),
+                   el('p', {}, linkTo('incident', {}, incident.id, incident.title)),
+                   el('button', {type: 'button', onclick: close}, 'Close')));
             show();
         }
     }
@@ -78,7 +88,10 @@ export function showPulse(news) {
     }
     const isLive = pulse.isLive && pulse.isWell;
     node.className = isLive ? 'pulse live' : 'pulse';
-    fill(node, el('span', {class: 'shape', 'aria-hidden': 'true'}, isLive ? '●' : '○'),
-         isLive ? 'live' : pulse.isLive ? 'no news' : 'connecting',
-         pulse.lastFetch && el('span', {class: 'fetched'}, 'collected ', ageOf(pulse.lastFetch), ' ago'));
+    fill(
+        node, el('span', {class: 'shape', 'aria-hidden': 'true'}, isLive ? '●' : '○'),
+        isLive           ? 'live' :
+            pulse.isLive ? 'no news' :
+                           'connecting',
+        pulse.lastFetch && el('span', {class: 'fetched'}, 'collected ', ageOf(pulse.lastFetch), ' ago'));
 }

@@ -63,7 +63,9 @@ export function clusterMarks(changes, scale) {
 
 export function bandAt(placed, layout, x, y) {
     const row = Math.floor((y - layout.incidents) / layout.incidentHeight);
-    return y >= layout.marks ? null : placed.find((each) => each.row === row && x >= each.left - 2 && x <= each.right + 2)?.band ?? null;
+    return y >= layout.marks ?
+        null :
+        placed.find((each) => each.row === row && x >= each.left - 2 && x <= each.right + 2)?.band ?? null;
 }
 
 export function markAt(clusters, layout, x, y) {
@@ -180,7 +182,8 @@ export function drawBandHeads(context, placed, layout, colours) {
     context.textBaseline = 'middle';
     context.textAlign = 'left';
     for (const ongoing of [false, true]) {
-        placed.filter((each) => each.band.ongoing === ongoing).forEach((each) => drawBandHead(context, each, layout, colours));
+        placed.filter((each) => each.band.ongoing === ongoing)
+            .forEach((each) => drawBandHead(context, each, layout, colours));
     }
 }
 

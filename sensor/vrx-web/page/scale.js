@@ -26,25 +26,15 @@ export class TimeScale {
         Object.freeze(this);
     }
 
-    get span() {
-        return this.until - this.since;
-    }
+    get span() { return this.until - this.since; }
 
-    get middle() {
-        return (this.since + this.until) / 2;
-    }
+    get middle() { return (this.since + this.until) / 2; }
 
-    toX(time) {
-        return ((time - this.since) / this.span) * this.width;
-    }
+    toX(time) { return ((time - this.since) / this.span) * this.width; }
 
-    toTime(x) {
-        return this.since + (x / this.width) * this.span;
-    }
+    toTime(x) { return this.since + (x / this.width) * this.span; }
 
-    resized(width) {
-        return new TimeScale(this.since, this.until, width);
-    }
+    resized(width) { return new TimeScale(this.since, this.until, width); }
 
     /** What was at x pixels is at 0. */
     panned(pixels) {
@@ -67,13 +57,9 @@ export class TimeScale {
         return last > this.until ? this.panned(this.toX(Math.min(last, first + this.span)) - this.width) : this;
     }
 
-    covers(first, last) {
-        return last >= this.since && first <= this.until;
-    }
+    covers(first, last) { return last >= this.since && first <= this.until; }
 
-    equals(other) {
-        return this.since === other.since && this.until === other.until && this.width === other.width;
-    }
+    equals(other) { return this.since === other.since && this.until === other.until && this.width === other.width; }
 
     /**
      * Where the axis has lines, and what stands there.
@@ -95,9 +81,7 @@ function partsOf(time, utc) {
     return [part('FullYear'), part('Month'), part('Date'), part('Hours'), part('Minutes'), part('Seconds')];
 }
 
-function timeOf(utc, ...parts) {
-    return utc ? Date.UTC(...parts) : new Date(...parts).getTime();
-}
+function timeOf(utc, ...parts) { return utc ? Date.UTC(...parts) : new Date(...parts).getTime(); }
 
 const twoDigits = (number) => String(number).padStart(2, '0');
 
@@ -136,7 +120,7 @@ function ticksOfDays(scale, step, utc) {
     // Counted from one day for all, so that lines stay where they are while panning.
     const number = Math.floor(Date.UTC(year, month, date) / day);
     const ticks = [];
-    for (let at = date - (((number % days) + days) % days); ; at += days) {
+    for (let at = date - (((number % days) + days) % days);; at += days) {
         const time = timeOf(utc, year, month, at);
         if (time > scale.until) {
             return ticks;

@@ -4,7 +4,12 @@ import {leastSpan, mostSpan} from './scale.js';
 import {now, toMs} from './times.js';
 
 const second = 1000;
-const units = {s: second, min: 60 * second, h: 3600 * second, d: 86400 * second};
+const units = {
+    s: second,
+    min: 60 * second,
+    h: 3600 * second,
+    d: 86400 * second
+};
 
 export const defaultSpan = '-1d';
 

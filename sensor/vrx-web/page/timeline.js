@@ -1,10 +1,11 @@
-// Timeline: what happened when, and to whom. Lanes of events on one axis, incidents, changes and holes over them, curves
-// below. The address has the time, the axis, and the lanes that are open: "#timeline?since=-1d&by=target&open=...".
+// Timeline: what happened when, and to whom. Lanes of events on one axis, incidents, changes and holes over them,
+// curves below. The address has the time, the axis, and the lanes that are open:
+// "#timeline?since=-1d&by=target&open=...".
 
 import {ask, isAborted} from './api.js';
 import {Chart} from './chart.js';
 import {Curves} from './curves.js';
-import {describe, laneLabel, rangeText, sayThing, waysOn, recordsOf} from './describe.js';
+import {describe, laneLabel, rangeText, recordsOf, sayThing, waysOn} from './describe.js';
 import {el, fill} from './dom.js';
 import {throttled} from './rest.js';
 import {leastSpan, mostSpan, TimeScale} from './scale.js';
@@ -19,9 +20,11 @@ export const styles = ['style-timeline.css'];
 
 const second = 1000;
 const mostListed = 12;
-const lookAgain = 30 * second; // what comes without a record, such as a change
-const measures = ['commands', 'command_us', 'slowest_us', 'link_failure_count', 'loss_of_sync_count', 'loss_of_signal_count',
-    'prim_seq_protocol_err_count', 'invalid_tx_word_count', 'invalid_crc_count', 'error_frames'];
+const lookAgain = 30 * second;  // what comes without a record, such as a change
+const measures = [
+    'commands', 'command_us', 'slowest_us', 'link_failure_count', 'loss_of_sync_count', 'loss_of_signal_count',
+    'prim_seq_protocol_err_count', 'invalid_tx_word_count', 'invalid_crc_count', 'error_frames'
+];
 
 const between = (since, until) => ({since: toText(Math.round(since)), until: toText(Math.round(until))});
 
@@ -32,17 +35,24 @@ class TimelineView {
         this.by = 'initiator';
         this.open = [];
         this.follows = true;
-        this.chart = new Chart({
-            label: laneLabel, scaleChanged: (scale) => this.scaleChanged(scale), toggle: (name) => this.toggle(name),
-            point: (thing, x, y) => this.point(thing, x, y), choose: (thing) => this.choose(thing),
-            enter: (thing) => this.enter(thing),
-        }, new TimeScale(now() - spanOf(defaultSpan), now(), 800));
+        this.chart = new Chart(
+            {
+                label: laneLabel,
+                scaleChanged: (scale) => this.scaleChanged(scale),
+                toggle: (name) => this.toggle(name),
+                point: (thing, x, y) => this.point(thing, x, y),
+                choose: (thing) => this.choose(thing),
+                enter: (thing) => this.enter(thing),
+            },
+            new TimeScale(now() - spanOf(defaultSpan), now(), 800));
         this.curves = new Curves();
         Object.assign(this, makeParts({
-            axis: (by) => this.choosesAxis(by), span: (span) => this.choosesSpan(span), now: () => this.choosesNow(),
-            move: (widths) => this.chart.move(this.chart.scale.panned(widths * this.chart.scale.width)),
-            zoom: (factor) => this.chart.zoom(factor),
-        }));
+                          axis: (by) => this.choosesAxis(by),
+                          span: (span) => this.choosesSpan(span),
+                          now: () => this.choosesNow(),
+                          move: (widths) => this.chart.move(this.chart.scale.panned(widths * this.chart.scale.width)),
+                          zoom: (factor) => this.chart.zoom(factor),
+                      }));
         root.append(this.arrange());
         this.loadSoon = throttled(150, () => this.tryLoad());
         this.saveSoon = throttled(400, () => this.save());
@@ -61,14 +71,13 @@ class TimelineView {
     }
 
     arrange() {
-        return el('div', {'data-view': 'timeline'}, el('h1', {class: 'unseen'}, 'Timeline'), this.bar, this.when, this.trouble,
-            el('div', {class: 'timeline-chart'}, this.chart.element, this.tip, this.nothing),
-            this.legend, this.readout, this.curves.element, this.list, this.help);
+        return el(
+            'div', {'data-view': 'timeline'}, el('h1', {class: 'unseen'}, 'Timeline'), this.bar, this.when,
+            this.trouble, el('div', {class: 'timeline-chart'}, this.chart.element, this.tip, this.nothing), this.legend,
+            this.readout, this.curves.element, this.list, this.help);
     }
 
-    showLegend() {
-        fillLegend(this.legend, this.chart.model);
-    }
+    showLegend() { fillLegend(this.legend, this.chart.model); }
 
     // What the address says
 
@@ -156,7 +165,9 @@ class TimelineView {
         const {scale} = this.chart;
         this.when.textContent = rangeText(scale.since, scale.until);
         const span = this.follows ? spanName(scale.span).slice(1) : null;
-        this.spans.forEach((each) => each.setAttribute('aria-pressed', String(spanOf('-' + each.dataset.span) === spanOf('-' + span))));
+        this.spans.forEach(
+            (each) =>
+                each.setAttribute('aria-pressed', String(spanOf('-' + each.dataset.span) === spanOf('-' + span))));
         this.upToNow.setAttribute('aria-pressed', String(this.follows));
     }
 
@@ -212,7 +223,9 @@ class TimelineView {
         fill(this.readout, describe(thing, this.chart.model), el('p', {class: 'ways'}, waysOn(thing, zoomTo)));
         this.readout.dataset.say = sayThing(thing);
         if (thing.kind === 'bin') {
-            Object.assign(this.readout.dataset, {lane: thing.row.name, first: toText(thing.first), last: toText(thing.last), count: thing.count});
+            Object.assign(
+                this.readout.dataset,
+                {lane: thing.row.name, first: toText(thing.first), last: toText(thing.last), count: thing.count});
         }
     }
 
@@ -260,16 +273,20 @@ class TimelineView {
     drawList(model) {
         const {scale} = this.chart;
         const bands = model.bands.filter((band) => scale.covers(band.first, band.last))
-            .sort((a, b) => b.ongoing - a.ongoing || b.first - a.first);
+                          .sort((a, b) => b.ongoing - a.ongoing || b.first - a.first);
         const shape = JSON.stringify(bands.map((band) => [band.id, band.state, band.title]));
         if (shape === this.listShape) {
             return;
         }
         this.listShape = shape;
-        const items = bands.map((band) => el('li', {'data-band': band.id}, stateMark(band.state), ' ',
-            linkTo('incident', {}, band.id, `${band.id} ${band.title}`)));
+        const items = bands.map(
+            (band) =>
+                el('li', {'data-band': band.id}, stateMark(band.state), ' ',
+                   linkTo('incident', {}, band.id, `${band.id} ${band.title}`)));
         const rest = items.splice(mostListed);
-        const more = rest.length > 0 && el('li', {}, el('button', {type: 'button', onclick: () => more.replaceWith(...rest)}, `and ${rest.length} more`));
+        const more = rest.length > 0 &&
+            el('li', {},
+               el('button', {type: 'button', onclick: () => more.replaceWith(...rest)}, `and ${rest.length} more`));
         fill(this.list, bands.length > 0 && el('h2', {}, 'Incidents in this time'), el('ul', {}, items, more));
     }
 
@@ -310,9 +327,7 @@ class TimelineView {
     }
 }
 
-function apiOfMeasures(params) {
-    return `/api/v1/measures?${new URLSearchParams(params)}`;
-}
+function apiOfMeasures(params) { return `/api/v1/measures?${new URLSearchParams(params)}`; }
 
 /** For those who measure how soon there is something to see. */
 function markFirstPaint(model) {
@@ -324,6 +339,9 @@ function markFirstPaint(model) {
 export function mount(root, site) {
     const view = new TimelineView(root, site);
     return {
-        show: (address) => view.show(address), onNews: (news) => view.onNews(news), refresh: () => view.refresh(), unmount: () => view.end(),
+        show: (address) => view.show(address),
+        onNews: (news) => view.onNews(news),
+        refresh: () => view.refresh(),
+        unmount: () => view.end(),
     };
 }

@@ -27,9 +27,7 @@ export class TimelineData {
     }
 
     /** Lanes are put in order anew: by what there is most of. Else each keeps its place. */
-    sortAnew() {
-        this.order = [];
-    }
+    sortAnew() { this.order = []; }
 
     /** Whether what is loaded does for what the scale shows, and is up to date. */
     upToDate(scale, by, open) {
@@ -64,8 +62,10 @@ export class TimelineData {
         const rows = this.inOrder(lanes.lanes).flatMap((lane) => {
             const row = rowOf(lane, lanes, by, lane.name, 0);
             const at = open.indexOf(lane.name);
-            const inside = at < 0 ? [] : opened[at].lanes.map((each) =>
-                rowOf(each, opened[at], axes[by].opens, `${lane.name}\n${each.name}`, 1, row));
+            const inside = at < 0 ?
+                [] :
+                opened[at].lanes.map(
+                    (each) => rowOf(each, opened[at], axes[by].opens, `${lane.name}\n${each.name}`, 1, row));
             return [{...row, open: at >= 0}, ...inside];
         });
         return {
@@ -88,15 +88,21 @@ export class TimelineData {
     }
 
     /** A record came, or an incident changed: what is known of its time is out of date. */
-    outdate(first, last) {
-        this.cache.outdate(first, last);
-    }
+    outdate(first, last) { this.cache.outdate(first, last); }
 }
 
 function rowOf(lane, answer, by, key, depth, parent = null) {
     return {
-        key, by, depth, parent, name: lane.name, label: lane.label, array: lane.array ?? null, counts: lane.counts,
-        since: toMs(answer.since), bin: answer.bin_seconds * 1000,
+        key,
+        by,
+        depth,
+        parent,
+        name: lane.name,
+        label: lane.label,
+        array: lane.array ?? null,
+        counts: lane.counts,
+        since: toMs(answer.since),
+        bin: answer.bin_seconds * 1000,
     };
 }
 
@@ -113,10 +119,12 @@ function concerns(incident, row) {
 function bandOf(incident) {
     const ongoing = incident.state !== 'closed';
     return {
-        id: incident.id, title: incident.title, state: incident.state, ongoing, first: toMs(incident.opened),
-        get last() {
-            return ongoing ? now() : toMs(incident.closed ?? incident.last);
-        },
+        id: incident.id,
+        title: incident.title,
+        state: incident.state,
+        ongoing,
+        first: toMs(incident.opened),
+        get last() { return ongoing ? now() : toMs(incident.closed ?? incident.last); },
         concerns: (row) => concerns(incident, row),
     };
 }

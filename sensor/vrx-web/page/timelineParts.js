@@ -14,10 +14,10 @@ const spaced = (span) => span.replace(/(\d+)/, '$1 ');
 
 const help = [
     'Left and right go from bin to bin, n and p to the next one with events, up and down from lane to lane. ' +
-    '+ and − come closer and go farther, Shift with left and right moves, Enter shows the records of a bin, ' +
-    'o opens a lane, Escape lets go.',
+        '+ and − come closer and go farther, Shift with left and right moves, Enter shows the records of a bin, ' +
+        'o opens a lane, Escape lets go.',
     'With the mouse: drag to move, wheel to zoom (with Ctrl, where the wheel is needed to scroll), Shift and drag to ' +
-    'choose a time, click twice to come closer. Two fingers zoom.',
+        'choose a time, click twice to come closer. Two fingers zoom.',
 ];
 
 function button(label, title, onclick, more = {}) {
@@ -29,24 +29,39 @@ function button(label, title, onclick, more = {}) {
  *   zoom: (factor: number) => void}} to
  */
 export function makeParts(to) {
-    const axis = el('select', {id: 'timeline-by', 'data-axis': '', onchange: () => to.axis(axis.value)},
-                    Object.entries(axes).map(([name, {title}]) => el('option', {value: name, 'data-by': name}, title)));
-    const choices = spans.map((span) => el('button', {
-        type: 'button', 'data-span': span, 'aria-pressed': 'false', onclick: () => to.span(span),
-    }, spaced(span)));
-    const upToNow = el('button', {type: 'button', title: 'The newest is on the right, and goes on', 'data-live': '',
-                                  onclick: to.now}, 'Up to now');
-    const bar = el('div', {class: 'timeline-bar'},
-                   el('label', {for: 'timeline-by'}, 'Lanes by ', axis),
-                   el('div', {class: 'buttons', role: 'group', 'aria-label': 'How much time is shown'}, choices),
-                   el('div', {class: 'buttons', role: 'group', 'aria-label': 'Move and zoom'},
-                      button('◀', 'Earlier', () => to.move(-0.5), {'data-move': 'earlier'}),
-                      button('▶', 'Later', () => to.move(0.5), {'data-move': 'later'}),
-                      button('+', 'Closer', () => to.zoom(0.5), {'data-zoom': 'in'}),
-                      button('−', 'Farther', () => to.zoom(2), {'data-zoom': 'out'})),
-                   upToNow);
+    const axis =
+        el('select', {id: 'timeline-by', 'data-axis': '', onchange: () => to.axis(axis.value)},
+           Object.entries(axes).map(([name, {title}]) => el('option', {value: name, 'data-by': name}, title)));
+    const choices = spans.map(
+        (span) =>
+            el('button', {
+                type: 'button',
+                'data-span': span,
+                'aria-pressed': 'false',
+                onclick: () => to.span(span),
+            },
+               spaced(span)));
+    const upToNow = el(
+        'button', {type: 'button', title: 'The newest is on the right, and goes on', 'data-live': '', onclick: to.now},
+        'Up to now');
+    const bar =
+        el('div', {class: 'timeline-bar'},
+           el('label',
+              {for: 'timeline-by'
+              },
+              'Lanes by ', axis),
+           el('div', {class: 'buttons', role: 'group', 'aria-label': 'How much time is shown'}, choices),
+           el('div', {class: 'buttons', role: 'group', 'aria-label': 'Move and zoom'},
+              button('◀', 'Earlier', () => to.move(-0.5), {'data-move': 'earlier'}),
+              button('▶', 'Later', () => to.move(0.5), {'data-move': 'later'}),
+              button('+', 'Closer', () => to.zoom(0.5), {'data-zoom': 'in'}),
+              button('−', 'Farther', () => to.zoom(2), {'data-zoom': 'out'})),
+           upToNow);
     return {
-        axis, spans: choices, upToNow, bar,
+        axis,
+        spans: choices,
+        upToNow,
+        bar,
         when: el('p', {class: 'timeline-when note', 'data-when': ''}),
         trouble: el('p', {class: 'bad', role: 'alert', hidden: true}),
         tip: el('div', {class: 'timeline-tip', hidden: true, role: 'presentation'}),
@@ -54,8 +69,9 @@ export function makeParts(to) {
         legend: el('div', {class: 'timeline-legend small note'}),
         readout: el('div', {class: 'timeline-readout panel', 'data-readout': '', 'aria-live': 'polite', hidden: true}),
         list: el('section', {class: 'timeline-list', 'aria-label': 'Incidents in this time'}),
-        help: el('details', {class: 'timeline-help small note'}, el('summary', {}, 'Keys and mouse'),
-                 el('div', {id: 'timeline-keys'}, help.map((text) => el('p', {}, text)))),
+        help:
+            el('details', {class: 'timeline-help small note'}, el('summary', {}, 'Keys and mouse'),
+               el('div', {id: 'timeline-keys'}, help.map((text) => el('p', {}, text)))),
     };
 }
 
@@ -67,8 +83,9 @@ export function fillLegend(legend, {most, binSeconds, rows}) {
         return step;
     });
     const width = binSeconds ? spaced(spanName(binSeconds * 1000).slice(1)) : '';
-    fill(legend, rows.length > 0 && el('span', {class: 'ramp'}, '1 ', ramp, ` ${count(most, 'event')} in ${width}`),
-         el('span', {}, el('i', {class: 'hatch'}), ' not all is known'),
-         el('span', {}, el('i', {class: 'diamond'}, '◆'), ' changes'),
-         el('span', {}, el('i', {class: 'band'}), ' incidents'));
+    fill(
+        legend, rows.length > 0 && el('span', {class: 'ramp'}, '1 ', ramp, ` ${count(most, 'event')} in ${width}`),
+        el('span', {}, el('i', {class: 'hatch'}), ' not all is known'),
+        el('span', {}, el('i', {class: 'diamond'}, '◆'), ' changes'),
+        el('span', {}, el('i', {class: 'band'}), ' incidents'));
 }

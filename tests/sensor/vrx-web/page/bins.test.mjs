@@ -1,5 +1,6 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
+
 import {AnswerCache, boundsFit, boundsFor, resolutionFor, resolutions} from '../../../../sensor/vrx-web/page/bins.js';
 import {leastSpan, mostSpan, TimeScale} from '../../../../sensor/vrx-web/page/scale.js';
 
@@ -8,8 +9,14 @@ const day = 86_400_000;
 
 test('bins are no narrower than a pixel, and no coarser than they need be', () => {
     for (const [span, width, seconds] of [
-        [60_000, 1000, 10], [9_999_000, 1000, 10], [10_001_000, 1000, 60], [day, 1000, 300], [30 * day, 1000, 3600],
-        [30 * day, 300, 21600], [400 * day, 300, 86400], [day, 5000, 300],
+             [60_000, 1000, 10],
+             [9_999_000, 1000, 10],
+             [10_001_000, 1000, 60],
+             [day, 1000, 300],
+             [30 * day, 1000, 3600],
+             [30 * day, 300, 21600],
+             [400 * day, 300, 86400],
+             [day, 5000, 300],
     ]) {
         assert.equal(resolutionFor(new TimeScale(start, start + span, width)), seconds, `${span} in ${width}`);
     }
@@ -40,10 +47,12 @@ test('bounds are whole bins, three widths, never more than may be asked for, and
 test('a view asks once, shows what it has meanwhile, and asks again when something happened', async () => {
     const asked = [];
     let answer;
-    const cache = new AnswerCache((address) => new Promise((resolve, reject) => {
-        asked.push(address);
-        answer = {resolve, reject};
-    }), 2);
+    const cache = new AnswerCache(
+        (address) => new Promise((resolve, reject) => {
+            asked.push(address);
+            answer = {resolve, reject};
+        }),
+        2);
     const first = cache.get('a', {since: 0, until: 100});
     const second = cache.get('a', {since: 0, until: 100});
     assert.equal(cache.look('a'), undefined);

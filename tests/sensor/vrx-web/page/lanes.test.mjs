@@ -1,13 +1,44 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
-import {binAt, drawBins, drawGrounds, eventsWithin, layoutOf, levelOf, levels, nextBin, placeAt, rampOf} from '../../../../sensor/vrx-web/page/lanes.js';
-import {bandAt, clusterMarks, drawBandGrounds, drawBandHeads, drawHoles, drawMarks, holeAt, markAt, packBands} from '../../../../sensor/vrx-web/page/overlays.js';
+
+import {
+    binAt,
+    drawBins,
+    drawGrounds,
+    eventsWithin,
+    layoutOf,
+    levelOf,
+    levels,
+    nextBin,
+    placeAt,
+    rampOf
+} from '../../../../sensor/vrx-web/page/lanes.js';
+import {
+    bandAt,
+    clusterMarks,
+    drawBandGrounds,
+    drawBandHeads,
+    drawHoles,
+    drawMarks,
+    holeAt,
+    markAt,
+    packBands
+} from '../../../../sensor/vrx-web/page/overlays.js';
 import {TimeScale} from '../../../../sensor/vrx-web/page/scale.js';
+
 import {recordingCanvas} from './recordingCanvas.mjs';
 
 const ramp = Array.from({length: levels}, (_, level) => `level${level + 1}`);
-const colours = {text: 'text', ground: 'ground', hole: 'hole', mark: 'mark', ramp, states: {open: 'open', quiet: 'quiet', closed: 'closed'}};
-const row = (counts, {since = 0, bin = 10, name = 'a', depth = 0} = {}) => ({key: name, name, depth, counts, since, bin});
+const colours = {
+    text: 'text',
+    ground: 'ground',
+    hole: 'hole',
+    mark: 'mark',
+    ramp,
+    states: {open: 'open', quiet: 'quiet', closed: 'closed'}
+};
+const row = (counts, {since = 0, bin = 10, name = 'a', depth = 0} = {}) =>
+    ({key: name, name, depth, counts, since, bin});
 const drawn = (counts, scale) => {
     const canvas = recordingCanvas();
     drawBins(canvas, scale, layoutOf([row(counts)], 0, false).places[0], 1000, ramp);
@@ -18,7 +49,8 @@ test('bins are rectangles with gaps between them, and those of one colour are on
     const scale = new TimeScale(0, 100, 100);
     assert.deepEqual(drawn([0, 5, 5, 0, 5, 900], scale), [[10, 20], [40, 10], [50, 10]]);
     assert.deepEqual(drawn([], scale), []);
-    assert.deepEqual(drawn([5, 0, 0, 0, 0, 0, 0, 0, 0, 5, 5], scale), [[0, 10], [90, 10]], 'what is beyond the screen is not drawn');
+    assert.deepEqual(
+        drawn([5, 0, 0, 0, 0, 0, 0, 0, 0, 5, 5], scale), [[0, 10], [90, 10]], 'what is beyond the screen is not drawn');
     assert.deepEqual(drawn([5, 5, 5, 5], new TimeScale(15, 35, 100)), [[0, 100]]);
 });
 
@@ -30,7 +62,8 @@ test('where several bins share a pixel none is lost, and the most counts', () =>
     counts[155] = 1000;
     counts[160] = 2;
     drawBins(canvas, scale, layoutOf([row(counts)], 0, false).places[0], 1000, ramp);
-    assert.deepEqual(canvas.calls.map((call) => [call.values[0], call.values[2], call.fill]), [[2, 1, `level${levels}`]]);
+    assert.deepEqual(
+        canvas.calls.map((call) => [call.values[0], call.values[2], call.fill]), [[2, 1, `level${levels}`]]);
 });
 
 test('levels rise with the logarithm, and one event is to be seen beside a million', () => {
@@ -41,8 +74,11 @@ test('levels rise with the logarithm, and one event is to be seen beside a milli
         for (let count = 2; count <= most; count *= 3) assert.ok(levelOf(count, most) >= levelOf(count / 2, most));
     }
     for (const dark of [false, true]) {
-        const light = rampOf(dark).map((colour) => colour.match(/\d+/g).map(Number)).map(([r, g, b]) => 0.2126 * r + 0.7152 * g + 0.0722 * b);
-        light.slice(1).forEach((each, i) => assert.ok(dark ? each > light[i] : each < light[i], 'lightness alone tells them apart'));
+        const light = rampOf(dark)
+                          .map((colour) => colour.match(/\d+/g).map(Number))
+                          .map(([r, g, b]) => 0.2126 * r + 0.7152 * g + 0.0722 * b);
+        light.slice(1).forEach(
+            (each, i) => assert.ok(dark ? each > light[i] : each < light[i], 'lightness alone tells them apart'));
     }
 });
 
@@ -66,18 +102,21 @@ test('a lane is found where it is drawn, wide and narrow', () => {
 
 test('arrows go from bin to bin with events, and sums are of what is shown', () => {
     const lane = row([0, 4, 0, 0, 5, 0], {since: 100});
-    assert.deepEqual([nextBin(lane, 1, 1), nextBin(lane, 4, 1), nextBin(lane, 4, -1), nextBin(lane, 0, -1)], [4, null, 1, null]);
+    assert.deepEqual(
+        [nextBin(lane, 1, 1), nextBin(lane, 4, 1), nextBin(lane, 4, -1), nextBin(lane, 0, -1)], [4, null, 1, null]);
     assert.equal(binAt(lane, 119), 1);
     assert.equal(eventsWithin(lane, new TimeScale(0, 1000, 10)), 9);
     assert.equal(eventsWithin(lane, new TimeScale(112, 118, 10)), 4);
     assert.equal(eventsWithin(lane, new TimeScale(120, 139, 10)), 0);
 });
 
-const band = (id, first, last, state = 'closed', ongoing = false) => ({id, title: `t${id}`, state, first, last, ongoing, concerns: (each) => each.name === 'a'});
+const band = (id, first, last, state = 'closed', ongoing = false) =>
+    ({id, title: `t${id}`, state, first, last, ongoing, concerns: (each) => each.name === 'a'});
 
 test('incidents that overlap are above each other, and each is where the mouse finds it', () => {
     const scale = new TimeScale(0, 100, 1000);
-    const placed = packBands([band(1, 0, 20), band(2, 10, 30), band(3, 25, 40), band(4, 200, 300), band(5, 26, 28), band(6, 27, 27)], scale);
+    const placed = packBands(
+        [band(1, 0, 20), band(2, 10, 30), band(3, 25, 40), band(4, 200, 300), band(5, 26, 28), band(6, 27, 27)], scale);
     assert.deepEqual(placed.map((each) => [each.band.id, each.row]), [[1, 0], [2, 1], [3, 0], [5, 2], [6, 3]]);
     const layout = layoutOf([row([1]), row([1], {name: 'b'})], 4, false);
     assert.equal(bandAt(placed, layout, 150, layout.incidents + 25).id, 2);
@@ -87,10 +126,17 @@ test('incidents that overlap are above each other, and each is where the mouse f
     const three = packBands([band(1, 10, 20), band(2, 30, 40, 'quiet'), band(3, 50, 90, 'open', true)], scale);
     drawBandGrounds(canvas, three, scale, layout, colours);
     drawBandHeads(canvas, three, layout, colours);
-    const over = canvas.calls.filter((call) => call.name === 'fillRect' && call.values[1] === layout.places[0].binTop && call.values[2] > 1);
-    assert.deepEqual(over.map((call) => [call.values[0], call.values[2], call.fill]), [[100, 100, 'closed'], [300, 100, 'quiet'], [500, 400, 'open']]);
-    assert.ok(!canvas.calls.some((call) => call.values[1] === layout.places[1].binTop), 'a lane that is not concerned has none');
-    assert.deepEqual(canvas.calls.filter((call) => call.name === 'strokeRect').map((call) => call.dash.length > 0), [false, true, false]);
+    const over = canvas.calls.filter(
+        (call) => call.name === 'fillRect' && call.values[1] === layout.places[0].binTop && call.values[2] > 1);
+    assert.deepEqual(
+        over.map((call) => [call.values[0], call.values[2], call.fill]),
+        [[100, 100, 'closed'], [300, 100, 'quiet'], [500, 400, 'open']]);
+    assert.ok(
+        !canvas.calls.some((call) => call.values[1] === layout.places[1].binTop),
+        'a lane that is not concerned has none');
+    assert.deepEqual(
+        canvas.calls.filter((call) => call.name === 'strokeRect').map((call) => call.dash.length > 0),
+        [false, true, false]);
     assert.deepEqual(canvas.of('fillText').map(([text]) => text), ['1 t1', '2 t2', '3 t3']);
 });
 
