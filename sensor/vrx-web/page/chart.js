@@ -172,17 +172,18 @@ export class Chart {
     nameOf(row) {
         const {text, more, opens} = this.owner.label(row);
         const words = [el('span', {class: 'lane-name'}, text), more && el('span', {class: 'lane-more'}, more)];
-        const title = [text, more, row.name].filter(Boolean).join(' · ');
-        const name = opens && row.depth === 0 ? el('button', {
-            type: 'button',
-            class: 'lane-label',
-            'data-lane': row.name,
-            title,
-            'aria-expanded': String(Boolean(row.open)),
-            onclick: () => this.owner.toggle(row.name)
-        },
-                                                   words) :
-                                                el('span', {class: 'lane-label', 'data-lane': row.name, title}, words);
+        const title = [text, more, row.name].filter((part, at, all) => part && all.indexOf(part) === at).join(' · ');
+        const name = opens && row.depth === 0 ?
+            el('button', {
+                type: 'button',
+                class: 'lane-label',
+                'data-lane': row.name ?? '',
+                title,
+                'aria-expanded': String(Boolean(row.open)),
+                onclick: () => this.owner.toggle(row.name)
+            },
+               words) :
+            el('span', {class: 'lane-label', 'data-lane': row.name ?? '', title}, words);
         return el(
             'div', {class: row.depth ? 'lane child' : 'lane', 'data-row': row.key}, name,
             el('span', {class: 'lane-events', title: 'events in the time that is shown'}));

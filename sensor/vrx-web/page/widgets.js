@@ -96,18 +96,29 @@ export function sparkline(values, {width = 140, height = 26, label = ''} = {}) {
         svg('path', {class: 'line', d: line}));
 }
 
+/** Also where the page came by plain HTTP from another host: browsers have no clipboard to offer there. */
+async function copyText(text) {
+    if (navigator.clipboard) {
+        return navigator.clipboard.writeText(text).then(() => true, () => false);
+    }
+    const field = el('textarea', {class: 'unseen', readonly: ''});
+    const focused = document.activeElement;
+    field.value = text;
+    document.body.append(field);
+    field.select();
+    const isCopied = document.execCommand('copy');
+    field.remove();
+    focused?.focus();
+    return isCopied;
+}
+
 /** A button that puts a text into the clipboard, where the browser lets it. */
 export function copyButton(label, textOf) {
     const button =
         el('button', {
             type: 'button',
             onclick: async () => {
-                try {
-                    await navigator.clipboard.writeText(textOf());
-                    button.textContent = 'Copied';
-                } catch {
-                    button.textContent = 'Cannot copy here';
-                }
+                button.textContent = await copyText(textOf()) ? 'Copied' : 'Cannot copy here';
                 setTimeout(() => (button.textContent = label), 2000);
             }
         },
