@@ -114,15 +114,10 @@ async function copyText(text) {
 
 /** A button that puts a text into the clipboard, where the browser lets it. */
 export function copyButton(label, textOf) {
-    const button =
-        el('button', {
-            type: 'button',
-            onclick: async () => {
-                button.textContent = await copyText(textOf()) ? 'Copied' : 'Cannot copy here';
-                setTimeout(() => (button.textContent = label), 2000);
-            }
-        },
-           label);
+    const button = el('button', {type: 'button', onclick: async () => {
+        button.textContent = await copyText(textOf()) ? 'Copied' : 'Cannot copy here';
+        setTimeout(() => (button.textContent = label), 2000);
+    }}, label);
     return button;
 }
 
