@@ -62,7 +62,8 @@ std::optional<std::uint64_t> ZTSStatistics::get(std::string_view aName) const {
 ZTCAgentStatistics::ZTCAgentStatistics(const std::string& acrDirectory, const char* apFile,
                                        ZTEStatisticsOf aOf)
     : mPath(acrDirectory + apFile),
-      mFile(openSensorFile(mPath, O_RDONLY, S_IFREG)),
+      mFile(openSensorFile(mPath, O_RDONLY, S_IFREG,
+                           aOf == ZTEStatisticsOf::Anybody ? ZTEFileOf::Anybody : ZTEFileOf::Ours)),
       mLock(sOpenLock(acrDirectory)) {
     read();  // refuses what is none
     mProcess = static_cast<pid_t>(headerAt<std::uint64_t>(offsetof(ZTSStatisticsBlock, mProcess)));

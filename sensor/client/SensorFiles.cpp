@@ -53,17 +53,18 @@ void throwSensorErrno(const std::string& acrPath, int aErrno) {
 
 namespace {
 
-void sCheck(const struct stat& acrStatus, const std::string& acrPath, unsigned int aType) {
+void sCheck(const struct stat& acrStatus, const std::string& acrPath, unsigned int aType, ZTEFileOf aOf) {
     if (S_ISLNK(acrStatus.st_mode)) {
         throwSensorErrno(acrPath, ELOOP);
     }
     if ((acrStatus.st_mode & S_IFMT) != aType) {
         sRefuse(acrPath, sNameOf(aType));
     }
-    if (acrStatus.st_uid != geteuid() && acrStatus.st_uid != 0) {
+    const bool lIsOurs = aOf == ZTEFileOf::Ours;
+    if (lIsOurs && acrStatus.st_uid != geteuid() && acrStatus.st_uid != 0) {
         sRefuse(acrPath, "it belongs to another user");
     }
-    if (aType != S_IFDIR && acrStatus.st_nlink > 1) {
+    if (lIsOurs && aType != S_IFDIR && acrStatus.st_nlink > 1) {
         sRefuse(acrPath, "it has more than one name");
     }
     if (aType == S_IFIFO && (acrStatus.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
@@ -74,7 +75,8 @@ void sCheck(const struct stat& acrStatus, const std::string& acrPath, unsigned i
 }  // namespace
 
 // A file is looked at before it is opened: to open a device has effects.
-ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType) {
+ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType,
+                                   ZTEFileOf aOf) {
     constexpr int lAlways = O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
     // A directory may be named by a link, as the agent's own may be.
     const int lNoLink = aType == S_IFDIR ? 0 : O_NOFOLLOW;
@@ -83,7 +85,7 @@ ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsig
             open(acrPath.c_str(), O_PATH | O_CLOEXEC | lNoLink | (aFlags & O_DIRECTORY)));
         struct stat lStatus {};
         if (lFound.isOpen() && fstat(lFound.get(), &lStatus) == 0) {
-            sCheck(lStatus, acrPath, aType);
+            sCheck(lStatus, acrPath, aType, aOf);
             const std::string lItself = "/proc/self/fd/" + std::to_string(lFound.get());
             ZTCSensorDescriptor lFile(open(lItself.c_str(), (aFlags & ~O_CREAT) | lAlways));
             if (!lFile.isOpen()) {

@@ -63,6 +63,7 @@ constexpr const char* sNames[] = {
     "commands_total",
     "commands_failed_total",
     "commands_dropped_total",
+    "store_limit_bytes",
 };
 static_assert(ZTSN_LastIncidents - ZTSN_FirstIncidents + 1 == static_cast<int>(ZTEIncidentClass::Count));
 static_assert(std::size(sNames) == ZTSN_Count && ZTSN_Count <= ZTSStatisticsBlock::MaxRows);

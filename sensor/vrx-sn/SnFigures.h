@@ -46,6 +46,7 @@ enum ZTESnFigure : unsigned char {
     ZTSN_Commands,         // commands_total: runs of --on-incident's
     ZTSN_CommandsFailed,   // commands_failed_total
     ZTSN_CommandsDropped,  // commands_dropped_total: runs that were not made
+    ZTSN_StoreLimit,       // store_limit_bytes: how large the history grows
     ZTSN_Count
 };
 

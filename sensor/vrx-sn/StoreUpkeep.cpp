@@ -30,13 +30,16 @@ ZTCStoreUpkeep::ZTCStoreUpkeep(const ZTSStoreOptions& acrOptions, ZTCSnFigures& 
       mrTrouble(arTrouble),
       mAsked(std::move(aAsked)),
       mDays(acrOptions.mKeepDays),
-      mBytes(acrOptions.mKeepBytes) {}
+      mBytes(acrOptions.mKeepBytes) {
+    mrFigures.set(ZTSN_StoreLimit, mBytes);
+}
 
 void ZTCStoreUpkeep::setKeep(unsigned int aDays, std::uint64_t aBytes) {
     const std::lock_guard lLock(mLock);
     mDays = aDays;
     mBytes = aBytes;
     mIsKeepNew = true;
+    mrFigures.set(ZTSN_StoreLimit, aBytes);
 }
 
 void ZTCStoreUpkeep::begin(ZTCStoreWriter& arWriter) {

@@ -1,14 +1,12 @@
 #include "WebConnections.h"
 
-#include <algorithm>
-
 bool ZTCWebConnections::hasRoomFor(const std::string& acrPeer) const {
     const auto lOfPeer = mOfPeer.find(acrPeer);
     return mAll.size() < Most && (lOfPeer == mOfPeer.end() || lOfPeer->second < MostOfPeer);
 }
 
 ZTSWebConnection* ZTCWebConnections::add(int aSocket, const std::string& acrPeer,
-                                         const ZTSWebPeriods& acrPeriods) {
+                                         std::chrono::milliseconds aTime) {
     if (const ZTSWebConnection* const lpBefore = find(aSocket)) {
         remove(*lpBefore);
     }
@@ -18,8 +16,7 @@ ZTSWebConnection* ZTCWebConnections::add(int aSocket, const std::string& acrPeer
     auto lpConnection = std::make_unique<ZTSWebConnection>();
     lpConnection->mSocket = aSocket;
     lpConnection->mPeer = acrPeer;
-    lpConnection->mpPeriods = &acrPeriods;
-    lpConnection->enter(ZTEWebPhase::Asking, acrPeriods.mHead);
+    lpConnection->enter(ZTEWebPhase::Asking, aTime);
     std::size_t& lrOfPeer = mOfPeer[acrPeer];
     ZTSWebConnection* const lpAdded = mAll.emplace(aSocket, std::move(lpConnection)).first->second.get();
     ++lrOfPeer;
@@ -39,7 +36,10 @@ void ZTCWebConnections::remove(const ZTSWebConnection& acrConnection) {
     mAll.erase(acrConnection.mSocket);
 }
 
-std::size_t ZTCWebConnections::count(ZTEWebPhase aPhase) const {
-    return static_cast<std::size_t>(std::count_if(
-        mAll.begin(), mAll.end(), [&](const auto& acrOne) { return acrOne.second->mPhase == aPhase; }));
+std::size_t ZTCWebConnections::countFollowers() const {
+    std::size_t lFollowers = 0;
+    forEach([&](const ZTSWebConnection& acrConnection) {
+        lFollowers += acrConnection.mRequest.mFollower ? 1 : 0;
+    });
+    return lFollowers;
 }

@@ -3,13 +3,13 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <unordered_map>
 
 #include "WebAnswer.h"
-#include "WebOptions.h"
 #include "WebStream.h"
 
 struct MHD_Connection;
@@ -23,13 +23,22 @@ enum class ZTEWebPhase : unsigned char {
     Shut,       ///< it is about to go
 };
 
+/// What somebody who follows the stream has had, and what comes next.
+struct ZTSWebFollower {
+    std::string mEventId;                              ///< the last one that he had
+    std::optional<ZTCWebStream::Place> mPlace{};       ///< nothing: he has missed what is to be made up
+    std::shared_ptr<ZTCWebStream::Caught> mpCaught{};  ///< where that is put
+    ZTWebPiece mpPiece{};                              ///< that he is taking
+    std::size_t mTaken = 0;                            ///< bytes of it
+    bool mIsOver = false;                              ///< it cannot be made up: he comes again
+};
+
 /// All that is known of one.
 struct ZTSWebConnection {
     using Clock = std::chrono::steady_clock;
 
     int mSocket = -1;
     std::string mPeer;  ///< whose it is: those with the same have a share in common
-    const ZTSWebPeriods* mpPeriods = nullptr;
     MHD_Connection* mpConnection = nullptr;
     ZTEWebPhase mPhase = ZTEWebPhase::Asking;
     Clock::time_point mDue;
@@ -41,16 +50,14 @@ struct ZTSWebConnection {
         bool mHasHead = false;      ///< all of its head is there
         bool mIsGuess = false;      ///< it has a wrong token
         std::uint64_t mTicket = 0;  ///< of the work that it waits for; 0: none
+        std::function<ZTSWebAnswer(const std::string& acrWhy)> mLate;  ///< makes its answer if no other comes
         std::optional<ZTSWebAnswer> mAnswer;
-        ZTSWebAnswer mLate;  ///< if there is no other in time
-
-        const ZTCWebStream* mpStream = nullptr;  ///< that it follows; null: it does not
-        ZTCWebStream::Place mPlace = 0;
-        std::shared_ptr<ZTCWebStream::CaughtUp> mpCaughtUp;  ///< what it has missed; null: nothing
-        ZTWebPiece mpPiece;                                  ///< that it is taking
-        std::size_t mTaken = 0;                              ///< bytes of it
+        bool mIsMade = false;     ///< its answer is for it alone
+        Clock::time_point mMade;  ///< and was there then
+        std::optional<ZTSWebFollower> mFollower;
     } mRequest;
 
+    bool isSuspended() const { return mPhase == ZTEWebPhase::Waiting || mPhase == ZTEWebPhase::Following; }
     void enter(ZTEWebPhase aPhase, std::chrono::milliseconds aTime) {
         mPhase = aPhase;
         mDue = Clock::now() + aTime;
@@ -63,24 +70,25 @@ class ZTCWebConnections {
     static constexpr std::size_t Most = 1000;
     static constexpr std::size_t MostOfPeer = Most / 4;
 
-    bool hasRoomFor(const std::string& acrPeer) const;
     /// Null when there is no room. One that had the socket before is no more. Throws std::bad_alloc; then all
     /// is as it was.
-    ZTSWebConnection* add(int aSocket, const std::string& acrPeer, const ZTSWebPeriods& acrPeriods);
+    ZTSWebConnection* add(int aSocket, const std::string& acrPeer, std::chrono::milliseconds aTime);
     ZTSWebConnection* find(int aSocket);
     void remove(const ZTSWebConnection& acrConnection);
 
     std::size_t count() const { return mAll.size(); }
-    std::size_t count(ZTEWebPhase aPhase) const;
-    /// Calls it with each.
+    std::size_t countFollowers() const;
+    /// Calls it with each; it must not add or remove any.
     template <class Call>
-    void forEach(const Call& acrCall) {
+    void forEach(const Call& acrCall) const {
         for (const auto& [lSocket, lrpConnection] : mAll) {
             acrCall(*lrpConnection);
         }
     }
 
   private:
+    bool hasRoomFor(const std::string& acrPeer) const;
+
     std::unordered_map<int, std::unique_ptr<ZTSWebConnection>> mAll;
     std::unordered_map<std::string, std::size_t> mOfPeer;
 };

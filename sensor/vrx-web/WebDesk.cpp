@@ -2,7 +2,6 @@
 
 #include <chrono>
 
-#include "WebMetrics.h"
 #include "WebRoutes.h"
 
 namespace {
@@ -23,8 +22,19 @@ ZTSWebReaction sAnswer(ZTSWebAnswer aAnswer) {
     return {What::Answer, std::move(aAnswer)};
 }
 
-ZTSWebReaction sWork(ZTCWebWorkers::Work aWork) {
-    return {What::Work, {}, std::move(aWork)};
+// What the history does not tell in time is told as it was last known.
+ZTSWebReaction sMeasure(ZTCWebMetrics& arMetrics) {
+    return {What::Work,
+            {},
+            [&arMetrics](ZTCWebHistory& arHistory) {
+                try {
+                    arMetrics.read(arHistory.getReader());
+                } catch (const ZTCStoreError&) {
+                    arHistory.close();
+                }
+                return arMetrics.answer();
+            },
+            [&arMetrics](const std::string& /*acrWhy*/) { return arMetrics.answer(); }};
 }
 
 ZTNanoseconds sNow() {
@@ -42,7 +52,7 @@ ZTSWebReaction sFollow(const ZTSWebRequest& acrRequest) {
         }
         lId = lId.empty() ? lrParameter.mValue : lId;
     }
-    return {What::Stream, {}, {}, std::move(lId)};
+    return {What::Stream, {}, {}, {}, std::move(lId)};
 }
 
 }  // namespace
@@ -116,16 +126,18 @@ ZTSWebReaction ZTCWebDesk::route(const ZTSWebAsked& acrAsked, std::string_view a
         lRequest.mParameters = readWebParameters(acrAsked.mTarget.substr(aPath.size() + 1));
     }
     if (aPath == sMetrics) {
-        return sWork(
-            [&lrHealth = mrHealth](ZTCWebHistory& arHistory) { return answerMetrics(arHistory, lrHealth); });
+        return sMeasure(mrMetrics);
     }
     if (aPath == sStream) {
         return sFollow(lRequest);
     }
     if (const ZTSWebRoute* const lpRoute = findWebRoute(aPath)) {
         checkWebParameters(*lpRoute, lRequest);
-        return sWork(
-            [lpRoute, lRequest](ZTCWebHistory& arHistory) { return lpRoute->mpAnswer(arHistory, lRequest); });
+        return {
+            What::Work,
+            {},
+            [lpRoute, lRequest](ZTCWebHistory& arHistory) { return lpRoute->mpAnswer(arHistory, lRequest); },
+            [](const std::string& acrWhy) { return answerLater(503, acrWhy); }};
     }
     return sAnswer(answerError(404, "there is no such path"));
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "WebGuard.h"
+#include "WebMetrics.h"
 #include "WebPage.h"
 #include "WebState.h"
 #include "WebWorkers.h"
@@ -27,17 +28,21 @@ struct ZTSWebAsked {
 
 struct ZTSWebReaction {
     enum class What : unsigned char { Answer, Guess, Work, Stream };
+    /// Makes an answer, given why there is no other.
+    using Making = std::function<ZTSWebAnswer(const std::string& acrWhy)>;
 
     What mWhat = What::Answer;
     ZTSWebAnswer mAnswer{};       ///< Answer: at once; Guess: a while later
     ZTCWebWorkers::Work mWork{};  ///< Work
+    Making mInstead{};            ///< Work: the answer if that is not done
     std::string mLastEventId{};   ///< Stream: behind which it begins; may be empty
 };
 
 /// One thread, which never waits.
 class ZTCWebDesk {
   public:
-    ZTCWebDesk(const ZTCWebPage& acrPage, ZTCWebHealth& arHealth) : mrPage(acrPage), mrHealth(arHealth) {}
+    ZTCWebDesk(const ZTCWebPage& acrPage, ZTCWebHealth& arHealth, ZTCWebMetrics& arMetrics)
+        : mrPage(acrPage), mrHealth(arHealth), mrMetrics(arMetrics) {}
 
     /// Who is let in from now on.
     void setTokens(ZTCWebTokens aTokens) { mTokens = std::move(aTokens); }
@@ -53,6 +58,7 @@ class ZTCWebDesk {
 
     const ZTCWebPage& mrPage;
     ZTCWebHealth& mrHealth;
+    ZTCWebMetrics& mrMetrics;
     ZTCWebTokens mTokens;
     std::vector<std::string> mNames;
 };

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+
+#include "WebServer.h"
 
 namespace {
 
@@ -16,73 +19,71 @@ constexpr std::pair<const char*, const char*> sEveryHeader[] = {
     {"Referrer-Policy", "no-referrer"},
     {"Cross-Origin-Resource-Policy", "same-origin"}};
 
-const ZTWebPiece& sFirstPiece() {
-    static const auto lpPiece = std::make_shared<const std::string>("retry: 2000\n\n");
-    return lpPiece;
-}
-
 ssize_t sCopy(char* apTo, std::size_t aRoom, const std::string& acrFrom, std::size_t aAt) {
     const std::size_t lSize = std::min(aRoom, acrFrom.size() - aAt);
     memcpy(apTo, acrFrom.data() + aAt, lSize);
     return static_cast<ssize_t>(lSize);
 }
 
-ssize_t sReadBody(void* apConnection, std::uint64_t aAt, char* apTo, std::size_t aRoom) {
-    auto& lrConnection = *static_cast<ZTSWebConnection*>(apConnection);
-    lrConnection.enter(ZTEWebPhase::Taking, lrConnection.mpPeriods->mTaking);
+// Lives as long as its response, which its connection outlives.
+struct Reading {
+    ZTCWebServer& mrServer;
+    ZTSWebConnection& mrConnection;
+
+    static Reading& of(void* apReading) { return *static_cast<Reading*>(apReading); }
+    static void free(void* apReading) { delete &of(apReading); }
+};
+
+ssize_t sReadBody(void* apReading, std::uint64_t aAt, char* apTo, std::size_t aRoom) {
+    const auto& [lrServer, lrConnection] = Reading::of(apReading);
+    lrServer.noteTaken(lrConnection);
     return sCopy(apTo, aRoom, *lrConnection.mRequest.mAnswer->mpBody, aAt);
 }
 
-// The next piece that somebody takes, if there is one. False: he is to begin anew.
-bool sNextPiece(ZTSWebConnection::Request& arRequest) {
-    arRequest.mTaken = 0;
-    arRequest.mpPiece = nullptr;
-    if (arRequest.mpCaughtUp) {
-        arRequest.mpPiece = {arRequest.mpCaughtUp, &arRequest.mpCaughtUp->mText};
-        arRequest.mpCaughtUp = nullptr;
-        return true;
-    }
-    ZTCWebStream::Taken lTaken = arRequest.mpStream->take(arRequest.mPlace);
-    arRequest.mpPiece = std::move(lTaken.mpPiece);
-    return !lTaken.mIsBehind;
-}
-
-ssize_t sReadStream(void* apConnection, std::uint64_t /*aAt*/, char* apTo, std::size_t aRoom) {
-    auto& lrConnection = *static_cast<ZTSWebConnection*>(apConnection);
-    ZTSWebConnection::Request& lrRequest = lrConnection.mRequest;
-    ssize_t lSize = 0;
-    while (static_cast<std::size_t>(lSize) < aRoom) {
-        if (lrRequest.mpPiece && lrRequest.mTaken < lrRequest.mpPiece->size()) {
-            const auto lFilled = static_cast<std::size_t>(lSize);
-            const ssize_t lPart = sCopy(apTo + lSize, aRoom - lFilled, *lrRequest.mpPiece, lrRequest.mTaken);
-            lrRequest.mTaken += static_cast<std::size_t>(lPart);
+std::size_t sFill(ZTCWebServer& arServer, ZTSWebFollower& arFollower, char* apTo, std::size_t aRoom) {
+    std::size_t lSize = 0;
+    while (lSize < aRoom && !arFollower.mIsOver) {
+        if (arFollower.mpPiece && arFollower.mTaken < arFollower.mpPiece->size()) {
+            const auto lPart = static_cast<std::size_t>(
+                sCopy(apTo + lSize, aRoom - lSize, *arFollower.mpPiece, arFollower.mTaken));
+            arFollower.mTaken += lPart;
             lSize += lPart;
-        } else if (!sNextPiece(lrRequest)) {
-            return lSize > 0 ? lSize : MHD_CONTENT_READER_END_OF_STREAM;
-        } else if (!lrRequest.mpPiece) {
+        } else if (!arServer.hasNext(arFollower)) {
             break;
         }
-    }
-    if (lSize > 0) {
-        lrConnection.enter(ZTEWebPhase::Taking, lrConnection.mpPeriods->mTaking);
-    } else {
-        lrConnection.enter(ZTEWebPhase::Following, lrConnection.mpPeriods->mAlive);
-        MHD_suspend_connection(lrConnection.mpConnection);
     }
     return lSize;
 }
 
-MHD_Response* sMakeResponse(ZTSWebConnection& arConnection) {
-    ZTSWebConnection::Request& lrRequest = arConnection.mRequest;
-    if (lrRequest.mpStream != nullptr) {
-        lrRequest.mpPiece = sFirstPiece();
-        return MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, sBlock, &sReadStream, &arConnection,
-                                                 nullptr);
+ssize_t sReadStream(void* apReading, std::uint64_t /*aAt*/, char* apTo, std::size_t aRoom) {
+    const auto& [lrServer, lrConnection] = Reading::of(apReading);
+    try {
+        ZTSWebFollower& lrFollower = *lrConnection.mRequest.mFollower;
+        const std::size_t lSize = sFill(lrServer, lrFollower, apTo, aRoom);
+        if (lSize == 0 && lrFollower.mIsOver) {
+            return MHD_CONTENT_READER_END_OF_STREAM;
+        }
+        lSize > 0 ? lrServer.noteTaken(lrConnection) : lrServer.waitForNext(lrConnection);
+        return static_cast<ssize_t>(lSize);
+    } catch (const std::bad_alloc&) {
+        return MHD_CONTENT_READER_END_WITH_ERROR;
     }
-    const std::size_t lSize = lrRequest.mAnswer->mpBody->size();
-    return lSize == 0 ? MHD_create_response_from_buffer(0, nullptr, MHD_RESPMEM_PERSISTENT)
-                      : MHD_create_response_from_callback(lSize, std::min(lSize, sBlock), &sReadBody,
-                                                          &arConnection, nullptr);
+}
+
+MHD_Response* sMakeResponse(ZTCWebServer& arServer, ZTSWebConnection& arConnection) {
+    const std::size_t lSize = arConnection.mRequest.mAnswer->mpBody->size();
+    const bool lIsStream = arConnection.mRequest.mFollower.has_value();
+    if (!lIsStream && lSize == 0) {
+        return MHD_create_response_from_buffer(0, nullptr, MHD_RESPMEM_PERSISTENT);
+    }
+    auto lpReading = std::make_unique<Reading>(Reading{arServer, arConnection});
+    MHD_Response* const lpResponse =
+        lIsStream ? MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, sBlock, &sReadStream, lpReading.get(),
+                                                      &Reading::free)
+                  : MHD_create_response_from_callback(lSize, std::min(lSize, sBlock), &sReadBody,
+                                                      lpReading.get(), &Reading::free);
+    lpResponse != nullptr ? void(lpReading.release()) : void();
+    return lpResponse;
 }
 
 bool sAddHeaders(MHD_Response* apResponse, const ZTSWebAnswer& acrAnswer) {
@@ -101,28 +102,32 @@ bool sAddHeaders(MHD_Response* apResponse, const ZTSWebAnswer& acrAnswer) {
 
 }  // namespace
 
-MHD_Result sendReply(ZTSWebConnection& arConnection) {
-    MHD_Response* const lpResponse = sMakeResponse(arConnection);
+MHD_Result sendReply(ZTCWebServer& arServer, ZTSWebConnection& arConnection) {
+    MHD_Response* const lpResponse = sMakeResponse(arServer, arConnection);
     if (lpResponse == nullptr) {
         return MHD_NO;
     }
+    arServer.noteTaken(arConnection);
     const ZTSWebAnswer& lrAnswer = *arConnection.mRequest.mAnswer;
     const MHD_Result lResult =
         sAddHeaders(lpResponse, lrAnswer)
             ? MHD_queue_response(arConnection.mpConnection, lrAnswer.mStatus, lpResponse)
             : MHD_NO;
     MHD_destroy_response(lpResponse);
-    arConnection.enter(ZTEWebPhase::Taking, arConnection.mpPeriods->mTaking);
     return lResult;
 }
 
-ZTSWebAnswer answerStream() {
+void beginStream(ZTSWebConnection::Request& arRequest, const std::string& acrLastEventId) {
+    static const auto lpFirst = std::make_shared<const std::string>("retry: 2000\n\n");
     ZTSWebAnswer lAnswer;
     lAnswer.mpType = "text/event-stream";
-    return lAnswer;
+    arRequest.mFollower = ZTSWebFollower{acrLastEventId};
+    arRequest.mFollower->mpPiece = lpFirst;
+    arRequest.mAnswer = std::move(lAnswer);
 }
 
-const ZTWebPiece& keepAlivePiece() {
-    static const auto lpPiece = std::make_shared<const std::string>(": keep-alive\n\n");
-    return lpPiece;
+void keepAlive(ZTSWebFollower& arFollower) {
+    static const auto lpAlive = std::make_shared<const std::string>(": keep-alive\n\n");
+    arFollower.mpPiece = lpAlive;
+    arFollower.mTaken = 0;
 }

@@ -11,16 +11,9 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr char sCurves[] = "/usr/share/javascript/dygraphs";
-constexpr std::chrono::seconds sStateEvery = 1s;
-constexpr std::chrono::seconds sQuiet = 30s;  // without any, a trouble is over
-
-ZTNanoseconds sNow() {
-    const auto lNow = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(lNow).count();
-}
+constexpr char sSinks[] = "/run/vrx-ship";
+constexpr std::size_t sLarge = std::size_t{64} << 10;  // bytes of an answer that is counted
 
 std::string_view sText(const char* apText) {
     return apText != nullptr ? std::string_view(apText) : std::string_view();
@@ -53,35 +46,65 @@ ZTSWebAsked sReadAsked(MHD_Connection* apConnection, const char* apMethod) {
     return lAsked;
 }
 
+// What somebody has missed is there, or cannot be had.
+void sTakeCaught(ZTSWebFollower& arFollower, bool aIsThere) {
+    const std::shared_ptr<ZTCWebStream::Caught> lpCaught = std::move(arFollower.mpCaught);
+    const bool lGoesOn =
+        aIsThere && (!lpCaught->mpPieces->empty() || lpCaught->mEventId != arFollower.mEventId);
+    arFollower.mIsOver = !lGoesOn;
+    if (lGoesOn) {
+        arFollower.mpPiece = lpCaught->mpPieces;
+        arFollower.mTaken = 0;
+        arFollower.mEventId = lpCaught->mEventId;
+    }
+}
+
+// What is held for somebody alone.
+std::size_t sBytesOf(const ZTSWebConnection& acrConnection) {
+    const ZTSWebConnection::Request& lrRequest = acrConnection.mRequest;
+    const bool lCounts = acrConnection.mPhase == ZTEWebPhase::Taking && lrRequest.mIsMade;
+    const ZTWebPiece lpNone;
+    const ZTWebPiece& lrpPiece = lrRequest.mFollower ? lrRequest.mFollower->mpPiece : lpNone;
+    return !lCounts            ? 0
+           : lrpPiece          ? lrpPiece->size()
+           : lrRequest.mAnswer ? lrRequest.mAnswer->mpBody->size()
+                               : 0;
+}
+
+void sShut(ZTSWebConnection& arConnection) {
+    arConnection.mPhase = ZTEWebPhase::Shut;
+    shutdown(arConnection.mSocket, SHUT_RDWR);
+}
+
+void sResume(ZTSWebConnection& arConnection, std::chrono::milliseconds aTime) {
+    arConnection.enter(ZTEWebPhase::Taking, aTime);
+    MHD_resume_connection(arConnection.mpConnection);
+}
+
 }  // namespace
 
 ZTCWebServer::ZTCWebServer(const ZTSWebOptions& acrOptions, const ZTSWebPeriods& acrPeriods,
                            ZTSWebAccess aAccess, ZTCServiceLog& arLog, const std::function<void()>& acrWake)
     : mPeriods(acrPeriods),
-      mrLog(arLog),
-      mCrowd(arLog, "connections are refused"),
-      mSlow(arLog, "connections are shut that are too slow"),
-      mSilent(arLog, "nothing is collected"),
-      mUnread(arLog, "the history cannot be read"),
-      mKept(arLog, "the history does not answer"),
       mPage(sCurves),
       mHealth(acrOptions.mFigures),
-      mDesk(mPage, mHealth),
+      mTroubles(arLog, mHealth),
+      mMetrics(mHealth, sSinks),
+      mDesk(mPage, mHealth, mMetrics),
       mStream(acrOptions.mStore, mHealth, acrWake),
-      mWorkers(acrOptions.mStore, acrWake) {
+      mWorkers(acrOptions.mStore, acrWake),
+      mpPlain(std::make_unique<ZTCWebDaemon>(*this, ZTSWebKeys{})) {
     if (!mPage.getTrouble().empty()) {
-        mrLog.note(ZTSL_Warning, "the page has no curves: %s", mPage.getTrouble().c_str());
+        arLog.note(ZTSL_Warning, "the page has no curves: %s", mPage.getTrouble().c_str());
     }
-    mpPlain = std::make_unique<ZTCWebDaemon>(*this, ZTSWebKeys{});
     setAccess(std::move(aAccess), acrOptions.mAllowHosts);
 }
 
 ZTCWebServer::~ZTCWebServer() {
     mConnections.forEach([&](ZTSWebConnection& arConnection) {
-        shutdown(arConnection.mSocket, SHUT_RDWR);
-        const bool lIsSuspended =
-            arConnection.mPhase == Phase::Waiting || arConnection.mPhase == Phase::Following;
-        lIsSuspended ? resume(arConnection) : void();
+        const bool lIsSuspended = arConnection.isSuspended();
+        sShut(arConnection);
+        lIsSuspended ? MHD_resume_connection(arConnection.mpConnection) : void();
     });
 }
 
@@ -101,16 +124,11 @@ ZTCWebDaemon& ZTCWebServer::daemonFor(const ZTSListenAddress& acrPeer) {
 
 void ZTCWebServer::take(ZTCSensorDescriptor aSocket, const ZTSListenAddress& acrPeer) {
     const int lSocket = aSocket.get();
-    ZTSWebConnection* const lpConnection = mConnections.add(lSocket, acrPeer.toPeer(), mPeriods);
-    if (lpConnection == nullptr) {
-        mShutLast = Clock::now();
-        mCrowd.met(fmt::format("{} are there, at most {} in all and {} of one address", mConnections.count(),
-                               ZTCWebConnections::Most, ZTCWebConnections::MostOfPeer),
-                   mShutLast);
-        return;
+    if (mConnections.add(lSocket, acrPeer.toPeer(), mPeriods.mHead) == nullptr) {
+        return mTroubles.noteRefused(mConnections.count());
     }
     if (!daemonFor(acrPeer).add(std::move(aSocket), acrPeer)) {
-        ZTSWebConnection* const lpLeft = mConnections.find(lSocket);
+        const ZTSWebConnection* const lpLeft = mConnections.find(lSocket);
         lpLeft != nullptr ? mConnections.remove(*lpLeft) : void();
     }
 }
@@ -137,29 +155,32 @@ void ZTCWebServer::takeTarget(ZTSWebConnection& arConnection, const char* apTarg
     }
 }
 
+bool ZTCWebServer::mayGuess(const std::string& acrPeer) const {
+    const auto lGuesses = mGuesses.find(acrPeer);
+    return lGuesses == mGuesses.end() || lGuesses->second < MostGuesses;
+}
+
 MHD_Result ZTCWebServer::takeRequest(ZTSWebConnection& arConnection, const char* apMethod) noexcept {
     try {
         ZTSWebConnection::Request& lrRequest = arConnection.mRequest;
         if (lrRequest.mAnswer) {
-            return sendReply(arConnection);
+            return sendReply(*this, arConnection);
         }
         ZTSWebAsked lAsked = sReadAsked(arConnection.mpConnection, apMethod);
-        if (!lrRequest.mHasHead && !lAsked.mHasBody) {  // it is called again when it could have a body
+        if (!lrRequest.mHasHead && !lAsked.mHasBody) {  // it is called again where a body would be over
             lrRequest.mHasHead = true;
             return MHD_YES;
         }
         arConnection.mHasAsked = true;
-        const auto lGuesses = mGuesses.find(arConnection.mPeer);
         lAsked.mTarget = lrRequest.mTarget;
-        lAsked.mMayGuess = lGuesses == mGuesses.end() || lGuesses->second < MostGuesses;
+        lAsked.mMayGuess = mayGuess(arConnection.mPeer);
         react(arConnection, mDesk.decide(lAsked));
         if (lrRequest.mAnswer) {
-            return sendReply(arConnection);
+            return sendReply(*this, arConnection);
         }
         MHD_suspend_connection(arConnection.mpConnection);
         return MHD_YES;
     } catch (const std::bad_alloc&) {
-        forget(arConnection);
         return MHD_NO;  // it is shut
     }
 }
@@ -182,67 +203,121 @@ void ZTCWebServer::forget(ZTSWebConnection& arConnection) {
 
 void ZTCWebServer::react(ZTSWebConnection& arConnection, ZTSWebReaction aReaction) {
     using What = ZTSWebReaction::What;
+    ZTSWebConnection::Request& lrRequest = arConnection.mRequest;
     switch (aReaction.mWhat) {
         case What::Answer:
-            arConnection.mRequest.mAnswer = std::move(aReaction.mAnswer);
+            lrRequest.mAnswer = std::move(aReaction.mAnswer);
             return;
         case What::Guess:
             ++mGuesses[arConnection.mPeer];
-            arConnection.mRequest.mIsGuess = true;
-            return wait(arConnection, mPeriods.mToken, std::move(aReaction.mAnswer));
+            lrRequest.mIsGuess = true;
+            return wait(
+                arConnection, mPeriods.mToken,
+                [lAnswer = std::move(aReaction.mAnswer)](const std::string& /*acrWhy*/) { return lAnswer; });
         case What::Work:
-            return work(arConnection, std::move(aReaction.mWork));
+            wait(arConnection, mPeriods.mRequest, std::move(aReaction.mInstead));
+            if (const auto lWhyNot = work(arConnection, std::move(aReaction.mWork))) {
+                lrRequest.mAnswer = lrRequest.mLate(*lWhyNot);
+            }
+            return;
         case What::Stream:
-            return follow(arConnection, aReaction.mLastEventId);
+            return beginStream(lrRequest, aReaction.mLastEventId);
     }
 }
 
-void ZTCWebServer::wait(ZTSWebConnection& arConnection, std::chrono::milliseconds aTime, ZTSWebAnswer aLate) {
+void ZTCWebServer::wait(ZTSWebConnection& arConnection, std::chrono::milliseconds aTime,
+                        ZTSWebReaction::Making aLate) {
     arConnection.mRequest.mLate = std::move(aLate);
     arConnection.enter(Phase::Waiting, aTime);
 }
 
-void ZTCWebServer::work(ZTSWebConnection& arConnection, ZTCWebWorkers::Work aWork) {
-    ZTSWebConnection::Request& lrRequest = arConnection.mRequest;
-    wait(arConnection, mPeriods.mRequest, answerLater(503, "the history does not answer in time"));
+// Returns why it is not done.
+std::optional<std::string> ZTCWebServer::work(ZTSWebConnection& arConnection, ZTCWebWorkers::Work aWork) {
     mByTicket[++mLastTicket] = &arConnection;
-    lrRequest.mTicket = mLastTicket;
-    if (const auto lWhyNot = mWorkers.ask(mLastTicket, arConnection.mDue, std::move(aWork))) {
-        forget(arConnection);
-        lrRequest.mAnswer = answerLater(503, *lWhyNot);
-    }
+    arConnection.mRequest.mTicket = mLastTicket;
+    auto lWhyNot = mWorkers.ask(mLastTicket, arConnection.mDue, std::move(aWork));
+    lWhyNot ? forget(arConnection) : void();
+    return lWhyNot;
 }
 
-void ZTCWebServer::follow(ZTSWebConnection& arConnection, const std::string& acrLastEventId) {
-    ZTSWebConnection::Request& lrRequest = arConnection.mRequest;
-    if (const auto lPlace = mStream.begin(acrLastEventId)) {
-        lrRequest.mPlace = *lPlace;
-        lrRequest.mpStream = &mStream;
-        lrRequest.mAnswer = answerStream();
-        return;
-    }
-    lrRequest.mpCaughtUp = std::make_shared<ZTCWebStream::CaughtUp>();
-    work(arConnection,
-         [&lrStream = mStream, acrLastEventId, lpCaughtUp = lrRequest.mpCaughtUp](ZTCWebHistory& arHistory) {
-             *lpCaughtUp = lrStream.catchUp(arHistory, acrLastEventId);
-             return answerStream();
-         });
-}
-
+// To somebody who waits.
 void ZTCWebServer::answerNow(ZTSWebConnection& arConnection, ZTSWebAnswer aAnswer) {
     ZTSWebConnection::Request& lrRequest = arConnection.mRequest;
     forget(arConnection);
-    if (lrRequest.mpCaughtUp && aAnswer.mStatus == 200) {
-        lrRequest.mPlace = lrRequest.mpCaughtUp->mPlace;
-        lrRequest.mpStream = &mStream;
+    if (lrRequest.mFollower) {
+        sTakeCaught(*lrRequest.mFollower, aAnswer.mStatus == 200);
+    } else {
+        lrRequest.mAnswer = std::move(aAnswer);
     }
-    lrRequest.mAnswer = std::move(aAnswer);
-    resume(arConnection);
+    lrRequest.mIsMade = true;
+    lrRequest.mMade = Clock::now();
+    sResume(arConnection, mPeriods.mTaking);
+    makeRoom(sBytesOf(arConnection));
 }
 
-void ZTCWebServer::resume(ZTSWebConnection& arConnection) {
-    arConnection.enter(Phase::Taking, mPeriods.mTaking);
-    MHD_resume_connection(arConnection.mpConnection);
+// Many who take large answers slowly would fill the memory: who has been at it for the longest goes first.
+void ZTCWebServer::makeRoom(std::size_t aBytes) const {
+    while (aBytes >= sLarge) {
+        std::size_t lBytes = 0;
+        ZTSWebConnection* lpSlowest = nullptr;
+        mConnections.forEach([&](ZTSWebConnection& arConnection) {
+            const std::size_t lOfOne = sBytesOf(arConnection);
+            lBytes += lOfOne;
+            if (lOfOne >= sLarge &&
+                (lpSlowest == nullptr || arConnection.mRequest.mMade < lpSlowest->mRequest.mMade)) {
+                lpSlowest = &arConnection;
+            }
+        });
+        if (lBytes <= MostBytes || lpSlowest == nullptr) {
+            return;
+        }
+        sShut(*lpSlowest);
+    }
+}
+
+// ---- Answers that are taken ----
+
+void ZTCWebServer::noteTaken(ZTSWebConnection& arConnection) const {
+    arConnection.mPhase == Phase::Shut ? void() : arConnection.enter(Phase::Taking, mPeriods.mTaking);
+}
+
+bool ZTCWebServer::hasNext(ZTSWebFollower& arFollower) const {
+    arFollower.mTaken = 0;
+    arFollower.mpPiece = nullptr;
+    if (!arFollower.mPlace) {
+        arFollower.mPlace = mStream.begin(arFollower.mEventId);
+    }
+    if (arFollower.mPlace) {
+        ZTCWebStream::Taken lTaken = mStream.take(*arFollower.mPlace);
+        arFollower.mpPiece = std::move(lTaken.mpPiece);
+        arFollower.mIsOver = lTaken.mIsBehind;
+    }
+    return arFollower.mpPiece || arFollower.mIsOver;
+}
+
+void ZTCWebServer::waitForNext(ZTSWebConnection& arConnection) {
+    ZTSWebFollower& lrFollower = *arConnection.mRequest.mFollower;
+    if (arConnection.mPhase == Phase::Shut) {
+        lrFollower.mIsOver = true;
+        return;
+    }
+    if (lrFollower.mPlace) {
+        arConnection.enter(Phase::Following, mPeriods.mAlive);
+    } else {
+        lrFollower.mpCaught = std::make_shared<ZTCWebStream::Caught>();
+        wait(arConnection, mPeriods.mRequest,
+             [](const std::string& acrWhy) { return answerLater(503, acrWhy); });
+        const auto lWhyNot = work(arConnection, [&lrStream = mStream, lId = lrFollower.mEventId,
+                                                 lpCaught = lrFollower.mpCaught](ZTCWebHistory& arHistory) {
+            *lpCaught = lrStream.catchUp(arHistory.getReader(), lId);
+            return ZTSWebAnswer{};
+        });
+        if (lWhyNot) {
+            lrFollower.mIsOver = true;
+            return noteTaken(arConnection);
+        }
+    }
+    MHD_suspend_connection(arConnection.mpConnection);
 }
 
 // ---- What comes with time ----
@@ -253,65 +328,38 @@ void ZTCWebServer::takeNews() {
         lAt != mByTicket.end() ? answerNow(*lAt->second, std::move(lrDone.mAnswer)) : void();
     }
     mConnections.forEach([&](ZTSWebConnection& arConnection) {
-        arConnection.mPhase == Phase::Following ? resume(arConnection) : void();
+        arConnection.mPhase == Phase::Following ? sResume(arConnection, mPeriods.mTaking) : void();
     });
 }
 
 void ZTCWebServer::tick(Clock::time_point aNow) {
     mConnections.forEach(
         [&](ZTSWebConnection& arConnection) { arConnection.mDue <= aNow ? meetEnd(arConnection) : void(); });
-    if (aNow - mStateTold >= sStateEvery) {
-        mStateTold = aNow;
-        tellState(aNow);
-    }
+    mTroubles.tick(aNow, mWorkers.countKept(aNow));
 }
 
 void ZTCWebServer::meetEnd(ZTSWebConnection& arConnection) {
     switch (arConnection.mPhase) {
         case Phase::Waiting:
-            return answerNow(arConnection, std::move(arConnection.mRequest.mLate));
+            return answerNow(arConnection,
+                             arConnection.mRequest.mLate("the history does not answer in time"));
         case Phase::Following:
-            arConnection.mRequest.mpPiece = keepAlivePiece();
-            arConnection.mRequest.mTaken = 0;
-            return resume(arConnection);
+            keepAlive(*arConnection.mRequest.mFollower);
+            return sResume(arConnection, mPeriods.mTaking);
         case Phase::Asking:
+            arConnection.mHasAsked ? void() : mTroubles.noteSlow("no request came");
+            return sShut(arConnection);
         case Phase::Taking:
-            if (arConnection.mPhase == Phase::Taking || !arConnection.mHasAsked) {
-                mShutLast = Clock::now();
-                mSlow.met(
-                    arConnection.mPhase == Phase::Taking ? "an answer was not taken" : "no request came",
-                    mShutLast);
-            }
-            arConnection.mPhase = Phase::Shut;
-            shutdown(arConnection.mSocket, SHUT_RDWR);
-            return;
+            mTroubles.noteSlow("an answer was not taken");
+            return sShut(arConnection);
         case Phase::Shut:
             return;
     }
 }
 
-void ZTCWebServer::tellState(Clock::time_point aNow) {
-    const ZTSWebState lState = mHealth.getState(sNow());
-    lState.mCollector.empty() ? mSilent.over(aNow) : mSilent.lasts(lState.mCollector, aNow);
-    lState.mHistory.empty() ? mUnread.over(aNow) : mUnread.lasts(lState.mHistory, aNow);
-    const std::size_t lKept = mWorkers.countKept(aNow);
-    lKept == 0
-        ? mKept.over(aNow)
-        : mKept.lasts(fmt::format("{} of {} threads wait for its disk", lKept, ZTCWebWorkers::Threads), aNow);
-    if (aNow - mShutLast >= sQuiet) {
-        mCrowd.over(aNow);
-        mSlow.over(aNow);
-    }
-}
-
 std::string ZTCWebServer::getStatus() {
-    const ZTSWebState lState = mHealth.getState(sNow());
-    std::string lText =
-        fmt::format("{} connections, {} follow", mConnections.count(), mConnections.count(Phase::Following));
-    for (const std::string& lrTrouble : {lState.mCollector, lState.mHistory}) {
-        lText += lrTrouble.empty() ? "" : "; " + lrTrouble;
-    }
-    return lText;
+    return fmt::format("{} connections, {} follow{}", mConnections.count(), mConnections.countFollowers(),
+                       mTroubles.getStatus());
 }
 
 // ---- libmicrohttpd ----
@@ -321,7 +369,7 @@ void ZTCWebServer::run() {
     for (const auto& lrpDaemon : mSecure) {
         lrpDaemon->run();
     }
-    // Those whose keys are no more in use go with the last who has them.
+    // A certificate that is no more in use goes with the last who was given it.
     while (mSecure.size() > 1 && !mSecure.front()->hasConnections()) {
         mSecure.pop_front();
     }

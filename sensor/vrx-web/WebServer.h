@@ -12,6 +12,7 @@
 #include "WebDaemon.h"
 #include "WebDesk.h"
 #include "WebOptions.h"
+#include "WebTroubles.h"
 #include "WebWorkers.h"
 
 /// Used by the loop's thread, which it never keeps.
@@ -19,7 +20,8 @@ class ZTCWebServer {
   public:
     using Clock = std::chrono::steady_clock;
 
-    static constexpr std::size_t MostGuesses = 16;  ///< of a peer's, that wait
+    static constexpr std::size_t MostGuesses = 16;                   ///< of a peer's, that wait
+    static constexpr std::size_t MostBytes = std::size_t{24} << 20;  ///< of answers that are being taken
 
     /// aWake is called by other threads when takeNews() is to be called; it must not wait, and may be called
     /// as long as the process lives. Throws std::runtime_error with one line.
@@ -30,10 +32,10 @@ class ZTCWebServer {
     ZTCWebServer(const ZTCWebServer&) = delete;
     ZTCWebServer& operator=(const ZTCWebServer&) = delete;
 
-    /// For what comes from now on. Who is connected keeps his keys. Throws std::runtime_error; then all is as
-    /// it was.
+    /// For what comes from now on: who is connected keeps his certificate. Throws std::runtime_error; then
+    /// all is as it was.
     void setAccess(ZTSWebAccess aAccess, const std::vector<std::string>& acrNames);
-    /// Somebody who has connected to a listener; TLS is spoken with whom the keys are for.
+    /// Somebody who has connected to a listener. TLS is spoken with all but those of a Unix socket.
     void take(ZTCSensorDescriptor aSocket, const ZTSListenAddress& acrPeer);
     /// What other threads have to say.
     void takeNews();
@@ -46,7 +48,7 @@ class ZTCWebServer {
     std::vector<int> listDescriptors() const;
     std::optional<std::chrono::milliseconds> getTimeout() const;
 
-    /// "12 connections, 3 of them follow", and what is amiss.
+    /// "12 connections, 3 follow", and what is amiss.
     std::string getStatus();
     bool isEmpty() const { return mConnections.count() == 0; }
 
@@ -58,29 +60,32 @@ class ZTCWebServer {
     MHD_Result takeRequest(ZTSWebConnection& arConnection, const char* apMethod) noexcept;
     void takeEnd(ZTSWebConnection& arConnection) noexcept;
 
+    // ---- Called when answers are taken (WebReply.h) ----
+
+    void noteTaken(ZTSWebConnection& arConnection) const;
+    /// Whether there is a piece for him now, or he is to come again.
+    bool hasNext(ZTSWebFollower& arFollower) const;
+    /// There is none: he waits for what comes, or for what he has missed. Throws std::bad_alloc.
+    void waitForNext(ZTSWebConnection& arConnection);
+
   private:
     using Phase = ZTEWebPhase;
 
-    void react(ZTSWebConnection& arConnection, ZTSWebReaction aReaction);
-    void work(ZTSWebConnection& arConnection, ZTCWebWorkers::Work aWork);
-    void follow(ZTSWebConnection& arConnection, const std::string& acrLastEventId);
-    void wait(ZTSWebConnection& arConnection, std::chrono::milliseconds aTime, ZTSWebAnswer aLate);
-    void answerNow(ZTSWebConnection& arConnection, ZTSWebAnswer aAnswer);
-    void resume(ZTSWebConnection& arConnection);
-    void meetEnd(ZTSWebConnection& arConnection);
-    void tellState(Clock::time_point aNow);
-    void forget(ZTSWebConnection& arConnection);
     ZTCWebDaemon& daemonFor(const ZTSListenAddress& acrPeer);
+    bool mayGuess(const std::string& acrPeer) const;
+    void react(ZTSWebConnection& arConnection, ZTSWebReaction aReaction);
+    std::optional<std::string> work(ZTSWebConnection& arConnection, ZTCWebWorkers::Work aWork);
+    void wait(ZTSWebConnection& arConnection, std::chrono::milliseconds aTime, ZTSWebReaction::Making aLate);
+    void answerNow(ZTSWebConnection& arConnection, ZTSWebAnswer aAnswer);
+    void makeRoom(std::size_t aBytes) const;
+    void forget(ZTSWebConnection& arConnection);
+    void meetEnd(ZTSWebConnection& arConnection);
 
     const ZTSWebPeriods mPeriods;
-    ZTCServiceLog& mrLog;
-    ZTCServiceTrouble mCrowd;   ///< connections that find no room
-    ZTCServiceTrouble mSlow;    ///< those that are shut
-    ZTCServiceTrouble mSilent;  ///< the collector
-    ZTCServiceTrouble mUnread;  ///< the history
-    ZTCServiceTrouble mKept;    ///< workers
     ZTCWebPage mPage;
     ZTCWebHealth mHealth;
+    ZTCWebTroubles mTroubles;
+    ZTCWebMetrics mMetrics;
     ZTCWebDesk mDesk;
     ZTCWebStream mStream;
     ZTCWebWorkers mWorkers;
@@ -88,8 +93,6 @@ class ZTCWebServer {
     std::uint64_t mLastTicket = 0;
     std::unordered_map<std::uint64_t, ZTSWebConnection*> mByTicket;
     std::map<std::string, std::size_t> mGuesses;  ///< that wait, by peer
-    Clock::time_point mStateTold;
-    Clock::time_point mShutLast;
 
     // They call all of the above.
     std::unique_ptr<ZTCWebDaemon> mpPlain;

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "WebHistory.h"
+#include "StoreReader.h"
 #include "WebState.h"
 
 /// A piece of the stream, as it is sent: "id: ...\nevent: record\ndata: {...}\n\n". Never null.
@@ -15,6 +15,10 @@ using ZTWebPiece = std::shared_ptr<const std::string>;
 
 /// A thread of its own (vrx-web-follow) follows the history, makes each event's text once, and keeps the last
 /// ones. Whoever follows has a place, and takes what is behind it. All functions: any thread.
+///
+/// Somebody who comes: begin() with the id of the last event that they had. A place: take() from there on.
+/// Nothing: a thread that may wait for the history makes a part of what is missing by catchUp(), that is
+/// sent, and then it begins again with the id that came with it.
 class ZTCWebStream {
   public:
     /// A place in the stream: the number of the next piece.
@@ -25,29 +29,32 @@ class ZTCWebStream {
         bool mIsBehind =
             false;  ///< what it should have had next is there no more: it is sent off, and comes again
     };
+    /// A part of what somebody has missed.
+    struct Caught {
+        ZTWebPiece mpPieces;   ///< as they are sent; an empty text: there was nothing
+        std::string mEventId;  ///< with which to begin behind them
+    };
 
     /// acrHasNews is called by the thread when there is something new; it must not wait.
     ZTCWebStream(std::string aStore, ZTCWebHealth& arHealth, std::function<void()> aHasNews);
+    /// Waits for the thread for a second at most: it may be kept by a disk that stands still, and then goes
+    /// on by itself, without touching what it was given.
     ~ZTCWebStream();
     ZTCWebStream(const ZTCWebStream&) = delete;
     ZTCWebStream& operator=(const ZTCWebStream&) = delete;
 
     /// Behind the last piece that there is; with the id of the last event that somebody had, behind that one,
-    /// as far as it is still kept. Nothing: it is not, and catchUp() makes it up.
+    /// as far as it is still kept. Nothing: it is not, and catchUp() makes it up. What is no id of ours, and
+    /// an empty one, begins with what comes.
     std::optional<Place> begin(const std::string& acrLastEventId) const;
     /// Goes on by one where there is one.
     Taken take(Place& arPlace) const;
-
-    /// What came behind the last event that somebody had, from the history, where it is kept here no more.
-    struct CaughtUp {
-        std::string mText;  ///< pieces
-        Place mPlace = 0;   ///< where it goes on
-    };
-    /// In a thread that may wait for the history. Throws ZTCWebRefusal (that is no id of an event) and
+    /// What of the history comes behind an event, oldest first: a slice of it. What is more than the newest
+    /// 10,000 records is left out, and an event "gap" says so; incidents come as they are now. Throws
     /// ZTCStoreError.
-    CaughtUp catchUp(ZTCWebHistory& arHistory, const std::string& acrLastEventId) const;
+    Caught catchUp(ZTCStoreReader& arReader, const std::string& acrLastEventId) const;
 
   private:
     class Impl;
-    std::unique_ptr<Impl> mpImpl;
+    std::shared_ptr<Impl> mpImpl;
 };

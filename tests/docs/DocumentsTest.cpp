@@ -231,6 +231,7 @@ TEST(Documents, PagesAndCompletionsHaveTheProgramsOptions) {
         Texts mContexts;  // the words behind which they are offered
     } lRows[] = {{"vrx-sca.8", {ZT_VRX_SCA, "-h"}, {""}},
                  {"vrx-sn.8", {ZT_VRX_SN, "--help"}, {""}},
+                 {"vrx-web.8", {ZT_VRX_WEB, "--help"}, {""}},
                  {"vrx-sim.1", {ZT_VRX_SIM, "-h"}, {"", "send"}},
                  {"vrx-hostsim.1", {ZT_VRX_HOSTSIM, "--help-all"}, {"", "send"}},
                  {"vrx-scope.1",

@@ -35,7 +35,8 @@ struct ZTSStatistics {
 /// Whose figures are wanted.
 enum class ZTEStatisticsOf : unsigned char {
     Running,  ///< an agent's that runs
-    Any       ///< or those that one has left which was killed
+    Any,      ///< or those that one has left which was killed
+    Anybody   ///< the same, of another program and another user
 };
 
 /// Reading costs the agent nothing, and works as often as one likes. One thread.

@@ -29,7 +29,14 @@ class ZTCSensorDescriptor {
 /// ZTCNoPermissionError, ZTCUnsafeFileError (a symbolic link), else ZTCSensorError.
 [[noreturn]] void throwSensorErrno(const std::string& acrPath, int aErrno);
 
+/// Whose file may be read.
+enum class ZTEFileOf : unsigned char {
+    Ours,    ///< the caller's or root's, with one name
+    Anybody  ///< what is in it is believed by nobody
+};
+
 /// Opens a file without following a link in its place (a directory's may be one) and without waiting for
-/// anything. It is looked at before: it must be of the type (S_IFIFO, S_IFREG, S_IFDIR), the caller's or
-/// root's, with one name, and a pipe must not be open to others. Throws as throwSensorErrno does.
-ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType);
+/// anything. It is looked at before: it must be of the type (S_IFIFO, S_IFREG, S_IFDIR) and belong to whom it
+/// should, and a pipe must not be open to others. Throws as throwSensorErrno does.
+ZTCSensorDescriptor openSensorFile(const std::string& acrPath, int aFlags, unsigned int aType,
+                                   ZTEFileOf aOf = ZTEFileOf::Ours);

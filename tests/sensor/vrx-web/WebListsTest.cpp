@@ -96,8 +96,7 @@ TEST(WebRecords, WhatComesBetweenTwoPagesMovesNothing) {
 
 TEST(WebRecords, OfAnIncidentAreThoseThatTellOfIt) {
     const ZTCTestDirectory lDirectory;
-    const ZTCSignStory lStory(ZTShownStory);
-    ZTWriteStory(lDirectory / "history.db", lStory, ZTBatchOf(lStory));
+    ZTWriteShownStory(lDirectory / "history.db");
     ZTCWebHistory lHistory(lDirectory / "history.db");
     const auto lIncidents = ZTAskWeb(lHistory, "/api/v1/incidents?since=@0").mJson.at("incidents");
     ASSERT_EQ(lIncidents.size(), 2U);
