@@ -5,7 +5,7 @@ import {ApiError, ask} from './api.js';
 import {changeItem} from './changes.js';
 import {el, fill, svg} from './dom.js';
 import {behindText, stepsOf} from './incidentSteps.js';
-import {recordLine} from './record-words.js';
+import {recordLine} from './recordWords.js';
 import {throttled} from './rest.js';
 import {bothZones, clockText, dateText, now, spanText, toMs, toText, zoneText} from './times.js';
 import {copyButton, linkTo, pathPips, portOf, stateMark, timeOf} from './widgets.js';
