@@ -1,9 +1,8 @@
 // The ports of the host, each with its state, its events a second, and the ports that it sees.
 
 import {el, fillRows} from './dom.js';
-import {rateText} from './now.js';
 import {ageOf, factList, headOf, openingRow, smallTable, sparkline, timeOf, wellMark} from './widgets.js';
-import {asWords, count} from './words.js';
+import {asWords, count, rateText} from './words.js';
 
 const labels =
     ['Port', 'State', {label: 'Speed', class: 'speed'}, 'Fabric', 'Sees', 'Errors, 1 h', 'Events a second, 1 h'];
@@ -27,7 +26,7 @@ export function mountPorts() {
 
 function ratesOf(port, timeline) {
     const lane = timeline?.lanes.find((one) => one.name === port.port_name);
-    return lane ? lane.counts.map((number) => number / timeline.bin_seconds) : [];
+    return lane ? lane.counts.map((number) => number / timeline.bin_seconds) : [0, 0];
 }
 
 /** Online, or what it is else, in the word of the kernel. */
@@ -51,7 +50,7 @@ function portRow({port, rates}, old) {
             errorsOf(port.errors_last_hour),
             el('div', {class: 'events', 'data-curve': port.port_name},
                sparkline(rates, {width: 120, label: `events a second, ${rateText(most)} at most`}),
-               el('span', {class: 'small note'}, `max ${rateText(most)}`)),
+               el('span', {class: 'small note'}, most > 0 ? `max ${rateText(most)}` : 'none')),
         ],
         labels, () => portDetails(port), old, {name, properties: {'data-port': port.port_name}});
 }

@@ -40,7 +40,10 @@ const onLuns = (luns) => (luns?.length ? `LUN ${lunText(luns)}` : null);
 /** The line of a kind: texts, of which those that are null are left out. */
 const lines = {
     ls_rjt: (event) =>
-        [`${event.rejected_command_name ?? named(null, event.rejected_command ?? 0)} rejected`,
+        [`${
+             event.rejected_command === null ?
+                 'a request' :
+                 event.rejected_command_name ?? named(null, event.rejected_command)} rejected`,
          ...[...new Set(event.rejections.map((one) => one.reason_name ?? named(null, one.reason)))].slice(0, 3)],
     rscn: (event) => [event.address_format && `${event.address_format} ${event.port_id ?? ''}`.trim()],
     fcp_read_check_error: (event) =>

@@ -17,13 +17,15 @@ export function timeOf(text, form = {}) {
 /** How long ago a moment was; goes on by itself. */
 export function ageOf(text) {
     const ms = toMs(text);
-    return el('span', {'data-age': ms, title: bothZones(ms)}, spanText(now() - ms));
+    return el('span', {'data-age': ms, title: bothZones(ms)}, ageText(ms));
 }
+
+const ageText = (ms) => spanText(Math.max(1000, now() - ms));
 
 /** To be called each second: all ages on the page go on. */
 export function goOnAges() {
     for (const node of document.querySelectorAll('[data-age]')) {
-        const text = spanText(now() - Number(node.dataset.age));
+        const text = ageText(Number(node.dataset.age));
         if (node.textContent !== text) {
             node.textContent = text;
         }
@@ -112,15 +114,10 @@ async function copyText(text) {
 
 /** A button that puts a text into the clipboard, where the browser lets it. */
 export function copyButton(label, textOf) {
-    const button =
-        el('button', {
-            type: 'button',
-            onclick: async () => {
-                button.textContent = await copyText(textOf()) ? 'Copied' : 'Cannot copy here';
-                setTimeout(() => (button.textContent = label), 2000);
-            }
-        },
-           label);
+    const button = el('button', {type: 'button', onclick: async () => {
+        button.textContent = await copyText(textOf()) ? 'Copied' : 'Cannot copy here';
+        setTimeout(() => (button.textContent = label), 2000);
+    }}, label);
     return button;
 }
 

@@ -48,7 +48,7 @@ test('a record is a line in words, whatever of it is not told', () => {
     assert.equal(line('ls_rjt', {rejected_command: 3, rejected_command_name: 'PLOGI', rejections: [
         {reason: 9, reason_name: 'unable to perform command request'}, {reason: 254, reason_name: null}]}),
         'PLOGI rejected, unable to perform command request, 0xfe');
-    assert.equal(line('ls_rjt', {rejected_command: null, rejected_command_name: null, rejections: []}), '0x00 rejected');
+    assert.equal(line('ls_rjt', {rejected_command: null, rejected_command_name: null, rejections: []}), 'a request rejected');
     assert.equal(line('fcp_read_check_error', {operation_code: 0x28, operation_name: 'READ(10)', lun: 0, residuals: [512]}),
         'READ(10), LUN 0, 512 bytes missing');
     assert.equal(line('queue_depth_change', {changes: [{lun: 3, new_depth: 16}]}), 'LUN 3: depth 16');
