@@ -44,6 +44,7 @@ export class Chart {
         this.element = el('div', {class: 'lanes'}, this.names, this.canvas);
         this.redraw = redrawing(() => this.draw());
         this.endings = [this.watchSize(), this.watchMouse(), onTheme(() => this.recolour())];
+        this.names.addEventListener('keydown', (event) => this.nameKey(event));
         this.canvas.addEventListener('keydown', (event) => this.key(event));
         this.canvas.addEventListener('focus', () => this.redraw());
         this.canvas.addEventListener('blur', () => this.redraw());
@@ -153,8 +154,11 @@ export class Chart {
             this.shape = shape;
             const focused = this.names.contains(document.activeElement) ? document.activeElement.dataset.lane : null;
             fill(this.names, rows.map((row) => this.nameOf(row)));
+            const buttons = [...this.names.querySelectorAll('button')];
+            const stop = buttons.find((button) => button.dataset.lane === focused) ?? buttons[0];
+            buttons.forEach((button) => (button.tabIndex = button === stop ? 0 : -1));
             if (focused !== null) {
-                this.names.querySelector(`[data-lane="${CSS.escape(focused)}"]`)?.focus();
+                stop?.focus();
             }
         }
         this.names.style.paddingTop = `${this.layout.lanes}px`;
@@ -187,6 +191,18 @@ export class Chart {
         return el(
             'div', {class: row.depth ? 'lane child' : 'lane', 'data-row': row.key}, name,
             el('span', {class: 'lane-events', title: 'events in the time that is shown'}));
+    }
+
+    /** One stop of Tab for all lanes: arrows go from one to the next. */
+    nameKey(event) {
+        const by = {ArrowUp: -1, ArrowDown: 1}[event.key];
+        const buttons = [...this.names.querySelectorAll('button')];
+        const next = by && buttons[buttons.indexOf(document.activeElement) + by];
+        if (next) {
+            event.preventDefault();
+            buttons.forEach((button) => (button.tabIndex = button === next ? 0 : -1));
+            next.focus();
+        }
     }
 
     // What is where

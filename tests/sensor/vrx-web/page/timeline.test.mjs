@@ -104,6 +104,7 @@ test('curves are means of sums, gaps where nothing ran, and of many ports those 
     const curves = curvesOf(
         {
             bin_seconds: 60,
+            since: '2026-11-21T14:00:00Z',
             measures: [
                 measure('commands', 'a', [60, 0, null]),
                 measure('commands', 'a', [60, 0, 0]),
@@ -122,6 +123,12 @@ test('curves are means of sums, gaps where nothing ran, and of many ports those 
     assert.deepEqual(slowest.series[0].values, [9, null, null]);
     assert.deepEqual(errors.series.map((series) => [series.key, series.values]), [['b', [0, 3, 0]]]);
     assert.deepEqual([rate.series.map((series) => series.key).join(''), rate.left, rate.most], ['ihgfed', 2, 70]);
+    const begun = {
+        bin_seconds: 60,
+        since: '2026-11-21T14:00:00Z',
+        measures: [measure('commands', 'a', [60, 30, 1, 0])]
+    };
+    assert.deepEqual(curvesOf(begun, 'initiator', start + 90_000)[0].series[0].values, [1, 1, null, null]);
     assert.deepEqual(curvesOf({bin_seconds: 60, measures: []}, 'target'), []);
     assert.deepEqual(
         [0.03, 1, 1.1, 70, 999].map(roundUp).map((value) => Number(value.toPrecision(3))), [0.05, 1, 2, 100, 1000]);
