@@ -6,7 +6,7 @@ import {el, fill} from './dom.js';
 import {watchHealth} from './health.js';
 import {follow} from './live.js';
 import {keep, recall} from './memory.js';
-import {showNews, showPulse, showTrouble} from './notices.js';
+import {dismissNews, noteIncidents, showNews, showPulse, showTrouble} from './notices.js';
 import {during, throttled} from './rest.js';
 import {applyTheme, getTheme, nextTheme, setTheme} from './theme.js';
 import {isUtc, setUtc, zoneText} from './times.js';
@@ -117,6 +117,7 @@ async function render({anew = false} = {}) {
             showTitle();
             showViews(name);
             root.className = name;
+            dismissNews();
             fill(root);
             shown = {name, id: address.id, mounted: module.mount(root, site)};
             if (!isFirst && !anew) {
@@ -148,7 +149,9 @@ const giveNews = throttled(200, () => {
 
 const countIncidents = throttled(1000, async () => {
     try {
-        openIncidents = (await ask('incidents', {state: ['open', 'quiet'], limit: 1000})).incidents.length;
+        const {incidents} = await ask('incidents', {state: ['open', 'quiet'], limit: 1000});
+        openIncidents = incidents.length;
+        noteIncidents(incidents);
     } catch {
         return; // the banner says why
     }
@@ -233,6 +236,9 @@ onHost((name) => {
 });
 window.addEventListener('hashchange', () => during(render()));
 setInterval(goOnAges, 1000);
-during(render());
+during(render()).then(() => {
+    // Where one looks next is there before one looks, also when vrx-web does not answer by then.
+    Object.values(views).forEach((view) => view.load().catch(() => {}));
+});
 watchHealth(onHealth);
 follow({onEvent, onState: onStream});

@@ -39,7 +39,7 @@ function pairsOf({first_cause: cause, paths, suggestion, events, id, ...incident
             ],
         suggestion && ['Look next', suggestion],
         [
-            'Evidence', linkTo('records', {incident: id}, null, count(events, 'event')), ', ',
+            'Evidence', count(events, 'event'), ': ', linkTo('records', {incident: id}, null, 'its records'), ', ',
             linkTo('timeline', around(incident), null, 'on the timeline')
         ],
     ].filter(Boolean);

@@ -61,27 +61,36 @@ export function showTrouble(name, what, again) {
     show();
 }
 
+/** Incidents that are known to go on: they are no news. */
+export const noteIncidents = (incidents) => incidents.forEach((incident) => told.add(incident.id));
+
 /** Incidents that have just begun, where the view does not show them. */
 export function showNews(incidents, view, site) {
-    for (const incident of incidents) {
-        if (incident.state !== 'open' || told.has(incident.id)) {
-            continue;
-        }
-        told.add(incident.id);
-        site.announce(`Incident ${incident.id}: ${incident.title}`);
-        if (view !== 'now') {
-            const close = () => {
-                notices.delete('news');
-                show();
-            };
-            notices.set(
-                'news',
-                el('div', {class: 'notice news'}, stateMark('open'),
-                   el('p', {}, linkTo('incident', {}, incident.id, incident.title)),
-                   el('button', {type: 'button', onclick: close}, 'Close')));
-            show();
+    for (const {id, state, title} of incidents) {
+        if (state === 'closed') {
+            told.delete(id); // should it open again, that is news
+        } else if (!told.has(id)) {
+            told.add(id);
+            site.announce(`Incident ${id}: ${title}`);
+            if (view !== 'now') {
+                showIncident(id, title);
+            }
         }
     }
+}
+
+function showIncident(id, title) {
+    notices.set(
+        'news',
+        el('div', {class: 'notice news'}, stateMark('open'), el('p', {}, linkTo('incident', {}, id, title)),
+           el('button', {type: 'button', onclick: dismissNews}, 'Close')));
+    show();
+}
+
+/** What has just begun is shown elsewhere now. */
+export function dismissNews() {
+    notices.delete('news');
+    show();
 }
 
 /** @param {{isLive?: boolean, isWell?: boolean, lastFetch?: string|null}} news */

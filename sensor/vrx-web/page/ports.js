@@ -26,7 +26,7 @@ export function mountPorts() {
 
 function ratesOf(port, timeline) {
     const lane = timeline?.lanes.find((one) => one.name === port.port_name);
-    return lane ? lane.counts.map((number) => number / timeline.bin_seconds) : [];
+    return lane ? lane.counts.map((number) => number / timeline.bin_seconds) : [0, 0];
 }
 
 /** Online, or what it is else, in the word of the kernel. */
@@ -50,7 +50,7 @@ function portRow({port, rates}, old) {
             errorsOf(port.errors_last_hour),
             el('div', {class: 'events', 'data-curve': port.port_name},
                sparkline(rates, {width: 120, label: `events a second, ${rateText(most)} at most`}),
-               el('span', {class: 'small note'}, `max ${rateText(most)}`)),
+               el('span', {class: 'small note'}, most > 0 ? `max ${rateText(most)}` : 'none')),
         ],
         labels, () => portDetails(port), old, {name, properties: {'data-port': port.port_name}});
 }

@@ -115,8 +115,8 @@ class RecordsView {
         this.#panel.hidden = records.length === 0;
         this.#panel.classList.remove('stale');
         this.#more.hidden = !next;
-        const known = records.length > 0 ? `${next ? 'The newest' : 'All'} ${count(records.length, 'record')}` :
-                                           'None is like that.';
+        const all = count(records.length, 'record');
+        const known = records.length === 0 ? 'None is like that.' : next ? `The newest ${all}` : `${all} in all`;
         this.#summary.textContent = isThere ? known : '';
         markPaint();
     }
