@@ -105,5 +105,6 @@ void host();
 void fold();
 void incidents();
 void store();
+void web();
 
 }  // namespace ztbench

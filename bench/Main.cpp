@@ -31,6 +31,7 @@ constexpr GroupRow sGroups[] = {
     {"fold", ztbench::fold},
     {"incident", ztbench::incidents},
     {"store", ztbench::store},
+    {"web", ztbench::web},
 };
 
 }  // namespace

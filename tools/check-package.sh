@@ -221,6 +221,43 @@ check_sensor() {
     packages -i /packages/vrx-sn_*.deb
 }
 
+# as_web COMMAND...: as the service's user, who may do nothing.
+as_web() {
+    setpriv --reuid=vrx-web --regid=vrx-web --groups=vrx-sn --bounding-set=-all --no-new-privs "$@"
+}
+
+# ask_web PATH: with what every Debian system has.
+ask_web() {
+    perl -MIO::Socket::UNIX -e 'my $web = IO::Socket::UNIX->new($ARGV[0]) or exit 1;
+        print $web "GET $ARGV[1] HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n"; $web->flush; print <$web>' \
+        /run/vrx-web/vrx-web.socket "$1"
+}
+
+# Behind the end of the sensor whose history it shows. What its user may write is its socket, and no more.
+check_web() {
+    local web moment writable
+    packages -i /packages/vrx-web_*.deb
+    says 'vrx-web' vrx-web --version
+    check_unit vrx-web 1.0
+    install -d -m 0750 -o vrx-web -g vrx-web /run/vrx-web
+    as_web vrx-web --listen /run/vrx-web/vrx-web.socket 2>/run/vrx-web.err &
+    web=$!
+    for ((moment = 0; moment < 100; ++moment)); do
+        [[ ! $(ask_web / 2>&1) == *'200 OK'* ]] || break
+        read -rt 0.2 <> <(:) || :
+    done
+    ((moment < 100)) || die "vrx-web does not answer: $(cat /run/vrx-web.err)"
+    says '"link' ask_web /api/v1/records
+    says '503 ' ask_web /healthz # the sensor has ended
+    says 'scopeagent_sensor_up 0' ask_web /metrics
+    writable=$(as_web find /var/lib/vrx-sn /run/vrx-sn /run/vrx-sca /etc/vrx-sca -writable ! -type l 2>/dev/null) || :
+    [[ -z $writable ]] || die "the user of vrx-web may write $writable"
+    kill "$web"
+    wait "$web" || die "the status of vrx-web is $?: $(cat /run/vrx-web.err)"
+    rm -r /run/vrx-web.err /run/vrx-web
+    packages -i /packages/vrx-web_*.deb
+}
+
 # depends PACKAGE
 depends() {
     dpkg-query -W -f "\${Depends}\n" "$1"
@@ -249,8 +286,9 @@ inside() {
     [[ $(depends vrx-sca) =~ ^libc6\ [^,]*,\ libgcc-s1\ [^,]*,\ libstdc\+\+6\ [^,]*$ ]] ||
         die "vrx-sca depends on more than the language: $(depends vrx-sca)"
     check_sensor
+    check_web
     packages -r vrx-sca
-    packages -P libdfc-fchost vrx-sca vrx-scope vrx-sn
+    packages -P libdfc-fchost vrx-sca vrx-scope vrx-web vrx-sn
     rm -r /packages
 }
 
@@ -268,9 +306,9 @@ namespace() {
     chroot "$root" bash -euo pipefail -c "$(declare -f); inside"
 
     # What was written over the system, but for dpkg's own notes, those of its trigger for manual pages, and the copies of
-    # the lists of groups; of directories only those that the system has not, of files those that are others now.
+    # the lists of users and groups; of directories only those that the system has not, of files those that are others now.
     left=$(cd "$upper" && find . -mindepth 1 \( -path ./var/lib/dpkg -o -path ./var/cache/man \) -prune -o \
-        ! -path ./var/log/dpkg.log ! -path ./etc/group- ! -path ./etc/gshadow- -print | while IFS= read -r path; do
+        ! -path ./var/log/dpkg.log ! -path './etc/*-' -print | while IFS= read -r path; do
         [[ -d $path && ! -L $path && -d /$path ]] || cmp -s "$path" "/$path" || printf '%s\n' "$path"
     done)
     [[ -z $left ]] || die $'left behind or changed:\n'"$left"

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr int sBacklog = 256;
+constexpr int sBacklog = 4096;          // of a crowd too: whom the kernel drops comes again a second later
 constexpr int sSendBuffer = 128 << 10;  // the kernel's for each, so that many who take nothing are bounded
 
 const sockaddr_in& sIn4(const ZTSListenAddress& acrAddress) {

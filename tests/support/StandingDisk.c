@@ -1,7 +1,8 @@
 // Loaded before a program's own libraries (LD_PRELOAD), makes the paths that ZT_TEST_DISK is a part of lie on
 // a disk, and no file system be one in memory. While the file that ZT_TEST_STANDS names is there, whoever
-// makes, writes, syncs or removes a file of it waits; while that of ZT_TEST_FULL is, the disk has no room for
-// what is written at a place of a file, or for a file that is made.
+// makes, writes, syncs or removes a file of it waits; while that of ZT_TEST_STILL is, so does who looks for,
+// opens or reads one; while that of ZT_TEST_FULL is, the disk has no room for what is written at a place of a
+// file, or for a file that is made.
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
@@ -11,6 +12,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <time.h>
@@ -22,23 +24,31 @@ static bool sIsSwitched(const char* apVariable) {
 }
 
 // Whether it is a path of the disk: then this has waited for it.
-static bool sWait(const char* apPath) {
+static bool sWaitWhile(const char* apVariable, const char* apPath) {
     const char* const lpDisk = getenv("ZT_TEST_DISK");
     const bool lIsOnDisk = lpDisk != NULL && strstr(apPath, lpDisk) != NULL;
-    while (lIsOnDisk && sIsSwitched("ZT_TEST_STANDS")) {
+    while (lIsOnDisk && sIsSwitched(apVariable)) {
         const struct timespec lTime = {0, 1000000};
         nanosleep(&lTime, NULL);
     }
     return lIsOnDisk;
 }
 
-static bool sWaitFor(int aFile) {
+static bool sWait(const char* apPath) {
+    return sWaitWhile("ZT_TEST_STANDS", apPath);
+}
+
+static bool sWaitForWhile(const char* apVariable, int aFile) {
     char lLink[64];
     char lPath[4096];
     snprintf(lLink, sizeof lLink, "/proc/self/fd/%d", aFile);
     const ssize_t lLength = readlink(lLink, lPath, sizeof lPath - 1);
     lPath[lLength > 0 ? lLength : 0] = '\0';
-    return sWait(lPath);
+    return sWaitWhile(apVariable, lPath);
+}
+
+static bool sWaitFor(int aFile) {
+    return sWaitForWhile("ZT_TEST_STANDS", aFile);
 }
 
 int statfs(const char* apPath, struct statfs* apStatus) {
@@ -55,6 +65,7 @@ int open(const char* apPath, int aFlags, ...) {
     if ((aFlags & O_CREAT) != 0) {
         sWait(apPath);
     }
+    sWaitWhile("ZT_TEST_STILL", apPath);
     return (int)syscall(SYS_openat, AT_FDCWD, apPath, aFlags, lMode);
 }
 
@@ -101,4 +112,31 @@ int fsync(int aFile) {
 int fdatasync(int aFile) {
     sWaitFor(aFile);
     return (int)syscall(SYS_fdatasync, aFile);
+}
+
+int open64(const char* apPath, int aFlags, ...) {
+    va_list lMore;
+    va_start(lMore, aFlags);
+    const int lMode = (aFlags & O_CREAT) != 0 ? va_arg(lMore, int) : 0;
+    va_end(lMore);
+    sWaitWhile("ZT_TEST_STILL", apPath);
+    return (int)syscall(SYS_openat, AT_FDCWD, apPath, aFlags, lMode);
+}
+
+int stat64(const char* apPath, struct stat64* apStatus) {
+    sWaitWhile("ZT_TEST_STILL", apPath);
+    return (int)syscall(SYS_newfstatat, AT_FDCWD, apPath, apStatus, 0);
+}
+
+int stat(const char* apPath, struct stat* apStatus) {
+    return stat64(apPath, (struct stat64*)apStatus);
+}
+
+ssize_t pread64(int aFile, void* apBytes, size_t aSize, off64_t aAt) {
+    sWaitForWhile("ZT_TEST_STILL", aFile);
+    return syscall(SYS_pread64, aFile, apBytes, aSize, aAt);
+}
+
+ssize_t pread(int aFile, void* apBytes, size_t aSize, off_t aAt) {
+    return pread64(aFile, apBytes, aSize, aAt);
 }

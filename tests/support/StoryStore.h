@@ -44,13 +44,14 @@ inline ZTSStoreBatch ZTBatchOf(const ZTCSignStory& acrStory) {
 
 /// A store that anybody can be shown: nothing in it depends on when, or where, it is written. It was written
 /// last when the story ended.
-inline void ZTWriteStory(const std::string& acrPath, const ZTCSignStory& acrStory, ZTSStoreBatch aBatch) {
+inline void ZTWriteStory(const std::string& acrPath, const ZTCSignStory& acrStory,
+                         const ZTSStoreBatch& acrBatch) {
     ZTSStoreOptions lOptions;
     lOptions.mPath = acrPath;
     lOptions.mHostName = "db7";
     {
         ZTCStoreWriter lWriter(lOptions);
-        lWriter.write(aBatch);
+        lWriter.write(acrBatch);
         lWriter.finish();
     }
     const std::string lEnd = std::to_string(acrStory.getEnd());
@@ -91,3 +92,10 @@ at 2026-11-21 08:00
 +5m   paths-back      host=hba1 from=array1-B1
 +3h   end
 )";
+
+inline void ZTWriteShownStory(const std::string& acrPath) {
+    const ZTCSignStory lStory(ZTShownStory);
+    ZTSStoreBatch lBatch = ZTBatchOf(lStory);
+    lBatch.mHost.mBlindSpots = {{"fpins", "host2", "the driver posts none", true}};
+    ZTWriteStory(acrPath, lStory, lBatch);
+}

@@ -15,13 +15,22 @@ class ZTCTestDisk {
     std::string operator/(const std::string& acrName) const { return mPath + "/" + acrName; }
 
     void stand() const { writeFile(mOwn / "stands", ""); }
-    void move() const { std::filesystem::remove(mOwn / "stands"); }
+    void move() const {
+        std::filesystem::remove(mOwn / "still");
+        std::filesystem::remove(mOwn / "stands");
+    }
+    /// Who reads waits, too, until it moves.
+    void standWhole() const {
+        writeFile(mOwn / "still", "");
+        stand();
+    }
     void fill() const { writeFile(mOwn / "full", ""); }
     void makeRoom() const { std::filesystem::remove(mOwn / "full"); }
 
     std::vector<std::string> getEnvironment() const {
         return {"LD_PRELOAD=" ZT_STANDING_DISK, "ZT_TEST_DISK=" + mPath,
-                "ZT_TEST_STANDS=" + (mOwn / "stands"), "ZT_TEST_FULL=" + (mOwn / "full")};
+                "ZT_TEST_STANDS=" + (mOwn / "stands"), "ZT_TEST_STILL=" + (mOwn / "still"),
+                "ZT_TEST_FULL=" + (mOwn / "full")};
     }
 
   private:

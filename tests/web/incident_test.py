@@ -60,7 +60,10 @@ class Incident(Case):
             self.browser.open(self.address)
             link = self.browser.script("""
                 let copied = null;
-                const copy = (event) => { copied = String(getSelection()) || document.activeElement.value; };
+                const copy = () => {
+                    const at = document.activeElement;
+                    copied = at.value?.slice(at.selectionStart, at.selectionEnd) ?? String(getSelection());
+                };
                 if (navigator.clipboard) { navigator.clipboard.writeText = async (text) => { copied = text; }; }
                 document.addEventListener('copy', copy, {once: true});
                 [...document.querySelectorAll('button')].find((one) => one.innerText.startsWith('Copy a link')).click();

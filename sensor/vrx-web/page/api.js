@@ -1,9 +1,8 @@
 // Asks vrx-web. Asks for the token where one is needed, and tells in one line what went wrong.
 
-import {el, fill} from './dom.js';
-import {awaitPerson, during} from './rest.js';
+import {keepForTab, recallForTab} from './memory.js';
+import {during} from './rest.js';
 import {noteHostTime} from './times.js';
-import {recallForTab, keepForTab} from './memory.js';
 
 const patience = 15000; // vrx-web itself ends a request after 5 s
 
@@ -52,7 +51,8 @@ export async function fetchAnswer(url, {signal, headers = {}, endless = false} =
         while (gate) {
             await gate;
         }
-        const send = () => fetchOnce(url, signal, token ? {...headers, Authorization: `Bearer ${token}`} : headers, endless);
+        const send = () =>
+            fetchOnce(url, signal, token ? {...headers, Authorization: `Bearer ${token}`} : headers, endless);
         const answer = await (isAdmitted ? send() : sendAlone(send));
         noteHostTime(answer.headers.get('Date'));
         if (answer.ok) {
@@ -77,7 +77,8 @@ async function sendAlone(send) {
         const answer = await send();
         isAdmitted = answer.status !== 401;
         if (!isAdmitted) {
-            await askToken(token ? 'This token is not one that vrx-web knows.' : '');
+            token = await askToken(token ? 'This token is not one that vrx-web knows.' : '');
+            keepForTab('token', token);
         }
         return answer;
     } finally {
@@ -139,36 +140,11 @@ async function readBody(url, signal) {
 /** What /healthz says, which needs no token; null when there is no answer. */
 export async function askHealth() {
     try {
-        const answer = await fetch('/healthz', {cache: 'no-store', credentials: 'omit', signal: AbortSignal.timeout(patience)});
+        const answer =
+            await fetch('/healthz', {cache: 'no-store', credentials: 'omit', signal: AbortSignal.timeout(patience)});
         noteHostTime(answer.headers.get('Date'));
         return await answer.json();
     } catch {
         return null;
     }
-}
-
-/** Settles when there is a token to try. */
-function askToken(why) {
-    return new Promise((resolve) => {
-        const dialog = document.getElementById('ask');
-        const field = el('input', {type: 'password', id: 'token', name: 'token', autocomplete: 'current-password', required: true,
-                                   spellcheck: 'false', 'aria-describedby': 'ask-why'});
-        const form = el('form', {onsubmit: (event) => {
-            event.preventDefault();
-            token = field.value.trim();
-            keepForTab('token', token);
-            dialog.onclose = null;
-            dialog.close();
-            awaitPerson(false);
-            resolve();
-        }},
-        // Password managers want a name beside it.
-        el('input', {type: 'text', name: 'username', autocomplete: 'username', value: 'vrx-web', hidden: true}),
-        el('h2', {id: 'ask-title'}, 'A token is needed'),
-        el('p', {id: 'ask-why'}, why || 'It is a line of the file that vrx-web was given as --token-file. It is kept until this tab is closed.'),
-        el('label', {for: 'token'}, 'Token'), field, el('button', {class: 'main'}, 'Go on'));
-        fill(dialog, form).onclose = () => dialog.showModal(); // without one nothing can be shown
-        dialog.showModal();
-        awaitPerson(true);
-    });
 }

@@ -1,15 +1,15 @@
 // The shell: which view is shown, what all views share, and the sentence that stands over them when something is wrong.
 
-import {ask, isAborted, onHost} from './api.js';
 import {readAddress, writeAddress} from './address.js';
+import {ask, isAborted, onHost} from './api.js';
 import {el, fill} from './dom.js';
 import {watchHealth} from './health.js';
 import {follow} from './live.js';
 import {keep, recall} from './memory.js';
+import {dismissNews, noteIncidents, showNews, showPulse, showTrouble} from './notices.js';
 import {during, throttled} from './rest.js';
 import {applyTheme, getTheme, nextTheme, setTheme} from './theme.js';
 import {isUtc, setUtc, zoneText} from './times.js';
-import {showNews, showTrouble, showPulse} from './notices.js';
 import {goOnAges} from './widgets.js';
 
 /**
@@ -69,13 +69,20 @@ const site = {
 };
 
 function showTitle() {
-    document.title = [openIncidents ? `(${openIncidents}) ${viewTitle}` : viewTitle, host, 'ScopeAgent'].filter(Boolean).join(' – ');
+    const title = openIncidents ? `(${openIncidents}) ${viewTitle}` : viewTitle;
+    document.title = [title, host, 'ScopeAgent'].filter(Boolean).join(' – ');
 }
 
 function showViews(current) {
-    fill(document.getElementById('views'), Object.entries(views).filter(([, view]) => !view.isHidden).map(([name, view]) =>
-        el('a', {href: '#' + name, 'aria-current': name === current ? 'page' : null}, view.title,
-           name === 'now' && openIncidents > 0 && el('span', {class: 'badge', title: `${openIncidents} not over`}, openIncidents))));
+    fill(
+        document.getElementById('views'),
+        Object.entries(views)
+            .filter(([, view]) => !view.isHidden)
+            .map(
+                ([name, view]) =>
+                    el('a', {href: '#' + name, 'aria-current': name === current ? 'page' : null}, view.title,
+                       name === 'now' && openIncidents > 0 &&
+                           el('span', {class: 'badge', title: `${openIncidents} not over`}, openIncidents))));
 }
 
 async function loadStyles(names = []) {
@@ -84,7 +91,9 @@ async function loadStyles(names = []) {
         if (document.querySelector(`link[href="${href}"]`)) {
             return null;
         }
-        return new Promise((resolve) => document.head.append(el('link', {rel: 'stylesheet', href, onload: resolve, onerror: resolve})));
+        return new Promise(
+            (resolve) =>
+                document.head.append(el('link', {rel: 'stylesheet', href, onload: resolve, onerror: resolve})));
     }));
 }
 
@@ -108,6 +117,7 @@ async function render({anew = false} = {}) {
             showTitle();
             showViews(name);
             root.className = name;
+            dismissNews();
             fill(root);
             shown = {name, id: address.id, mounted: module.mount(root, site)};
             if (!isFirst && !anew) {
@@ -139,7 +149,9 @@ const giveNews = throttled(200, () => {
 
 const countIncidents = throttled(1000, async () => {
     try {
-        openIncidents = (await ask('incidents', {state: ['open', 'quiet'], limit: 1000})).incidents.length;
+        const {incidents} = await ask('incidents', {state: ['open', 'quiet'], limit: 1000});
+        openIncidents = incidents.length;
+        noteIncidents(incidents);
     } catch {
         return; // the banner says why
     }
@@ -152,6 +164,12 @@ function onEvent(type, data) {
         gathered.records.push(data);
     } else if (type === 'incident') {
         gathered.incidents.push(data);
+    } else if (type === 'gap') { // some came that the stream has not: of another history all is other
+        onStream(true);
+        if (data.records === null) {
+            during(render({anew: true}));
+        }
+        return;
     }
     giveNews();
 }
@@ -164,7 +182,7 @@ function onStream(isLive) {
     }
 }
 
-const isReadable = (state) => !state || state.status === 'ok' || state.status === 'silent';
+const isReadable = (state) => !state || !['unreadable', 'unreachable'].includes(state.status);
 
 function onHealth(state) {
     const before = health;
@@ -218,6 +236,9 @@ onHost((name) => {
 });
 window.addEventListener('hashchange', () => during(render()));
 setInterval(goOnAges, 1000);
-during(render());
+during(render()).then(() => {
+    // Where one looks next is there before one looks, also when vrx-web does not answer by then.
+    Object.values(views).forEach((view) => view.load().catch(() => {}));
+});
 watchHealth(onHealth);
 follow({onEvent, onState: onStream});

@@ -88,10 +88,10 @@ export class AnswerCache {
         }
     }
 
-    /** Something has happened in this span: answers about it are out of date. */
-    outdate(first, last) {
-        for (const entry of this.entries.values()) {
-            entry.stale ||= entry.until >= first && entry.since <= last;
+    /** Something has happened in this span: answers about it, whose addresses begin so, are out of date. */
+    outdate(first, last, begin = '') {
+        for (const [address, entry] of this.entries) {
+            entry.stale ||= address.startsWith(begin) && entry.until >= first && entry.since <= last;
         }
     }
 

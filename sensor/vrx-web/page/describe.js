@@ -9,17 +9,18 @@ import {count, kindName} from './words.js';
 
 const mostChanges = 8;
 
+const unnamed = {
+    target: 'about no port',
+    fabric: 'fabric not known'
+};
+
 /** @returns {{text: string, more: string|null, opens: boolean}} what a lane is called */
 export function laneLabel(row) {
-    if (row.name === '') {
-        return {
-            text: row.by === 'kind' || row.by === 'host' ? 'all others' : 'others, or not known',
-            more: null,
-            opens: false
-        };
+    if (!row.name) {
+        return {text: row.name === '' ? 'all others' : unnamed[row.by] ?? 'not known', more: null, opens: false};
     }
     const text = row.label ?? (row.by === 'kind' ? kindName(row.name) : row.name);
-    return {text, more: row.array, opens: row.by in axes};
+    return {text, more: row.array, opens: true};
 }
 
 function fullLabel(row) {
@@ -41,7 +42,7 @@ export function recordsOf(thing) {
     const params = {since: toText(thing.first), until: toText(thing.last - 1)};
     for (let row = thing.row; row; row = row.parent) {
         const filter = axes[row.by].filter;
-        if (row.name !== '' && filter !== 'host') {
+        if (row.name && filter !== 'host') {
             params[filter] = row.name;
         }
     }

@@ -7,7 +7,7 @@ const period = 5000;
 
 /**
  * @typedef {object} Health
- * @property {'ok'|'silent'|'unreadable'|'unreachable'} status
+ * @property {'ok'|'silent'|'unwritten'|'unreadable'|'unreachable'} status
  * @property {string|null} reason @property {string|null} since RFC 3339, of the host
  * @property {string|null} last_fetch @property {number|null} missedSince milliseconds, since when there is no answer
  */

@@ -17,8 +17,9 @@ export function follow({onEvent, onState}) {
     let hiding = 0;
 
     async function readStream() {
-        const answer = await fetchAnswer(apiPath('stream'), {
-            signal: stop.signal, endless: true, headers: reader.lastId ? {'Last-Event-ID': reader.lastId} : {}});
+        const answer = await fetchAnswer(
+            apiPath('stream'),
+            {signal: stop.signal, endless: true, headers: reader.lastId ? {'Last-Event-ID': reader.lastId} : {}});
         const next = new EventReader();
         next.lastId = reader.lastId;
         reader = next;

@@ -2,7 +2,7 @@
 // curves below. The address has the time, the axis, and the lanes that are open:
 // "#timeline?since=-1d&by=target&open=...".
 
-import {ask, isAborted} from './api.js';
+import {apiPath, ask, isAborted} from './api.js';
 import {Chart} from './chart.js';
 import {Curves} from './curves.js';
 import {describe, laneLabel, rangeText, recordsOf, sayThing, waysOn} from './describe.js';
@@ -20,6 +20,8 @@ export const styles = ['style-timeline.css'];
 
 const second = 1000;
 const mostListed = 12;
+const newsApart = 700;  // however many come
+const tryAgain = 10 * second;
 const lookAgain = 30 * second;  // what comes without a record, such as a change
 const measures = [
     'commands', 'command_us', 'slowest_us', 'link_failure_count', 'loss_of_sync_count', 'loss_of_signal_count',
@@ -35,6 +37,9 @@ class TimelineView {
         this.by = 'initiator';
         this.open = [];
         this.follows = true;
+        this.asked = 0;
+        this.answered = 0;
+        this.failed = -Infinity;
         this.chart = new Chart(
             {
                 label: laneLabel,
@@ -55,6 +60,7 @@ class TimelineView {
                       }));
         root.append(this.arrange());
         this.loadSoon = throttled(150, () => this.tryLoad());
+        this.loadNews = throttled(newsApart, () => this.tryLoad());
         this.saveSoon = throttled(400, () => this.save());
         this.endTheme = onTheme(() => this.showLegend());
         this.timer = setInterval(() => this.tick(), second);
@@ -64,6 +70,7 @@ class TimelineView {
     end() {
         clearInterval(this.timer);
         this.loadSoon.cancel();
+        this.loadNews.cancel();
         this.saveSoon.cancel();
         this.endTheme();
         this.chart.end();
@@ -107,10 +114,13 @@ class TimelineView {
     async load() {
         const {by, open} = this;
         const scale = this.chart.scale;
+        const mine = ++this.asked;
         const model = await this.data.load(scale, by, open);
-        if (by !== this.by || open.join() !== this.open.join()) {
+        // An answer that was overtaken by a later one is of no use.
+        if (mine < this.answered || by !== this.by || open.join() !== this.open.join()) {
             return;
         }
+        this.answered = mine;
         this.trouble.hidden = true;
         this.chart.show(model);
         this.showNothing(model);
@@ -118,7 +128,7 @@ class TimelineView {
         this.drawList(model);
         markFirstPaint(model);
         await this.loadCurves();
-        if (!this.data.upToDate(this.chart.scale, this.by, this.open)) {
+        if (this.isBehind()) {
             this.loadSoon();
         }
     }
@@ -126,7 +136,7 @@ class TimelineView {
     async loadCurves() {
         const {since, until, bins} = this.data.bounds;
         const by = this.by === 'target' ? 'target' : 'initiator';
-        const path = apiOfMeasures({since: toText(since), until: toText(until), bins, by, name: measures.join()});
+        const path = apiPath('measures', {since: toText(since), until: toText(until), bins, by, name: measures});
         const fresh = this.data.cache.fresh(path);
         const answer = await this.data.cache.get(path, this.data.bounds);
         if (!fresh || this.curvesOf !== path) {
@@ -140,6 +150,7 @@ class TimelineView {
             await this.load();
         } catch (error) {
             if (!isAborted(error)) {
+                this.failed = performance.now();
                 this.trouble.textContent = `${error.message}. What is shown may be out of date.`;
                 this.trouble.hidden = false;
             }
@@ -156,7 +167,7 @@ class TimelineView {
         this.point(null);
         this.drawList(this.chart.model);
         this.saveSoon();
-        if (this.data.bounds !== null && !this.data.upToDate(scale, this.by, this.open)) {
+        if (this.isBehind()) {
             this.loadSoon();
         }
     }
@@ -207,9 +218,11 @@ class TimelineView {
         }
         fill(this.tip, describe(thing, this.chart.model));
         const {canvas} = this.chart;
-        const left = canvas.offsetLeft + Math.min(x + 14, canvas.clientWidth - this.tip.offsetWidth - 4);
+        const {offsetWidth: width, offsetHeight: height} = this.tip;
+        const left = canvas.offsetLeft + Math.min(x + 14, canvas.clientWidth - width - 4);
+        const isLow = canvas.getBoundingClientRect().top + y + 18 + height > window.innerHeight;
         this.tip.style.left = `${Math.max(4, left)}px`;
-        this.tip.style.top = `${canvas.offsetTop + y + 18}px`;
+        this.tip.style.top = `${canvas.offsetTop + (isLow ? y - height - 10 : y + 18)}px`;
     }
 
     choose(thing) {
@@ -225,7 +238,7 @@ class TimelineView {
         if (thing.kind === 'bin') {
             Object.assign(
                 this.readout.dataset,
-                {lane: thing.row.name, first: toText(thing.first), last: toText(thing.last), count: thing.count});
+                {lane: thing.row.name ?? '', first: toText(thing.first), last: toText(thing.last), count: thing.count});
         }
     }
 
@@ -302,23 +315,26 @@ class TimelineView {
                 this.showTimes();
             }
         }
-        if (!document.hidden && performance.now() - this.lookedAgain > lookAgain) {
-            this.lookedAgain = performance.now();
+        const time = performance.now();
+        if (!document.hidden && time - this.lookedAgain > lookAgain) {
+            this.lookedAgain = time;
             this.data.outdate(now() - 2 * lookAgain, now());
         }
-        if (this.data.bounds !== null && !this.data.upToDate(this.chart.scale, this.by, this.open)) {
+        if (this.isBehind() && time - this.failed > tryAgain) {
             this.loadSoon();
         }
     }
 
+    isBehind() { return this.data.bounds !== null && !this.data.upToDate(this.chart.scale, this.by, this.open); }
+
     onNews({records, incidents}) {
         for (const record of records) {
-            this.data.outdate(toMs(record.first), toMs(record.last));
+            this.data.outdate(toMs(record.first), toMs(record.last), 'timeline');
         }
         for (const incident of incidents) {
-            this.data.outdate(toMs(incident.opened), now());
+            this.data.outdate(toMs(incident.opened), now(), 'incidents');
         }
-        this.loadSoon();
+        this.loadNews();
     }
 
     refresh() {
@@ -326,8 +342,6 @@ class TimelineView {
         this.loadSoon();
     }
 }
-
-function apiOfMeasures(params) { return `/api/v1/measures?${new URLSearchParams(params)}`; }
 
 /** For those who measure how soon there is something to see. */
 function markFirstPaint(model) {

@@ -69,6 +69,7 @@ export class TimelineData {
             return [{...row, open: at >= 0}, ...inside];
         });
         return {
+            by,
             rows,
             bands: incidents.incidents.filter((each) => each.merged === null).map(bandOf),
             changes: changes.changes.map((each) => ({...each, at: toMs(each.time)})),
@@ -87,8 +88,8 @@ export class TimelineData {
         return [...lanes].sort((a, b) => (a.name === '') - (b.name === '') || place.get(a.name) - place.get(b.name));
     }
 
-    /** A record came, or an incident changed: what is known of its time is out of date. */
-    outdate(first, last) { this.cache.outdate(first, last); }
+    /** Something happened in this time: answers of this path, or all, are out of date. */
+    outdate(first, last, path = '') { this.cache.outdate(first, last, path && apiPath(path)); }
 }
 
 function rowOf(lane, answer, by, key, depth, parent = null) {

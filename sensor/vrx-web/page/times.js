@@ -84,3 +84,19 @@ export function spanText(ms) {
     }
     return `${Math.floor(size / day)} days`;
 }
+
+/** What somebody wrote as a time of the zone that is shown: milliseconds, NaN for anything but "2026-11-22 08:00". */
+export function readTime(text) {
+    const parts = /^(\d{4})-(\d\d)-(\d\d)(?:[ T](\d\d):(\d\d)(?::(\d\d))?)?$/.exec(text);
+    if (!parts) {
+        return NaN;
+    }
+    const [year, month, day, ...clock] = parts.slice(1).map((part) => Number(part ?? 0));
+    return utc ? Date.UTC(year, month - 1, day, ...clock) : new Date(year, month - 1, day, ...clock).getTime();
+}
+
+/** The same back: of RFC 3339 a time of the zone that is shown, whatever else as it is. */
+export function writeTime(text) {
+    const ms = /^\d{4}-\d\d-\d\dT/.test(text) ? toMs(text) : NaN;
+    return Number.isNaN(ms) ? text : `${dateText(ms)} ${clockText(ms)}`;
+}

@@ -1,8 +1,8 @@
 // What several views show in the same way.
 
+import {writeAddress} from './address.js';
 import {el, svg} from './dom.js';
 import {bothZones, now, shortTime, spanText, toMs} from './times.js';
-import {writeAddress} from './address.js';
 import {portName} from './words.js';
 
 /** A moment, in both zones when one points at it. @param {string|null} text RFC 3339 */
@@ -17,13 +17,15 @@ export function timeOf(text, form = {}) {
 /** How long ago a moment was; goes on by itself. */
 export function ageOf(text) {
     const ms = toMs(text);
-    return el('span', {'data-age': ms, title: bothZones(ms)}, spanText(now() - ms));
+    return el('span', {'data-age': ms, title: bothZones(ms)}, ageText(ms));
 }
+
+const ageText = (ms) => spanText(Math.max(1000, now() - ms));
 
 /** To be called each second: all ages on the page go on. */
 export function goOnAges() {
     for (const node of document.querySelectorAll('[data-age]')) {
-        const text = spanText(now() - Number(node.dataset.age));
+        const text = ageText(Number(node.dataset.age));
         if (node.textContent !== text) {
             node.textContent = text;
         }
@@ -37,7 +39,8 @@ export function portOf(port, wwn = null) {
     }
     const name = portName(port) ?? wwn;
     const controller = port?.array ? `${port.array}${port.controller ? '/' + port.controller : ''}` : null;
-    const title = [port?.port_name ?? wwn, controller, port?.switch_port].filter((part) => part && part !== name).join(', ');
+    const title =
+        [port?.port_name ?? wwn, controller, port?.switch_port].filter((part) => part && part !== name).join(', ');
     return el('span', {class: name.includes(':') ? 'wwn' : 'port', title}, name);
 }
 
@@ -46,7 +49,9 @@ export const linkTo = (view, params, id, ...children) => el('a', {href: writeAdd
 /** open, quiet, closed: a shape, a colour and a word. */
 export function stateMark(state) {
     const shapes = {open: '◆', quiet: '◈', closed: '✓'};
-    return el('span', {class: `state ${state}`}, el('span', {class: 'shape', 'aria-hidden': 'true'}, shapes[state] ?? '?'), ' ', state);
+    return el(
+        'span', {class: `state ${state}`}, el('span', {class: 'shape', 'aria-hidden': 'true'}, shapes[state] ?? '?'),
+        ' ', state);
 }
 
 /** Paths left of all, one pip each; many are a bar. */
@@ -56,9 +61,17 @@ export function pathPips(usable, total) {
     const slots = Math.min(total, 16);
     const filled = total > 16 ? Math.floor((usable / total) * slots) : usable;
     const size = 8;
-    const picture = svg('svg', {class: `pips ${kind}`, width: slots * size, height: 12, viewBox: `0 0 ${slots * size} 12`, role: 'img', 'aria-label': word});
+    const picture = svg('svg', {
+        class: `pips ${kind}`,
+        width: slots * size,
+        height: 12,
+        viewBox: `0 0 ${slots * size} 12`,
+        role: 'img',
+        'aria-label': word
+    });
     for (let at = 0; at < slots; ++at) {
-        picture.append(svg('rect', {class: at < filled ? 'full' : 'gone', x: at * size + 1, y: 1.5, width: size - 2.5, height: 9}));
+        picture.append(svg(
+            'rect', {class: at < filled ? 'full' : 'gone', x: at * size + 1, y: 1.5, width: size - 2.5, height: 9}));
     }
     return picture;
 }
@@ -69,8 +82,18 @@ export function sparkline(values, {width = 140, height = 26, label = ''} = {}) {
     const x = (at) => (values.length > 1 ? (at / (values.length - 1)) * width : 0);
     const y = (value) => height - 2 - (value / top) * (height - 4);
     const line = values.map((value, at) => `${at ? 'L' : 'M'}${x(at).toFixed(1)} ${y(value).toFixed(1)}`).join('');
-    return svg('svg', {class: 'spark', width, height, viewBox: `0 0 ${width} ${height}`, preserveAspectRatio: 'none', role: 'img', 'aria-label': label},
-               svg('path', {class: 'area', d: line && `${line}L${width} ${height - 1}L0 ${height - 1}Z`}), svg('path', {class: 'line', d: line}));
+    return svg(
+        'svg', {
+            class: 'spark',
+            width,
+            height,
+            viewBox: `0 0 ${width} ${height}`,
+            preserveAspectRatio: 'none',
+            role: 'img',
+            'aria-label': label
+        },
+        svg('path', {class: 'area', d: line && `${line}L${width} ${height - 1}L0 ${height - 1}Z`}),
+        svg('path', {class: 'line', d: line}));
 }
 
 /** Also where the page came by plain HTTP from another host: browsers have no clipboard to offer there. */
@@ -106,9 +129,21 @@ export function copyButton(label, textOf) {
  */
 export function openingRow(cells, labels, more, old = null, {name = '', properties = {}} = {}) {
     const below = el('tr', {class: 'below', hidden: true}, el('td', {colspan: cells.length}));
-    const button = el('button', {type: 'button', class: 'opens', 'aria-expanded': 'false', 'aria-label': `more of ${name}`, onclick: () => open(below.hidden)});
-    const body = el('tbody', properties, el('tr', {}, cells.map((cell, at) =>
-        el('td', {'data-label': labels[at].label ?? labels[at], class: labels[at].class}, at === 0 ? [button, cell] : el('div', {}, cell)))), below);
+    const button = el('button', {
+        type: 'button',
+        class: 'opens',
+        'aria-expanded': 'false',
+        'aria-label': `more of ${name}`,
+        onclick: () => open(below.hidden)
+    });
+    const body =
+        el('tbody', properties,
+           el('tr', {},
+              cells.map(
+                  (cell, at) =>
+                      el('td', {'data-label': labels[at].label ?? labels[at], class: labels[at].class},
+                         at === 0 ? [button, cell] : el('div', {}, cell)))),
+           below);
     function open(isOpen) {
         if (isOpen && !below.firstChild.firstChild) {
             below.firstChild.append(more());
@@ -131,9 +166,26 @@ export function openingRow(cells, labels, more, old = null, {name = '', properti
 }
 
 /** A table's head: labels are texts, or {label, class}. */
-export const headOf = (labels) => el('thead', {}, el('tr', {}, labels.map((label) =>
-    el('th', {scope: 'col', class: label.class}, label.label ?? label))));
+export const headOf = (labels) =>
+    el('thead', {},
+       el('tr', {}, labels.map((label) => el('th', {scope: 'col', class: label.class}, label.label ?? label))));
 
 /** The cells of a plain row, each under its column's name where there is no room for columns. */
-export const cellsOf = (cells, labels) => cells.map((cell, at) =>
-    el('td', {'data-label': labels[at].label ?? labels[at], class: labels[at].class}, el('div', {}, cell)));
+const cellsOf = (cells, labels) => cells.map(
+    (cell, at) =>
+        el('td', {'data-label': labels[at].label ?? labels[at], class: labels[at].class}, el('div', {}, cell)));
+
+/** Names and what they stand for; what is not known is left out. @param {[string, string|Node][]} facts */
+export const factList = (facts) =>
+    el('dl', {class: 'pairs small'},
+       facts.filter(([, value]) => value).map(([name, value]) => [el('dt', {}, name), el('dd', {}, value)]));
+
+/** @param {(string|Node)[][]} rows of cells */
+export const smallTable = (labels, rows) =>
+    el('table', {class: 'cards small'}, headOf(labels),
+       el('tbody', {}, rows.map((cells) => el('tr', {}, cellsOf(cells, labels)))));
+
+/** A word that says whether it is well by colour and by shape. */
+export const wellMark = (isWell, word) =>
+    el('span', {class: isWell ? 'good' : 'bad'},
+       el('span', {class: 'shape', 'aria-hidden': 'true'}, isWell ? '● ' : '▲ '), word);

@@ -86,3 +86,11 @@ export function ranges(numbers, most = 12) {
     }
     return pieces.length > most ? `${pieces.slice(0, most).join(', ')}, … (${numbers.length} in all)` : pieces.join(', ');
 }
+
+/** Events a second: "0.4/s" */
+export function rateText(rate) {
+    if (rate > 0 && rate < 0.1) {
+        return '< 0.1/s';
+    }
+    return `${rate.toLocaleString('en', {maximumFractionDigits: rate < 10 ? 1 : 0})}/s`;
+}

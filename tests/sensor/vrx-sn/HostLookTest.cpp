@@ -54,7 +54,7 @@ class HostLook : public testing::Test {
     ZTCFcTestTree mTree{"sys/class/"};
     const std::string mNames = mTree.getPath() + "/names";
     ZTCSnBuffer mBuffer{{}};
-    ZTCServiceLog mLog;
+    ZTCServiceLog mLog{"vrx-sn"};
     std::optional<ZTCHostLook> mLook;
 };
 

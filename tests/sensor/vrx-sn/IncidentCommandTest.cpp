@@ -51,7 +51,7 @@ class IncidentCommand : public ::testing::Test {
     const ZTCTestDirectory mDirectory;
     unsigned int mScripts = 0;
     ZTCSnFigures mFigures{""};
-    ZTCServiceLog mLog;
+    ZTCServiceLog mLog{"vrx-sn"};
     std::optional<ZTCIncidentCommand> mCommand;
 };
 

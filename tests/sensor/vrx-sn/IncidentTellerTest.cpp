@@ -51,7 +51,7 @@ class IncidentTeller : public ::testing::Test {
     const std::string mPath = mDirectory / "journal";
     const ZTCDescriptor mSocket{socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
     ZTCSnFigures mFigures{""};
-    ZTCServiceLog mLog;
+    ZTCServiceLog mLog{"vrx-sn"};
     ZTCIncidentCommand mCommand{mFigures, mLog};
 };
 

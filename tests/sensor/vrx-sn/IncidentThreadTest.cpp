@@ -74,7 +74,7 @@ struct Sensor {
 
     const std::string mPath;
     ZTCSnFigures mFigures{""};
-    ZTCServiceLog mLog;
+    ZTCServiceLog mLog{"vrx-sn"};
     ZTCIncidentFeed mFeed;
     ZTCSnBuffer mBuffer{{.mFold = {}, .mpFeed = &mFeed}};
     std::atomic<std::size_t> mAccepted{0};

@@ -43,7 +43,7 @@ class StoreThread : public ::testing::Test {
     const ZTCTestDirectory mDirectory;
     const std::string mPath = mDirectory / "history.db";
     ZTCSnFigures mFigures{""};
-    ZTCServiceLog mLog;
+    ZTCServiceLog mLog{"vrx-sn"};
     ZTCSnBuffer mBuffer{{}};
     std::chrono::milliseconds mLogStays = 1min;
     ZTSStoreStart mStart;

@@ -61,7 +61,9 @@ test('a view asks once, shows what it has meanwhile, and asks again when somethi
     assert.ok(cache.fresh('a'));
     cache.outdate(101, 200);
     assert.ok(cache.fresh('a'));
-    cache.outdate(90, 95);
+    cache.outdate(90, 95, 'b');
+    assert.ok(cache.fresh('a'));
+    cache.outdate(90, 95, 'a');
     assert.equal(cache.look('a'), 1);
     const third = cache.get('a', {since: 0, until: 100});
     cache.outdate(50, 50);
