@@ -6,8 +6,8 @@ namespace {
 
 constexpr std::int64_t sBehindAll = std::numeric_limits<std::int64_t>::max();
 
-// Rows whose first columns are a time, what tells rows of one time apart, whose they are, and how many. The
-// parameters ?1 and ?2 are those of the row behind which it goes on, ?3 is the end.
+// Rows whose columns are a time, what tells rows of one time apart, how many, and whose they are, if that is
+// something else. The parameters ?1 and ?2 are those of the row behind which it goes on, ?3 is the end.
 class Rows {
   public:
     Rows(ZTCStoreReader& arReader, const std::string& acrSql)
@@ -35,11 +35,12 @@ class Rows {
         mStatement.bind(1, mTime);
         mStatement.bind(2, mId);
         mStatement.bind(3, aTo);
+        const bool lHasOwner = mStatement.getColumnCount() > 3;
         bool lIsMore = false;
         while ((lIsMore = mStatement.executeStep()) && --arLeft != 0) {
             mTime = mStatement.getColumn(0).getInt64();
             mId = mStatement.getColumn(1).getInt64();
-            acrTake(mTime, mStatement.getColumn(2).getInt64(), numberAt(mStatement, 3));
+            acrTake(mTime, lHasOwner ? mStatement.getColumn(3).getInt64() : mId, numberAt(mStatement, 2));
             if (lSlice.isEnough()) {
                 break;
             }
@@ -99,7 +100,7 @@ class RecordCount {
 
 constexpr char sByTime[] = " FROM records INDEXED BY records_by_time WHERE";
 constexpr char sBySeries[] = " FROM records INDEXED BY records_by_series WHERE series = ?4 AND";
-constexpr char sRecords[] = "SELECT first, id, series, occurrences";
+constexpr char sRecords[] = "SELECT first, id, occurrences, series";
 constexpr char sBehind[] = " first >= ?1 AND first < ?3 AND (first > ?1 OR id > ?2) ORDER BY first, id";
 
 }  // namespace
@@ -108,14 +109,14 @@ bool readSums(ZTCStoreReader& arReader, ZTEStoreAxis aAxis, ZTEStoreBin aBin, co
               const ZTTakeCount& acrTake) {
     const std::string lTable = aBin == ZTEStoreBin::Minute ? "minutes" : "hours";
     return sRead(arReader,
-                 "SELECT time, member, member, events FROM " + lTable +
+                 "SELECT time, member, events FROM " + lTable +
                      " WHERE axis = ?4 AND (time, member) > (?1, ?2) AND time < ?3 ORDER BY time, member",
                  acrSpan, static_cast<std::int64_t>(aAxis), acrTake);
 }
 
 bool readSeriesSums(ZTCStoreReader& arReader, const ZTSCountSpan& acrSpan, const ZTTakeCount& acrTake) {
     return sRead(arReader,
-                 "SELECT time, series, series, events FROM series_hours WHERE (time, series) > (?1, ?2) AND "
+                 "SELECT time, series, events FROM series_hours WHERE (time, series) > (?1, ?2) AND "
                  "time < ?3 ORDER BY time, series",
                  acrSpan, {}, acrTake);
 }

@@ -253,6 +253,7 @@ ZTSStoreAddition openStoreToAdd(const std::string& acrPath) {
 
 SQLite::Database openStoreToRead(const std::string& acrPath) {
     sRefuseAllButStores(acrPath, findStoreHolder(acrPath));
-    return sTelling(acrPath,
-                    [&] { return sOfThisVersion(sConnect(acrPath, SQLite::OPEN_READONLY), acrPath); });
+    return sTelling(acrPath, [&] {
+        return sOfThisVersion(sConnect(acrPath, SQLite::OPEN_READONLY | SQLite::OPEN_NOMUTEX), acrPath);
+    });
 }

@@ -10,7 +10,7 @@ namespace {
 using Axis = ZTEStoreAxis;
 
 constexpr std::uint64_t sMostRecords = 60'000;
-constexpr std::uint64_t sMostSums = 150'000;
+constexpr std::uint64_t sMostSums = 100'000;
 constexpr std::uint64_t sNoLimit = std::uint64_t{1} << 40;
 constexpr std::size_t sMostSeries = 512;  // that are looked for one by one
 

@@ -61,69 +61,69 @@ ZTSWebAnswer answerLater(unsigned int aStatus, const std::string& acrWhy) {
     return sWithHeader(answerError(aStatus, acrWhy), "Retry-After", "1");
 }
 
-ZTSWebReaction ZTCWebDesk::decide(const ZTSWebAsked& acrAsked) const {
-    if (auto lRefusal = refuse(acrAsked)) {
+ZTSWebReaction ZTCWebDesk::decide(const ZTSWebHead& acrHead) const {
+    if (auto lRefusal = refuse(acrHead)) {
         return sAnswer(std::move(*lRefusal));
     }
-    const std::string_view lPath = acrAsked.mTarget.substr(0, acrAsked.mTarget.find('?'));
+    const std::string_view lPath = acrHead.mTarget.substr(0, acrHead.mTarget.find('?'));
     if (const ZTCWebPage::File* const lpFile = mrPage.find(lPath)) {
-        return sAnswer(answerPageFile(*lpFile, acrAsked.mKnownTag));
+        return sAnswer(answerPageFile(*lpFile, acrHead.mKnownTag));
     }
     if (lPath == sHealth) {
         return sAnswer(answerHealth(mrHealth.getState(sNow())));
     }
-    if (auto lRefusal = checkToken(acrAsked)) {
+    if (auto lRefusal = checkToken(acrHead)) {
         return std::move(*lRefusal);
     }
     try {
-        return route(acrAsked, lPath);
+        return route(acrHead, lPath);
     } catch (const ZTCWebRefusal& lrError) {
         return sAnswer(answerError(400, lrError.what()));
     }
 }
 
-std::optional<ZTSWebAnswer> ZTCWebDesk::refuse(const ZTSWebAsked& acrAsked) const {
-    if (acrAsked.mMethod != "GET" && acrAsked.mMethod != "HEAD") {
+std::optional<ZTSWebAnswer> ZTCWebDesk::refuse(const ZTSWebHead& acrHead) const {
+    if (acrHead.mMethod != "GET" && acrHead.mMethod != "HEAD") {
         return sWithHeader(answerError(405, "nothing but GET and HEAD is answered"), "Allow", "GET, HEAD");
     }
-    if (acrAsked.mHosts != 1 || !isAllowedHost(acrAsked.mHost, mNames)) {
+    if (acrHead.mHosts != 1 || !isAllowedHost(acrHead.mHost, mNames)) {
         return answerError(403, "by this name nothing is served here: ask by address, or see --allow-host");
     }
-    if (acrAsked.mHasBody) {
+    if (acrHead.mHasBody) {
         return answerError(413, "a request has no body here");
     }
-    if (!isPlainTarget(acrAsked.mTarget)) {
+    if (!isPlainTarget(acrHead.mTarget)) {
         return answerError(400, "a request names a path that begins with /, in plain characters");
     }
     return std::nullopt;
 }
 
-std::optional<ZTSWebReaction> ZTCWebDesk::checkToken(const ZTSWebAsked& acrAsked) const {
+std::optional<ZTSWebReaction> ZTCWebDesk::checkToken(const ZTSWebHead& acrHead) const {
     if (!mTokens.isAsked()) {
         return std::nullopt;
     }
     const auto lRefuse = [](const char* apWhy) {
         return sWithHeader(answerError(401, apWhy), "WWW-Authenticate", "Bearer");
     };
-    if (acrAsked.mAuthorization.empty()) {
+    if (acrHead.mAuthorization.empty()) {
         return sAnswer(lRefuse("a token is needed: Authorization: Bearer"));
     }
-    if (!acrAsked.mMayGuess) {  // not even looked at
+    if (!acrHead.mMayGuess) {  // not even looked at
         return sAnswer(answerLater(429, "too many wrong tokens: wait"));
     }
-    if (!mTokens.isRight(acrAsked.mAuthorization)) {
+    if (!mTokens.isRight(acrHead.mAuthorization)) {
         return ZTSWebReaction{What::Guess, lRefuse("the token is wrong")};
     }
     return std::nullopt;
 }
 
-ZTSWebReaction ZTCWebDesk::route(const ZTSWebAsked& acrAsked, std::string_view aPath) const {
-    const bool lHasQuery = aPath.size() < acrAsked.mTarget.size();
+ZTSWebReaction ZTCWebDesk::route(const ZTSWebHead& acrHead, std::string_view aPath) const {
+    const bool lHasQuery = aPath.size() < acrHead.mTarget.size();
     ZTSWebRequest lRequest;
     lRequest.mPath = aPath;
-    lRequest.mLastEventId = acrAsked.mLastEventId;
+    lRequest.mLastEventId = acrHead.mLastEventId;
     if (lHasQuery) {
-        lRequest.mParameters = readWebParameters(acrAsked.mTarget.substr(aPath.size() + 1));
+        lRequest.mParameters = readWebParameters(acrHead.mTarget.substr(aPath.size() + 1));
     }
     if (aPath == sMetrics) {
         return sMeasure(mrMetrics);

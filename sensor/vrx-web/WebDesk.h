@@ -14,7 +14,7 @@
 #include "WebWorkers.h"
 
 /// What of a request matters. Texts are as they were sent; what is not there is empty.
-struct ZTSWebAsked {
+struct ZTSWebHead {
     std::string_view mMethod;
     std::string_view mTarget;  ///< the path, and what stands behind "?"
     std::string_view mHost;
@@ -49,12 +49,12 @@ class ZTCWebDesk {
     void setNames(std::vector<std::string> aNames) { mNames = std::move(aNames); }
 
     /// Throws std::bad_alloc.
-    ZTSWebReaction decide(const ZTSWebAsked& acrAsked) const;
+    ZTSWebReaction decide(const ZTSWebHead& acrHead) const;
 
   private:
-    std::optional<ZTSWebAnswer> refuse(const ZTSWebAsked& acrAsked) const;
-    std::optional<ZTSWebReaction> checkToken(const ZTSWebAsked& acrAsked) const;
-    ZTSWebReaction route(const ZTSWebAsked& acrAsked, std::string_view aPath) const;
+    std::optional<ZTSWebAnswer> refuse(const ZTSWebHead& acrHead) const;
+    std::optional<ZTSWebReaction> checkToken(const ZTSWebHead& acrHead) const;
+    ZTSWebReaction route(const ZTSWebHead& acrHead, std::string_view aPath) const;
 
     const ZTCWebPage& mrPage;
     ZTCWebHealth& mrHealth;

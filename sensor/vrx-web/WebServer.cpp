@@ -20,30 +20,30 @@ std::string_view sText(const char* apText) {
 }
 
 // The headers that matter, as libmicrohttpd counts them up.
-MHD_Result sTakeHeader(void* apAsked, MHD_ValueKind /*aKind*/, const char* apName, const char* apValue) {
-    static constexpr std::pair<const char*, std::string_view ZTSWebAsked::*> lTexts[] = {
-        {"Host", &ZTSWebAsked::mHost},
-        {"Authorization", &ZTSWebAsked::mAuthorization},
-        {"If-None-Match", &ZTSWebAsked::mKnownTag},
-        {"Last-Event-ID", &ZTSWebAsked::mLastEventId}};
-    ZTSWebAsked& lrAsked = *static_cast<ZTSWebAsked*>(apAsked);
+MHD_Result sTakeHeader(void* apHead, MHD_ValueKind /*aKind*/, const char* apName, const char* apValue) {
+    static constexpr std::pair<const char*, std::string_view ZTSWebHead::*> lTexts[] = {
+        {"Host", &ZTSWebHead::mHost},
+        {"Authorization", &ZTSWebHead::mAuthorization},
+        {"If-None-Match", &ZTSWebHead::mKnownTag},
+        {"Last-Event-ID", &ZTSWebHead::mLastEventId}};
+    ZTSWebHead& lrHead = *static_cast<ZTSWebHead*>(apHead);
     for (const auto& [lpName, lpMember] : lTexts) {
         if (strcasecmp(apName, lpName) == 0) {
-            lrAsked.*lpMember = sText(apValue);
+            lrHead.*lpMember = sText(apValue);
         }
     }
-    lrAsked.mHosts += strcasecmp(apName, "Host") == 0 ? 1 : 0;
-    lrAsked.mHasBody = lrAsked.mHasBody || strcasecmp(apName, "Transfer-Encoding") == 0 ||
-                       (strcasecmp(apName, "Content-Length") == 0 && sText(apValue) != "0");
+    lrHead.mHosts += strcasecmp(apName, "Host") == 0 ? 1 : 0;
+    lrHead.mHasBody = lrHead.mHasBody || strcasecmp(apName, "Transfer-Encoding") == 0 ||
+                      (strcasecmp(apName, "Content-Length") == 0 && sText(apValue) != "0");
     return MHD_YES;
 }
 
-ZTSWebAsked sReadAsked(MHD_Connection* apConnection, const char* apMethod) {
-    ZTSWebAsked lAsked;
-    lAsked.mMethod = sText(apMethod);
-    lAsked.mHosts = 0;
-    MHD_get_connection_values(apConnection, MHD_HEADER_KIND, &sTakeHeader, &lAsked);
-    return lAsked;
+ZTSWebHead sReadHead(MHD_Connection* apConnection, const char* apMethod) {
+    ZTSWebHead lHead;
+    lHead.mMethod = sText(apMethod);
+    lHead.mHosts = 0;
+    MHD_get_connection_values(apConnection, MHD_HEADER_KIND, &sTakeHeader, &lHead);
+    return lHead;
 }
 
 // What somebody has missed is there, or cannot be had.
@@ -91,7 +91,12 @@ ZTCWebServer::ZTCWebServer(const ZTSWebOptions& acrOptions, const ZTSWebPeriods&
       mTroubles(arLog, mHealth),
       mMetrics(mHealth, sSinks),
       mDesk(mPage, mHealth, mMetrics),
-      mStream(acrOptions.mStore, mHealth, acrWake),
+      mpHasStreamNews(std::make_shared<std::atomic<bool>>(false)),
+      mStream(acrOptions.mStore, mHealth,
+              [lpHasNews = mpHasStreamNews, acrWake] {
+                  *lpHasNews = true;
+                  acrWake();
+              }),
       mWorkers(acrOptions.mStore, acrWake),
       mpPlain(std::make_unique<ZTCWebDaemon>(*this, ZTSWebKeys{})) {
     if (!mPage.getTrouble().empty()) {
@@ -166,15 +171,15 @@ MHD_Result ZTCWebServer::takeRequest(ZTSWebConnection& arConnection, const char*
         if (lrRequest.mAnswer) {
             return sendReply(*this, arConnection);
         }
-        ZTSWebAsked lAsked = sReadAsked(arConnection.mpConnection, apMethod);
-        if (!lrRequest.mHasHead && !lAsked.mHasBody) {  // it is called again where a body would be over
+        ZTSWebHead lHead = sReadHead(arConnection.mpConnection, apMethod);
+        if (!lrRequest.mHasHead && !lHead.mHasBody) {  // it is called again where a body would be over
             lrRequest.mHasHead = true;
             return MHD_YES;
         }
         arConnection.mHasAsked = true;
-        lAsked.mTarget = lrRequest.mTarget;
-        lAsked.mMayGuess = mayGuess(arConnection.mPeer);
-        react(arConnection, mDesk.decide(lAsked));
+        lHead.mTarget = lrRequest.mTarget;
+        lHead.mMayGuess = mayGuess(arConnection.mPeer);
+        react(arConnection, mDesk.decide(lHead));
         if (lrRequest.mAnswer) {
             return sendReply(*this, arConnection);
         }
@@ -235,7 +240,7 @@ void ZTCWebServer::wait(ZTSWebConnection& arConnection, std::chrono::millisecond
 std::optional<std::string> ZTCWebServer::work(ZTSWebConnection& arConnection, ZTCWebWorkers::Work aWork) {
     mByTicket[++mLastTicket] = &arConnection;
     arConnection.mRequest.mTicket = mLastTicket;
-    auto lWhyNot = mWorkers.ask(mLastTicket, arConnection.mDue, std::move(aWork));
+    auto lWhyNot = mWorkers.ask(mLastTicket, arConnection.mPeer, arConnection.mDue, std::move(aWork));
     lWhyNot ? forget(arConnection) : void();
     return lWhyNot;
 }
@@ -326,6 +331,9 @@ void ZTCWebServer::takeNews() {
     for (ZTCWebWorkers::Done& lrDone : mWorkers.take()) {
         const auto lAt = mByTicket.find(lrDone.mTicket);
         lAt != mByTicket.end() ? answerNow(*lAt->second, std::move(lrDone.mAnswer)) : void();
+    }
+    if (!mpHasStreamNews->exchange(false)) {
+        return;
     }
     mConnections.forEach([&](ZTSWebConnection& arConnection) {
         arConnection.mPhase == Phase::Following ? sResume(arConnection, mPeriods.mTaking) : void();

@@ -1,6 +1,7 @@
 // The server: takes connections, has their requests answered, and keeps everybody to his time.
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <list>
 #include <map>
@@ -87,6 +88,7 @@ class ZTCWebServer {
     ZTCWebTroubles mTroubles;
     ZTCWebMetrics mMetrics;
     ZTCWebDesk mDesk;
+    const std::shared_ptr<std::atomic<bool>> mpHasStreamNews;  ///< of a thread that may outlive this
     ZTCWebStream mStream;
     ZTCWebWorkers mWorkers;
     ZTCWebConnections mConnections;

@@ -35,8 +35,11 @@ class ZTCWebWorkers {
     ZTCWebWorkers& operator=(const ZTCWebWorkers&) = delete;
 
     /// What is thrown by the work becomes an answer (WebRoutes.h); what comes behind aEnd, nobody waits for.
-    /// Returns why it is not done: too many wait, or the history does not answer. Throws std::bad_alloc.
-    std::optional<std::string> ask(std::uint64_t aTicket, Clock::time_point aEnd, Work aWork);
+    /// Who asks for much keeps no others: a peer has all threads but one, and when too many wait, those of
+    /// the peer with the most make room for one with fewer, and have their answer. Returns why it is not
+    /// done: too many wait, or the history does not answer. Throws std::bad_alloc.
+    std::optional<std::string> ask(std::uint64_t aTicket, const std::string& acrPeer, Clock::time_point aEnd,
+                                   Work aWork);
     std::vector<Done> take();
     /// How many work longer than they may: something keeps them.
     std::size_t countKept(Clock::time_point aNow) const;

@@ -114,33 +114,35 @@ TEST(Documents, EveryLineOfTheLibraryForTheKernelIsExplained) {
     EXPECT_EQ(lPage, lCode);
 }
 
-TEST(Documents, EveryLineOfTheSensorIsExplained) {
+// The literals that sources of some folders give to the log, and to troubles that are told there.
+std::set<std::string> logLinesOf(const Texts& acrFolders) {
     const std::string lLiterals = "((?:\"(?:[^\"\\\\]|\\\\.)*\"\\s*)+)";
-    std::set<std::string> lPage;
-    for (const char* const lpColumns : {"message | what it means", "trouble | what it means"}) {
-        for (const Texts& lrCells : rowsOf("docs/sensor.md", lpColumns)) {
-            lPage.insert(matchesIn(lrCells.at(0), "^`(.*)`$").at(0)[0]);
-        }
-    }
-    std::set<std::string> lCode;
-    Texts lFiles;
-    for (const char* const lpFolder : {"/sensor/vrx-sn", "/sensor/service"}) {
-        for (const auto& lrFile :
-             std::filesystem::directory_iterator(ZT_SOURCE_DIR + std::string(lpFolder))) {
-            lFiles.push_back(lrFile.path());
-        }
-    }
-    for (const std::string& lrFile : lFiles) {
-        const std::string lSource = std::filesystem::is_regular_file(lrFile) ? readFile(lrFile) : "";
-        // A call of the log's, and a trouble that is made.
-        for (const std::string& lrCall :
-             {std::string("\\.note\\([^;]*?,\\s*"), std::string("\\w\\(a?r?Log,\\s*")}) {
-            for (const Texts& lrText : matchesIn(lSource, lrCall + lLiterals)) {
-                lCode.insert(joined(lrText[0]));
+    std::set<std::string> lLines;
+    for (const std::string& lrFolder : acrFolders) {
+        for (const auto& lrFile : std::filesystem::directory_iterator(ZT_SOURCE_DIR + lrFolder)) {
+            const std::string lSource = lrFile.is_regular_file() ? readFile(lrFile.path()) : "";
+            for (const char* const lpCall : {"[.]note\\([^;]*?,\\s*", "\\w\\(a?r?Log,\\s*"}) {
+                for (const Texts& lrText : matchesIn(lSource, lpCall + lLiterals)) {
+                    lLines.insert(joined(lrText[0]));
+                }
             }
         }
     }
-    EXPECT_EQ(lPage, lCode);
+    return lLines;
+}
+
+TEST(Documents, EveryLineOfTheServicesIsExplained) {
+    for (const auto& [lPage, lFolder] :
+         {std::pair("docs/sensor.md", "/sensor/vrx-sn"), std::pair("docs/web.md", "/sensor/vrx-web")}) {
+        SCOPED_TRACE(lPage);
+        std::set<std::string> lExplained;
+        for (const char* const lpColumns : {"message | what it means", "trouble | what it means"}) {
+            for (const Texts& lrCells : rowsOf(lPage, lpColumns)) {
+                lExplained.insert(matchesIn(lrCells.at(0), "^`(.*)`$").at(0)[0]);
+            }
+        }
+        EXPECT_EQ(lExplained, logLinesOf({lFolder, "/sensor/service"}));
+    }
 }
 
 // The messages of one side of the page's conversation.

@@ -44,6 +44,7 @@ export class Chart {
         this.element = el('div', {class: 'lanes'}, this.names, this.canvas);
         this.redraw = redrawing(() => this.draw());
         this.endings = [this.watchSize(), this.watchMouse(), onTheme(() => this.recolour())];
+        this.names.addEventListener('keydown', (event) => this.nameKey(event));
         this.canvas.addEventListener('keydown', (event) => this.key(event));
         this.canvas.addEventListener('focus', () => this.redraw());
         this.canvas.addEventListener('blur', () => this.redraw());
@@ -113,9 +114,10 @@ export class Chart {
         }
         this.drawNames();
         Object.assign(canvas.dataset, {
-            since: toText(scale.since),
-            until: toText(scale.until),
+            since: toText(Math.round(scale.since)),
+            until: toText(Math.round(scale.until)),
             bin: model.binSeconds ?? '',
+            by: model.by ?? '',
             lanes: model.rows.length,
             bands: placed.map((each) => each.band.id).join(','),
             marks: this.clusters.reduce((n, each) => n + each.changes.length, 0),
@@ -153,8 +155,11 @@ export class Chart {
             this.shape = shape;
             const focused = this.names.contains(document.activeElement) ? document.activeElement.dataset.lane : null;
             fill(this.names, rows.map((row) => this.nameOf(row)));
+            const buttons = [...this.names.querySelectorAll('button')];
+            const stop = buttons.find((button) => button.dataset.lane === focused) ?? buttons[0];
+            buttons.forEach((button) => (button.tabIndex = button === stop ? 0 : -1));
             if (focused !== null) {
-                this.names.querySelector(`[data-lane="${CSS.escape(focused)}"]`)?.focus();
+                stop?.focus();
             }
         }
         this.names.style.paddingTop = `${this.layout.lanes}px`;
@@ -187,6 +192,18 @@ export class Chart {
         return el(
             'div', {class: row.depth ? 'lane child' : 'lane', 'data-row': row.key}, name,
             el('span', {class: 'lane-events', title: 'events in the time that is shown'}));
+    }
+
+    /** One stop of Tab for all lanes: arrows go from one to the next. */
+    nameKey(event) {
+        const by = {ArrowUp: -1, ArrowDown: 1}[event.key];
+        const buttons = [...this.names.querySelectorAll('button')];
+        const next = by && buttons[buttons.indexOf(document.activeElement) + by];
+        if (next) {
+            event.preventDefault();
+            buttons.forEach((button) => (button.tabIndex = button === next ? 0 : -1));
+            next.focus();
+        }
     }
 
     // What is where
@@ -314,6 +331,14 @@ export class Chart {
         this.choose(row, Math.max(0, Math.min(row.counts.length - 1, target)));
     }
 
+    /** The bin of a time, in the lane of the cursor or the first one. */
+    stepTo(time) {
+        const row = this.chosen()?.row ?? this.model.rows[0];
+        if (row) {
+            this.choose(row, Math.max(0, Math.min(row.counts.length - 1, binAt(row, time))));
+        }
+    }
+
     firstChoice() {
         for (const row of this.model.rows) {
             const bin = nextBin(row, Math.min(row.counts.length, binAt(row, this.scale.until) + 1), -1);
@@ -351,6 +376,8 @@ const keys = {
     ArrowDown: (chart) => chart.step(0, 1),
     'Shift+ArrowLeft': (chart) => chart.move(chart.scale.panned(-chart.scale.width / 4)),
     'Shift+ArrowRight': (chart) => chart.move(chart.scale.panned(chart.scale.width / 4)),
+    Home: (chart) => chart.stepTo(chart.scale.since),
+    End: (chart) => chart.stepTo(Math.min(chart.scale.until, now()) - 1),
     PageUp: (chart) => chart.move(chart.scale.panned(-chart.scale.width)),
     PageDown: (chart) => chart.move(chart.scale.panned(chart.scale.width)),
     p: (chart) => chart.step(-1, 0, true),

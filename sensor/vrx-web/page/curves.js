@@ -4,7 +4,7 @@
 import {el, fill} from './dom.js';
 import {curvesOf, roundUp} from './measureSeries.js';
 import {colour, isDark, onTheme} from './theme.js';
-import {isUtc, toMs} from './times.js';
+import {isUtc, now, toMs} from './times.js';
 import {count} from './words.js';
 
 const source = '/page/dygraph.min.js';
@@ -65,7 +65,7 @@ export class Curves {
         this.dygraph = await loadDygraph();
         this.scale = scale;
         this.times = {since: toMs(answer.since), bin: answer.bin_seconds * 1000};
-        this.curves = curvesOf(answer, by);
+        this.curves = curvesOf(answer, by, now());
         this.keys = [...new Set(this.curves.flatMap((curve) => curve.series.map((series) => series.key)))].sort();
         this.draw();
     }

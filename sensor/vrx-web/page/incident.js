@@ -15,49 +15,54 @@ export const styles = ['style-incident.css'];
 
 const mostNames = 10;
 const mostRecords = 25;
+const mostChanges = 25;
 const around = 5 * 60 * 1000;
 const beginning = 60 * 1000;  // the records of so long are asked for, where there are many
 
 const section = (title, attributes, ...children) =>
     el('section', {class: 'panel', ...attributes}, el('h2', {}, title), ...children);
 
-/** The first ones; the others one click away. */
-function names(list, show = (each) => each) {
-    const items = list.map((each) => el('li', {}, show(each)));
-    if (items.length <= mostNames) {
-        return el('ul', {class: 'names'}, items);
+/** The first items; the others one click away. */
+function firstOf(items, most) {
+    if (items.length <= most) {
+        return items;
     }
-    const rest = items.splice(mostNames);
+    const rest = items.slice(most);
     const more =
         el('li', {},
            el('button', {type: 'button', class: 'more', onclick: () => more.replaceWith(...rest)},
               `and ${rest.length} more`));
-    return el('ul', {class: 'names'}, items, more);
+    return [...items.slice(0, most), more];
 }
 
+const names = (list, show = (each) => each) =>
+    el('ul', {class: 'names'}, firstOf(list.map((each) => el('li', {}, show(each))), mostNames));
+
 const endOf = (incident) => (incident.closed ? toMs(incident.closed) : now());
+
+const sameZones = () => zoneText(now(), false) === 'UTC';
 
 /** A moment by both clocks: one for who is here, one for who is elsewhere. */
 function momentRow(label, text, note = null) {
     const ms = toMs(text);
     const cell = (asUtc) =>
-        el('td', {}, el('time', {datetime: text}, `${dateText(ms, asUtc)} ${clockText(ms, {asUtc, digits: 3})}`));
+        el('td', {},
+           el('time', {datetime: text}, el('span', {}, dateText(ms, asUtc)), ' ',
+              el('span', {}, clockText(ms, {asUtc, digits: 3}))));
     return el(
-        'tr', {}, el('th', {scope: 'row'}, label), sameZones() ? null : cell(false), cell(true),
-        el('td', {class: 'note'}, note));
+        'tr', {}, el('th', {scope: 'row'}, label, note && el('span', {class: 'note'}, note)),
+        sameZones() ? null : cell(false), cell(true));
 }
-
-const sameZones = () => zoneText(now(), false) === 'UTC';
 
 function timesTable(incident) {
     const lasted = spanText(endOf(incident) - toMs(incident.opened));
+    const here = `here (${zoneText(toMs(incident.opened), false)})`;
     return el(
         'table', {class: 'times', 'data-times': ''},
         el('thead', {},
-           el('tr', {}, el('td', {}),
-              sameZones() ? null : el('th', {scope: 'col'}, `here (${zoneText(toMs(incident.opened), false)})`),
-              el('th', {scope: 'col'}, 'UTC'), el('td', {}))),
-        el('tbody', {}, momentRow('Began', incident.opened, incident.closed ? null : `goes on for ${lasted}`),
+           el('tr', {}, el('td', {}), sameZones() ? null : el('th', {scope: 'col'}, here),
+              el('th', {scope: 'col'}, 'UTC'))),
+        el('tbody', {}, momentRow('Began', incident.opened, incident.closed ? null : `${lasted} ago`),
            momentRow('Last sign', incident.last),
            incident.closed && momentRow('Over', incident.closed, `after ${lasted}`)));
 }
@@ -171,12 +176,12 @@ function stepsSection(incident) {
     const [first, last] = [Math.min(...times), Math.max(...times)];
     return steps.length > 0 &&
         section(
-               'What happened, in order', {class: 'panel wide'},
+               'What happened, in order', {'data-steps': ''},
                el('div', {class: 'scrolls'},
                   el('table', {class: 'steps'},
                      el('thead', {},
                         el('tr', {},
-                           ['time', 'behind', '', 'what', 'events', 'how long'].map(
+                           [`time (${zoneText(first)})`, 'behind', '', 'what', 'events', 'how long'].map(
                                (text) =>
                                    el('th',
                                       {scope: 'col', class: text === 'events' || text === 'behind' ? 'number' : null},
@@ -228,15 +233,15 @@ function extentSection(incident) {
 
 function changesSection({changes}) {
     return section(
-        'What changed in the seven days before', {'data-changes': changes.length, class: 'panel wide'},
-        changes.length > 0 ? el('ul', {class: 'changes'}, changes.map(changeItem)) :
+        'What changed in the seven days before', {'data-changes': changes.length},
+        changes.length > 0 ? el('ul', {class: 'changes'}, firstOf(changes.map(changeItem).reverse(), mostChanges)) :
                              el('p', {class: 'unknown'}, 'Nothing that may have to do with it.'));
 }
 
 function seriesSection(others) {
     return others?.length > 0 &&
         section(
-               'It has been there before', {'data-series': '', class: 'panel wide'},
+               'It has been there before', {'data-series': '', class: 'panel series'},
                el('ul', {},
                   others.map(
                       (other) =>
@@ -247,8 +252,9 @@ function seriesSection(others) {
 function recordItem(record) {
     const {names: called, initiator} = record;
     const line = recordLine(record);
+    const params = {incident: record.incident, since: record.first, until: record.last, kind: record.kind};
     return el(
-        'li', {'data-evidence': record.id}, timeOf(record.first, {digits: 3}), ' ',
+        'li', {'data-evidence': record.id}, linkTo('records', params, null, timeOf(record.first, {digits: 3})), ' ',
         el('strong', {}, kindName(record.kind)),
         record.occurrences > 1 && ` × ${record.occurrences.toLocaleString('en')}`,
         ` ${called.initiator ?? initiator.port_name}`,
@@ -258,8 +264,7 @@ function recordItem(record) {
 function evidenceSection(incident, records) {
     const all = incident.evidence.length;
     return section(
-        'Evidence', {class: 'panel wide'},
-        all === 0 ? el('p', {class: 'unknown'}, 'No records: the kernel and the history told it.') : [
+        'Evidence', {}, all === 0 ? el('p', {class: 'unknown'}, 'No records: the kernel and the history told it.') : [
             el('p', {class: 'note small'}, records.length < all ? `The first ${records.length} of ` : '',
                linkTo('records', {incident: incident.id}, null, count(all, 'record'))),
             el('ol', {class: 'evidence small'}, records.map(recordItem))
@@ -321,10 +326,11 @@ class IncidentView {
                    el('p', {class: 'suggestion', 'data-suggestion': ''}, el('strong', {}, 'Look next: '),
                       incident.suggestion),
                el('div', {class: 'facts'},
-                  el('div', {class: 'column'}, causeSection(incident), pathsSection(incident),
-                     section('When', {}, timesTable(incident), acknowledgement(incident))),
-                  el('div', {class: 'column'}, hitsSection(incident), extentSection(incident)), stepsSection(incident),
-                  changesSection(incident), evidenceSection(incident, records),
+                  el('div', {class: 'pair'},
+                     el('div', {class: 'column'}, causeSection(incident), pathsSection(incident),
+                        section('When', {}, timesTable(incident), acknowledgement(incident))),
+                     el('div', {class: 'column'}, hitsSection(incident), extentSection(incident))),
+                  stepsSection(incident), changesSection(incident), evidenceSection(incident, records),
                   seriesSection(incident.others_of_series)),
                el('p', {class: 'print-only small'}, `${location.href}, printed at ${bothZones(now(), 0)}`)));
         if (focused) {

@@ -1,6 +1,9 @@
 // Measures as curves: which there are, whose they are, and what of them is shown.
 
+import {toMs} from './times.js';
+
 const mostSeries = 6;
+const leastSeconds = 10;  // of a bin that has just begun no rate can be told
 
 /** @typedef {{key: string, label: string, values: (number|null)[]}} Series */
 /** @typedef {{name: string, title: string, unit: string, series: Series[], left: number, most: number}} Curve */
@@ -57,17 +60,22 @@ function sumsOf(measures, by) {
 
 /**
  * @param {{bin_seconds: number, measures: object[]}} answer @param {string} by whose curves: 'target', else initiators
+ * @param {number} until what is not known yet has no value: milliseconds
  * @returns {Curve[]} those that have anything, each with the few ports that have most of it
  */
-export function curvesOf(answer, by) {
+export function curvesOf(answer, by, until = Infinity) {
     const ports = sumsOf(answer.measures, by);
+    const secondsOf = (at) =>
+        Math.min(answer.bin_seconds, (until - toMs(answer.since)) / 1000 - at * answer.bin_seconds);
     return curves
         .map(({value, ...curve}) => {
             const all = ports
                             .map(({key, label, sums}) => {
                                 const bins = Object.values(sums)[0].length;
-                                const values =
-                                    Array.from({length: bins}, (_, at) => value(sums, at, answer.bin_seconds));
+                                const values = Array.from({length: bins}, (_, at) => {
+                                    const seconds = secondsOf(at);
+                                    return seconds < leastSeconds ? null : value(sums, at, seconds);
+                                });
                                 return {key, label, values, most: values.reduce((a, b) => Math.max(a, b ?? 0), 0)};
                             })
                             .filter((series) => series.most > 0)

@@ -218,9 +218,11 @@ class TimelineView {
         }
         fill(this.tip, describe(thing, this.chart.model));
         const {canvas} = this.chart;
-        const left = canvas.offsetLeft + Math.min(x + 14, canvas.clientWidth - this.tip.offsetWidth - 4);
+        const {offsetWidth: width, offsetHeight: height} = this.tip;
+        const left = canvas.offsetLeft + Math.min(x + 14, canvas.clientWidth - width - 4);
+        const isLow = canvas.getBoundingClientRect().top + y + 18 + height > window.innerHeight;
         this.tip.style.left = `${Math.max(4, left)}px`;
-        this.tip.style.top = `${canvas.offsetTop + y + 18}px`;
+        this.tip.style.top = `${canvas.offsetTop + (isLow ? y - height - 10 : y + 18)}px`;
     }
 
     choose(thing) {
