@@ -114,9 +114,10 @@ export class Chart {
         }
         this.drawNames();
         Object.assign(canvas.dataset, {
-            since: toText(scale.since),
-            until: toText(scale.until),
+            since: toText(Math.round(scale.since)),
+            until: toText(Math.round(scale.until)),
             bin: model.binSeconds ?? '',
+            by: model.by ?? '',
             lanes: model.rows.length,
             bands: placed.map((each) => each.band.id).join(','),
             marks: this.clusters.reduce((n, each) => n + each.changes.length, 0),
@@ -330,6 +331,14 @@ export class Chart {
         this.choose(row, Math.max(0, Math.min(row.counts.length - 1, target)));
     }
 
+    /** The bin of a time, in the lane of the cursor or the first one. */
+    stepTo(time) {
+        const row = this.chosen()?.row ?? this.model.rows[0];
+        if (row) {
+            this.choose(row, Math.max(0, Math.min(row.counts.length - 1, binAt(row, time))));
+        }
+    }
+
     firstChoice() {
         for (const row of this.model.rows) {
             const bin = nextBin(row, Math.min(row.counts.length, binAt(row, this.scale.until) + 1), -1);
@@ -367,6 +376,8 @@ const keys = {
     ArrowDown: (chart) => chart.step(0, 1),
     'Shift+ArrowLeft': (chart) => chart.move(chart.scale.panned(-chart.scale.width / 4)),
     'Shift+ArrowRight': (chart) => chart.move(chart.scale.panned(chart.scale.width / 4)),
+    Home: (chart) => chart.stepTo(chart.scale.since),
+    End: (chart) => chart.stepTo(Math.min(chart.scale.until, now()) - 1),
     PageUp: (chart) => chart.move(chart.scale.panned(-chart.scale.width)),
     PageDown: (chart) => chart.move(chart.scale.panned(chart.scale.width)),
     p: (chart) => chart.step(-1, 0, true),

@@ -11,12 +11,16 @@ const units = {
     d: 86400 * second
 };
 
+const alsoCalled = {
+    m: 'min'
+};
+
 export const defaultSpan = '-1d';
 
 /** Milliseconds of "-6h", or null. */
 export function spanOf(text) {
-    const [, number, unit] = /^-(\d+)(s|min|h|d)$/.exec(text ?? '') ?? [];
-    return unit ? Math.min(mostSpan, Math.max(leastSpan, number * units[unit])) : null;
+    const [, number, unit] = /^-(\d+)(s|m|min|h|d)$/.exec(text ?? '') ?? [];
+    return unit ? Math.min(mostSpan, Math.max(leastSpan, number * units[alsoCalled[unit] ?? unit])) : null;
 }
 
 /** "-6h" of so many milliseconds, in the largest unit that has it whole. */
@@ -26,18 +30,16 @@ export function spanName(ms) {
     return `-${whole / size}${unit}`;
 }
 
+/** A moment, or so long before now; NaN for anything else. */
+const momentOf = (text) => (spanOf(text) ? now() - spanOf(text) : toMs(text));
+
 /** What an address asks for. Without an end it goes on with the clock. */
 export function readTimes(params) {
-    const span = spanOf(params.get('since'));
-    const until = toMs(params.get('until'));
-    const since = toMs(params.get('since'));
-    if (!Number.isNaN(until)) {
-        const begin = span ? until - span : since;
-        if (begin < until) {
-            return {since: begin, until, follows: false};
-        }
+    const since = momentOf(params.get('since'));
+    const until = momentOf(params.get('until'));
+    if (since < until) {
+        return {since, until, follows: false};
     }
     const end = now();
-    const begin = span ? end - span : since < end - leastSpan ? since : end - spanOf(defaultSpan);
-    return {since: begin, until: end, follows: true};
+    return {since: since < end - leastSpan / 2 ? since : end - spanOf(defaultSpan), until: end, follows: true};
 }

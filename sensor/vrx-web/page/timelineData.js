@@ -69,6 +69,7 @@ export class TimelineData {
             return [{...row, open: at >= 0}, ...inside];
         });
         return {
+            by,
             rows,
             bands: incidents.incidents.filter((each) => each.merged === null).map(bandOf),
             changes: changes.changes.map((each) => ({...each, at: toMs(each.time)})),

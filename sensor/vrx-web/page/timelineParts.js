@@ -13,9 +13,9 @@ const spans = ['10min', '1h', '6h', '1d', '7d', '30d'];
 const spaced = (span) => span.replace(/(\d+)/, '$1 ');
 
 const help = [
-    'Left and right go from bin to bin, n and p to the next one with events, up and down from lane to lane. ' +
-        '+ and − come closer and go farther, Shift with left and right moves, Enter shows the records of a bin, ' +
-        'o opens a lane, Escape lets go.',
+    'Left and right go from bin to bin, n and p to the next one with events, Home and End to the borders, up and down ' +
+        'from lane to lane. + and − come closer and go farther, Shift with left and right moves, Enter shows the ' +
+        'records of a bin, o opens a lane, Escape lets go.',
     'With the mouse: drag to move, wheel to zoom (with Ctrl, where the wheel is needed to scroll), Shift and drag to ' +
         'choose a time, click twice to come closer. Two fingers zoom.',
 ];
