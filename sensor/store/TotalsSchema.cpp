@@ -1,6 +1,7 @@
 #include "TotalsSchema.h"
 
-// What is there already is counted. It is added row by row: to sort all records would take memory for all.
+// What is there already is counted, in the order of the file, and added row by row: to go by series would read
+// all of a large file again for each, and to sort records would take memory for all.
 const char ZTStoreStepToTotals[] = R"sql(
 CREATE TABLE series_hours (  -- sums of the records whose first event was in that hour
   time INTEGER NOT NULL,     -- its begin, in seconds since 1970
@@ -20,7 +21,7 @@ CREATE TABLE sense_totals (  -- check conditions, ever
 INSERT INTO sense_totals SELECT initiator, iif(
   hex(substr(data, 1, 4)) = '01000000' AND hex(substr(data, 13, 4)) LIKE '0_000000',
   instr('0123456789ABCDEF', substr(hex(substr(data, 13, 1)), 2)) - 1, -1), occurrences
-  FROM series CROSS JOIN records ON series = series.id WHERE category = 4 AND subcategory = 4
+  FROM records CROSS JOIN series ON series.id = series WHERE category = 4 AND subcategory = 4
   ON CONFLICT DO UPDATE SET events = events + excluded.events;
 
 CREATE TABLE fpin_totals (   -- ever

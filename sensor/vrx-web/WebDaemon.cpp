@@ -10,6 +10,8 @@ namespace {
 constexpr std::size_t sMemory =
     16 << 10;  // bytes a connection: a request's line and headers fit, or are refused
 
+constexpr char sVersions[] = "NORMAL:-VERS-ALL:+VERS-TLS1.3:+VERS-TLS1.2";  // of TLS
+
 ZTCWebServer& sServer(void* apServer) {
     return *static_cast<ZTCWebServer*>(apServer);
 }
@@ -68,11 +70,12 @@ ZTCWebDaemon::ZTCWebDaemon(ZTCWebServer& arServer, const ZTSWebKeys& acrKeys) {
     const bool lIsPlain = acrKeys.mCertificate.empty();
     const unsigned int lFlags = MHD_USE_EPOLL | MHD_USE_NO_LISTEN_SOCKET | MHD_ALLOW_SUSPEND_RESUME |
                                 (lIsPlain ? 0U : static_cast<unsigned int>(MHD_USE_TLS));
-    MHD_OptionItem lKeys[] = {{MHD_OPTION_HTTPS_MEM_CERT, 0, const_cast<char*>(acrKeys.mCertificate.c_str())},
+    MHD_OptionItem lKeys[] = {{MHD_OPTION_HTTPS_PRIORITIES, 0, const_cast<char*>(sVersions)},
+                              {MHD_OPTION_HTTPS_MEM_CERT, 0, const_cast<char*>(acrKeys.mCertificate.c_str())},
                               {MHD_OPTION_HTTPS_MEM_KEY, 0, const_cast<char*>(acrKeys.mKey.c_str())},
                               {MHD_OPTION_END, 0, nullptr}};
     if (lIsPlain) {
-        lKeys[0] = lKeys[2];
+        lKeys[0] = lKeys[3];
     }
     // Times and numbers of connections are limited by us, who know what they are for.
     mpDaemon = MHD_start_daemon(

@@ -23,6 +23,8 @@ void beginWebList(ZTCJsonWriter& arJson, const char* apName, const ZTSHistoryFra
 
 inline constexpr std::uint64_t ZTWebLimit = 1000;  ///< of the items of one answer
 inline constexpr std::uint64_t ZTWebUsual = 200;   ///< where a request does not say how many
+/// Behind so many bytes a list ends, however many items it may have: several answers are in memory at once.
+inline constexpr std::size_t ZTWebBytes = std::size_t{2} << 20;
 
 /// The newest ones that are meant of a request's time: {"host", NAME: [...], "more"}.
 template <class Item, class IsMeant>
@@ -42,21 +44,19 @@ ZTSWebAnswer answerNewest(ZTCWebHistory& arHistory, const ZTSWebRequest& acrRequ
                                     std::not_fn(acrIsMeant)),
                      lItems.end());
     }
-    const bool lIsMore = lItems.size() > lLimit;
-    lItems.resize(std::min(lItems.size(), lLimit));
-
     std::string lText;
     ZTCJsonWriter lJson(lText);
     lJson.beginObject();
     beginWebList(lJson, apName, lView.mFrame);
-    for (const Item& lrItem : lItems) {
+    std::size_t lCount = 0;
+    for (; lCount < std::min(lItems.size(), lLimit) && lText.size() < ZTWebBytes; ++lCount) {
         lJson.beginObject();
-        putStored(lJson, lrItem, lView.mFrame);
+        putStored(lJson, lItems[lCount], lView.mFrame);
         lJson.endObject();
     }
     lJson.endList();
     lJson.key("more");
-    lJson.boolean(lIsMore);
+    lJson.boolean(lCount < lItems.size());
     lJson.endObject();
     return answerJson(std::move(lText += '\n'));
 }

@@ -170,13 +170,14 @@ void ZTCWebLoop::tick(Clock::time_point aNow) {
     mTicked = aNow;
     mNotify.feed(aNow);
     mServer.tick(aNow);
+    mDeaf.tick(aNow);
+    mNoMemory.tick(aNow);
     for (; !mResting.empty(); mResting.pop_back()) {
         watch(mListeners[mResting.back()].getDescriptor(), sListener + mResting.back());
     }
     if (aNow - mStatusTold >= sStatusEvery) {
         mStatusTold = aNow;
         mNotify.tellStatus(mServer.getStatus());
-        mNoMemory.over(aNow);
     }
 }
 
@@ -186,7 +187,6 @@ void ZTCWebLoop::takeConnections(std::size_t aListener) {
         ZTCSensorDescriptor lSocket = mListeners[aListener].accept(lPeer);
         if (lSocket.isOpen()) {
             mServer.take(std::move(lSocket), lPeer);
-            mDeaf.over();
         } else if (errno == EAGAIN) {
             return;
         } else if (errno != ECONNABORTED && errno != EINTR) {

@@ -41,8 +41,8 @@ class ZTCWebLoop {
     ZTSWebOptions mOptions;
     const ZTSWebPeriods mPeriods;
     ZTCServiceLog& mrLog;
-    ZTCServiceTrouble mDeaf;  ///< listeners
-    ZTCServiceTrouble mNoMemory;
+    ZTCWebTrouble mDeaf;  ///< listeners
+    ZTCWebTrouble mNoMemory;
     ZTCSensorDescriptor mSignals;
     std::shared_ptr<const ZTCSensorDescriptor> mpWake;  ///< an event, of threads that may outlive this
     ZTCSensorDescriptor mEvents;

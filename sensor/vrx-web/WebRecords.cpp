@@ -16,6 +16,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::uint64_t sUsual = 100;
 // So long is looked for the records of one page: few that are meant may lie among very many.
 constexpr std::chrono::seconds sLookFor(2);
+constexpr std::size_t sBytesBeside = 1024;  // of a record's text, beside its block's digits
 constexpr std::string_view sFormats[] = {"json", "ndjson", "csv"};
 
 std::string sCursorText(const ZTSStorePosition& acrPosition) {
@@ -61,13 +62,14 @@ class Pager {
         std::vector<ZTSStoredRecord>& lrRecords = lPage.mRecords;
         const Clock::time_point lEnd = Clock::now() + sLookFor;
         bool lIsMore = mrQuery.mTakesRecords;
-        while (lIsMore && lrRecords.size() <= aLimit && Clock::now() < lEnd) {
-            const std::size_t lBefore = lrRecords.size();
+        std::size_t lFit = 0;
+        while (lIsMore && lFit == lrRecords.size() && lFit <= aLimit && Clock::now() < lEnd) {
             lIsMore = mScan.read(lrRecords, lPiece);
-            keepEvidence(lrRecords, lBefore);
+            keepEvidence(lrRecords, lFit);
+            lFit = countFitting(lrRecords, lFit);
         }
-        if (lrRecords.size() > aLimit) {
-            lrRecords.resize(aLimit);
+        if (const std::size_t lCount = std::min(lFit, aLimit); lCount < lrRecords.size()) {
+            lrRecords.resize(lCount);
             lPage.mNext = sCursorText({lrRecords.back().mRecord.mFirst, lrRecords.back().mId});
         } else if (lIsMore) {
             lPage.mNext = sCursorText(mScan.getPosition());
@@ -96,8 +98,18 @@ class Pager {
             arRecords.end());
     }
 
+    // How many of them there is room for: one at least. Those before aFrom are.
+    std::size_t countFitting(const std::vector<ZTSStoredRecord>& acrRecords, std::size_t aFrom) {
+        std::size_t lCount = aFrom;
+        for (; lCount < acrRecords.size() && (lCount == 0 || mBytes < ZTWebBytes); ++lCount) {
+            mBytes += sBytesBeside + 2 * acrRecords[lCount].mRecord.mData.size();
+        }
+        return lCount;
+    }
+
     const ZTSHistoryQuery& mrQuery;
     ZTCRecordScan mScan;
+    std::size_t mBytes = 0;  ///< of the page as text
 };
 
 std::shared_ptr<const ZTCIncidentLookup> sReadIncidents(ZTCStoreReader& arReader, const Page& acrPage) {

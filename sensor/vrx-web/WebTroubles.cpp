@@ -10,7 +10,6 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::chrono::seconds sLookEvery = 1s;
-constexpr std::chrono::seconds sQuiet = 30s;  // without any, it is over
 
 ZTNanoseconds sNow() {
     const auto lNow = std::chrono::system_clock::now().time_since_epoch();
@@ -29,15 +28,12 @@ ZTCWebTroubles::ZTCWebTroubles(ZTCServiceLog& arLog, ZTCWebHealth& arHealth)
       mKept(arLog, "the history does not answer") {}
 
 void ZTCWebTroubles::noteRefused(std::size_t aConnections) {
-    mCrowded = Clock::now();
     mCrowd.met(fmt::format("{} are there, of at most {} in all and {} of one address", aConnections,
-                           ZTCWebConnections::Most, ZTCWebConnections::MostOfPeer),
-               mCrowded);
+                           ZTCWebConnections::Most, ZTCWebConnections::MostOfPeer));
 }
 
 void ZTCWebTroubles::noteSlow(const char* apWhy) {
-    mSlowed = Clock::now();
-    mSlow.met(apWhy, mSlowed);
+    mSlow.met(apWhy);
 }
 
 void ZTCWebTroubles::tick(Clock::time_point aNow, std::size_t aKept) {
@@ -54,8 +50,8 @@ void ZTCWebTroubles::tick(Clock::time_point aNow, std::size_t aKept) {
     lTell(mUnwritten, mState.mWriting);
     lTell(mKept,
           aKept == 0 ? "" : fmt::format("{} of {} threads wait for its disk", aKept, ZTCWebWorkers::Threads));
-    aNow - mCrowded >= sQuiet ? mCrowd.over(aNow) : void();
-    aNow - mSlowed >= sQuiet ? mSlow.over(aNow) : void();
+    mCrowd.tick(aNow);
+    mSlow.tick(aNow);
 }
 
 std::string ZTCWebTroubles::getStatus() const {

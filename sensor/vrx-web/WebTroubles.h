@@ -7,6 +7,26 @@
 #include "ServiceLog.h"
 #include "WebState.h"
 
+/// A trouble that is met now and then: it is over when it was not met for half a minute. One thread.
+class ZTCWebTrouble {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    ZTCWebTrouble(ZTCServiceLog& arLog, const char* apWhat) : mTrouble(arLog, apWhat) {}
+
+    void met(const std::string& acrWhy) {
+        mMet = Clock::now();
+        mTrouble.met(acrWhy, mMet);
+    }
+    void tick(Clock::time_point aNow) { aNow - mMet >= Quiet ? mTrouble.over(aNow) : void(); }
+
+  private:
+    static constexpr std::chrono::seconds Quiet{30};
+
+    ZTCServiceTrouble mTrouble;
+    Clock::time_point mMet;
+};
+
 /// One thread.
 class ZTCWebTroubles {
   public:
@@ -25,14 +45,12 @@ class ZTCWebTroubles {
 
   private:
     ZTCWebHealth& mrHealth;
-    ZTCServiceTrouble mCrowd;
-    ZTCServiceTrouble mSlow;
+    ZTCWebTrouble mCrowd;
+    ZTCWebTrouble mSlow;
     ZTCServiceTrouble mSilent;
     ZTCServiceTrouble mUnread;
     ZTCServiceTrouble mUnwritten;
     ZTCServiceTrouble mKept;
-    Clock::time_point mCrowded;
-    Clock::time_point mSlowed;
     Clock::time_point mLooked;
     ZTSWebState mState;
 };

@@ -63,7 +63,7 @@ class ZTCWebClient {
     bool isJoined() const { return mIsJoined; }
 
     /// False: the other end has gone, or takes nothing for half a minute.
-    bool send(std::string_view aBytes) {
+    virtual bool send(std::string_view aBytes) {
         while (!aBytes.empty()) {
             const ssize_t lSent =
                 ::send(mSocket.get(), aBytes.data(), aBytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);

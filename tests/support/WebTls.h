@@ -48,7 +48,7 @@ class ZTCWebTlsClient : public ZTCWebClient {
         }
         mIsSafe = lResult == GNUTLS_E_SUCCESS;
     }
-    ~ZTCWebTlsClient() {
+    ~ZTCWebTlsClient() override {
         gnutls_deinit(mSession);
         gnutls_certificate_free_credentials(mCredentials);
     }
@@ -61,12 +61,9 @@ class ZTCWebTlsClient : public ZTCWebClient {
         return lCount == 0 ? "" : std::string(reinterpret_cast<char*>(lpShown->data), lpShown->size);
     }
 
-    ZTSWebReply ask(const std::string& acrRequest) {
-        gnutls_record_send(mSession, acrRequest.data(), acrRequest.size());
-        return receive();
-    }
-    ZTSWebReply get(const std::string& acrPath, const std::string& acrMore = "") {
-        return ask(ZTWebGet(acrPath, acrMore));
+    bool send(std::string_view aBytes) override {
+        return gnutls_record_send(mSession, aBytes.data(), aBytes.size()) ==
+               static_cast<ssize_t>(aBytes.size());
     }
 
   protected:

@@ -39,7 +39,8 @@ struct ZTSStoreAddition {
 /// ZTCStoreError.
 ZTSStoreAddition openStoreToAdd(const std::string& acrPath);
 /// mode=ro. Works while vrx-sn runs and when it does not, also for those who may only read the file and what
-/// stands beside it: FILE-wal and FILE-shm, which stay there for them. Throws ZTCStoreError.
+/// stands beside it: FILE-wal and FILE-shm, which stay there for them. For one thread at a time. Throws
+/// ZTCStoreError.
 SQLite::Database openStoreToRead(const std::string& acrPath);
 
 /// What an error of SQLite's is, of which file.

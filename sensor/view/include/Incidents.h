@@ -2,6 +2,7 @@
 #pragma once
 
 #include "HistoryQuery.h"
+#include "JsonWriter.h"
 #include "StoreReader.h"
 
 /// What is known beside them.
@@ -17,7 +18,8 @@ ZTSIncidentFrame readIncidentFrame(ZTCStoreReader& arReader);
 /// Those that the options take: what is not closed first, of each the youngest first. Throws ZTCViewUsage
 /// and ZTCStoreError.
 std::vector<ZTSIncident> readIncidentList(ZTCStoreReader& arReader, const ZTSHistoryAsk& acrHistory,
-                                          const ZTSIncidentChoice& acrOptions, ZTNanoseconds aNow, bool aInUtc);
+                                          const ZTSIncidentChoice& acrOptions, ZTNanoseconds aNow,
+                                          bool aInUtc);
 
 /// By its id as somebody wrote it. Throws ZTCViewUsage for what is no id, ZTCViewMissing when there is none
 /// of that, and ZTCStoreError.
@@ -38,12 +40,11 @@ ZTNanoseconds endOf(const ZTSIncident& acrIncident, const ZTSIncidentFrame& acrF
 /// Asks for its records, and for what else there was in its time.
 void askForIncident(const ZTSIncident& acrIncident, ZTSHistoryQuery& arQuery);
 
+/// The first members of a document of one or of several.
+void putIncidentFrame(ZTCJsonWriter& arJson, const ZTSIncidentFrame& acrFrame);
 /// As JSON: a document of several, without the ids of their records, and of one with them. aIndent: 0 for one
 /// line.
 std::string incidentsJson(const std::vector<ZTSIncident>& acrIncidents, const ZTSIncidentFrame& acrFrame,
                           unsigned int aIndent);
 std::string incidentJson(const ZTSIncident& acrIncident, const ZTSIncidentFrame& acrFrame,
                          const std::vector<std::uint64_t>& acrEvidence, unsigned int aIndent);
-/// And with the others of its series.
-std::string incidentJson(const ZTSIncidentTold& acrTold, const ZTSIncidentFrame& acrFrame,
-                         const std::vector<std::uint64_t>& acrEvidence);

@@ -94,12 +94,30 @@ TEST(WebRecords, WhatComesBetweenTwoPagesMovesNothing) {
     }
 }
 
+TEST(WebRecords, OfAnySizeMakeNoAnswerThatIsMuchLarger) {
+    Records lRecords;
+    constexpr int lBig = 30;
+    Ids lAll;
+    for (int lAt = 0; lAt < lBig; ++lAt) {
+        lRecords.mStore.addRecord(101 + lAt, 1, 3000 + lAt, 3000 + lAt, 1, "zeroblob(262144)");
+        lAll.insert(lAll.begin(), static_cast<std::uint64_t>(101 + lAt));
+    }
+    for (const std::string lFormat : {"json", "csv"}) {
+        EXPECT_LT(
+            ZTAnswerWeb(lRecords.mHistory, "/api/v1/records?limit=1000&format=" + lFormat).mpBody->size(),
+            3U << 20);
+    }
+    EXPECT_EQ(walk(lRecords.mHistory, "/api/v1/records?limit=1000&since=@3000"), lAll);
+}
+
 TEST(WebRecords, OfAnIncidentAreThoseThatTellOfIt) {
     const ZTCTestDirectory lDirectory;
     ZTWriteShownStory(lDirectory / "history.db");
     ZTCWebHistory lHistory(lDirectory / "history.db");
     const auto lIncidents = ZTAskWeb(lHistory, "/api/v1/incidents?since=@0").mJson.at("incidents");
     ASSERT_EQ(lIncidents.size(), 2U);
+    EXPECT_EQ(ZTAskWeb(lHistory, "/api/v1/incidents?since=@0&limit=1").mJson.at("more"), true);
+    EXPECT_EQ(ZTAskWeb(lHistory, "/api/v1/incidents?since=@0&limit=2").mJson.at("more"), false);
     std::size_t lRecords = 0;
     for (const auto& lrIncident : lIncidents) {
         const std::string lId = lrIncident.at("id").dump();
