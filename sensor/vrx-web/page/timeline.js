@@ -9,6 +9,7 @@ import {describe, laneLabel, rangeText, recordsOf, sayThing, waysOn} from './des
 import {el, fill} from './dom.js';
 import {throttled} from './rest.js';
 import {leastSpan, mostSpan, TimeScale} from './scale.js';
+import {sentence} from './sentences.js';
 import {defaultSpan, readTimes, spanName, spanOf} from './spans.js';
 import {onTheme} from './theme.js';
 import {axes, TimelineData} from './timelineData.js';
@@ -295,7 +296,7 @@ class TimelineView {
         const items = bands.map(
             (band) =>
                 el('li', {'data-band': band.id}, stateMark(band.state), ' ',
-                   linkTo('incident', {}, band.id, `${band.id} ${band.title}`)));
+                   linkTo('incident', {}, band.id, [`${band.id} `, sentence(band.title)])));
         const rest = items.splice(mostListed);
         const more = rest.length > 0 &&
             el('li', {},
