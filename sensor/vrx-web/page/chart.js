@@ -176,7 +176,10 @@ export class Chart {
 
     nameOf(row) {
         const {text, more, opens} = this.owner.label(row);
-        const words = [el('span', {class: 'lane-name'}, text), more && el('span', {class: 'lane-more'}, more)];
+        const words = [
+            el('span', {class: text.includes(':') ? 'lane-name wwn' : 'lane-name'}, text),
+            more && el('span', {class: 'lane-more'}, more)
+        ];
         const title = [text, more, row.name].filter((part, at, all) => part && all.indexOf(part) === at).join(' · ');
         const name = opens && row.depth === 0 ?
             el('button', {
@@ -238,9 +241,9 @@ export class Chart {
         const thing = this.binThing(row, bin);
         this.cursor = {key: row.key, time: (thing.first + thing.last) / 2};
         this.owner.choose(thing);
-        const scale = this.scale.showing(thing.first, thing.last);
-        if (scale !== this.scale) {
-            this.move(scale);
+        // One at the border, of which a part is to be seen, moves nothing: what goes on with the clock goes on.
+        if (this.scale.toX(thing.last) < 1 || this.scale.toX(thing.first) > this.scale.width - 1) {
+            this.move(this.scale.showing(thing.first, thing.last));
         }
         this.redraw();
     }
