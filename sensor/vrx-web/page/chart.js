@@ -77,17 +77,25 @@ export class Chart {
 
     watchSize() {
         const observer = new ResizeObserver(() => {
-            const width = Math.floor(this.canvas.clientWidth);
-            this.narrow = this.element.clientWidth < narrowBelow;
-            this.element.classList.toggle('narrow', this.narrow);
-            if (width > 0 && width !== this.scale.width) {
-                this.scale = this.scale.resized(width);
+            if (this.fit()) {
                 this.owner.scaleChanged(this.scale);
             }
             this.redraw();
         });
         observer.observe(this.element);
         return () => observer.disconnect();
+    }
+
+    /** As wide as there is room. @returns {boolean} whether that is another width */
+    fit() {
+        this.narrow = this.element.clientWidth < narrowBelow;
+        this.element.classList.toggle('narrow', this.narrow);
+        const width = Math.floor(this.canvas.clientWidth);
+        const isOther = width > 0 && width !== this.scale.width;
+        if (isOther) {
+            this.scale = this.scale.resized(width);
+        }
+        return isOther;
     }
 
     // Drawing
