@@ -5,6 +5,7 @@ import {ApiError, ask} from './api.js';
 import {changeItem} from './changes.js';
 import {el, fill, svg} from './dom.js';
 import {behindText, stepsOf} from './incidentSteps.js';
+import {firstOf} from './lists.js';
 import {recordLine} from './recordWords.js';
 import {throttled} from './rest.js';
 import {sentence} from './sentences.js';
@@ -22,19 +23,6 @@ const beginning = 60 * 1000;  // the records of so long are asked for, where the
 
 const section = (title, attributes, ...children) =>
     el('section', {class: 'panel', ...attributes}, el('h2', {}, title), ...children);
-
-/** The first items; the others one click away. */
-function firstOf(items, most) {
-    if (items.length <= most) {
-        return items;
-    }
-    const rest = items.slice(most);
-    const more =
-        el('li', {},
-           el('button', {type: 'button', class: 'more', onclick: () => more.replaceWith(...rest)},
-              `and ${rest.length} more`));
-    return [...items.slice(0, most), more];
-}
 
 const names = (list, show = (each) => each) =>
     el('ul', {class: 'names'}, firstOf(list.map((each) => el('li', {}, show(each))), mostNames));
