@@ -3,6 +3,7 @@
 import {keepForTab, recallForTab} from './memory.js';
 import {during} from './rest.js';
 import {noteHostTime} from './times.js';
+import {askToken} from './token.js';
 
 const patience = 15000; // vrx-web itself ends a request after 5 s
 

@@ -17,8 +17,8 @@ const spans = [
 const names = ['since', 'until', 'kind', 'initiator', 'target', 'fabric', 'host', 'incident'];
 const titles = {
     kind: 'Kind',
-    initiator: 'From',
-    target: 'To',
+    initiator: 'Initiator',
+    target: 'Target',
     fabric: 'Fabric'
 };
 

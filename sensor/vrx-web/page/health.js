@@ -4,6 +4,7 @@ import {askHealth, onFailure} from './api.js';
 import {beginWork} from './rest.js';
 
 const period = 5000;
+const troubledPeriod = 2000;
 
 /**
  * @typedef {object} Health
@@ -26,14 +27,17 @@ export function watchHealth(listener) {
         asking = true;
         clearTimeout(timer);
         const end = last ? () => {} : beginWork(); // only the first answer is something to wait for
-        const answer = await askHealth();
-        missedSince = answer ? null : (missedSince ?? Date.now());
-        const health = answer ? answer : {...last, status: 'unreachable', reason: null, since: null, missedSince};
-        listener(health);
-        last = health;
-        end();
-        asking = false;
-        timer = setTimeout(look, period);
+        try {
+            const answer = await askHealth();
+            missedSince = answer ? null : (missedSince ?? Date.now());
+            const health = answer ? answer : {...last, status: 'unreachable', reason: null, since: null, missedSince};
+            last = health;
+            listener(health);
+        } finally {
+            end();
+            asking = false;
+            timer = setTimeout(look, last?.status === 'ok' ? period : troubledPeriod);
+        }
     }
 
     onFailure(look);

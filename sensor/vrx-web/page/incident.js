@@ -5,10 +5,12 @@ import {ApiError, ask} from './api.js';
 import {changeItem} from './changes.js';
 import {el, fill, svg} from './dom.js';
 import {behindText, stepsOf} from './incidentSteps.js';
+import {firstOf} from './lists.js';
 import {recordLine} from './recordWords.js';
 import {throttled} from './rest.js';
+import {sentence} from './sentences.js';
 import {bothZones, clockText, dateText, now, spanText, toMs, toText, zoneText} from './times.js';
-import {copyButton, linkTo, pathPips, portOf, stateMark, timeOf} from './widgets.js';
+import {copyButton, linkTo, pathPips, portOf, smallTable, stateMark, timeOf} from './widgets.js';
 import {className, count, kindName, portName, signText} from './words.js';
 
 export const styles = ['style-incident.css'];
@@ -21,19 +23,6 @@ const beginning = 60 * 1000;  // the records of so long are asked for, where the
 
 const section = (title, attributes, ...children) =>
     el('section', {class: 'panel', ...attributes}, el('h2', {}, title), ...children);
-
-/** The first items; the others one click away. */
-function firstOf(items, most) {
-    if (items.length <= most) {
-        return items;
-    }
-    const rest = items.slice(most);
-    const more =
-        el('li', {},
-           el('button', {type: 'button', class: 'more', onclick: () => more.replaceWith(...rest)},
-              `and ${rest.length} more`));
-    return [...items.slice(0, most), more];
-}
 
 const names = (list, show = (each) => each) =>
     el('ul', {class: 'names'}, firstOf(list.map((each) => el('li', {}, show(each))), mostNames));
@@ -87,7 +76,7 @@ function heading(incident) {
         el('p', {class: 'incident-kind'}, stateMark(incident.state),
            ` incident ${incident.id} · ${className(incident.class)}`, ` · ${states[incident.state] ?? ''}`,
            incident.window && ` In maintenance: ${incident.window}.`, incident.kept && ' Kept for good.'),
-        el('h1', {'data-title': ''}, incident.title),
+        el('h1', {'data-title': ''}, sentence(incident.title)),
         incident.merged !== null &&
             el('p', {class: 'notice warn'}, el('span', {class: 'shape', 'aria-hidden': 'true'}, '▲'),
                el('span', {}, 'It has become part of ',
@@ -249,16 +238,24 @@ function seriesSection(others) {
                              linkTo('incident', {}, other.id, `${other.id} ${other.title}`)))));
 }
 
-function recordItem(record) {
+const evidenceLabels = ['Time', 'Kind', {label: 'Events', class: 'number'}, 'From', 'To', 'What'];
+
+function evidenceCells(record) {
     const {names: called, initiator} = record;
-    const line = recordLine(record);
     const params = {incident: record.incident, since: record.first, until: record.last, kind: record.kind};
-    return el(
-        'li', {'data-evidence': record.id}, linkTo('records', params, null, timeOf(record.first, {digits: 3})), ' ',
-        el('strong', {}, kindName(record.kind)),
-        record.occurrences > 1 && ` × ${record.occurrences.toLocaleString('en')}`,
-        ` ${called.initiator ?? initiator.port_name}`,
-        record.remote_port_name && ` → ${called.target ?? record.remote_port_name}`, line && `: ${line}`);
+    return [
+        linkTo('records', params, null, timeOf(record.first, {digits: 3})), kindName(record.kind),
+        record.occurrences.toLocaleString('en'), portOf({...initiator, name: called.initiator}),
+        record.remote_port_name ? portOf({port_name: record.remote_port_name, name: called.target}) : '',
+        recordLine(record)
+    ];
+}
+
+function evidenceTable(records) {
+    const table = smallTable(evidenceLabels, records.map(evidenceCells));
+    table.classList.add('evidence');
+    [...table.tBodies[0].rows].forEach((row, at) => (row.dataset.evidence = records[at].id));
+    return table;
 }
 
 function evidenceSection(incident, records) {
@@ -267,7 +264,7 @@ function evidenceSection(incident, records) {
         'Evidence', {}, all === 0 ? el('p', {class: 'unknown'}, 'No records: the kernel and the history told it.') : [
             el('p', {class: 'note small'}, records.length < all ? `The first ${records.length} of ` : '',
                linkTo('records', {incident: incident.id}, null, count(all, 'record'))),
-            el('ol', {class: 'evidence small'}, records.map(recordItem))
+            evidenceTable(records)
         ]);
 }
 

@@ -10,7 +10,7 @@ const pulse = {
     isWell: true,
     lastFetch: null
 };
-const told = new Set(); // ids of incidents
+let told = null; // ids of incidents; null: it is not known yet which there are
 
 function show() {
     fill(document.getElementById('trouble'), [...notices.values()]);
@@ -62,11 +62,14 @@ export function showTrouble(name, what, again) {
 }
 
 /** Incidents that are known to go on: they are no news. */
-export const noteIncidents = (incidents) => incidents.forEach((incident) => told.add(incident.id));
+export function noteIncidents(incidents) {
+    told ??= new Set();
+    incidents.forEach((incident) => told.add(incident.id));
+}
 
 /** Incidents that have just begun, where the view does not show them. */
 export function showNews(incidents, view, site) {
-    for (const {id, state, title} of incidents) {
+    for (const {id, state, title} of told ? incidents : []) {
         if (state === 'closed') {
             told.delete(id); // should it open again, that is news
         } else if (!told.has(id)) {

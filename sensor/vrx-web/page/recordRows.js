@@ -6,7 +6,7 @@ import {bothZones, spanText, toMs} from './times.js';
 import {factList, linkTo, openingRow, portOf, timeOf} from './widgets.js';
 import {count, kindMeaning, kindName} from './words.js';
 
-export const labels = ['Time', 'Kind', {label: 'Events', class: 'number'}, 'From', 'To', 'What', 'Incident'];
+export const labels = ['Time', 'Kind', {label: 'Events', class: 'number'}, 'Initiator', 'Target', 'What', 'Incident'];
 
 function sideOf(record, side, wwn) {
     if (!wwn) {
@@ -25,10 +25,7 @@ export function recordRow(record, old) {
     const kind = record.kind ? kindName(record.kind) : `kind ${record.category}/${record.subcategory}`;
     return openingRow(
         [
-            [
-                timeOf(record.first, {digits: 3}), length >= 1000 && small(` for ${spanText(length)}`),
-                record.open && small(', goes on')
-            ],
+            [timeOf(record.first, {digits: 3}), length >= 1000 && small(` for ${spanText(length)}`)],
             el('span', {title: kindMeaning(record.kind)}, kind),
             record.occurrences.toLocaleString('en'),
             sideOf(record, 'initiator', record.initiator.port_name),
@@ -55,8 +52,8 @@ function placesOf({id, open, first, last, initiator, remote_port_name: remote, t
         ['record', `${id}${open ? ', which may still grow' : ''}`],
         ['first', bothZones(toMs(first), 3)],
         ['last', bothZones(toMs(last), 3)],
-        ['from', list(names?.initiator, initiator.port_name, names?.initiator_switch_port)],
-        ['to', list(names?.target, remote, controller, names?.target_switch_port)],
+        ['initiator', list(names?.initiator, initiator.port_name, names?.initiator_switch_port)],
+        ['target', list(names?.target, remote, controller, names?.target_switch_port)],
         ['registered target', target && target.port_name !== remote ? target.port_name : null],
         ['fabric', record.fabric],
         ['host', record.host],

@@ -12,14 +12,14 @@ import {leastSpan, mostSpan, TimeScale} from './scale.js';
 import {defaultSpan, readTimes, spanName, spanOf} from './spans.js';
 import {onTheme} from './theme.js';
 import {axes, TimelineData} from './timelineData.js';
+import {TimelineLists} from './timelineLists.js';
 import {fillLegend, makeParts} from './timelineParts.js';
 import {now, toMs, toText} from './times.js';
-import {linkTo, stateMark} from './widgets.js';
+import {linkTo} from './widgets.js';
 
 export const styles = ['style-timeline.css'];
 
 const second = 1000;
-const mostListed = 12;
 const newsApart = 700;  // however many come
 const tryAgain = 10 * second;
 const lookAgain = 30 * second;  // what comes without a record, such as a change
@@ -51,6 +51,7 @@ class TimelineView {
             },
             new TimeScale(now() - spanOf(defaultSpan), now(), 800));
         this.curves = new Curves();
+        this.lists = new TimelineLists();
         Object.assign(this, makeParts({
                           axis: (by) => this.choosesAxis(by),
                           span: (span) => this.choosesSpan(span),
@@ -81,7 +82,7 @@ class TimelineView {
         return el(
             'div', {'data-view': 'timeline'}, el('h1', {class: 'unseen'}, 'Timeline'), this.bar, this.when,
             this.trouble, el('div', {class: 'timeline-chart'}, this.chart.element, this.tip, this.nothing), this.legend,
-            this.readout, this.curves.element, this.list, this.help);
+            this.readout, this.curves.element, this.lists.element, this.help);
     }
 
     showLegend() { fillLegend(this.legend, this.chart.model); }
@@ -96,7 +97,8 @@ class TimelineView {
         // What this view has itself written there may be a little behind what it shows by now.
         if (params.toString() !== this.written) {
             this.follows = follows;
-            this.chart.scale = new TimeScale(since, until, this.chart.canvas.clientWidth || this.chart.scale.width);
+            this.chart.fit();
+            this.chart.scale = new TimeScale(since, until, this.chart.scale.width);
             this.chart.dropCursor();
         }
         this.showTimes();
@@ -125,7 +127,7 @@ class TimelineView {
         this.chart.show(model);
         this.showNothing(model);
         this.showLegend();
-        this.drawList(model);
+        this.lists.show(model, this.chart.scale);
         markFirstPaint(model);
         await this.loadCurves();
         if (this.isBehind()) {
@@ -165,7 +167,7 @@ class TimelineView {
         this.showTimes();
         this.curves.setScale(scale);
         this.point(null);
-        this.drawList(this.chart.model);
+        this.lists.show(this.chart.model, scale);
         this.saveSoon();
         if (this.isBehind()) {
             this.loadSoon();
@@ -280,27 +282,6 @@ class TimelineView {
         } finally {
             this.askingNewest = false;
         }
-    }
-
-    /** Incidents as a list: for the keyboard, for those who hear the page, and for paper. */
-    drawList(model) {
-        const {scale} = this.chart;
-        const bands = model.bands.filter((band) => scale.covers(band.first, band.last))
-                          .sort((a, b) => b.ongoing - a.ongoing || b.first - a.first);
-        const shape = JSON.stringify(bands.map((band) => [band.id, band.state, band.title]));
-        if (shape === this.listShape) {
-            return;
-        }
-        this.listShape = shape;
-        const items = bands.map(
-            (band) =>
-                el('li', {'data-band': band.id}, stateMark(band.state), ' ',
-                   linkTo('incident', {}, band.id, `${band.id} ${band.title}`)));
-        const rest = items.splice(mostListed);
-        const more = rest.length > 0 &&
-            el('li', {},
-               el('button', {type: 'button', onclick: () => more.replaceWith(...rest)}, `and ${rest.length} more`));
-        fill(this.list, bands.length > 0 && el('h2', {}, 'Incidents in this time'), el('ul', {}, items, more));
     }
 
     // News

@@ -68,7 +68,6 @@ export function makeParts(to) {
         nothing: el('p', {class: 'empty timeline-nothing', hidden: true}),
         legend: el('div', {class: 'timeline-legend small note'}),
         readout: el('div', {class: 'timeline-readout panel', 'data-readout': '', 'aria-live': 'polite', hidden: true}),
-        list: el('section', {class: 'timeline-list', 'aria-label': 'Incidents in this time'}),
         help:
             el('details', {class: 'timeline-help small note'}, el('summary', {}, 'Keys and mouse'),
                el('div', {id: 'timeline-keys'}, help.map((text) => el('p', {}, text)))),
