@@ -4,7 +4,7 @@ import {apiPath, fetchAnswer} from './api.js';
 import {EventReader} from './events.js';
 
 const silence = 40000; // vrx-web sends something each 15 s
-const hiddenFor = 30000;
+const hiddenFor = 10000;
 
 /**
  * A browser has few connections to one host: a tab that nobody sees gives its own back after a while.
@@ -48,6 +48,8 @@ export function follow({onEvent, onState}) {
 
     async function run() {
         for (;;) {
+            await seen();
+            stop = new AbortController();
             try {
                 await readStream();
             } catch (error) {
@@ -59,8 +61,6 @@ export function follow({onEvent, onState}) {
             stop.abort();
             onState(false);
             await new Promise((resolve) => setTimeout(resolve, (reader.retry ?? 2000) * (0.75 + 0.5 * Math.random())));
-            await seen();
-            stop = new AbortController();
         }
     }
 
@@ -70,6 +70,8 @@ export function follow({onEvent, onState}) {
             hiding = setTimeout(() => stop.abort(), hiddenFor);
         }
     });
+    // A page that the browser keeps for the way back would keep its connection, too.
+    window.addEventListener('pagehide', () => stop.abort());
     run();
 }
 
