@@ -4,6 +4,8 @@
 
 namespace {
 
+constexpr std::int64_t sSeriesToLookAt = 20'000;
+constexpr std::size_t sFewSeries = 512;
 constexpr std::int64_t sBehindAll = std::numeric_limits<std::int64_t>::max();
 
 // Rows whose columns are a time, what tells rows of one time apart, how many, and whose they are, if that is
@@ -129,6 +131,21 @@ bool readRecordCounts(ZTCStoreReader& arReader, const ZTSCountSpan& acrSpan, con
     return sRead(arReader, std::string(sRecords) + sByTime + sBehind,
                  {acrSpan.mFrom * ZTSecond, acrSpan.mTo * ZTSecond, 2 * acrSpan.mMost}, {},
                  sOfNanoseconds(acrTake));
+}
+
+std::optional<std::vector<std::int64_t>> findFewSeries(ZTCStoreReader& arReader,
+                                                       const ZTSHistoryFilter& acrFilter) {
+    const auto lLast = storeCall(arReader.getPath(), [&] {
+        return arReader.getDatabase().execAndGet("SELECT max(id) FROM series").getInt64();
+    });
+    if (lLast > sSeriesToLookAt) {
+        return {};
+    }
+    std::vector<std::int64_t> lSeries;
+    for (const ZTSStoredSeries& lrSeries : arReader.readSeries()) {
+        acrFilter.takes(lrSeries.mSeries) ? lSeries.push_back(lrSeries.mId) : void();
+    }
+    return lSeries.size() <= sFewSeries ? std::optional(std::move(lSeries)) : std::nullopt;
 }
 
 bool readRecordCounts(ZTCStoreReader& arReader, const std::vector<std::int64_t>& acrSeries,

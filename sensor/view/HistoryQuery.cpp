@@ -170,8 +170,8 @@ std::string readFabric(const std::string& acrText, ZTCStoreReader& arReader) {
         fmt::format("there is no fabric '{}', but {}", acrText, lAll.empty() ? "none is known" : lAll));
 }
 
-ZTSHistoryQuery makeQuery(const ZTSHistoryAsk& acrAsk, ZTCStoreReader& arReader, ZTNanoseconds aNow,
-                          bool aInUtc) {
+ZTSHistoryQuery makeRecordQuery(const ZTSHistoryAsk& acrAsk, ZTCStoreReader& arReader, ZTNanoseconds aNow,
+                                bool aInUtc) {
     ZTSHistoryQuery lQuery;
     ZTSHistoryFilter& lrFilter = lQuery.mFilter;
     const std::string lDash = acrAsk.mpDash;
@@ -190,12 +190,18 @@ ZTSHistoryQuery makeQuery(const ZTSHistoryAsk& acrAsk, ZTCStoreReader& arReader,
     lrFilter.mInitiators = readPortsOf(acrAsk.mInitiators, lLabels);
     lrFilter.mTargets = readPortsOf(acrAsk.mTargets, lLabels);
     lrFilter.mFabric = readFabric(acrAsk.mFabric, arReader);
-    if (lQuery.asksForPorts() || !arReader.readWindows().empty()) {
-        lQuery.mpBelow->read(arReader);
-    }
     if (!acrAsk.mHost.empty() && acrAsk.mHost != arReader.getHost()) {
         throw ZTCViewUsage(
             fmt::format("the store is that of host '{}', not of '{}'", arReader.getHost(), acrAsk.mHost));
+    }
+    return lQuery;
+}
+
+ZTSHistoryQuery makeQuery(const ZTSHistoryAsk& acrAsk, ZTCStoreReader& arReader, ZTNanoseconds aNow,
+                          bool aInUtc) {
+    ZTSHistoryQuery lQuery = makeRecordQuery(acrAsk, arReader, aNow, aInUtc);
+    if (lQuery.asksForPorts() || !arReader.readWindows().empty()) {
+        lQuery.mpBelow->read(arReader);
     }
     return lQuery;
 }

@@ -2,6 +2,19 @@
 
 #include "ConfigFile.h"
 
+namespace {
+
+// One that is just being written would have TLS spoken no more.
+std::string sReadKey(const std::string& acrPath, const char* apWhat) {
+    std::string lText = readConfigFile(acrPath, apWhat);
+    if (lText.empty()) {
+        throw ZTCServiceUsage("the " + std::string(apWhat) + " " + acrPath + " is empty");
+    }
+    return lText;
+}
+
+}  // namespace
+
 ZTSWebAccess readWebAccess(const ZTSWebOptions& acrOptions) {
     ZTSWebAccess lAccess;
     if (!acrOptions.mTokenFile.empty()) {
@@ -15,8 +28,7 @@ ZTSWebAccess readWebAccess(const ZTSWebOptions& acrOptions) {
         }
     }
     if (!acrOptions.mCertificate.empty()) {
-        lAccess.mKeys = {readConfigFile(acrOptions.mCertificate, "certificate"),
-                         readConfigFile(acrOptions.mKey, "key")};
+        lAccess.mKeys = {sReadKey(acrOptions.mCertificate, "certificate"), sReadKey(acrOptions.mKey, "key")};
     }
     return lAccess;
 }

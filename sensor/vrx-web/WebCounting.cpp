@@ -12,7 +12,6 @@ using Axis = ZTEStoreAxis;
 constexpr std::uint64_t sMostRecords = 60'000;
 constexpr std::uint64_t sMostSums = 100'000;
 constexpr std::uint64_t sNoLimit = std::uint64_t{1} << 40;
-constexpr std::size_t sMostSeries = 512;  // that are looked for one by one
 
 std::string sKindOf(const ZTSSeries& acrSeries) {
     const char* const lpName = findEventKind(acrSeries.mCategory, acrSeries.mSubcategory);
@@ -163,14 +162,9 @@ class Counting {
 
     // Where what is meant is little of all.
     bool countFew(const ZTSWebBins& acrBins) {
-        std::vector<std::int64_t> lSeries;
-        for (const ZTSStoredSeries& lrSeries :
-             mFilters != 0 ? mrReader.readSeries() : std::vector<ZTSStoredSeries>()) {
-            mrFilter.takes(lrSeries.mSeries) ? lSeries.push_back(lrSeries.mId) : void();
-        }
-        return mFilters != 0 && lSeries.size() <= sMostSeries &&
-               addSeries(acrBins, [&](const ZTTakeCount& acrTake) {
-                   return readRecordCounts(mrReader, lSeries, spanOf(acrBins, sMostRecords), acrTake);
+        const auto lSeries = mFilters != 0 ? findFewSeries(mrReader, mrFilter) : std::nullopt;
+        return lSeries && addSeries(acrBins, [&](const ZTTakeCount& acrTake) {
+                   return readRecordCounts(mrReader, *lSeries, spanOf(acrBins, sMostRecords), acrTake);
                });
     }
 

@@ -133,7 +133,7 @@ ZTSWebAnswer answerMeasures(ZTCWebHistory& arHistory, const ZTSWebRequest& acrRe
     const ZTNanoseconds lNow = toNanoseconds(toSensorTime(std::chrono::system_clock::now()));
     const By lBy = sByOf(acrRequest);
     ZTCStoreReader& lrReader = arHistory.getReader();
-    const ZTSHistoryFilter lFilter = makeQuery(historyAskOf(acrRequest), lrReader, lNow, true).mFilter;
+    const ZTSHistoryFilter lFilter = makeRecordQuery(historyAskOf(acrRequest), lrReader, lNow, true).mFilter;
     ZTSWebBins lBins;
     const Measuring::Values lValues = Measuring(lrReader, lFilter, textsOf(acrRequest, "name"), lBy)
                                           .read(webSpanOf(acrRequest, lFilter, lNow), lBins);

@@ -21,13 +21,13 @@ std::string_view sText(const char* apText) {
 
 // The headers that matter, as libmicrohttpd counts them up.
 MHD_Result sTakeHeader(void* apHead, MHD_ValueKind /*aKind*/, const char* apName, const char* apValue) {
-    static constexpr std::pair<const char*, std::string_view ZTSWebHead::*> lTexts[] = {
+    static constexpr std::pair<const char*, std::string_view ZTSWebHead::*> sTexts[] = {
         {"Host", &ZTSWebHead::mHost},
         {"Authorization", &ZTSWebHead::mAuthorization},
         {"If-None-Match", &ZTSWebHead::mKnownTag},
         {"Last-Event-ID", &ZTSWebHead::mLastEventId}};
     ZTSWebHead& lrHead = *static_cast<ZTSWebHead*>(apHead);
-    for (const auto& [lpName, lpMember] : lTexts) {
+    for (const auto& [lpName, lpMember] : sTexts) {
         if (strcasecmp(apName, lpName) == 0) {
             lrHead.*lpMember = sText(apValue);
         }
@@ -102,7 +102,11 @@ ZTCWebServer::ZTCWebServer(const ZTSWebOptions& acrOptions, const ZTSWebPeriods&
     if (!mPage.getTrouble().empty()) {
         arLog.note(ZTSL_Warning, "the page has no curves: %s", mPage.getTrouble().c_str());
     }
-    setAccess(std::move(aAccess), acrOptions.mAllowHosts);
+    if (!aAccess.mKeys.mCertificate.empty()) {
+        mSecure.push_back(std::make_unique<ZTCWebDaemon>(*this, aAccess.mKeys));
+    }
+    mDesk.setTokens(std::move(aAccess.mTokens));
+    mDesk.setNames(acrOptions.mAllowHosts);
 }
 
 ZTCWebServer::~ZTCWebServer() {
@@ -114,7 +118,8 @@ ZTCWebServer::~ZTCWebServer() {
 }
 
 void ZTCWebServer::setAccess(ZTSWebAccess aAccess, const std::vector<std::string>& acrNames) {
-    if (!aAccess.mKeys.mCertificate.empty()) {
+    const bool lSpeaksTls = !mSecure.empty();  // which does not become otherwise
+    if (lSpeaksTls && !aAccess.mKeys.mCertificate.empty()) {
         mSecure.push_back(std::make_unique<ZTCWebDaemon>(*this, aAccess.mKeys));
     }
     mDesk.setTokens(std::move(aAccess.mTokens));

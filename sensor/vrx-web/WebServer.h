@@ -33,8 +33,8 @@ class ZTCWebServer {
     ZTCWebServer(const ZTCWebServer&) = delete;
     ZTCWebServer& operator=(const ZTCWebServer&) = delete;
 
-    /// For what comes from now on: who is connected keeps his certificate. Throws std::runtime_error; then
-    /// all is as it was.
+    /// For what comes from now on: who is connected keeps his certificate. Whether TLS is spoken stays.
+    /// Throws std::runtime_error; then all is as it was.
     void setAccess(ZTSWebAccess aAccess, const std::vector<std::string>& acrNames);
     /// Somebody who has connected to a listener. TLS is spoken with all but those of a Unix socket.
     void take(ZTCSensorDescriptor aSocket, const ZTSListenAddress& acrPeer);

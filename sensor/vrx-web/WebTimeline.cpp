@@ -47,7 +47,7 @@ ZTSWebAnswer answerTimeline(ZTCWebHistory& arHistory, const ZTSWebRequest& acrRe
     const ZTNanoseconds lNow = toNanoseconds(toSensorTime(std::chrono::system_clock::now()));
     const ZTSWebBy lBy = sByOf(acrRequest);
     ZTCStoreReader& lrReader = arHistory.getReader();
-    const ZTSHistoryQuery lQuery = makeQuery(historyAskOf(acrRequest), lrReader, lNow, true);
+    const ZTSHistoryQuery lQuery = makeRecordQuery(historyAskOf(acrRequest), lrReader, lNow, true);
     const ZTSWebSpan lSpan = webSpanOf(acrRequest, lQuery.mFilter, lNow);
     ZTSWebBins lBins = chooseWebBins(lSpan, 0);
     std::vector<ZTSWebLane> lLanes;

@@ -51,7 +51,7 @@ class ZTCWebRun : public ZTCTestChild {
     }
 
     static Arguments commandOf(const std::string& acrStore, const Arguments& acrMore) {
-        Arguments lCommand{ZT_TEST_WEB, "--store", acrStore, "--figures", acrStore + ".none"};
+        Arguments lCommand{ZT_TEST_WEB, "--store", acrStore, "--figures", "/nonexistent"};
         if (std::find(acrMore.begin(), acrMore.end(), "--listen") == acrMore.end()) {
             lCommand.insert(lCommand.end(), {"--listen", "127.0.0.1:0"});
         }

@@ -25,7 +25,11 @@ bool readSums(ZTCStoreReader& arReader, ZTEStoreAxis aAxis, ZTEStoreBin aBin, co
 bool readSeriesSums(ZTCStoreReader& arReader, const ZTSCountSpan& acrSpan, const ZTTakeCount& acrTake);
 /// Records by their begin; the ids are their series'.
 bool readRecordCounts(ZTCStoreReader& arReader, const ZTSCountSpan& acrSpan, const ZTTakeCount& acrTake);
-/// Those of some series, which may be looked for one by one.
+/// The series that a filter takes. Nothing: there are so many of them, or of all, that whoever looks for the
+/// records of each would be slow.
+std::optional<std::vector<std::int64_t>> findFewSeries(ZTCStoreReader& arReader,
+                                                       const ZTSHistoryFilter& acrFilter);
+/// Records of some series, which are looked for one by one.
 bool readRecordCounts(ZTCStoreReader& arReader, const std::vector<std::int64_t>& acrSeries,
                       const ZTSCountSpan& acrSpan, const ZTTakeCount& acrTake);
 

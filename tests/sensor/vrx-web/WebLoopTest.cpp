@@ -62,8 +62,11 @@ TEST(WebLoop, WhatIsReadAnewIsForThoseWhoComeFromThenOn) {
     EXPECT_EQ(ZTCWebClient(lStand.mDirectory / "web.sock").get("/api/v1/ports", sNew).mStatus, 200U);
 
     // What cannot be used changes nothing.
-    const std::pair<const char*, const char*> lBad[] = {
-        {"tokens", "short"}, {"certificate", "none"}, {"key", "none"}, {"config", "unknown = 1"}};
+    const std::pair<const char*, const char*> lBad[] = {{"tokens", "short"},
+                                                        {"certificate", "none"},
+                                                        {"certificate", ""},
+                                                        {"key", "none"},
+                                                        {"config", "unknown = 1"}};
     for (const auto& [lpFile, lpText] : lBad) {
         const std::string lBefore = readFile(lStand.mDirectory / lpFile);
         writeFile(lStand.mDirectory / lpFile, lpText);
@@ -80,10 +83,13 @@ TEST(WebLoop, OptionsThatNeedANewStartAreTold) {
     const std::string lConfig = lStore.getDirectory() / "config";
     writeFile(lConfig, "");
     ZTCWebRun lWeb(ZTCWebRun::Whole{{ZT_TEST_WEB, "--listen", "127.0.0.1:0", "--config", lConfig}});
-    writeFile(lConfig, "store = " + lStore.getPath() + "\nfigures = /f\n");
+    writeFile(lConfig, "store = " + lStore.getPath() +
+                           "\nfigures = /f\ncertificate = " + lStore.getDirectory().getPath() +
+                           "/certificate\nkey = " + lStore.getDirectory().getPath() + "/key\n");
+    ZTMakeCertificate("localhost", lStore.getDirectory() / "certificate", lStore.getDirectory() / "key");
     lWeb.sendSignal(SIGHUP);
     EXPECT_TRUE(waitUntil([&] {
-        return contains(lWeb.getErr(), "only a new start changes --store, --figures\n");
+        return contains(lWeb.getErr(), "only a new start changes --store, --figures, --certificate\n");
     })) << lWeb.getErr();
     EXPECT_EQ(lWeb.get("/api/v1/ports").mStatus, 503U);
 }
@@ -130,7 +136,7 @@ TEST(WebLoop, WhatKeepsItFromServingIsOneLineAndAStatus) {
     const std::string lEmpty = lStand.mDirectory / "empty";
     const std::pair<int, Words> lRows[] = {{1, {"--listen", lTaken}},
                                            {1, {"--listen", lStand.mDirectory / "none/web.sock"}},
-                                           {1, {"--certificate", lEmpty, "--key", lKey}},
+                                           {2, {"--certificate", lEmpty, "--key", lKey}},
                                            {1, {"--certificate", lCertificate, "--key", lCertificate}},
                                            {2, {"--certificate", "/none", "--key", lKey}},
                                            {2, {"--certificate", lCertificate}},

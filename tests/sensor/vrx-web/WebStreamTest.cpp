@@ -220,7 +220,10 @@ TEST(WebStream, WhatIsTooMuchIsToldAsAGap) {
     })) << "the slow one is sent off";
 
     unsigned int lTimes = 0;
-    ASSERT_TRUE(waitUntil([&] { return lSite.comeBack(lId).back().name() == "12000 open"; }));
+    ASSERT_TRUE(waitUntil([&] {
+        auto lLast = *lSite.mpStream->begin("") - 1;
+        return contains(*lSite.mpStream->take(lLast).mpPiece, "\"id\":12000,");
+    }));
     const std::vector<Event> lCaught = lSite.comeBack(lId, &lTimes);
     EXPECT_EQ(lCaught.at(0).mKind, "gap");
     EXPECT_EQ(lCaught.at(0).mData.at("records"), 1999);
