@@ -1,7 +1,7 @@
 #include "TotalsSchema.h"
 
-// What is there already is counted, in the order of the file, and added row by row: to go by series would read
-// all of a large file again for each, and to sort records would take memory for all.
+// What is there already is counted, in the order of the file, and added row by row: to go by series would
+// read all of a large file again for each, and to sort records would take memory for all.
 const char ZTStoreStepToTotals[] = R"sql(
 CREATE TABLE series_hours (  -- sums of the records whose first event was in that hour
   time INTEGER NOT NULL,     -- its begin, in seconds since 1970

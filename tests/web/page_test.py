@@ -34,6 +34,7 @@ class Page(Case):
         self.browser.script("history.back()")
         self.browser.rest()
         self.assertEqual(self.seen(), "records")
+        self.browser.announce("incidents/x.*400")
         for rubbish in ("#nowhere", "#incident/x", "#timeline?since=never", "#records?limit=-1&colour=%zz"):
             self.browser.open(rubbish, rest=False)
             self.browser.rest()
@@ -64,7 +65,7 @@ class Page(Case):
             small = self.browser.script("""
                 return [...document.querySelectorAll('button, nav a, input, select')].filter((one) => {
                     const box = (one.closest('.lane') ?? one).getBoundingClientRect();
-                    return box.width > 0 && Math.min(box.width, box.height) < 22 && !one.closest('p, td, li');
+                    return box.width > 0 && Math.min(box.width, box.height) < 22 && !one.closest('p, td, li, label');
                 }).map((one) => one.outerHTML.slice(0, 80));
             """)
             self.assertEqual(small, [], view + ": too small for a finger")

@@ -1,6 +1,5 @@
 """Lanes on one axis of time: what is drawn is what is counted, and one gets from there to the records."""
 
-import datetime
 import signal
 
 from selenium.webdriver.common.keys import Keys
@@ -10,11 +9,6 @@ from played import wait_until
 
 LANES = "canvas[data-lanes]"
 AXES = ("initiator", "target", "kind", "fabric", "host")
-
-
-def seconds(text):
-    """Of a moment as the API gives it."""
-    return datetime.datetime.fromisoformat(text[:19] + "+00:00").timestamp() + float("0" + text[19:-1])
 
 
 class Timeline(Case):
@@ -152,6 +146,7 @@ class Timeline(Case):
     def test_a_hole_is_shown_and_told(self):
         site = self.site = self.own_site()
         site.play("check-condition lun=3 sense=5/24/00 times=3")
+        wait_until(lambda: site.web.api("records")["records"], "a record is stored")
         site.agent.end(signal.SIGKILL)
         wait_until(lambda: not site.web.health()["agent_up"], "the agent is gone")
         site.start_agent()
@@ -160,9 +155,5 @@ class Timeline(Case):
         self.browser.reset(site.web.address)
         self.browser.open("#timeline?since=-10min&by=kind")
         self.assertEqual(int(self.drawn()["holes"]), len(holes))
-        since, until = self.span()
-        middle = (seconds(holes[0]["first"]) + seconds(holes[0]["last"])) / 2
-        size = self.browser.one(LANES).size
-        self.browser.point(LANES, size["width"] * (middle - since) / (until - since), size["height"] - 8)
-        self.browser.wait_text("(?i)agent", ".timeline-tip")
+        self.browser.wait_text("the agent did not run")
         self.browser.picture("timeline-hole")

@@ -48,19 +48,16 @@ export function follow({onEvent, onState}) {
 
     async function run() {
         for (;;) {
+            await seen();
+            stop = new AbortController();
             try {
                 await readStream();
-            } catch (error) {
+            } catch {
                 // Whatever it was, it is tried again; what is wrong is told by the state of the whole.
-                if (!(error instanceof Error)) {
-                    throw error;
-                }
             }
             stop.abort();
             onState(false);
             await new Promise((resolve) => setTimeout(resolve, (reader.retry ?? 2000) * (0.75 + 0.5 * Math.random())));
-            await seen();
-            stop = new AbortController();
         }
     }
 
