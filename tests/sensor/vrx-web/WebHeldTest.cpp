@@ -81,7 +81,7 @@ TEST(WebHeld, WhoTakesNothingIsSentOff) {
     const Stand lStand;
     std::string lMuch;
     for (int lTimes = 0; lTimes < 200; ++lTimes) {
-        lMuch += ZTWebGet("/api/v1/incidents/1");
+        lMuch += ZTWebGet("/page/lanes.js");
     }
     lStand.expectEnd(lStand.open(50, lMuch), "");
     lStand.expectNothingIsLeft();

@@ -91,6 +91,38 @@ TEST(WebReader, NothingThatIsSentChangesAByteOfTheStore) {
     EXPECT_EQ(lTries.waitForEnd(), 0);
 }
 
+// Records of as much data as there may be, asked for by as many as there may be, of whom none reads.
+TEST(WebReader, AnswersThatNobodyTakesAreBounded) {
+    const ZTCTestDirectory lDirectory;
+    ZTSStoredIncidents lHost;
+    const ZTSStoreRow lRow = lHost.mBatch.mRows.back();
+    for (int lTimes = 1; lTimes <= 60; ++lTimes) {
+        lHost.mBatch.mRows.push_back(lRow);
+        lHost.mBatch.mRows.back().mId = lRow.mId + static_cast<std::uint64_t>(lTimes);
+        lHost.mBatch.mRows.back().mRecord.mData.assign(262144, 0xff);
+    }
+    ZTCStoreWriter lWriter(ZTHostStoreOptions(lDirectory / "history.db"));
+    lWriter.write(lHost.mBatch);
+    const ZTCWebRun lWeb(lDirectory / "history.db");
+    const std::string lAsks[] = {
+        ZTWebGet("/api/v1/records?limit=1000"), ZTWebGet("/api/v1/records?limit=1000&format=csv"),
+        ZTWebGet("/api/v1/records?limit=1000&format=ndjson"), ZTWebGet("/api/v1/incidents/1")};
+    std::vector<std::unique_ptr<ZTCWebClient>> lClients;
+    for (unsigned int lAt = 0; lAt < 1000; ++lAt) {
+        const std::string lFrom = "127.0.0." + std::to_string(20 + lAt % 4);
+        lClients.push_back(std::make_unique<ZTCWebClient>(lWeb.getPort(), lFrom.c_str()));
+        lClients.back()->send(lAsks[lAt / 4 % std::size(lAsks)]);
+    }
+    lClients.resize(990);
+    // The last of the crowd has had his turn when there is room for one more.
+    const auto lAnswerOf = [&] { return ZTCWebClient(lWeb.getPort()).get("/api/v1/ports").mStatus; };
+    EXPECT_TRUE(waitUntil([&] { return lAnswerOf() == 200; }));
+    printf("           %ju KiB at the most\n", static_cast<std::uintmax_t>(lWeb.getMemory("VmHWM")));
+    if (!ZTIsSanitized) {
+        EXPECT_LE(lWeb.getMemory("VmHWM"), 160U << 10);
+    }
+}
+
 // In the whole form the storm is millions of events.
 TEST(WebReader, StreamsAndThoseWhoPollHoldUpNoCollecting) {
     constexpr unsigned int lPollers = 50;
@@ -128,13 +160,12 @@ TEST(WebReader, StreamsAndThoseWhoPollHoldUpNoCollecting) {
             }
         });
     });
-    lBooks.storm(lEvents, 50000);
+    lBooks.storm(lEvents, ZTIsSanitized ? 10000 : 50000);
     // Each stream has the first record of it, and goes on while the storm does.
     for (const auto& lrpStream : lStreams) {
         EXPECT_TRUE(lrpStream->readUntil("event: record"));
     }
-    EXPECT_TRUE(lBooks.waitForEvents(lEvents));
-    EXPECT_TRUE(waitUntil([&] { return lAnswers >= 4 * lPollers; }));
+    EXPECT_TRUE(waitUntil([&] { return lBooks.getDelivered() >= lEvents && lAnswers >= 4 * lPollers; }, 600));
     lIsOver = true;
     lPolling.join();
     printf("           %u answers beside 200 streams; %ju KiB at the most\n", lAnswers.load(),
@@ -143,7 +174,9 @@ TEST(WebReader, StreamsAndThoseWhoPollHoldUpNoCollecting) {
         EXPECT_LE(lWeb.getMemory("VmHWM"), 60U << 10);
     }
     lBooks.expectAll(lEvents);
-    EXPECT_EQ(lBooks.getOtherLosses("''"), 0);
+    // Of a processor that has others to serve the agent may be full for a moment.
+    EXPECT_EQ(lBooks.getOtherLosses("'limit'"), 0);
+    EXPECT_LE(lBooks.getLost(), lEvents / 10);
 }
 
 }  // namespace
