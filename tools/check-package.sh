@@ -221,11 +221,6 @@ check_sensor() {
     packages -i /packages/vrx-sn_*.deb
 }
 
-# as_web COMMAND...: as the service's user, who may do nothing.
-as_web() {
-    setpriv --reuid=vrx-web --regid=vrx-web --groups=vrx-sn --bounding-set=-all --no-new-privs "$@"
-}
-
 # ask_web PATH: with what every Debian system has.
 ask_web() {
     perl -MIO::Socket::UNIX -e 'my $web = IO::Socket::UNIX->new($ARGV[0]) or exit 1;
@@ -236,11 +231,12 @@ ask_web() {
 # Behind the end of the sensor whose history it shows. What its user may write is its socket, and no more.
 check_web() {
     local web moment writable
+    local user=(setpriv --reuid=vrx-web --regid=vrx-web --groups=vrx-sn --bounding-set=-all --no-new-privs)
     packages -i /packages/vrx-web_*.deb
     says 'vrx-web' vrx-web --version
     check_unit vrx-web 1.0
     install -d -m 0750 -o vrx-web -g vrx-web /run/vrx-web
-    as_web vrx-web --listen /run/vrx-web/vrx-web.socket 2>/run/vrx-web.err &
+    "${user[@]}" vrx-web --listen /run/vrx-web/vrx-web.socket 2>/run/vrx-web.err &
     web=$!
     for ((moment = 0; moment < 100; ++moment)); do
         [[ ! $(ask_web / 2>&1) == *'200 OK'* ]] || break
@@ -250,7 +246,7 @@ check_web() {
     says '"link' ask_web /api/v1/records
     says '503 ' ask_web /healthz # the sensor has ended
     says 'scopeagent_sensor_up 0' ask_web /metrics
-    writable=$(as_web find /var/lib/vrx-sn /run/vrx-sn /run/vrx-sca /etc/vrx-sca -writable ! -type l 2>/dev/null) || :
+    writable=$("${user[@]}" find /var/lib/vrx-sn /run/vrx-sn /run/vrx-sca /etc/vrx-sca -writable ! -type l 2>/dev/null) || :
     [[ -z $writable ]] || die "the user of vrx-web may write $writable"
     kill "$web"
     wait "$web" || die "the status of vrx-web is $?: $(cat /run/vrx-web.err)"

@@ -21,7 +21,7 @@ constexpr std::pair<const char*, const char*> sEveryHeader[] = {
 
 ssize_t sCopy(char* apTo, std::size_t aRoom, const std::string& acrFrom, std::size_t aAt) {
     const std::size_t lSize = std::min(aRoom, acrFrom.size() - aAt);
-    memcpy(apTo, acrFrom.data() + aAt, lSize);
+    std::copy_n(acrFrom.data() + aAt, lSize, apTo);
     return static_cast<ssize_t>(lSize);
 }
 
@@ -118,16 +118,16 @@ MHD_Result sendReply(ZTCWebServer& arServer, ZTSWebConnection& arConnection) {
 }
 
 void beginStream(ZTSWebConnection::Request& arRequest, const std::string& acrLastEventId) {
-    static const auto lpFirst = std::make_shared<const std::string>("retry: 2000\n\n");
+    static const auto sFirst = std::make_shared<const std::string>("retry: 2000\n\n");
     ZTSWebAnswer lAnswer;
     lAnswer.mpType = "text/event-stream";
     arRequest.mFollower = ZTSWebFollower{acrLastEventId};
-    arRequest.mFollower->mpPiece = lpFirst;
+    arRequest.mFollower->mpPiece = sFirst;
     arRequest.mAnswer = std::move(lAnswer);
 }
 
 void keepAlive(ZTSWebFollower& arFollower) {
-    static const auto lpAlive = std::make_shared<const std::string>(": keep-alive\n\n");
-    arFollower.mpPiece = lpAlive;
+    static const auto sAlive = std::make_shared<const std::string>(": keep-alive\n\n");
+    arFollower.mpPiece = sAlive;
     arFollower.mTaken = 0;
 }

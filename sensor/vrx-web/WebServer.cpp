@@ -21,13 +21,13 @@ std::string_view sText(const char* apText) {
 
 // The headers that matter, as libmicrohttpd counts them up.
 MHD_Result sTakeHeader(void* apHead, MHD_ValueKind /*aKind*/, const char* apName, const char* apValue) {
-    static constexpr std::pair<const char*, std::string_view ZTSWebHead::*> lTexts[] = {
+    static constexpr std::pair<const char*, std::string_view ZTSWebHead::*> sTexts[] = {
         {"Host", &ZTSWebHead::mHost},
         {"Authorization", &ZTSWebHead::mAuthorization},
         {"If-None-Match", &ZTSWebHead::mKnownTag},
         {"Last-Event-ID", &ZTSWebHead::mLastEventId}};
     ZTSWebHead& lrHead = *static_cast<ZTSWebHead*>(apHead);
-    for (const auto& [lpName, lpMember] : lTexts) {
+    for (const auto& [lpName, lpMember] : sTexts) {
         if (strcasecmp(apName, lpName) == 0) {
             lrHead.*lpMember = sText(apValue);
         }

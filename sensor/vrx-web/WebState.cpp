@@ -35,8 +35,9 @@ struct ZTSWebStatus {
     const char* mpName;
     std::string ZTSWebState::*mpWhy;
 };
-constexpr ZTSWebStatus sStatuses[] = {{"silent", &ZTSWebState::mCollector},
-                                      {"unreadable", &ZTSWebState::mHistory},
+// The worst first: who can see nothing has no use for how new it is.
+constexpr ZTSWebStatus sStatuses[] = {{"unreadable", &ZTSWebState::mHistory},
+                                      {"silent", &ZTSWebState::mCollector},
                                       {"unwritten", &ZTSWebState::mWriting}};
 
 void sPutMoment(ZTCJsonWriter& arJson, const char* apKey, ZTNanoseconds aTime) {
@@ -97,36 +98,42 @@ void ZTCWebHealth::seeCollector(const ZTSWebFigures& acrFigures, ZTNanoseconds a
         return;
     }
     mSilentSince = mSilentSince != 0 ? mSilentSince : aNow;
-    arState.mSince = lAlive != 0 ? std::min(lAlive, aNow) : mSilentSince;
+    if (arState.mSince == 0) {
+        arState.mSince = lAlive != 0 ? std::min(lAlive, aNow) : mSilentSince;
+    }
     const std::string lLast = arState.mLastFetch != 0 ? "the last fetch was at " + sTextOf(arState.mLastFetch)
                                                       : std::string("nothing was fetched yet");
     const char* const lpRunning = arState.mHasAgent ? "vrx-sn fetches nothing" : "no agent answers vrx-sn";
     arState.mCollector = (acrFigures.mWhy.empty() ? lpRunning : acrFigures.mWhy) + "; " + lLast;
 }
 
-void ZTCWebHealth::seeHistory(const ZTSWebFigures& acrFigures, ZTNanoseconds aNow, ZTSWebState& arState) {
+void ZTCWebHealth::seeHistory(ZTNanoseconds aNow, ZTSWebState& arState) const {
     const auto lSilence = Clock::now() - mHeard;
-    const ZTNanoseconds lStands = sTimeIn(acrFigures.mRows, "store_stands_since_ns");
-    ZTNanoseconds lSince = mHistorySince;
     arState.mHistory = mHistory;
+    arState.mSince = mHistorySince;
     if (lSilence > mStands) {
         const auto lSeconds = std::chrono::duration_cast<std::chrono::seconds>(lSilence).count();
-        lSince = aNow - std::chrono::nanoseconds(lSilence).count();
+        arState.mSince = aNow - std::chrono::nanoseconds(lSilence).count();
         arState.mHistory = fmt::format("the disk of the history stands still: no answer for {} s", lSeconds);
-    } else if (mHistory.empty() && acrFigures.mIsRunning && lStands != 0) {
-        lSince = lStands;
+    }
+}
+
+void ZTCWebHealth::seeWriting(const ZTSWebFigures& acrFigures, ZTSWebState& arState) {
+    const ZTNanoseconds lStands = sTimeIn(acrFigures.mRows, "store_stands_since_ns");
+    if (arState.mHistory.empty() && acrFigures.mIsRunning && lStands != 0) {
+        arState.mSince = arState.mSince != 0 ? arState.mSince : lStands;
         arState.mWriting = fmt::format(
             "vrx-sn has not been able to write the history since {}: its journal says why", sTextOf(lStands));
     }
-    arState.mSince = arState.mSince != 0 ? arState.mSince : lSince;
 }
 
 ZTSWebState ZTCWebHealth::getState(ZTNanoseconds aNow) {
     const std::scoped_lock lLock(mMutex);
     look(mLast);
     ZTSWebState lState;
+    seeHistory(aNow, lState);
     seeCollector(mLast, aNow, lState);
-    seeHistory(mLast, aNow, lState);
+    seeWriting(mLast, lState);
     return lState;
 }
 

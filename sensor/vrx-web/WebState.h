@@ -12,8 +12,8 @@
 
 /// Empty texts: all is well.
 struct ZTSWebState {
-    std::string mCollector;    ///< why the collector counts as silent
     std::string mHistory;      ///< why the history cannot be read
+    std::string mCollector;    ///< why the collector counts as silent
     std::string mWriting;      ///< why vrx-sn does not write it, while it can be read
     ZTNanoseconds mSince = 0;  ///< since when the first of these that is there is so; 0: all is well
     ZTNanoseconds mLastFetch = 0;
@@ -49,7 +49,8 @@ class ZTCWebHealth {
   private:
     void look(ZTSWebFigures& arFigures) const;
     void seeCollector(const ZTSWebFigures& acrFigures, ZTNanoseconds aNow, ZTSWebState& arState);
-    void seeHistory(const ZTSWebFigures& acrFigures, ZTNanoseconds aNow, ZTSWebState& arState);
+    void seeHistory(ZTNanoseconds aNow, ZTSWebState& arState) const;
+    static void seeWriting(const ZTSWebFigures& acrFigures, ZTSWebState& arState);
 
     const std::string mFigures;
     const Clock::duration mStands;

@@ -18,6 +18,8 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds sLookEvery(250);
 constexpr std::chrono::seconds sTryEvery(1);  // where it cannot be read
+constexpr std::chrono::seconds sOpenEvery(
+    3);  // who has it open does not see that nobody could open it by now
 constexpr std::chrono::seconds sEndsWithin(1);
 constexpr unsigned int sShareOfIncidents = 10;  // they are looked at in one part of the time at most
 constexpr std::size_t sMostPieces = 4096;
@@ -96,6 +98,7 @@ class ZTCWebStream::Impl {
 
     const std::string mStore;
     std::unique_ptr<ZTCStoreReader> mpReader;
+    Clock::time_point mOpened;
     std::optional<ZTCStoreFollow> mFollow;
     std::optional<ZTCIncidentFollow> mIncidents;
     ZTCWebPieces mPieces;
@@ -180,7 +183,7 @@ void ZTCWebStream::Impl::giveUp() {
 }
 
 void ZTCWebStream::Impl::look() {
-    if (!mpReader || mpReader->isReplaced()) {
+    if (!mpReader || mpReader->isReplaced() || Clock::now() - mOpened >= sOpenEvery) {
         open();
     }
     if (!mFollow) {
@@ -205,7 +208,9 @@ void ZTCWebStream::Impl::open() {
     const ZTSStorePlace lPlace = mpReader->readPlace();
     const std::uint32_t lStore = shortStoreId(lPlace.mStore);
     const std::uint32_t lBefore = mAt.mStore;
-    if (lStore == lBefore) {
+    mOpened = Clock::now();
+    // What has gone back is an older copy.
+    if (lStore == lBefore && lPlace.mClosedTo >= mAt.mClosedTo) {
         return;
     }
     const bool lHasPast = lBefore == 0 || lPlace.mLastRecord > sMostCaught;

@@ -20,10 +20,10 @@ constexpr std::chrono::milliseconds sEndTime(200);  // that idle threads need to
 
 // Nothing but what allocates nothing.
 ZTSWebAnswer sNoMemory() {
-    static const auto lpBody = std::make_shared<const std::string>("{\"error\":\"no memory\"}\n");
+    static const auto sBody = std::make_shared<const std::string>("{\"error\":\"no memory\"}\n");
     ZTSWebAnswer lAnswer;
     lAnswer.mStatus = 503;
-    lAnswer.mpBody = lpBody;
+    lAnswer.mpBody = sBody;
     return lAnswer;
 }
 

@@ -1,7 +1,11 @@
 // docs/api.md: its paths, parameters, answers and refusals are those of the program.
+#include <nlohmann/json.hpp>
+
 #include "StoryStore.h"
 #include "TestPages.h"
-#include "WebAsk.h"
+#include "WebProgram.h"
+#include "WebRoutes.h"
+#include "WebState.h"
 
 namespace {
 
@@ -15,7 +19,9 @@ struct Host {
     Host() { ZTWriteShownStory(mDirectory / "history.db"); }
 
     const ZTCTestDirectory mDirectory;
-    ZTCWebHistory mHistory{mDirectory / "history.db"};
+};
+struct Program : Host, ZTCWebRun {
+    Program() : ZTCWebRun(mDirectory / "history.db") {}
 };
 
 // Whether an answer is what the page shows: all of it, or what stands before "...".
@@ -63,21 +69,38 @@ std::vector<Example> readExamples() {
 }
 
 TEST(ApiPage, ShowsEachAnswerAsItIs) {
-    Host lHost;
+    const Program lProgram;
     std::set<const ZTSWebRoute*> lShown;
     for (const Example& lrExample : readExamples()) {
         const ZTSWebRoute* const lpRoute =
             findWebRoute(lrExample.mTarget.substr(0, lrExample.mTarget.find('?')));
         if (lpRoute != nullptr) {
-            const Json lPage = Json::parse(lrExample.mBody, nullptr, false);
-            const ZTSWebAsked lAsked = ZTAskWeb(lHost.mHistory, lrExample.mTarget);
-            EXPECT_TRUE(isAsShown(lPage, lAsked.mJson)) << lrExample.mTarget << "\n" << lAsked.mJson.dump(1);
+            const ZTSWebReply lReply = lProgram.get(lrExample.mTarget);
+            EXPECT_TRUE(isAsShown(Json::parse(lrExample.mBody, nullptr, false),
+                                  Json::parse(lReply.mBody, nullptr, false)))
+                << lrExample.mTarget << "\n"
+                << lReply.mBody;
             lShown.insert(lpRoute);
         }
     }
     for (const ZTSWebRoute& lrRoute : listWebRoutes()) {
         EXPECT_TRUE(lShown.contains(&lrRoute)) << lrRoute.mPath << " has no example";
     }
+}
+
+TEST(ApiPage, ShowsWhatIsSaidOfHealth) {
+    constexpr ZTNanoseconds lMoment = 1'795'248'000 * ZTSecond;  // 2026-11-21 08:00
+    ZTSWebState lState;
+    lState.mWriting =
+        "vrx-sn has not been able to write the history since 2026-11-21 08:00:00.000 UTC: its journal says why";
+    lState.mSince = lMoment;
+    lState.mLastFetch = lMoment + 300 * ZTSecond;
+    lState.mPeriodMs = 1000;
+    lState.mHasAgent = true;
+    const std::vector<Example> lExamples = readExamples();
+    const auto lHealth = std::ranges::find(lExamples, "/healthz", &Example::mTarget);
+    ASSERT_NE(lHealth, lExamples.end());
+    EXPECT_EQ(Json::parse(lHealth->mBody, nullptr, false), Json::parse(*answerHealth(lState).mpBody));
 }
 
 TEST(ApiPage, HasThePathsAndTheirParameters) {
@@ -92,21 +115,22 @@ TEST(ApiPage, HasThePathsAndTheirParameters) {
 }
 
 TEST(ApiPage, HasWhatIsRefused) {
-    Host lHost;
+    const Program lProgram;
     for (const ZTTestTexts& lrRow : rowsOf(sPage, "request | status | error")) {
         const std::string lTarget = matchesIn(lrRow.at(0), "`(.*)`").at(0)[0];
-        const ZTSWebAsked lAsked = ZTAskWeb(lHost.mHistory, lTarget);
-        EXPECT_EQ(std::to_string(lAsked.mAnswer.mStatus), lrRow.at(1)) << lTarget;
-        EXPECT_EQ("`" + lAsked.mJson.value("error", "") + "`", lrRow.at(2)) << lTarget;
+        const ZTSWebReply lReply = lProgram.get(lTarget);
+        EXPECT_EQ(std::to_string(lReply.mStatus), lrRow.at(1)) << lTarget;
+        const Json lError = Json::parse(lReply.mBody, nullptr, false);
+        EXPECT_EQ("`" + lError.value("error", "") + "`", lrRow.at(2)) << lTarget;
     }
 }
 
 TEST(ApiPage, HasTheColumnsOfCsv) {
-    Host lHost;
+    const Program lProgram;
     std::string lHeading;
     std::string lRow;
     const std::string lTarget = "/api/v1/records?limit=1&format=";
-    const Json lRecord = Json::parse(*ZTAnswerWeb(lHost.mHistory, lTarget + "ndjson").mpBody);
+    const Json lRecord = Json::parse(lProgram.get(lTarget + "ndjson").mBody);
     for (const ZTTestTexts& lrColumn : rowsOf(sPage, "column | of the record")) {
         const std::string lName = matchesIn(lrColumn.at(0), "`(.*)`").at(0)[0];
         std::string lPlace = "/" + matchesIn(lrColumn.at(1), "`(.*)`").at(0)[0];
@@ -120,7 +144,7 @@ TEST(ApiPage, HasTheColumnsOfCsv) {
                 : lValue.is_string() ? lValue.get<std::string>()
                                      : lValue.dump();
     }
-    EXPECT_EQ(*ZTAnswerWeb(lHost.mHistory, lTarget + "csv").mpBody, lHeading + "\r\n" + lRow + "\r\n");
+    EXPECT_EQ(lProgram.get(lTarget + "csv").mBody, lHeading + "\r\n" + lRow + "\r\n");
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Whatever is asked of the API: it is answered, in JSON, or refused in one line that can be shown.
+// Whatever is asked of the API: it is answered, in JSON, or refused in one line that can be shown. And what
+// is an event's id is one for ever.
 #include <unistd.h>
 
 #include <cstdlib>
@@ -7,6 +8,7 @@
 #include "ShownText.h"
 #include "StoryStore.h"
 #include "WebAsk.h"
+#include "WebEventId.h"
 
 namespace {
 
@@ -52,6 +54,10 @@ void check(bool aIsSo) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* apData, std::size_t aSize) {
+    const std::string_view lBytes(reinterpret_cast<const char*>(apData), aSize);
+    if (const auto lId = ZTSWebEventId::fromText(lBytes)) {
+        check(ZTSWebEventId::fromText(lId->toText())->toText() == lId->toText());
+    }
     static const Store sStore;
     static ZTCWebHistory sHistory(sStore.getPath());
     const ZTSWebAsked lAsked = ZTAskWeb(sHistory, targetOf(apData, aSize));

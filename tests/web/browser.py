@@ -100,7 +100,7 @@ class Browser:
         self.address = address
         self.look()
 
-    def look(self, size=WIDE, dark=False, media="screen"):
+    def look(self, size=WIDE, dark=False, media=""):
         self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
             "width": size[0], "height": size[1], "deviceScaleFactor": 1, "mobile": size == NARROW})
         self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": media, "features": [

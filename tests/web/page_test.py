@@ -9,7 +9,7 @@ from case import Case
 from played import wait_until
 
 VIEWS = ("#now", "#timeline?since=-1h&by=initiator", "#incident/1", "#records?kind=check_condition")
-EVIL = "<img src=x onerror=document.title='taken'><script>document.title='taken'</script>"
+EVIL = "<img src=x onerror=document.title='taken'>"
 
 
 class Page(Case):
@@ -34,6 +34,7 @@ class Page(Case):
         self.browser.script("history.back()")
         self.browser.rest()
         self.assertEqual(self.seen(), "records")
+        self.browser.announce("incidents/x.*400")
         for rubbish in ("#nowhere", "#incident/x", "#timeline?since=never", "#records?limit=-1&colour=%zz"):
             self.browser.open(rubbish, rest=False)
             self.browser.rest()
@@ -63,16 +64,33 @@ class Page(Case):
             self.assertLessEqual(self.browser.overflow(), 0, view)
             small = self.browser.script("""
                 return [...document.querySelectorAll('button, nav a, input, select')].filter((one) => {
-                    const box = one.getBoundingClientRect();
-                    return box.width > 0 && Math.min(box.width, box.height) < 23.5 && !one.closest('p, td, li');
+                    const box = (one.closest('.lane') ?? one).getBoundingClientRect();
+                    return box.width > 0 && Math.min(box.width, box.height) < 22 && !one.closest('p, td, li, label');
                 }).map((one) => one.outerHTML.slice(0, 80));
             """)
             self.assertEqual(small, [], view + ": too small for a finger")
 
+    def test_a_page_that_is_left_holds_nothing(self):
+        """A browser has six connections to a host. Each page that it keeps to go back to would hold one, as its stream."""
+        for _ in range(10):
+            self.browser.open()
+        for _ in range(4):
+            self.browser.script("open(arguments[0])", self.site.web.address + "/#records")
+        tabs = self.browser.driver.window_handles
+        try:
+            for tab in tabs[1:]:
+                self.browser.driver.switch_to.window(tab)
+                self.browser.rest()
+        finally:
+            for tab in tabs[1:]:
+                self.browser.driver.switch_to.window(tab)
+                self.browser.driver.close()
+            self.browser.driver.switch_to.window(tabs[0])
+
     def test_light_and_dark(self):
         self.browser.look(dark=True)
         self.browser.open()
-        ground = "return getComputedStyle(document.body).backgroundColor"
+        ground = "return getComputedStyle(document.querySelector('h1')).color"
         dark = self.browser.script(ground)
         self.browser.click("#theme")
         wait_until(lambda: self.browser.script(ground) != dark, "the switch makes it light")
@@ -85,7 +103,7 @@ class Page(Case):
             self.browser.open(view)
             nameless = self.browser.script("""
                 return [...document.querySelectorAll('a, button, input, select, canvas[tabindex], [role=application]')]
-                    .filter((one) => !(one.innerText || one.getAttribute('aria-label') || one.getAttribute('aria-labelledby')
+                    .filter((one) => one.checkVisibility() && !(one.innerText || one.getAttribute('aria-label') || one.getAttribute('aria-labelledby')
                                        || one.labels?.length || one.title || '')).map((one) => one.outerHTML.slice(0, 100));
             """)
             self.assertEqual(nameless, [], view)

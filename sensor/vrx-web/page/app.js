@@ -97,12 +97,15 @@ async function loadStyles(names = []) {
     }));
 }
 
+let hasFailed = false; // the view could not be shown
+
 /** Shows what the address says. Only the last of several calls takes effect. */
 async function render({anew = false} = {}) {
     const mine = ++turn;
     const address = readAddress(location.hash);
     const name = Object.hasOwn(views, address.view) ? address.view : 'now';
     showTrouble('view', null);
+    hasFailed = false;
     try {
         if (anew || shown?.name !== name || shown.id !== address.id) {
             const module = await views[name].load();
@@ -129,6 +132,7 @@ async function render({anew = false} = {}) {
     } catch (error) {
         // Where all is unreadable, the sentence about that says it, and the view comes back with it.
         if (mine === turn && !isAborted(error) && isReadable(health)) {
+            hasFailed = true;
             showTrouble('view', error.message, () => during(render()));
         }
     }
@@ -192,7 +196,7 @@ function onHealth(state) {
     document.documentElement.dataset.state = state.status;
     if (!isReadable(state)) {
         showTrouble('view', null);
-    } else if (!isReadable(before)) {
+    } else if (!isReadable(before) || (hasFailed && state.status === 'ok' && before?.status !== 'ok')) {
         countIncidents();
         during(render());
     }

@@ -77,17 +77,25 @@ export class Chart {
 
     watchSize() {
         const observer = new ResizeObserver(() => {
-            const width = Math.floor(this.canvas.clientWidth);
-            this.narrow = this.element.clientWidth < narrowBelow;
-            this.element.classList.toggle('narrow', this.narrow);
-            if (width > 0 && width !== this.scale.width) {
-                this.scale = this.scale.resized(width);
+            if (this.fit()) {
                 this.owner.scaleChanged(this.scale);
             }
             this.redraw();
         });
         observer.observe(this.element);
         return () => observer.disconnect();
+    }
+
+    /** As wide as there is room. @returns {boolean} whether that is another width */
+    fit() {
+        this.narrow = this.element.clientWidth < narrowBelow;
+        this.element.classList.toggle('narrow', this.narrow);
+        const width = Math.floor(this.canvas.clientWidth);
+        const isOther = width > 0 && width !== this.scale.width;
+        if (isOther) {
+            this.scale = this.scale.resized(width);
+        }
+        return isOther;
     }
 
     // Drawing
@@ -176,7 +184,10 @@ export class Chart {
 
     nameOf(row) {
         const {text, more, opens} = this.owner.label(row);
-        const words = [el('span', {class: 'lane-name'}, text), more && el('span', {class: 'lane-more'}, more)];
+        const words = [
+            el('span', {class: text.includes(':') ? 'lane-name wwn' : 'lane-name'}, text),
+            more && el('span', {class: 'lane-more'}, more)
+        ];
         const title = [text, more, row.name].filter((part, at, all) => part && all.indexOf(part) === at).join(' · ');
         const name = opens && row.depth === 0 ?
             el('button', {
@@ -238,9 +249,9 @@ export class Chart {
         const thing = this.binThing(row, bin);
         this.cursor = {key: row.key, time: (thing.first + thing.last) / 2};
         this.owner.choose(thing);
-        const scale = this.scale.showing(thing.first, thing.last);
-        if (scale !== this.scale) {
-            this.move(scale);
+        // One at the border, of which a part is to be seen, moves nothing: what goes on with the clock goes on.
+        if (this.scale.toX(thing.last) < 1 || this.scale.toX(thing.first) > this.scale.width - 1) {
+            this.move(this.scale.showing(thing.first, thing.last));
         }
         this.redraw();
     }

@@ -277,6 +277,10 @@ class IncidentView {
 
     async show({id}) {
         this.id = id;
+        if (!/^\d+$/.test(id ?? '')) {
+            this.showMissing();
+            return;
+        }
         let incident;
         try {
             incident = await ask(`incidents/${encodeURIComponent(id ?? '')}`);

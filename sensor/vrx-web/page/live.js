@@ -4,10 +4,10 @@ import {apiPath, fetchAnswer} from './api.js';
 import {EventReader} from './events.js';
 
 const silence = 40000; // vrx-web sends something each 15 s
-const hiddenFor = 30000;
+const hiddenFor = 5000;
 
 /**
- * A browser has few connections to one host: a tab that nobody sees gives its own back after a while.
+ * A browser has six connections to one host, whatever the number of its tabs: one that nobody sees gives its own back.
  * @param {{onEvent: (type: string, data: object) => void, onState: (isLive: boolean) => void}} listener
  *        onState(true) comes each time that the stream begins: what came before has to be asked for
  */
@@ -48,19 +48,16 @@ export function follow({onEvent, onState}) {
 
     async function run() {
         for (;;) {
+            await seen();
+            stop = new AbortController();
             try {
                 await readStream();
-            } catch (error) {
+            } catch {
                 // Whatever it was, it is tried again; what is wrong is told by the state of the whole.
-                if (!(error instanceof Error)) {
-                    throw error;
-                }
             }
             stop.abort();
             onState(false);
             await new Promise((resolve) => setTimeout(resolve, (reader.retry ?? 2000) * (0.75 + 0.5 * Math.random())));
-            await seen();
-            stop = new AbortController();
         }
     }
 
@@ -70,6 +67,8 @@ export function follow({onEvent, onState}) {
             hiding = setTimeout(() => stop.abort(), hiddenFor);
         }
     });
+    // A browser may keep a page that was left, to come back to, with all that it holds.
+    window.addEventListener('pagehide', () => stop.abort());
     run();
 }
 

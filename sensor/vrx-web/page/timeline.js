@@ -97,7 +97,8 @@ class TimelineView {
         // What this view has itself written there may be a little behind what it shows by now.
         if (params.toString() !== this.written) {
             this.follows = follows;
-            this.chart.scale = new TimeScale(since, until, this.chart.canvas.clientWidth || this.chart.scale.width);
+            this.chart.fit();
+            this.chart.scale = new TimeScale(since, until, this.chart.scale.width);
             this.chart.dropCursor();
         }
         this.showTimes();

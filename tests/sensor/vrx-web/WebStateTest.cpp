@@ -96,7 +96,7 @@ TEST(WebState, WhoHasGoneIsMissedEvenIfItsPeriodsAreLong) {
     EXPECT_TRUE(contains(lState.ask(503).at("reason"), "holds no statistics"));
 }
 
-TEST(WebState, TheHistoryIsToldBehindTheCollector) {
+TEST(WebState, AHistoryThatCannotBeReadIsTheWorst) {
     State lState;
     const auto lRows = [](unsigned long aStands) {
         return ZTTestRows{{"last_fetch_time_ns", secondsAgo(1)},
@@ -114,8 +114,8 @@ TEST(WebState, TheHistoryIsToldBehindTheCollector) {
     EXPECT_EQ(lState.ask(503).at("reason"), "the file is damaged");
     std::filesystem::remove(lState.mDirectory / "vrx-sn.stats");
     const nlohmann::json lBoth = lState.ask(503, sNow + 60 * ZTSecond);
-    EXPECT_EQ(lBoth.at("status"), "silent");
-    EXPECT_TRUE(contains(lBoth.at("reason"), "UTC; the file is damaged")) << lBoth;
+    EXPECT_EQ(lBoth.at("status"), "unreadable");
+    EXPECT_TRUE(contains(lBoth.at("reason"), "the file is damaged; vrx-sn does not run; ")) << lBoth;
     lState.show(lRows(0));
     lState.mHealth.noteHistory("");
     lState.ask(200);

@@ -265,3 +265,20 @@ TEST(WebStream, AHistoryThatGoesAndComesIsToldAndFollowedAgain) {
     EXPECT_EQ(namesOf(lSite.await(lPlace, 2)), (std::vector<std::string>{"gap", "1 open"}));
     EXPECT_TRUE(waitUntil([&] { return lSite.historyState().empty(); }));
 }
+
+// In the file itself, beneath who has it open: nothing that SQLite looks at again.
+TEST(WebStream, AHistoryThatIsSpoiledWhereItLiesIsSeen) {
+    Site lSite;
+    { const ZTCTestStore lStore(lSite.mPath); }
+    lSite.follow();
+    const std::string lWhole = readFile(lSite.mPath);
+    const auto lWrite = [&](const std::string& acrBytes) {
+        const ZTCDescriptor lFile(open(lSite.mPath.c_str(), O_WRONLY | O_CLOEXEC));
+        EXPECT_EQ(pwrite(lFile.get(), acrBytes.data(), acrBytes.size(), 0),
+                  static_cast<ssize_t>(acrBytes.size()));
+    };
+    lWrite(std::string(4096, 'x'));
+    EXPECT_TRUE(waitUntil([&] { return !lSite.historyState().empty(); }));
+    lWrite(lWhole);
+    EXPECT_TRUE(waitUntil([&] { return lSite.historyState().empty(); }));
+}
