@@ -78,16 +78,12 @@ bool ZTCStoreSlice::isEnough(std::size_t aBytes) {
 
 ZTCStoreReader::ZTCStoreReader(std::string aPath)
     : mPath(std::move(aPath)),
+      mFile(findFile(mPath)),
       mDatabase(sOpen(mPath)),
       mVersion(storeCall(mPath, [&] { return SQLite::Statement(mDatabase, "PRAGMA data_version"); })),
       mOneSeries(storeCall(mPath, [&] {
           return SQLite::Statement(mDatabase, std::string(ZTSeriesColumns) + " WHERE id = ?");
       })) {
-    struct stat lStatus {};
-    if (stat(mPath.c_str(), &lStatus) == 0) {
-        mDevice = lStatus.st_dev;
-        mFile = lStatus.st_ino;
-    }
     storeCall(mPath, [&] {
         SQLite::Statement lHost(mDatabase, "SELECT value FROM meta WHERE name = 'host'");
         mHost = lHost.executeStep() ? lHost.getColumn(0).getString() : "";
@@ -230,6 +226,11 @@ bool ZTCStoreReader::hasChanged() {
 }
 
 bool ZTCStoreReader::isReplaced() const {
+    const FileId lFile = findFile(mPath);
+    return !lFile || lFile != mFile;
+}
+
+ZTCStoreReader::FileId ZTCStoreReader::findFile(const std::string& acrPath) {
     struct stat lStatus {};
-    return stat(mPath.c_str(), &lStatus) != 0 || lStatus.st_dev != mDevice || lStatus.st_ino != mFile;
+    return stat(acrPath.c_str(), &lStatus) == 0 ? FileId({lStatus.st_dev, lStatus.st_ino}) : std::nullopt;
 }

@@ -209,13 +209,16 @@ class ZTCStoreReader {
     std::int64_t readMeta(const char* apName);
 
   private:
+    /// Device and number; nothing: there is none at the path.
+    using FileId = std::optional<std::pair<dev_t, ino_t>>;
+    static FileId findFile(const std::string& acrPath);
+
     const std::string mPath;
+    const FileId mFile;  ///< before it is opened: what comes to stand there meanwhile is another one
     SQLite::Database mDatabase;
     SQLite::Statement mVersion;
     SQLite::Statement mOneSeries;
     std::int64_t mVersionBefore = -1;
-    dev_t mDevice = 0;
-    ino_t mFile = 0;
     std::string mHost;
     std::unordered_map<std::int64_t, ZTSSeries> mSeries;
 };
