@@ -87,8 +87,8 @@ TEST_F(WebDesk, WhatIsNoRequestForItIsRefused) {
         ZTSWebHead lHead = headOf("/");
         lHead.mMethod = lpMethod;
         expect({lpMethod, What::Answer, 405}, lHead);
-        EXPECT_EQ(mDesk.decide(lHead).mAnswer.mHeaders.at(0),
-                  (std::pair<const char*, std::string>("Allow", "GET, HEAD")));
+        const std::pair<std::string, std::string> lHeader = mDesk.decide(lHead).mAnswer.mHeaders.at(0);
+        EXPECT_EQ(lHeader, std::pair(std::string("Allow"), std::string("GET, HEAD")));
     }
     ZTSWebHead lHead = headOf("/");
     lHead.mMethod = "HEAD";

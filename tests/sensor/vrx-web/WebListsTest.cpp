@@ -126,8 +126,8 @@ TEST(WebRecords, OfAnIncidentAreThoseThatTellOfIt) {
         lRecords += lIds.size();
         std::ranges::reverse(lIds);
         EXPECT_EQ(lIds, lOne.at("evidence").get<Ids>());
-        for (const auto& lrRecord :
-             ZTAskWeb(lHistory, "/api/v1/records?incident=" + lId).mJson.at("records")) {
+        const auto lOfIt = ZTAskWeb(lHistory, "/api/v1/records?incident=" + lId).mJson;
+        for (const auto& lrRecord : lOfIt.at("records")) {
             EXPECT_EQ(lrRecord.at("incident"), lrIncident.at("id"));
         }
     }
