@@ -1,22 +1,16 @@
 // vrx-sn: the sensor that runs all the time.
-#include <fcntl.h>
 #include <malloc.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
-#include <cstdio>
 #include <cstring>
 
 #include "Sensor.h"
+#include "ServiceMain.h"
 
 namespace {
-
-constexpr int sFailed = 1;
-constexpr int sWrongUsage = 2;
 
 #ifdef __SANITIZE_THREAD__
 constexpr std::size_t sStackSize = std::size_t{8} << 20;  // what it notes of a thread lies in the stack
@@ -52,40 +46,16 @@ void sKeepSmall() {
 }
 
 int sRun(const std::vector<std::string>& acrWords, ZTCServiceLog& arLog) {
-    try {
-        const ZTSSnOptions lOptions = readSnOptions(acrWords);
-        sKeepSmall();
-        sLockMemory(arLog);
-        ZTCSensor lSensor(lOptions, acrWords, arLog);
-        return lSensor.run();
-    } catch (const ZTCServiceShown& lrShown) {
-        return fputs(lrShown.what(), stdout) >= 0 && fflush(stdout) == 0 ? 0 : sFailed;
-    } catch (const ZTCServiceUsage& lrError) {
-        arLog.note(ZTSL_Error, "%s", lrError.what());
-        return sWrongUsage;
-    } catch (const std::exception& lrError) {
-        arLog.note(ZTSL_Error, "%s", lrError.what());
-        return sFailed;
-    }
+    const ZTSSnOptions lOptions = readSnOptions(acrWords);
+    sKeepSmall();
+    sLockMemory(arLog);
+    ZTCSensor lSensor(lOptions, acrWords, arLog);
+    return lSensor.run();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    // What is opened must not get the number of a standard stream that somebody has closed.
-    for (const int lStream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(lStream, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
-            return sFailed;
-        }
-    }
-    signal(SIGPIPE, SIG_IGN);
-    signal(SIGXFSZ, SIG_IGN);
     umask(027);  // the group reads the history
-    ZTCServiceLog lLog("vrx-sn");
-    try {
-        return sRun({argv + (argc > 0 ? 1 : 0), argv + argc}, lLog);
-    } catch (const std::bad_alloc&) {
-        lLog.note(ZTSL_Error, "no memory");
-        return sFailed;
-    }
+    return runService("vrx-sn", argc, argv, sRun);
 }
